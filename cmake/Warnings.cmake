@@ -1,0 +1,18 @@
+# The warnings that all of the project's own code is compiled with. Warnings are errors.
+add_library(keywarden_warnings INTERFACE)
+target_compile_options(
+  keywarden_warnings
+  INTERFACE -Wall
+            -Wextra
+            -Werror
+            -Wconversion
+            -Wsign-conversion
+            -Wshadow
+            -Wold-style-cast
+            -Wcast-qual
+            -Wformat=2
+            -Wnon-virtual-dtor
+            -Woverloaded-virtual
+            -Wnull-dereference
+            -Wduplicated-cond
+            -Wlogical-op)

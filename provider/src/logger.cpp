@@ -1,0 +1,113 @@
+// The level functions: gate, lock, buffer, and the choice of outputs.
+
+#include "logger.h"
+
+#include <windows.h>
+
+#include <array>
+#include <cstdarg>
+#include <cstdio>
+#include <mutex>
+#include <string_view>
+
+#include "logger_file.h"
+#include "logger_record.h"
+
+namespace NV {
+
+namespace {
+
+// The lock and the message buffer that a group of levels shares.
+struct Channel {
+    std::mutex mutex;
+    std::array<char, 65536> buffer;
+};
+
+// SEV has a channel of its own, so that a crash report does not wait for a record under way.
+Channel severeChannel;
+Channel ordinaryChannel;
+
+void writeRecord(const LoggerSettings& settings, std::string_view tag, std::string_view message)
+{
+    const LocalTime time = toLocalTime(settings.now());
+    const std::string who = identity(GetCurrentProcessId(), GetCurrentThreadId());
+    std::string lines;
+    if (loggerRecordCount() == 0)
+        lines = bannerLines(time, who, settings);
+    lines += recordLine(time, tag, who, message);
+    if ((settings.types & logToConsole) != 0)
+        std::printf("%s", lines.c_str());
+    if ((settings.types & logToFile) != 0 && !settings.store.empty())
+        appendToLogFile(settings, time, lines);
+}
+
+bool hasOutput(const LoggerSettings& settings)
+{
+    return (settings.types & logToConsole) != 0 ||
+           ((settings.types & logToFile) != 0 && !settings.store.empty());
+}
+
+// Formats and writes under the channel's lock. A record that no output takes is only counted.
+void log(Channel& channel, std::string_view tag, const char* format, va_list arguments)
+    NV_PRINTF(3, 0);
+
+void log(Channel& channel, std::string_view tag, const char* format, va_list arguments)
+{
+    const std::lock_guard guard(channel.mutex);
+    const LoggerSettings& settings = loggerSettings();
+    if (hasOutput(settings)) {
+        const size_t length =
+            formatMessage(channel.buffer.data(), channel.buffer.size(), format, arguments);
+        writeRecord(settings, tag, {channel.buffer.data(), length});
+    }
+    ++loggerRecordCount();
+}
+
+// Ends the use of an argument list on every path out of a level function.
+struct ArgumentListEnd {
+    va_list& arguments;
+    ~ArgumentListEnd() { va_end(arguments); }
+};
+
+}  // namespace
+
+LoggerSettings& loggerSettings()
+{
+    static LoggerSettings settings;
+    return settings;
+}
+
+std::atomic<uint32_t>& loggerRecordCount()
+{
+    static std::atomic<uint32_t> count{0};
+    return count;
+}
+
+void SEV(const char* format, ...)
+{
+    if ((loggerSettings().levelMask & logMaskSevere) == 0)
+        return;
+    va_list arguments;
+    va_start(arguments, format);
+    const ArgumentListEnd end{arguments};
+    log(severeChannel, "SEV", format, arguments);
+}
+
+#define NV_ORDINARY_LEVEL(level)                                                                   \
+    void level(const char* format, ...)                                                            \
+    {                                                                                              \
+        va_list arguments;                                                                         \
+        va_start(arguments, format);                                                               \
+        const ArgumentListEnd end{arguments};                                                      \
+        log(ordinaryChannel, #level, format, arguments);                                           \
+    }
+
+NV_ORDINARY_LEVEL(ERR)
+NV_ORDINARY_LEVEL(WRN)
+NV_ORDINARY_LEVEL(INF)
+NV_ORDINARY_LEVEL(DBG)
+NV_ORDINARY_LEVEL(TRC)
+
+#undef NV_ORDINARY_LEVEL
+
+}  // namespace NV

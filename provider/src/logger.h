@@ -1,0 +1,64 @@
+// The trace logger: six printf-like level functions that write one record line each to the
+// console, to a dated file, or to both. Every function of the module traces itself through it,
+// mostly by the macros and the scope of trace.h.
+
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#if defined(__clang__)
+#define NV_PRINTF(text, first) __attribute__((format(printf, text, first)))
+#else
+#define NV_PRINTF(text, first) __attribute__((format(gnu_printf, text, first)))
+#endif
+
+namespace NV {
+
+// Level masks as the configuration names them; each holds the more severe ones too.
+inline constexpr uint32_t logMaskTrace = 0x7F;
+inline constexpr uint32_t logMaskDebug = 0x7E;
+inline constexpr uint32_t logMaskInfo = 0x7C;
+inline constexpr uint32_t logMaskWarn = 0x70;
+inline constexpr uint32_t logMaskError = 0x60;
+inline constexpr uint32_t logMaskSevere = 0x40;
+
+inline constexpr uint32_t logToConsole = 0x01;
+inline constexpr uint32_t logToFile = 0x02;
+
+// Process-wide settings. They are written once, when the module is attached, and read without a
+// lock on every record.
+struct LoggerSettings {
+    uint32_t levelMask = logMaskTrace;
+    uint32_t types = logToFile;
+    // Folder of the dated files, in the ANSI code page; empty: no file. "~" is not expanded here.
+    std::string store = "~/.norvanta-keywarden/logs";
+    // Days that a dated file is kept after its date.
+    int32_t rotate = 7;
+    // Stem and extension of this name frame the date: nvksprovider-20260304.log.
+    std::string fileName = "nvksprovider.log";
+    // The clock of the time stamps, of the files' dates and of their ages.
+    std::chrono::system_clock::time_point (*now)() = &std::chrono::system_clock::now;
+};
+
+LoggerSettings& loggerSettings();
+
+// Counts every record, those that no output takes included. The banner goes out with the record
+// that finds it 0, so a process that begins without outputs never writes one.
+std::atomic<uint32_t>& loggerRecordCount();
+
+// Write one record of their level. Only SEV asks the level mask; the other five write whatever the
+// mask holds. A message of more than 65,535 characters is written as an empty one. "%ls" writes
+// UTF-8. Throw std::filesystem::filesystem_error when the log folder can neither be listed nor
+// made, and std::system_error when the lock is refused; a file that cannot be opened drops the
+// record without a word.
+void SEV(const char* format, ...) NV_PRINTF(1, 2);
+void ERR(const char* format, ...) NV_PRINTF(1, 2);
+void WRN(const char* format, ...) NV_PRINTF(1, 2);
+void INF(const char* format, ...) NV_PRINTF(1, 2);
+void DBG(const char* format, ...) NV_PRINTF(1, 2);
+void TRC(const char* format, ...) NV_PRINTF(1, 2);
+
+}  // namespace NV

@@ -1,0 +1,30 @@
+// Which file a record of a day goes to, and which files of earlier days are to be deleted.
+// Portable, no file access; used by the logger's file output.
+
+#pragma once
+
+#include <ctime>
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace NV {
+
+// A file name cut at its last dot: "nvksprovider.log" is "nvksprovider" and ".log". A name without
+// a dot, or with its only dot in front, has no extension.
+struct FileName {
+    std::wstring_view stem;
+    std::wstring_view extension;
+};
+
+FileName splitFileName(std::wstring_view name);
+
+// stem + "-" + "%Y%m%d" + extension.
+std::wstring datedFileName(const FileName& configured, const std::tm& day);
+
+// Whether `name` is a dated log file of `configured` whose date, at 00:00 local time, lies more
+// than `daysKept` whole days before `now`. A name that carries no full date is never outdated.
+bool isOutdated(std::wstring_view name, const FileName& configured, std::time_t now,
+                int32_t daysKept);
+
+}  // namespace NV

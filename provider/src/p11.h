@@ -1,0 +1,74 @@
+// The traced call layer: the one door to the PKCS#11 library after its discovery.
+
+#pragma once
+
+#include <map>
+#include <memory>
+#include <string>
+
+#include "cryptoki.h"
+#include "module.h"
+#include "mutex.h"
+
+namespace NV {
+
+// Owns the library's module and has one member for each of the 68 functions, with the standard's
+// name, arguments and result. Each member logs its arguments, holds the object's lock for its whole
+// run, times the library call alone and logs the outcome. The lock is not recursive: no member
+// calls another.
+//
+// Results are the library's own, except: no function list yet gives CKR_GENERAL_ERROR, an exception
+// out of the library or a null entry in its list CKR_FUNCTION_FAILED. A refused lock throws
+// std::system_error.
+class Pkcs11 {
+public:
+    Pkcs11() = default;
+    virtual ~Pkcs11();
+    Pkcs11(const Pkcs11&) = delete;
+    Pkcs11& operator=(const Pkcs11&) = delete;
+
+    // Loads the library at the UTF-8 path and runs the discovery, which leaves it finalised. False
+    // when either fails, and for every call after the first: the first module stays.
+    virtual bool loadModule(std::string path);
+
+    // C_Initialize with null makes init arguments with our mutex callbacks, which the module owns.
+    // C_Login with a null PIN of length 0 asks NVEnterPIN.
+#define NV_WRAPPER(name, parameters) virtual CK_RV name parameters;
+    NV_CK_FUNCTIONS(NV_WRAPPER)
+#undef NV_WRAPPER
+
+    // Null before loadModule.
+    const P11Module* module() const { return module_.get(); }
+    // Whether C_Initialize ever returned CKR_OK.
+    bool initialized() const { return initialized_; }
+
+private:
+    CK_FUNCTION_LIST* functionList() const
+    {
+        return module_ != nullptr ? module_->functionList() : nullptr;
+    }
+
+    // The course of every wrapper but C_Initialize and C_Login; see p11_call.h.
+    template <typename Call, typename Before, typename After, typename... Arguments>
+    CK_RV call(const Call& which, const Before& before, const After& after,
+               const Arguments&... arguments);
+
+    CK_C_INITIALIZE_ARGS* prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs,
+                                          std::unique_ptr<CK_C_INITIALIZE_ARGS>& replaced);
+
+    std::unique_ptr<P11Module> module_;
+    Mutex lock_;
+    std::map<std::string, std::string> extensions_;  // nothing fills it yet
+    bool initialized_ = false;
+};
+
+// Where NVEnterPIN takes a PIN from: the entry "pin". No prompt is attached to it, so it is empty.
+using PinSource = std::map<std::string, std::string>;
+
+// Logs in with the PIN of the source through the module's function list: the library's result, or
+// CKR_GENERAL_ERROR when the PIN is empty. The caller holds the lock of its Pkcs11 object, and the
+// module must hold a function list.
+CK_RV NVEnterPIN(const P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
+                 PinSource source = {});
+
+}  // namespace NV
