@@ -84,11 +84,6 @@ CK_RV NV_CK_CALL unlockMutex(CK_VOID_PTR handle)
 
 }  // namespace
 
-Pkcs11::~Pkcs11()
-{
-    extensions_.clear();
-}
-
 bool Pkcs11::loadModule(std::string path)
 {
     Trace trace(NV_HERE);

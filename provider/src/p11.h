@@ -23,7 +23,7 @@ namespace NV {
 class Pkcs11 {
 public:
     Pkcs11() = default;
-    virtual ~Pkcs11();
+    virtual ~Pkcs11() = default;
     Pkcs11(const Pkcs11&) = delete;
     Pkcs11& operator=(const Pkcs11&) = delete;
 
@@ -58,7 +58,6 @@ private:
 
     std::unique_ptr<P11Module> module_;
     Mutex lock_;
-    std::map<std::string, std::string> extensions_;  // nothing fills it yet
     bool initialized_ = false;
 };
 

@@ -135,6 +135,9 @@ struct Call {
     EntryOf entryOf;
 };
 
+template <typename EntryOf>
+Call(Site, const char*, Outcome, EntryOf) -> Call<EntryOf>;
+
 }  // namespace call_layer
 
 // A wrapper's place, name, outcome style and entry in the function list. The entry is read by a

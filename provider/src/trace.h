@@ -121,6 +121,14 @@ public:
         return result;
     }
 
+    // "LEAVE"; gives the value back.
+    template <typename Value>
+    Value leaving(Value value, int line = __builtin_LINE()) const
+    {
+        leave(line);
+        return value;
+    }
+
     // "STATUS=0x80090027, ELAPSED:0.012(ms)" and "LEAVE"; gives the status back.
     template <typename Status>
     Status end(Status status, int line = __builtin_LINE()) const

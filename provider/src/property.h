@@ -1,0 +1,38 @@
+// A named value of a provider or a key, as CNG's property functions hand it out.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace NV {
+
+// The low 32 bits of the wall clock in milliseconds: when an object was made.
+uint32_t creationStamp();
+
+// Copies share one value buffer, and the destructor of any of them empties it: after a copy is
+// gone, the others still have the name and no bytes. Meant so; applications see it after they have
+// freed the first handle of a key.
+class Property {
+public:
+    // Takes a copy of the `size` bytes at `data`. The type is CNG's to interpret.
+    Property(std::wstring name, uint32_t type, const void* data, int32_t size);
+    Property(const Property& source);
+    Property& operator=(const Property&) = delete;
+    virtual ~Property();
+
+    const std::wstring& name() const { return _id; }
+    uint32_t type() const { return _type; }
+    const std::vector<unsigned char>& value() const { return *_data; }
+    uint32_t stamp() const { return stamp_; }
+
+private:
+    uint32_t stamp_;
+    uint32_t _type;
+    std::wstring _id;
+    std::shared_ptr<std::vector<unsigned char>> _data;
+};
+
+}  // namespace NV
