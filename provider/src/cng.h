@@ -105,20 +105,14 @@ using NCryptKeyDerivationFn = SECURITY_STATUS(WINAPI*)(NCRYPT_PROV_HANDLE hProvi
                                                        NCryptBufferDesc* pParameterList,
                                                        PBYTE pbDerivedKey, DWORD cbDerivedKey,
                                                        DWORD* pcbResult, ULONG dwFlags);
-using NCryptCreateClaimFn = SECURITY_STATUS(WINAPI*)(NCRYPT_PROV_HANDLE hProvider,
-                                                     NCRYPT_KEY_HANDLE hSubjectKey,
-                                                     NCRYPT_KEY_HANDLE hAuthorityKey,
-                                                     DWORD dwClaimType,
-                                                     NCryptBufferDesc* pParameterList,
-                                                     PBYTE pbClaimBlob, DWORD cbClaimBlob,
-                                                     DWORD* pcbResult, DWORD dwFlags);
-using NCryptVerifyClaimFn = SECURITY_STATUS(WINAPI*)(NCRYPT_PROV_HANDLE hProvider,
-                                                     NCRYPT_KEY_HANDLE hSubjectKey,
-                                                     NCRYPT_KEY_HANDLE hAuthorityKey,
-                                                     DWORD dwClaimType,
-                                                     NCryptBufferDesc* pParameterList,
-                                                     PBYTE pbClaimBlob, DWORD cbClaimBlob,
-                                                     NCryptBufferDesc* pOutput, DWORD dwFlags);
+using NCryptCreateClaimFn = SECURITY_STATUS(WINAPI*)(
+    NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hSubjectKey, NCRYPT_KEY_HANDLE hAuthorityKey,
+    DWORD dwClaimType, NCryptBufferDesc* pParameterList, PBYTE pbClaimBlob, DWORD cbClaimBlob,
+    DWORD* pcbResult, DWORD dwFlags);
+using NCryptVerifyClaimFn = SECURITY_STATUS(WINAPI*)(
+    NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hSubjectKey, NCRYPT_KEY_HANDLE hAuthorityKey,
+    DWORD dwClaimType, NCryptBufferDesc* pParameterList, PBYTE pbClaimBlob, DWORD cbClaimBlob,
+    NCryptBufferDesc* pOutput, DWORD dwFlags);
 
 // Version 2 of the table. The 4-byte version is followed by 4 bytes of padding.
 struct NCRYPT_KEY_STORAGE_FUNCTION_TABLE {
@@ -155,8 +149,7 @@ struct NCRYPT_KEY_STORAGE_FUNCTION_TABLE {
 };
 
 // The type of the module's one export.
-using GetKeyStorageInterfaceFn = NTSTATUS(WINAPI*)(LPCWSTR pszProviderName,
-                                                   NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppFunctionTable,
-                                                   DWORD dwFlags);
+using GetKeyStorageInterfaceFn = NTSTATUS(WINAPI*)(
+    LPCWSTR pszProviderName, NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppFunctionTable, DWORD dwFlags);
 
 static_assert(sizeof(NCRYPT_KEY_STORAGE_FUNCTION_TABLE) == 8 + 29 * sizeof(void*));

@@ -184,8 +184,8 @@ SECURITY_STATUS WINAPI NVKSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HA
 
 SECURITY_STATUS WINAPI NVKSPVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                             VOID* pPaddingInfo, PBYTE pbHashValue,
-                                            DWORD cbHashValue, PBYTE pbSignature,
-                                            DWORD cbSignature, DWORD dwFlags)
+                                            DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
+                                            DWORD dwFlags)
 {
     return dispatch(NV_HERE, hProvider, &NV::Provider::VerifySignature, hKey, pPaddingInfo,
                     pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags);
@@ -265,9 +265,8 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE functionTable = {
 }  // namespace
 
 // The module's one export. Name and flags do not matter: there is one provider in here.
-extern "C" NTSTATUS WINAPI GetKeyStorageInterface(LPCWSTR,
-                                                  NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppFunctionTable,
-                                                  DWORD)
+extern "C" NTSTATUS WINAPI
+GetKeyStorageInterface(LPCWSTR, NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppFunctionTable, DWORD)
 {
     *ppFunctionTable = &functionTable;
     return 0;

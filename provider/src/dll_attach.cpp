@@ -11,6 +11,7 @@
 #include <exception>
 #include <filesystem>
 #include <iterator>
+#include <memory>
 #include <stdexcept>
 #include <string>
 #include <system_error>
@@ -42,7 +43,7 @@ bool threadNotifications = true;
 extern "C" void SignalHandler(int signal)
 {
     std::printf("Caught signal %d\n", signal);
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
     NV_SEV("Caught Signal: %d , Terminate Process", signal);
     std::exit(signal);
 }
@@ -61,7 +62,7 @@ void restoreSignalHandlers()
     for (size_t i = 0; i < std::size(handledSignals); ++i) {
         const Handler current = std::signal(handledSignals[i], previousHandlers[i]);
         if (current != SignalHandler)
-            std::signal(handledSignals[i], current);
+            static_cast<void>(std::signal(handledSignals[i], current));
     }
 }
 
@@ -100,13 +101,13 @@ bool keepError()
     try {
         throw;
     } catch (const std::filesystem::filesystem_error& error) {
-        filesystemError = new std::filesystem::filesystem_error(error);
+        filesystemError = std::make_unique<std::filesystem::filesystem_error>(error).release();
     } catch (const std::invalid_argument& error) {
-        invalidArgument = new std::invalid_argument(error);
+        invalidArgument = std::make_unique<std::invalid_argument>(error).release();
     } catch (const std::out_of_range& error) {
-        outOfRange = new std::out_of_range(error);
+        outOfRange = std::make_unique<std::out_of_range>(error).release();
     } catch (const std::exception& error) {
-        runtimeError = new std::runtime_error(error.what());
+        runtimeError = std::make_unique<std::runtime_error>(error.what()).release();
     }
     return false;
 }

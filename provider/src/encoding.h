@@ -109,7 +109,8 @@ inline std::string base64Encode(const unsigned char* data, uint32_t length)
     }
     const uint32_t rest = length - i;
     if (rest > 0) {
-        const unsigned group = unsigned{data[i]} << 16 | (rest > 1 ? unsigned{data[i + 1]} << 8 : 0);
+        const unsigned group =
+            unsigned{data[i]} << 16 | (rest > 1 ? unsigned{data[i + 1]} << 8 : 0);
         out[0] = letter(group >> 18);
         out[1] = letter(group >> 12);
         if (rest > 1)

@@ -2,6 +2,7 @@
 
 #include "keystore.h"
 
+#include <algorithm>
 #include <cstring>
 #include <mutex>
 #include <string_view>
@@ -54,10 +55,11 @@ void addKeyProperties(P11KeyObject& key)
 // 04 || X || Y (SEC 1, 2.3.3) as base64. Both coordinates lie one behind the other.
 std::string uncompressedPoint(const Site& site, const BYTE* coordinates, DWORD coordinateSize)
 {
-    Bytes point{0x04};
-    point.insert(point.end(), coordinates, coordinates + 2 * size_t{coordinateSize});
+    Bytes point(1 + 2 * size_t{coordinateSize});
+    point.front() = 0x04;
+    std::copy_n(coordinates, point.size() - 1, point.begin() + 1);
     const auto size = static_cast<int>(coordinateSize);
-    const std::string base64 = base64Encode(point);
+    std::string base64 = base64Encode(point);
     NV_AS(TRC, site, "X=[%s]", hexEncode(coordinates, size).c_str());
     NV_AS(TRC, site, "Y=[%s]", hexEncode(coordinates + coordinateSize, size).c_str());
     NV_AS(TRC, site, "pubKey(Uncompressed)=[%s]", hexEncode(point).c_str());
@@ -124,7 +126,8 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
         curve = findCurve(&Curve::ecdhMagic, header.dwMagic);
     }
     if (curve != nullptr)
-        NV_DBG("%s recieved, length=%d bytes", curve->ecdhMagicName, static_cast<int>(header.cbKey));
+        NV_DBG("%s recieved, length=%d bytes", curve->ecdhMagicName,
+               static_cast<int>(header.cbKey));
     else
         NV_ERR("Unsupported/Unknown MAGIC received..");
 

@@ -103,10 +103,9 @@ SECURITY_STATUS P11ECKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pb
                                        DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                        DWORD dwFlags)
 {
-    return verifyOnToken(NV_HERE,
-                         {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature,
-                          dwFlags},
-                         CKK_EC);
+    return verifyOnToken(
+        NV_HERE, {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
+        CKK_EC);
 }
 
 SECURITY_STATUS P11ECKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,

@@ -49,6 +49,7 @@ public:
     P11ECKeyObject();
     P11ECKeyObject(const P11ECKeyObject& source);
     P11ECKeyObject& operator=(const P11ECKeyObject&) = delete;
+    ~P11ECKeyObject() override = default;
 
     // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve; the header
     // alone for a malformed point.

@@ -62,8 +62,7 @@ OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE 
 
 }  // namespace
 
-SECURITY_STATUS P11ECKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,
-                                                DWORD cbPeerPubkey,
+SECURITY_STATUS P11ECKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey, DWORD cbPeerPubkey,
                                                 NCRYPT_SECRET_HANDLE* phAgreedSecret,
                                                 const SecretBytes& pin)
 {

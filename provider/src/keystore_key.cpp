@@ -37,7 +37,7 @@ P11KeyObject::~P11KeyObject()
     });
 }
 
-void P11KeyObject::addProperty(std::wstring name, const void* data, int32_t size)
+void P11KeyObject::addProperty(const std::wstring& name, const void* data, int32_t size)
 {
     Trace trace(NV_HERE);
     NV_ARG(trace, "id = %ls", name.c_str());
@@ -135,9 +135,9 @@ void P11KeyObject::runSign(TokenSequence& token, const Site& site, const Signatu
                            Bytes& data)
 {
     CK_ULONG length = call.cbSignature;
-    const CK_RV rv = call.p11->C_Sign(token.session(), data.data(),
-                                      static_cast<CK_ULONG>(data.size()), call.pbSignature,
-                                      &length);
+    const CK_RV rv =
+        call.p11->C_Sign(token.session(), data.data(), static_cast<CK_ULONG>(data.size()),
+                         call.pbSignature, &length);
     if (!token.check(rv, "Failed to sign Process "))
         return;
     length = lengthWithin(call.pbSignature, call.cbSignature, length);

@@ -56,8 +56,8 @@ public:
                                     PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
                                     DWORD dwFlags) = 0;
     virtual SECURITY_STATUS decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput, DWORD cbInput,
-                                    PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
-                                    DWORD dwFlags, const SecretBytes& pin) = 0;
+                                    PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags,
+                                    const SecretBytes& pin) = 0;
     virtual SECURITY_STATUS secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey, DWORD cbPeerPubkey,
                                             NCRYPT_SECRET_HANDLE* phAgreedSecret,
                                             const SecretBytes& pin) = 0;
@@ -67,7 +67,7 @@ public:
 
     // Adds a property of type 0 with a copy of the bytes. A name that is there keeps its first
     // value; null data or a size below 1 adds nothing.
-    void addProperty(std::wstring name, const void* data, int32_t size);
+    void addProperty(const std::wstring& name, const void* data, int32_t size);
     // Null when there is none of the name. It stays the key's: a copy that dies empties the value.
     const Property* findProperty(const std::wstring& name) const;
     const Properties& properties() const { return properties_; }

@@ -84,8 +84,8 @@ Bytes P11RSAKeyObject::getPubkeyBlob() const
     // The exponent is always written as 65537; the key's own is only logged. Meant so.
     const unsigned char exponent[] = {0x01, 0x00, 0x01};
     Bytes blob;
-    append(blob, BCRYPT_RSAKEY_BLOB{head.key.magic, head.key.bitlen, sizeof exponent, modulusSize,
-                                    0, 0});
+    append(blob,
+           BCRYPT_RSAKEY_BLOB{head.key.magic, head.key.bitlen, sizeof exponent, modulusSize, 0, 0});
     append(blob, exponent);
     const auto modulus = legacy.begin() + sizeof head;
     std::reverse_copy(modulus, modulus + modulusSize, std::back_inserter(blob));
@@ -114,8 +114,9 @@ CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFla
             NV_DBG("pssPaddingInfo->pszAlgId=%ls", info->pszAlgId);
             NV_DBG("pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism = withParameters(
-                    CKM_RSA_PKCS_PSS, CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt});
+                mechanism =
+                    withParameters(CKM_RSA_PKCS_PSS,
+                                   CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt});
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_PSS");
         }
@@ -147,10 +148,10 @@ CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFl
             NV_DBG("oaepPaddingInfo->pbLabel=%p", static_cast<const void*>(info->pbLabel));
             NV_DBG("oaepPaddingInfo->cbLabel=%d", static_cast<int>(info->cbLabel));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism = withParameters(
-                    CKM_RSA_PKCS_OAEP,
-                    CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf, CKZ_DATA_SPECIFIED,
-                                            info->pbLabel, info->cbLabel});
+                mechanism = withParameters(CKM_RSA_PKCS_OAEP,
+                                           CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf,
+                                                                   CKZ_DATA_SPECIFIED,
+                                                                   info->pbLabel, info->cbLabel});
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_OAEP");
         }
@@ -187,10 +188,9 @@ SECURITY_STATUS P11RSAKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
                                         DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                         DWORD dwFlags)
 {
-    return verifyOnToken(NV_HERE,
-                         {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature,
-                          dwFlags},
-                         CKK_RSA);
+    return verifyOnToken(
+        NV_HERE, {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
+        CKK_RSA);
 }
 
 SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,

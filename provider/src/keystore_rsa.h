@@ -11,6 +11,7 @@ public:
     P11RSAKeyObject();
     P11RSAKeyObject(const P11RSAKeyObject& source);
     P11RSAKeyObject& operator=(const P11RSAKeyObject&) = delete;
+    ~P11RSAKeyObject() override = default;
 
     // A BCRYPT_RSAKEY_BLOB with exponent bytes 01 00 01 whatever the key's exponent is, and the
     // modulus, most significant byte first. Empty when the public key cannot be decoded.

@@ -31,6 +31,7 @@ OwnedSecret makeSecret(uint32_t length)
 
 SecretList& SecretList::instance()
 {
+    // Never destroyed: other modules' exit code may still call in.
     static SecretList* const list = new SecretList;
     return *list;
 }

@@ -67,9 +67,9 @@ bool TokenSequence::login(const SecretBytes& pin)
     NV_AT(TRC, operation_, "2) Try to login the token ");
     // A private copy, because PKCS#11 takes the PIN by a pointer to non-const.
     SecretBytes copy(pin);
-    loggedIn_ = check(
-        p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
-        "Failed to login the token ");
+    loggedIn_ =
+        check(p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
+              "Failed to login the token ");
     if (loggedIn_)
         NV_AT(TRC, operation_, "Success to login the token");
     return loggedIn_;

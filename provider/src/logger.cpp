@@ -20,7 +20,7 @@ namespace {
 // The lock and the message buffer that a group of levels shares.
 struct Channel {
     std::mutex mutex;
-    std::array<char, 65536> buffer;
+    std::array<char, 65536> buffer{};
 };
 
 // SEV has a channel of its own, so that a crash report does not wait for a record under way.
@@ -66,7 +66,10 @@ void log(Channel& channel, std::string_view tag, const char* format, va_list arg
 // Ends the use of an argument list on every path out of a level function.
 struct ArgumentListEnd {
     va_list& arguments;
+    explicit ArgumentListEnd(va_list& list) : arguments(list) {}
     ~ArgumentListEnd() { va_end(arguments); }
+    ArgumentListEnd(const ArgumentListEnd&) = delete;
+    ArgumentListEnd& operator=(const ArgumentListEnd&) = delete;
 };
 
 }  // namespace
@@ -87,9 +90,9 @@ void SEV(const char* format, ...)
 {
     if ((loggerSettings().levelMask & logMaskSevere) == 0)
         return;
-    va_list arguments;
+    va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
     va_start(arguments, format);
-    const ArgumentListEnd end{arguments};
+    const ArgumentListEnd end(arguments);
     log(severeChannel, "SEV", format, arguments);
 }
 
@@ -98,7 +101,7 @@ void SEV(const char* format, ...)
     {                                                                                              \
         va_list arguments;                                                                         \
         va_start(arguments, format);                                                               \
-        const ArgumentListEnd end{arguments};                                                      \
+        const ArgumentListEnd end(arguments);                                                      \
         log(ordinaryChannel, #level, format, arguments);                                           \
     }
 

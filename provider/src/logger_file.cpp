@@ -36,15 +36,17 @@ Folder folderOf(const LoggerSettings& settings)
     return {configured.parent_path(), configured.filename().wstring()};
 }
 
-class FindHandle {
+// A handle of the system with the function that ends it.
+template <BOOL(WINAPI* close)(HANDLE)>
+class OwnedHandle {
 public:
-    explicit FindHandle(HANDLE handle) : handle_(handle) {}
-    FindHandle(const FindHandle&) = delete;
-    FindHandle& operator=(const FindHandle&) = delete;
-    ~FindHandle()
+    explicit OwnedHandle(HANDLE handle) : handle_(handle) {}
+    OwnedHandle(const OwnedHandle&) = delete;
+    OwnedHandle& operator=(const OwnedHandle&) = delete;
+    ~OwnedHandle()
     {
         if (valid())
-            FindClose(handle_);
+            close(handle_);
     }
     bool valid() const { return handle_ != INVALID_HANDLE_VALUE; }
     HANDLE get() const { return handle_; }
@@ -52,6 +54,9 @@ public:
 private:
     HANDLE handle_;
 };
+
+using FindHandle = OwnedHandle<&FindClose>;
+using FileHandle = OwnedHandle<&CloseHandle>;
 
 HANDLE findFirst(const std::filesystem::path& folder, WIN32_FIND_DATAW& entry)
 {
@@ -108,14 +113,13 @@ std::string withCarriageReturns(std::string_view lines)
 
 void append(const std::filesystem::path& file, const std::string& text)
 {
-    HANDLE handle =
-        CreateFileW(file.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                    OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE)
+    const FileHandle handle(CreateFileW(file.c_str(), FILE_APPEND_DATA,
+                                        FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
+                                        FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!handle.valid())
         return;
     DWORD written = 0;
-    WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
-    CloseHandle(handle);
+    WriteFile(handle.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
 }
 
 }  // namespace

@@ -201,7 +201,8 @@ LocalTime toLocalTime(std::chrono::system_clock::time_point instant)
     time.milliseconds =
         static_cast<int>(duration_cast<milliseconds>(instant - wholeSeconds).count());
 #if defined(_WIN32)
-    localtime_s(&time.calendar, &time.seconds);
+    if (localtime_s(&time.calendar, &time.seconds) != 0)
+        time.calendar = {};
 #else
     localtime_r(&time.seconds, &time.calendar);
 #endif
@@ -211,7 +212,7 @@ LocalTime toLocalTime(std::chrono::system_clock::time_point instant)
 size_t formatMessage(char* buffer, size_t capacity, const char* format, va_list arguments)
 {
     if (std::strstr(format, "%ls") != nullptr) {
-        va_list copy;
+        va_list copy;  // NOLINT(cppcoreguidelines-init-variables): va_copy does it
         va_copy(copy, arguments);
         const size_t length = formatWide(buffer, capacity, format, &copy);
         va_end(copy);

@@ -3,8 +3,8 @@
 
 #pragma once
 
-#include <ctime>
 #include <cstdint>
+#include <ctime>
 #include <string>
 #include <string_view>
 

@@ -239,12 +239,12 @@ SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput
 void Provider::setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput)
 {
     NV_AS(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
-    HWND window = nullptr;
+    uintptr_t window = 0;
     if (cbInput > sizeof window)
         return;
     std::memcpy(&window, pbInput, cbInput);
-    NV_AS(TRC, site, "Owner Window Handle is %p", static_cast<const void*>(window));
-    ownerWindow_ = window;
+    NV_AS(TRC, site, "Owner Window Handle is %p", asPointer(window));
+    ownerWindow_ = reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
 }
 
 SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty, PBYTE pbInput,

@@ -174,8 +174,7 @@ public:
     // A call inside a provider. While it lives, FreeProvider waits with the destruction.
     class Visit {
     public:
-        Visit(ProviderManager& manager, Provider* provider)
-            : manager_(manager), provider_(provider)
+        Visit(ProviderManager& manager, Provider* provider) : manager_(manager), provider_(provider)
         {
         }
         ~Visit();

@@ -336,9 +336,9 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
         return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
     }
     return trace.end(withPIN(here, [&](const SecretBytes& pin) {
-        const SECURITY_STATUS result = key->sign(pkcs11_.get(), pPaddingInfo, pbHashValue,
-                                                 cbHashValue, pbSignature, cbSignature, dwFlags,
-                                                 pin);
+        const SECURITY_STATUS result =
+            key->sign(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
+                      cbSignature, dwFlags, pin);
         if (result == ERROR_SUCCESS)
             *pcbResult = key->signatureLength();
         return result;

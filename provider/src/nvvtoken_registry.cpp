@@ -31,6 +31,7 @@ Mutex& sequenceLock()
 
 ProviderManager& ProviderManager::instance()
 {
+    // Never destroyed: other modules' exit code may still call in.
     static ProviderManager* const manager = new ProviderManager;
     return *manager;
 }

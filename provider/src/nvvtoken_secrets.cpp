@@ -207,11 +207,10 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
         return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
     }
     const std::lock_guard sequence(sequenceLock());
-    return trace.end(
-        keyStore_.derive({pkcs11_.get(), slot_ != nullptr ? slot_->id() : 0, hSharedSecret, *secret,
-                          pbDerivedKey, cbDerivedKey, pcbResult, *hash, useHmacKdf,
-                          secretAsHmacKey ? *secret : parameters.hmacKey, parameters.prepend,
-                          parameters.append}));
+    return trace.end(keyStore_.derive(
+        {pkcs11_.get(), slot_ != nullptr ? slot_->id() : 0, hSharedSecret, *secret, pbDerivedKey,
+         cbDerivedKey, pcbResult, *hash, useHmacKdf, secretAsHmacKey ? *secret : parameters.hmacKey,
+         parameters.prepend, parameters.append}));
 }
 
 SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)

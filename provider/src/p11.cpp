@@ -175,8 +175,9 @@ CK_RV Pkcs11::C_GetSlotInfo(CK_SLOT_ID slotID, CK_SLOT_INFO_PTR pInfo)
 
 CK_RV Pkcs11::C_GetTokenInfo(CK_SLOT_ID slotID, CK_TOKEN_INFO_PTR pInfo)
 {
-    return call(NV_CALL(C_GetTokenInfo, End), nothingBefore, logInfo(NV_HERE, "CK_TOKEN_INFO", pInfo),
-                number("slotID", slotID), pointer("pInfo", pInfo));
+    return call(NV_CALL(C_GetTokenInfo, End), nothingBefore,
+                logInfo(NV_HERE, "CK_TOKEN_INFO", pInfo), number("slotID", slotID),
+                pointer("pInfo", pInfo));
 }
 
 CK_RV Pkcs11::C_GetMechanismList(CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PTR pMechanismList,
@@ -277,8 +278,8 @@ CK_RV Pkcs11::C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8
     if (!hasFunctionList(here, functionList())) {
         // Said there already.
     } else if (pPin != nullptr) {
-        rv = guarded(here, "C_Login", Outcome::End, functionList()->C_Login, nothingAfter, hSession, userType,
-                     pPin, ulPinLen);
+        rv = guarded(here, "C_Login", Outcome::End, functionList()->C_Login, nothingAfter, hSession,
+                     userType, pPin, ulPinLen);
     } else if (ulPinLen != 0) {
         // The text says the opposite of what is wrong. Kept: logs are searched by it.
         NV_ERR("Invalid Argument ulPinLen is zero");

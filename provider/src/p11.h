@@ -33,14 +33,22 @@ public:
 
     // C_Initialize with null makes init arguments with our mutex callbacks, which the module owns.
     // C_Login with a null PIN of length 0 asks NVEnterPIN.
+    // clang-format off: the macro makes it take what follows for something else.
 #define NV_WRAPPER(name, parameters) virtual CK_RV name parameters;
     NV_CK_FUNCTIONS(NV_WRAPPER)
 #undef NV_WRAPPER
 
     // Null before loadModule.
-    const P11Module* module() const { return module_.get(); }
+    const P11Module* module() const
+    {
+        return module_.get();
+    }
     // Whether C_Initialize ever returned CKR_OK.
-    bool initialized() const { return initialized_; }
+    bool initialized() const
+    {
+        return initialized_;
+    }
+    // clang-format on
 
 private:
     CK_FUNCTION_LIST* functionList() const

@@ -10,34 +10,50 @@ namespace NV {
 
 using namespace call_layer;
 
-CK_RV Pkcs11::C_CreateObject(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phObject)
+CK_RV Pkcs11::C_CreateObject(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate,
+                             CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phObject)
 {
-    return NV_PLAIN_CALL(C_CreateObject, End, pointer("hSession", hSession), pointer("pTemplate", pTemplate), number("ulCount", ulCount), pointer("phObject", phObject));
+    return NV_PLAIN_CALL(C_CreateObject, End, pointer("hSession", hSession),
+                         pointer("pTemplate", pTemplate), number("ulCount", ulCount),
+                         pointer("phObject", phObject));
 }
 
-CK_RV Pkcs11::C_CopyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phNewObject)
+CK_RV Pkcs11::C_CopyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                           CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount,
+                           CK_OBJECT_HANDLE_PTR phNewObject)
 {
-    return NV_PLAIN_CALL(C_CopyObject, End, pointer("hSession", hSession), pointer("hObject", hObject), pointer("pTemplate", pTemplate), number("ulCount", ulCount), pointer("phNewObject", phNewObject));
+    return NV_PLAIN_CALL(C_CopyObject, End, pointer("hSession", hSession),
+                         pointer("hObject", hObject), pointer("pTemplate", pTemplate),
+                         number("ulCount", ulCount), pointer("phNewObject", phNewObject));
 }
 
 CK_RV Pkcs11::C_DestroyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject)
 {
-    return NV_PLAIN_CALL(C_DestroyObject, End, pointer("hSession", hSession), pointer("hObject", hObject));
+    return NV_PLAIN_CALL(C_DestroyObject, End, pointer("hSession", hSession),
+                         pointer("hObject", hObject));
 }
 
-CK_RV Pkcs11::C_GetObjectSize(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ULONG_PTR pulSize)
+CK_RV Pkcs11::C_GetObjectSize(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                              CK_ULONG_PTR pulSize)
 {
-    return NV_PLAIN_CALL(C_GetObjectSize, End, pointer("hSession", hSession), pointer("hObject", hObject), pointer("pulSize", pulSize));
+    return NV_PLAIN_CALL(C_GetObjectSize, End, pointer("hSession", hSession),
+                         pointer("hObject", hObject), pointer("pulSize", pulSize));
 }
 
-CK_RV Pkcs11::C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
+CK_RV Pkcs11::C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                                  CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
 {
-    return NV_PLAIN_CALL(C_GetAttributeValue, End, pointer("hSession", hSession), pointer("hObject", hObject), pointer("pTemplate", pTemplate), number("ulCount", ulCount));
+    return NV_PLAIN_CALL(C_GetAttributeValue, End, pointer("hSession", hSession),
+                         pointer("hObject", hObject), pointer("pTemplate", pTemplate),
+                         number("ulCount", ulCount));
 }
 
-CK_RV Pkcs11::C_SetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
+CK_RV Pkcs11::C_SetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
+                                  CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
 {
-    return NV_PLAIN_CALL(C_SetAttributeValue, End, pointer("hSession", hSession), pointer("hObject", hObject), pointer("pTemplate", pTemplate), number("ulCount", ulCount));
+    return NV_PLAIN_CALL(C_SetAttributeValue, End, pointer("hSession", hSession),
+                         pointer("hObject", hObject), pointer("pTemplate", pTemplate),
+                         number("ulCount", ulCount));
 }
 
 CK_RV Pkcs11::C_FindObjectsInit(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate,
@@ -66,8 +82,9 @@ CK_RV Pkcs11::C_FindObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE_PTR phO
         for (CK_ULONG i = 0; phObject != nullptr && i < count; ++i)
             NV_AT(TRC, here, "OBJECT[%d]=%p", static_cast<int>(i), asPointer(phObject[i]));
     };
-    return call(NV_CALL(C_FindObjects, Result), nothingBefore, logObjects, pointer("hSession", hSession),
-                pointer("phObject", phObject), number("ulMaxObjectCount", ulMaxObjectCount),
+    return call(NV_CALL(C_FindObjects, Result), nothingBefore, logObjects,
+                pointer("hSession", hSession), pointer("phObject", phObject),
+                number("ulMaxObjectCount", ulMaxObjectCount),
                 pointer("pulObjectCount", pulObjectCount));
 }
 

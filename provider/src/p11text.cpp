@@ -33,19 +33,32 @@ constexpr Name mechanismSpellings[] = {
     {CKM_DSA_PROBABILISTIC_PARAMETER_GEN, "CKM_DSA_PROBABLISTIC_PARAMETER_GEN"},
 };
 
-#define NV_CLASS(name, number) Name{name, #name "(" number ")"}
+#define NV_CLASS(name, number)                                                                     \
+    Name                                                                                           \
+    {                                                                                              \
+        name, #name "(" number ")"                                                                 \
+    }
 constexpr Name objectClasses[] = {
-    NV_CLASS(CKO_DATA, "0"),          NV_CLASS(CKO_CERTIFICATE, "1"),
-    NV_CLASS(CKO_PUBLIC_KEY, "2"),    NV_CLASS(CKO_PRIVATE_KEY, "3"),
-    NV_CLASS(CKO_SECRET_KEY, "4"),    NV_CLASS(CKO_HW_FEATURE, "5"),
-    NV_CLASS(CKO_DOMAIN_PARAMETERS, "6"), NV_CLASS(CKO_OTP_KEY, "8"),
-    NV_CLASS(CKO_PROFILE, "9"),       NV_CLASS(CKO_VENDOR_DEFINED, "0x80000000"),
+    NV_CLASS(CKO_DATA, "0"),
+    NV_CLASS(CKO_CERTIFICATE, "1"),
+    NV_CLASS(CKO_PUBLIC_KEY, "2"),
+    NV_CLASS(CKO_PRIVATE_KEY, "3"),
+    NV_CLASS(CKO_SECRET_KEY, "4"),
+    NV_CLASS(CKO_HW_FEATURE, "5"),
+    NV_CLASS(CKO_DOMAIN_PARAMETERS, "6"),
+    NV_CLASS(CKO_OTP_KEY, "8"),
+    NV_CLASS(CKO_PROFILE, "9"),
+    NV_CLASS(CKO_VENDOR_DEFINED, "0x80000000"),
 };
 #undef NV_CLASS
 
-#define NV_FLAG(name) Name{name, #name}
-constexpr Name slotFlags[] = {
-    NV_FLAG(CKF_TOKEN_PRESENT), NV_FLAG(CKF_REMOVABLE_DEVICE), NV_FLAG(CKF_HW_SLOT)};
+#define NV_FLAG(name)                                                                              \
+    Name                                                                                           \
+    {                                                                                              \
+        name, #name                                                                                \
+    }
+constexpr Name slotFlags[] = {NV_FLAG(CKF_TOKEN_PRESENT), NV_FLAG(CKF_REMOVABLE_DEVICE),
+                              NV_FLAG(CKF_HW_SLOT)};
 
 // The lock and change-me flags of the user PIN and the low-count flags of the SO PIN have no name
 // here; they show in the hexadecimal number only.
@@ -122,7 +135,7 @@ public:
     Rendering& field(const char* format, ...) NV_PRINTF(2, 3)
     {
         char piece[bufferSize];
-        va_list arguments;
+        va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
         va_start(arguments, format);
         std::vsnprintf(piece, sizeof piece, format, arguments);
         va_end(arguments);
@@ -133,7 +146,7 @@ public:
     // Prints like "%s": a zero byte, with which some tokens pad, ends the value.
     Rendering& field(const char* name, const std::string& value)
     {
-        text_.append(name).append("=").append(value.c_str()).append(",");
+        text_.append(name).append("=").append(value, 0, value.find('\0')).append(",");
         return *this;
     }
 

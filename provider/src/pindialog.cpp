@@ -56,9 +56,8 @@ bool PINDialog::open()
         if (parent_ == nullptr)
             parent_ = GetDesktopWindow();
         NV_TRC("self = %p", static_cast<const void*>(this));
-        const INT_PTR result =
-            DialogBoxParamW(instance_, MAKEINTRESOURCEW(dialogTemplate), parent_, &DialogProc,
-                            reinterpret_cast<LPARAM>(this));
+        const INT_PTR result = DialogBoxParamW(instance_, MAKEINTRESOURCEW(dialogTemplate), parent_,
+                                               &DialogProc, reinterpret_cast<LPARAM>(this));
         if (error_ != nullptr)
             std::rethrow_exception(error_);
         NV_TRC("result = %d", static_cast<int>(result));

@@ -17,10 +17,10 @@ namespace NV {
 
 // What the dialog needs from whoever asks.
 struct PINRequest {
-    HINSTANCE instance;       // of the module that holds the template
-    HWND parent;              // null: the desktop window
-    CK_ULONG minimumLength;   // bytes, CK_TOKEN_INFO.ulMinPinLen
-    CK_ULONG maximumLength;   // bytes, CK_TOKEN_INFO.ulMaxPinLen
+    HINSTANCE instance;      // of the module that holds the template
+    HWND parent;             // null: the desktop window
+    CK_ULONG minimumLength;  // bytes, CK_TOKEN_INFO.ulMinPinLen
+    CK_ULONG maximumLength;  // bytes, CK_TOKEN_INFO.ulMaxPinLen
 };
 
 // No PIN was entered.

@@ -17,10 +17,10 @@ uint32_t creationStamp()
 }
 
 Property::Property(std::wstring name, uint32_t type, const void* data, int32_t size)
-    : stamp_(creationStamp()), _type(type), _id(std::move(name))
+    : stamp_(creationStamp()), _type(type), _id(std::move(name)),
+      _data(std::make_shared<std::vector<unsigned char>>(
+          static_cast<const unsigned char*>(data), static_cast<const unsigned char*>(data) + size))
 {
-    const auto* bytes = static_cast<const unsigned char*>(data);
-    _data = std::make_shared<std::vector<unsigned char>>(bytes, bytes + size);
 }
 
 Property::Property(const Property& source)

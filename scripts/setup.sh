@@ -1,0 +1,135 @@
+#!/bin/bash
+# Makes a Debian 12 machine ready: installs the packages that are missing and creates the Wine prefix
+# of this tree (build/wine). Run by people once and by test.sh every time: a second run does nothing,
+# needs no network and takes well under a second.
+set -euo pipefail
+. "$(dirname "$0")/lib.sh"
+
+# The one list of packages. Recommended packages are not installed: what is needed stands here.
+packages=(
+    g++                         # host build: the portable parts and their tests
+    cmake                       # build
+    ninja-build                 # build
+    g++-mingw-w64-x86-64-posix  # cross compiler, with POSIX threads for std::mutex
+    binutils-mingw-w64-x86-64   # linker, windres; objdump for the checks of the release
+    wine                        # the commands wine, wineboot and wineserver
+    wine64                      # the 64-bit loader and server behind them
+    wine64-tools                # winegcc and winebuild, for the bridge to native PKCS#11 libraries
+    libwine-dev                 # headers and import libraries for winegcc
+    fonts-wine                  # the fonts that dialogs ask for
+    xvfb                        # the screen that the dialog is tested on
+    xauth                       # xvfb-run needs it
+    xdotool                     # types into the dialog as a person would
+    imagemagick                 # takes pictures of the dialog
+    softhsm2                    # a real PKCS#11 token for the tests
+    opensc                      # pkcs11-tool, fills the token with keys
+    openssl                     # independent judge of signatures and secrets, maker of certificates
+    xxd                         # the demonstration compares keys and signatures as text
+    googletest                  # test framework, as source
+    libp11-kit-dev              # PKCS#11 header, independent check of the constants
+    clang-format                # layout of the sources
+    clang-tidy                  # lint
+    cppcheck                    # lint
+    git                         # lint: which files changed
+    procps                      # tests: ps and pgrep
+)
+
+missingPackages()
+{
+    local installed
+    installed=$(dpkg-query -W -f '${db:Status-Status} ${Package}\n' "${packages[@]}" 2>/dev/null |
+        sed -n 's/^installed //p' | sort -u) || true
+    comm -23 <(printf '%s\n' "${packages[@]}" | sort -u) <(printf '%s\n' "$installed")
+}
+
+# asRoot COMMAND...: a bare machine has root but no sudo, a person's machine the other way round.
+asRoot()
+{
+    if [ "$(id -u)" -eq 0 ]; then
+        "$@"
+    elif command -v sudo >/dev/null; then
+        sudo "$@"
+    else
+        echo "setup.sh: packages are missing; run it as root, or install sudo" >&2
+        return 1
+    fi
+}
+
+# aptGet ARGUMENTS...: apt-get without questions; shows a line for each package, the rest in the log.
+aptGet()
+{
+    local log=$build/setup-apt.log
+    if ! asRoot env DEBIAN_FRONTEND=noninteractive apt-get -y -o Dpkg::Use-Pty=0 "$@" 2>&1 |
+        tee -a "$log" | sed -un 's/^Setting up \([^ ]*\) .*/    \1/p'; then
+        tail -n 20 "$log" >&2
+        echo "setup.sh: apt-get $1 failed; all of its output is in $log" >&2
+        return 1
+    fi
+}
+
+installPackages()
+{
+    local missing
+    mapfile -t missing < <(missingPackages)
+    if [ "${#missing[@]}" -eq 0 ]; then
+        say "packages: all ${#packages[@]} are installed"
+        return 0
+    fi
+    say "packages: ${#missing[@]} missing: ${missing[*]}"
+    : >"$build/setup-apt.log"
+    aptGet update || return 1
+    say "packages: lists are up to date, installing"
+    aptGet install --no-install-recommends "${missing[@]}" || return 1
+    mapfile -t missing < <(missingPackages)
+    if [ "${#missing[@]}" -ne 0 ]; then
+        echo "setup.sh: still missing: ${missing[*]}" >&2
+        return 1
+    fi
+    say "packages: installed"
+}
+
+# setRegistry KEY ARGUMENTS...
+setRegistry()
+{
+    env -u DISPLAY wine reg add "$@" /f >>"$build/setup-wine.log" 2>&1
+}
+
+makePrefix()
+{
+    local stamp=$WINEPREFIX/keywarden-ready
+    if [ -e "$stamp" ]; then
+        say "Wine prefix: ready in $WINEPREFIX"
+        return 0
+    fi
+    say "Wine prefix: creating $WINEPREFIX"
+    # What an interrupted run left is not trusted. Nothing but a prefix is removed.
+    if [ -e "$WINEPREFIX/system.reg" ]; then
+        stopWine
+        rm -rf "$WINEPREFIX"
+    fi
+    mkdir -p "$WINEPREFIX"
+    # No display is needed yet, and none is to be remembered.
+    if ! env -u DISPLAY wineboot -i >"$build/setup-wine.log" 2>&1; then
+        cat "$build/setup-wine.log" >&2
+        return 1
+    fi
+    # Without a window manager Wine waits two seconds for each dialog to be taken by one.
+    setRegistry 'HKCU\Software\Wine\X11 Driver' /v Managed /d N || return 1
+    # A test that crashes is to end, not to wait behind a dialog that says so.
+    setRegistry 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 || return 1
+    wineserver -w # the registry is on disk once the server has ended
+    grep -q '^"Managed"="N"' "$WINEPREFIX/user.reg" || return 1
+    touch "$stamp"
+    say "Wine prefix: ready"
+}
+
+if [ "$#" -ne 0 ]; then
+    echo "usage: scripts/setup.sh     (no arguments)" >&2
+    exit 2
+fi
+mkdir -p "$build"
+exec 9>"$build/setup.lock"
+flock 9 # two runs in one tree wait for each other
+installPackages
+# The server that Wine leaves running must not inherit the lock.
+makePrefix 9>&-

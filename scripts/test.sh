@@ -1,0 +1,199 @@
+#!/bin/bash
+# Everything that must hold before a change goes in: sets the machine up, checks the sources, builds
+# for Windows and for this machine, runs all tests, checks the DLL. Run by people and by CI.
+#   --full    clang-tidy over all files, not only over those that changed
+#   -R REGEX  only the tests whose names match, without lint and release checks, for work in progress
+# The last line is "N passed, N failed". It counts the tests of both builds and the release checks; a
+# stage that fails (setup, lint, build) and a test that could not be run count as failures too. The
+# status is 1 if anything failed or if no test ran.
+set -euo pipefail
+. "$(dirname "$0")/lib.sh"
+cd "$root"
+
+presets=(windows host)
+passed=0
+failed=0
+
+# stage NAME COMMAND...: a stage that fails counts as one failure.
+stage()
+{
+    timed "$@" && return 0
+    failed=$((failed + 1))
+    return 1
+}
+
+# finish: the last words, whatever happened before.
+finish()
+{
+    [ "$((passed + failed))" -gt 0 ] || echo "no test ran"
+    say "in all"
+    echo "$passed passed, $failed failed"
+    [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
+}
+
+# cleanUp: no Wine process of this tree outlives the run; other trees' are not touched.
+cleanUp()
+{
+    trap - EXIT INT TERM
+    stopWine
+}
+
+interrupted()
+{
+    cleanUp
+    echo "interrupted" >&2
+    exit 130
+}
+
+configure()
+{
+    local preset=$1
+    cmake --preset "$preset" >"$build/configure-$preset.log" 2>&1 || {
+        cat "$build/configure-$preset.log" >&2
+        return 1
+    }
+}
+
+# compile PRESET: shows what the build says only if it fails; Ninja's steps would drown the rest.
+compile()
+{
+    local preset=$1
+    cmake --build --preset "$preset" -j2 >"$build/build-$preset.log" 2>&1 || {
+        grep -v '^\[[0-9]*/[0-9]*\] ' "$build/build-$preset.log" >&2
+        return 1
+    }
+}
+
+# startWine: brings up the Wine processes that the tests share, for as long as the run lasts. Were the
+# first test to start them, they would hold its output open and CTest would wait for them to end.
+startWine()
+{
+    stopWine # one that an earlier run left would know an earlier screen
+    wineserver -p </dev/null >/dev/null 2>&1
+    # Services come with any program, the desktop's process with the first that asks for a window.
+    wine rundll32 user32.dll,GetDesktopWindow </dev/null >/dev/null 2>&1
+}
+
+# runSuites REGEX: both suites on one screen. Each leaves its results in build/tests-PRESET.xml.
+runSuites()
+{
+    local preset options status=0
+    options=(-j2 --output-on-failure --no-tests=error)
+    # A name may well belong to one of the suites alone.
+    [ -z "$1" ] || options=(-j2 --output-on-failure --no-tests=ignore -R "$1")
+    startWine
+    for preset in "${presets[@]}"; do
+        timed "tests of the $preset build" \
+            ctest --preset "$preset" "${options[@]}" --output-junit "$build/tests-$preset.xml" ||
+            status=1
+    done
+    stopWine
+    return "$status"
+}
+
+# onScreen COMMAND...: with a virtual screen of its own, on a display number that is free.
+onScreen()
+{
+    xvfb-run -a -s "-screen 0 1280x1024x24 -nolisten tcp" "$@"
+}
+
+# countSuite PRESET: adds what the results say. Only a test that ran and passed counts as passed:
+# skipped, disabled and not found ones are failures, or missing pieces would go unseen.
+countSuite()
+{
+    local results=$build/tests-$1.xml all good
+    if [ ! -s "$results" ]; then
+        [ -z "$matching" ] || return 0
+        echo "$1: no results were written"
+        failed=$((failed + 1))
+        return 0
+    fi
+    all=$(grep -c '<testcase ' "$results" || true)
+    good=$(grep -c '<testcase .*status="run"' "$results" || true)
+    echo "$1: $good of $all tests passed"
+    sed -n 's/.*<testcase name="\([^"]*\)".*status="\([^"]*\)".*/\2 \1/p' "$results" |
+        sed -n '/^run /!s/^/    not passed: /p'
+    passed=$((passed + good))
+    failed=$((failed + all - good))
+}
+
+releaseChecks()
+{
+    tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll" 2>&1 |
+        tee "$build/release-check.log"
+}
+
+# countRelease: a run that broke off without its checks is a failure as well.
+countRelease()
+{
+    local status=$1 good bad
+    good=$(grep -c '^ok ' "$build/release-check.log" || true)
+    bad=$(grep -c '^FAIL ' "$build/release-check.log" || true)
+    if [ "$status" -ne 0 ] && [ "$bad" -eq 0 ]; then
+        bad=1
+    fi
+    passed=$((passed + good))
+    failed=$((failed + bad))
+}
+
+main()
+{
+    local preset builtAll=yes status
+    stage "setup" scripts/setup.sh || return 0
+    for preset in "${presets[@]}"; do
+        stage "configure $preset" configure "$preset" || return 0
+    done
+    if [ -z "$matching" ]; then
+        stage "lint" scripts/lint.sh "${lintOptions[@]}" || true
+    fi
+    for preset in "${presets[@]}"; do
+        stage "build $preset" compile "$preset" || builtAll=no
+    done
+    # Half a build would run old tests.
+    [ "$builtAll" = yes ] || return 0
+
+    rm -f "$build"/tests-*.xml
+    timed "tests" onScreen "$0" --suites-on-this-screen "$matching" || true
+    for preset in "${presets[@]}"; do
+        countSuite "$preset"
+    done
+
+    if [ -z "$matching" ]; then
+        status=0
+        timed "release checks" releaseChecks || status=$?
+        countRelease "$status"
+    fi
+}
+
+matching=
+lintOptions=()
+while [ "$#" -gt 0 ]; do
+    case $1 in
+        --full) lintOptions=(--full) ;;
+        -R)
+            matching=${2:?-R needs a regular expression}
+            shift
+            ;;
+        --suites-on-this-screen) # this script calls itself so, below xvfb-run
+            runSuites "$2"
+            exit
+            ;;
+        *)
+            echo "usage: scripts/test.sh [--full] [-R REGEX]" >&2
+            exit 2
+            ;;
+    esac
+    shift
+done
+
+mkdir -p "$build"
+exec 8>"$build/test.lock"
+if ! flock -n 8; then
+    echo "test.sh: another run is under way in this tree" >&2
+    exit 1
+fi
+trap cleanUp EXIT
+trap interrupted INT TERM
+main 8>&- # what runs below must not hold the lock on after this script
+cleanUp
+finish
