@@ -37,8 +37,7 @@ buildAll()
 {
     cmake --preset windows >"$demo/configure.log" || return 1
     cmake --build --preset windows --target nvksprovider keywarden-demo p11bridge |
-        sed -u 's/^/    /' | tee "$demo/build.log" | grep --line-buffered -E '\[[0-9]+/[0-9]+\]' |
-        awk 'NR % 10 == 1 { print; fflush() }'
+        tee "$demo/build.log" | awk '/^\[/ && n++ % 10 == 0 { print "    " $0; fflush() }'
 }
 
 makeToken()
@@ -227,6 +226,7 @@ case ${1:-} in
     "") ;;
     --headless) headless=yes ;;
     --steps-on-this-screen)
+        headless=yes
         number=$2
         runSteps
         exit
