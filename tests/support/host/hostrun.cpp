@@ -1,0 +1,27 @@
+// hostrun.dll: runs commands of the Linux host and changes the Unix environment of the process, on
+// behalf of a Windows program under Wine. host.h is the way to it.
+
+#include <sys/wait.h>
+
+#include <cstdlib>
+
+// The exit code of /bin/sh -c command; 128 and the signal's number if a signal ended it, -1 if it
+// could not be started.
+extern "C" __attribute__((ms_abi)) int HostRun(const char* command)
+{
+    if (command == nullptr)
+        return -1;
+    const int status = std::system(command);
+    if (status == -1)
+        return -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+}
+
+// Sets the variable, or removes it if value is null. Native libraries of this process see it, and
+// so do commands; Windows code of the process does not. 0 if it worked.
+extern "C" __attribute__((ms_abi)) int HostSetEnv(const char* name, const char* value)
+{
+    if (name == nullptr)
+        return -1;
+    return value != nullptr ? setenv(name, value, 1) : unsetenv(name);
+}

@@ -1,0 +1,102 @@
+// Records calls, lets faults strike, and judges which thread may call when.
+
+#include "call.h"
+
+#include <stdexcept>
+
+#include <windows.h>
+
+namespace NV::scripted {
+
+namespace {
+
+thread_local bool throughList = false;
+
+bool actsOnBuffer(test::Fault fault)
+{
+    return fault == test::Fault::bufferTooSmall || fault == test::Fault::secondCountLarger ||
+           fault == test::Fault::lengthPastBuffer;
+}
+
+// The faults that strike this call; those for a single call are used up by it.
+std::vector<PlannedFault> strike(const std::string& function, bool bufferGiven)
+{
+    std::vector<PlannedFault> striking;
+    std::erase_if(journal().faults, [&](PlannedFault& planned) {
+        if (planned.function != function || (actsOnBuffer(planned.fault) && !bufferGiven))
+            return false;
+        if (planned.nth > 1) {
+            --planned.nth;
+            return false;
+        }
+        striking.push_back(planned);
+        return planned.nth == 1;
+    });
+    return striking;
+}
+
+void record(const std::string& function, const Line& arguments)
+{
+    const std::string name = (throughList ? "list:" : "") + function;
+    const uint32_t thread = GetCurrentThreadId();
+    journal().calls.push_back({name, name + "(" + arguments.str() + ")", thread});
+    // The function list may be fetched at any time: no state of the library hangs on it.
+    if (token().initialised && journal().sequenceThread != thread &&
+        function != "C_GetFunctionList")
+        ++journal().sequenceViolations;
+}
+
+}  // namespace
+
+Journal& journal()
+{
+    static Journal theJournal;
+    return theJournal;
+}
+
+ListCall::ListCall()
+{
+    throughList = true;
+}
+
+ListCall::~ListCall()
+{
+    throughList = false;
+}
+
+Arrival::Inside::Inside()
+{
+    const std::lock_guard guard{tokenMutex()};
+    if (journal().inside++ != 0)
+        ++journal().overlappingCalls;
+}
+
+Arrival::Inside::~Inside()
+{
+    const std::lock_guard guard{tokenMutex()};
+    --journal().inside;
+}
+
+Arrival::Arrival(const char* function, const Line& arguments, const void* buffer)
+{
+    std::vector<PlannedFault> striking;
+    {
+        const std::lock_guard guard{tokenMutex()};
+        record(function, arguments);
+        striking = strike(function, buffer != nullptr);
+    }
+    for (const PlannedFault& planned : striking) {
+        if (planned.fault == test::Fault::delay)
+            Sleep(planned.value);
+    }
+    for (const PlannedFault& planned : striking) {
+        if (planned.fault == test::Fault::throwException)
+            throw std::runtime_error("scripted fault in " + std::string(function));
+        if (planned.fault == test::Fault::returnValue)
+            answer_ = planned.value;
+        if (actsOnBuffer(planned.fault))
+            lie_ = planned.fault;
+    }
+}
+
+}  // namespace NV::scripted

@@ -1,0 +1,135 @@
+// What every call of a PKCS#11 function goes through before its own work: it is recorded, the
+// faults set for it strike, and the order of calls is judged. Used by calls_*.cpp and control.cpp.
+
+#pragma once
+
+#include <algorithm>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "line.h"
+#include "token.h"
+
+namespace NV::scripted {
+
+// The fault that touches the output of one call, if any.
+using Lie = std::optional<test::Fault>;
+
+struct RecordedCall {
+    std::string name;  // with "list:" before it when it came through a list of other functions
+    std::string line;  // the name and the arguments
+    uint32_t thread;
+};
+
+struct PlannedFault {
+    std::string function;
+    test::Fault fault;
+    uint32_t value;
+    uint32_t nth;  // calls still to come, this one included; 0: every call
+};
+
+struct Journal {
+    std::vector<RecordedCall> calls;
+    std::vector<PlannedFault> faults;
+    uint32_t sequenceThread = 0;  // the thread that initialised the library
+    uint32_t sequenceViolations = 0;
+    uint32_t overlappingCalls = 0;
+    uint32_t inside = 0;  // calls that have not returned yet; survives a reset
+};
+
+// Call with tokenMutex held.
+Journal& journal();
+
+// While one lives, the calls of its thread are recorded with "list:" before the name.
+class ListCall {
+public:
+    ListCall();
+    ~ListCall();
+    ListCall(const ListCall&) = delete;
+    ListCall& operator=(const ListCall&) = delete;
+};
+
+// One call from its entry to its return.
+class Arrival {
+public:
+    // Records the call, waits if a delay is set, throws if an exception is set.
+    // `buffer` is the output buffer of a call that has one, else null.
+    Arrival(const char* function, const Line& arguments, const void* buffer);
+
+    const std::optional<CK_RV>& answer() const { return answer_; }
+    Lie lie() const { return lie_; }
+
+private:
+    struct Inside {
+        Inside();
+        ~Inside();
+        Inside(const Inside&) = delete;
+        Inside& operator=(const Inside&) = delete;
+    };
+
+    Inside inside_;
+    std::optional<CK_RV> answer_;
+    Lie lie_;
+};
+
+enum class Needs { nothing, initialised };
+
+// Runs `work(token, lie)` unless a fault or the library's state answers first.
+template <typename Work>
+CK_RV serve(const char* function, const Line& arguments, Needs needs, const void* buffer, Work work)
+{
+    const Arrival arrival{function, arguments, buffer};
+    if (arrival.answer())
+        return *arrival.answer();
+    const std::lock_guard guard{tokenMutex()};
+    if (needs == Needs::initialised && !token().initialised)
+        return CKR_CRYPTOKI_NOT_INITIALIZED;
+    return work(token(), arrival.lie());
+}
+
+// The same for a function of a session: `work(token, session, lie)`.
+template <typename Work>
+CK_RV serveSession(const char* function, CK_SESSION_HANDLE handle, const Line& arguments,
+                   const void* buffer, Work work)
+{
+    return serve(function, arguments, Needs::initialised, buffer, [&](Token& token, Lie lie) {
+        Session* session = token.session(handle);
+        return session == nullptr ? CKR_SESSION_HANDLE_INVALID : work(token, *session, lie);
+    });
+}
+
+inline Line sessionLine(CK_SESSION_HANDLE handle)
+{
+    return Line{}.hex("session", handle);
+}
+
+// Hands out a list or bytes in the usual way: null buffer: the count; too small: says so. A lie
+// changes what is reported, never what is written.
+template <typename Element>
+CK_RV give(std::span<const Element> output, Element* buffer, CK_ULONG* count, Lie lie)
+{
+    if (count == nullptr)
+        return CKR_ARGUMENTS_BAD;
+    const auto size = static_cast<CK_ULONG>(output.size());
+    const CK_ULONG capacity = buffer == nullptr ? 0 : *count;
+    *count = size;
+    if (buffer == nullptr)
+        return CKR_OK;
+    if (lie == test::Fault::bufferTooSmall || capacity < size)
+        return CKR_BUFFER_TOO_SMALL;
+    std::ranges::copy(output, buffer);
+    if (lie == test::Fault::secondCountLarger)
+        *count = size + test::kLieExcess;
+    if (lie == test::Fault::lengthPastBuffer)
+        *count = capacity + test::kLieExcess;
+    return CKR_OK;
+}
+
+inline CK_RV giveBytes(std::span<const CK_BYTE> output, CK_BYTE* buffer, CK_ULONG* length, Lie lie)
+{
+    return give<CK_BYTE>(output, buffer, length, lie);
+}
+
+}  // namespace NV::scripted

@@ -1,0 +1,73 @@
+// partial_exports.dll: a PKCS#11 library whose function list is complete, but whose list has
+// another C_Initialize than its exports, of which there are only five: C_GetFunctionList,
+// C_Initialize, C_Finalize, C_GetInfo and C_GetSlotList. A list that is repaired from the exports
+// is left with the other 63 entries null. It has no slots; its list says version 2.11.
+
+#include <cstring>
+
+#include "cryptoki.h"
+
+#define NV_EXPORT extern "C" __declspec(dllexport)
+
+namespace {
+
+CK_FUNCTION_LIST theList;
+
+CK_RV NV_CK_CALL otherInitialize(CK_VOID_PTR)
+{
+    return CKR_OK;
+}
+
+template <typename... Arguments>
+CK_RV NV_CK_CALL notSupported(Arguments...)
+{
+    return CKR_FUNCTION_NOT_SUPPORTED;
+}
+
+template <size_t size>
+void blank(CK_BYTE (&field)[size])
+{
+    std::memset(field, ' ', size);
+}
+
+}  // namespace
+
+NV_EXPORT CK_RV NV_CK_CALL C_Initialize(CK_VOID_PTR)
+{
+    return CKR_OK;
+}
+
+NV_EXPORT CK_RV NV_CK_CALL C_Finalize(CK_VOID_PTR)
+{
+    return CKR_OK;
+}
+
+NV_EXPORT CK_RV NV_CK_CALL C_GetInfo(CK_INFO_PTR pInfo)
+{
+    *pInfo = {};
+    pInfo->cryptokiVersion = {2, 11};
+    blank(pInfo->manufacturerID);
+    blank(pInfo->libraryDescription);
+    return CKR_OK;
+}
+
+NV_EXPORT CK_RV NV_CK_CALL C_GetSlotList(CK_BBOOL, CK_SLOT_ID_PTR, CK_ULONG_PTR pulCount)
+{
+    *pulCount = 0;
+    return CKR_OK;
+}
+
+NV_EXPORT CK_RV NV_CK_CALL C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList)
+{
+    theList.version = {2, 11};
+#define NV_FILL(name, parameters) theList.name = notSupported;
+    NV_CK_FUNCTIONS(NV_FILL)
+#undef NV_FILL
+    theList.C_Initialize = otherInitialize;
+    theList.C_Finalize = C_Finalize;
+    theList.C_GetInfo = C_GetInfo;
+    theList.C_GetFunctionList = C_GetFunctionList;
+    theList.C_GetSlotList = C_GetSlotList;
+    *ppFunctionList = &theList;
+    return CKR_OK;
+}

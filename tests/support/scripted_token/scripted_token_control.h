@@ -1,0 +1,80 @@
+// The control interface of the scripted token: what scripted_token.dll exports as
+// ScriptedTokenControl beside its PKCS#11 functions. Plain C types only, so that library and test
+// may be built apart. Tests use the class ScriptedToken (scripted_token.h), not this table.
+
+#pragma once
+
+#include "cryptoki.h"
+
+namespace NV::test {
+
+// A fault makes one call, or every call, of one function misbehave.
+enum class Fault : uint32_t {
+    returnValue,     // answer `value`, a CK_RV, and do nothing else
+    throwException,  // let std::runtime_error("scripted fault in NAME") leave the call
+    delay,           // wait `value` milliseconds, then go on as usual
+    // The rest act on, and count, only the calls that give a buffer for the output.
+    bufferTooSmall,     // answer CKR_BUFFER_TOO_SMALL and the length needed, however large it is
+    secondCountLarger,  // CKR_OK, but the count or length reported is larger than the true one
+    lengthPastBuffer,   // CKR_OK, but the count or length reported is larger than the buffer
+};
+
+// What C_GetFunctionList hands out.
+enum class ListMode : uint32_t {
+    exports,              // the exported functions
+    differentInitialize,  // C_Initialize is another function than the export of that name
+    allDifferent,         // every entry is another function than the export of its name
+};
+
+// The function of CK_C_INITIALIZE_ARGS that the control is to call.
+enum class MutexCallback : uint32_t { create, destroy, lock, unlock };
+
+#pragma pack(push, 8)
+
+struct TokenState {
+    uint32_t initialised;   // 1 between C_Initialize and C_Finalize
+    uint32_t openSessions;  // on all slots
+    uint32_t userLoggedIn;  // 1 when CKU_USER is logged in to any slot
+    uint32_t securityOfficerLoggedIn;
+    uint32_t objects;             // token and session objects
+    uint32_t sequenceViolations;  // calls of a thread inside another's C_Initialize..C_Finalize
+    uint32_t overlappingCalls;    // calls entered while a call of another thread was inside
+    uint32_t initArgumentsGiven;  // 1 when the latest C_Initialize had CK_C_INITIALIZE_ARGS
+    uint32_t initFlags;           // their flags
+    uint32_t callbacksGiven;      // number of the four callbacks that were not null
+};
+
+struct ScriptedTokenControl {
+    void (*reset)();
+
+    // Calls, in order of arrival. Texts are not terminated; a copy takes at most `capacity`
+    // characters, and both functions return the whole length.
+    uint32_t (*callCount)();
+    uint32_t (*callLine)(uint32_t index, char* text, uint32_t capacity);
+    uint32_t (*callName)(uint32_t index, char* text, uint32_t capacity);
+    uint32_t (*callThread)(uint32_t index);
+    void (*clearCalls)();
+
+    // `nth` counts from 1, the next call; 0 means every call. 0 is returned for an unknown name.
+    uint32_t (*addFault)(const char* function, Fault fault, uint32_t value, uint32_t nth);
+    void (*clearFaults)();
+    void (*setListMode)(ListMode mode);
+    uint32_t (*setListEntryNull)(const char* function);
+
+    void (*clearSlots)();
+    void (*putSlot)(CK_SLOT_ID slot, CK_FLAGS flags, CK_FLAGS tokenFlags);
+    void (*clearObjects)();
+    CK_OBJECT_HANDLE (*addObject)(CK_SLOT_ID slot, const CK_ATTRIBUTE* attributes, uint32_t count);
+    void (*setSecretPattern)(const CK_BYTE* bytes, uint32_t length);
+    void (*setParametersReread)(uint32_t on);
+
+    void (*state)(TokenState* state);
+    // Calls the callback that the latest C_Initialize brought; CKR_GENERAL_ERROR without one.
+    CK_RV (*callMutexCallback)(MutexCallback which, void* mutex, void** created);
+};
+
+#pragma pack(pop)
+
+using GetScriptedTokenControl = const ScriptedTokenControl* (*)();
+
+}  // namespace NV::test

@@ -1,0 +1,462 @@
+// Where a function stands (NV_HERE) and what the scope of a function writes.
+
+#include "trace.h"
+
+#include <windows.h>
+
+#include <gtest/gtest.h>
+
+#include <regex>
+#include <stdexcept>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "log_capture.h"
+
+namespace NV::traced {
+
+std::string name(const Site& site)
+{
+    return {site.function, static_cast<size_t>(site.functionLength)};
+}
+
+std::string freeFunction(int, const char*)
+{
+    return name(NV_HERE);
+}
+
+const char* pointerResult(std::string& result)
+{
+    result = name(NV_HERE);
+    return nullptr;
+}
+
+const std::string& referenceResult(std::string& result)
+{
+    result = name(NV_HERE);
+    return result;
+}
+
+std::pair<int, std::vector<int>> templateResult(std::string& result)
+{
+    result = name(NV_HERE);
+    return {};
+}
+
+// The parenthesis in the result's template arguments is not the name's end.
+std::vector<int (*)(int)> functionPointersResult(std::string& result)
+{
+    result = name(NV_HERE);
+    return {};
+}
+
+template <typename T>
+std::string functionTemplate(const T&)
+{
+    return name(NV_HERE);
+}
+
+class Object {
+public:
+    Object() { constructorName = name(NV_HERE); }
+    explicit Object(std::string& destructorName) : destructorName_(&destructorName) {}
+    Object(const Object&) = delete;
+    Object& operator=(const Object&) = delete;
+    virtual ~Object()
+    {
+        if (destructorName_ != nullptr)
+            *destructorName_ = name(NV_HERE);
+    }
+
+    std::string member(int) const { return name(NV_HERE); }
+    virtual unsigned long long virtualMember(std::string& result)
+    {
+        result = name(NV_HERE);
+        return 0;
+    }
+    static std::string staticMember(std::string (*)(int) = nullptr) { return name(NV_HERE); }
+    std::string noexceptMember() const noexcept { return name(NV_HERE); }
+
+    template <typename T>
+    std::string memberTemplate(T) const
+    {
+        return name(NV_HERE);
+    }
+
+    std::string lambdaInMember() const
+    {
+        const auto lambda = [](int) { return name(NV_HERE); };
+        return lambda(1);
+    }
+
+    std::string lambdaInLambda() const
+    {
+        const auto outer = [] {
+            const auto inner = [](std::pair<int, int>) { return name(NV_HERE); };
+            return inner({});
+        };
+        return outer();
+    }
+
+    struct Nested {
+        static std::string staticMember() { return name(NV_HERE); }
+    };
+
+    std::string constructorName;
+
+private:
+    std::string* destructorName_ = nullptr;
+};
+
+template <typename T>
+class Box {
+public:
+    std::string member(T) const { return name(NV_HERE); }
+};
+
+}  // namespace NV::traced
+
+extern "C" {
+
+int NVTestExternFunction(void* result)
+{
+    *static_cast<std::string*>(result) = NV::traced::name(NV_HERE);
+    return 0;
+}
+
+}  // extern "C"
+
+namespace NV {
+
+namespace {
+
+using test::LogCapture;
+
+std::string anonymousFunction()
+{
+    return traced::name(NV_HERE);
+}
+
+TEST(Here, NamesFreeFunctions)
+{
+    EXPECT_EQ("NV::traced::freeFunction", traced::freeFunction(1, ""));
+}
+
+TEST(Here, LeavesOutTheResultType)
+{
+    std::string result;
+    traced::pointerResult(result);
+    EXPECT_EQ("NV::traced::pointerResult", result);
+    traced::referenceResult(result);
+    EXPECT_EQ("NV::traced::referenceResult", result);
+    traced::templateResult(result);
+    EXPECT_EQ("NV::traced::templateResult", result);
+    traced::functionPointersResult(result);
+    EXPECT_EQ("NV::traced::functionPointersResult", result);
+}
+
+TEST(Here, NamesMembers)
+{
+    traced::Object object;
+    EXPECT_EQ("NV::traced::Object::member", object.member(1));
+    EXPECT_EQ("NV::traced::Object::noexceptMember", object.noexceptMember());
+    std::string result;
+    object.virtualMember(result);
+    EXPECT_EQ("NV::traced::Object::virtualMember", result);
+    EXPECT_EQ("NV::traced::Object::staticMember", traced::Object::staticMember());
+    EXPECT_EQ("NV::traced::Object::Nested::staticMember", traced::Object::Nested::staticMember());
+}
+
+TEST(Here, NamesConstructorsAndDestructors)
+{
+    EXPECT_EQ("NV::traced::Object::Object", traced::Object().constructorName);
+    std::string result;
+    {
+        const traced::Object object(result);
+    }
+    EXPECT_EQ("NV::traced::Object::~Object", result);
+}
+
+TEST(Here, NamesTemplatesWithTheirParametersNames)
+{
+    EXPECT_EQ("NV::traced::functionTemplate", traced::functionTemplate(1));
+    EXPECT_EQ("NV::traced::functionTemplate", traced::functionTemplate(std::vector<int>()));
+    EXPECT_EQ("NV::traced::Object::memberTemplate", traced::Object().memberTemplate(1));
+    EXPECT_EQ("NV::traced::Box<T>::member", traced::Box<int>().member(1));
+}
+
+TEST(Here, NamesFunctionsWithCLinkage)
+{
+    std::string result;
+    NVTestExternFunction(&result);
+    EXPECT_EQ("NVTestExternFunction", result);
+}
+
+TEST(Here, ALambdaSpeaksUnderItsFunctionsName)
+{
+    EXPECT_EQ("NV::traced::Object::lambdaInMember", traced::Object().lambdaInMember());
+    EXPECT_EQ("NV::traced::Object::lambdaInLambda", traced::Object().lambdaInLambda());
+}
+
+TEST(Here, ShowsAnonymousNamespacesAsTheCompilerDoes)
+{
+    EXPECT_EQ("NV::{anonymous}::anonymousFunction", anonymousFunction());
+}
+
+TEST(Here, GivesTheFilesBaseNameAndTheLine)
+{
+    constexpr Site site = NV_HERE;
+    EXPECT_EQ(__LINE__ - 1, site.line);
+    EXPECT_STREQ("trace_test.cpp", site.file);
+}
+
+TEST(MakeSite, TheBaseNameFollowsTheLastSeparator)
+{
+    EXPECT_STREQ("dll.cpp", makeSite("f()", "provider/src/dll.cpp", 1).file);
+    EXPECT_STREQ("dll.cpp", makeSite("f()", "C:\\provider\\src\\dll.cpp", 1).file);
+    EXPECT_STREQ("dll.cpp", makeSite("f()", "C:\\provider/src\\a/dll.cpp", 1).file);
+    EXPECT_STREQ("dll.cpp", makeSite("f()", "dll.cpp", 1).file);
+}
+
+// Compilers differ in where they put the blank.
+TEST(MakeSite, TheNameBeginsBehindTheSignsOfTheResultType)
+{
+    EXPECT_EQ("NV::f", traced::name(makeSite("const char *NV::f(int)", "a.cpp", 1)));
+    EXPECT_EQ("NV::f", traced::name(makeSite("const char* NV::f(int)", "a.cpp", 1)));
+    EXPECT_EQ("NV::f", traced::name(makeSite("std::map<int, A *> &NV::f()", "a.cpp", 1)));
+    EXPECT_EQ("main", traced::name(makeSite("main", "a.cpp", 1)));
+}
+
+TEST(MakeSite, AnotherLineOfTheSamePlace)
+{
+    constexpr Site site = makeSite("bool NV::Provider::init(int)", "a/nvvtoken.cpp", 87).at(99);
+    EXPECT_EQ("NV::Provider::init", traced::name(site));
+    EXPECT_STREQ("nvvtoken.cpp", site.file);
+    EXPECT_EQ(99, site.line);
+}
+
+// --- messages ---
+
+TEST(LogMacros, PutTheirPlaceBeforeTheMessage)
+{
+    LogCapture capture;
+    const int line = __LINE__ + 1;
+    NV_SEV("severe");
+    NV_ERR("error %d", 5);
+    NV_WRN("warning %s", "w");
+    NV_INF("100%%");
+    NV_DBG("debug");
+    NV_TRC("%s", "");
+    const test::LogLines lines = capture.lines();
+    test::expectBlock(lines, R"(
+SEV NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:severe
+ERR NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:error 5
+WRN NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:warning w
+INF NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:100%
+DBG NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:debug
+TRC NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:
+)");
+    for (size_t i = 0; i < lines.size(); ++i) {
+        EXPECT_EQ("trace_test.cpp", lines[i].file);
+        EXPECT_EQ(line + static_cast<int>(i), lines[i].line);
+    }
+}
+
+TEST(LogMacros, WriteTheWholePrefix)
+{
+    LogCapture capture;
+    NV_AT(ERR, makeSite("void NV::Provider::init(int)", "provider/src/nvvtoken.cpp", 87),
+          "failed: %d", 3);
+    const test::LogLines lines = capture.lines();
+    ASSERT_EQ(1U, lines.size());
+    EXPECT_TRUE(lines[0].raw.ends_with("] NV::Provider::init[nvvtoken.cpp:87]:failed: 3"))
+        << lines[0].raw;
+}
+
+TEST(LogMacros, WideTextWorksBehindAPlace)
+{
+    LogCapture capture;
+    NV_AT(TRC, makeSite("void f()", "a.cpp", 1), "pszName=%ls", L"\u00E9");
+    EXPECT_EQ("TRC f:pszName=\xC3\xA9\n", test::render(capture.lines()));
+}
+
+constexpr Site otherFunction = makeSite("void NV::KeyStore::load()", "src/trace_test.cpp", 1);
+
+TEST(LogMacros, AStepSpeaksUnderItsOperationsNameWithItsOwnLine)
+{
+    LogCapture capture;
+    NV_AS(ERR, otherFunction, "step %d", 2);
+    const int line = __LINE__ - 1;
+    const test::LogLines lines = capture.lines();
+    ASSERT_EQ(1U, lines.size());
+    EXPECT_EQ("ERR NV::KeyStore::load:step 2", test::render(lines[0]));
+    EXPECT_EQ(line, lines[0].line);
+}
+
+// --- the scope of a function ---
+
+int lineOfEnter = 0;
+int lineOfEnd = 0;
+
+unsigned withStatus(uintptr_t handle)
+{
+    lineOfEnter = __LINE__ + 1;
+    Trace trace{NV_HERE};
+    NV_ARG(trace, "hKey=%p", asPointer(handle));
+    NV_ARG(trace, "dwFlags=0x%x", 0x40U);
+    trace.startClock();
+    lineOfEnd = __LINE__ + 1;
+    return trace.end(0x80090027U);
+}
+
+TEST(TraceScope, WritesEnterArgumentsStatusAndLeave)
+{
+    LogCapture capture;
+    EXPECT_EQ(0x80090027U, withStatus(0x1234));
+    const test::LogLines lines = capture.lines();
+    test::expectBlock(lines, R"(
+TRC NV::{anonymous}::withStatus:ENTER
+TRC NV::{anonymous}::withStatus:ARG[0]:hKey=PTR
+TRC NV::{anonymous}::withStatus:ARG[1]:dwFlags=0x40
+TRC NV::{anonymous}::withStatus:STATUS=0x80090027, ELAPSED:#(ms)
+TRC NV::{anonymous}::withStatus:LEAVE
+)");
+    ASSERT_EQ(5U, lines.size());
+    EXPECT_EQ(lineOfEnter, lines[0].line);
+    EXPECT_EQ(lineOfEnter + 1, lines[1].line);
+    EXPECT_EQ(lineOfEnter + 2, lines[2].line);
+    EXPECT_EQ(lineOfEnd, lines[3].line);
+    EXPECT_EQ(lineOfEnd, lines[4].line);
+}
+
+TEST(TraceScope, AStatusMayBeSignedAndZero)
+{
+    LogCapture capture;
+    const Trace trace{makeSite("void f()", "a.cpp", 1)};
+    EXPECT_EQ(0L, trace.end(0L));
+    EXPECT_EQ(-2146893785L, trace.end(-2146893785L));
+    test::expectBlock(capture.lines(), R"(
+TRC f:ENTER
+TRC f:STATUS=0x0, ELAPSED:#(ms)
+TRC f:LEAVE
+TRC f:STATUS=0x80090027, ELAPSED:#(ms)
+TRC f:LEAVE
+)");
+}
+
+TEST(TraceScope, ShowsAPointerLikeNumberInFull)
+{
+    LogCapture capture;
+    withStatus(0x1234);
+    EXPECT_EQ("ARG[0]:hKey=0000000000001234", capture.lines().at(1).message);
+}
+
+TEST(TraceScope, AnIndexCanBeLeftOut)
+{
+    LogCapture capture;
+    Trace trace{NV_HERE};
+    NV_ARG(trace, "a=%d", 1);
+    trace.skipArgument();
+    NV_ARG(trace, "c=%d", 3);
+    NV_ARG(trace, "plain");
+    const test::LogLines lines = capture.lines();
+    ASSERT_EQ(4U, lines.size());
+    EXPECT_EQ("ARG[0]:a=1", lines[1].message);
+    EXPECT_EQ("ARG[2]:c=3", lines[2].message);
+    EXPECT_EQ("ARG[3]:plain", lines[3].message);
+}
+
+TEST(TraceScope, EndsWithAResult)
+{
+    LogCapture capture;
+    const Trace trace{makeSite("void f()", "a.cpp", 1)};
+    EXPECT_TRUE(trace.endWithResult(true));
+    EXPECT_FALSE(trace.endWithResult(false));
+    EXPECT_TRUE(trace.leave(true));
+    EXPECT_FALSE(trace.leave(false));
+    trace.leave();
+    test::expectBlock(capture.lines(), R"(
+TRC f:ENTER
+TRC f:RESULT=1, ELAPSED:#(ms)
+TRC f:LEAVE
+TRC f:RESULT=0, ELAPSED:#(ms)
+TRC f:LEAVE
+TRC f:LEAVE(1)
+TRC f:LEAVE(0)
+TRC f:LEAVE
+)");
+}
+
+// The milliseconds of the "ELAPSED:" line.
+double elapsed(const test::LogLine& line)
+{
+    std::smatch match;
+    if (!std::regex_search(line.message, match, std::regex(R"(ELAPSED:([0-9]+\.[0-9]{3})\(ms\)$)")))
+        throw std::runtime_error("no time in " + line.message);
+    return std::stod(match[1]);
+}
+
+TEST(TraceScope, MeasuresFromTheStartOfTheClockInMilliseconds)
+{
+    LogCapture capture;
+    Trace trace{NV_HERE};
+    const Stopwatch whole;
+    Sleep(80);
+    trace.startClock();
+    const Stopwatch measured;
+    Sleep(20);
+    const double atLeast = measured.milliseconds();
+    trace.end(0);
+    const double atMost = whole.milliseconds();
+    const double shown = elapsed(capture.lines().at(1));
+    EXPECT_GE(shown, atLeast - 0.001);
+    EXPECT_GE(atLeast, 15.0);
+    EXPECT_LE(shown, atMost - 70);
+}
+
+void leftByException()
+{
+    Trace trace{NV_HERE};
+    NV_ARG(trace, "a=%d", 1);
+    trace.startClock();
+    throw std::runtime_error("left");
+}
+
+TEST(TraceScope, WritesNothingWhileAnExceptionUnwinds)
+{
+    LogCapture capture;
+    EXPECT_THROW(leftByException(), std::runtime_error);
+    test::expectBlock(capture.lines(), R"(
+TRC NV::{anonymous}::leftByException:ENTER
+TRC NV::{anonymous}::leftByException:ARG[0]:a=1
+)");
+}
+
+TEST(TraceScope, WritesNothingAtItsEndByItself)
+{
+    LogCapture capture;
+    {
+        const Trace trace{makeSite("void f()", "a.cpp", 1)};
+    }
+    EXPECT_EQ("TRC f:ENTER\n", test::render(capture.lines()));
+}
+
+TEST(Quietly, SwallowsEveryException)
+{
+    int calls = 0;
+    quietly([&] { ++calls; });
+    quietly([&] {
+        ++calls;
+        throw std::runtime_error("swallowed");
+    });
+    quietly([&] {
+        ++calls;
+        throw 5;
+    });
+    EXPECT_EQ(3, calls);
+}
+
+}  // namespace
+
+}  // namespace NV

@@ -1,0 +1,578 @@
+// P11Module's discovery pass: its lines for a library where all goes well, and what each failure of
+// the library leaves.
+
+#include "token_layer_fixture.h"
+
+namespace NV::test {
+
+namespace {
+
+// The lines in the order in which a discovery of one slot writes them.
+constexpr std::string_view beginLines = R"(
+TRC NV::P11Module::init:ENTER
+TRC NV::P11Module::init:Call C_Finalize():START
+TRC NV::P11Module::init:Call C_Finalize():END RV=00000190(CKR_CRYPTOKI_NOT_INITIALIZED)
+TRC NV::P11Module::init:Call C_Initialize():START
+TRC NV::P11Module::init:Call C_Initialize():END RV=00000000(CKR_OK)
+)";
+
+constexpr std::string_view infoLines =
+    R"(TRC NV::P11Module::init:Call C_GetInfo():START
+TRC NV::P11Module::init:Call C_GetInfo():END RV=00000000(CKR_OK)
+DBG NV::P11Module::init:SUCCESS: C_GetInfo()
+DBG NV::P11Module::init:CK_INFO = {cryptokiVersion=2.40,manufacturerID=Odd Token Works,flags=0x0[must be zero],libraryDescription=Scripted token of the tests,libraryVersion=6.23}
+)";
+
+constexpr std::string_view slotListLines =
+    R"(TRC NV::P11Module::init:Call C_GetSlotList():START
+TRC NV::P11Module::init:Call C_GetSlotList():END RV=00000000(CKR_OK)
+DBG NV::P11Module::init:SUCCESS: C_GetSlotList()
+DBG NV::P11Module::init:Present Slot Count = 1
+DBG NV::P11Module::init:Slot[0] = 52
+)";
+
+constexpr std::string_view slotInfoLines =
+    R"(DBG NV::P11Module::init:Call C_GetSlotInfo():START
+TRC NV::P11Module::init:Call C_GetSlotInfo():END RV=00000000(CKR_OK)
+DBG NV::P11Module::init:SUCCESS: C_GetSlotInfo()
+DBG NV::P11Module::init:SlotInfo: {slotDescription=Odd Slot 52,manufacturerID=Odd Token Works,flags=0x7[CKF_TOKEN_PRESENT,CKF_REMOVABLE_DEVICE,CKF_HW_SLOT],hardwareVersion=2.9,firmwareVersion=4.13}
+)";
+
+constexpr std::string_view tokenInfoLines =
+    R"(TRC NV::P11Module::init:Call C_GetTokenInfo():START
+TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=00000000(CKR_OK)
+DBG NV::P11Module::init:SUCCESS: C_GetTokenInfo()
+DBG NV::P11Module::init:TokenInfo: {label=Odd Label 52,manufacturerID=Odd Token Works,model=OddModel-3,serialNumber=SN-7391-52,flags=0x40d[CKF_RNG,CKF_LOGIN_REQUIRED,CKF_USER_PIN_INITIALIZED,CKF_TOKEN_INITIALIZED],ulMaxSessionCount=37,ulSessionCount=0,ulMaxRwSessionCount=19,ulRwSessionCount=0,ulMaxPinLen=15,ulMinPinLen=5,ulTotalPublicMemory=70001,ulFreePublicMemory=50021,ulTotalPrivateMemory=30011,ulFreePrivateMemory=10007,hardwareVersion=3.7,firmwareVersion=5.11,utcTime=2031052913374100}
+)";
+
+constexpr std::string_view mechanismListLines =
+    R"(TRC NV::P11Module::init:Call C_GetMechanismList():START
+TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000000(CKR_OK)
+DBG NV::P11Module::init:SUCCESS: C_GetMechanismList(): Count=21
+)";
+
+constexpr std::string_view mechanismLines =
+    R"(TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_ECDSA(0x1041)]:Flag=0x00002801,MinKeySize=161,MaxKeySize=571
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_ECDH1_DERIVE(0x1050)]:Flag=0x00080001,MinKeySize=163,MaxKeySize=569
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_EC_KEY_PAIR_GEN(0x1040)]:Flag=0x00010001,MinKeySize=165,MaxKeySize=567
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS(0x0001)]:Flag=0x00067b01,MinKeySize=1013,MaxKeySize=8191
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_RSA_X_509(0x0003)]:Flag=0x00067b01,MinKeySize=1015,MaxKeySize=8189
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS_OAEP(0x0009)]:Flag=0x00000301,MinKeySize=1017,MaxKeySize=8187
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS_PSS(0x000d)]:Flag=0x00002801,MinKeySize=1019,MaxKeySize=8185
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA1_RSA_PKCS(0x0006)]:Flag=0x00002800,MinKeySize=1021,MaxKeySize=8183
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA256_RSA_PKCS(0x0040)]:Flag=0x00002800,MinKeySize=1023,MaxKeySize=8181
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA384_RSA_PKCS(0x0041)]:Flag=0x00002800,MinKeySize=1025,MaxKeySize=8179
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA512_RSA_PKCS(0x0042)]:Flag=0x00002800,MinKeySize=1027,MaxKeySize=8177
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS_KEY_PAIR_GEN(0x0000)]:Flag=0x00010001,MinKeySize=1029,MaxKeySize=8175
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA_1(0x0220)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA256(0x0250)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA384(0x0260)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA512(0x0270)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA_1_HMAC(0x0221)]:Flag=0x00002800,MinKeySize=3,MaxKeySize=509
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA256_HMAC(0x0251)]:Flag=0x00002800,MinKeySize=5,MaxKeySize=511
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA384_HMAC(0x0261)]:Flag=0x00002800,MinKeySize=7,MaxKeySize=513
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_SHA512_HMAC(0x0271)]:Flag=0x00002800,MinKeySize=9,MaxKeySize=515
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_GENERIC_SECRET_KEY_GEN(0x0350)]:Flag=0x00008000,MinKeySize=11,MaxKeySize=517
+)";
+
+constexpr std::string_view finalizeLines =
+    R"(TRC NV::P11Module::init:Call C_Finalize():START
+TRC NV::P11Module::init:Call C_Finalize():END RV=00000000(CKR_OK)
+)";
+
+constexpr std::string_view trueLines = R"(TRC NV::P11Module::init:LEAVE(1)
+)";
+
+constexpr std::string_view falseLines = R"(TRC NV::P11Module::init:LEAVE(0)
+)";
+
+std::string joined(std::initializer_list<std::string_view> blocks)
+{
+    std::string all;
+    for (const std::string_view block : blocks)
+        all += block;
+    return all;
+}
+
+std::string text(std::span<const CK_UTF8CHAR> field)
+{
+    const std::string all(field.begin(), field.end());
+    return all.substr(0, all.find_last_not_of(' ') + 1);
+}
+
+class P11ModuleDiscoveryTest : public TokenLayerTest {
+protected:
+    P11Module module{ScriptedToken::path()};
+
+    void SetUp() override
+    {
+        const Silence silence;
+        ASSERT_TRUE(module.load());
+        token.clearCalls();
+        capture.takeLines();
+    }
+
+    // For tests that do not look at the log.
+    bool discoverSilently()
+    {
+        const Silence silence;
+        return module.init();
+    }
+    const P11Slot& slot(size_t index) const { return *module.slots().at(index); }
+};
+
+TEST_F(P11ModuleDiscoveryTest, TellsWhatItFinds)
+{
+    EXPECT_TRUE(module.init());
+    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
+                        mechanismListLines, mechanismLines, finalizeLines, trueLines}),
+                log());
+}
+
+TEST_F(P11ModuleDiscoveryTest, AsksTheLibraryInOrder)
+{
+    EXPECT_TRUE(discoverSilently());
+    Strings calls = token.calls();
+    ASSERT_EQ(9U + 21 + 1, calls.size());
+    EXPECT_EQ((Strings{"C_Finalize(reserved=null)", "C_Initialize(initArgs=null)",
+                       "C_GetInfo(info=given)", "C_GetSlotList(tokenPresent=1, slotList=null)",
+                       "C_GetSlotList(tokenPresent=1, slotList=room[1])",
+                       "C_GetSlotInfo(slot=52, info=given)", "C_GetTokenInfo(slot=52, info=given)",
+                       "C_GetMechanismList(slot=52, mechanismList=null)",
+                       "C_GetMechanismList(slot=52, mechanismList=room[21])"}),
+              Strings(calls.begin(), calls.begin() + 9));
+    EXPECT_EQ("C_GetMechanismInfo(slot=52, type=0x1041, info=given)", calls[9]);
+    EXPECT_EQ("C_GetMechanismInfo(slot=52, type=0x350, info=given)", calls[29]);
+    EXPECT_EQ("C_Finalize(reserved=null)", calls[30]);
+    EXPECT_FALSE(token.initialised());
+}
+
+TEST_F(P11ModuleDiscoveryTest, KeepsWhatItFinds)
+{
+    EXPECT_TRUE(discoverSilently());
+    EXPECT_EQ("INITIALIZED", module.state());
+    EXPECT_EQ("Scripted token of the tests", text(module.libraryInfo().libraryDescription));
+    ASSERT_EQ(1U, module.slots().size());
+    EXPECT_EQ(kSlot, slot(0).id());
+    EXPECT_EQ("Odd Slot 52", text(slot(0).slotInfo().slotDescription));
+    EXPECT_EQ("Odd Label 52", text(slot(0).tokenInfo().label));
+    EXPECT_FALSE(slot(0).chosen());
+    ASSERT_EQ(std::size(kMechanisms), slot(0).mechanisms().size());
+    for (const MechanismRow& row : kMechanisms) {
+        const P11Mechanism& mechanism = slot(0).mechanisms().at(row.type);
+        EXPECT_EQ(row.type, mechanism.type());
+        EXPECT_EQ(row.minKeySize, mechanism.minKeySize());
+        EXPECT_EQ(row.maxKeySize, mechanism.maxKeySize());
+        EXPECT_EQ(row.flags, mechanism.flags());
+    }
+    EXPECT_EQ("CKM_ECDSA", slot(0).mechanisms().at(CKM_ECDSA).name());
+}
+
+TEST_F(P11ModuleDiscoveryTest, ListsSlotsInTheLibrarysOrder)
+{
+    token.clearSlots();
+    token.addSlot(91);
+    token.addSlot(8);
+    token.addSlot(33);
+    EXPECT_TRUE(module.init());
+    ASSERT_EQ(3U, module.slots().size());
+    EXPECT_EQ(91U, slot(0).id());
+    EXPECT_EQ(8U, slot(1).id());
+    EXPECT_EQ(33U, slot(2).id());
+    const std::string lines = log();
+    EXPECT_NE(std::string::npos, lines.find("DBG NV::P11Module::init:Present Slot Count = 3\n"
+                                            "DBG NV::P11Module::init:Slot[0] = 91\n"
+                                            "DBG NV::P11Module::init:Slot[1] = 8\n"
+                                            "DBG NV::P11Module::init:Slot[2] = 33\n"));
+}
+
+TEST_F(P11ModuleDiscoveryTest, NeedsALoadedLibrary)
+{
+    P11Module empty("");
+    log();
+    EXPECT_FALSE(empty.init());
+    expectLines(R"(
+TRC NV::P11Module::init:ENTER
+ERR NV::P11Module::init:The library is not initialized
+TRC NV::P11Module::init:LEAVE(0)
+)",
+                log());
+    EXPECT_EQ(Strings{}, token.calls());
+}
+
+TEST_F(P11ModuleDiscoveryTest, SucceedsWithoutATokenAnywhere)
+{
+    token.clearSlots();
+    token.addSlot(kSlot, kEmptySlotFlags);
+    EXPECT_TRUE(module.init());
+    EXPECT_TRUE(module.slots().empty());
+    expectLines(joined({beginLines, infoLines,
+                        R"(TRC NV::P11Module::init:Call C_GetSlotList():START
+TRC NV::P11Module::init:Call C_GetSlotList():END RV=00000000(CKR_OK)
+DBG NV::P11Module::init:SUCCESS: C_GetSlotList()
+DBG NV::P11Module::init:Present Slot Count = 0
+)",
+                        finalizeLines, trueLines}),
+                log());
+}
+
+// Another part of the process uses the library, and the first C_Finalize does not end that.
+TEST_F(P11ModuleDiscoveryTest, ALibraryThatIsInitialisedAlreadyWillDo)
+{
+    ASSERT_EQ(CKR_OK, token.exports().C_Initialize(nullptr));
+    token.fail("C_Finalize", CKR_FUNCTION_FAILED, 1);
+    EXPECT_TRUE(module.init());
+    EXPECT_EQ(1U, module.slots().size());
+    EXPECT_TRUE(log().starts_with(R"(TRC NV::P11Module::init:ENTER
+TRC NV::P11Module::init:Call C_Finalize():START
+TRC NV::P11Module::init:Call C_Finalize():END RV=00000006(CKR_FUNCTION_FAILED)
+TRC NV::P11Module::init:Call C_Initialize():START
+TRC NV::P11Module::init:Call C_Initialize():END RV=00000191(CKR_CRYPTOKI_ALREADY_INITIALIZED)
+TRC NV::P11Module::init:Call C_GetInfo():START
+)"));
+}
+
+TEST_F(P11ModuleDiscoveryTest, EndsAtOnceWhenInitialisingFails)
+{
+    token.fail("C_Initialize", CKR_TOKEN_WRITE_PROTECTED);
+    EXPECT_FALSE(module.init());
+    expectLines(R"(
+TRC NV::P11Module::init:ENTER
+TRC NV::P11Module::init:Call C_Finalize():START
+TRC NV::P11Module::init:Call C_Finalize():END RV=00000190(CKR_CRYPTOKI_NOT_INITIALIZED)
+TRC NV::P11Module::init:Call C_Initialize():START
+TRC NV::P11Module::init:Call C_Initialize():END RV=000000e2(CKR_TOKEN_WRITE_PROTECTED)
+ERR NV::P11Module::init:Error initializing the cryptoki library: 0xE2
+TRC NV::P11Module::init:LEAVE(0)
+)",
+                log());
+    EXPECT_EQ((Strings{"C_Finalize", "C_Initialize"}), token.callNames());
+}
+
+TEST_F(P11ModuleDiscoveryTest, FinalisesAfterAFailedGetInfo)
+{
+    token.fail("C_GetInfo", CKR_TOKEN_NOT_RECOGNIZED);
+    EXPECT_FALSE(module.init());
+    expectLines(joined({beginLines,
+                        R"(TRC NV::P11Module::init:Call C_GetInfo():START
+TRC NV::P11Module::init:Call C_GetInfo():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
+ERR NV::P11Module::init:FAILURE: C_GetInfo() : 0xE1
+)",
+                        finalizeLines, falseLines}),
+                log());
+    EXPECT_EQ("C_Finalize", token.callNames().back());
+    EXPECT_EQ(0U, module.libraryInfo().libraryVersion.major);
+}
+
+TEST_F(P11ModuleDiscoveryTest, FinalisesAfterAFailedSlotList)
+{
+    token.fail("C_GetSlotList", CKR_TOKEN_NOT_RECOGNIZED, 1);
+    EXPECT_FALSE(module.init());
+    expectLines(joined({beginLines, infoLines,
+                        R"(TRC NV::P11Module::init:Call C_GetSlotList():START
+TRC NV::P11Module::init:Call C_GetSlotList():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
+ERR NV::P11Module::init:FAILURE: C_GetSlotList() : 0xE1
+)",
+                        finalizeLines, falseLines}),
+                log());
+    EXPECT_EQ(1U, token.calls("C_GetSlotList").size());
+    EXPECT_EQ("C_Finalize", token.callNames().back());
+}
+
+// The loop still runs, over the buffer as it stands: zeros.
+TEST_F(P11ModuleDiscoveryTest, GoesOnAfterAFailedSecondSlotList)
+{
+    token.fail("C_GetSlotList", CKR_DEVICE_ERROR, 2);
+    EXPECT_TRUE(module.init());
+    expectLines(joined({beginLines, infoLines,
+                        R"(TRC NV::P11Module::init:Call C_GetSlotList():START
+TRC NV::P11Module::init:Call C_GetSlotList():END RV=00000030(CKR_DEVICE_ERROR)
+DBG NV::P11Module::init:Call C_GetSlotInfo():START
+TRC NV::P11Module::init:Call C_GetSlotInfo():END RV=00000003(CKR_SLOT_ID_INVALID)
+TRC NV::P11Module::init:Call C_GetTokenInfo():START
+TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=00000003(CKR_SLOT_ID_INVALID)
+TRC NV::P11Module::init:Call C_GetMechanismList():START
+TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000003(CKR_SLOT_ID_INVALID)
+)",
+                        finalizeLines, trueLines}),
+                log());
+    ASSERT_EQ(1U, module.slots().size());
+    EXPECT_EQ(0U, slot(0).id());
+    EXPECT_TRUE(slot(0).mechanisms().empty());
+    EXPECT_EQ(Strings{"C_GetSlotInfo(slot=0, info=given)"}, token.calls("C_GetSlotInfo"));
+}
+
+TEST_F(P11ModuleDiscoveryTest, ABufferThatIsTooSmallForTheSlotsEndsNothing)
+{
+    token.bufferTooSmall("C_GetSlotList");
+    EXPECT_TRUE(discoverSilently());
+    EXPECT_EQ(1U, module.slots().size());
+    EXPECT_FALSE(token.initialised());
+}
+
+TEST_F(P11ModuleDiscoveryTest, ASlotCountThatGrowsIsNotBelieved)
+{
+    token.secondCountLarger("C_GetSlotList");
+    EXPECT_TRUE(module.init());
+    EXPECT_EQ(1U, module.slots().size());
+    EXPECT_NE(std::string::npos,
+              log().find(std::string("DBG NV::P11Module::init:Present Slot Count = 1\n"
+                                     "DBG NV::P11Module::init:Slot[0] = 52\n"
+                                     "DBG NV::P11Module::init:Call C_GetSlotInfo():START\n")));
+    EXPECT_EQ(1U, token.calls("C_GetSlotInfo").size());
+}
+
+TEST_F(P11ModuleDiscoveryTest, AFailedSlotInfoLeavesWhatTheSlotBeforeLeft)
+{
+    token.addSlot(kOtherSlot);
+    token.fail("C_GetSlotInfo", CKR_DEVICE_ERROR, 2);
+    EXPECT_TRUE(module.init());
+    ASSERT_EQ(2U, module.slots().size());
+    EXPECT_EQ(kOtherSlot, slot(1).id());
+    EXPECT_EQ("Odd Slot 52", text(slot(1).slotInfo().slotDescription));
+    EXPECT_EQ("Odd Label 77", text(slot(1).tokenInfo().label));
+    EXPECT_EQ(21U, slot(1).mechanisms().size());
+    EXPECT_NE(std::string::npos, log().find(R"(DBG NV::P11Module::init:Call C_GetSlotInfo():START
+TRC NV::P11Module::init:Call C_GetSlotInfo():END RV=00000030(CKR_DEVICE_ERROR)
+TRC NV::P11Module::init:Call C_GetTokenInfo():START
+TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=00000000(CKR_OK)
+)"));
+}
+
+TEST_F(P11ModuleDiscoveryTest, AFailedSlotInfoOfTheFirstSlotLeavesZeros)
+{
+    token.fail("C_GetSlotInfo", CKR_DEVICE_ERROR);
+    EXPECT_TRUE(discoverSilently());
+    ASSERT_EQ(1U, module.slots().size());
+    EXPECT_EQ(kSlot, slot(0).id());
+    EXPECT_EQ(0U, slot(0).slotInfo().slotDescription[0]);
+    EXPECT_EQ(0U, slot(0).slotInfo().flags);
+}
+
+TEST_F(P11ModuleDiscoveryTest, ASlotWithoutTokenInfoIsListedWithItsMechanisms)
+{
+    token.fail("C_GetTokenInfo", CKR_TOKEN_NOT_RECOGNIZED);
+    EXPECT_TRUE(module.init());
+    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines,
+                        R"(TRC NV::P11Module::init:Call C_GetTokenInfo():START
+TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
+)",
+                        mechanismListLines, mechanismLines, finalizeLines, trueLines}),
+                log());
+    ASSERT_EQ(1U, module.slots().size());
+    EXPECT_EQ(0U, slot(0).id());
+    EXPECT_EQ(0U, slot(0).slotInfo().flags);
+    EXPECT_EQ(0U, slot(0).tokenInfo().flags);
+    EXPECT_EQ(21U, slot(0).mechanisms().size());
+}
+
+TEST_F(P11ModuleDiscoveryTest, AFailedMechanismListLeavesNoMechanisms)
+{
+    token.fail("C_GetMechanismList", CKR_DEVICE_ERROR);
+    EXPECT_TRUE(module.init());
+    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
+                        R"(TRC NV::P11Module::init:Call C_GetMechanismList():START
+TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000030(CKR_DEVICE_ERROR)
+)",
+                        finalizeLines, trueLines}),
+                log());
+    EXPECT_EQ(1U, token.calls("C_GetMechanismList").size());
+    EXPECT_EQ(kSlot, slot(0).id());
+    EXPECT_TRUE(slot(0).mechanisms().empty());
+}
+
+TEST_F(P11ModuleDiscoveryTest, AFailedSecondMechanismListLeavesNoMechanisms)
+{
+    token.fail("C_GetMechanismList", CKR_DEVICE_ERROR, 2);
+    EXPECT_TRUE(module.init());
+    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
+                        R"(TRC NV::P11Module::init:Call C_GetMechanismList():START
+TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000030(CKR_DEVICE_ERROR)
+DBG NV::P11Module::init:SUCCESS: C_GetMechanismList(): Count=21
+)",
+                        finalizeLines, trueLines}),
+                log());
+    EXPECT_TRUE(slot(0).mechanisms().empty());
+    EXPECT_TRUE(token.calls("C_GetMechanismInfo").empty());
+}
+
+TEST_F(P11ModuleDiscoveryTest, AMechanismCountThatGrowsIsNotBelieved)
+{
+    token.secondCountLarger("C_GetMechanismList");
+    EXPECT_TRUE(discoverSilently());
+    EXPECT_EQ(21U, token.calls("C_GetMechanismInfo").size());
+    EXPECT_EQ(21U, slot(0).mechanisms().size());
+}
+
+TEST_F(P11ModuleDiscoveryTest, AMechanismWithoutInfoIsPassedOver)
+{
+    token.fail("C_GetMechanismInfo", CKR_DEVICE_ERROR, 1);
+    EXPECT_TRUE(module.init());
+    EXPECT_EQ(20U, slot(0).mechanisms().size());
+    EXPECT_FALSE(slot(0).mechanisms().contains(CKM_ECDSA));
+    EXPECT_NE(std::string::npos, log().find(R"(Count=21
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000030(CKR_DEVICE_ERROR)
+TRC NV::P11Module::init:Call C_GetMechanismInfo():START
+TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
+TRC NV::P11Module::init:Add Mechanism[CKM_ECDH1_DERIVE(0x1050)]:Flag=)"));
+}
+
+TEST_F(P11ModuleDiscoveryTest, AFailedClosingFinaliseIsAFailure)
+{
+    token.fail("C_Finalize", CKR_TOKEN_NOT_RECOGNIZED, 2);
+    EXPECT_FALSE(module.init());
+    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
+                        mechanismListLines, mechanismLines,
+                        R"(TRC NV::P11Module::init:Call C_Finalize():START
+TRC NV::P11Module::init:Call C_Finalize():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
+ERR NV::P11Module::init:Error finalizing the cryptoki library: 0xE1
+)",
+                        falseLines}),
+                log());
+    EXPECT_EQ(1U, module.slots().size());
+}
+
+TEST_F(P11ModuleDiscoveryTest, ASecondDiscoveryListsTheSlotsAgain)
+{
+    EXPECT_TRUE(discoverSilently());
+    EXPECT_TRUE(discoverSilently());
+    ASSERT_EQ(2U, module.slots().size());
+    EXPECT_EQ(kSlot, slot(0).id());
+    EXPECT_EQ(kSlot, slot(1).id());
+    EXPECT_EQ(21U, slot(1).mechanisms().size());
+}
+
+TEST_F(P11ModuleDiscoveryTest, KeepsTheSlotsFoundBeforeAnException)
+{
+    token.addSlot(kOtherSlot);
+    token.throwFrom("C_GetTokenInfo", 2);
+    EXPECT_FALSE(discoverSilently());
+    ASSERT_EQ(1U, module.slots().size());
+    EXPECT_EQ(kSlot, slot(0).id());
+}
+
+// Where the library throws, or the list lacks the function: the line, and how the log ends.
+struct Interruption {
+    const char* function;
+    uint32_t nth;
+    std::string expectedEnd;
+};
+
+constexpr std::string_view caughtLine = R"(ERR NV::P11Module::init:Caught Exception.
+)";
+
+constexpr std::string_view misspeltLine = R"(ERR NV::P11Module::init:Caught Enxception
+)";
+
+std::string startLine(const std::string& function, const std::string& level = "TRC")
+{
+    return level + " NV::P11Module::init:Call " + function + "():START\n";
+}
+
+std::vector<Interruption> interruptions()
+{
+    const std::string closing = joined({finalizeLines, falseLines});
+    const std::string caught = std::string(caughtLine) + closing;
+    const std::string misspelt = joined({misspeltLine, falseLines});
+    return {
+        {"C_Finalize", 1, startLine("C_Finalize") + misspelt},
+        {"C_Initialize", 1, startLine("C_Initialize") + misspelt},
+        {"C_GetInfo", 1, startLine("C_GetInfo") + caught},
+        {"C_GetSlotList", 1, startLine("C_GetSlotList") + caught},
+        {"C_GetSlotList", 2, startLine("C_GetSlotList") + caught},
+        {"C_GetSlotInfo", 1, startLine("C_GetSlotInfo", "DBG") + caught},
+        {"C_GetTokenInfo", 1, startLine("C_GetTokenInfo") + caught},
+        {"C_GetMechanismList", 1, startLine("C_GetMechanismList") + caught},
+        {"C_GetMechanismList", 2, startLine("C_GetMechanismList") + caught},
+        {"C_GetMechanismInfo", 1, startLine("C_GetMechanismInfo") + caught},
+        {"C_GetMechanismInfo", 21, startLine("C_GetMechanismInfo") + caught},
+        {"C_Finalize", 2, startLine("C_Finalize") + misspelt},
+    };
+}
+
+TEST_F(P11ModuleDiscoveryTest, ExceptionsEndItWithTheirLine)
+{
+    for (const Interruption& where : interruptions()) {
+        SCOPED_TRACE(std::string(where.function) + " " + std::to_string(where.nth));
+        token.exports().C_Finalize(nullptr);
+        token.clearFaults();
+        token.throwFrom(where.function, where.nth);
+        log();
+        EXPECT_FALSE(module.init());
+        const std::string lines = log();
+        EXPECT_TRUE(lines.ends_with(where.expectedEnd)) << lines;
+        token.clearFaults();
+        EXPECT_EQ(where.function == std::string("C_Finalize") && where.nth == 2,
+                  token.initialised());
+    }
+}
+
+TEST_F(P11ModuleDiscoveryTest, MissingFunctionsEndItLikeExceptions)
+{
+    CK_FUNCTION_LIST& list = *module.functionList();
+    const CK_FUNCTION_LIST whole = list;
+    for (const Interruption& where : interruptions()) {
+        if (where.nth != 1)
+            continue;
+        SCOPED_TRACE(where.function);
+#define NV_REMOVE(name, parameters)                                                                \
+    if (where.function == std::string(#name))                                                      \
+        list.name = nullptr;
+        NV_CK_FUNCTIONS(NV_REMOVE)
+#undef NV_REMOVE
+        log();
+        EXPECT_FALSE(module.init());
+        const std::string lines = log();
+        // A list query is looked up before its START line.
+        const std::string caught(where.expectedEnd.substr(where.expectedEnd.find('\n') + 1));
+        EXPECT_TRUE(lines.ends_with(caught)) << lines;
+        list = whole;
+    }
+}
+
+}  // namespace
+
+}  // namespace NV::test

@@ -1,0 +1,228 @@
+// Every wrapper of the call layer, on the scripted token: its whole block of log lines, what it
+// passes on, and what it does when the library fails, throws, is not there or lacks the function.
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "log_capture.h"
+#include "p11.h"
+#include "scripted_token.h"
+#include "wrapper_cases.h"
+
+namespace NV::test {
+
+namespace {
+
+using Strings = std::vector<std::string>;
+
+std::vector<WrapperCase> allCases()
+{
+    std::vector<WrapperCase> all;
+    for (const auto rows :
+         {generalCases(), sessionsCases(), objectsCases(), cryptoCases(), keysCases()})
+        all.insert(all.end(), rows.begin(), rows.end());
+    return all;
+}
+
+// What all cases share, because loading a library anew for each of them would take most of the time.
+struct Workshop {
+    LogCapture capture;
+    ScriptedToken token;
+    Pkcs11 p11;
+    Pkcs11 withoutModule;
+};
+
+std::unique_ptr<Workshop> workshop;
+
+// The parts of a row's block that failing calls share with it.
+class Block {
+public:
+    explicit Block(const WrapperCase& row) : row_(row), text_(row.block + 1) {}
+
+    const std::string& text() const { return text_; }
+    std::string arguments() const
+    {
+        std::string lines = line("TRC", "ENTER");
+        for (const std::string& each : split()) {
+            if (each.starts_with("DBG " + place() + "ARG["))
+                lines += each;
+        }
+        return lines;
+    }
+    std::string untilStart() const { return text_.substr(0, outcomeAt()); }
+    std::string outcome() const
+    {
+        return text_.substr(outcomeAt(), text_.find('\n', outcomeAt()) + 1 - outcomeAt());
+    }
+
+    std::string line(const std::string& level, const std::string& message) const
+    {
+        return level + " " + place() + message + "\n";
+    }
+    // C_Initialize alone tells its result once more.
+    std::string end(const std::string& result) const
+    {
+        const bool tells = row_.name == std::string("C_Initialize");
+        return (tells ? line("INF", "RETURN CODE:" + result) : "") + line("TRC", "LEAVE");
+    }
+
+private:
+    std::string place() const { return "NV::Pkcs11::" + std::string(row_.name) + ":"; }
+    size_t outcomeAt() const
+    {
+        const std::string start = line("TRC", "CALL " + std::string(row_.name) + "(): START");
+        return text_.find(start) + start.size();
+    }
+    Strings split() const
+    {
+        Strings lines;
+        for (size_t begin = 0; begin < text_.size();) {
+            const size_t length = text_.find('\n', begin) + 1 - begin;
+            lines.push_back(text_.substr(begin, length));
+            begin += length;
+        }
+        return lines;
+    }
+
+    WrapperCase row_;
+    std::string text_;
+};
+
+class WrapperTest : public testing::TestWithParam<WrapperCase> {
+protected:
+    static void SetUpTestSuite()
+    {
+        workshop = std::make_unique<Workshop>();
+        ASSERT_TRUE(workshop->p11.loadModule(ScriptedToken::path()));
+    }
+    static void TearDownTestSuite() { workshop.reset(); }
+
+    // Brings the token to where the call succeeds.
+    void SetUp() override
+    {
+        token.reset();
+        addBenchObjects(token);
+        const CK_FUNCTION_LIST direct = token.exports();
+        CK_RV rv = CKR_OK;
+        CK_SESSION_HANDLE session = 0;
+        if (row.state >= State::Initialised)
+            rv |= direct.C_Initialize(nullptr);
+        if (row.state >= State::SessionOpen)
+            rv |= direct.C_OpenSession(kSlot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
+                                       &session);
+        if (row.state >= State::LoggedIn)
+            rv |= direct.C_Login(session, CKU_USER, bench.userPin, kPin.size());
+        if (row.prepare != nullptr)
+            rv |= row.prepare(direct, bench);
+        ASSERT_EQ(CKR_OK, rv);
+        token.clearCalls();
+        workshop->capture.takeLines();
+    }
+
+    CK_RV call(Pkcs11& p11) { return row.call(p11, bench); }
+    std::string log() const { return bench.named(render(workshop->capture.takeLines())); }
+
+    WrapperCase row = GetParam();
+    Block block{row};
+    Bench bench;
+    ScriptedToken& token = workshop->token;
+};
+
+TEST_P(WrapperTest, LogsAndPassesOnItsCall)
+{
+    EXPECT_EQ(CKR_OK, call(workshop->p11));
+    EXPECT_EQ(block.text(), log());
+    EXPECT_EQ(Strings{row.recorded}, token.calls());
+}
+
+TEST_P(WrapperTest, TellsTheLibrarysFailure)
+{
+    token.fail(row.name, CKR_DEVICE_REMOVED);
+    EXPECT_EQ(CKR_DEVICE_REMOVED, call(workshop->p11));
+    const std::string result = "00000032(CKR_DEVICE_REMOVED)";
+    std::string outcome = block.outcome();
+    if (const size_t at = outcome.find("00000000(CKR_OK)"); at != std::string::npos)
+        outcome.replace(at, 16, result);
+    EXPECT_EQ(block.untilStart() + outcome + block.end(result), log());
+    EXPECT_EQ(Strings{row.recorded}, token.calls());
+}
+
+TEST_P(WrapperTest, CatchesTheLibrarysException)
+{
+    token.throwFrom(row.name);
+    EXPECT_EQ(CKR_FUNCTION_FAILED, call(workshop->p11));
+    EXPECT_EQ(block.untilStart() + block.line("ERR", "Caught Exception") +
+                  block.end("00000006(CKR_FUNCTION_FAILED)"),
+              log());
+    // The lock is free again.
+    token.clearFaults();
+    CK_ULONG count = 0;
+    workshop->p11.C_GetSlotList(CK_TRUE, nullptr, &count);
+    EXPECT_EQ(2U, token.calls().size());
+}
+
+TEST_P(WrapperTest, RefusesWithoutModule)
+{
+    EXPECT_EQ(CKR_GENERAL_ERROR, call(workshop->withoutModule));
+    EXPECT_EQ(block.arguments() + block.line("ERR", "Function List is not initialized") +
+                  block.end("00000005(CKR_GENERAL_ERROR)"),
+              log());
+    EXPECT_EQ(Strings{}, token.calls());
+}
+
+// Sets the entry of one function in the library's list to null, and puts it back.
+class WithoutEntry {
+public:
+    WithoutEntry(CK_FUNCTION_LIST* list, const std::string& name) : list_(list), saved_(*list)
+    {
+#define NV_REMOVE(function, parameters)                                                            \
+    if (name == #function)                                                                         \
+        list->function = nullptr;
+        NV_CK_FUNCTIONS(NV_REMOVE)
+#undef NV_REMOVE
+    }
+    ~WithoutEntry()
+    {
+        *list_ = saved_;
+    }
+    WithoutEntry(const WithoutEntry&) = delete;
+    WithoutEntry& operator=(const WithoutEntry&) = delete;
+
+private:
+    CK_FUNCTION_LIST* list_;
+    CK_FUNCTION_LIST saved_;
+};
+
+TEST_P(WrapperTest, FailsWithoutTheFunction)
+{
+    const WithoutEntry missing(workshop->p11.module()->functionList(), row.name);
+    EXPECT_EQ(CKR_FUNCTION_FAILED, call(workshop->p11));
+    EXPECT_EQ(block.untilStart() + block.line("ERR", "Caught Exception") +
+                  block.end("00000006(CKR_FUNCTION_FAILED)"),
+              log());
+    EXPECT_EQ(Strings{}, token.calls());
+}
+
+INSTANTIATE_TEST_SUITE_P(Pkcs11, WrapperTest, testing::ValuesIn(allCases()),
+                         [](const testing::TestParamInfo<WrapperCase>& row) {
+                             return std::string(row.param.name);
+                         });
+
+TEST(Pkcs11TableTest, HasEveryFunctionOnceInTheListsOrder)
+{
+#define NV_QUOTE(function, parameters) #function,
+    const Strings functions{NV_CK_FUNCTIONS(NV_QUOTE)};
+#undef NV_QUOTE
+    Strings rows;
+    for (const WrapperCase& row : allCases())
+        rows.push_back(row.name);
+    EXPECT_EQ(functions, rows);
+    EXPECT_EQ(68U, rows.size());
+}
+
+}  // namespace
+
+}  // namespace NV::test
