@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "keystore_token.h"
+#include "scope_exit.h"
 
 namespace NV {
 
@@ -260,13 +261,14 @@ bool CertStore::loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::ws
         NV_ERR("Failed C_OpenSession()");
         return trace.leaving(false);
     }
+    ScopeExit close([&] { p11.C_CloseSession(session); });
     for (auto& [handle, certificate] : P11CertObject::FindCertificates(p11, *slot, session)) {
         const std::wstring keyName = certificate->keyName();
         const std::string base64 = certificate->certificate();
         certificates_.try_emplace(keyName, std::move(certificate));
         P11CertObject::AddToLocalStore(providerName, keyName, base64);
     }
-    p11.C_CloseSession(session);
+    close.run();
     return trace.leaving(true);
 }
 

@@ -39,12 +39,14 @@ bool threadNotifications = true;
 
 }  // namespace
 
-// Ends the process with the signal's number.
+// Ends the process with the signal's number, whatever the log says to it.
 extern "C" void SignalHandler(int signal)
 {
+    static constexpr NV::Site here = NV_HERE;
+    NV::stopWaitingForLogger();
     std::printf("Caught signal %d\n", signal);
     static_cast<void>(std::fflush(stdout));
-    NV_SEV("Caught Signal: %d , Terminate Process", signal);
+    NV::quietly([signal] { NV_AT(SEV, here, "Caught Signal: %d , Terminate Process", signal); });
     std::exit(signal);
 }
 
@@ -119,7 +121,7 @@ bool attachWithoutThrowing(HINSTANCE instance)
 {
     try {
         attach(instance);
-        NV_AT(TRC, dllMain, "Received : DLL_PROCESS_ATTACH");
+        NV_AS(TRC, dllMain, "Received : DLL_PROCESS_ATTACH");
         attached = true;
         return true;
     } catch (...) {
@@ -131,7 +133,8 @@ bool attachWithoutThrowing(HINSTANCE instance)
 
 void detach()
 {
-    NV::quietly([] { NV_AT(TRC, dllMain, "Received : DLL_PROCESS_DETACH"); });
+    NV::stopWaitingForLogger();
+    NV::quietly([] { NV_AS(TRC, dllMain, "Received : DLL_PROCESS_DETACH"); });
     NV::quietly([] { NV::ProviderManager::instance().clear(); });
     restoreSignalHandlers();
 }
@@ -139,7 +142,7 @@ void detach()
 void logThreadNotification(const char* name)
 {
     if (attached && threadNotifications)
-        NV_AT(TRC, dllMain, "Received : %s", name);
+        NV_AS(TRC, dllMain, "Received : %s", name);
 }
 
 }  // namespace

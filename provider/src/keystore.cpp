@@ -121,10 +121,10 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     NV_TRC("0) Parse Input BLOB to get keysize (in bytes)..");
     BCRYPT_ECCKEY_BLOB header{};
     const Curve* curve = nullptr;
-    if (cbData >= sizeof header) {
-        std::memcpy(&header, pbData, sizeof header);
+    // The magic is looked at first, even if not much follows it.
+    std::memcpy(&header, pbData, std::min<size_t>(cbData, sizeof header));
+    if (cbData >= sizeof header.dwMagic)
         curve = findCurve(&Curve::ecdhMagic, header.dwMagic);
-    }
     if (curve != nullptr)
         NV_DBG("%s recieved, length=%d bytes", curve->ecdhMagicName,
                static_cast<int>(header.cbKey));
@@ -134,7 +134,7 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     NV_TRC("1) Compute Public key (uncompressed format from X and Y points)..");
     if (curve == nullptr)
         return trace.leaving(NCRYPT_KEY_HANDLE{0});
-    if ((cbData - sizeof header) / 2 < header.cbKey) {
+    if (cbData < sizeof header || (cbData - sizeof header) / 2 < header.cbKey) {
         NV_ERR("The BLOB is shorter than its header says..");
         return trace.leaving(NCRYPT_KEY_HANDLE{0});
     }

@@ -56,9 +56,10 @@ public:
         const SecretBytes& kdfAppend;
     };
 
-    // Digests prepend || secret || append on the token, or signs it with the HMAC key. The result is
-    // the whole digest: ERROR_SUCCESS, or NTE_INTERNAL_ERROR for whatever fails on the token, an
-    // output that is too small among it. *pcbResult is written on success only.
+    // Digests prepend || secret || append on the token, or signs it with the HMAC key. The result
+    // is the whole digest: ERROR_SUCCESS, or NTE_INTERNAL_ERROR for whatever fails on the token, an
+    // output that is too small among it. *pcbResult is written once the token has derived, also
+    // when closing then fails.
     SECURITY_STATUS derive(const Derivation& derivation);
 
     // A new clone's handle, 0 when no key of the name is filed.

@@ -54,7 +54,10 @@ OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE 
     rv = token.p11().C_GetAttributeValue(token.session(), secretKey, &value, 1);
     if (!token.check(rv, "C_GetAttributeValue() failed with error-code:"))
         return nullptr;
-    secret->length = lengthWithin(secret->bytes, secret->length, value.ulValueLen);
+    const uint32_t length = lengthWithin(secret->bytes, secret->length, value.ulValueLen);
+    // The record wipes no more than its length when it is freed.
+    wipe(secret->bytes + length, secret->length - length);
+    secret->length = length;
     NV_AT(DBG, site, "Agreed SharedSecret(%d bytes)=[%s], ", static_cast<int>(secret->length),
           hexEncode(secret->bytes, static_cast<int>(secret->length)).c_str());
     return secret;

@@ -97,13 +97,13 @@ CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFla
 {
     const Trace trace(NV_HERE);
     logPadding(NV_HERE, pPaddingInfo, dwFlags);
-    CK_MECHANISM mechanism = plain(CKM_RSA_PKCS);
+    OwnedMechanism mechanism(plain(CKM_RSA_PKCS));
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
         if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo)) {
             NV_DBG("pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism = plain(hash->rsaPkcs);
+                mechanism.replace(plain(hash->rsaPkcs));
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_PKCS1");
         }
@@ -114,28 +114,29 @@ CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFla
             NV_DBG("pssPaddingInfo->pszAlgId=%ls", info->pszAlgId);
             NV_DBG("pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism =
+                mechanism.replace(
                     withParameters(CKM_RSA_PKCS_PSS,
-                                   CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt});
+                                   CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt}));
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_PSS");
         }
     }
-    return trace.leaving(mechanism);
+    trace.leave();
+    return mechanism.release();
 }
 
 CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
 {
     const Trace trace(NV_HERE);
     logPadding(NV_HERE, pPaddingInfo, dwFlags);
-    CK_MECHANISM mechanism = plain(0);
+    OwnedMechanism mechanism(plain(0));
     if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
         NV_DBG("BCRYPT_PAD_NONE is enabled");
-        mechanism = plain(CKM_RSA_X_509);
+        mechanism.replace(plain(CKM_RSA_X_509));
     }
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
-        mechanism = plain(CKM_RSA_PKCS);
+        mechanism.replace(plain(CKM_RSA_PKCS));
         if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
             NV_DBG("pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
         else
@@ -148,30 +149,31 @@ CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFl
             NV_DBG("oaepPaddingInfo->pbLabel=%p", static_cast<const void*>(info->pbLabel));
             NV_DBG("oaepPaddingInfo->cbLabel=%d", static_cast<int>(info->cbLabel));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism = withParameters(CKM_RSA_PKCS_OAEP,
-                                           CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf,
-                                                                   CKZ_DATA_SPECIFIED,
-                                                                   info->pbLabel, info->cbLabel});
+                mechanism.replace(withParameters(
+                    CKM_RSA_PKCS_OAEP,
+                    CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf, CKZ_DATA_SPECIFIED,
+                                            info->pbLabel, info->cbLabel}));
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_OAEP");
         }
     }
-    return trace.leaving(mechanism);
+    trace.leave();
+    return mechanism.release();
 }
 
 // Everything but PSS is signed as raw PKCS #1 v1.5, with the DigestInfo put before the hash here.
 P11KeyObject::SignInput P11RSAKeyObject::signInput(const SignatureCall& call) const
 {
-    CK_MECHANISM mechanism = mechanismSignature(call.pPaddingInfo, call.dwFlags);
+    OwnedMechanism mechanism(mechanismSignature(call.pPaddingInfo, call.dwFlags));
     Bytes data;
     for (const HashAlgorithm& hash : hashAlgorithms) {
-        if (mechanism.mechanism == hash.rsaPkcs) {
+        if (mechanism.type() == hash.rsaPkcs) {
             data = hexDecode(hash.digestInfo);
-            mechanism.mechanism = CKM_RSA_PKCS;
+            mechanism.replace(plain(CKM_RSA_PKCS));
         }
     }
     data.insert(data.end(), call.pbHashValue, call.pbHashValue + call.cbHashValue);
-    return {mechanism, std::move(data)};
+    return {mechanism.release(), std::move(data)};
 }
 
 SECURITY_STATUS P11RSAKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
@@ -202,15 +204,18 @@ SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
     const CipherCall call{p11,      pPaddingInfo, pbInput,   cbInput,
                           pbOutput, cbOutput,     pcbResult, dwFlags};
     logArguments(here, call, nullptr);
+    CK_ULONG length = 0;
     TokenSequence token(*p11, slotId(), here);
     if (token.initialize() && token.openSession() &&
         token.findKey(2, CKO_PUBLIC_KEY, CKK_RSA, tokenId())) {
         NV_TRC("3) Try to encrypt the input data using the public key");
-        runCipher(token, here, call,
-                  {"encrypt", "C_EncryptInit()", &Pkcs11::C_EncryptInit, "C_Encrypt()",
-                   &Pkcs11::C_Encrypt});
+        length = runCipher(token, here, call,
+                           {"encrypt", "C_EncryptInit()", &Pkcs11::C_EncryptInit, "C_Encrypt()",
+                            &Pkcs11::C_Encrypt});
     }
     const SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
+    if (status == ERROR_SUCCESS)
+        *pcbResult = length;
     return trace.leaving(status);
 }
 
@@ -223,35 +228,39 @@ SECURITY_STATUS P11RSAKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
     const CipherCall call{p11,      pPaddingInfo, pbInput,   cbInput,
                           pbOutput, cbOutput,     pcbResult, dwFlags};
     logArguments(here, call, &pin);
+    CK_ULONG length = 0;
     TokenSequence token(*p11, slotId(), here);
     if (token.initialize() && token.openSession() && token.login(pin) &&
         token.findKey(3, CKO_PRIVATE_KEY, CKK_RSA, tokenId())) {
         NV_TRC("4) Try to decrypt the input data using the private key");
-        runCipher(token, here, call,
-                  {"decrypt", "C_DecryptInit()", &Pkcs11::C_DecryptInit, "C_Decrypt()",
-                   &Pkcs11::C_Decrypt});
+        length = runCipher(token, here, call,
+                           {"decrypt", "C_DecryptInit()", &Pkcs11::C_DecryptInit, "C_Decrypt()",
+                            &Pkcs11::C_Decrypt});
     }
     const SECURITY_STATUS status = token.finish({.logout = 5, .close = 6, .finalize = 7});
+    if (status == ERROR_SUCCESS)
+        *pcbResult = length;
     return trace.leaving(status);
 }
 
-void P11RSAKeyObject::runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
-                                const CipherWork& work) const
+CK_ULONG P11RSAKeyObject::runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
+                                    const CipherWork& work) const
 {
     const std::string verb = work.verb;
     OwnedMechanism mechanism(mechanismEncryption(call.pPaddingInfo, call.dwFlags));
     CK_RV rv = (call.p11->*work.init)(token.session(), mechanism.get(), token.key());
     if (!token.check(rv, "Failed to initialize " + verb + ", " + work.initName + " returned "))
-        return;
+        return 0;
     NV_AT(TRC, site, "Success to initiate %s, %s returned CKR_OK", work.verb, work.initName);
 
     CK_ULONG length = call.cbOutput;
     rv = (call.p11->*work.run)(token.session(), call.pbInput, call.cbInput, call.pbOutput, &length);
     if (!token.check(rv, "Failed to " + verb + " data, " + work.runName + " returned "))
-        return;
-    *call.pcbResult = lengthWithin(call.pbOutput, call.cbOutput, length);
+        return 0;
+    length = lengthWithin(call.pbOutput, call.cbOutput, length);
     NV_AT(TRC, site, "Success to %s data(%ld bytes), %s returned CKR_OK", work.verb,
-          static_cast<long>(*call.pcbResult), work.runName);
+          static_cast<long>(length), work.runName);
+    return length;
 }
 
 SECURITY_STATUS P11RSAKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,

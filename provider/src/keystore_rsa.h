@@ -51,8 +51,9 @@ private:
         const char* runName;
         CK_RV (Pkcs11::*run)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR);
     };
-    void runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
-                   const CipherWork& work) const;
+    // The length that the token reported, bounded by the buffer; 0 after a failure.
+    CK_ULONG runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
+                       const CipherWork& work) const;
 };
 
 }  // namespace NV

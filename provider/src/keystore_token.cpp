@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdlib>
+#include <utility>
 #include <vector>
 
 #include "p11text.h"
@@ -143,6 +144,17 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
 OwnedMechanism::~OwnedMechanism()
 {
     std::free(mechanism_.pParameter);
+}
+
+void OwnedMechanism::replace(const CK_MECHANISM& mechanism)
+{
+    std::free(mechanism_.pParameter);
+    mechanism_ = mechanism;
+}
+
+CK_MECHANISM OwnedMechanism::release()
+{
+    return std::exchange(mechanism_, {0, nullptr, 0});
 }
 
 CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported)

@@ -88,7 +88,11 @@ public:
 
     CK_MECHANISM* get() { return &mechanism_; }
     CK_MECHANISM_TYPE type() const { return mechanism_.mechanism; }
-    void setType(CK_MECHANISM_TYPE type) { mechanism_.mechanism = type; }
+
+    // Frees the parameter block and takes another mechanism.
+    void replace(const CK_MECHANISM& mechanism);
+    // Gives mechanism and parameter block away.
+    CK_MECHANISM release();
 
 private:
     CK_MECHANISM mechanism_;

@@ -47,13 +47,26 @@ bool hasOutput(const LoggerSettings& settings)
            ((settings.types & logToFile) != 0 && !settings.store.empty());
 }
 
+std::atomic<bool> processEnding{false};
+
+// Whether the lock was taken. Only an ending process goes without.
+bool take(std::unique_lock<std::mutex>& guard)
+{
+    if (processEnding)
+        return guard.try_lock();
+    guard.lock();
+    return true;
+}
+
 // Formats and writes under the channel's lock. A record that no output takes is only counted.
 void log(Channel& channel, std::string_view tag, const char* format, va_list arguments)
     NV_PRINTF(3, 0);
 
 void log(Channel& channel, std::string_view tag, const char* format, va_list arguments)
 {
-    const std::lock_guard guard(channel.mutex);
+    std::unique_lock guard(channel.mutex, std::defer_lock);
+    if (!take(guard))
+        return;
     const LoggerSettings& settings = loggerSettings();
     if (hasOutput(settings)) {
         const size_t length =
@@ -76,8 +89,14 @@ struct ArgumentListEnd {
 
 LoggerSettings& loggerSettings()
 {
-    static LoggerSettings settings;
-    return settings;
+    // Never destroyed: other modules' exit code may still call in.
+    static LoggerSettings* const settings = new LoggerSettings;
+    return *settings;
+}
+
+void stopWaitingForLogger()
+{
+    processEnding = true;
 }
 
 std::atomic<uint32_t>& loggerRecordCount()

@@ -49,6 +49,10 @@ LoggerSettings& loggerSettings();
 // that finds it 0, so a process that begins without outputs never writes one.
 std::atomic<uint32_t>& loggerRecordCount();
 
+// From now on a record is dropped rather than waited for: the process is ending, and a thread that
+// holds a lock of the logger may be gone, or be the one that crashed inside it.
+void stopWaitingForLogger();
+
 // Write one record of their level. Only SEV asks the level mask; the other five write whatever the
 // mask holds. A message of more than 65,535 characters is written as an empty one. "%ls" writes
 // UTF-8. Throw std::filesystem::filesystem_error when the log folder can neither be listed nor

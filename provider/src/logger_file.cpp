@@ -82,7 +82,8 @@ HANDLE openListing(const std::filesystem::path& folder, WIN32_FIND_DATAW& entry)
         throwListingError(folder, error);
     std::filesystem::create_directories(folder, ignored);
     handle = findFirst(folder, entry);
-    if (handle == INVALID_HANDLE_VALUE)
+    // The root of an empty drive is there and has not one entry.
+    if (handle == INVALID_HANDLE_VALUE && GetLastError() != ERROR_FILE_NOT_FOUND)
         throwListingError(folder, GetLastError());
     return handle;
 }
@@ -92,6 +93,8 @@ void deleteOutdated(const Folder& folder, std::time_t now, int32_t daysKept)
     const FileName configured = splitFileName(folder.configuredName);
     WIN32_FIND_DATAW entry;
     const FindHandle listing(openListing(folder.path, entry));
+    if (!listing.valid())
+        return;
     do {
         const bool regular = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
         if (regular && isOutdated(entry.cFileName, configured, now, daysKept))

@@ -28,13 +28,13 @@ public:
     }
 
     template <typename T>
-    void appendFormatted(const char* specification, T value)
+    void appendFormatted(const char* conversion, T value)
     {
-// The specification is a piece of a format that the compiler has checked at the level function.
+// The conversion is a piece of a format that the compiler has checked at the level function.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wformat-nonliteral"
         const int written =
-            std::snprintf(buffer_ + length_, capacity_ - length_, specification, value);
+            std::snprintf(buffer_ + length_, capacity_ - length_, conversion, value);
 #pragma GCC diagnostic pop
         if (written < 0 || static_cast<size_t>(written) >= capacity_ - length_)
             overflow_ = true;

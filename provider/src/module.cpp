@@ -341,6 +341,7 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
     NV_AS(TRC, init, "Call C_GetMechanismList():START");
     CK_RV rv = getMechanismList(slotId, nullptr, &count);
     const bool counted = rv == CKR_OK;
+    const CK_ULONG announced = count;
     if (counted) {
         types.resize(count);
         rv = getMechanismList(slotId, types.data(), &count);
@@ -348,7 +349,7 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
     }
     NV_AS(TRC, init, "Call C_GetMechanismList():END RV=%s", returnValueText(rv));
     if (counted)
-        NV_AS(DBG, init, "SUCCESS: C_GetMechanismList(): Count=%d", static_cast<int>(types.size()));
+        NV_AS(DBG, init, "SUCCESS: C_GetMechanismList(): Count=%d", static_cast<int>(announced));
     if (rv != CKR_OK)
         return;
 

@@ -13,6 +13,7 @@
 #include "config.h"
 #include "nvvtoken_memory.h"
 #include "pindialog.h"
+#include "scope_exit.h"
 #include "trace.h"
 
 namespace NV {
@@ -20,6 +21,9 @@ namespace NV {
 namespace {
 
 constexpr size_t maxPropertyNameLength = 64;  // characters
+
+// A property's size is a signed number.
+constexpr DWORD maxPropertySize = INT32_MAX;
 
 // Types of the provider's own properties: a text with its terminating zero, and plain bytes.
 constexpr uint32_t textProperty = 1;
@@ -64,9 +68,10 @@ bool Provider::init()
     const std::lock_guard sequence(sequenceLock());
     if (!openToken(here))
         return trace.endWithResult(false);
+    ScopeExit finalize([this] { pkcs11_->C_Finalize(nullptr); });
     setDefaultProperties();
     serveFirstActiveSlot(here);
-    pkcs11_->C_Finalize(nullptr);
+    finalize.run();
     return trace.endWithResult(true);
 }
 
@@ -226,7 +231,7 @@ SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput
     const std::lock_guard guard(lock_);
     trace.startClock();
 
-    if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0)
+    if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0 || cbInput > maxPropertySize)
         return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
     properties_[pszProperty] =
         std::make_shared<Property>(pszProperty, 0, pbInput, static_cast<int32_t>(cbInput));

@@ -200,6 +200,7 @@ public:
 private:
     ProviderManager() = default;
 
+    bool isOpen(NCRYPT_PROV_HANDLE hProvider);
     SECURITY_STATUS open(const Site& site, NCRYPT_PROV_HANDLE* phProvider);
     SECURITY_STATUS free(const Site& site, NCRYPT_PROV_HANDLE hProvider);
 

@@ -98,9 +98,9 @@ P11KeyObject* Provider::logFound(const Site& site, P11KeyObject* key)
 {
     // What was not found prints, and that is null whatever the handle. Kept.
     if (key == nullptr)
-        NV_AT(ERR, site, "Not Found Key = %p", static_cast<const void*>(key));
+        NV_AS(ERR, site, "Not Found Key = %p", static_cast<const void*>(key));
     else
-        NV_AT(TRC, site, "Found Key = %p", static_cast<const void*>(key));
+        NV_AS(TRC, site, "Found Key = %p", static_cast<const void*>(key));
     return key;
 }
 

@@ -71,15 +71,18 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
     return trace.end(status);
 }
 
+// A value that is not known yet gets an entry without a provider and is known from then on.
+bool ProviderManager::isOpen(NCRYPT_PROV_HANDLE hProvider)
+{
+    const std::lock_guard guard(mapLock_);
+    return providers_[hProvider] != nullptr;
+}
+
 SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phProvider)
 {
-    {
-        // A value that is not known yet gets an entry without a provider and is known from then on.
-        const std::lock_guard guard(mapLock_);
-        if (providers_[*phProvider] != nullptr) {
-            NV_AS(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
-            return NTE_INVALID_PARAMETER;
-        }
+    if (isOpen(*phProvider)) {
+        NV_AS(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
+        return NTE_INVALID_PARAMETER;
     }
     auto* provider = new (std::nothrow) Provider;
     if (provider == nullptr) {
@@ -128,7 +131,8 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
         NV_AS(ERR, site, "Failure: Provider[%p] not found", asPointer(hProvider));
         return NTE_INVALID_HANDLE;
     }
-    NV_AS(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider));
+    // The handle is gone: from here on nothing may keep the provider from being destroyed.
+    quietly([&] { NV_AT(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
     {
         std::unique_lock guard(mapLock_);
         visitEnded_.wait(guard, [&] { return !visits_.contains(provider); });

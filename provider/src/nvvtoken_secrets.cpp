@@ -3,6 +3,7 @@
 #include "nvvtoken.h"
 
 #include <cstring>
+#include <new>
 #include <span>
 #include <string>
 #include <string_view>
@@ -24,10 +25,15 @@ struct DerivationParameters {
     SecretBytes append;
 };
 
-void addTo(SecretBytes& bytes, const BCryptBuffer& buffer)
+SECURITY_STATUS addTo(SecretBytes& bytes, const BCryptBuffer& buffer)
 {
     const auto* data = static_cast<const unsigned char*>(buffer.pvBuffer);
-    bytes.insert(bytes.end(), data, data + buffer.cbBuffer);
+    try {
+        bytes.insert(bytes.end(), data, data + buffer.cbBuffer);
+        return ERROR_SUCCESS;
+    } catch (const std::bad_alloc&) {
+        return NTE_INTERNAL_ERROR;
+    }
 }
 
 // A text of at most the buffer's size; it may lack its terminator and need not be aligned.
@@ -53,25 +59,20 @@ SECURITY_STATUS readBuffer(const Site& site, const BCryptBuffer& buffer, bool us
         return ERROR_SUCCESS;
     case KDF_SECRET_PREPEND:
         NV_AS(DBG, site, "Using secret prepend item (KDF_SECRET_PREPEND)..");
-        if (!empty)
-            addTo(parameters.prepend, buffer);
-        return ERROR_SUCCESS;
+        return empty ? ERROR_SUCCESS : addTo(parameters.prepend, buffer);
     case KDF_SECRET_APPEND:
         NV_AS(DBG, site, "Using secret append item (KDF_SECRET_APPEND)..");
-        if (!empty)
-            addTo(parameters.append, buffer);
-        return ERROR_SUCCESS;
+        return empty ? ERROR_SUCCESS : addTo(parameters.append, buffer);
     case KDF_HMAC_KEY:
         if (!useHmacKdf) {
             NV_AS(ERR, site,
                   "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!");
             return NTE_INVALID_PARAMETER;
         }
-        if (!empty) {
-            parameters.hmacKey.clear();
-            addTo(parameters.hmacKey, buffer);
-        }
-        return ERROR_SUCCESS;
+        if (empty)
+            return ERROR_SUCCESS;
+        parameters.hmacKey.clear();
+        return addTo(parameters.hmacKey, buffer);
     default:
         NV_AS(DBG, site, "Unknown NCryptBufferType encountered!!");
         return NTE_INVALID_PARAMETER;

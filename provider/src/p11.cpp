@@ -1,6 +1,6 @@
-// The call layer's shared pieces, its life, and the wrappers of the general, slot, token and session
-// functions. A wrapper states its name, its arguments with the way they print, how its outcome is
-// told, and what it adds.
+// The call layer's shared pieces, its life, and the wrappers of the general, slot, token and
+// session functions. A wrapper states its name, its arguments with the way they print, how its
+// outcome is told, and what it adds.
 
 #include "p11.h"
 
@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "p11_call.h"
+#include "scope_exit.h"
 
 namespace NV {
 
@@ -90,9 +91,9 @@ bool Pkcs11::loadModule(std::string path)
     const std::lock_guard guard(lock_);
     NV_ARG(trace, "path=%s", path.c_str());
     if (module_ != nullptr)
-        return trace.leave(false);
+        return trace.leaving(false);
     module_ = std::make_unique<P11Module>(std::move(path));
-    return trace.leave(module_->load() && module_->init());
+    return trace.leaving(module_->load() && module_->init());
 }
 
 CK_C_INITIALIZE_ARGS* Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs,
@@ -284,12 +285,24 @@ CK_RV Pkcs11::C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8
         // The text says the opposite of what is wrong. Kept: logs are searched by it.
         NV_ERR("Invalid Argument ulPinLen is zero");
     } else {
-        module_->lock();
-        rv = NVEnterPIN(*module_, hSession, userType);
-        module_->unlock();
+        rv = loginWithoutPin(here, hSession, userType);
     }
     trace.leave();
     return rv;
+}
+
+CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType)
+{
+    try {
+        module_->lock();
+        ScopeExit unlock([this] { module_->unlock(); });
+        const CK_RV rv = NVEnterPIN(*module_, hSession, userType);
+        unlock.run();
+        return rv;
+    } catch (...) {
+        NV_AT(ERR, site, "Caught Exception");
+        return CKR_FUNCTION_FAILED;
+    }
 }
 
 CK_RV NVEnterPIN(const P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,

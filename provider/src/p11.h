@@ -61,6 +61,8 @@ private:
     CK_RV call(const Call& which, const Before& before, const After& after,
                const Arguments&... arguments);
 
+    CK_RV loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType);
+
     CK_C_INITIALIZE_ARGS* prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs,
                                           std::unique_ptr<CK_C_INITIALIZE_ARGS>& replaced);
 
