@@ -13,11 +13,6 @@ namespace {
 
 constexpr auto openHeading = "1) Try to open a new session";
 
-std::string hex(const SecretBytes& bytes)
-{
-    return hexEncode(bytes.data(), static_cast<int32_t>(bytes.size()));
-}
-
 int asInt(size_t size)
 {
     return static_cast<int>(size);
@@ -71,11 +66,11 @@ SecretBytes inputData(const Site& site, const KeyStore::Derivation& d)
     for (const SecretBytes* piece : {&d.kdfPrepend, &d.secret, &d.kdfAppend})
         input.insert(input.end(), piece->begin(), piece->end());
     NV_AS(DBG, site, "Retrieved SharedSecret(%d bytes)=[%s]", asInt(d.secret.size()),
-          hex(d.secret).c_str());
-    NV_AS(DBG, site, "KDFInputData(%d bytes)=[%s]", asInt(input.size()), hex(input).c_str());
+          secretHex(d.secret).data());
+    NV_AS(DBG, site, "KDFInputData(%d bytes)=[%s]", asInt(input.size()), secretHex(input).data());
     if (d.useHmacKdf)
         NV_AS(DBG, site, "HMAC_KEY(%d bytes)=[%s]", asInt(d.hmacKey.size()),
-              hex(d.hmacKey).c_str());
+              secretHex(d.hmacKey).data());
     return input;
 }
 
@@ -143,7 +138,7 @@ void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
     *d.pcbResult = length;
     if (d.pbDerivedKey != nullptr)
         NV_AS(DBG, site, "Derived Key(%d bytes): [%s]", asInt(length),
-              hexEncode(d.pbDerivedKey, asInt(length)).c_str());
+              secretHex(d.pbDerivedKey, length).data());
 }
 
 }  // namespace

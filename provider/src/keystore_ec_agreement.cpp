@@ -59,7 +59,7 @@ OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE 
     wipe(secret->bytes + length, secret->length - length);
     secret->length = length;
     NV_AT(DBG, site, "Agreed SharedSecret(%d bytes)=[%s], ", static_cast<int>(secret->length),
-          hexEncode(secret->bytes, static_cast<int>(secret->length)).c_str());
+          secretHex(secret->bytes, secret->length).data());
     return secret;
 }
 

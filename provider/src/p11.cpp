@@ -305,10 +305,17 @@ CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_U
     }
 }
 
-CK_RV NVEnterPIN(const P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
-                 PinSource source)
+CK_RV Pkcs11::C_Logout(CK_SESSION_HANDLE hSession)
 {
-    const Trace trace(NV_HERE);
+    return NV_PLAIN_CALL(C_Logout, End, pointer("hSession", hSession));
+}
+
+}  // namespace NV
+
+CK_RV NVEnterPIN(const NV::P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
+                 NV::PinSource source)
+{
+    const NV::Trace trace(NV_HERE);
     NV_TRC("Popup Dialog: START");
     std::string pin = source["pin"];
     NV_TRC("Popup Dialog: END");
@@ -319,20 +326,13 @@ CK_RV NVEnterPIN(const P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TY
         // In clear text on purpose: this path serves set-ups that are being debugged.
         NV_DBG("Entered Pin=%s[%dbytes]", pin.c_str(), static_cast<int>(pin.size()));
         NV_TRC("CALL C_Login(): START");
-        const Stopwatch clock;
+        const NV::Stopwatch clock;
         rv = module.functionList()->C_Login(hSession, userType,
                                             reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()),
                                             static_cast<CK_ULONG>(pin.size()));
         NV_TRC("CALL C_Login(): END [%.3f msec]", clock.milliseconds());
-        NV_INF("CALL C_Login(): RETURN CODE:%s", returnValueText(rv));
+        NV_INF("CALL C_Login(): RETURN CODE:%s", NV::returnValueText(rv));
     }
     trace.leave();
     return rv;
 }
-
-CK_RV Pkcs11::C_Logout(CK_SESSION_HANDLE hSession)
-{
-    return NV_PLAIN_CALL(C_Logout, End, pointer("hSession", hSession));
-}
-
-}  // namespace NV

@@ -33,21 +33,16 @@ public:
 
     // C_Initialize with null makes init arguments with our mutex callbacks, which the module owns.
     // C_Login with a null PIN of length 0 asks NVEnterPIN.
-    // clang-format off: the macro makes it take what follows for something else.
+    // The macro makes clang-format take what follows for something else.
+    // clang-format off
 #define NV_WRAPPER(name, parameters) virtual CK_RV name parameters;
     NV_CK_FUNCTIONS(NV_WRAPPER)
 #undef NV_WRAPPER
 
     // Null before loadModule.
-    const P11Module* module() const
-    {
-        return module_.get();
-    }
+    const P11Module* module() const { return module_.get(); }
     // Whether C_Initialize ever returned CKR_OK.
-    bool initialized() const
-    {
-        return initialized_;
-    }
+    bool initialized() const { return initialized_; }
     // clang-format on
 
 private:
@@ -74,10 +69,10 @@ private:
 // Where NVEnterPIN takes a PIN from: the entry "pin". No prompt is attached to it, so it is empty.
 using PinSource = std::map<std::string, std::string>;
 
+}  // namespace NV
+
 // Logs in with the PIN of the source through the module's function list: the library's result, or
 // CKR_GENERAL_ERROR when the PIN is empty. The caller holds the lock of its Pkcs11 object, and the
 // module must hold a function list.
-CK_RV NVEnterPIN(const P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
-                 PinSource source = {});
-
-}  // namespace NV
+CK_RV NVEnterPIN(const NV::P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
+                 NV::PinSource source = {});

@@ -6,6 +6,8 @@
 #include <memory>
 #include <vector>
 
+#include "encoding.h"
+
 namespace NV {
 
 // Overwrites with zeros in a way that the compiler does not leave out.
@@ -38,6 +40,23 @@ struct WipingAllocator {
 
 // A vector, because a short std::string lies in the object itself and would not be wiped.
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
+using SecretText = std::vector<char, WipingAllocator<char>>;
 using SecretWideText = std::vector<wchar_t, WipingAllocator<wchar_t>>;
+
+// Upper-case hexadecimal with a terminating zero. The text of a secret is the secret, too.
+inline SecretText secretHex(const unsigned char* data, size_t length)
+{
+    SecretText text;
+    text.reserve(2 * length + 1);
+    for (size_t i = 0; i < length; ++i)
+        text.insert(text.end(), detail::hexPairs[data[i]].begin(), detail::hexPairs[data[i]].end());
+    text.push_back('\0');
+    return text;
+}
+
+inline SecretText secretHex(const SecretBytes& bytes)
+{
+    return secretHex(bytes.data(), bytes.size());
+}
 
 }  // namespace NV

@@ -83,6 +83,31 @@ class KeyProperties : public TokenTest {};
 class KeyNames : public TokenTest {};
 class TokenKeys : public TokenTest {};
 
+// Keeps the PKCS #11 library initialised, as a browser in the same process would.
+class LibraryUser {
+public:
+    LibraryUser() : library_(LoadLibraryW(host::winelibPath("p11bridge.dll").c_str()))
+    {
+        const auto getFunctionList = reinterpret_cast<CK_C_GetFunctionList>(
+            reinterpret_cast<void*>(GetProcAddress(library_, "C_GetFunctionList")));
+        EXPECT_EQ(getFunctionList(&functions_), CKR_OK);
+        EXPECT_EQ(functions_->C_Initialize(nullptr), CKR_OK);
+    }
+    ~LibraryUser()
+    {
+        EXPECT_EQ(functions_->C_Finalize(nullptr), CKR_OK);
+        FreeLibrary(library_);
+    }
+    LibraryUser(const LibraryUser&) = delete;
+    LibraryUser& operator=(const LibraryUser&) = delete;
+
+    const CK_FUNCTION_LIST* operator->() const { return functions_; }
+
+private:
+    HMODULE library_;
+    CK_FUNCTION_LIST* functions_ = nullptr;
+};
+
 struct StoreCloser {
     void operator()(void* store) const { CertCloseStore(store, 0); }
 };
@@ -256,13 +281,7 @@ TEST_F(TokenKeys, TwoProvidersWorkSideBySide)
 // leaves it as it was.
 TEST_F(TokenKeys, WorkWhileSomebodyElseUsesTheLibrary)
 {
-    const HMODULE library = LoadLibraryW(host::winelibPath("p11bridge.dll").c_str());
-    ASSERT_NE(library, nullptr);
-    const auto getFunctionList = reinterpret_cast<CK_C_GetFunctionList>(
-        reinterpret_cast<void*>(GetProcAddress(library, "C_GetFunctionList")));
-    CK_FUNCTION_LIST* functions = nullptr;
-    ASSERT_EQ(getFunctionList(&functions), CKR_OK);
-    ASSERT_EQ(functions->C_Initialize(nullptr), CKR_OK);
+    const LibraryUser somebody;
     const Bytes hash = arbitraryBytes(sha256.size);
     {
         const OpenedKey key = open(rsa2048);
@@ -271,9 +290,7 @@ TEST_F(TokenKeys, WorkWhileSomebodyElseUsesTheLibrary)
         EXPECT_EQ(key.encrypt(Padding::pkcs1(nullptr), hash).status, ERROR_SUCCESS);
     }
     CK_INFO information{};
-    EXPECT_EQ(functions->C_GetInfo(&information), CKR_OK);
-    EXPECT_EQ(functions->C_Finalize(nullptr), CKR_OK);
-    FreeLibrary(library);
+    EXPECT_EQ(somebody->C_GetInfo(&information), CKR_OK);
 }
 
 // With certificates that nobody has published before: Wine writes the provider information of a

@@ -132,6 +132,13 @@ TRC NV::P11CertObject::AddToLocalStore:LEAVE
 )");
 }
 
+TEST_F(PublishTest, anEqualCertificateIsReplaced)
+{
+    EXPECT_TRUE(publish());
+    EXPECT_TRUE(publish());
+    EXPECT_EQ(std::string(steps1To4) + steps1To4, steps());
+}
+
 TEST_F(PublishTest, aStoreThatDoesNotOpenEndsIt)
 {
     openFails = true;

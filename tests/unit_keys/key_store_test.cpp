@@ -199,7 +199,7 @@ TRC NV::KeyStore::open:Try to find [A0] from managed keys
 ERR NV::KeyStore::open:Failed to open the key because Not Found KeyId = A0
 TRC NV::KeyStore::open:LEAVE
 )");
-        EXPECT_EQ(2U, store.keyCount());
+        ASSERT_EQ(2U, store.keyCount());
         EXPECT_EQ(nullptr, store.keyAt(0));
         EXPECT_EQ(L"B1", store.keyAt(1)->keyId());
     }

@@ -7,9 +7,8 @@
 #include <atomic>
 #include <cstdlib>
 
-#include "config.h"
 #include "key_store_fixture.h"
-#include "nvvtoken.h"
+#include "provider_fixture.h"
 
 namespace {
 
@@ -102,25 +101,7 @@ protected:
 
 class KeyStoreMemoryTest : public KeyStoreTest {};
 
-// A provider with one RSA key.
-class ProviderMemoryTest : public testing::Test {
-protected:
-    ProviderMemoryTest()
-    {
-        const TemporaryFolder folder;
-        const std::filesystem::path file = folder.path() / "memory.conf";
-        writeFile(file, "p11File=" + ScriptedToken::path() + "\n");
-        Config::instance().load(narrowPath(file));
-        token.addCertificate(Bytes{0x01, 0xAB}, certificateDer("rsa2048"));
-        provider = std::make_unique<Provider>();
-        if (!provider->init())
-            throw std::runtime_error("the provider does not initialise");
-    }
-
-    ScriptedToken token;
-    LogCapture log;
-    std::unique_ptr<Provider> provider;
-};
+using ProviderMemoryTest = ProviderTest;
 
 }  // namespace
 

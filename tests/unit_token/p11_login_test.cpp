@@ -1,6 +1,7 @@
 // C_Login's rules for the PIN, and NVEnterPIN.
 
 #include <chrono>
+#include <stdexcept>
 #include <thread>
 
 #include "token_layer_fixture.h"
@@ -163,6 +164,23 @@ TEST_F(Pkcs11LoginTest, HoldsItsOwnLockWhileItAsks)
     EXPECT_LT(lines.find("C_CancelFunction:ENTER"), lines.find("NVEnterPIN:ENTER"));
     EXPECT_GT(lines.find("C_CancelFunction:ARG[0]"), lines.find("C_Login:LEAVE"));
     EXPECT_EQ(Strings{"C_CancelFunction(session=0x5E55)"}, token.calls());
+}
+
+CK_RV NV_CK_CALL throwing(CK_VOID_PTR)
+{
+    throw std::runtime_error("no lock");
+}
+
+TEST_F(Pkcs11LoginTest, CatchesAnExceptionOfTheCallersMutex)
+{
+    CK_C_INITIALIZE_ARGS args{createAny, accept, throwing, accept, 0, nullptr};
+    ASSERT_EQ(CKR_CRYPTOKI_ALREADY_INITIALIZED, p11.C_Initialize(&args));
+    log();
+    EXPECT_EQ(CKR_FUNCTION_FAILED, p11.C_Login(session, CKU_USER, nullptr, 0));
+    EXPECT_TRUE(log().ends_with("ERR NV::Pkcs11::C_Login:Caught Exception\n"
+                                "TRC NV::Pkcs11::C_Login:LEAVE\n"));
+    // The layer's own lock is free again.
+    EXPECT_EQ(CKR_OK, p11.C_CancelFunction(session));
 }
 
 TEST_F(Pkcs11LoginTest, NvEnterPinLogsInWithThePinOfItsSource)

@@ -32,7 +32,7 @@ TEST_F(Pkcs11LoadTest, LoadsAndDiscoversAndLeavesTheLibraryFinalised)
     expectLines(R"(
 TRC NV::Pkcs11::loadModule:ENTER
 TRC NV::Pkcs11::loadModule:ARG[0]:path=<token>
-TRC NV::Pkcs11::loadModule:LEAVE(1)
+TRC NV::Pkcs11::loadModule:LEAVE
 )",
                 log("NV::Pkcs11::loadModule"));
 }

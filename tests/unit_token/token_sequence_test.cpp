@@ -101,16 +101,18 @@ TEST_F(TokenSequenceTest, RunsFromInitialisingToFinalising)
     expectLines(joined({initializeLines, openLines, loginLines, searchLines, foundLines,
                         searchEndLines, logoutLines, closeLines, finalizeLines}),
                 operationLog());
-    EXPECT_EQ((Strings{"C_Initialize(initArgs={CreateMutex=given,DestroyMutex=given,"
-                       "LockMutex=given,UnlockMutex=given,flags=0x3,reserved=null})",
-                       "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)",
-                       "C_Login(session=0x5E55, userType=1, pin=odd-PIN-7391)",
-                       "C_FindObjectsInit(session=0x5E55, "
-                       "template={0x0=03000000,0x100=00000000,0x102=01AB})",
-                       "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)",
-                       "C_FindObjectsFinal(session=0x5E55)", "C_Logout(session=0x5E55)",
-                       "C_CloseSession(session=0x5E55)", "C_Finalize(reserved=null)"}),
-              token.calls());
+    const std::string initialisation =
+        "C_Initialize(initArgs={CreateMutex=given,DestroyMutex=given,"
+        "LockMutex=given,UnlockMutex=given,flags=0x3,reserved=null})";
+    const std::string search = "C_FindObjectsInit(session=0x5E55, "
+                               "template={0x0=03000000,0x100=00000000,0x102=01AB})";
+    EXPECT_EQ(
+        (Strings{initialisation, "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)",
+                 "C_Login(session=0x5E55, userType=1, pin=odd-PIN-7391)", search,
+                 "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)",
+                 "C_FindObjectsFinal(session=0x5E55)", "C_Logout(session=0x5E55)",
+                 "C_CloseSession(session=0x5E55)", "C_Finalize(reserved=null)"}),
+        token.calls());
     EXPECT_FALSE(token.initialised());
 }
 
@@ -249,8 +251,9 @@ TEST_F(TokenSequenceTest, WithoutAKeyTheSearchIsNotFinished)
     EXPECT_EQ(NTE_INTERNAL_ERROR, run());
     EXPECT_FALSE(worked);
     expectLines(joined({initializeLines, openLines, loginLines, searchLines,
-                        "DBG NV::Operation::run:Success to Found 0 Object (must be 1)\n"
-                        "ERR NV::Operation::run:There is no suitable private key object\n",
+                        R"(DBG NV::Operation::run:Success to Found 0 Object (must be 1)
+ERR NV::Operation::run:There is no suitable private key object
+)",
                         logoutLines, closeLines, finalizeLines}),
                 operationLog());
     EXPECT_TRUE(token.calls("C_FindObjectsFinal").empty());
@@ -271,10 +274,10 @@ TEST_F(TokenSequenceTest, OfSeveralKeysTheFirstServes)
     EXPECT_EQ(ERROR_SUCCESS, run());
     EXPECT_EQ(0xB2U, key);
     expectLines(joined({initializeLines, openLines, loginLines, searchLines,
-                        "DBG NV::Operation::run:Success to Found 3 Object (must be 1)\n"
-                        "WRN NV::Operation::run:There are multiple private key objects for the "
-                        "token (use first one)\n"
-                        "TRC NV::Operation::run:Found private key object = 00000000000000b2\n",
+                        R"(DBG NV::Operation::run:Success to Found 3 Object (must be 1)
+WRN NV::Operation::run:There are multiple private key objects for the token (use first one)
+TRC NV::Operation::run:Found private key object = 00000000000000b2
+)",
                         searchEndLines, logoutLines, closeLines, finalizeLines}),
                 operationLog());
 }

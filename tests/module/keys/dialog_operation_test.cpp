@@ -1,5 +1,8 @@
 // Signing and decrypting through the table, with the PIN typed into the dialog.
 
+#include <chrono>
+#include <future>
+
 #include "dialog_driver.h"
 #include "module_fixture.h"
 
@@ -167,6 +170,25 @@ TEST_F(DialogOperationTest, aMissingPrivateKeyIsAnInternalErrorAfterThePin)
     EXPECT_TRUE(output.untouched());
     EXPECT_EQ("There is no suitable private key object\n", messages(takeLines(), "ERR"));
     EXPECT_FALSE(token.initialised());
+}
+
+TEST_F(DialogOperationTest, aSecondThreadWaitsUntilTheDialogIsAnswered)
+{
+    std::future<SECURITY_STATUS> second;
+    bool waited = false;
+    {
+        const DialogDriver dialog([&](const PinDialogWindow& window) {
+            second = std::async(std::launch::async,
+                                [&] { return table()->IsAlgSupported(handle(), L"RSA", 0); });
+            waited = second.wait_for(std::chrono::milliseconds(100)) == std::future_status::timeout;
+            window.type(rightPin);
+            window.pressOk();
+        });
+        EXPECT_EQ(status(ERROR_SUCCESS), sign(rsa));
+    }
+    EXPECT_TRUE(waited);
+    ASSERT_TRUE(second.valid());
+    EXPECT_EQ(status(ERROR_SUCCESS), second.get());
 }
 
 TEST_F(DialogOperationTest, theLogNeverHoldsThePin)

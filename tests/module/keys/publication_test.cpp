@@ -32,7 +32,7 @@ protected:
         module.reset();
     }
 
-    // "container, provider, type, flags, parameters, key spec" of each certificate of the
+    // "container, provider, type, flags, parameters, kind of key" of each certificate of the
     // store with this encoding, a line each.
     static std::string information(const Bytes& der)
     {
@@ -124,6 +124,8 @@ TEST_F(PublicationTest, openingAgainAddsNothing)
     openAndClose();
     openAndClose();
     EXPECT_EQ(count, storedCount());
+    // Replaced, not refused.
+    EXPECT_EQ("", messages(profile.log(), "ERR"));
     EXPECT_EQ("01AB, Norvanta Software KeyStore Provider, 0, 0, 0, 2\n", information(der));
 }
 
