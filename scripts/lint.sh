@@ -75,7 +75,7 @@ checkCppcheck()
             --cppcheck-build-dir="$build/cppcheck/cache" \
             --std=c++20 --platform=win64 --library=windows --library=googletest \
             -D_WIN32 -D_WIN64 -D__MINGW32__ -D__MINGW64__ -D__x86_64__ -D__GNUC__=12 -DNDEBUG \
-            -Iprovider/src -j"$(nproc)" --quiet --template=gcc "${files[@]}")
+            -Iprovider/src -Itests/support/common -j"$(nproc)" --quiet --template=gcc "${files[@]}")
 }
 
 # changedFiles: what clang-tidy looks at when not asked for everything; "*" if that cannot be told.

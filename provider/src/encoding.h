@@ -109,8 +109,9 @@ inline std::string base64Encode(const unsigned char* data, uint32_t length)
     }
     const uint32_t rest = length - i;
     if (rest > 0) {
-        const unsigned group =
-            unsigned{data[i]} << 16 | (rest > 1 ? unsigned{data[i + 1]} << 8 : 0);
+        // cppcheck-suppress nullPointer ; a null pointer comes with length 0, which has no rest
+        const unsigned first = data[i];
+        const unsigned group = first << 16 | (rest > 1 ? unsigned{data[i + 1]} << 8 : 0);
         out[0] = letter(group >> 18);
         out[1] = letter(group >> 12);
         if (rest > 1)

@@ -59,6 +59,7 @@ std::string functionTemplate(const T&)
 
 class Object {
 public:
+    // cppcheck-suppress useInitializationList ; it is a variable of the test, not a member
     Object() { constructorName = name(NV_HERE); }
     explicit Object(std::string& destructorName) : destructorName_(&destructorName) {}
     Object(const Object&) = delete;

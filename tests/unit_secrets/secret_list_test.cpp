@@ -1,7 +1,6 @@
 // The list of agreed secrets: what is in it, and that it stands several providers on several threads.
 
 #include <atomic>
-#include <barrier>
 #include <memory>
 #include <optional>
 #include <thread>
@@ -10,6 +9,7 @@
 #include "nvvtoken.h"
 #include "profile.h"
 #include "secret_fixture.h"
+#include "start_line.h"
 
 namespace NV::test {
 
@@ -81,11 +81,11 @@ TEST(SecretListTest, losesNothingOnManyThreads)
             handles.push_back(reinterpret_cast<NCRYPT_SECRET_HANDLE>(secret.get()));
     }
     {
-        std::barrier start(threads);
+        StartLine start(threads);
         std::vector<std::jthread> running;
         for (auto& own : secrets) {
             running.emplace_back([&] {
-                start.arrive_and_wait();
+                start.wait();
                 for (OwnedSecret& secret : own)
                     SecretList::instance().add(std::move(secret));
             });
@@ -107,9 +107,9 @@ TEST(SecretListTest, standsManyThreads)
     constexpr int threads = 4;
     constexpr int rounds = 500;
     std::atomic<int> wrong = 0;
-    std::barrier start(threads);
+    StartLine start(threads);
     const auto work = [&](unsigned char mark) {
-        start.arrive_and_wait();
+        start.wait();
         for (int i = 0; i < rounds; ++i) {
             const auto handle = addToList({mark, static_cast<unsigned char>(i)});
             const auto bytes = SecretList::instance().copy(handle);
@@ -236,11 +236,11 @@ TEST_F(ProviderSecretsTest, twoProvidersDeriveAtOnceWithoutMeetingOnTheToken)
     const Bytes expected = digestOf(CKM_SHA256, Bytes{0x51, 0x52});
     std::atomic<int> wrong = 0;
     {
-        std::barrier start(2);
+        StartLine start(2);
         std::vector<std::jthread> running;
         for (auto& provider : providers) {
             running.emplace_back([&] {
-                start.arrive_and_wait();
+                start.wait();
                 for (int i = 0; i < 50; ++i) {
                     const Result result = derive(*provider, secret);
                     wrong += result.status != ERROR_SUCCESS || result.key != expected ? 1 : 0;

@@ -254,7 +254,11 @@ TEST_F(PinOperation, TheOwnerWindowIsDisabledWhileTheDialogIsOpen)
 // A window that is gone by then cannot own a dialog: it is not shown.
 TEST_F(PinOperation, ADestroyedOwnerWindowMeansNoDialog)
 {
-    HWND handle = makeWindow().get();
+    HWND handle = nullptr;
+    {
+        const auto window = makeWindow();
+        handle = window.get();
+    }
     ASSERT_FALSE(IsWindow(handle));
     setOwner(&handle, sizeof handle);
     takeLines();

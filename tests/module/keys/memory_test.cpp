@@ -40,8 +40,9 @@ size_t heapBytes()
 Usage usage()
 {
     HANDLE event = CreateEventW(nullptr, FALSE, FALSE, nullptr);
+    const auto lowestFreeHandle = reinterpret_cast<uintptr_t>(event);
     CloseHandle(event);
-    return {heapBytes(), reinterpret_cast<uintptr_t>(event)};
+    return {heapBytes(), lowestFreeHandle};
 }
 
 class UsageTest : public ServedKeysTest {

@@ -2,10 +2,10 @@
 // and two of them at work at once.
 
 #include <atomic>
-#include <barrier>
 #include <thread>
 
 #include "secrets_fixture.h"
+#include "start_line.h"
 
 namespace NV::test {
 
@@ -105,11 +105,11 @@ TEST_F(SecretHandlesTest, TwoProvidersAgreeAtOnceWithoutLoss)
     std::atomic<int> failed = 0;
     {
         const DialogDriver driver(DialogDriver::entering(userPin), 2 * rounds);
-        std::barrier start(2);
+        StartLine start(2);
         std::vector<std::jthread> running;
         for (Side& side : sides) {
             running.emplace_back([&] {
-                start.arrive_and_wait();
+                start.wait();
                 for (int i = 0; i < rounds; ++i) {
                     NCRYPT_SECRET_HANDLE secret = 0;
                     failed += module()->SecretAgreement(side.provider, side.key, side.peer, &secret,

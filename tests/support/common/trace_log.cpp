@@ -230,8 +230,7 @@ std::string masked(const std::string& text)
     return maskTimes(maskPointers(text));
 }
 
-void expectBlock(const LogLines& lines, std::string_view expected, const char* file,
-                 int line)
+void expectBlock(const LogLines& lines, std::string_view expected, const char* file, int line)
 {
     const testing::ScopedTrace trace(file, line, "expected block");
     EXPECT_EQ(withLineFeedAtEnd(expected), masked(render(lines)));

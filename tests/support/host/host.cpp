@@ -137,12 +137,20 @@ std::filesystem::path winelibPath(const std::string& fileName)
     return windowsPath(NV_TEST_WINELIB "/" + fileName);
 }
 
-TemporaryFolder::TemporaryFolder()
+namespace {
+
+std::filesystem::path freshPath()
 {
     static std::atomic<unsigned> counter = 0;
-    path_ = std::filesystem::temp_directory_path() /
-            ("keywarden-" + std::to_string(GetCurrentProcessId()) + "-" +
-             std::to_string(GetTickCount64()) + "-" + std::to_string(++counter));
+    return std::filesystem::temp_directory_path() /
+           ("keywarden-" + std::to_string(GetCurrentProcessId()) + "-" +
+            std::to_string(GetTickCount64()) + "-" + std::to_string(++counter));
+}
+
+}  // namespace
+
+TemporaryFolder::TemporaryFolder() : path_(freshPath())
+{
     if (!std::filesystem::create_directory(path_))
         throw std::runtime_error{"cannot create " + path_.string()};
 }

@@ -34,8 +34,8 @@ struct Outcome {
 // loaded, so that both find what they read.
 class TokenProfile {
 public:
-    // A folder that make-token.sh made.
-    explicit TokenProfile(const std::string& folder = tokenFolder());
+    // The folder that make-token.sh made.
+    explicit TokenProfile(const std::string& made = tokenFolder());
 
     const Profile& profile() const { return profile_; }
 
