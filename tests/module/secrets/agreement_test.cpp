@@ -39,6 +39,7 @@ std::string expectedPeerLines()
 
 TEST_F(AgreementTest, NullArgumentsAreInvalid)
 {
+    const DialogDriver none(DialogDriver::cancelling(), 0);
     EXPECT_EQ(NTE_INVALID_PARAMETER,
               module()->SecretAgreement(provider(), 0, peer, &secret, NCRYPT_SILENT_FLAG));
     EXPECT_EQ(NTE_INVALID_PARAMETER, module()->SecretAgreement(provider(), key(), 0, &secret, 0));
@@ -54,6 +55,7 @@ TEST_F(AgreementTest, NullArgumentsAreInvalid)
 
 TEST_F(AgreementTest, AnUnknownPrivateKeyIsAnInvalidHandle)
 {
+    const DialogDriver none(DialogDriver::cancelling(), 0);
     EXPECT_EQ(NTE_INVALID_HANDLE, module()->SecretAgreement(provider(), 0x52D7, peer, &secret, 0));
     EXPECT_EQ("ERR Not Found Key = NULL\n", said("SecretAgreement"));
     // A key of the other provider is unknown to this one.

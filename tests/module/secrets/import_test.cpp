@@ -105,6 +105,7 @@ TEST_F(ImportTest, AnImportedKeyDoesNoWorkOnTheToken)
     DWORD length = 0x7391;
     NCRYPT_SECRET_HANDLE secret = untouched;
     forget();
+    const DialogDriver none(DialogDriver::cancelling(), 0);
     EXPECT_EQ(NTE_INVALID_HANDLE,
               module()->SignHash(provider(), handle, nullptr, data, 32, output, 64, &length, 0));
     EXPECT_EQ(NTE_INVALID_HANDLE,
