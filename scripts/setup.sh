@@ -96,7 +96,7 @@ setRegistry()
 
 makePrefix()
 {
-    local stamp=$WINEPREFIX/keywarden-ready
+    local stamp=$WINEPREFIX/keywarden-ready-2 # the number goes up when the settings below change
     if [ -e "$stamp" ]; then
         say "Wine prefix: ready in $WINEPREFIX"
         return 0
@@ -117,6 +117,9 @@ makePrefix()
     setRegistry 'HKCU\Software\Wine\X11 Driver' /v Managed /d N || return 1
     # A test that crashes is to end, not to wait behind a dialog that says so.
     setRegistry 'HKCU\Software\Wine\WineDbg' /v ShowCrashDialog /t REG_DWORD /d 0 || return 1
+    # With Wine's debugger in between, a crash can end with exit code 0 and pass for a success.
+    setRegistry 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
+        /v Debugger /t REG_SZ /d none || return 1
     wineserver -w # the registry is on disk once the server has ended
     grep -q '^"Managed"="N"' "$WINEPREFIX/user.reg" || return 1
     touch "$stamp"
