@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
 #include <system_error>
 
 #include "child.h"
@@ -19,7 +20,8 @@ namespace {
 
 std::filesystem::path ProviderModule::defaultPath()
 {
-    return programFolder() / "nvksprovider.dll";
+    const wchar_t* other = _wgetenv(L"KEYWARDEN_MODULE");
+    return other != nullptr ? other : NV_TEST_MODULE;
 }
 
 ProviderModule::ProviderModule() : ProviderModule(defaultPath()) {}

@@ -11,8 +11,9 @@ namespace NV::test {
 
 class ProviderModule {
 public:
-    // Loads nvksprovider.dll from beside the test program. The profile must be in place by then,
-    // because the module reads its configuration while it is attached. Throws std::system_error.
+    // Loads the build's nvksprovider.dll with checks, or the one that the environment variable
+    // KEYWARDEN_MODULE names. The profile must be in place by then, because the module reads its
+    // configuration while it is attached. Throws std::system_error.
     ProviderModule();
     explicit ProviderModule(const std::filesystem::path& dll);
     ~ProviderModule();
