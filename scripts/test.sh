@@ -1,7 +1,10 @@
 #!/bin/bash
 # Everything that must hold before a change goes in: sets the machine up, checks the sources, builds
 # for Windows and for this machine, runs all tests, checks the DLL. Run by people and by CI.
-#   --full    clang-tidy over all files, not only over those that changed
+#   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
+#             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
+#             the heap, and those of threads and endurance with twenty times the rounds; each fuzz
+#             target for two minutes instead of three seconds
 #   -R REGEX  only the tests whose names match, without lint and release checks, for work in progress
 # The last line is "N passed, N failed". It counts the tests of both builds and the release checks; a
 # stage that fails (setup, lint, build) and a test that could not be run count as failures too. The
@@ -11,6 +14,7 @@ set -euo pipefail
 cd "$root"
 
 presets=(windows host)
+fuzzSeconds=3
 passed=0
 failed=0
 
@@ -74,19 +78,30 @@ startWine()
     wine rundll32 user32.dll,GetDesktopWindow </dev/null >/dev/null 2>&1
 }
 
-# runSuites REGEX: both suites on one screen. Each leaves its results in build/tests-PRESET.xml.
+# runSuite NAME PRESET OPTIONS...: one run of CTest. Its results are left in build/tests-NAME.xml.
+runSuite()
+{
+    local name=$1 preset=$2
+    shift 2
+    timed "tests: $name" ctest --preset "$preset" -j2 --output-on-failure --no-tests=error \
+        --output-junit "$build/tests-$name.xml" "$@"
+}
+
+# runSuites REGEX FULL: all suites on one screen.
 runSuites()
 {
-    local preset options status=0
-    options=(-j2 --output-on-failure --no-tests=error)
+    local status=0 options=()
     # A name may well belong to one of the suites alone.
-    [ -z "$1" ] || options=(-j2 --output-on-failure --no-tests=ignore -R "$1")
+    [ -z "$1" ] || options=(--no-tests=ignore -R "$1")
     startWine
-    for preset in "${presets[@]}"; do
-        timed "tests of the $preset build" \
-            ctest --preset "$preset" "${options[@]}" --output-junit "$build/tests-$preset.xml" ||
-            status=1
-    done
+    runSuite windows windows "${options[@]}" || status=1
+    runSuite host host "${options[@]}" || status=1
+    if [ "$2" = yes ]; then
+        KEYWARDEN_MODULE=Z:$build/windows/bin/nvksprovider.dll \
+            runSuite shipped windows -L 'module|token' || status=1
+        WINEDEBUG=-all,warn+heap runSuite heap windows --timeout 600 || status=1
+        KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak' || status=1
+    fi
     stopWine
     return "$status"
 }
@@ -97,7 +112,7 @@ onScreen()
     xvfb-run -a -s "-screen 0 1280x1024x24 -nolisten tcp" "$@"
 }
 
-# countSuite PRESET: adds what the results say. Only a test that ran and passed counts as passed:
+# countSuite NAME: adds what the results say. Only a test that ran and passed counts as passed:
 # skipped, disabled and not found ones are failures, or missing pieces would go unseen.
 countSuite()
 {
@@ -117,18 +132,15 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-releaseChecks()
+# checks NAME COMMAND...: runs a script that prints "ok ..." or "FAIL ..." a check, and counts them. A
+# run that broke off without its checks is a failure as well.
+checks()
 {
-    tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll" 2>&1 |
-        tee "$build/release-check.log"
-}
-
-# countRelease: a run that broke off without its checks is a failure as well.
-countRelease()
-{
-    local status=$1 good bad
-    good=$(grep -c '^ok ' "$build/release-check.log" || true)
-    bad=$(grep -c '^FAIL ' "$build/release-check.log" || true)
+    local name=$1 log=$build/${1// /-}.log status=0 good bad
+    shift
+    timed "$name" inLog "$log" "$@" || status=$?
+    good=$(grep -c '^ok ' "$log" || true)
+    bad=$(grep -c '^FAIL ' "$log" || true)
     if [ "$status" -ne 0 ] && [ "$bad" -eq 0 ]; then
         bad=1
     fi
@@ -136,15 +148,27 @@ countRelease()
     failed=$((failed + bad))
 }
 
+# inLog FILE COMMAND...: shows the output and keeps it.
+inLog()
+{
+    local log=$1
+    shift
+    "$@" 2>&1 | tee "$log"
+}
+
 main()
 {
-    local preset builtAll=yes status
+    local preset name builtAll=yes
     stage "setup" scripts/setup.sh || return 0
     for preset in "${presets[@]}"; do
         stage "configure $preset" configure "$preset" || return 0
     done
     if [ -z "$matching" ]; then
-        stage "lint" scripts/lint.sh "${lintOptions[@]}" || true
+        if [ "$full" = yes ]; then
+            stage "lint" scripts/lint.sh --full || true
+        else
+            stage "lint" scripts/lint.sh || true
+        fi
     fi
     for preset in "${presets[@]}"; do
         stage "build $preset" compile "$preset" || builtAll=no
@@ -153,29 +177,33 @@ main()
     [ "$builtAll" = yes ] || return 0
 
     rm -f "$build"/tests-*.xml
-    timed "tests" onScreen "$0" --suites-on-this-screen "$matching" || true
-    for preset in "${presets[@]}"; do
-        countSuite "$preset"
+    timed "tests" onScreen "$0" --suites-on-this-screen "$matching" "$full" || true
+    for name in "${suites[@]}"; do
+        countSuite "$name"
     done
 
     if [ -z "$matching" ]; then
-        status=0
-        timed "release checks" releaseChecks || status=$?
-        countRelease "$status"
+        checks "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
+        checks "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
     fi
 }
 
 matching=
-lintOptions=()
+full=no
+suites=(windows host)
 while [ "$#" -gt 0 ]; do
     case $1 in
-        --full) lintOptions=(--full) ;;
+        --full)
+            full=yes
+            suites=(windows host shipped heap rounds)
+            fuzzSeconds=120
+            ;;
         -R)
             matching=${2:?-R needs a regular expression}
             shift
             ;;
         --suites-on-this-screen) # this script calls itself so, below xvfb-run
-            runSuites "$2"
+            runSuites "$2" "$3"
             exit
             ;;
         *)

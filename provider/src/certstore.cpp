@@ -9,7 +9,6 @@
 #include <utility>
 #include <vector>
 
-#include "keystore_token.h"
 #include "scope_exit.h"
 
 namespace NV {

@@ -162,9 +162,4 @@ CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported)
     return buffer != nullptr ? std::min(capacity, reported) : reported;
 }
 
-CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t length)
-{
-    return {type, const_cast<void*>(value), static_cast<CK_ULONG>(length)};
-}
-
 }  // namespace NV

@@ -113,7 +113,4 @@ CK_MECHANISM withParameters(CK_MECHANISM_TYPE type, const Parameters& parameters
 // buffer was a question for the length and has no bound.
 CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported);
 
-// An attribute whose value is one of our own; the token only reads it.
-CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t length);
-
 }  // namespace NV

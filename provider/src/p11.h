@@ -66,6 +66,12 @@ private:
     bool initialized_ = false;
 };
 
+// An attribute of a template whose value is one of our own; the library only reads it.
+inline CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t length)
+{
+    return {type, const_cast<void*>(value), static_cast<CK_ULONG>(length)};
+}
+
 // Where NVEnterPIN takes a PIN from: the entry "pin". No prompt is attached to it, so it is empty.
 using PinSource = std::map<std::string, std::string>;
 

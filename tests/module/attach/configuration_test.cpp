@@ -217,9 +217,9 @@ std::string datedName(int daysAgo)
     std::tm day = *std::localtime(&now);
     day.tm_mday -= daysAgo;
     day.tm_isdst = -1;
-    std::mktime(&day);
+    EXPECT_NE(std::mktime(&day), std::time_t{-1});
     char name[40];
-    std::strftime(name, sizeof name, "nvksprovider-%Y%m%d.log", &day);
+    EXPECT_GT(std::strftime(name, sizeof name, "nvksprovider-%Y%m%d.log", &day), 0u);
     return name;
 }
 

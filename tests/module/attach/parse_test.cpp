@@ -29,10 +29,10 @@ TEST(ParseLogLevel, KnowsSixNamesInAnyCase)
 
 TEST(ParseLogLevel, TakesEverythingElseForInfo)
 {
+    constexpr const char* umlaut = "tr\xE4"
+                                   "ce";
     for (const char* value : {"", "INFORMATION", "TRAC", "WARNING", "TRACE\r", " TRACE", "TRACE ",
-                              "TRACE,DEBUG", "0x7F", "7", "OFF",
-                              "tr\xE4"
-                              "ce"})
+                              "TRACE,DEBUG", "0x7F", "7", "OFF", umlaut})
         EXPECT_EQ(parseLogLevel(value), 0x7Cu) << value;
 }
 

@@ -29,10 +29,15 @@ static_assert(SIGINT == 2 && SIGABRT == 22 && SIGSEGV == 11 && SIGILL == 4 && SI
 
 constexpr int handledSignals[] = {SIGINT, SIGABRT, SIGSEGV, SIGILL, SIGTERM};
 
+void setHandler(int signal, Handler handler)
+{
+    ASSERT_NE(std::signal(signal, handler), SIG_ERR);
+}
+
 Handler currentHandler(int signal)
 {
     const Handler handler = std::signal(signal, SIG_DFL);
-    std::signal(signal, handler);
+    setHandler(signal, handler);
     return handler;
 }
 
@@ -81,7 +86,7 @@ NV_TEST_CHILD(raiseSignalWithABrokenLog)
 NV_TEST_CHILD(watchHandlers)
 {
     for (const int signal : handledSignals)
-        std::signal(signal, &firstHandler);
+        setHandler(signal, &firstHandler);
     auto module = std::make_unique<ProviderModule>();
     const auto isStrange = [](Handler handler) {
         return handler != &firstHandler && handler != SIG_DFL && handler != SIG_IGN;
@@ -91,7 +96,7 @@ NV_TEST_CHILD(watchHandlers)
         installed = installed && isStrange(currentHandler(signal));
     std::cout << "installed " << installed << std::endl;
 
-    std::signal(SIGILL, &secondHandler);
+    setHandler(SIGILL, &secondHandler);
     module.reset();
     for (const int signal : handledSignals) {
         const Handler handler = currentHandler(signal);
@@ -108,7 +113,7 @@ NV_TEST_CHILD(watchHandlers)
 NV_TEST_CHILD(watchHandlersOfAFailedLoad)
 {
     for (const int signal : handledSignals)
-        std::signal(signal, &firstHandler);
+        setHandler(signal, &firstHandler);
     AddVectoredExceptionHandler(1, &lookAtHandlers);
     try {
         const ProviderModule module;

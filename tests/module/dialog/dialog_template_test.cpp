@@ -180,10 +180,10 @@ Template readTemplate(HMODULE library)
 
 // A row of the expected template. Styles that every visible control has are left out.
 struct ExpectedItem {
-    uint32_t id;
-    const wchar_t* className;
-    uint32_t style;
-    int16_t x, y, width, height;
+    uint32_t id = 0;
+    const wchar_t* className = nullptr;
+    uint32_t style = 0;
+    int16_t x = 0, y = 0, width = 0, height = 0;
     ItemText title;
 };
 
@@ -256,7 +256,7 @@ TEST(DialogTemplate, TheIconHas32By32Pixels)
     ASSERT_GE(SizeofResource(library.get(), resource), 6u + 14u);
     EXPECT_EQ(directory[2], 1);
     bool found = false;
-    for (int i = 0; i < directory[4]; ++i) {
+    for (size_t i = 0; i < directory[4]; ++i) {
         const unsigned char* row = directory + 6 + 14 * i;
         found = found || (row[0] == 32 && row[1] == 32);
     }
