@@ -43,7 +43,7 @@ protected:
         module_.emplace();
         Config::instance().load(narrowPath(profile_.configFile()));
     }
-    ~PinFailure() override
+    void TearDown() override
     {
         recordsLeft = -1;
         Config::instance().setModuleInstance(nullptr);
@@ -54,7 +54,7 @@ protected:
     {
         Config::instance().setModuleInstance(instance);
         ASSERT_TRUE(provider_.init());
-        const std::wstring name = signingToken_.keyName();
+        const std::wstring name = SigningToken::keyName();
         ASSERT_EQ(provider_.OpenKey(&key_, name.c_str(), 0, 0), ERROR_SUCCESS);
         log_.takeLines();
         signingToken_.token().clearCalls();
