@@ -39,11 +39,13 @@ bool threadNotifications = true;
 
 }  // namespace
 
-// Ends the process with the signal's number, whatever the log says to it.
+// Ends the process with the signal's number, whatever the log says to it and whichever call of the
+// module the signal came in: the program's exit code may still come back here with its handles.
 extern "C" void SignalHandler(int signal)
 {
     static constexpr NV::Site here = NV_HERE;
     NV::stopWaitingForLogger();
+    NV::endProvidersOnThisThread();
     std::printf("Caught signal %d\n", signal);
     static_cast<void>(std::fflush(stdout));
     NV::quietly([signal] { NV_AT(SEV, here, "Caught Signal: %d , Terminate Process", signal); });

@@ -30,6 +30,12 @@ inline constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Prov
 // process detach.
 Mutex& sequenceLock();
 
+// From now on the calling thread finds no provider: it ends the process from inside whatever call it
+// was in, and the locks that the call holds are never let go. What the program's exit code still
+// asks for is answered at once, and the providers are left to the process detach. Takes no lock and
+// no memory; for the signal handler.
+void endProvidersOnThisThread();
+
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
 // The public operations have the names, arguments and results of CNG's callbacks without the
@@ -166,7 +172,8 @@ public:
     ProviderManager(const ProviderManager&) = delete;
     ProviderManager& operator=(const ProviderManager&) = delete;
 
-    // As CNG's callbacks. Both hold the manager's lock for their whole run.
+    // As CNG's callbacks. Both hold the manager's lock for their whole run. On a thread that ends
+    // the process nothing is opened, and freeing succeeds without doing anything.
     SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                  DWORD dwFlags);
     SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider);
@@ -190,7 +197,7 @@ public:
     };
 
     // Looks a handle up. Throws std::out_of_range, "invalid map<K, T> key", for a handle that was
-    // never seen.
+    // never seen. No handle stands for a provider on a thread that ends the process.
     Visit visit(NCRYPT_PROV_HANDLE hProvider);
 
     // Destroys every provider; for process detach. Takes no lock and waits for nobody: the other

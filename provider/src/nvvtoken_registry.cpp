@@ -2,6 +2,7 @@
 
 #include "nvvtoken.h"
 
+#include <atomic>
 #include <cwchar>
 #include <new>
 #include <stdexcept>
@@ -20,7 +21,20 @@ NCRYPT_PROV_HANDLE handleOf(const Provider* provider)
     return reinterpret_cast<NCRYPT_PROV_HANDLE>(provider);
 }
 
+// The thread that ends the process; 0: none does.
+std::atomic<DWORD> endingThread{0};
+
+bool processEndsOnThisThread()
+{
+    return endingThread == GetCurrentThreadId();
+}
+
 }  // namespace
+
+void endProvidersOnThisThread()
+{
+    endingThread = GetCurrentThreadId();
+}
 
 Mutex& sequenceLock()
 {
@@ -44,6 +58,8 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
     NV_ARG(trace, "phProvider=%p", static_cast<const void*>(phProvider));
     NV_ARG(trace, "pszProviderName=%ls", pszProviderName);
     NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    if (processEndsOnThisThread())
+        return trace.end(SECURITY_STATUS{NTE_INTERNAL_ERROR});
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -109,6 +125,8 @@ SECURITY_STATUS ProviderManager::FreeProvider(NCRYPT_PROV_HANDLE hProvider)
     constexpr Site here = NV_HERE;
     Trace trace(here);
     NV_ARG(trace, "hProvider=%p", asPointer(hProvider));
+    if (processEndsOnThisThread())
+        return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
     const std::lock_guard guard(lock_);
     trace.startClock();
     if (hProvider == 0) {
@@ -145,6 +163,8 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
 
 ProviderManager::Visit ProviderManager::visit(NCRYPT_PROV_HANDLE hProvider)
 {
+    if (processEndsOnThisThread())
+        return {*this, nullptr};
     const std::lock_guard guard(mapLock_);
     const auto entry = providers_.find(hProvider);
     if (entry == providers_.end())

@@ -1,15 +1,15 @@
-// Child processes: command line, environment block, output pipe, waiting.
+// Child processes: command line, environment block, output file, waiting.
 
 #include "child.h"
 
 #include <windows.h>
 
 #include <algorithm>
-#include <array>
-#include <future>
 #include <iterator>
 #include <memory>
 #include <system_error>
+
+#include "folder.h"
 
 namespace NV::test {
 
@@ -89,33 +89,17 @@ std::wstring environmentBlock(const ChildOptions& options)
     return block;
 }
 
-struct Pipe {
-    OwnedHandle read;
-    OwnedHandle write;
-};
-
-// Only the end that the child writes to is inherited.
-Pipe makePipe()
+// A file that the child inherits for its output. Not a pipe: a service that the system happens to
+// start for the child inherits it too, and a pipe's reader would wait for that one's end as well.
+OwnedHandle makeOutput(const std::filesystem::path& file)
 {
     SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    HANDLE read = nullptr;
-    HANDLE write = nullptr;
-    if (CreatePipe(&read, &write, &inheritable, 0) == 0)
-        throwLastError("CreatePipe");
-    Pipe pipe{OwnedHandle(read), OwnedHandle(write)};
-    SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0);
-    return pipe;
-}
-
-std::string readAll(HANDLE pipe)
-{
-    std::string text;
-    std::array<char, 4096> buffer;
-    DWORD count = 0;
-    while (ReadFile(pipe, buffer.data(), static_cast<DWORD>(buffer.size()), &count, nullptr) != 0 &&
-           count > 0)
-        text.append(buffer.data(), count);
-    return text;
+    HANDLE output = CreateFileW(file.c_str(), GENERIC_WRITE,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                &inheritable, CREATE_NEW, FILE_ATTRIBUTE_NORMAL, nullptr);
+    if (output == INVALID_HANDLE_VALUE)
+        throwLastError("CreateFile");
+    return OwnedHandle(output);
 }
 
 OwnedHandle start(const std::filesystem::path& program, const ChildOptions& options, HANDLE output)
@@ -155,11 +139,11 @@ std::filesystem::path programFolder()
 
 ChildResult runProgram(const std::filesystem::path& program, const ChildOptions& options)
 {
-    Pipe pipe = makePipe();
-    const OwnedHandle process = start(program, options, pipe.write.get());
-    // With our own end closed, reading ends when the child does.
-    pipe.write.reset();
-    auto output = std::async(std::launch::async, readAll, pipe.read.get());
+    const TemporaryFolder folder;
+    const std::filesystem::path file = folder.path() / L"output";
+    OwnedHandle output = makeOutput(file);
+    const OwnedHandle process = start(program, options, output.get());
+    output.reset();
 
     ChildResult result;
     const auto wait = static_cast<DWORD>(options.timeout.count());
@@ -169,7 +153,7 @@ ChildResult runProgram(const std::filesystem::path& program, const ChildOptions&
         WaitForSingleObject(process.get(), INFINITE);
     }
     GetExitCodeProcess(process.get(), &result.exitCode);
-    result.output = output.get();
+    result.output = readFile(file);
     return result;
 }
 
