@@ -12,6 +12,7 @@
 
 #include "logger_file.h"
 #include "logger_record.h"
+#include "secret.h"
 
 namespace NV {
 
@@ -31,10 +32,15 @@ void writeRecord(const LoggerSettings& settings, std::string_view tag, std::stri
 {
     const LocalTime time = toLocalTime(settings.now());
     const std::string who = identity(GetCurrentProcessId(), GetCurrentThreadId());
+    // The record may spell a secret out, and then it is one.
+    std::string record = recordLine(time, tag, who, message);
+    const WipedAtEnd wipedRecord(record);
     std::string lines;
     if (loggerRecordCount() == 0)
         lines = bannerLines(time, who, settings);
-    lines += recordLine(time, tag, who, message);
+    lines.reserve(lines.size() + record.size());
+    lines += record;
+    const WipedAtEnd wipedLines(lines);
     if ((settings.types & logToConsole) != 0)
         std::printf("%s", lines.c_str());
     if ((settings.types & logToFile) != 0 && !settings.store.empty())
@@ -71,6 +77,8 @@ void log(Channel& channel, std::string_view tag, const char* format, va_list arg
     if (hasOutput(settings)) {
         const size_t length =
             formatMessage(channel.buffer.data(), channel.buffer.size(), format, arguments);
+        // A message that was too long has length 0 and has filled the buffer.
+        const WipedAtEnd wiped(channel.buffer.data(), length != 0 ? length : channel.buffer.size());
         writeRecord(settings, tag, {channel.buffer.data(), length});
     }
     ++loggerRecordCount();

@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "logger_rotation.h"
+#include "secret.h"
 
 namespace NV {
 
@@ -132,7 +133,9 @@ void appendToLogFile(const LoggerSettings& settings, const LocalTime& time, std:
     const Folder folder = folderOf(settings);
     deleteOutdated(folder, time.seconds, settings.rotate);
     const FileName configured = splitFileName(folder.configuredName);
-    append(folder.path / datedFileName(configured, time.calendar), withCarriageReturns(lines));
+    std::string text = withCarriageReturns(lines);
+    const WipedAtEnd wiped(text);
+    append(folder.path / datedFileName(configured, time.calendar), text);
 }
 
 }  // namespace NV

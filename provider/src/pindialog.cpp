@@ -27,6 +27,18 @@ SecretWideText readLine(HWND field, size_t length)
     return line;
 }
 
+// The window system keeps the field's text in memory of its own, which it releases as it is. So each
+// character is overwritten in its place before the text is made empty.
+void clearField(HWND field)
+{
+    const LRESULT length = SendMessageW(field, EM_LINELENGTH, 0, 0);
+    for (LRESULT i = 0; i < length; ++i) {
+        SendMessageW(field, EM_SETSEL, static_cast<WPARAM>(i), i + 1);
+        SendMessageW(field, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(L"*"));
+    }
+    SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L""));
+}
+
 }  // namespace
 
 SecretBytes requestPIN(const PINRequest* request)
@@ -107,6 +119,8 @@ INT_PTR PINDialog::Procedure(HWND hDlg, UINT message, WPARAM wParam, LPARAM)
         prepare(here, hDlg);
         return TRUE;
     }
+    if (message == WM_DESTROY)
+        clearField(GetDlgItem(hDlg, pinField));
     if (message != WM_COMMAND)
         return FALSE;
     // Enter always presses OK while the user types.

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <memory>
+#include <string>
 #include <vector>
 
 #include "encoding.h"
@@ -42,6 +43,21 @@ struct WipingAllocator {
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
 using SecretText = std::vector<char, WipingAllocator<char>>;
 using SecretWideText = std::vector<wchar_t, WipingAllocator<wchar_t>>;
+
+// Wipes memory of somebody else's when the scope is left: a text or a buffer through which a secret
+// may have passed on its way. The memory must outlive it and stay where it is.
+class WipedAtEnd {
+public:
+    WipedAtEnd(void* data, size_t size) : data_(data), size_(size) {}
+    explicit WipedAtEnd(std::string& text) : WipedAtEnd(text.data(), text.size()) {}
+    ~WipedAtEnd() { wipe(data_, size_); }
+    WipedAtEnd(const WipedAtEnd&) = delete;
+    WipedAtEnd& operator=(const WipedAtEnd&) = delete;
+
+private:
+    void* data_;
+    size_t size_;
+};
 
 // Upper-case hexadecimal with a terminating zero. The text of a secret is the secret, too.
 inline SecretText secretHex(const unsigned char* data, size_t length)

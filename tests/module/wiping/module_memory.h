@@ -1,0 +1,75 @@
+// Looks for byte sequences in what a loaded module owns: in every block of the C heap at the moment
+// when the module releases it, in the blocks that it still holds, and in its writable sections. The
+// stack, and what system DLLs own, is not looked at.
+
+#pragma once
+
+#include <windows.h>
+
+#include <cstddef>
+#include <mutex>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+namespace NV::test {
+
+// One at a time. While it lives, the module's imports of the heap functions lead through here;
+// blocks that the module allocated before count only when it releases them.
+class ModuleMemory {
+public:
+    // Throws std::runtime_error when the module does not import what is to be watched.
+    explicit ModuleMemory(HMODULE module);
+    ~ModuleMemory();
+    ModuleMemory(const ModuleMemory&) = delete;
+    ModuleMemory& operator=(const ModuleMemory&) = delete;
+
+    // What is looked for from now on, besides what was said before.
+    void lookFor(const std::string& name, std::string_view bytes);
+    void lookFor(const std::string& name, std::span<const unsigned char> bytes);
+    // Begins anew, with nothing to look for.
+    void forget();
+
+    // What was found in released blocks since the last call, and is found in held blocks and in
+    // the sections now: "NAME in a released block" and the like, a line each, sorted.
+    std::string found();
+    // The same without the blocks that are still held.
+    std::string foundReleased();
+
+    // Blocks released since forget.
+    size_t released() const { return released_; }
+
+    // The module's writable sections as they are mapped.
+    const std::vector<std::span<unsigned char>>& sections() const { return sections_; }
+
+    // For the functions that stand in for the heap's.
+    static void taken(void* block);
+    static void given(void* block);
+
+private:
+    struct Needle {
+        std::string name;
+        std::vector<unsigned char> bytes;
+    };
+    struct Import {
+        void** entry;
+        void* original;
+    };
+
+    void redirect(unsigned char* base);
+    void search(std::span<const unsigned char> bytes, const std::string& where);
+    std::string takeFindings();
+
+    std::mutex lock_;
+    std::vector<Needle> needles_;
+    std::set<std::string> findings_;
+    std::unordered_set<void*> held_;
+    size_t released_ = 0;
+    std::vector<std::span<unsigned char>> sections_;
+    std::vector<Import> imports_;
+};
+
+}  // namespace NV::test
