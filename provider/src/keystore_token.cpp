@@ -25,12 +25,14 @@ TokenSequence::TokenSequence(Pkcs11& p11, CK_SLOT_ID slotId, const Site& operati
 
 TokenSequence::~TokenSequence()
 {
+    // Not by the wrappers: when the log is broken, they do not get as far as the library.
     if (loggedIn_)
-        quietly([this] { p11_.C_Logout(session_); });
+        p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_Logout; }, session_);
     if (opened_)
-        quietly([this] { p11_.C_CloseSession(session_); });
+        p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_CloseSession; },
+                          session_);
     if (initialized_)
-        quietly([this] { p11_.C_Finalize(nullptr); });
+        p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_Finalize; }, nullptr);
 }
 
 bool TokenSequence::check(CK_RV rv, std::string_view failure)
@@ -56,6 +58,8 @@ bool TokenSequence::initialize()
 bool TokenSequence::openSession(const char* heading)
 {
     NV_AT(TRC, operation_, "%s", heading);
+    // A wrapper that throws may have opened the session, or logged in, all the same.
+    opened_ = true;
     opened_ = check(p11_.C_OpenSession(slotId_, CKF_SERIAL_SESSION, nullptr, nullptr, &session_),
                     "Failed to open session ");
     if (opened_)
@@ -68,6 +72,7 @@ bool TokenSequence::login(const SecretBytes& pin)
     NV_AT(TRC, operation_, "2) Try to login the token ");
     // A private copy, because PKCS#11 takes the PIN by a pointer to non-const.
     SecretBytes copy(pin);
+    loggedIn_ = true;
     loggedIn_ =
         check(p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
               "Failed to login the token ");
@@ -118,25 +123,29 @@ bool TokenSequence::findFirst(const char* kind)
     return true;
 }
 
+// Each step counts as done when its wrapper has returned.
 SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
 {
     if (loggedIn_) {
         NV_AT(TRC, operation_, "%d) Try to logout the token ", steps.logout);
+        const CK_RV rv = p11_.C_Logout(session_);
         loggedIn_ = false;
-        if (check(p11_.C_Logout(session_), "Failed to logout the token "))
+        if (check(rv, "Failed to logout the token "))
             NV_AT(TRC, operation_, "Success to logout the token");
     }
     if (opened_) {
         NV_AT(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
               asPointer(session_));
+        const CK_RV rv = p11_.C_CloseSession(session_);
         opened_ = false;
-        if (check(p11_.C_CloseSession(session_), "Failed to close session "))
+        if (check(rv, "Failed to close session "))
             NV_AT(TRC, operation_, "Success to close session");
     }
     if (initialized_) {
         NV_AT(TRC, operation_, "%d) Try to finalize", steps.finalize);
+        const CK_RV rv = p11_.C_Finalize(nullptr);
         initialized_ = false;
-        check(p11_.C_Finalize(nullptr), "Failed C_Finalize ");
+        check(rv, "Failed C_Finalize ");
     }
     return status_;
 }

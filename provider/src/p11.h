@@ -4,6 +4,7 @@
 
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 
 #include "cryptoki.h"
@@ -44,6 +45,23 @@ public:
     // Whether C_Initialize ever returned CKR_OK.
     bool initialized() const { return initialized_; }
     // clang-format on
+
+    // A call of the library past the trace, whatever comes of it: for clean-up where the log may be
+    // what failed. `entryOf` takes the function out of the list.
+    template <typename EntryOf, typename... Values>
+    void callUntraced(EntryOf entryOf, Values... values) noexcept
+    {
+        try {
+            const std::lock_guard guard(lock_);
+            const CK_FUNCTION_LIST* list = functionList();
+            if (list == nullptr)
+                return;
+            if (const auto entry = entryOf(*list); entry != nullptr)
+                entry(values...);
+        } catch (...) {
+            // The exception that led here is the one to be heard.
+        }
+    }
 
 private:
     CK_FUNCTION_LIST* functionList() const
