@@ -3,9 +3,23 @@
 #include "config.h"
 
 #include <fstream>
+#include <istream>
 #include <stdexcept>
 
 namespace NV {
+
+void readSettings(std::istream& text, Settings& settings)
+{
+    std::string line;
+    while (std::getline(text, line)) {
+        if (line.empty() || line.front() == '#')
+            continue;
+        const size_t equals = line.find('=');
+        if (equals == std::string::npos)
+            throw std::runtime_error("Invalid line: " + line);
+        settings[trimSpaces(line.substr(0, equals))] = trimSpaces(line.substr(equals + 1));
+    }
+}
 
 Config& Config::instance()
 {
@@ -20,15 +34,7 @@ void Config::load(const std::string& path)
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw std::runtime_error("Cannot open file: " + path);
-    std::string line;
-    while (std::getline(file, line)) {
-        if (line.empty() || line.front() == '#')
-            continue;
-        const size_t equals = line.find('=');
-        if (equals == std::string::npos)
-            throw std::runtime_error("Invalid line: " + line);
-        settings_[trimSpaces(line.substr(0, equals))] = trimSpaces(line.substr(equals + 1));
-    }
+    readSettings(file, settings_);
 }
 
 const std::string& Config::get(const std::string& key)

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <iosfwd>
 #include <map>
 #include <string>
 
@@ -9,6 +10,13 @@
 struct HINSTANCE__;
 
 namespace NV {
+
+using Settings = std::map<std::string, std::string>;
+
+// Reads key=value lines to the end of the text. A later line of a key replaces an earlier one.
+// Throws std::runtime_error: "Invalid line: " and the line, with the lines before it kept. Line ends
+// are line feeds; a carriage return is part of the value.
+void readSettings(std::istream& text, Settings& settings);
 
 // One per process, made by the first call of instance() and never destroyed. It has no lock: the
 // module fills it while it is attached and only reads it afterwards.
@@ -21,8 +29,7 @@ public:
     Config& operator=(const Config&) = delete;
 
     // Reads the file into the settings. Throws std::runtime_error: "Cannot open file: " and the
-    // path, or "Invalid line: " and the line, with the lines before it kept. The path is in the
-    // ANSI code page. Line ends are line feeds; a carriage return is part of the value.
+    // path, or what readSettings throws. The path is in the ANSI code page.
     void load(const std::string& path);
 
     // The value of the key, compared case-sensitively. An absent key is inserted with an empty
@@ -37,7 +44,7 @@ private:
     Config() = default;
 
     HINSTANCE__* moduleInstance_ = nullptr;
-    std::map<std::string, std::string> settings_;
+    Settings settings_;
 };
 
 // Without the spaces at both ends. Tabs and carriage returns stay.

@@ -2,11 +2,11 @@
 
 #include "keystore.h"
 
-#include <algorithm>
-#include <cstring>
 #include <mutex>
+#include <span>
 #include <string_view>
 
+#include "keystore_blob.h"
 #include "keystore_ec.h"
 #include "keystore_rsa.h"
 
@@ -52,16 +52,15 @@ void addKeyProperties(P11KeyObject& key)
     addNumber(key, NCRYPT_EXPORT_POLICY_PROPERTY, 0);
 }
 
-// 04 || X || Y (SEC 1, 2.3.3) as base64. Both coordinates lie one behind the other.
-std::string uncompressedPoint(const Site& site, const BYTE* coordinates, DWORD coordinateSize)
+// The uncompressed point as base64.
+std::string pointText(const Site& site, std::span<const BYTE> coordinates)
 {
-    Bytes point(1 + 2 * size_t{coordinateSize});
-    point.front() = 0x04;
-    std::copy_n(coordinates, point.size() - 1, point.begin() + 1);
-    const auto size = static_cast<int>(coordinateSize);
+    const Bytes point = uncompressedPoint(coordinates);
+    const size_t half = coordinates.size() / 2;
+    const auto size = static_cast<int>(half);
     std::string base64 = base64Encode(point);
-    NV_AS(TRC, site, "X=[%s]", hexEncode(coordinates, size).c_str());
-    NV_AS(TRC, site, "Y=[%s]", hexEncode(coordinates + coordinateSize, size).c_str());
+    NV_AS(TRC, site, "X=[%s]", hexEncode(coordinates.data(), size).c_str());
+    NV_AS(TRC, site, "Y=[%s]", hexEncode(coordinates.data() + half, size).c_str());
     NV_AS(TRC, site, "pubKey(Uncompressed)=[%s]", hexEncode(point).c_str());
     NV_AS(TRC, site, "pubKey(B64)=[%s]", base64.c_str());
     return base64;
@@ -119,32 +118,27 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     Trace trace(here);
     NV_ARG(trace, "pbData=%p", static_cast<const void*>(pbData));
     NV_TRC("0) Parse Input BLOB to get keysize (in bytes)..");
-    BCRYPT_ECCKEY_BLOB header{};
-    const Curve* curve = nullptr;
-    // The magic is looked at first, even if not much follows it.
-    std::memcpy(&header, pbData, std::min<size_t>(cbData, sizeof header));
-    if (cbData >= sizeof header.dwMagic)
-        curve = findCurve(&Curve::ecdhMagic, header.dwMagic);
-    if (curve != nullptr)
-        NV_DBG("%s recieved, length=%d bytes", curve->ecdhMagicName,
-               static_cast<int>(header.cbKey));
+    const EccBlob blob = readEccBlob({pbData, cbData});
+    if (blob.curve != nullptr)
+        NV_DBG("%s recieved, length=%d bytes", blob.curve->ecdhMagicName,
+               static_cast<int>(blob.coordinateSize));
     else
         NV_ERR("Unsupported/Unknown MAGIC received..");
 
     NV_TRC("1) Compute Public key (uncompressed format from X and Y points)..");
-    if (curve == nullptr)
+    if (blob.curve == nullptr)
         return trace.leaving(NCRYPT_KEY_HANDLE{0});
-    if (cbData < sizeof header || (cbData - sizeof header) / 2 < header.cbKey) {
+    if (!blob.coordinates) {
         NV_ERR("The BLOB is shorter than its header says..");
         return trace.leaving(NCRYPT_KEY_HANDLE{0});
     }
-    const std::string base64 = uncompressedPoint(here, pbData + sizeof header, header.cbKey);
+    const std::string base64 = pointText(here, *blob.coordinates);
 
     NV_TRC("2) Create KeyObject to get NCRYPT_KEY_HANDLE..");
     auto key = std::make_unique<P11ECKeyObject>();
     key->setPublicKey(base64);
     key->setAlgorithmOid(std::wstring(ecOid));
-    key->setKeyLength(curve->keyLength);
+    key->setKeyLength(blob.curve->keyLength);
     addKeyProperties(*key);
     const NCRYPT_KEY_HANDLE handle = handleOf(*key);
     ephemeralKeys_[handle] = std::move(key);

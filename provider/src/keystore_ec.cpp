@@ -2,11 +2,21 @@
 
 #include "keystore_ec.h"
 
+#include <utility>
+
+#include "keystore_blob.h"
+
 namespace NV {
 
 namespace {
 
-constexpr unsigned char uncompressedPoint = 0x04;
+static_assert(curves[0].ecdsaMagic == BCRYPT_ECDSA_PUBLIC_P256_MAGIC &&
+              curves[0].ecdhMagic == BCRYPT_ECDH_PUBLIC_P256_MAGIC);
+static_assert(curves[1].ecdsaMagic == BCRYPT_ECDSA_PUBLIC_P384_MAGIC &&
+              curves[1].ecdhMagic == BCRYPT_ECDH_PUBLIC_P384_MAGIC);
+static_assert(curves[2].ecdsaMagic == BCRYPT_ECDSA_PUBLIC_P521_MAGIC &&
+              curves[2].ecdhMagic == BCRYPT_ECDH_PUBLIC_P521_MAGIC);
+static_assert(sizeof(EccBlobHead) == sizeof(BCRYPT_ECCKEY_BLOB));
 
 }  // namespace
 
@@ -37,13 +47,9 @@ P11ECKeyObject::ECPoint P11ECKeyObject::getPointFromPublicKey(const Bytes& publi
 {
     const Trace trace(NV_HERE);
     ECPoint point;
-    const Curve* curve = findCurve(&Curve::keyLength, keyLength());
-    if (curve != nullptr && publicKeyBytes.size() >= 1 + 2 * size_t{curve->coordinateSize} &&
-        publicKeyBytes.front() == uncompressedPoint) {
-        const auto x = publicKeyBytes.begin() + 1;
-        const auto y = x + curve->coordinateSize;
-        point.x.assign(x, y);
-        point.y.assign(y, y + curve->coordinateSize);
+    if (const Curve* curve = findCurve(&Curve::keyLength, keyLength())) {
+        PointCoordinates coordinates = splitPoint(publicKeyBytes, curve->coordinateSize);
+        point = {std::move(coordinates.x), std::move(coordinates.y)};
     }
     NV_TRC("x = %s(%d bytes)", hexEncode(point.x).c_str(), static_cast<int>(point.x.size()));
     NV_TRC("y = %s(%d bytes)", hexEncode(point.y).c_str(), static_cast<int>(point.y.size()));
@@ -60,7 +66,7 @@ Bytes P11ECKeyObject::getPubkeyBlob() const
                static_cast<int>(publicKeyBytes.size()));
         const ECPoint point = getPointFromPublicKey(publicKeyBytes);
         if (const Curve* curve = findCurve(&Curve::keyLength, keyLength())) {
-            const BCRYPT_ECCKEY_BLOB header{curve->ecdsaMagic, curve->coordinateSize};
+            const EccBlobHead header{curve->ecdsaMagic, curve->coordinateSize};
             const auto* begin = reinterpret_cast<const unsigned char*>(&header);
             blob.assign(begin, begin + sizeof header);
             const Bytes coordinates = point.toBlob();

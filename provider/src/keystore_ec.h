@@ -1,38 +1,10 @@
-// Elliptic-curve key pairs on the token, and the curves that CNG has blobs for.
+// Elliptic-curve key pairs on the token.
 
 #pragma once
 
 #include "keystore_key.h"
 
 namespace NV {
-
-struct Curve {
-    uint32_t keyLength;       // bits
-    uint32_t coordinateSize;  // bytes of each coordinate, and of each half of a signature
-    uint32_t ecdsaMagic;      // of the public key blob that is exported
-    uint32_t ecdhMagic;       // of the public key blob that is imported
-    const char* ecdhMagicName;
-    const wchar_t* algorithmName;  // of the "Algorithm Name" property
-};
-
-inline constexpr Curve curves[] = {
-    {256, 32, BCRYPT_ECDSA_PUBLIC_P256_MAGIC, BCRYPT_ECDH_PUBLIC_P256_MAGIC,
-     "BCRYPT_ECDH_PUBLIC_P256_MAGIC", L"ECDSA_P256"},
-    {384, 48, BCRYPT_ECDSA_PUBLIC_P384_MAGIC, BCRYPT_ECDH_PUBLIC_P384_MAGIC,
-     "BCRYPT_ECDH_PUBLIC_P384_MAGIC", L"ECDSA_P384"},
-    {521, 66, BCRYPT_ECDSA_PUBLIC_P521_MAGIC, BCRYPT_ECDH_PUBLIC_P521_MAGIC,
-     "BCRYPT_ECDH_PUBLIC_P521_MAGIC", L"ECDSA_P521"},
-};
-
-// The row where the member has the value; null when there is none.
-constexpr const Curve* findCurve(uint32_t Curve::*member, uint32_t value)
-{
-    for (const Curve& curve : curves) {
-        if (curve.*member == value)
-            return &curve;
-    }
-    return nullptr;
-}
 
 class P11ECKeyObject : public P11KeyObject {
 public:

@@ -2,23 +2,19 @@
 
 #include "keystore_rsa.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <cstring>
+#include <optional>
 
+#include "keystore_blob.h"
 #include "keystore_hash.h"
 
 namespace NV {
 
 namespace {
 
-// The head of CryptDecodeObject's RSA_CSP_PUBLICKEYBLOB: BLOBHEADER and RSAPUBKEY. The modulus
-// follows, least significant byte first.
-struct LegacyPublicKey {
-    BLOBHEADER header;
-    RSAPUBKEY key;
-};
+static_assert(sizeof(LegacyRsaHead) == sizeof(BLOBHEADER) + sizeof(RSAPUBKEY));
+static_assert(sizeof(RsaBlobHead) == sizeof(BCRYPT_RSAKEY_BLOB));
 
+// The legacy blob that crypt32 makes of an RSAPublicKey; empty when it cannot.
 Bytes decodePublicKey(const Bytes& der)
 {
     DWORD size = 0;
@@ -32,13 +28,6 @@ Bytes decodePublicKey(const Bytes& der)
         return {};
     blob.resize(size);
     return blob;
-}
-
-template <typename Record>
-void append(Bytes& bytes, const Record& record)
-{
-    const auto* begin = reinterpret_cast<const unsigned char*>(&record);
-    bytes.insert(bytes.end(), begin, begin + sizeof record);
 }
 
 CK_MECHANISM plain(CK_MECHANISM_TYPE type)
@@ -68,27 +57,17 @@ Bytes P11RSAKeyObject::getPubkeyBlob() const
     const Bytes der = base64Decode(publicKey());
     NV_TRC("RSA PublicKey = %s (%d bytes)", hexEncode(der).c_str(), static_cast<int>(der.size()));
     const Bytes legacy = decodePublicKey(der);
-    LegacyPublicKey head{};
-    if (legacy.size() < sizeof head) {
+    const std::optional<LegacyRsaHead> head = readLegacyRsaHead(legacy);
+    if (!head) {
         return trace.leaving(Bytes{});
     }
-    std::memcpy(&head, legacy.data(), sizeof head);
-    const DWORD modulusSize = head.key.bitlen / 8;
-    NV_TRC("dwModulusSize = %d", static_cast<int>(modulusSize));
-    NV_TRC("dwExponent = %d", static_cast<int>(head.key.pubexp));
-    NV_TRC("dwMagic = %x", static_cast<unsigned>(head.key.magic));
-    if (legacy.size() - sizeof head < modulusSize) {
-        return trace.leaving(Bytes{});
+    NV_TRC("dwModulusSize = %d", static_cast<int>(head->modulusSize()));
+    NV_TRC("dwExponent = %d", static_cast<int>(head->exponent));
+    NV_TRC("dwMagic = %x", static_cast<unsigned>(head->magic));
+    Bytes blob = rsaPublicKeyBlob(*head, legacy);
+    if (blob.empty()) {
+        return trace.leaving(std::move(blob));
     }
-
-    // The exponent is always written as 65537; the key's own is only logged. Meant so.
-    const unsigned char exponent[] = {0x01, 0x00, 0x01};
-    Bytes blob;
-    append(blob,
-           BCRYPT_RSAKEY_BLOB{head.key.magic, head.key.bitlen, sizeof exponent, modulusSize, 0, 0});
-    append(blob, exponent);
-    const auto modulus = legacy.begin() + sizeof head;
-    std::reverse_copy(modulus, modulus + modulusSize, std::back_inserter(blob));
     NV_TRC("RSA PublicKey Blob = %s", hexEncode(blob).c_str());
     return trace.leaving(std::move(blob));
 }

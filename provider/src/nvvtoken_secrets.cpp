@@ -2,14 +2,13 @@
 
 #include "nvvtoken.h"
 
-#include <cstring>
 #include <new>
 #include <span>
-#include <string>
 #include <string_view>
 
 #include "keystore_hash.h"
 #include "keystore_secret.h"
+#include "nvvtoken_parameters.h"
 #include "nvvtoken_pin.h"
 #include "trace.h"
 
@@ -17,66 +16,43 @@ namespace NV {
 
 namespace {
 
-// What the caller's parameter list says.
-struct DerivationParameters {
-    std::wstring hashName;
-    SecretBytes hmacKey;
-    SecretBytes prepend;
-    SecretBytes append;
-};
+static_assert(bufferTypeHashAlgorithm == KDF_HASH_ALGORITHM);
+static_assert(bufferTypePrepend == KDF_SECRET_PREPEND && bufferTypeAppend == KDF_SECRET_APPEND);
+static_assert(bufferTypeHmacKey == KDF_HMAC_KEY);
 
-SECURITY_STATUS addTo(SecretBytes& bytes, const BCryptBuffer& buffer)
-{
-    const auto* data = static_cast<const unsigned char*>(buffer.pvBuffer);
-    try {
-        bytes.insert(bytes.end(), data, data + buffer.cbBuffer);
-        return ERROR_SUCCESS;
-    } catch (const std::bad_alloc&) {
-        return NTE_INTERNAL_ERROR;
-    }
-}
-
-// A text of at most the buffer's size; it may lack its terminator and need not be aligned.
-std::wstring textOf(const BCryptBuffer& buffer)
-{
-    std::wstring text(buffer.cbBuffer / sizeof(wchar_t), L'\0');
-    std::memcpy(text.data(), buffer.pvBuffer, text.size() * sizeof(wchar_t));
-    return text.substr(0, text.find(L'\0'));
-}
-
-SECURITY_STATUS readBuffer(const Site& site, const BCryptBuffer& buffer, bool useHmacKdf,
+SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool useHmacKdf,
                            DerivationParameters& parameters)
 {
-    const bool empty = buffer.cbBuffer == 0;
-    if (buffer.pvBuffer == nullptr && !empty)
-        return NTE_INVALID_PARAMETER;
-    switch (buffer.BufferType) {
-    case KDF_HASH_ALGORITHM:
-        if (!empty)
-            parameters.hashName = textOf(buffer);
+    const ParameterKind kind = parameterKind(buffer, useHmacKdf);
+    switch (kind) {
+    case ParameterKind::hashName:
+        takeParameter(kind, buffer, parameters);
         NV_AS(DBG, site, "Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as [%ls]",
               parameters.hashName.c_str());
         return ERROR_SUCCESS;
-    case KDF_SECRET_PREPEND:
+    case ParameterKind::prepend:
         NV_AS(DBG, site, "Using secret prepend item (KDF_SECRET_PREPEND)..");
-        return empty ? ERROR_SUCCESS : addTo(parameters.prepend, buffer);
-    case KDF_SECRET_APPEND:
+        break;
+    case ParameterKind::append:
         NV_AS(DBG, site, "Using secret append item (KDF_SECRET_APPEND)..");
-        return empty ? ERROR_SUCCESS : addTo(parameters.append, buffer);
-    case KDF_HMAC_KEY:
-        if (!useHmacKdf) {
-            NV_AS(ERR, site,
-                  "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!");
-            return NTE_INVALID_PARAMETER;
-        }
-        if (empty)
-            return ERROR_SUCCESS;
-        parameters.hmacKey.clear();
-        return addTo(parameters.hmacKey, buffer);
-    default:
+        break;
+    case ParameterKind::hmacKey:
+        break;
+    case ParameterKind::misplacedHmacKey:
+        NV_AS(ERR, site, "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!");
+        return NTE_INVALID_PARAMETER;
+    case ParameterKind::unknown:
         NV_AS(DBG, site, "Unknown NCryptBufferType encountered!!");
         return NTE_INVALID_PARAMETER;
+    case ParameterKind::unreadable:
+        return NTE_INVALID_PARAMETER;
     }
+    try {
+        takeParameter(kind, buffer, parameters);
+    } catch (const std::bad_alloc&) {
+        return NTE_INTERNAL_ERROR;
+    }
+    return ERROR_SUCCESS;
 }
 
 SECURITY_STATUS readParameters(const Site& site, const NCryptBufferDesc* list, bool useHmacKdf,
@@ -87,7 +63,8 @@ SECURITY_STATUS readParameters(const Site& site, const NCryptBufferDesc* list, b
     if (list->pBuffers == nullptr && list->cBuffers != 0)
         return NTE_INVALID_PARAMETER;
     for (const BCryptBuffer& buffer : std::span(list->pBuffers, list->cBuffers)) {
-        const SECURITY_STATUS status = readBuffer(site, buffer, useHmacKdf, parameters);
+        const SECURITY_STATUS status = readBuffer(
+            site, {buffer.cbBuffer, buffer.BufferType, buffer.pvBuffer}, useHmacKdf, parameters);
         if (status != ERROR_SUCCESS)
             return status;
     }
