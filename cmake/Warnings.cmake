@@ -13,6 +13,7 @@ target_compile_options(
             -Wformat=2
             -Wnon-virtual-dtor
             -Woverloaded-virtual
-            -Wnull-dereference
-            -Wduplicated-cond
-            -Wlogical-op)
+            -Wnull-dereference)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+  target_compile_options(keywarden_warnings INTERFACE -Wduplicated-cond -Wlogical-op)
+endif()

@@ -1,5 +1,5 @@
 # Pieces that the scripts of this folder share: where things are, and how steps are reported.
-# Sourced by setup.sh, lint.sh and test.sh; not run by itself.
+# Sourced by setup.sh, lint.sh, test.sh and fuzz.sh; not run by itself.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build

@@ -15,7 +15,6 @@ folders=(provider tools tests bench)
 outsideDatabases=(
     'tests/support/bridge/*' # Winelib code: compiled by winegcc, which CMake has no language for
     'tests/support/host/*'   # the same
-    'tests/fuzz/*'           # built with clang by a script of its own
 )
 
 # filesNamed PATTERN...: the project's files with such names, sorted, relative to the tree.
@@ -165,14 +164,14 @@ tidyAll()
 
 checkTidy()
 {
-    local sources source pattern preset windows=() host=() known status=0
+    local sources source pattern preset windows=() host=() fuzz=() known status=0
     if [ "$full" = yes ]; then
         mapfile -t sources < <(filesNamed '*.cpp')
     else
         sources=$(sourcesToTidy) || return 1
         mapfile -t sources < <(printf '%s' "$sources")
     fi
-    for preset in windows host; do
+    for preset in windows host fuzz; do
         cmake --preset "$preset" >"$build/configure-$preset.log" 2>&1 || {
             cat "$build/configure-$preset.log" >&2
             return 1
@@ -186,6 +185,9 @@ checkTidy()
         elif listed host "$source"; then
             host+=("$source")
             known=yes
+        elif listed fuzz "$source"; then
+            fuzz+=("$source")
+            known=yes
         fi
         for pattern in "${outsideDatabases[@]}"; do
             # shellcheck disable=SC2053 # it is a pattern
@@ -196,9 +198,10 @@ checkTidy()
             status=1
         fi
     done
-    say "clang-tidy: ${#windows[@]} files of the windows build, ${#host[@]} of the host build"
+    say "clang-tidy: files of the builds: ${#windows[@]} windows, ${#host[@]} host, ${#fuzz[@]} fuzz"
     tidyAll windows "${windows[@]}" || status=1
     tidyAll host "${host[@]}" || status=1
+    tidyAll fuzz "${fuzz[@]}" || status=1
     return "$status"
 }
 

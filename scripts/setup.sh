@@ -27,6 +27,8 @@ packages=(
     xxd                         # the demonstration compares keys and signatures as text
     googletest                  # test framework, as source
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
+    clang                       # fuzzing: the compiler with libFuzzer
+    libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries
     clang-format                # layout of the sources
     clang-tidy                  # lint
     cppcheck                    # lint

@@ -1,0 +1,31 @@
+// The public point of a certificate. The first byte chooses the curve, or says the coordinate size
+// itself; the point follows.
+
+#include "keystore_blob.h"
+#include "target.h"
+
+int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    using namespace NV::fuzz;
+    Input input(data, size);
+    const uint8_t choice = input.byte();
+    const size_t half = choice < std::size(NV::curves) ? NV::curves[choice].coordinateSize : choice;
+    const NV::Bytes point = input.rest();
+    const NV::PointCoordinates split = NV::splitPoint(point, half);
+
+    const bool whole = !point.empty() && point[0] == 4 && (point.size() - 1) / 2 >= half;
+    HOLDS(split.x.size() == (whole ? half : 0));
+    HOLDS(split.y.size() == split.x.size());
+    for (size_t i = 0; i < split.x.size(); ++i)
+        HOLDS(split.x[i] == point[1 + i] && split.y[i] == point[1 + half + i]);
+
+    NV::Bytes coordinates = split.x;
+    coordinates.insert(coordinates.end(), split.y.begin(), split.y.end());
+    const NV::Bytes joined = NV::uncompressedPoint(coordinates);
+    if (whole)
+        HOLDS(std::equal(joined.begin(), joined.end(), point.begin()));
+    // Longer than it need be or not: the same coordinates.
+    const NV::PointCoordinates again = NV::splitPoint(joined, split.x.size());
+    HOLDS(again.x == split.x && again.y == split.y);
+    return 0;
+}
