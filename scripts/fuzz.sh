@@ -63,8 +63,9 @@ runTarget()
     local name=$1 seconds=$2 status=0
     mkdir -p "$fuzz/corpus/$name"
     # The limit is for a run that hangs where libFuzzer's own clock does not reach.
-    timeout -k 10 $((seconds + 120)) "$fuzz/bin/fuzz_$name" -max_total_time="$seconds" -max_len=1024 \
-        -timeout=10 -rss_limit_mb=2048 -print_final_stats=1 -artifact_prefix="$fuzz/findings/$name-" \
+    timeout --foreground -k 10 $((seconds + 120)) "$fuzz/bin/fuzz_$name" \
+        -max_total_time="$seconds" -max_len=1024 -timeout=10 -rss_limit_mb=2048 \
+        -print_final_stats=1 -artifact_prefix="$fuzz/findings/$name-" \
         "$fuzz/corpus/$name" "$fuzz/seeds/$name" >"$fuzz/logs/$name.log" 2>&1 || status=$?
     echo "$status" >"$fuzz/logs/$name.status"
 }
