@@ -10,8 +10,9 @@ add_library(keywarden_sanitizers INTERFACE)
 if(WIN32)
   # MinGW has no runtime library to report with, so the process ends with an illegal instruction.
   set(sanitizers -fsanitize=undefined -fsanitize-undefined-trap-on-error -fstack-protector-strong)
-  target_compile_definitions(keywarden_sanitizers INTERFACE _FORTIFY_SOURCE=2
-                                                            KEYWARDEN_CHECK_LOCK_ORDER)
+  target_compile_definitions(keywarden_sanitizers INTERFACE _FORTIFY_SOURCE=2)
+  # Makes a lock larger, so that all who see one must agree.
+  target_compile_definitions(keywarden_checks INTERFACE KEYWARDEN_CHECK_LOCK_ORDER)
   target_link_options(keywarden_checks INTERFACE -fstack-protector-strong)
 else()
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)

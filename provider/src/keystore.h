@@ -86,7 +86,7 @@ private:
     NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source);
 
     // The destructor empties the maps in an order of its own: opened, ephemeral, managed.
-    Mutex lock_;
+    Mutex lock_{LockRank::keyStore};
     std::map<std::wstring, std::unique_ptr<P11KeyObject>> managedKeys_;
     ByHandle openedKeys_;
     ByHandle ephemeralKeys_;

@@ -6,10 +6,10 @@
 
 #include <cstdint>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <vector>
 
+#include "mutex.h"
 #include "secret.h"
 
 namespace NV {
@@ -51,7 +51,7 @@ public:
 private:
     std::vector<OwnedSecret>::iterator find(NCRYPT_SECRET_HANDLE handle);
 
-    std::mutex lock_;
+    Mutex lock_{LockRank::leaf};
     std::vector<OwnedSecret> secrets_;
 };
 

@@ -12,6 +12,7 @@
 
 #include "logger_file.h"
 #include "logger_record.h"
+#include "mutex.h"
 #include "secret.h"
 
 namespace NV {
@@ -20,13 +21,13 @@ namespace {
 
 // The lock and the message buffer that a group of levels shares.
 struct Channel {
-    std::mutex mutex;
+    Mutex mutex;
     std::array<char, 65536> buffer{};
 };
 
 // SEV has a channel of its own, so that a crash report does not wait for a record under way.
-Channel severeChannel;
-Channel ordinaryChannel;
+Channel severeChannel{Mutex(LockRank::severeLog)};
+Channel ordinaryChannel{Mutex(LockRank::log)};
 
 void writeRecord(const LoggerSettings& settings, std::string_view tag, std::string_view message)
 {
@@ -56,7 +57,7 @@ bool hasOutput(const LoggerSettings& settings)
 std::atomic<bool> processEnding{false};
 
 // Whether the lock was taken. Only an ending process goes without.
-bool take(std::unique_lock<std::mutex>& guard)
+bool take(std::unique_lock<Mutex>& guard)
 {
     if (processEnding)
         return guard.try_lock();

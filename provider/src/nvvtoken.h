@@ -8,7 +8,6 @@
 #include <condition_variable>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
@@ -147,7 +146,7 @@ private:
     SECURITY_STATUS withPIN(const Site& site, const Work& work);
 
     const wchar_t* name_ = providerName;
-    Mutex lock_;
+    Mutex lock_{LockRank::provider};
     std::unique_ptr<Pkcs11> pkcs11_;
     P11Slot* slot_ = nullptr;
     HWND ownerWindow_ = nullptr;
@@ -211,10 +210,10 @@ private:
     SECURITY_STATUS open(const Site& site, NCRYPT_PROV_HANDLE* phProvider);
     SECURITY_STATUS free(const Site& site, NCRYPT_PROV_HANDLE hProvider);
 
-    Mutex lock_;  // serialises OpenProvider and FreeProvider
+    Mutex lock_{LockRank::registry};  // serialises OpenProvider and FreeProvider
 
     // Guards the map and the visits while they are read or changed, never longer.
-    std::mutex mapLock_;
+    Mutex mapLock_{LockRank::leaf};
     std::map<NCRYPT_PROV_HANDLE, Provider*> providers_;
     std::map<Provider*, unsigned> visits_;
     std::condition_variable visitEnded_;

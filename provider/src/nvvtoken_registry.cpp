@@ -39,7 +39,7 @@ void endProvidersOnThisThread()
 Mutex& sequenceLock()
 {
     // Never destroyed: a provider may be freed by another module's exit code.
-    static Mutex* const lock = new Mutex;
+    static Mutex* const lock = new Mutex(LockRank::sequence);
     return *lock;
 }
 
@@ -152,8 +152,8 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
     // The handle is gone: from here on nothing may keep the provider from being destroyed.
     quietly([&] { NV_AT(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
     {
-        std::unique_lock guard(mapLock_);
-        visitEnded_.wait(guard, [&] { return !visits_.contains(provider); });
+        const std::lock_guard guard(mapLock_);
+        mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider); });
     }
     // Its library is finalised once more: not inside another provider's sequence.
     const std::lock_guard guard(sequenceLock());

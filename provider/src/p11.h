@@ -80,7 +80,7 @@ private:
                                           std::unique_ptr<CK_C_INITIALIZE_ARGS>& replaced);
 
     std::unique_ptr<P11Module> module_;
-    Mutex lock_;
+    Mutex lock_{LockRank::callLayer};
     bool initialized_ = false;
 };
 
