@@ -1,5 +1,5 @@
-// A peer's public key as tests need it: coordinates, the uncompressed point, the CNG blob. Used here
-// and in module/secrets.
+// A peer's public key as tests need it: coordinates, the uncompressed point, the CNG blob. Used by
+// the tests of secrets and those on threads.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// Where threads wait for each other, to start at once. Used here and in module/secrets. By turns of
+// Where threads wait for each other, to start at once. Used by all tests on threads. By turns of
 // the processor: std::barrier of GCC 12 loses wake-ups where the system has no futex.
 
 #pragma once

@@ -1,0 +1,152 @@
+// Eight threads at once on the module and on its objects, with the scripted token: every result is
+// the right one, no sequence of token calls lies inside another, and the log stays whole.
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "profile.h"
+#include "scripted_work.h"
+#include "thread_scenarios.h"
+#include "together.h"
+#include "trace_log.h"
+
+namespace NV::test {
+
+namespace {
+
+class ThreadsTest : public testing::Test {
+protected:
+    // SEV has a file lock of its own; under Wine two writers may lose each other's bytes.
+    explicit ThreadsTest(bool withLog = false)
+    {
+        const std::string store = withLog ? "~\\.norvanta-keywarden\\logs" : "";
+        profile.writeConfig("logLevel=ERROR\nlogTypes=FILE\nlogStore=" + store +
+                            "\nlogRotate=7\np11File=" + narrowPath(ScriptedToken::widePath()) +
+                            "\n");
+        module.emplace();
+    }
+
+    // What holds after every scenario: the token saw one call at a time, and each sequence of calls
+    // whole.
+    void TearDown() override
+    {
+        EXPECT_EQ(work.token.sequenceViolations(), 0U);
+        EXPECT_EQ(work.token.overlappingCalls(), 0U);
+        EXPECT_EQ(work.token.openSessions(), 0U);
+        EXPECT_FALSE(work.token.initialised());
+    }
+
+    ThreadedToken token() const { return {*module, facts, known}; }
+
+    ScriptedWork work;
+    Profile profile;
+    std::optional<ProviderModule> module;
+    TokenFacts facts = ScriptedWork::facts();
+    std::vector<KnownResults> known = ScriptedWork::known(threadCount);
+};
+
+class LoggedThreadsTest : public ThreadsTest {
+protected:
+    LoggedThreadsTest() : ThreadsTest(true) {}
+};
+
+// Functions of one thread that are still on their way.
+using Open = std::vector<std::string>;
+
+// A LEAVE belongs to the innermost function that was entered on the same thread.
+std::string misplacedLeaves(const LogLines& lines)
+{
+    std::map<std::string, Open> threads;
+    std::string misplaced;
+    for (const LogLine& line : lines) {
+        Open& open = threads[line.identity];
+        if (line.message == "ENTER") {
+            open.push_back(line.function);
+        } else if (line.message.starts_with("LEAVE")) {
+            if (open.empty() || open.back() != line.function)
+                misplaced += line.raw + "\n";
+            else
+                open.pop_back();
+        }
+    }
+    for (const auto& [thread, open] : threads)
+        misplaced += open.empty() ? "" : thread + " never left " + open.back() + "\n";
+    return misplaced;
+}
+
+// How often each function of the library was called, by the log.
+std::map<std::string, int> loggedCalls(const LogLines& lines)
+{
+    const std::string prefix = "CALL ";
+    const std::string suffix = "(): START";
+    std::map<std::string, int> calls;
+    for (const LogLine& line : lines) {
+        const std::string& text = line.message;
+        if (text.starts_with(prefix) && text.ends_with(suffix))
+            ++calls[text.substr(prefix.size(), text.size() - prefix.size() - suffix.size())];
+    }
+    return calls;
+}
+
+std::map<std::string, int> counted(const std::vector<std::string>& names)
+{
+    std::map<std::string, int> counts;
+    for (const std::string& name : names)
+        ++counts[name];
+    return counts;
+}
+
+}  // namespace
+
+TEST_F(ThreadsTest, mixedWorkOnTwoProviders)
+{
+    EXPECT_EQ(workOnTwoProviders(token(), rounds(1000)), "");
+}
+
+TEST_F(ThreadsTest, dialogsOnTwoProvidersBesideOtherWork)
+{
+    EXPECT_EQ(workWithDialogs(token(), rounds(2)), "");
+}
+
+TEST_F(ThreadsTest, providersComeAndGoWhileOthersWork)
+{
+    EXPECT_EQ(openAndFreeProviders(token(), rounds(5)), "");
+}
+
+TEST_F(ThreadsTest, aProviderIsFreedInTheMiddleOfItsWork)
+{
+    EXPECT_EQ(freeAProviderInUse(token(), rounds(20)), "");
+}
+
+TEST_F(ThreadsTest, freeingWaitsForTheDialogOfAnotherThread)
+{
+    EXPECT_EQ(freeUnderAnOpenDialog(token()), "");
+}
+
+TEST_F(ThreadsTest, workWithPinOnTwoSetsOfObjects)
+{
+    EXPECT_EQ(workWithPins(ScriptedToken::path(), facts, known, rounds(100)), "");
+}
+
+// Each line is a whole record (or reading the log throws), each thread's lines tell a whole story,
+// and none is missing.
+TEST_F(LoggedThreadsTest, theLogStaysWhole)
+{
+    EXPECT_EQ(workOnTwoProviders(token(), rounds(5)), "");
+    const LogLines lines = profile.log();
+    EXPECT_EQ(misplacedLeaves(lines), "");
+    auto logged = loggedCalls(lines);
+    auto seen = counted(work.token.callNames());
+    for (const char* name : {"C_OpenSession", "C_FindObjects", "C_Verify", "C_Encrypt", "C_Digest",
+                             "C_CreateObject", "C_Sign", "C_CloseSession"}) {
+        EXPECT_GT(logged[name], 0) << name;
+        EXPECT_EQ(logged[name], seen[name]) << name;
+    }
+}
+
+}  // namespace NV::test
