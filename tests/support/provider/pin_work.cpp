@@ -75,16 +75,25 @@ bool PinWork::signRsa(const KnownResults& known)
     return status == success && signature == known.rsaSignature;
 }
 
-// By the token's own judgement, as in DialogWork.
-bool PinWork::signEc(const KnownResults& known)
+Bytes PinWork::ecSignature(const KnownResults& known)
 {
     Bytes hash = known.hash;
     Bytes signature(known.ecSignature.size());
     const std::lock_guard guard(lock_);
     const std::lock_guard sequence(sequenceLock());
-    return ec_.sign(&p11_, nullptr, hash.data(), sizeOf(hash), signature.data(), sizeOf(signature),
-                    0, pin_) == success &&
-           ec_.verify(&p11_, nullptr, hash.data(), sizeOf(hash), signature.data(),
+    const SECURITY_STATUS status = ec_.sign(&p11_, nullptr, hash.data(), sizeOf(hash),
+                                            signature.data(), sizeOf(signature), 0, pin_);
+    return status == success ? signature : Bytes{};
+}
+
+// By the token's own judgement, as in DialogWork.
+bool PinWork::signEc(const KnownResults& known)
+{
+    Bytes hash = known.hash;
+    Bytes signature = ecSignature(known);
+    const std::lock_guard guard(lock_);
+    const std::lock_guard sequence(sequenceLock());
+    return ec_.verify(&p11_, nullptr, hash.data(), sizeOf(hash), signature.data(),
                       sizeOf(signature), 0) == success;
 }
 

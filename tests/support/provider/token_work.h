@@ -165,6 +165,9 @@ public:
     bool agree(const KnownResults& known);
     bool derive(const KnownResults& known);
 
+    // A signature of the hash by the EC key, empty when there is none.
+    Bytes ecSignature(const KnownResults& known);
+
 private:
     CK_SLOT_ID firstActiveSlot() const;
 
