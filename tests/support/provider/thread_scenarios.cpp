@@ -10,6 +10,7 @@
 
 #include "logger.h"
 #include "nvvtoken.h"
+#include "scope_exit.h"
 #include "together.h"
 
 namespace NV::test {
@@ -144,15 +145,23 @@ std::string workWithDialogs(const ThreadedToken& token, int rounds)
     std::array<DialogWork, 2> works{
         DialogWork(token.module, providers.first.handle(), token.facts),
         DialogWork(token.module, providers.second.handle(), token.facts)};
+    // Calls on the two would wait for their dialogs.
+    const OpenedProvider third(token.module);
+    PublicWork others(token.module, third.handle(), token.facts, providers.secret.handle());
     const int dialogs = dialogThreads * rounds * static_cast<int>(DialogWork::kinds().size());
     const DialogDriver user(DialogDriver::entering(token.facts.pin), dialogs);
+    std::atomic<int> busy = dialogThreads;
     return runTogether(threadCount, [&](int thread, Complaints& found) {
-        const size_t provider = static_cast<size_t>(thread) % 2;
         const KnownResults& known = ofThread(token.known, thread);
-        if (thread < dialogThreads)
-            runAll(works[provider], thread, rounds, known, found);
-        else
-            runAll(providers.works[provider], thread, rounds, known, found);
+        if (thread < dialogThreads) {
+            const ScopeExit done([&] { --busy; });
+            runAll(works[static_cast<size_t>(thread) % 2], thread, rounds, known, found);
+            return;
+        }
+        for (int i = thread; busy > 0; ++i) {
+            run(others, i, 1, known, found);
+            std::this_thread::sleep_for(1ms);
+        }
     });
 }
 

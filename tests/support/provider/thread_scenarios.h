@@ -22,8 +22,8 @@ struct ThreadedToken {
 // Half of the threads on each of two providers, so many operations each, of all kinds without PIN.
 std::string workOnTwoProviders(const ThreadedToken& token, int operations);
 
-// Half of the threads answer dialogs, of all kinds of work with PIN, on both of two providers; the
-// others work without.
+// Half of the threads open dialogs, for all kinds of work with PIN, on both of two providers; the
+// others work without PIN on a third one as long as those do.
 std::string workWithDialogs(const ThreadedToken& token, int rounds);
 
 // Half of the threads open providers of their own, use and free them; the others work on one that
