@@ -1,5 +1,5 @@
-// The counters. Wine's own know neither private bytes nor handles: those come from the host and from
-// the list of all handles.
+// The counters. Wine's own know neither private bytes nor handles: those come from the host and
+// from the list of all handles.
 
 #include "usage.h"
 

@@ -1,6 +1,6 @@
-// What each lock keeps apart: the operations of one provider, opening and freeing, the calls that the
-// registry counts, the calls of one call layer, the users of one key store. The sequence lock is the
-// business of threads_test.cpp.
+// What each lock keeps apart: the operations of one provider, opening and freeing, the calls that
+// the registry counts, the calls of one call layer, the users of one key store. The sequence lock
+// is the business of threads_test.cpp.
 
 #include <atomic>
 #include <chrono>
@@ -39,8 +39,8 @@ struct Operation {
                    provider) { return module->function(provider __VA_OPT__(, ) __VA_ARGS__); }     \
     }
 
-// All operations of a provider. They look at their arguments, most of them wrong, when they have the
-// lock.
+// All operations of a provider. They look at their arguments, most of them wrong, when they have
+// the lock.
 constexpr Operation operations[] = {
     NV_OPERATION(OpenKey, nullptr, nullptr, 0, 0),
     NV_OPERATION(CreatePersistedKey, nullptr, nullptr, nullptr, 0, 0),

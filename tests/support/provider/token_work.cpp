@@ -229,9 +229,9 @@ bool PublicWork::setProperties(const KnownResults& known) const
     const Bytes value = property([&](PBYTE bytes, DWORD size, DWORD* length) {
         return module_->GetKeyProperty(provider_, key, L"Odd Property", bytes, size, length, 0);
     });
-    HWND owner = nullptr;
+    Bytes owner(sizeof(ULONG_PTR));  // a null handle
     const SECURITY_STATUS ofProvider = module_->SetProviderProperty(
-        provider_, NCRYPT_WINDOW_HANDLE_PROPERTY, reinterpret_cast<PBYTE>(&owner), sizeof owner, 0);
+        provider_, NCRYPT_WINDOW_HANDLE_PROPERTY, owner.data(), sizeOf(owner), 0);
     return ofKey == success && value == known.hash && ofProvider == success &&
            module_->FreeKey(provider_, key) == success;
 }
@@ -353,12 +353,21 @@ bool DialogWork::agree(const KnownResults& known) const
     return module_->FreeSecret(provider_, secret) == success && right;
 }
 
-AgreedByDialog::AgreedByDialog(const ProviderModule& module, NCRYPT_PROV_HANDLE provider,
-                               const TokenFacts& facts)
-    : module_(module), provider_(provider), work_(module, provider, facts)
+namespace {
+
+NCRYPT_SECRET_HANDLE agreedByDialog(const DialogWork& work, const TokenFacts& facts)
 {
     const DialogDriver user(DialogDriver::entering(facts.pin));
-    handle_ = work_.agreed();
+    return work.agreed();
+}
+
+}  // namespace
+
+AgreedByDialog::AgreedByDialog(const ProviderModule& module, NCRYPT_PROV_HANDLE provider,
+                               const TokenFacts& facts)
+    : module_(module), provider_(provider), work_(module, provider, facts),
+      handle_(agreedByDialog(work_, facts))
+{
 }
 
 AgreedByDialog::~AgreedByDialog()

@@ -57,9 +57,9 @@ public:
     PublicWork& operator=(const PublicWork&) = delete;
 
     struct Kind {
-        const char* name;
+        const char* name = nullptr;
         // Whether every result was the known one.
-        bool (PublicWork::*run)(const KnownResults&) const;
+        bool (PublicWork::*run)(const KnownResults&) const = nullptr;
         // How many of the key's or algorithms' names it leaves on the heap for each record that it
         // is given: they are nobody's.
         int namesLeft = 0;
@@ -126,8 +126,8 @@ private:
     NCRYPT_KEY_HANDLE ec_ = 0;
 };
 
-// A secret agreed through the module, with the PIN by the dialog. Freed at the end, and its key with
-// it: freeing a key empties the properties of all that were opened by its name.
+// A secret agreed through the module, with the PIN by the dialog. Freed at the end, and its key
+// with it: freeing a key empties the properties of all that were opened by its name.
 class AgreedByDialog {
 public:
     AgreedByDialog(const ProviderModule& module, NCRYPT_PROV_HANDLE provider,
