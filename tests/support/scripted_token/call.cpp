@@ -94,6 +94,8 @@ Arrival::Arrival(const char* function, const Line& arguments, const void* buffer
             throw std::runtime_error("scripted fault in " + std::string(function));
         if (planned.fault == test::Fault::returnValue)
             answer_ = planned.value;
+        if (planned.fault == test::Fault::returnAfterWork)
+            answerAfterWork_ = planned.value;
         if (actsOnBuffer(planned.fault))
             lie_ = planned.fault;
     }

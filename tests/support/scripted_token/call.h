@@ -36,6 +36,8 @@ struct Journal {
     uint32_t sequenceThread = 0;  // the thread that initialised the library
     uint32_t sequenceViolations = 0;
     uint32_t overlappingCalls = 0;
+    uint32_t sessionsFinalized = 0;
+    uint32_t loginsFinalized = 0;
     uint32_t inside = 0;  // calls that have not returned yet; survives a reset
 };
 
@@ -59,6 +61,7 @@ public:
     Arrival(const char* function, const Line& arguments, const void* buffer);
 
     const std::optional<CK_RV>& answer() const { return answer_; }
+    const std::optional<CK_RV>& answerAfterWork() const { return answerAfterWork_; }
     Lie lie() const { return lie_; }
 
 private:
@@ -71,12 +74,14 @@ private:
 
     Inside inside_;
     std::optional<CK_RV> answer_;
+    std::optional<CK_RV> answerAfterWork_;
     Lie lie_;
 };
 
 enum class Needs { nothing, initialised };
 
-// Runs `work(token, lie)` unless a fault or the library's state answers first.
+// Runs `work(token, lie)` unless a fault or the library's state answers first. A fault may also
+// answer in the place of what the work says.
 template <typename Work>
 CK_RV serve(const char* function, const Line& arguments, Needs needs, const void* buffer, Work work)
 {
@@ -86,7 +91,8 @@ CK_RV serve(const char* function, const Line& arguments, Needs needs, const void
     const std::lock_guard guard{tokenMutex()};
     if (needs == Needs::initialised && !token().initialised)
         return CKR_CRYPTOKI_NOT_INITIALIZED;
-    return work(token(), arrival.lie());
+    const CK_RV rv = work(token(), arrival.lie());
+    return arrival.answerAfterWork().value_or(rv);
 }
 
 // The same for a function of a session: `work(token, session, lie)`.

@@ -47,6 +47,14 @@ CK_RV initialise(Token& token, const CK_C_INITIALIZE_ARGS* arguments)
     return CKR_OK;
 }
 
+// The sessions and logins that C_Finalize ends, because nobody else has.
+void noteWhatIsLeft(const Token& token)
+{
+    journal().sessionsFinalized += static_cast<uint32_t>(token.sessions.size());
+    for (const Slot& slot : token.slots)
+        journal().loginsFinalized += slot.login != Login::nobody ? 1U : 0U;
+}
+
 void describeSlot(const Slot& slot, CK_SLOT_INFO& info)
 {
     fill(info.slotDescription, numbered(test::kSlotDescriptionStem, slot.id));
@@ -97,6 +105,7 @@ CK_RV C_Finalize(CK_VOID_PTR pReserved)
                  [&](Token& token, Lie) {
                      if (pReserved != nullptr)
                          return CKR_ARGUMENTS_BAD;
+                     noteWhatIsLeft(token);
                      token.finalise();
                      return CKR_OK;
                  });

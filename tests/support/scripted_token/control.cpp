@@ -157,6 +157,8 @@ void state(test::TokenState* told)
     told->initFlags = arguments.flags;
     told->callbacksGiven = (arguments.CreateMutex ? 1U : 0U) + (arguments.DestroyMutex ? 1U : 0U) +
                            (arguments.LockMutex ? 1U : 0U) + (arguments.UnlockMutex ? 1U : 0U);
+    told->sessionsFinalized = journal().sessionsFinalized;
+    told->loginsFinalized = journal().loginsFinalized;
 }
 
 // Not under tokenMutex: a callback may wait.

@@ -170,6 +170,11 @@ void ScriptedToken::fail(const std::string& function, CK_RV rv, uint32_t nth)
     addFault(function, Fault::returnValue, rv, nth);
 }
 
+void ScriptedToken::failAfterWork(const std::string& function, CK_RV rv, uint32_t nth)
+{
+    addFault(function, Fault::returnAfterWork, rv, nth);
+}
+
 void ScriptedToken::throwFrom(const std::string& function, uint32_t nth)
 {
     addFault(function, Fault::throwException, 0, nth);

@@ -64,6 +64,8 @@ public:
     // Faults: on the nth call from now, counted from 1, or on every call (0). They add up; a
     // fault for a single call is used up by it. An unknown name throws std::invalid_argument.
     void fail(const std::string& function, CK_RV rv, uint32_t nth = 0);
+    // As fail, but the call has done its work before it answers so.
+    void failAfterWork(const std::string& function, CK_RV rv, uint32_t nth = 0);
     void throwFrom(const std::string& function, uint32_t nth = 0);
     void delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth = 0);
     // These three act on, and count, only calls that give an output buffer.
@@ -101,6 +103,9 @@ public:
     bool initialised() const { return state().initialised != 0; }
     uint32_t openSessions() const { return state().openSessions; }
     bool userLoggedIn() const { return state().userLoggedIn != 0; }
+    // What C_Finalize has had to end since the last reset.
+    uint32_t sessionsFinalized() const { return state().sessionsFinalized; }
+    uint32_t loginsFinalized() const { return state().loginsFinalized; }
     uint32_t sequenceViolations() const { return state().sequenceViolations; }
     uint32_t overlappingCalls() const { return state().overlappingCalls; }
 

@@ -10,9 +10,10 @@ namespace NV::test {
 
 // A fault makes one call, or every call, of one function misbehave.
 enum class Fault : uint32_t {
-    returnValue,     // answer `value`, a CK_RV, and do nothing else
-    throwException,  // let std::runtime_error("scripted fault in NAME") leave the call
-    delay,           // wait `value` milliseconds, then go on as usual
+    returnValue,      // answer `value`, a CK_RV, and do nothing else
+    throwException,   // let std::runtime_error("scripted fault in NAME") leave the call
+    returnAfterWork,  // do all the call does, then answer `value`
+    delay,            // wait `value` milliseconds, then go on as usual
     // The rest act on, and count, only the calls that give a buffer for the output.
     bufferTooSmall,     // answer CKR_BUFFER_TOO_SMALL and the length needed, however large it is
     secondCountLarger,  // CKR_OK, but the count or length reported is larger than the true one
@@ -42,6 +43,8 @@ struct TokenState {
     uint32_t initArgumentsGiven;  // 1 when the latest C_Initialize had CK_C_INITIALIZE_ARGS
     uint32_t initFlags;           // their flags
     uint32_t callbacksGiven;      // number of the four callbacks that were not null
+    uint32_t sessionsFinalized;   // sessions that C_Finalize has found open
+    uint32_t loginsFinalized;     // logins that C_Finalize has found
 };
 
 struct ScriptedTokenControl {

@@ -62,6 +62,34 @@ TEST_F(ScriptedFaultTest, ReturnValueForEveryCallDoesNothingElse)
     EXPECT_EQ(CKR_OK, p11.C_Initialize(nullptr));
 }
 
+TEST_F(ScriptedFaultTest, ReturnValueAfterTheWork)
+{
+    token.failAfterWork("C_Initialize", CKR_CRYPTOKI_ALREADY_INITIALIZED, 1);
+    EXPECT_EQ(CKR_CRYPTOKI_ALREADY_INITIALIZED, p11.C_Initialize(nullptr));
+    EXPECT_TRUE(token.initialised());
+    const CK_SESSION_HANDLE session = openSession();
+    token.failAfterWork("C_CloseSession", CKR_DEVICE_REMOVED, 1);
+    EXPECT_EQ(CKR_DEVICE_REMOVED, p11.C_CloseSession(session));
+    EXPECT_EQ(0U, token.openSessions());
+}
+
+TEST_F(ScriptedFaultTest, CountsWhatFinalizeHasToEnd)
+{
+    const CK_SESSION_HANDLE session = openSession();
+    openSession();
+    ASSERT_EQ(CKR_OK, logIn(session));
+    EXPECT_EQ(0U, token.sessionsFinalized());
+    EXPECT_EQ(CKR_OK, p11.C_Finalize(nullptr));
+    EXPECT_EQ(2U, token.sessionsFinalized());
+    EXPECT_EQ(1U, token.loginsFinalized());
+    EXPECT_EQ(CKR_OK, p11.C_CloseSession(openSession()));
+    EXPECT_EQ(CKR_OK, p11.C_Finalize(nullptr));
+    EXPECT_EQ(2U, token.sessionsFinalized());
+    token.reset();
+    EXPECT_EQ(0U, token.sessionsFinalized());
+    EXPECT_EQ(0U, token.loginsFinalized());
+}
+
 TEST_F(ScriptedFaultTest, UnknownFunctionIsRefused)
 {
     EXPECT_THROW(token.fail("C_Initialise", CKR_CANT_LOCK), std::invalid_argument);

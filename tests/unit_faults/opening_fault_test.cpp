@@ -1,0 +1,235 @@
+// The fault matrix of opening a provider, of enumerating its keys and of freeing it: every call of
+// discovery and of reading the certificates, and the last finalise.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <memory>
+
+#include "case_count.h"
+#include "config.h"
+#include "folder.h"
+#include "heap_count.h"
+#include "log_off.h"
+#include "nvvtoken.h"
+#include "opening_oracle.h"
+#include "system_store.h"
+
+namespace NV::test {
+
+namespace {
+
+// What one opening has given. The provider lives on.
+struct Opening {
+    std::unique_ptr<Provider> provider;
+    bool result = false;
+    std::vector<std::string> calls;
+    std::string keys;
+    bool algorithms = false;
+    bool properties = false;
+    uint32_t published = 0;
+};
+
+// The keys' names in the order of EnumKeys, each with a blank behind it. The blocks are released.
+std::string enumerate(Provider& provider)
+{
+    std::string names;
+    NCryptKeyName* record = nullptr;
+    void* state = nullptr;
+    while (provider.EnumKeys(nullptr, &record, &state, 0) == ERROR_SUCCESS) {
+        const std::wstring name = record->pszName;
+        names.append(name.begin(), name.end());
+        names += ' ';
+        std::free(record->pszName);
+        std::free(record->pszAlgid);
+        std::free(record);
+    }
+    std::free(state);
+    return names;
+}
+
+class OpeningFaultTest : public testing::Test {
+protected:
+    OpeningFaultTest()
+    {
+        const TemporaryFolder folder;
+        const std::filesystem::path file = folder.path() / "provider.conf";
+        writeFile(file, "p11File=" + ScriptedToken::path() + "\n");
+        Config::instance().load(narrowPath(file));
+        // What the first run and the first exception of a thread allocate for good is no leak.
+        fillToken();
+        token.throwFrom("C_GetInfo", 1);
+        open();
+        fillToken();
+        const Opening opening = open();
+        good = sequenceOf(opening.calls);
+        expectGood(opening);
+    }
+
+    // A token in each of the two slots, with two certificates.
+    void fillToken()
+    {
+        token.reset();
+        token.addSlot(kOtherSlot);
+        addCertificate({0x01, 0xAB}, "rsa2048", kSlot);
+        addCertificate({0x02, 0x56}, "p256", kSlot);
+        addCertificate({0x03, 0x84}, "p384", kOtherSlot);
+        addCertificate({0x05, 0x21}, "p521", kOtherSlot);
+    }
+
+    Opening open()
+    {
+        token.clearCalls();
+        const uint32_t published = systemStoreOpenings();
+        Opening opening;
+        opening.provider = std::make_unique<Provider>();
+        Provider& provider = *opening.provider;
+        opening.result = provider.init();
+        opening.calls = token.calls();
+        opening.published = systemStoreOpenings() - published;
+        opening.keys = enumerate(provider);
+        opening.algorithms = provider.IsAlgSupported(L"RSA", 0) == ERROR_SUCCESS;
+        DWORD length = 0;
+        opening.properties =
+            provider.GetProviderProperty(L"Name", nullptr, 0, &length, 0) == ERROR_SUCCESS;
+        // Nothing of this is asked of the token.
+        EXPECT_EQ(opening.calls, token.calls());
+        return opening;
+    }
+
+    static void expectGood(const Opening& opening)
+    {
+        EXPECT_TRUE(opening.result);
+        EXPECT_EQ("01AB 0256 ", opening.keys);
+        EXPECT_TRUE(opening.algorithms);
+        EXPECT_EQ(2U, opening.published);
+    }
+
+    void expectOpening(const ExpectedOpening& expected, const Opening& opening)
+    {
+        EXPECT_EQ(expected.result, opening.result);
+        EXPECT_EQ(expected.calls, namesOf(sequenceOf(opening.calls)));
+        EXPECT_EQ(expected.keys, opening.keys);
+        EXPECT_EQ(expected.algorithms, opening.algorithms);
+        EXPECT_EQ(expected.result, opening.properties);
+        EXPECT_EQ(expected.published, opening.published);
+        for (const std::string& call : token.calls("C_OpenSession"))
+            EXPECT_EQ("C_OpenSession(slot=" + std::to_string(expected.slot) +
+                          ", flags=0x4, application=null, notify=null)",
+                      call);
+    }
+
+    void expectNothingOpen(const ExpectedOpening& expected)
+    {
+        EXPECT_EQ(0U, token.openSessions());
+        EXPECT_FALSE(token.userLoggedIn());
+        EXPECT_EQ(expected.sessionsFinalized, token.sessionsFinalized());
+        EXPECT_EQ(expected.initialised, token.initialised());
+    }
+
+    void expectFree(const ExpectedOpening& expected, Opening& opening)
+    {
+        token.clearCalls();
+        opening.provider.reset();
+        EXPECT_EQ(expected.finalizedAtTheEnd ? "C_Finalize" : "",
+                  namesOf(sequenceOf(token.calls())));
+        EXPECT_FALSE(token.initialised());
+    }
+
+    void strike(const FaultCase& fault)
+    {
+        fillToken();
+        arm(token, fault);
+        {
+            const ExpectedOpening expected = expectedOpening(steps, fault);
+            Opening opening = open();
+            expectOpening(expected, opening);
+            expectNothingOpen(expected);
+            expectFree(expected, opening);
+        }
+        // A list is whole again when it is fetched without null entries.
+        if (fault.kind == FaultKind::nullEntry)
+            fillToken();
+        token.clearFaults();
+        expectGood(open());
+        countCase();
+    }
+
+    LogOff logOff;
+    ScriptedToken token;
+    const std::vector<Step> steps = openingSteps();
+    Sequence good;
+
+private:
+    void addCertificate(const Bytes& id, const std::string& name, CK_SLOT_ID slot)
+    {
+        const std::string der = readFile(std::filesystem::path(CERTIFICATES) / (name + ".der"));
+        token.addCertificate(id, Bytes(der.begin(), der.end()), slot);
+    }
+};
+
+}  // namespace
+
+TEST_F(OpeningFaultTest, theStepsAreTheCallsOfAGoodOpening)
+{
+    std::string names;
+    for (const Step& step : steps)
+        names += (names.empty() ? "" : " ") + std::string(step.function);
+    EXPECT_EQ(names, namesOf(good));
+    EXPECT_EQ(72U, good.size());
+    EXPECT_FALSE(token.initialised());
+    EXPECT_EQ(0U, token.sessionsFinalized());
+}
+
+TEST_F(OpeningFaultTest, everyFaultOfEveryCall)
+{
+    ASSERT_EQ(steps.size(), good.size());
+    for (const FaultCase& fault : casesOf(good)) {
+        SCOPED_TRACE("open, " + fault.name());
+        const long before = liveHeapBlocks();
+        strike(fault);
+        EXPECT_EQ(0, liveHeapBlocks() - before);
+    }
+}
+
+// Enumerating makes no call, and so meets no fault.
+TEST_F(OpeningFaultTest, enumeratingAsksNothingOfTheToken)
+{
+    fillToken();
+    const Opening opening = open();
+    token.clearCalls();
+#define NV_FAIL(name, parameters) token.throwFrom(#name);
+    NV_CK_FUNCTIONS(NV_FAIL)
+#undef NV_FAIL
+    EXPECT_EQ("01AB 0256 ", enumerate(*opening.provider));
+    EXPECT_TRUE(token.calls().empty());
+    token.clearFaults();
+}
+
+// Another part of the process has the library initialised while the provider is freed; what the
+// last finalise answers does not matter.
+TEST_F(OpeningFaultTest, everyFaultOfTheLastFinalize)
+{
+    const Sequence last = {{"C_Finalize", 1, 0}};
+    for (const FaultCase& fault : casesOf(last)) {
+        SCOPED_TRACE("free, " + fault.name());
+        fillToken();
+        Opening opening = open();
+        token.exports().C_Initialize(nullptr);
+        arm(token, fault);
+        remadeFunctionList(token);
+        token.clearCalls();
+        EXPECT_NO_THROW(opening.provider.reset());
+        const bool missing = fault.kind == FaultKind::nullEntry;
+        EXPECT_EQ(missing ? "" : "C_Finalize", namesOf(sequenceOf(token.calls())));
+        EXPECT_TRUE(token.initialised());
+        if (missing)
+            fillToken();
+        token.clearFaults();
+        expectGood(open());
+        countCase();
+    }
+}
+
+}  // namespace NV::test

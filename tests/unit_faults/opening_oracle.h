@@ -1,0 +1,67 @@
+// Opening a provider as a list of steps, and the rules that say what a fault makes of it.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "fault_table.h"
+
+namespace NV::test {
+
+// The two slots of the token, each with two certificates and their keys.
+inline constexpr const char* firstSlotKeys[] = {"01AB", "0256"};
+inline constexpr const char* otherSlotKeys[] = {"0384", "0521"};
+
+enum class Stage {
+    functionList,
+    clearing,  // of what an earlier user of the library has left
+    start,
+    libraryInfo,
+    slotCount,
+    slotList,
+    slotInfo,  // these five of each slot
+    tokenInfo,
+    mechanismCount,
+    mechanismList,
+    mechanismInfo,
+    discoveryEnd,
+    restart,
+    session,
+    search,
+    searchResult,
+    certificateLength,  // these four of each certificate
+    certificate,
+    nameLength,
+    name,
+    searchEnd,
+    sessionEnd,
+    end,
+};
+
+struct Step {
+    const char* function;
+    Stage stage;
+    size_t item;  // of the slot or the certificate, from 0
+};
+
+// The calls of a good opening, in order.
+std::vector<Step> openingSteps();
+
+struct ExpectedOpening {
+    bool result;
+    std::string calls;  // until init returns
+    // The names that EnumKeys tells, each with a blank behind it.
+    std::string keys;
+    bool algorithms;     // are told
+    uint32_t published;  // attempts to publish a certificate
+    CK_SLOT_ID slot;     // of the session, if one is opened
+    bool initialised;    // how init leaves the library
+    uint32_t sessionsFinalized;
+    // Destroying the provider finalises the library once more.
+    bool finalizedAtTheEnd;
+};
+
+ExpectedOpening expectedOpening(const std::vector<Step>& steps, const FaultCase& fault);
+
+}  // namespace NV::test

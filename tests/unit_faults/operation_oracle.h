@@ -1,0 +1,96 @@
+// The token operations as rows, and the rules that say what a fault makes of one. The rules know
+// nothing of how the module is built: only the calls of a good run, and which of them undoes which.
+
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+
+#include "fault_table.h"
+
+namespace NV::test {
+
+enum class TokenOperation {
+    rsaSign,
+    rsaVerify,
+    rsaEncrypt,
+    rsaDecrypt,
+    ecSign,
+    ecVerify,
+    agreement,
+    hashDerivation,
+    hmacDerivation
+};
+
+// When *pcbResult is written.
+enum class Told { never, onSuccess, withTheOutput };
+
+struct OperationRow {
+    TokenOperation operation;
+    const char* name;
+    const char* calls;   // of a good run, in order
+    const char* output;  // the call that fills the output buffer; null: there is none
+    DWORD room;          // of the output buffer, in bytes
+    DWORD length;        // of the true output
+    Told told;
+};
+
+inline constexpr OperationRow operationRows[] = {
+    {TokenOperation::rsaSign, "rsaSign",
+     "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_SignInit C_Sign C_Logout C_CloseSession C_Finalize",
+     "C_Sign", 300, 256, Told::never},
+    {TokenOperation::rsaVerify, "rsaVerify",
+     "C_Initialize C_OpenSession C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_VerifyInit C_Verify C_CloseSession C_Finalize",
+     nullptr, 0, 0, Told::never},
+    {TokenOperation::rsaEncrypt, "rsaEncrypt",
+     "C_Initialize C_OpenSession C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_EncryptInit C_Encrypt C_CloseSession C_Finalize",
+     "C_Encrypt", 300, 256, Told::onSuccess},
+    {TokenOperation::rsaDecrypt, "rsaDecrypt",
+     "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_DecryptInit C_Decrypt C_Logout C_CloseSession C_Finalize",
+     "C_Decrypt", 60, 32, Told::onSuccess},
+    {TokenOperation::ecSign, "ecSign",
+     "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_SignInit C_Sign C_Logout C_CloseSession C_Finalize",
+     "C_Sign", 80, 64, Told::never},
+    {TokenOperation::ecVerify, "ecVerify",
+     "C_Initialize C_OpenSession C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_VerifyInit C_Verify C_CloseSession C_Finalize",
+     nullptr, 0, 0, Told::never},
+    {TokenOperation::agreement, "agreement",
+     "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
+     "C_DeriveKey C_GetAttributeValue C_GetAttributeValue C_Logout C_CloseSession C_Finalize",
+     nullptr, 0, 0, Told::never},
+    {TokenOperation::hashDerivation, "hashDerivation",
+     "C_Initialize C_OpenSession C_DigestInit C_Digest C_CloseSession C_Finalize", "C_Digest", 64,
+     32, Told::withTheOutput},
+    {TokenOperation::hmacDerivation, "hmacDerivation",
+     "C_Initialize C_OpenSession C_CreateObject C_SignInit C_Sign C_CloseSession C_Finalize",
+     "C_Sign", 64, 32, Told::withTheOutput},
+};
+
+// For the names of test cases.
+inline void PrintTo(const OperationRow& row, std::ostream* out)
+{
+    *out << row.name;
+}
+
+struct ExpectedOutcome {
+    SECURITY_STATUS status;
+    std::string calls;            // that the token sees, in order
+    bool output;                  // the buffer holds the true output; otherwise it is untouched
+    std::optional<DWORD> length;  // *pcbResult; none: untouched
+    bool secret;                  // an agreed secret is handed out
+    bool initialised;             // how the operation leaves the library
+    uint32_t sessionsFinalized;   // sessions that nobody but C_Finalize has ended
+};
+
+ExpectedOutcome expectedOutcome(const OperationRow& row, const Sequence& good,
+                                const FaultCase& fault);
+
+}  // namespace NV::test
