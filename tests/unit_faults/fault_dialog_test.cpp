@@ -18,7 +18,7 @@ constexpr DWORD untouchedLength = 0x7391;
 constexpr NCRYPT_SECRET_HANDLE untouchedSecret = 0x7391;
 
 // Of all cases of an operation, every so many.
-constexpr size_t sampleStep = 15;
+constexpr size_t sampleStep = 7;
 
 const OperationRow& rowOf(TokenOperation operation)
 {

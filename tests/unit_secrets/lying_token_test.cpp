@@ -91,6 +91,19 @@ TEST_F(LyingTokenTest, anUnavailableLengthIsNoLength)
     EXPECT_FALSE(token.initialised());
 }
 
+// Nothing was read then: a secret of as many zeros as were announced is known to everybody.
+TEST_F(LyingTokenTest, anUnavailableLengthOfTheValueItselfIsAFailure)
+{
+    const Agreement agreement = agreeWith({.secondLength = unavailable, .written = 0});
+    EXPECT_EQ(SECURITY_STATUS{NTE_INTERNAL_ERROR}, agreement.status);
+    EXPECT_FALSE(agreement.handleWritten);
+    EXPECT_EQ(std::vector<CK_ULONG>{32}, answers.rooms);
+    EXPECT_EQ("ERR C_GetAttributeValue() failed with "
+              "error-code:(00000011(CKR_ATTRIBUTE_SENSITIVE))\n",
+              errors());
+    EXPECT_FALSE(token.initialised());
+}
+
 TEST_F(LyingTokenTest, theSmallerOfTwoLengthsHolds)
 {
     for (const auto& [first, second] : {std::pair<CK_ULONG, CK_ULONG>{32, 40},
