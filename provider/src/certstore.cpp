@@ -96,15 +96,13 @@ template <typename Found>
 std::optional<Bytes> readAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                                    CK_ATTRIBUTE_TYPE type, const Found& found)
 {
-    constexpr CK_ULONG unavailable = ~CK_ULONG{0};
     CK_ATTRIBUTE request{type, nullptr, 0};
-    if (p11.C_GetAttributeValue(session, object, &request, 1) != CKR_OK ||
-        request.ulValueLen == unavailable)
+    if (askForAttribute(p11, session, object, request) != CKR_OK)
         return std::nullopt;
     found(static_cast<int>(request.ulValueLen));
     Bytes value(request.ulValueLen);
     request.pValue = value.data();
-    if (p11.C_GetAttributeValue(session, object, &request, 1) != CKR_OK)
+    if (askForAttribute(p11, session, object, request) != CKR_OK)
         return std::nullopt;
     value.resize(std::min<size_t>(value.size(), request.ulValueLen));
     return value;

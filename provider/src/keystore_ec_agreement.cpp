@@ -11,8 +11,6 @@ namespace NV {
 
 namespace {
 
-constexpr CK_ULONG unavailable = ~CK_ULONG{0};
-
 // CKM_ECDH1_DERIVE without a key derivation function. The block is on the C heap; the point stays
 // the caller's.
 CK_MECHANISM ecdhMechanism(PBYTE pbPeerPubkey, DWORD cbPeerPubkey)
@@ -39,24 +37,17 @@ CK_RV deriveSecretKey(TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_H
                                    secret.size(), &secretKey);
 }
 
-// One call for CKA_VALUE. A token that answers CKR_OK and yet no length has not answered.
-CK_RV askForValue(TokenSequence& token, CK_OBJECT_HANDLE secretKey, CK_ATTRIBUTE& value)
-{
-    const CK_RV rv = token.p11().C_GetAttributeValue(token.session(), secretKey, &value, 1);
-    return rv == CKR_OK && value.ulValueLen == unavailable ? CKR_ATTRIBUTE_SENSITIVE : rv;
-}
-
 // CKA_VALUE of the derived key, asked for in two calls. Null after a failure, which is logged.
 OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE secretKey)
 {
     CK_ATTRIBUTE value{CKA_VALUE, nullptr, 0};
-    if (!token.check(askForValue(token, secretKey, value),
+    if (!token.check(askForAttribute(token.p11(), token.session(), secretKey, value),
                      "C_GetAttributeValue() failed while getting attributeValue length with "
                      "error-code:"))
         return nullptr;
     OwnedSecret secret = makeSecret(value.ulValueLen);
     value.pValue = secret->bytes;
-    if (!token.check(askForValue(token, secretKey, value),
+    if (!token.check(askForAttribute(token.p11(), token.session(), secretKey, value),
                      "C_GetAttributeValue() failed with error-code:"))
         return nullptr;
     const uint32_t length = lengthWithin(secret->bytes, secret->length, value.ulValueLen);

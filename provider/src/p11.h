@@ -84,6 +84,11 @@ private:
     bool initialized_ = false;
 };
 
+// C_GetAttributeValue for one attribute, its length or its value. A token that answers CKR_OK, but
+// with the length that stands for no information, has told nothing: CKR_ATTRIBUTE_SENSITIVE.
+CK_RV askForAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                      CK_ATTRIBUTE& wanted);
+
 // An attribute of a template whose value is one of our own; the library only reads it.
 inline CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t length)
 {

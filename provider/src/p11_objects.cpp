@@ -93,4 +93,12 @@ CK_RV Pkcs11::C_FindObjectsFinal(CK_SESSION_HANDLE hSession)
     return NV_PLAIN_CALL(C_FindObjectsFinal, Result, pointer("hSession", hSession));
 }
 
+CK_RV askForAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                      CK_ATTRIBUTE& wanted)
+{
+    constexpr CK_ULONG unavailable = ~CK_ULONG{0};
+    const CK_RV rv = p11.C_GetAttributeValue(session, object, &wanted, 1);
+    return rv == CKR_OK && wanted.ulValueLen == unavailable ? CKR_ATTRIBUTE_SENSITIVE : rv;
+}
+
 }  // namespace NV

@@ -45,6 +45,8 @@ std::string_view textOf(const FaultCase& fault)
         return "an exception";
     case FaultKind::nullEntry:
         return "no entry in the list";
+    case FaultKind::valueUnavailable:
+        return "a value that cannot be told";
     case FaultKind::bufferTooSmall:
         return "buffer too small, and the length needed";
     case FaultKind::secondCountLarger:
@@ -91,6 +93,8 @@ std::vector<FaultCase> casesOf(const Sequence& sequence)
         for (const Code& code : codes)
             cases.push_back({i, call, FaultKind::code, code.value});
         cases.push_back({i, call, FaultKind::exception, 0});
+        if (call.function == "C_GetAttributeValue")
+            cases.push_back({i, call, FaultKind::valueUnavailable, 0});
         if (call.withBuffer != 0) {
             for (const FaultKind kind : outputFaults)
                 cases.push_back({i, call, kind, 0});
@@ -117,6 +121,9 @@ void arm(ScriptedToken& token, const FaultCase& fault)
         break;
     case FaultKind::nullEntry:
         token.setListEntryNull(target.function);
+        break;
+    case FaultKind::valueUnavailable:
+        token.valueUnavailable(target.occurrence);
         break;
     case FaultKind::bufferTooSmall:
         token.bufferTooSmall(target.function, target.withBuffer);

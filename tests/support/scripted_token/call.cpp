@@ -96,7 +96,7 @@ Arrival::Arrival(const char* function, const Line& arguments, const void* buffer
             answer_ = planned.value;
         if (planned.fault == test::Fault::returnAfterWork)
             answerAfterWork_ = planned.value;
-        if (actsOnBuffer(planned.fault))
+        if (actsOnBuffer(planned.fault) || planned.fault == test::Fault::valueUnavailable)
             lie_ = planned.fault;
     }
 }

@@ -39,6 +39,10 @@ CK_RV checkChange(Token& token, const Session& session, CK_OBJECT_HANDLE handle)
 
 CK_RV readAttribute(const Object& object, CK_ATTRIBUTE& wanted, Lie lie)
 {
+    if (lie == test::Fault::valueUnavailable) {
+        wanted.ulValueLen = kUnavailable;
+        return CKR_OK;
+    }
     const Bytes* value = object.find(wanted.type);
     const bool revealed = object.reveals(wanted.type);
     if (value == nullptr || !revealed) {

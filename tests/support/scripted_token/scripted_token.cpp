@@ -180,6 +180,11 @@ void ScriptedToken::throwFrom(const std::string& function, uint32_t nth)
     addFault(function, Fault::throwException, 0, nth);
 }
 
+void ScriptedToken::valueUnavailable(uint32_t nth)
+{
+    addFault("C_GetAttributeValue", Fault::valueUnavailable, 0, nth);
+}
+
 void ScriptedToken::delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth)
 {
     addFault(function, Fault::delay, static_cast<uint32_t>(time.count()), nth);

@@ -67,6 +67,8 @@ public:
     // As fail, but the call has done its work before it answers so.
     void failAfterWork(const std::string& function, CK_RV rv, uint32_t nth = 0);
     void throwFrom(const std::string& function, uint32_t nth = 0);
+    // Of C_GetAttributeValue: it succeeds, but says of every value that it cannot be told.
+    void valueUnavailable(uint32_t nth = 0);
     void delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth = 0);
     // These three act on, and count, only calls that give an output buffer.
     void bufferTooSmall(const std::string& function, uint32_t nth = 0);

@@ -10,10 +10,11 @@ namespace NV::test {
 
 // A fault makes one call, or every call, of one function misbehave.
 enum class Fault : uint32_t {
-    returnValue,      // answer `value`, a CK_RV, and do nothing else
-    throwException,   // let std::runtime_error("scripted fault in NAME") leave the call
-    returnAfterWork,  // do all the call does, then answer `value`
-    delay,            // wait `value` milliseconds, then go on as usual
+    returnValue,       // answer `value`, a CK_RV, and do nothing else
+    throwException,    // let std::runtime_error("scripted fault in NAME") leave the call
+    returnAfterWork,   // do all the call does, then answer `value`
+    delay,             // wait `value` milliseconds, then go on as usual
+    valueUnavailable,  // C_GetAttributeValue: CKR_OK, but no value and CK_UNAVAILABLE_INFORMATION
     // The rest act on, and count, only the calls that give a buffer for the output.
     bufferTooSmall,     // answer CKR_BUFFER_TOO_SMALL and the length needed, however large it is
     secondCountLarger,  // CKR_OK, but the count or length reported is larger than the true one

@@ -180,6 +180,23 @@ TEST_F(ScriptedFaultTest, LengthsPassTheBuffer)
     EXPECT_EQ(0, digest[20]);
 }
 
+TEST_F(ScriptedFaultTest, ValueIsUnavailableAndYetOk)
+{
+    token.addCertificate(Bytes{0x01, 0xAB}, {0x30, 0x00});
+    const CK_SESSION_HANDLE session = openSession();
+    token.valueUnavailable(2);
+    CK_BYTE value[5] = {};
+    CK_ATTRIBUTE wanted{CKA_ID, nullptr, 0};
+    EXPECT_EQ(CKR_OK, p11.C_GetAttributeValue(session, kFirstObject, &wanted, 1));
+    EXPECT_EQ(2U, wanted.ulValueLen);
+    wanted = {CKA_ID, value, 5};
+    EXPECT_EQ(CKR_OK, p11.C_GetAttributeValue(session, kFirstObject, &wanted, 1));
+    EXPECT_EQ(static_cast<CK_ULONG>(-1), wanted.ulValueLen);
+    EXPECT_EQ(0, value[0]);
+    EXPECT_EQ(CKR_OK, p11.C_GetAttributeValue(session, kFirstObject, &wanted, 1));
+    EXPECT_EQ(2U, wanted.ulValueLen);
+}
+
 TEST_F(ScriptedFaultTest, ListOfExportsEqualsTheExports)
 {
     CK_FUNCTION_LIST* handed = list();
