@@ -23,11 +23,6 @@ Bytes plainBytes()
     return bytes;
 }
 
-BYTE* startOf(Bytes& bytes)
-{
-    return bytes.data();
-}
-
 DWORD sizeOf(const Bytes& bytes)
 {
     return static_cast<DWORD>(bytes.size());
@@ -85,23 +80,23 @@ SECURITY_STATUS TokenOperations::start(const OperationRow& row, Attempt& attempt
     BYTE* output = attempt.output.data();
     switch (row.operation) {
     case TokenOperation::rsaSign:
-        return rsa_.sign(&p11_, nullptr, startOf(hash_), sizeOf(hash_), output, row.room, 0, pin_);
+        return rsa_.sign(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room, 0, pin_);
     case TokenOperation::rsaVerify:
-        return rsa_.verify(&p11_, nullptr, startOf(hash_), sizeOf(hash_), startOf(rsaSignature_),
+        return rsa_.verify(&p11_, nullptr, hash_.data(), sizeOf(hash_), rsaSignature_.data(),
                            sizeOf(rsaSignature_), 0);
     case TokenOperation::rsaEncrypt:
-        return rsa_.encrypt(&p11_, nullptr, startOf(hash_), sizeOf(hash_), output, row.room,
+        return rsa_.encrypt(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room,
                             &attempt.length, BCRYPT_PAD_PKCS1);
     case TokenOperation::rsaDecrypt:
-        return rsa_.decrypt(&p11_, nullptr, startOf(cipherText_), sizeOf(cipherText_), output,
+        return rsa_.decrypt(&p11_, nullptr, cipherText_.data(), sizeOf(cipherText_), output,
                             row.room, &attempt.length, BCRYPT_PAD_PKCS1, pin_);
     case TokenOperation::ecSign:
-        return ec_.sign(&p11_, nullptr, startOf(hash_), sizeOf(hash_), output, row.room, 0, pin_);
+        return ec_.sign(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room, 0, pin_);
     case TokenOperation::ecVerify:
-        return ec_.verify(&p11_, nullptr, startOf(hash_), sizeOf(hash_), startOf(ecSignature_),
+        return ec_.verify(&p11_, nullptr, hash_.data(), sizeOf(hash_), ecSignature_.data(),
                           sizeOf(ecSignature_), 0);
     case TokenOperation::agreement:
-        return ec_.secretAgreement(&p11_, startOf(peer_), sizeOf(peer_), &attempt.handle, pin_);
+        return ec_.secretAgreement(&p11_, peer_.data(), sizeOf(peer_), &attempt.handle, pin_);
     default:
         return derive(row, attempt);
     }

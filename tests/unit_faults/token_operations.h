@@ -26,9 +26,9 @@ struct Attempt {
     GuardedOutput output;
     DWORD length = untouchedLength;
     NCRYPT_SECRET_HANDLE handle = untouchedHandle;
-    Bytes secret;    // behind the handle, when one was handed out; its record is freed
-    long heapLeft;   // blocks of the C heap that the run has left, but for the secret's two
-    bool inputKept;  // no byte that the operation was given has changed
+    Bytes secret;            // behind the handle, when one was handed out; its record is freed
+    long heapLeft = 0;       // blocks of the C heap that the run has left, but for the secret's two
+    bool inputKept = false;  // no byte that the operation was given has changed
 };
 
 class TokenOperations {
