@@ -178,12 +178,12 @@ std::string callsOf(const std::vector<Step>& steps, const FaultCase& fault, Then
 std::string keysAfter(Lost lost, const Step& step, const FaultCase& fault)
 {
     Names names(std::begin(firstSlotKeys), std::end(firstSlotKeys));
-    const bool every = fault.kind == FaultKind::nullEntry;
+    // Where C_GetAttributeValue is missing, no certificate can be read.
+    const bool everyKey = lost == Lost::key && fault.kind == FaultKind::nullEntry;
+    const bool all = lost == Lost::opening || lost == Lost::slots || lost == Lost::certificates;
     if (lost == Lost::slot && step.item == 0)
         names.assign(std::begin(otherSlotKeys), std::end(otherSlotKeys));
-    else if (lost == Lost::opening || lost == Lost::slots || lost == Lost::certificates)
-        names.clear();
-    else if (lost == Lost::key && every)
+    else if (all || everyKey)
         names.clear();
     else if (lost == Lost::key)
         names.erase(names.begin() + static_cast<std::ptrdiff_t>(step.item));

@@ -45,7 +45,7 @@ protected:
     }
 
     // The token after a run that met the fault.
-    void expectNothingOpen(const ExpectedOutcome& expected)
+    void expectNothingOpen(const ExpectedOutcome& expected) const
     {
         EXPECT_EQ(0U, operations.token.openSessions());
         EXPECT_FALSE(operations.token.userLoggedIn());
