@@ -1,61 +1,9 @@
 // What stays on the C heap: nothing of a thousand operations, and of the lists exactly the copies of
 // the names that are handed out without an owner.
-//
-// The program is linked with malloc and its kin wrapped, so that every block of the module's objects
-// counts, whoever of them allocates it.
 
-#include <atomic>
-#include <cstdlib>
-
+#include "heap_count.h"
 #include "key_store_fixture.h"
 #include "provider_fixture.h"
-
-namespace {
-
-std::atomic<long> liveBlocks = 0;
-
-}  // namespace
-
-// The linker's names for the wrapped and the wrapping functions.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" {
-void* __real_malloc(size_t size);
-void* __real_calloc(size_t count, size_t size);
-void* __real_realloc(void* block, size_t size);
-void __real_free(void* block);
-
-void* __wrap_malloc(size_t size);
-void* __wrap_calloc(size_t count, size_t size);
-void* __wrap_realloc(void* block, size_t size);
-void __wrap_free(void* block);
-
-void* __wrap_malloc(size_t size)
-{
-    ++liveBlocks;
-    return __real_malloc(size);
-}
-
-void* __wrap_calloc(size_t count, size_t size)
-{
-    ++liveBlocks;
-    return __real_calloc(count, size);
-}
-
-void* __wrap_realloc(void* block, size_t size)
-{
-    if (block == nullptr)
-        ++liveBlocks;
-    return __real_realloc(block, size);
-}
-
-void __wrap_free(void* block)
-{
-    if (block != nullptr)
-        --liveBlocks;
-    __real_free(block);
-}
-}
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace NV::test {
 
@@ -68,10 +16,10 @@ long blocksLeftBy(int times, const Work& work)
     loggerSettings().types = 0;
     for (int i = 0; i < 100; ++i)
         work();
-    const long before = liveBlocks;
+    const long before = liveHeapBlocks();
     for (int i = 0; i < times; ++i)
         work();
-    return liveBlocks - before;
+    return liveHeapBlocks() - before;
 }
 
 class MemoryTest : public KeyTest {
