@@ -41,7 +41,7 @@ TEST_F(ModuleMemoryTest, FindsWhatTheModuleHoldsAndLaterLetsGo)
     const auto size = static_cast<DWORD>(value.size());
     table().SetProviderProperty(provider(), L"odd property", bytes, size, 0);
     EXPECT_EQ("the text in a block still held\n", memory().found());
-    value.assign(value.size(), 'x');
+    std::ranges::fill(value, 'x');
     table().SetProviderProperty(provider(), L"odd property", bytes, size, 0);
     EXPECT_EQ("the text in a released block\n", memory().found());
 }
