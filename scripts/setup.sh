@@ -2,6 +2,7 @@
 # Makes a Debian 12 machine ready: installs the packages that are missing and creates the Wine prefix
 # of this tree (build/wine). Run by people once and by test.sh every time: a second run does nothing,
 # needs no network and takes well under a second.
+#   --mutation  also what scripts/mutate.sh needs
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
@@ -34,6 +35,12 @@ packages=(
     cppcheck                    # lint
     git                         # lint: which files changed
     procps                      # tests: ps and pgrep
+)
+
+# Of no use to anything but the mutation check, which people run now and then.
+mutationPackages=(
+    python3                     # the check is written in it
+    python3-clang-14            # finds the places to change; libclang 14 is Debian 12's own
 )
 
 missingPackages()
@@ -128,10 +135,14 @@ makePrefix()
     say "Wine prefix: ready"
 }
 
-if [ "$#" -ne 0 ]; then
-    echo "usage: scripts/setup.sh     (no arguments)" >&2
-    exit 2
-fi
+case "$#:${1:-}" in
+    0:) ;;
+    1:--mutation) packages+=("${mutationPackages[@]}") ;;
+    *)
+        echo "usage: scripts/setup.sh [--mutation]" >&2
+        exit 2
+        ;;
+esac
 mkdir -p "$build"
 exec 9>"$build/setup.lock"
 flock 9 # two runs in one tree wait for each other

@@ -1,0 +1,37 @@
+#!/bin/bash
+# The mutation check: do the tests notice when the module is wrong? Makes a sample of small changes to
+# provider/src, runs for each of them the tests that could see it, and names those that no test
+# objected to. Run by people after larger changes to the tests or the module; no part of test.sh.
+#   --seed N      another sample (default: 1)
+#   --count N     so many changes (default: 170)
+#   --only REGEX  tries only those whose "FILE:LINE KIND" matches, as in 'module\.cpp|status'
+#   --workers N   so many Wine prefixes work at the same time (default: 2)
+#   --report      only shows what is known so far
+#
+# Five kinds of change, and the files, take equal shares: a comparison turned round or a condition
+# negated, a constant off by one, a status or answer swapped, a statement left out, a letter of a text
+# changed. What the compiler must know beforehand (constexpr, case labels, template arguments) is left
+# alone.
+#
+# All of them are compiled into one build of a copy of the tree, below build/mutate; the environment
+# chooses (NV_MUTANT=17). A first run of all tests learns which of them reaches which change and how
+# long each takes; then each change meets the tests that reach it, the quickest first, until one
+# objects: by failing, by crashing, or by taking five times as long as usual (20 s at the least). An
+# objection counts if it comes a second time and goes away without the change.
+#
+# A run that was stopped goes on where it was. When the tests have changed, another run tries what was
+# still alive; when the module has changed, it begins anew. What a change was and what became of it
+# stands in build/mutate/report.txt, in build/mutate/results.jsonl for programs.
+set -euo pipefail
+. "$(dirname "$0")/lib.sh"
+cd "$root"
+
+mkdir -p "$build"
+exec 7>"$build/mutate.lock"
+if ! flock -n 7; then
+    echo "mutate.sh: another run is under way in this tree" >&2
+    exit 1
+fi
+scripts/setup.sh --mutation 7>&-
+# Debian's own Python, which Debian's libclang belongs to. Nothing it starts holds the lock on.
+nice /usr/bin/python3 -B scripts/mutate/mutate.py "$@" 7>&-
