@@ -2,6 +2,7 @@
 
 import argparse
 import re
+import signal
 import sys
 import time
 from pathlib import Path
@@ -81,6 +82,8 @@ def main():
     FOLDER.mkdir(parents=True, exist_ok=True)
     if options.report:
         return report.show(FOLDER)
+    for number in (signal.SIGINT, signal.SIGTERM):
+        signal.signal(number, lambda *_: sys.exit("interrupted; another call goes on from here"))
     tree = Tree(ROOT, FOLDER)
     mutants = prepare(options, tree)
     runner.run_all(ROOT, FOLDER, tree, mutants, options, say)

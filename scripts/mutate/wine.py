@@ -25,6 +25,7 @@ class Place:
         self.prefix = folder / f"wine-{number}"
         self.output = folder / f"output-{number}.txt"
         self.screen = None
+        self.holder = None
         self.environment = dict(
             os.environ, WINEPREFIX=str(self.prefix), KEYWARDEN_WINEPREFIX=str(self.prefix),
             KEYWARDEN_BUILD=str(build), WINEDEBUG="-all", WINEDLLOVERRIDES="mscoree,mshtml=",
@@ -47,12 +48,21 @@ class Place:
         """The processes that the tests share are started before the first test."""
         self.stop_server()
         self.call("wineserver", "-p")
-        self.call("wine", "rundll32", "user32.dll,GetDesktopWindow")
+        # The desktop's process ends with the last program that needs it. A test whose child starts it
+        # anew would share its output with it and wait for its end; so this one needs it all along.
+        self.holder = subprocess.Popen(
+            ["wine", "rundll32", "user32.dll,WaitMessage"], env=self.environment,
+            stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+            start_new_session=True)
+        time.sleep(2)
 
     def stop_server(self):
         for option in ("-k", "-w"):
             subprocess.run(["wineserver", option], env=self.environment, check=False,
                            capture_output=True)
+        if self.holder is not None:
+            self.holder.wait()
+            self.holder = None
 
     def stop(self):
         self.stop_server()
