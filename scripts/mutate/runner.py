@@ -7,13 +7,16 @@ import queue
 import re
 import subprocess
 import threading
-from dataclasses import dataclass
+from dataclasses import dataclass, field
 
 import report
 from wine import Place
 
 LIMIT_FACTOR = 5
 SHORTEST_LIMIT = 20  # seconds
+SLOW = 4  # seconds; the cases of such an entry are looked at one by one
+START_SECONDS = 1
+LONGEST_COMMAND = 20000  # characters; Windows takes 32767
 
 
 @dataclass
@@ -25,10 +28,25 @@ class Entry:
     environment: dict
     seconds: float = 0
     reached: frozenset = frozenset()
+    # Of the slow ones, each case's own time and reach.
+    cases: dict = field(default_factory=dict)
 
-    @property
-    def limit(self):
-        return max(SHORTEST_LIMIT, LIMIT_FACTOR * self.seconds)
+    def only(self, cases):
+        """The command for some of its cases."""
+        words = [word for word in self.command if not word.startswith("--gtest_filter")]
+        return words + ["--gtest_filter=" + ":".join(cases)]
+
+    def against(self, number):
+        """The command that meets a mutant, and the seconds that it usually takes."""
+        cases = [name for name, case in self.cases.items() if number in case["reached"]]
+        command = self.only(cases)
+        if not cases or sum(map(len, command)) > LONGEST_COMMAND:
+            return self.command, self.seconds
+        return command, START_SECONDS + sum(self.cases[name]["seconds"] for name in cases)
+
+
+def limit(seconds):
+    return max(SHORTEST_LIMIT, LIMIT_FACTOR * seconds)
 
 
 def read_entries(build, place):
@@ -98,35 +116,72 @@ class Recorder:
                     digest.update(file.read())
         return digest.hexdigest()
 
+    def record_all(self, places, entries):
+        in_parallel(places, entries, self.record)
+        slow = [entry for entry in entries
+                if entry.seconds > SLOW and "cases" not in self.known[entry.name]]
+        tasks = []
+        for entry in slow:
+            found = self.list_cases(places[0], entry)
+            self.say(f"{entry.name}: {len(found)} cases one by one")
+            tasks += [(entry, case) for case in found]
+        in_parallel(places, tasks, self.record_case)
+        for entry in slow:
+            self.known[entry.name]["cases"] = entry.cases
+        self.path.write_text(json.dumps(self.known))
+        for entry in entries:
+            entry.cases = self.known[entry.name].get("cases", {})
+
     def record(self, place, entry):
         mark = self.mark(entry)
         known = self.known.get(entry.name)
         if known is None or known["mark"] != mark:
-            known = self.run(place, entry, mark)
+            run, numbers = self.run(place, entry, entry.command, entry.name)
+            times = re.findall(r"^\[       OK \] ([\w./]+).*\((\d+) ms\)", run.output, re.M)
+            known = {"mark": mark, "seconds": run.seconds, "reached": numbers,
+                     "times": {case: int(time) / 1000 for case, time in times}}
+            with self.lock:
+                self.known[entry.name] = known
+                self.say(f"{entry.name}: {run.seconds:.1f} s, reaches {len(numbers)} changes")
         entry.seconds = known["seconds"]
         entry.reached = frozenset(known["reached"])
 
-    def run(self, place, entry, mark):
-        base = self.folder / entry.name.replace("/", "_")
-        for old in self.folder.glob(base.name + ".*"):
-            old.unlink()
-        where = "Z:" + str(base).replace("/", "\\")
-        for _ in range(2):
-            run = place.run(entry.command, 600, entry.environment | {"NV_MUTANT_RECORD": where})
+    def record_case(self, place, task):
+        entry, case = task
+        run, numbers = self.run(place, entry, entry.only([case]), f"{entry.name}.{case}")
+        seconds = self.known[entry.name]["times"].get(case, run.seconds)
+        with self.lock:
+            entry.cases[case] = {"seconds": seconds, "reached": numbers}
+
+    @staticmethod
+    def list_cases(place, entry):
+        run = place.run([*entry.command, "--gtest_list_tests"], 60, entry.environment)
+        names, suite = [], ""
+        for line in run.output.splitlines():
+            name = line.partition("#")[0].rstrip()
+            if name.startswith("  "):
+                names.append(suite + name.strip())
+            elif name.endswith("."):
+                suite = name
+        return names
+
+    def run(self, place, entry, command, name):
+        """A run without any change, and the numbers that it reached."""
+        name = name.replace("/", "_") + "-"
+        where = "Z:" + str(self.folder / name).replace("/", "\\")
+        for _ in range(3):
+            for old in self.folder.glob(name + ".*"):
+                old.unlink()
+            run = place.run(command, 600, entry.environment | {"NV_MUTANT_RECORD": where})
             if run.passed:
                 break
             place.clear_store()
         else:
-            raise RuntimeError(f"{entry.name} fails without any change:\n{run.output[-3000:]}")
+            raise RuntimeError(f"{name} fails without any change:\n{run.output[-3000:]}")
         numbers = set()
-        for file in self.folder.glob(base.name + ".*"):
+        for file in self.folder.glob(name + ".*"):
             numbers.update(map(int, file.read_text().split()))
-        known = {"mark": mark, "seconds": run.seconds, "reached": sorted(numbers)}
-        with self.lock:
-            self.known[entry.name] = known
-            self.path.write_text(json.dumps(self.known))
-            self.say(f"{entry.name}: {run.seconds:.1f} s, reaches {len(numbers)} changes")
-        return known
+        return run, sorted(numbers)
 
 
 def case_of(run):
@@ -138,16 +193,18 @@ def case_of(run):
 
 class Judge:
     def __init__(self, entries):
-        self.entries = sorted(entries, key=lambda entry: entry.seconds)
+        self.entries = entries
 
     def judge(self, place, number):
         """What becomes of a mutant, as a row of the results."""
         able = [entry for entry in self.entries if number in entry.reached]
         if not able:
             return {"number": number, "outcome": "unreached"}
+        able.sort(key=lambda entry: entry.against(number)[1])
         ran, doubts = [], []
         for entry in able:
-            run = place.run(entry.command, entry.limit,
+            command, seconds = entry.against(number)
+            run = place.run(command, limit(seconds),
                             entry.environment | {"NV_MUTANT": str(number)})
             ran.append(entry.name)
             if run.passed:
@@ -159,25 +216,24 @@ class Judge:
                 return {"number": number, "outcome": "killed", "by": entry.name, "case": case,
                         "how": how}
             doubts.append(f"{entry.name} {case}")
-        if doubts:
-            return {"number": number, "outcome": "unclear", "ran": ran, "doubts": doubts}
-        return {"number": number, "outcome": "survived", "ran": ran}
+        outcome = "unclear" if doubts else "survived"
+        return {"number": number, "outcome": outcome, "ran": ran, "doubts": doubts}
 
-    def confirmed(self, place, entry, number, case):
+    @staticmethod
+    def confirmed(place, entry, number, case):
         """A failure counts if it comes again, and only with the mutant: the machine is shared, and
         the mutant may have left something in the prefix."""
-        command = entry.command
-        if case is not None:
-            command = [w for w in command if not w.startswith("--gtest_filter")]
-            command = command + [f"--gtest_filter={case}"]
+        command, seconds = entry.against(number)
+        alone = entry.only([case]) if case is not None else command
         mutated = entry.environment | {"NV_MUTANT": str(number)}
-        again = place.run(command, entry.limit, mutated)
+        again = place.run(alone, limit(0), mutated)
         if again.passed and case is not None:
-            again = place.run(entry.command, entry.limit, mutated)  # needs those before it
+            alone = command  # it needs those before it
+            again = place.run(alone, limit(seconds), mutated)
         if again.passed:
             return False
         place.clear_store()
-        return place.run(command, entry.limit, entry.environment).passed
+        return place.run(alone, limit(seconds), entry.environment).passed
 
 
 def tests_mark(root):
@@ -215,7 +271,7 @@ def run_all(root, folder, tree, mutants, options, say):
             places[0].call(*command)
         say(f"{len(entries)} entries without any change")
         recorder = Recorder(folder, tree.build, say)
-        in_parallel(places, entries, recorder.record)
+        recorder.record_all(places, entries)
         judge = Judge(entries)
         lock = threading.Lock()
         done = [0]
