@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdarg>
 #include <limits>
 #include <vector>
@@ -11,6 +12,8 @@
 #include "local_time.h"
 
 namespace NV {
+
+using namespace std::chrono_literals;
 
 namespace {
 
@@ -63,7 +66,9 @@ TEST(FormatMessage, SurrogatePairsBecomeOneCharacter)
 {
     const wchar_t key[] = {0xD83D, 0xDD11, 0};  // U+1F511
     EXPECT_EQ("<\xF0\x9F\x94\x91>", format("<%ls>", key));
-    const wchar_t last[] = {0xDBFF, 0xDFFF, 0};  // U+10FFFF
+    const wchar_t first[] = {0xD800, 0xDC00, 0};  // U+10000: every bit of the continuations is 0
+    EXPECT_EQ("\xF0\x90\x80\x80", format("%ls", first));
+    const wchar_t last[] = {0xDBFF, 0xDFFF, 0};  // U+10FFFF: every bit of them is 1
     EXPECT_EQ("\xF4\x8F\xBF\xBF", format("%ls", last));
 }
 
@@ -200,6 +205,17 @@ TEST(RecordLine, CutsMillisecondsOffInsteadOfRoundingThem)
     EXPECT_EQ("2026-03-04 17:05:09.042 INF [i] m\n",
               recordLine(toLocalTime(instant), "INF", "[i]", "m"));
 }
+
+#if defined(_WIN32)
+// There the C library knows no time before 1970, and fills the calendar with numbers of its own.
+TEST(LocalTime, IsEmptyWhereTheSystemKnowsNoCalendar)
+{
+    const LocalTime time = toLocalTime(std::chrono::system_clock::time_point(-24h * 365));
+    EXPECT_EQ(0, time.calendar.tm_year);
+    EXPECT_EQ(0, time.calendar.tm_mday);
+    EXPECT_EQ(0, time.milliseconds);
+}
+#endif
 
 TEST(RecordLine, LosesEveryLineFeedOfTheMessage)
 {

@@ -28,7 +28,7 @@ void PrintTo(const SignatureRow& row, std::ostream* out)
 }
 
 constexpr const char* raw = "mechanism=0x1, parameter=null";
-constexpr DWORD saltLength = 0x11;
+constexpr DWORD saltLength = 0x44332211;  // no byte of it is another one
 
 constexpr SignatureRow rows[] = {
     {"noFlags", 0, Information::none, nullptr, 32, raw, "", raw, CKM_RSA_PKCS, CKM_RSA_PKCS},
@@ -58,21 +58,21 @@ constexpr SignatureRow rows[] = {
     {"pssWithoutInformation", 0x8, Information::none, nullptr, 32, raw, "", raw, CKM_RSA_PKCS,
      CKM_RSA_PKCS},
     {"pssSha1", 0x8, Information::pss, L"SHA1", 20,
-     "mechanism=0xD, parameter=200200000100000011000000", "",
-     "mechanism=0xD, parameter=200200000100000011000000", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
+     "mechanism=0xD, parameter=200200000100000011223344", "",
+     "mechanism=0xD, parameter=200200000100000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
     {"pssSha256", 0x8, Information::pss, L"SHA256", 32,
-     "mechanism=0xD, parameter=500200000200000011000000", "",
-     "mechanism=0xD, parameter=500200000200000011000000", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
+     "mechanism=0xD, parameter=500200000200000011223344", "",
+     "mechanism=0xD, parameter=500200000200000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
     {"pssSha384", 0x8, Information::pss, L"SHA384", 48,
-     "mechanism=0xD, parameter=600200000300000011000000", "",
-     "mechanism=0xD, parameter=600200000300000011000000", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
+     "mechanism=0xD, parameter=600200000300000011223344", "",
+     "mechanism=0xD, parameter=600200000300000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
     {"pssSha512", 0x8, Information::pss, L"SHA512", 64,
-     "mechanism=0xD, parameter=700200000400000011000000", "",
-     "mechanism=0xD, parameter=700200000400000011000000", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
+     "mechanism=0xD, parameter=700200000400000011223344", "",
+     "mechanism=0xD, parameter=700200000400000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
     {"pssMd5", 0x8, Information::pss, L"MD5", 16, raw, "", raw, CKM_RSA_PKCS, CKM_RSA_PKCS},
     {"pkcs1AndPssSha256", 0xA, Information::pss, L"SHA256", 32,
-     "mechanism=0xD, parameter=500200000200000011000000", "",
-     "mechanism=0xD, parameter=500200000200000011000000", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
+     "mechanism=0xD, parameter=500200000200000011223344", "",
+     "mechanism=0xD, parameter=500200000200000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
     {"silentPkcs1Sha256", 0x42, Information::pkcs1, L"SHA256", 32, raw,
      "3031300D060960864801650304020105000420", "mechanism=0x40, parameter=null", CKM_RSA_PKCS,
      CKM_SHA256_RSA_PKCS},
