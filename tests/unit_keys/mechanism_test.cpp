@@ -1,6 +1,8 @@
 // Paddings as mechanisms: the choice is seen on the token in *_calls_test.cpp; here are the lines
 // that tell it, and the ownership of the parameter block.
 
+#include <malloc.h>
+
 #include <cstdlib>
 
 #include "key_fixture.h"
@@ -30,6 +32,10 @@ private:
     static CK_MECHANISM_TYPE released(const CK_MECHANISM& mechanism)
     {
         EXPECT_EQ(mechanism.pParameter == nullptr, mechanism.ulParameterLen == 0);
+        // The block has room for what was written into it.
+        if (mechanism.pParameter != nullptr) {
+            EXPECT_EQ(mechanism.ulParameterLen, _msize(mechanism.pParameter));
+        }
         std::free(mechanism.pParameter);
         return mechanism.mechanism;
     }

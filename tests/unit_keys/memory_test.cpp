@@ -1,6 +1,10 @@
 // What stays on the C heap: nothing of a thousand operations, and of the lists exactly the copies of
 // the names that are handed out without an owner.
 
+#include <malloc.h>
+
+#include <cwchar>
+
 #include "heap_count.h"
 #include "key_store_fixture.h"
 #include "provider_fixture.h"
@@ -137,6 +141,19 @@ TEST_F(ProviderMemoryTest, anEnumeratedKeyLeavesItsTwoNames)
                   std::free(name);
                   std::free(state);
               }));
+}
+
+TEST_F(ProviderMemoryTest, aNameIsCopiedToItsTerminatorAndNoFurther)
+{
+    NCryptKeyName* name = nullptr;
+    void* state = nullptr;
+    ASSERT_EQ(ERROR_SUCCESS, provider->EnumKeys(nullptr, &name, &state, 0));
+    EXPECT_STREQ(L"01AB", name->pszName);
+    EXPECT_EQ(sizeof L"01AB", _msize(name->pszName));
+    EXPECT_EQ((std::wcslen(name->pszAlgid) + 1) * sizeof(wchar_t), _msize(name->pszAlgid));
+    for (void* block : {static_cast<void*>(name->pszName), static_cast<void*>(name->pszAlgid),
+                        static_cast<void*>(name), state})
+        std::free(block);
 }
 
 TEST_F(ProviderMemoryTest, theEndOfAnEnumerationLeavesNothing)

@@ -321,6 +321,19 @@ ERR NV::P11Module::init:FAILURE: C_GetSlotList() : 0xE1
     EXPECT_EQ("C_Finalize", token.callNames().back());
 }
 
+// The library answers CKR_OK and writes nothing.
+TEST_F(P11ModuleDiscoveryTest, ACountThatWasNotWrittenIsNone)
+{
+    token.fail("C_GetSlotList", CKR_OK, 1);
+    EXPECT_TRUE(module.init());
+    EXPECT_NE(std::string::npos, log().find("Present Slot Count = 0\n"));
+    EXPECT_TRUE(module.slots().empty());
+    token.fail("C_GetMechanismList", CKR_OK, 1);
+    EXPECT_TRUE(module.init());
+    ASSERT_EQ(1U, module.slots().size());
+    EXPECT_TRUE(module.slots().front()->mechanisms().empty());
+}
+
 // The loop still runs, over the buffer as it stands: zeros.
 TEST_F(P11ModuleDiscoveryTest, GoesOnAfterAFailedSecondSlotList)
 {

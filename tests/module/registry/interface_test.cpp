@@ -172,6 +172,21 @@ TEST_F(Interface, FreeBufferReleasesTheHeapsBlocks)
     EXPECT_EQ(module()->FreeBuffer(list), ERROR_SUCCESS);
 }
 
+// A block of this size has pages of its own, which go back to the system with it.
+TEST_F(Interface, FreeBufferGivesTheMemoryBack)
+{
+    void* block = std::malloc(size_t{64} << 20);
+    ASSERT_NE(block, nullptr);
+    const auto stateOfPages = [block] {
+        MEMORY_BASIC_INFORMATION pages{};
+        EXPECT_EQ(VirtualQuery(block, &pages, sizeof pages), sizeof pages);
+        return pages.State;
+    };
+    EXPECT_EQ(stateOfPages(), static_cast<DWORD>(MEM_COMMIT));
+    EXPECT_EQ(module()->FreeBuffer(block), ERROR_SUCCESS);
+    EXPECT_EQ(stateOfPages(), static_cast<DWORD>(MEM_FREE));
+}
+
 }  // namespace
 
 }  // namespace NV::test
