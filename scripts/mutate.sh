@@ -1,6 +1,6 @@
 #!/bin/bash
-# The mutation check: do the tests notice when the module is wrong? Makes a sample of small changes to
-# provider/src, runs for each of them the tests that could see it, and names those that no test
+# The mutation check: do the tests notice when the module is wrong? Makes a sample of small changes
+# to provider/src, runs for each of them the tests that could see it, and names those that no test
 # objected to. Run by people after larger changes to the tests or the module; no part of test.sh.
 #   --seed N      another sample (default: 1)
 #   --count N     so many changes (default: 170)
@@ -9,9 +9,9 @@
 #   --report      only shows what is known so far
 #
 # Five kinds of change, and the files, take equal shares: a comparison turned round or a condition
-# negated, a constant off by one, a status or answer swapped, a statement left out, a letter of a text
-# changed. What the compiler must know beforehand (constexpr, case labels, template arguments) is left
-# alone.
+# negated, a constant off by one, a status or answer swapped, a statement left out, a letter of a
+# text changed. What the compiler must know beforehand (constexpr, case labels, template arguments)
+# is left alone.
 #
 # All of them are compiled into one build of a copy of the tree, below build/mutate; the environment
 # chooses (NV_MUTANT=17). A first run of all tests learns which of them reaches which change and how
@@ -19,9 +19,10 @@
 # objects: by failing, by crashing, or by taking five times as long as usual (20 s at the least). An
 # objection counts if it comes a second time and goes away without the change.
 #
-# A run that was stopped goes on where it was. When the tests have changed, another run tries what was
-# still alive; when the module has changed, it begins anew. What a change was and what became of it
-# stands in build/mutate/report.txt, in build/mutate/results.jsonl for programs.
+# A run that was stopped goes on where it was. When the tests have changed, another run tries what
+# was still alive; when the module, the seed or the count has changed, it begins anew. What lives
+# stands in build/mutate/report.txt, and all results in build/mutate/results.jsonl, for programs.
+# scripts/mutate/survivors.md says why some changes will always live.
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"

@@ -1,5 +1,5 @@
-// The switch of the mutation check, put in front of every source of the mutated copy. All changes are
-// compiled into one build; the environment says which one is in force:
+// The switch of the mutation check, put in front of every source of the mutated copy. All changes
+// are compiled into one build; the environment says which one is in force:
 //   NV_MUTANT=17         change 17
 //   NV_MUTANT_RECORD=X   none; the numbers of the changes that were reached go to files X.*
 // It leaves the last error as it was, and takes nothing from the heap, because tests look at both.

@@ -1,7 +1,7 @@
 """Finds the places of provider/src that a small change can be made to, by libclang.
 
-A change keeps the numbers of the lines, because the trace prints them: what it puts in stands in the
-place of what was there, and only the original keeps its line breaks.
+A change keeps the numbers of the lines, because the trace prints them: what it puts in stands in
+the place of what was there, and only the original keeps its line breaks.
 """
 
 import re
@@ -33,6 +33,8 @@ STATUS = re.compile(r"\b(?:NTE_[A-Z_]+|ERROR_SUCCESS|CKR_[A-Z_]+)\b")
 ANSWER = re.compile(r"\breturn\s+(?:[\w.]+\()?(true|false)\b")
 NUMBER = re.compile(r"(?<![\w.'])(?:0x[0-9A-Fa-f]+|[0-9]+)(?:[uU]?[lL]{0,2})(?![\w.'])")
 NOT_LETTERS = re.compile(r"%[-+ #0-9.*]*(?:ll|l|h)?[A-Za-z%]|\\.|\\x[0-9A-Fa-f]+")
+BLANKED = re.compile(r"""//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|'(?:\\.|[^'\\\n])+'"""
+                     r"""|^[ \t]*\#(?:[^\n]|(?<=\\)\n)*""", re.S | re.M)
 FUNCTIONS = (Kind.FUNCTION_DECL, Kind.CXX_METHOD, Kind.CONSTRUCTOR, Kind.DESTRUCTOR,
              Kind.FUNCTION_TEMPLATE, Kind.CONVERSION_FUNCTION)
 SCOPES = (Kind.NAMESPACE, Kind.CLASS_DECL, Kind.STRUCT_DECL, Kind.CLASS_TEMPLATE,
@@ -80,9 +82,7 @@ def mask(text):
             if out[i] != "\n":
                 out[i] = " "
 
-    token = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'|^[ \t]*#(?:[^\n]|(?<=\\)\n)*',
-                       re.S | re.M)
-    for match in token.finditer(text):
+    for match in BLANKED.finditer(text):
         quoted = match.group()[0] in "\"'"
         blank(match.start() + quoted, match.end() - quoted)
     return "".join(out)
@@ -146,7 +146,8 @@ class Finder:
             self.read(unit)
         for name in sorted(self.texts):
             self.find_by_text(name)
-        return sorted(self.sites.values(), key=lambda site: (site.file, site.begin, site.end, site.kind, site.after))
+        return sorted(self.sites.values(), key=lambda site: (site.file, site.begin, site.end,
+                                                             site.kind, site.after))
 
     def name_of(self, cursor):
         file = cursor.location.file
@@ -190,9 +191,9 @@ class Finder:
         colon = re.search(r"\)\s*:(?!:)", head) if cursor.kind == Kind.CONSTRUCTOR else None
         begin = begin + colon.end() if colon else body.extent.start.offset
         self.bodies[name].append((begin, end))
-        self.walk(name, cursor, None)
+        self.walk(name, cursor)
 
-    def walk(self, name, cursor, parent):
+    def walk(self, name, cursor):
         text = self.texts[name]
         begin, end = cursor.extent.start.offset, cursor.extent.end.offset
         kind = cursor.kind
@@ -225,7 +226,7 @@ class Finder:
                 if child.extent.start.offset >= head:
                     self.statement(name, child)
         for child in children:
-            self.walk(name, child, cursor)
+            self.walk(name, child)
 
     def is_named_constant(self, cursor):
         """A number with a name, spelt where it is used: constexpr CK_ULONG maxFoundObjects."""
@@ -340,23 +341,25 @@ class Finder:
                                    f"else {{ {flat(after)} }} }}")
 
     def add(self, name, begin, end, kind, after, whole=None, log=False):
-        def within(ranges):
-            return any(first <= begin and end <= last for first, last in ranges)
-
-        if not within(self.bodies[name]):
+        if not any(first <= begin and end <= last for first, last in self.bodies[name]):
             return
-        # A log call is a macro itself; only a larger one around it counts.
-        ranges = [r for r in self.forbidden[name]
-                  if not (log and r[0] == begin and end - 2 <= r[1] <= end)]
-        if any(first < end and begin < last for first, last in ranges) and not (
-                log and not within(ranges)):
+        if any(self.hinders(span, begin, end, log) for span in self.forbidden[name]):
             return
         text = self.texts[name][begin:end]
-        if "//" in self.masks[name][begin:end] or re.search(r"//|/\*", re.sub(
-                r'"[^"]*"', "", text)) or "#" in re.sub(r'"[^"]*"', "", text):
+        code = re.sub(r'"[^"]*"', "", text)
+        if any(sign in code for sign in ("//", "/*", "#")):
             return
         if whole is None:
             whole = f"(nvMutant(NUMBER) ? ({flat(after)}) : ({text}))"
         line = self.texts[name].count("\n", 0, begin) + 1
         self.sites.setdefault((name, begin, end, kind, after), Site(
             name, begin, end, line, kind, squeezed(text), squeezed(after), whole))
+
+    @staticmethod
+    def hinders(span, begin, end, log):
+        """Whether a forbidden place keeps a change away. A log call is a macro itself, and may hold
+        others; only one around it counts."""
+        first, last = span
+        if log:
+            return first < begin and end <= last
+        return first < end and begin < last

@@ -49,8 +49,8 @@ class Place:
         """The processes that the tests share are started before the first test."""
         self.stop_server()
         self.call("wineserver", "-p")
-        # The desktop's process ends with the last program that needs it. A test whose child starts it
-        # anew would share its output with it and wait for its end; so this one needs it all along.
+        # The desktop's process ends with the last program that needs it, and each test that needs
+        # it would have it start anew; so this one needs it all along.
         self.holder = subprocess.Popen(
             ["wine", "rundll32", "user32.dll,WaitMessage"], env=self.environment,
             stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,

@@ -25,7 +25,7 @@ std::string format(const char* text, ...) NV_PRINTF(1, 2);
 std::string format(const char* text, ...)
 {
     std::vector<char> buffer(bufferSize, '\x7F');
-    va_list arguments;
+    va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
     va_start(arguments, text);
     const size_t length = formatMessage(buffer.data(), buffer.size(), text, arguments);
     va_end(arguments);
@@ -136,7 +136,7 @@ TEST(FormatMessage, NeverWritesPastTheBuffer)
     for (const char* text : {"%s", "%s%ls"}) {
         std::vector<char> buffer(9, '\x7F');
         const auto call = [&](const char* format, ...) {
-            va_list arguments;
+            va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
             va_start(arguments, format);
             const size_t length = formatMessage(buffer.data(), 8, format, arguments);
             va_end(arguments);

@@ -175,8 +175,9 @@ TEST_F(Interface, FreeBufferReleasesTheHeapsBlocks)
 // A block of this size has pages of its own, which go back to the system with it.
 TEST_F(Interface, FreeBufferGivesTheMemoryBack)
 {
-    void* block = std::malloc(size_t{64} << 20);
-    ASSERT_NE(block, nullptr);
+    std::unique_ptr<void, decltype(&std::free)> owned(std::malloc(size_t{64} << 20), &std::free);
+    ASSERT_NE(owned, nullptr);
+    void* const block = owned.release();
     const auto stateOfPages = [block] {
         MEMORY_BASIC_INFORMATION pages{};
         EXPECT_EQ(VirtualQuery(block, &pages, sizeof pages), sizeof pages);

@@ -68,7 +68,7 @@ protected:
     LogLines takeLines()
     {
         const LogLines all = withoutBanner(profile_.log());
-        const LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
+        LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
         taken_ = all.size();
         return fresh;
     }
