@@ -27,6 +27,10 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
+# Debian's own Python, which Debian's libclang belongs to.
+check=(/usr/bin/python3 -B scripts/mutate/mutate.py "$@")
+[[ " $* " != *" --report "* ]] || exec "${check[@]}"
+
 mkdir -p "$build"
 exec 7>"$build/mutate.lock"
 if ! flock -n 7; then
@@ -34,5 +38,4 @@ if ! flock -n 7; then
     exit 1
 fi
 scripts/setup.sh --mutation 7>&-
-# Debian's own Python, which Debian's libclang belongs to. Nothing it starts holds the lock on.
-nice /usr/bin/python3 -B scripts/mutate/mutate.py "$@" 7>&-
+nice "${check[@]}" 7>&- # nothing that it starts holds the lock on
