@@ -27,6 +27,8 @@ packages=(
     openssl                     # independent judge of signatures and secrets, maker of certificates
     xxd                         # the demonstration compares keys and signatures as text
     googletest                  # test framework, as source
+    libcli11-dev                # keywarden: command line, header-only
+    nlohmann-json3-dev          # keywarden: JSON, header-only
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
     clang                       # fuzzing: the compiler with libFuzzer
     libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries

@@ -1,0 +1,250 @@
+// Steps on the configuration file and on the log folder that it names.
+
+#include <algorithm>
+#include <cctype>
+#include <cstdlib>
+#include <fstream>
+#include <iterator>
+#include <map>
+#include <optional>
+#include <stdexcept>
+
+#include "check.h"
+#include "config.h"
+#include "config_apply.h"
+#include "configuration.h"
+#include "failure.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+constexpr const char* knownKeys[] = {"p11File", "logLevel", "logTypes", "logStore", "logRotate"};
+constexpr const char* levelNames[] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "SEVERE"};
+
+struct Line {
+    size_t number;
+    std::string text;
+};
+
+// The lines as the module sees them: cut at line feeds, read as bytes.
+std::vector<Line> readLines(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    std::vector<Line> lines;
+    std::string text;
+    for (size_t number = 1; std::getline(stream, text); ++number)
+        lines.push_back({number, text});
+    return lines;
+}
+
+bool isComment(const Line& line)
+{
+    return line.text.empty() || line.text.front() == '#';
+}
+
+std::string keyOf(const Line& line)
+{
+    return trimSpaces(line.text.substr(0, line.text.find('=')));
+}
+
+std::string quoted(const Line& line)
+{
+    return "line " + std::to_string(line.number) + ": \"" + line.text + "\"";
+}
+
+// The first line that the module does not take; it reads no further.
+const Line* firstBadLine(const std::vector<Line>& lines)
+{
+    const auto bad = std::ranges::find_if(lines, [](const Line& line) {
+        return !isComment(line) && line.text.find('=') == std::string::npos;
+    });
+    return bad == lines.end() ? nullptr : &*bad;
+}
+
+// Lines that are read, but not as they were meant: carriage returns, keys that nothing reads.
+void reportOddLines(Findings& findings, const std::vector<Line>& lines)
+{
+    std::vector<Line> withReturn;
+    std::vector<Line> unknown;
+    for (const Line& line : lines) {
+        if (isComment(line))
+            continue;
+        if (line.text.ends_with('\r'))
+            withReturn.push_back(line);
+        if (std::ranges::find(knownKeys, keyOf(line)) == std::end(knownKeys))
+            unknown.push_back(line);
+    }
+    if (!withReturn.empty())
+        findings.fail("configuration-lines",
+                      "a carriage return becomes part of the value of " +
+                          std::to_string(withReturn.size()) + " lines, the first is line " +
+                          std::to_string(withReturn.front().number),
+                      "Save the file with line feeds alone (LF, not CRLF).");
+    else if (!unknown.empty())
+        findings.warn("configuration-lines", "keys that nothing reads",
+                      "Keys are case-sensitive: p11File, logLevel, logTypes, logStore, logRotate.");
+    else
+        findings.ok("configuration-lines", std::to_string(lines.size()) + " lines, all good");
+    for (const Line& line : unknown)
+        findings.detail(quoted(line));
+}
+
+struct ValueProblem {
+    bool fatal;
+    std::string text;
+    std::string advice;
+};
+
+std::optional<ValueProblem> problemOfRotate(Config& config)
+{
+    const std::string& value = config.get("logRotate");
+    try {
+        parseLogRotate(value, 7);
+    } catch (const std::out_of_range&) {
+        return ValueProblem{true,
+                            "logRotate=" + value + " is too large, so the module does not load",
+                            "Give a number of days, like logRotate=7."};
+    } catch (const std::exception&) {
+        return ValueProblem{true, "logRotate is missing or empty, so the module does not load",
+                            "Add a line like logRotate=7."};
+    }
+    if (!std::ranges::all_of(value, [](unsigned char c) { return std::isdigit(c) != 0; }))
+        return ValueProblem{false, "logRotate=" + value + " is not a number, so 7 days hold",
+                            "Give digits only."};
+    return std::nullopt;
+}
+
+std::optional<ValueProblem> problemOfLevel(Config& config)
+{
+    std::string value = config.get("logLevel");
+    std::ranges::transform(value, value.begin(),
+                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
+    if (value.empty() || std::ranges::find(levelNames, value) != std::end(levelNames))
+        return std::nullopt;
+    return ValueProblem{false, "logLevel=" + config.get("logLevel") + " is no level; INFO holds",
+                        "Give TRACE, DEBUG, INFO, WARN, ERROR or SEVERE."};
+}
+
+std::optional<ValueProblem> problemOfTypes(Config& config)
+{
+    const std::string& value = config.get("logTypes");
+    if (value.empty() || parseLogTypes(value) != 0)
+        return std::nullopt;
+    return ValueProblem{false, "logTypes=" + value + " names no output, so nothing is logged",
+                        "Give FILE, CONSOLE, or both with a comma between them."};
+}
+
+std::optional<ValueProblem> problemOfLibrary(Config& config)
+{
+    const std::string& value = config.get("p11File");
+    if (value.empty())
+        return ValueProblem{true, "p11File is missing or empty, so the provider does not open",
+                            "\"keywarden init --p11 PATH\" writes it."};
+    if (value.find('#') != std::string::npos)
+        return ValueProblem{false, "p11File=" + value + ": the # belongs to the path",
+                            "A comment needs a line of its own."};
+    return std::nullopt;
+}
+
+void checkValues(Findings& findings)
+{
+    Config& config = Config::instance();
+    std::vector<ValueProblem> problems;
+    for (const auto& problem : {problemOfLibrary(config), problemOfRotate(config),
+                                problemOfLevel(config), problemOfTypes(config)}) {
+        if (problem)
+            problems.push_back(*problem);
+    }
+    if (problems.empty()) {
+        findings.ok("configuration-values", "every value is good");
+        return;
+    }
+    // What keeps the module from working comes first.
+    std::ranges::stable_partition(problems, &ValueProblem::fatal);
+    const ValueProblem& first = problems.front();
+    if (first.fatal)
+        findings.fail("configuration-values", first.text, first.advice);
+    else
+        findings.warn("configuration-values", first.text, first.advice);
+    for (size_t i = 1; i < problems.size(); ++i)
+        findings.detail(problems[i].text + ". " + problems[i].advice);
+}
+
+// Leaves nothing behind.
+bool canWriteInto(const std::filesystem::path& folder)
+{
+    const std::filesystem::path probe =
+        folder / (L"keywarden-check-" + std::to_wstring(GetCurrentProcessId()) + L".tmp");
+    const HANDLE file = CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    if (file == INVALID_HANDLE_VALUE)
+        return false;
+    CloseHandle(file);
+    return true;
+}
+
+}  // namespace
+
+void checkConfiguration(Findings& findings)
+{
+    const std::filesystem::path file = configurationFile();
+    if (!std::filesystem::is_regular_file(file)) {
+        findings.fail("configuration-file", "there is no " + toUtf8(file),
+                      "\"keywarden init\" writes one.");
+        return;
+    }
+    const std::vector<Line> lines = readLines(file);
+    findings.ok("configuration-file", toUtf8(file));
+    try {
+        loadConfiguration();
+    } catch (const Failure& error) {
+        const Line* bad = firstBadLine(lines);
+        if (bad == nullptr)
+            findings.fail("configuration-lines", error.what(),
+                          "The module must be able to read the file.");
+        else
+            findings.fail("configuration-lines", quoted(*bad) + " has no \"=\"",
+                          "Mend or remove the line; # begins a comment. The module does not load "
+                          "with it.");
+        return;
+    }
+    findings.configurationRead = true;
+    reportOddLines(findings, lines);
+    checkValues(findings);
+    Config& config = Config::instance();
+    findings.library = config.get("p11File");
+    const bool toFile = (parseLogTypes(config.get("logTypes")) & 2U) != 0;
+    if (toFile && !config.get("logStore").empty())
+        findings.logFolder = configuredLogFolder();
+}
+
+void checkLogFolder(Findings& findings)
+{
+    constexpr const char* name = "log-folder";
+    if (!findings.configurationRead) {
+        findings.skip(name, "the configuration could not be read");
+        return;
+    }
+    const std::filesystem::path& folder = findings.logFolder;
+    if (folder.empty()) {
+        findings.ok(name, "no log files are written (logTypes without FILE, or no logStore)");
+        return;
+    }
+    std::error_code error;
+    std::filesystem::create_directories(folder, error);
+    if (!std::filesystem::is_directory(folder))
+        findings.fail(name, toUtf8(folder) + " is not there and cannot be made",
+                      "Without it every call of the provider fails. Choose another logStore, or "
+                      "empty logTypes.");
+    else if (!canWriteInto(folder))
+        findings.warn(name,
+                      "no file can be made in " + toUtf8(folder) + ": " + errorText(GetLastError()),
+                      "Records are dropped. Grant the user write access, or choose another "
+                      "logStore.");
+    else
+        findings.ok(name, toUtf8(folder) + " can be written to");
+}
+
+}  // namespace NV::tool

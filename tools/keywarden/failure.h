@@ -1,0 +1,26 @@
+// How a command says that it could not do what was asked.
+
+#pragma once
+
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+namespace NV::tool {
+
+// Ends the program with exit code 1: the reason is printed, and the next thing to do, if one is
+// known. Both are UTF-8.
+class Failure : public std::runtime_error {
+public:
+    explicit Failure(const std::string& reason, std::string advice = {})
+        : std::runtime_error(reason), advice_(std::move(advice))
+    {
+    }
+
+    const std::string& advice() const { return advice_; }
+
+private:
+    std::string advice_;
+};
+
+}  // namespace NV::tool

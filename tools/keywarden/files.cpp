@@ -1,0 +1,42 @@
+// Reading and writing whole files, with errors that name them.
+
+#include "files.h"
+
+#include <windows.h>
+
+#include <fstream>
+#include <iterator>
+#include <system_error>
+
+#include "failure.h"
+#include "text.h"
+
+namespace NV::tool {
+
+Bytes readFile(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        throw Failure(toUtf8(file) + " cannot be read: " + errorText(GetLastError()));
+    Bytes data{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    if (stream.bad())
+        throw Failure(toUtf8(file) + " cannot be read to its end");
+    return data;
+}
+
+void writeFile(const std::filesystem::path& file, const Bytes& data)
+{
+    std::ofstream stream(file, std::ios::binary | std::ios::trunc);
+    if (!stream)
+        throw Failure(toUtf8(file) + " cannot be written: " + errorText(GetLastError()));
+    stream.write(reinterpret_cast<const char*>(data.data()),
+                 static_cast<std::streamsize>(data.size()));
+    stream.close();
+    if (!stream) {
+        std::error_code ignored;
+        std::filesystem::remove(file, ignored);
+        throw Failure(toUtf8(file) + " cannot be written to its end");
+    }
+}
+
+}  // namespace NV::tool

@@ -1,0 +1,17 @@
+// Reading and writing whole files.
+
+#pragma once
+
+#include <filesystem>
+
+#include "encoding.h"
+
+namespace NV::tool {
+
+// Throws Failure when the file cannot be read.
+Bytes readFile(const std::filesystem::path& file);
+
+// Replaces what was there. Throws Failure when the file cannot be written; none is left half done.
+void writeFile(const std::filesystem::path& file, const Bytes& data);
+
+}  // namespace NV::tool

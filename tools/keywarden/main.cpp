@@ -1,0 +1,113 @@
+// keywarden: sets the provider up, looks for what is wrong, and works with its keys.
+//
+// Exit codes: 0 done, 1 the thing asked for failed, 2 wrong usage.
+
+#include <windows.h>
+
+#include <CLI/CLI.hpp>
+
+#include <exception>
+#include <string>
+#include <vector>
+
+#include "commands.h"
+#include "failure.h"
+#include "logger.h"
+#include "text.h"
+#include "version.h"
+
+namespace NV::tool {
+
+void addModuleOptions(CLI::App& command, Session& session)
+{
+    auto* cng = command.add_flag("--cng", session.cng,
+                                 "Go through CNG (ncrypt.dll); the provider must be registered");
+    command
+        .add_option_function<std::string>(
+            "--module", [&session](const std::string& path) { session.module = toPath(path); },
+            "The module to use; without it, nvksprovider.dll beside this program")
+        ->option_text("DLL")
+        ->excludes(cng);
+}
+
+namespace {
+
+constexpr int exitFailed = 1;
+constexpr int exitUsage = 2;
+
+void addCommands(CLI::App& program, Session& session)
+{
+    addInit(program, session);
+    addCheck(program, session);
+    addKeys(program, session);
+    addSign(program, session);
+    addVerify(program, session);
+    addEncrypt(program, session);
+    addDecrypt(program, session);
+    addExport(program, session);
+    addDerive(program, session);
+    addLog(program, session);
+}
+
+// What stands where a command is expected and is none; CLI11 would only say that one is missing.
+std::string unknownCommand(const CLI::App& program, const std::vector<std::string>& arguments)
+{
+    if (arguments.empty() || arguments.front().starts_with('-'))
+        return {};
+    const auto commands = program.get_subcommands(
+        [&](const CLI::App* command) { return command->get_name() == arguments.front(); });
+    return commands.empty() ? arguments.front() : std::string();
+}
+
+int run(const std::vector<std::string>& arguments)
+{
+    Session session;
+    CLI::App program("Sets up, checks and uses the Norvanta KeyWarden key storage provider.",
+                     "keywarden");
+    program.set_version_flag("--version", "keywarden " NV_VERSION_TEXT);
+    program.add_flag_function(
+        "--json", [&session](int64_t) { session.out.setJson(true); },
+        "Print one JSON document instead of text");
+    program
+        .add_option_function<std::string>(
+            "--profile",
+            [](const std::string& path) { _wputenv((L"USERPROFILE=" + toUtf16(path)).c_str()); },
+            "Folder of the user profile; without it, the caller's own")
+        ->option_text("DIR")
+        ->trigger_on_parse();
+    program.require_subcommand(1);
+    program.fallthrough();
+    addCommands(program, session);
+    if (const std::string name = unknownCommand(program, arguments); !name.empty()) {
+        session.out.failure("there is no command \"" + name + "\"",
+                            "\"keywarden --help\" lists them.");
+        return exitUsage;
+    }
+    try {
+        // CLI11 takes them from the end.
+        program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        return program.exit(error) == 0 ? 0 : exitUsage;
+    } catch (const Failure& failure) {
+        session.out.failure(failure.what(), failure.advice());
+    } catch (const std::exception& error) {
+        session.out.failure(error.what(), {});
+    }
+    return exitFailed;
+}
+
+}  // namespace
+
+}  // namespace NV::tool
+
+int wmain(int argc, wchar_t** argv)
+{
+    SetConsoleOutputCP(CP_UTF8);
+    // The module's sources in this program trace themselves as well; not into the user's log.
+    NV::loggerSettings().types = 0;
+    std::vector<std::string> arguments;
+    for (int i = 1; i < argc; ++i)
+        arguments.push_back(NV::tool::toUtf8(std::wstring_view(argv[i])));
+    return NV::tool::run(arguments);
+}

@@ -1,0 +1,123 @@
+// Writing to the console or to a file, with one table of escape sequences.
+
+#include "output.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cstdlib>
+
+#include <nlohmann/json.hpp>
+
+namespace NV::tool {
+
+namespace {
+
+bool isTerminal(DWORD which)
+{
+    DWORD mode = 0;
+    return GetConsoleMode(GetStdHandle(which), &mode) != 0;
+}
+
+// Consoles before Windows 10 show escape sequences as they are.
+bool understandsColours()
+{
+    const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+    DWORD mode = 0;
+    return GetConsoleMode(console, &mode) != 0 &&
+           SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
+}
+
+const char* sequence(Colour colour)
+{
+    switch (colour) {
+    case Colour::green:
+        return "\x1b[32m";
+    case Colour::red:
+        return "\x1b[31m";
+    case Colour::yellow:
+        return "\x1b[33m";
+    case Colour::dim:
+        return "\x1b[2m";
+    case Colour::bold:
+        return "\x1b[1m";
+    case Colour::none:
+        break;
+    }
+    return "";
+}
+
+// Characters, not bytes: those that continue a UTF-8 sequence do not count.
+size_t width(std::string_view text)
+{
+    return static_cast<size_t>(
+        std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+}
+
+void write(std::FILE* file, std::string_view text)
+{
+    std::fwrite(text.data(), 1, text.size(), file);
+    std::fflush(file);
+}
+
+}  // namespace
+
+Output::Output()
+    : colours_(std::getenv("NO_COLOR") == nullptr && understandsColours()),
+      errorIsTerminal_(isTerminal(STD_ERROR_HANDLE))
+{
+}
+
+void Output::line(std::string_view text)
+{
+    if (!json_)
+        write(stdout, std::string(text) + "\n");
+}
+
+void Output::table(const std::vector<std::string>& heading,
+                   const std::vector<std::vector<std::string>>& rows)
+{
+    std::vector<size_t> widths;
+    for (size_t i = 0; i < heading.size(); ++i) {
+        size_t widest = width(heading[i]);
+        for (const auto& row : rows)
+            widest = std::max(widest, width(row.at(i)));
+        widths.push_back(widest);
+    }
+    const auto format = [&widths](const std::vector<std::string>& cells) {
+        std::string text;
+        for (size_t i = 0; i < cells.size(); ++i)
+            text += cells[i] + std::string(widths[i] - width(cells[i]) + 2, ' ');
+        text.erase(text.find_last_not_of(' ') + 1);
+        return text;
+    };
+    line(coloured(Colour::bold, format(heading)));
+    for (const auto& row : rows)
+        line(format(row));
+}
+
+std::string Output::coloured(Colour colour, std::string_view text) const
+{
+    if (!colours_ || colour == Colour::none)
+        return std::string(text);
+    return sequence(colour) + std::string(text) + "\x1b[0m";
+}
+
+void Output::document(const Json& document)
+{
+    if (json_)
+        write(stdout, document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+}
+
+void Output::failure(std::string_view reason, std::string_view advice)
+{
+    if (json_) {
+        document({{"error", reason}, {"advice", advice}});
+        return;
+    }
+    write(stderr, "keywarden: " + std::string(reason) + "\n");
+    if (!advice.empty())
+        write(stderr, "  " + std::string(advice) + "\n");
+}
+
+}  // namespace NV::tool

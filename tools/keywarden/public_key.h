@@ -1,0 +1,29 @@
+// Public keys in the forms that other programs read: SubjectPublicKeyInfo (RFC 5280) as DER and PEM,
+// and CNG's blob of an elliptic curve key.
+
+#pragma once
+
+#include <windows.h>
+
+#include <wincrypt.h>
+
+#include <string>
+
+#include "encoding.h"
+
+namespace NV::tool {
+
+// The SubjectPublicKeyInfo of a certificate, DER. Throws Failure.
+Bytes publicKeyOf(const CERT_CONTEXT& certificate);
+
+// "-----BEGIN PUBLIC KEY-----" and so on, 64 characters a line, line feeds.
+std::string toPem(const Bytes& publicKey);
+
+// The content of a file that holds a public key as PEM or DER, as DER. Throws Failure.
+Bytes publicKeyFromFile(const Bytes& content);
+
+// A BCRYPT_ECCPUBLIC_BLOB with an ECDH magic, from a SubjectPublicKeyInfo with one of the curves
+// P-256, P-384 and P-521. Throws Failure for any other key.
+Bytes ecdhBlob(const Bytes& publicKey);
+
+}  // namespace NV::tool

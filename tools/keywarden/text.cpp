@@ -1,0 +1,94 @@
+// Conversions by the system's own functions, and the table of status names.
+
+#include "text.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+
+namespace NV::tool {
+
+namespace {
+
+struct StatusName {
+    SECURITY_STATUS status;
+    const char* name;
+};
+
+#define NV_STATUS(name)                                                                            \
+    StatusName                                                                                     \
+    {                                                                                              \
+        static_cast<SECURITY_STATUS>(name), #name                                                  \
+    }
+
+constexpr std::array statusNames = {
+    NV_STATUS(NTE_BAD_DATA),          NV_STATUS(NTE_BAD_FLAGS),
+    NV_STATUS(NTE_BAD_KEYSET),        NV_STATUS(NTE_BAD_SIGNATURE),
+    NV_STATUS(NTE_BUFFER_TOO_SMALL),  NV_STATUS(NTE_FAIL),
+    NV_STATUS(NTE_INTERNAL_ERROR),    NV_STATUS(NTE_INVALID_HANDLE),
+    NV_STATUS(NTE_INVALID_PARAMETER), NV_STATUS(NTE_NOT_FOUND),
+    NV_STATUS(NTE_NOT_SUPPORTED),     NV_STATUS(NTE_NO_MEMORY),
+    NV_STATUS(NTE_NO_MORE_ITEMS),     NV_STATUS(NTE_PERM),
+    NV_STATUS(NTE_PROVIDER_DLL_FAIL), NV_STATUS(NTE_PROV_DLL_NOT_FOUND),
+    NV_STATUS(NTE_USER_CANCELLED),
+};
+
+}  // namespace
+
+std::string toUtf8(std::wstring_view text)
+{
+    const auto length = static_cast<int>(text.size());
+    const int size =
+        WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
+    std::string result(static_cast<size_t>(size), '\0');
+    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
+    return result;
+}
+
+std::string toUtf8(const std::wstring& text)
+{
+    return toUtf8(std::wstring_view(text));
+}
+
+std::string toUtf8(const std::filesystem::path& path)
+{
+    return toUtf8(std::wstring_view(path.native()));
+}
+
+std::wstring toUtf16(std::string_view text)
+{
+    const auto length = static_cast<int>(text.size());
+    const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
+    std::wstring result(static_cast<size_t>(size), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), size);
+    return result;
+}
+
+std::filesystem::path toPath(std::string_view utf8)
+{
+    return {toUtf16(utf8)};
+}
+
+std::string statusText(SECURITY_STATUS status)
+{
+    char number[16];
+    std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
+    const auto* row = std::ranges::find(statusNames, status, &StatusName::status);
+    if (row == statusNames.end())
+        return number;
+    return std::string(row->name) + " (" + number + ")";
+}
+
+std::string errorText(DWORD error)
+{
+    wchar_t text[512];
+    const DWORD length =
+        FormatMessageW(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, error,
+                       0, text, static_cast<DWORD>(std::size(text)), nullptr);
+    std::string result = toUtf8(std::wstring_view(text, length));
+    result.erase(result.find_last_not_of(" .\r\n") + 1);
+    const std::string number = "(" + std::to_string(error) + ")";
+    return result.empty() ? "error " + number : result + " " + number;
+}
+
+}  // namespace NV::tool
