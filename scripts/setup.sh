@@ -27,8 +27,11 @@ packages=(
     openssl                     # independent judge of signatures and secrets, maker of certificates
     xxd                         # the demonstration compares keys and signatures as text
     googletest                  # test framework, as source
-    libcli11-dev                # keywarden: command line, header-only
-    nlohmann-json3-dev          # keywarden: JSON, header-only
+    libcli11-dev                # keywarden: arguments, header only
+    nlohmann-json3-dev          # keywarden: --json, header only
+    jq                          # tests: judge of what --json prints
+    p11-kit                     # tests: serves a token over a socket, as a remote one
+    p11-kit-modules             # tests: the client of that socket, a PKCS#11 library
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
     clang                       # fuzzing: the compiler with libFuzzer
     libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries

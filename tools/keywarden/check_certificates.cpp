@@ -2,7 +2,6 @@
 // became of them in "My".
 
 #include <algorithm>
-#include <array>
 #include <set>
 
 #include "certificate.h"
@@ -10,6 +9,7 @@
 #include "check.h"
 #include "failure.h"
 #include "p11text.h"
+#include "public_session.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -19,54 +19,6 @@ namespace {
 constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
 constexpr std::wstring_view rsaOid = L"1.2.840.113549.1.1.1";
 constexpr std::wstring_view ecOid = L"1.2.840.10045.2.1";
-
-// A session without login on the chosen slot; the library is initialised for as long as it lives.
-class PublicSession {
-public:
-    PublicSession(Pkcs11& p11, CK_SLOT_ID slot) : p11_(p11)
-    {
-        rv_ = p11_.C_Initialize(nullptr);
-        initialised_ = rv_ == CKR_OK;
-        if (initialised_)
-            rv_ = p11_.C_OpenSession(slot, CKF_SERIAL_SESSION, nullptr, nullptr, &handle_);
-        open_ = initialised_ && rv_ == CKR_OK;
-    }
-    ~PublicSession()
-    {
-        if (open_)
-            p11_.C_CloseSession(handle_);
-        if (initialised_)
-            p11_.C_Finalize(nullptr);
-    }
-    PublicSession(const PublicSession&) = delete;
-    PublicSession& operator=(const PublicSession&) = delete;
-
-    bool isOpen() const { return open_; }
-    CK_RV result() const { return rv_; }
-    CK_SESSION_HANDLE handle() const { return handle_; }
-
-    // Whether the token shows a public key object with that CKA_ID.
-    bool hasPublicKey(const Bytes& id)
-    {
-        constexpr CK_OBJECT_CLASS objectClass = CKO_PUBLIC_KEY;
-        std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
-                             attribute(CKA_ID, id.data(), id.size())};
-        if (p11_.C_FindObjectsInit(handle_, search.data(), search.size()) != CKR_OK)
-            return false;
-        CK_OBJECT_HANDLE object = 0;
-        CK_ULONG count = 0;
-        const CK_RV rv = p11_.C_FindObjects(handle_, &object, 1, &count);
-        p11_.C_FindObjectsFinal(handle_);
-        return rv == CKR_OK && count > 0;
-    }
-
-private:
-    Pkcs11& p11_;
-    CK_RV rv_ = CKR_OK;
-    bool initialised_ = false;
-    bool open_ = false;
-    CK_SESSION_HANDLE handle_ = 0;
-};
 
 struct TokenCertificate {
     std::wstring keyName;

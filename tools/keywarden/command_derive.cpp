@@ -77,6 +77,7 @@ public:
         require(
             storage_->SecretAgreement(storage_.handle(), key.handle(), peer.handle(), &handle_, 0),
             "agreeing the secret");
+        requireResult(handle_ != 0, "agreeing the secret");
     }
     ~Secret()
     {
@@ -106,14 +107,35 @@ private:
     NCRYPT_SECRET_HANDLE handle_ = 0;
 };
 
+// The token would refuse the point as well, but only after the PIN and without saying why.
+void requireSameCurve(const Key& key, const Bytes& peerBlob)
+{
+    const DWORD own = key.bits();
+    const DWORD peer = bitsOfEcBlob(peerBlob);
+    if (own != peer)
+        throw Failure("the peer's key is on P-" + std::to_string(peer) + ", the token's on P-" +
+                      std::to_string(own));
+}
+
+// Options that are right by themselves may not fit together.
+void checkTogether(const DeriveOptions& options)
+{
+    if (options.kdf == "hmac" && options.hmacKey.empty())
+        throw CLI::ValidationError("--kdf", "hmac needs --hmac-key");
+    if (options.kdf != "hmac" && !options.hmacKey.empty())
+        throw CLI::ValidationError("--hmac-key", "goes with --kdf hmac");
+}
+
 void derive(Session& session, const DeriveOptions& options)
 {
+    checkTogether(options);
     Parameters parameters(options);
     const Bytes peerBlob = ecdhBlob(publicKeyFromFile(readFile(toPath(options.peer))));
     const KeyStorage storage(session);
     const Key key(storage, toUtf16(options.key));
     if (key.isRsa())
         throw Failure("the key \"" + options.key + "\" is not an elliptic curve key");
+    requireSameCurve(key, peerBlob);
     const Key peer(storage, BCRYPT_ECCPUBLIC_BLOB, peerBlob);
     const Secret secret(key, peer);
     const Bytes derived =
@@ -151,7 +173,8 @@ void addDerive(CLI::App& program, Session& session)
         ->option_text("hash|hmac")
         ->check(CLI::IsMember({"hash", "hmac"}));
     command.add_option("--hash", options->hash, "sha1, sha256, sha384 or sha512 (default: sha256)")
-        ->option_text("HASH");
+        ->option_text("HASH")
+        ->check(checkHashName);
     command.add_option("--hmac-key", options->hmacKey, "Key of the HMAC, hexadecimal")
         ->option_text("HEX")
         ->check(checkHex);

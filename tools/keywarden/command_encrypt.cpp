@@ -24,24 +24,59 @@ struct CipherOptions {
     std::string output;
 };
 
+// A length that no result has. 0 is that of an empty message.
+constexpr DWORD notWritten = 0xFFFFFFFF;
+
 // Encrypt and Decrypt have one shape.
 using CipherFn = NCryptEncryptFn;
 
+bool isOaep(const CipherOptions& options)
+{
+    return options.pad == "oaep";
+}
+
+size_t modulusSize(const Key& key)
+{
+    return (key.bits() + 7) / 8;
+}
+
+// What the padding leaves of the modulus (RFC 8017, 7.1.1 and 7.2.1).
+size_t longestPlainText(const CipherOptions& options, const Key& key)
+{
+    return modulusSize(key) - (isOaep(options) ? 2 * hashSize(hashNamed(options.hash)) + 2 : 11);
+}
+
+// Lengths that cannot be right are told apart here, before anybody types a PIN.
+void checkInput(const CipherOptions& options, const Key& key, size_t size, bool encrypt)
+{
+    const std::string length = options.file + " has " + std::to_string(size) + " bytes";
+    if (encrypt && (size == 0 || size > longestPlainText(options, key)))
+        throw Failure(length + "; 1 to " + std::to_string(longestPlainText(options, key)) +
+                          " can be encrypted with this key and padding",
+                      "Encrypt the file with a symmetric key, and that key with this command.");
+    if (!encrypt && size != modulusSize(key))
+        throw Failure(length + "; what this key encrypted has " + std::to_string(modulusSize(key)));
+}
+
 Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, Bytes input,
-                const char* what)
+                bool encrypt)
 {
     const KeyStorage& storage = key.storage();
-    const bool oaep = options.pad == "oaep";
-    BCRYPT_OAEP_PADDING_INFO padding{oaep ? hashNamed(options.hash).name.data() : nullptr, nullptr,
-                                     0};
+    const std::string what = encrypt ? "encrypting" : "decrypting";
+    BCRYPT_OAEP_PADDING_INFO padding{hashNamed(options.hash).name.data(), nullptr, 0};
     // Either result is at most as long as the modulus, so there is no need to ask for the length,
     // which would cost a second PIN.
-    Bytes output((key.bits() + 7) / 8);
-    DWORD size = 0;
-    require(cipher(storage.handle(), key.handle(), input.data(), static_cast<DWORD>(input.size()),
-                   oaep ? &padding : nullptr, output.data(), static_cast<DWORD>(output.size()),
-                   &size, oaep ? BCRYPT_PAD_OAEP : BCRYPT_PAD_PKCS1),
-            what);
+    Bytes output(modulusSize(key));
+    DWORD size = notWritten;
+    const SECURITY_STATUS status = cipher(
+        storage.handle(), key.handle(), input.data(), static_cast<DWORD>(input.size()),
+        isOaep(options) ? &padding : nullptr, output.data(), static_cast<DWORD>(output.size()),
+        &size, isOaep(options) ? BCRYPT_PAD_OAEP : BCRYPT_PAD_PKCS1);
+    if (status == NTE_INTERNAL_ERROR && isOaep(options) && options.hash != "sha1")
+        throw Failure(what + " failed: " + statusText(status),
+                      "Many tokens know OAEP with --hash sha1 alone.");
+    require(status, what);
+    requireResult(size != notWritten, what);
     output.resize(size);
     return output;
 }
@@ -53,10 +88,9 @@ void run(Session& session, const CipherOptions& options, bool encrypt)
     if (!key.isRsa())
         throw Failure("the key \"" + options.key + "\" is not an RSA key");
     Bytes input = readFile(toPath(options.file));
-    if (input.empty())
-        throw Failure(options.file + " is empty");
+    checkInput(options, key, input.size(), encrypt);
     const Bytes output = runCipher(options, key, encrypt ? storage->Encrypt : storage->Decrypt,
-                                   std::move(input), encrypt ? "encrypting" : "decrypting");
+                                   std::move(input), encrypt);
     writeFile(toPath(options.output), output);
     session.out.line((encrypt ? "Encrypted: " : "Decrypted: ") + options.output + " (" +
                      std::to_string(output.size()) + " bytes)");
@@ -79,7 +113,8 @@ void addCommand(CLI::App& program, Session& session, const char* name, const cha
         ->option_text("pkcs1|oaep")
         ->check(CLI::IsMember({"pkcs1", "oaep"}));
     command.add_option("--hash", options->hash, "Hash of OAEP (default: sha1)")
-        ->option_text("HASH");
+        ->option_text("HASH")
+        ->check(checkHashName);
     command.add_option("-o,--output", options->output, "Where the result goes")
         ->required()
         ->option_text("OUT");

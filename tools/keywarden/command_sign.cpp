@@ -78,7 +78,9 @@ void sign(Session& session, const SignOptions& options)
     };
     run(nullptr, 0);
     Bytes signature(size);
-    run(signature.data(), size);
+    size = 0;
+    run(signature.data(), static_cast<DWORD>(signature.size()));
+    requireResult(size > 0, "signing");
     signature.resize(size);
     if (!key.isRsa() && options.ecFormat == "der")
         signature = ecdsaToDer(signature);
@@ -120,7 +122,8 @@ CLI::App& addCommand(CLI::App& program, Session& session, const char* name, cons
         ->required()
         ->option_text("NAME");
     command.add_option("--hash", options.hash, "sha1, sha256, sha384 or sha512 (default: sha256)")
-        ->option_text("HASH");
+        ->option_text("HASH")
+        ->check(checkHashName);
     command.add_option("--pad", options.pad, "Padding with an RSA key (default: pkcs1)")
         ->option_text("pkcs1|pss")
         ->check(CLI::IsMember({"pkcs1", "pss"}));

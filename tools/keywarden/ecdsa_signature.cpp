@@ -49,7 +49,7 @@ ByteSpan takeElement(ByteSpan& der, unsigned char tag)
         refuse();
     size_t header = 2;
     size_t length = der[1];
-    if (length == oneLengthByte && der.size() > 2) {
+    if (length == oneLengthByte && der.size() > 2 && der[2] >= 0x80) {
         header = 3;
         length = der[2];
     } else if (length >= 0x80) {
@@ -62,9 +62,19 @@ ByteSpan takeElement(ByteSpan& der, unsigned char tag)
     return content;
 }
 
+// A number that is not negative, and in the shortest form: a zero byte leads only where it must.
+bool isUnsignedInteger(ByteSpan content)
+{
+    if (content.empty() || (content[0] & 0x80) != 0)
+        return false;
+    return content.size() == 1 || content[0] != 0 || (content[1] & 0x80) != 0;
+}
+
 void appendNumber(Bytes& raw, ByteSpan content, size_t coordinateSize)
 {
-    while (!content.empty() && content.front() == 0)
+    if (!isUnsignedInteger(content))
+        refuse();
+    if (content.front() == 0)
         content = content.subspan(1);
     if (content.size() > coordinateSize)
         refuse();

@@ -8,6 +8,7 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cwctype>
 #include <fstream>
@@ -94,6 +95,8 @@ public:
     {
         if (!shown_)
             return;
+        // A file may grow while it is read.
+        done = std::min(done, total_);
         const auto filled = static_cast<size_t>(done * 40 / total_);
         const std::string bar = std::string(filled, '#') + std::string(40 - filled, '.');
         std::fprintf(stderr, "\rhashing [%s] %3d %%", bar.c_str(),
@@ -115,14 +118,26 @@ std::wstring upperCase(const std::string& name)
 
 }  // namespace
 
+std::string checkHashName(const std::string& name)
+{
+    return findHashAlgorithm(upperCase(name).c_str()) != nullptr
+               ? ""
+               : "\"" + name + "\" is none of sha1, sha256, sha384, sha512";
+}
+
 const HashAlgorithm& hashNamed(const std::string& name)
 {
     const HashAlgorithm* hash = findHashAlgorithm(upperCase(name).c_str());
     if (hash == nullptr)
-        throw CLI::ValidationError("--hash", "\"" + name +
-                                                 "\" is none of sha1, sha256, sha384, "
-                                                 "sha512");
+        throw CLI::ValidationError("--hash", checkHashName(name));
     return *hash;
+}
+
+// The last byte of the header is the length of the value behind it.
+size_t hashSize(const HashAlgorithm& hash)
+{
+    const Bytes header = hexDecode(hash.digestInfo.empty() ? sha1Header : hash.digestInfo);
+    return header.at(header.size() - 1);
 }
 
 Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash)

@@ -16,6 +16,12 @@ class Output;
 // case. Throws CLI::ValidationError for any other.
 const HashAlgorithm& hashNamed(const std::string& name);
 
+// Of its value, in bytes.
+size_t hashSize(const HashAlgorithm& hash);
+
+// For CLI11: what is wrong with the name, or nothing.
+std::string checkHashName(const std::string& name);
+
 // The file is read piece by piece; on a terminal a large one gets a progress bar on standard error.
 // Throws Failure.
 Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash);

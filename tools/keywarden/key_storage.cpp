@@ -125,6 +125,12 @@ void require(SECURITY_STATUS status, const std::string& what)
     throw Failure(what + " failed: " + statusText(status), advice);
 }
 
+void requireResult(bool given, const std::string& what)
+{
+    if (!given)
+        throw Failure(what + " failed: no PIN was entered");
+}
+
 KeyStorage::KeyStorage(const Session& session)
     : table_(session.cng ? tableOfCng()
                          : tableOfModule(session.module.empty() ? besideProgram(L"nvksprovider.dll")
@@ -219,15 +225,19 @@ Bytes Key::publicBlob() const
 DWORD Key::bits() const
 {
     const Bytes blob = publicBlob();
-    BCRYPT_RSAKEY_BLOB rsa{};
-    BCRYPT_ECCKEY_BLOB ec{};
-    if (isRsa()) {
-        std::memcpy(&rsa, blob.data(), std::min(blob.size(), sizeof rsa));
-        return rsa.BitLength;
-    }
-    std::memcpy(&ec, blob.data(), std::min(blob.size(), sizeof ec));
+    if (!isRsa())
+        return bitsOfEcBlob(blob);
+    BCRYPT_RSAKEY_BLOB header{};
+    std::memcpy(&header, blob.data(), std::min(blob.size(), sizeof header));
+    return header.BitLength;
+}
+
+DWORD bitsOfEcBlob(const Bytes& blob)
+{
+    BCRYPT_ECCKEY_BLOB header{};
+    std::memcpy(&header, blob.data(), std::min(blob.size(), sizeof header));
     // The coordinates of P-521 are whole bytes.
-    return ec.cbKey == 66 ? 521 : ec.cbKey * 8;
+    return header.cbKey == 66 ? 521 : header.cbKey * 8;
 }
 
 }  // namespace NV::tool

@@ -65,8 +65,15 @@ private:
     NCRYPT_KEY_HANDLE handle_ = 0;
 };
 
+// Of the curve of a BCRYPT_ECCPUBLIC_BLOB.
+DWORD bitsOfEcBlob(const Bytes& blob);
+
 // Throws Failure "<what> failed: <status>" unless the status is ERROR_SUCCESS. A cancelled dialog
 // and a refused PIN get their advice here.
 void require(SECURITY_STATUS status, const std::string& what);
+
+// With an empty PIN the provider does nothing and says ERROR_SUCCESS: then there is no result, and
+// this throws Failure.
+void requireResult(bool given, const std::string& what);
 
 }  // namespace NV::tool
