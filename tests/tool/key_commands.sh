@@ -54,7 +54,7 @@ prepare()
     makeOwnPrefix && makeToken &&
         addKey exponent3 0E03 3650 yes -algorithm RSA -pkeyopt rsa_keygen_bits:2048 \
             -pkeyopt rsa_keygen_pubexp:3 &&
-        addKey expired 0E01 -2 yes -algorithm EC -pkeyopt ec_paramgen_curve:P-256 &&
+        addKey expired 0E01 -1 yes -algorithm EC -pkeyopt ec_paramgen_curve:P-256 &&
         addKey secretive 0E02 3650 no -algorithm RSA -pkeyopt rsa_keygen_bits:2048 &&
         addKey secretive-ec 0E04 3650 no -algorithm EC -pkeyopt ec_paramgen_curve:P-256 || return 1
     rm -rf "$profile" "$files"
@@ -161,7 +161,7 @@ recoversDigestInfo()
 
 testSignatures()
 {
-    local hash pad key
+    local hash pad key bits
     for hash in sha1 sha256 sha384 sha512; do
         for pad in pkcs1 pss; do
             signAndVerify rsa2048:01AB "$hash" "$pad"
@@ -180,10 +180,12 @@ testSignatures()
     holds "OpenSSL verifies an empty file" openssl dgst -sha256 -verify "$(publicKey p256:0256)" \
         -signature "$files/empty.sig" "$files/empty"
     for key in $ecKeys; do
+        bits=${key%%:*}
+        bits=${bits#p}
         succeeds "sign with raw r and s: $key" withPin sign "$(at document)" --key "${key##*:}" \
             --ec-format raw -o "$(at raw.sig)"
         holds "r and s have their length: $key" \
-            test "$(stat -c %s "$files/raw.sig")" = $((2 * ((${key#p} + 7) / 8)))
+            test "$(stat -c %s "$files/raw.sig")" = $((2 * ((bits + 7) / 8)))
         succeeds "verify raw r and s: $key" keywarden verify "$(at document)" --key "${key##*:}" \
             --ec-format raw --signature "$(at raw.sig)"
     done
@@ -384,7 +386,7 @@ testAgreements()
     sed '/END/d' "$files/peer.pem" >"$files/broken.pem"
     fails 1 "no line \"-----END PUBLIC KEY-----\"" "derive with a PEM that ends early" derives broken.pem
     sed '2s/[A-Za-z]/!/' "$files/peer.pem" >"$files/broken.pem"
-    fails 1 "this is no public key" "derive with a PEM with a wrong character" derives broken.pem
+    fails 1 "the PEM file is damaged" "derive with a PEM with a wrong character" derives broken.pem
     sed '2d' "$files/peer.pem" >"$files/broken.pem"
     fails 1 "this is no public key" "derive with a PEM that lacks a line" derives broken.pem
     fails 1 "this is no public key" "derive with something else" derives document

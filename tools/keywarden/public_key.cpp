@@ -47,6 +47,19 @@ std::unique_ptr<Structure, LocalFreer> decode(LPCSTR type, const BYTE* der, DWOR
     return std::unique_ptr<Structure, LocalFreer>(static_cast<Structure*>(block));
 }
 
+// Empty when it cannot be encoded.
+Bytes encode(const CERT_PUBLIC_KEY_INFO& info)
+{
+    DWORD size = 0;
+    if (!CryptEncodeObject(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, &info, nullptr, &size))
+        return {};
+    Bytes der(size);
+    if (!CryptEncodeObject(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, &info, der.data(), &size))
+        return {};
+    der.resize(size);
+    return der;
+}
+
 std::string curveOid(const CRYPT_OBJID_BLOB& parameters)
 {
     const auto oid = decode<LPSTR>(X509_OBJECT_IDENTIFIER, parameters.pbData, parameters.cbData);
@@ -57,14 +70,9 @@ std::string curveOid(const CRYPT_OBJID_BLOB& parameters)
 
 Bytes publicKeyOf(const CERT_CONTEXT& certificate)
 {
-    CERT_PUBLIC_KEY_INFO& info = certificate.pCertInfo->SubjectPublicKeyInfo;
-    DWORD size = 0;
-    if (!CryptEncodeObject(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, &info, nullptr, &size))
+    const Bytes der = encode(certificate.pCertInfo->SubjectPublicKeyInfo);
+    if (der.empty())
         throw Failure("the certificate's public key cannot be encoded");
-    Bytes der(size);
-    if (!CryptEncodeObject(X509_ASN_ENCODING, X509_PUBLIC_KEY_INFO, &info, der.data(), &size))
-        throw Failure("the certificate's public key cannot be encoded");
-    der.resize(size);
     return der;
 }
 
@@ -88,20 +96,27 @@ Bytes publicKeyFromFile(const Bytes& content)
         throw Failure("the PEM file has no line \"" + std::string(pemEnd) + "\"");
     std::string body = text.substr(begin + pemBegin.size(), end - begin - pemBegin.size());
     std::erase_if(body, [](char c) { return c == '\r' || c == '\n' || c == ' ' || c == '\t'; });
-    return base64Decode(body);
+    // The codec stops at the first character that is none of its own.
+    Bytes der = base64Decode(body);
+    if (base64Encode(der) != body)
+        throw Failure(
+            "the PEM file is damaged: there is something else than base64 between its lines");
+    return der;
 }
 
 Bytes ecdhBlob(const Bytes& publicKey)
 {
     const auto info = decode<CERT_PUBLIC_KEY_INFO>(X509_PUBLIC_KEY_INFO, publicKey.data(),
                                                    static_cast<DWORD>(publicKey.size()));
-    if (info == nullptr)
+    // The system's decoder does not mind what lies behind the structure.
+    if (info == nullptr || encode(*info) != publicKey)
         throw Failure("this is no public key",
                       "A PEM file with BEGIN PUBLIC KEY is wanted, or the same as DER.");
     const std::string oid = curveOid(info->Algorithm.Parameters);
     const auto* curve = std::ranges::find(curves, oid, &CurveRow::oid);
     const CRYPT_BIT_BLOB& point = info->PublicKey;
-    if (curve == std::end(curves) || point.cbData != 1 + 2 * curve->coordinateSize ||
+    if (std::string_view(info->Algorithm.pszObjId) != szOID_ECC_PUBLIC_KEY ||
+        curve == std::end(curves) || point.cbData != 1 + 2 * curve->coordinateSize ||
         point.pbData[0] != 0x04)
         throw Failure("the public key is not one of P-256, P-384 or P-521");
     const BCRYPT_ECCKEY_BLOB header{curve->magic, curve->coordinateSize};

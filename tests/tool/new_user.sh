@@ -1,0 +1,81 @@
+#!/bin/bash
+# The path of a new user, from installation to a verified signature and back: install, init, check,
+# keys, sign, verification by OpenSSL, uninstall. In a Wine prefix of its own, in the profile of its
+# own user, with SoftHSM2 as the token.
+#   tests/tool/new_user.sh
+set -euo pipefail
+area=new-user
+. "$(dirname "$0")/support.sh"
+onOwnScreen "$@"
+
+release=$build/release/bin
+programs="C:\\Program Files\\Norvanta KeyWarden"
+installed=$WINEPREFIX/drive_c/${programs#C:\\}
+
+# install, uninstall: what puts the product on the machine and takes it away.
+install()
+{
+    [ -f "$release/keywarden.exe" ] || buildRelease || return 1
+    mkdir -p "$installed" && cp "$release/keywarden.exe" "$release/nvksprovider.dll" "$installed"
+}
+
+uninstall()
+{
+    rm -rf "$installed"
+}
+
+buildRelease()
+{
+    (cd "$root" && cmake --workflow --preset release) >"$work/release.log" 2>&1
+}
+
+# As the user runs it: no profile is named, so that it is the user's own.
+keywarden()
+{
+    local status=0
+    timeout 120 "$root/cmake/run-under-wine" "$installed/keywarden.exe" "$@" >"$work/out.raw" ||
+        status=$?
+    tr -d '\r' <"$work/out.raw" >"$work/out"
+    return "$status"
+}
+
+# Profiles of the prefix: the one of the user who runs this.
+ownFolder()
+{
+    echo "$WINEPREFIX/drive_c/users/$(id -un)/.norvanta-keywarden"
+}
+
+# The user is new: no configuration, no log, no certificate.
+prepare()
+{
+    makeOwnPrefix && makeToken --small || return 1
+    rm -rf "$(ownFolder)" "$installed" "$work/letter.txt" "$work/letter.sig" "$work/key.pem"
+    echo "Dear reader" >"$work/letter.txt"
+}
+
+prepare || {
+    bad "prepare" "see the files in $work"
+    finish
+    exit 1
+}
+succeeds "install" install
+succeeds "keywarden says its version" keywarden --version
+fails 1 "it cannot read its configuration" "before init, the keys cannot be listed" keywarden keys
+fails 1 "keywarden init" "and check says what to do" keywarden check
+succeeds "init" keywarden init --p11 "$(windowsPath "$windows/winelib/p11bridge.dll")"
+holds "the configuration is in the user's profile" test -f "$(ownFolder)/nvksprovider.conf"
+succeeds "check" keywarden check
+succeeds "keys" keywarden keys
+holds "keys names the user's keys" grep -q '^01AB  *RSA  *2048  *KeyWarden rsa2048 ' "$work/out"
+succeeds "check finds the certificates published" keywarden check
+holds "in \"My\"" grep -q '^ok *published' "$work/out"
+succeeds "sign" withPin sign "$(windowsPath "$work/letter.txt")" --key 01AB \
+    -o "$(windowsPath "$work/letter.sig")"
+succeeds "export" keywarden export --key 01AB -o "$(windowsPath "$work/key.pem")"
+holds "OpenSSL verifies" openssl dgst -sha256 -verify "$work/key.pem" \
+    -signature "$work/letter.sig" "$work/letter.txt"
+succeeds "log" keywarden log
+succeeds "uninstall" uninstall
+holds "uninstall leaves no program" test ! -e "$installed"
+holds "uninstall leaves the user's configuration" test -f "$(ownFolder)/nvksprovider.conf"
+finish
