@@ -9,8 +9,7 @@ area=new-user
 onOwnScreen "$@"
 
 release=$build/release/bin
-programs="C:\\Program Files\\Norvanta KeyWarden"
-installed=$WINEPREFIX/drive_c/${programs#C:\\}
+installed="$WINEPREFIX/drive_c/Program Files/Norvanta KeyWarden"
 
 # install, uninstall: what puts the product on the machine and takes it away.
 install()

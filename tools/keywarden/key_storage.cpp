@@ -128,7 +128,8 @@ void require(SECURITY_STATUS status, const std::string& what)
 void requireResult(bool given, const std::string& what)
 {
     if (!given)
-        throw Failure(what + " failed: no PIN was entered");
+        throw Failure(what + " failed: no PIN was entered",
+                      "The PIN dialog could not be shown; it needs a desktop.");
 }
 
 KeyStorage::KeyStorage(const Session& session)
@@ -165,13 +166,16 @@ std::vector<std::wstring> KeyStorage::keyNames() const
     return names;
 }
 
+// The names are asked for first: the provider remembers a name that it was asked for in vain, and
+// cannot list its keys any more.
 Key::Key(const KeyStorage& storage, const std::wstring& name) : storage_(storage)
 {
-    const SECURITY_STATUS status =
-        storage_->OpenKey(storage_.handle(), &handle_, name.c_str(), 0, 0);
-    if (status != ERROR_SUCCESS)
+    const std::vector<std::wstring> names = storage_.keyNames();
+    if (std::ranges::find(names, name) == names.end())
         throw Failure("there is no key \"" + toUtf8(name) + "\"",
-                      "The provider's keys: " + listed(storage_.keyNames()));
+                      "The provider's keys: " + listed(names));
+    require(storage_->OpenKey(storage_.handle(), &handle_, name.c_str(), 0, 0),
+            "opening the key \"" + toUtf8(name) + "\"");
 }
 
 Key::Key(const KeyStorage& storage, const wchar_t* blobType, Bytes blob) : storage_(storage)

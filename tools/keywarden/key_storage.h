@@ -72,8 +72,8 @@ DWORD bitsOfEcBlob(const Bytes& blob);
 // and a refused PIN get their advice here.
 void require(SECURITY_STATUS status, const std::string& what);
 
-// With an empty PIN the provider does nothing and says ERROR_SUCCESS: then there is no result, and
-// this throws Failure.
+// Where the dialog cannot be shown, the provider has an empty PIN, does nothing, and says
+// ERROR_SUCCESS. Then there is no result, and this throws Failure.
 void requireResult(bool given, const std::string& what);
 
 }  // namespace NV::tool

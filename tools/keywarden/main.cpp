@@ -87,6 +87,9 @@ int run(const std::vector<std::string>& arguments)
         // CLI11 takes them from the end.
         program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         return 0;
+    } catch (const CLI::RuntimeError& error) {
+        // A command that has said itself what is wrong.
+        return error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : exitUsage;
     } catch (const Failure& failure) {
