@@ -9,7 +9,6 @@
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
-#include <cstdio>
 #include <cwctype>
 #include <fstream>
 #include <memory>
@@ -88,24 +87,34 @@ public:
     ~ProgressBar()
     {
         if (shown_)
-            std::fprintf(stderr, "\r%60s\r", "");
+            write("\r" + std::string(60, ' ') + "\r");
     }
 
-    void show(uintmax_t done) const
+    void show(uintmax_t done)
     {
-        if (!shown_)
-            return;
         // A file may grow while it is read.
-        done = std::min(done, total_);
-        const auto filled = static_cast<size_t>(done * 40 / total_);
-        const std::string bar = std::string(filled, '#') + std::string(40 - filled, '.');
-        std::fprintf(stderr, "\rhashing [%s] %3d %%", bar.c_str(),
-                     static_cast<int>(done * 100 / total_));
+        const auto percent = shown_ ? static_cast<int>(std::min(done, total_) * 100 / total_) : -1;
+        if (percent == percent_)
+            return;
+        percent_ = percent;
+        const auto filled = static_cast<size_t>(percent * 40 / 100);
+        write("\rhashing [" + std::string(filled, '#') + std::string(40 - filled, '.') + "] " +
+              std::to_string(percent) + " %");
     }
 
 private:
+    // In one piece: through the C library each character would go by itself, which takes a console
+    // longer than hashing.
+    static void write(const std::string& text)
+    {
+        DWORD written = 0;
+        WriteFile(GetStdHandle(STD_ERROR_HANDLE), text.data(), static_cast<DWORD>(text.size()),
+                  &written, nullptr);
+    }
+
     uintmax_t total_;
     bool shown_;
+    int percent_ = -1;
 };
 
 std::wstring upperCase(const std::string& name)
@@ -147,7 +156,7 @@ Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashA
         throw Failure(toUtf8(file) + " cannot be read: " + errorText(GetLastError()));
     std::error_code ignored;
     const uintmax_t total = std::filesystem::file_size(file, ignored);
-    const ProgressBar bar(out, ignored ? 0 : total);
+    ProgressBar bar(out, ignored ? 0 : total);
     Hasher hasher(hash);
     std::vector<unsigned char> piece(pieceSize);
     uintmax_t done = 0;

@@ -135,13 +135,13 @@ void requireResult(bool given, const std::string& what)
 KeyStorage::KeyStorage(const Session& session)
     : table_(session.cng ? tableOfCng()
                          : tableOfModule(session.module.empty() ? besideProgram(L"nvksprovider.dll")
-                                                                : session.module))
+                                                                : session.module)),
+      advice_(session.cng ? "\"keywarden status\" says whether it is registered."
+                          : "\"keywarden check\" finds the reason.")
 {
     const SECURITY_STATUS status = table_.OpenProvider(&handle_, providerName, 0);
     if (status != ERROR_SUCCESS)
-        throw Failure("the provider does not open: " + statusText(status),
-                      session.cng ? "\"keywarden status\" says whether it is registered"
-                                  : "\"keywarden check\" finds the reason");
+        throw Failure("the provider does not open: " + statusText(status), advice_);
 }
 
 KeyStorage::~KeyStorage()
@@ -162,7 +162,7 @@ std::vector<std::wstring> KeyStorage::keyNames() const
     if (state != nullptr)
         table_.FreeBuffer(state);
     if (status != NTE_NO_MORE_ITEMS)
-        require(status, "listing the keys");
+        throw Failure("the provider does not list its keys: " + statusText(status), advice_);
     return names;
 }
 

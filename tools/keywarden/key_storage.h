@@ -33,6 +33,7 @@ public:
 private:
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE table_{};
     NCRYPT_PROV_HANDLE handle_ = 0;
+    const char* advice_;  // when the provider does not do what it always can
 };
 
 // An opened or imported key; closed at the end. The storage must outlive it.
