@@ -185,6 +185,7 @@ main()
     if [ -z "$matching" ]; then
         checks "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
         checks "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
+        checks "new user" tests/tool/new_user.sh
     fi
 }
 
