@@ -353,7 +353,7 @@ derives()
 
 testAgreements()
 {
-    local key hash before= behind= hmacKey
+    local key hash before="" behind="" hmacKey
     hmacKey=$(openssl rand -hex 70)
     for key in p256:P-256 p384:P-384 p521:P-521 secp256k1:secp256k1; do
         makePeer "${key%%:*}" "${key##*:}"
@@ -370,8 +370,8 @@ testAgreements()
     behind=deadBEEF01
     deriveLike p256:0256 sha256 hash --prepend "$before" --append "$behind"
     deriveLike p384:0384 sha384 hmac --prepend "$before" --append "$behind" --hmac-key "$hmacKey"
-    before=
-    behind=
+    before=""
+    behind=""
     cp "$files/peer.p256.pem" "$files/peer.pem"
     openssl pkey -pubin -in "$files/peer.pem" -outform DER -out "$files/peer.p256.pem"
     deriveLike p256:0256 sha256 hash # from a peer in DER

@@ -14,8 +14,8 @@ installed="$WINEPREFIX/drive_c/Program Files/Norvanta KeyWarden"
 # install, uninstall: what puts the product on the machine and takes it away.
 install()
 {
-    [ -f "$release/keywarden.exe" ] || buildRelease || return 1
-    mkdir -p "$installed" && cp "$release/keywarden.exe" "$release/nvksprovider.dll" "$installed"
+    buildRelease && mkdir -p "$installed" &&
+        cp "$release/keywarden.exe" "$release/nvksprovider.dll" "$installed"
 }
 
 uninstall()
