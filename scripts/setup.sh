@@ -22,6 +22,7 @@ packages=(
     xauth                       # xvfb-run needs it
     xdotool                     # types into the dialog as a person would
     imagemagick                 # takes pictures of the dialog
+    chromium                    # opens the page of "keywarden log --html" in its test
     softhsm2                    # a real PKCS#11 token for the tests
     opensc                      # pkcs11-tool, fills the token with keys
     openssl                     # independent judge of signatures and secrets, maker of certificates

@@ -184,6 +184,7 @@ main()
 
     if [ -z "$matching" ]; then
         checks "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
+        checks "time lines" tests/tool/html_test.sh
         checks "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
         checks "new user" tests/tool/new_user.sh
     fi

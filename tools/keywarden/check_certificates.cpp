@@ -48,11 +48,15 @@ Certificate contextOf(const TokenCertificate& certificate)
                                                     static_cast<DWORD>(certificate.der.size())));
 }
 
+std::string nameOf(const TokenCertificate& certificate)
+{
+    return certificate.keyName.empty() ? "(no CKA_ID)" : toUtf8(certificate.keyName);
+}
+
 std::string describe(const TokenCertificate& certificate)
 {
     const Certificate context = contextOf(certificate);
-    const std::string name =
-        certificate.keyName.empty() ? "(no CKA_ID)" : toUtf8(certificate.keyName);
+    const std::string name = nameOf(certificate);
     if (context == nullptr)
         return name + ": not a certificate that the system can read";
     const std::string algorithm = certificate.algorithmOid == rsaOid ? "RSA"
@@ -141,9 +145,9 @@ void judgePublication(Findings& findings, const std::vector<TokenCertificate>& c
                    certificate.der;
         });
         if (same == stored.end())
-            missing.push_back(toUtf8(certificate.keyName));
+            missing.push_back(nameOf(certificate));
         else if (same->provider != providerName)
-            foreign.push_back(toUtf8(certificate.keyName) + ": \"" + toUtf8(same->provider) + "\"");
+            foreign.push_back(nameOf(certificate) + ": \"" + toUtf8(same->provider) + "\"");
     }
     if (!foreign.empty())
         findings.warn(name,

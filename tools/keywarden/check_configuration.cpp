@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cstdio>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
-#include <map>
 #include <optional>
+#include <set>
+#include <sstream>
 #include <stdexcept>
 
 #include "check.h"
@@ -49,9 +51,37 @@ std::string keyOf(const Line& line)
     return trimSpaces(line.text.substr(0, line.text.find('=')));
 }
 
+// Control characters become visible, "\r" as \r.
+std::string printable(const std::string& text)
+{
+    std::string result;
+    for (const char c : text) {
+        const auto byte = static_cast<unsigned char>(c);
+        char code[8];
+        std::snprintf(code, sizeof code, "\\x%02x", byte);
+        if (c == '\r')
+            result += "\\r";
+        else if (c == '\t')
+            result += "\\t";
+        else if (byte < 0x20 || byte == 0x7F)
+            result += code;
+        else
+            result += c;
+    }
+    return result;
+}
+
 std::string quoted(const Line& line)
 {
-    return "line " + std::to_string(line.number) + ": \"" + line.text + "\"";
+    return "line " + std::to_string(line.number) + ": \"" + printable(line.text) + "\"";
+}
+
+// Of UTF-8 or UTF-16, as editors write it unasked.
+bool hasByteOrderMark(const std::vector<Line>& lines)
+{
+    return !lines.empty() && (lines.front().text.starts_with("\xEF\xBB\xBF") ||
+                              lines.front().text.starts_with("\xFF\xFE") ||
+                              lines.front().text.starts_with("\xFE\xFF"));
 }
 
 // The first line that the module does not take; it reads no further.
@@ -63,32 +93,74 @@ const Line* firstBadLine(const std::vector<Line>& lines)
     return bad == lines.end() ? nullptr : &*bad;
 }
 
-// Lines that are read, but not as they were meant: carriage returns, keys that nothing reads.
-void reportOddLines(Findings& findings, const std::vector<Line>& lines)
+// Why the module does not take the file.
+void reportRefusal(Findings& findings, const std::vector<Line>& lines, const Failure& refusal)
 {
+    constexpr const char* name = "configuration-lines";
+    const Line* bad = firstBadLine(lines);
+    if (hasByteOrderMark(lines))
+        findings.fail(name, "the file begins with a byte order mark",
+                      "Save it as UTF-8 without a byte order mark.");
+    else if (bad == nullptr)
+        findings.fail(name, refusal.what(), "The module must be able to read the file.");
+    else if (bad->text.ends_with('\r'))
+        findings.fail(name, quoted(*bad) + " has no \"=\", since its carriage return counts",
+                      "Save the file with line feeds alone (LF, not CRLF). The module does not "
+                      "load with it.");
+    else
+        findings.fail(name, quoted(*bad) + " has no \"=\"",
+                      "Mend or remove the line; # as its first character makes it a comment, and "
+                      "an empty line has no spaces. The module does not load with it.");
+}
+
+// Lines that are read, but not as they were meant.
+struct OddLines {
     std::vector<Line> withReturn;
-    std::vector<Line> unknown;
+    std::vector<Line> unknown;   // keys that nothing reads
+    std::vector<Line> repeated;  // keys that an earlier line has
+};
+
+OddLines findOddLines(const std::vector<Line>& lines)
+{
+    OddLines odd;
+    std::set<std::string> keys;
     for (const Line& line : lines) {
         if (isComment(line))
             continue;
         if (line.text.ends_with('\r'))
-            withReturn.push_back(line);
+            odd.withReturn.push_back(line);
         if (std::ranges::find(knownKeys, keyOf(line)) == std::end(knownKeys))
-            unknown.push_back(line);
+            odd.unknown.push_back(line);
+        if (!keys.insert(keyOf(line)).second)
+            odd.repeated.push_back(line);
     }
-    if (!withReturn.empty())
-        findings.fail("configuration-lines",
+    return odd;
+}
+
+void reportLines(Findings& findings, const std::vector<Line>& lines)
+{
+    constexpr const char* name = "configuration-lines";
+    const OddLines odd = findOddLines(lines);
+    if (hasByteOrderMark(lines))
+        findings.fail(name, "the file begins with a byte order mark, which spoils its first line",
+                      "Save it as UTF-8 without a byte order mark.");
+    else if (!odd.withReturn.empty())
+        findings.fail(name,
                       "a carriage return becomes part of the value of " +
-                          std::to_string(withReturn.size()) + " lines, the first is line " +
-                          std::to_string(withReturn.front().number),
+                          std::to_string(odd.withReturn.size()) + " lines",
                       "Save the file with line feeds alone (LF, not CRLF).");
-    else if (!unknown.empty())
-        findings.warn("configuration-lines", "keys that nothing reads",
+    else if (!odd.unknown.empty())
+        findings.warn(name, "keys that nothing reads",
                       "Keys are case-sensitive: p11File, logLevel, logTypes, logStore, logRotate.");
+    else if (!odd.repeated.empty())
+        findings.warn(name, "keys that stand there twice; the last line holds",
+                      "Remove the others.");
     else
-        findings.ok("configuration-lines", std::to_string(lines.size()) + " lines, all good");
-    for (const Line& line : unknown)
-        findings.detail(quoted(line));
+        findings.ok(name, std::to_string(lines.size()) + " lines, all good");
+    for (const auto* group : {&odd.withReturn, &odd.unknown, &odd.repeated}) {
+        for (const Line& line : *group)
+            findings.detail(quoted(line));
+    }
 }
 
 struct ValueProblem {
@@ -130,10 +202,19 @@ std::optional<ValueProblem> problemOfLevel(Config& config)
 std::optional<ValueProblem> problemOfTypes(Config& config)
 {
     const std::string& value = config.get("logTypes");
-    if (value.empty() || parseLogTypes(value) != 0)
-        return std::nullopt;
-    return ValueProblem{false, "logTypes=" + value + " names no output, so nothing is logged",
-                        "Give FILE, CONSOLE, or both with a comma between them."};
+    constexpr const char* advice = "Give FILE, CONSOLE, or both with a comma between them.";
+    if (!value.empty() && parseLogTypes(value) == 0)
+        return ValueProblem{false, "logTypes=" + value + " names no output, so nothing is logged",
+                            advice};
+    std::istringstream names(value);
+    for (std::string name; std::getline(names, name, ',');) {
+        if (parseLogTypes(name) == 0)
+            return ValueProblem{false,
+                                "logTypes=" + value + ": \"" + name +
+                                    "\" is no output and counts for nothing",
+                                advice};
+    }
+    return std::nullopt;
 }
 
 std::optional<ValueProblem> problemOfLibrary(Config& config)
@@ -172,17 +253,17 @@ void checkValues(Findings& findings)
         findings.detail(problems[i].text + ". " + problems[i].advice);
 }
 
-// Leaves nothing behind.
-bool canWriteInto(const std::filesystem::path& folder)
+// ERROR_SUCCESS if a file can be made there, otherwise the system's error. Leaves nothing behind.
+DWORD tryToWriteInto(const std::filesystem::path& folder)
 {
     const std::filesystem::path probe =
         folder / (L"keywarden-check-" + std::to_wstring(GetCurrentProcessId()) + L".tmp");
     const HANDLE file = CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
                                     FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     if (file == INVALID_HANDLE_VALUE)
-        return false;
+        return GetLastError();
     CloseHandle(file);
-    return true;
+    return ERROR_SUCCESS;
 }
 
 }  // namespace
@@ -190,7 +271,8 @@ bool canWriteInto(const std::filesystem::path& folder)
 void checkConfiguration(Findings& findings)
 {
     const std::filesystem::path file = configurationFile();
-    if (!std::filesystem::is_regular_file(file)) {
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(file, error)) {
         findings.fail("configuration-file", "there is no " + toUtf8(file),
                       "\"keywarden init\" writes one.");
         return;
@@ -199,19 +281,12 @@ void checkConfiguration(Findings& findings)
     findings.ok("configuration-file", toUtf8(file));
     try {
         loadConfiguration();
-    } catch (const Failure& error) {
-        const Line* bad = firstBadLine(lines);
-        if (bad == nullptr)
-            findings.fail("configuration-lines", error.what(),
-                          "The module must be able to read the file.");
-        else
-            findings.fail("configuration-lines", quoted(*bad) + " has no \"=\"",
-                          "Mend or remove the line; # begins a comment. The module does not load "
-                          "with it.");
+    } catch (const Failure& refusal) {
+        reportRefusal(findings, lines, refusal);
         return;
     }
     findings.configurationRead = true;
-    reportOddLines(findings, lines);
+    reportLines(findings, lines);
     checkValues(findings);
     Config& config = Config::instance();
     findings.library = config.get("p11File");
@@ -233,18 +308,23 @@ void checkLogFolder(Findings& findings)
         return;
     }
     std::error_code error;
-    std::filesystem::create_directories(folder, error);
-    if (!std::filesystem::is_directory(folder))
+    const bool made = std::filesystem::create_directories(folder, error);
+    if (!std::filesystem::is_directory(folder, error))
         findings.fail(name, toUtf8(folder) + " is not there and cannot be made",
                       "Without it every call of the provider fails. Choose another logStore, or "
                       "empty logTypes.");
-    else if (!canWriteInto(folder))
-        findings.warn(name,
-                      "no file can be made in " + toUtf8(folder) + ": " + errorText(GetLastError()),
+    else if (const DWORD refusal = tryToWriteInto(folder); refusal != ERROR_SUCCESS)
+        findings.warn(name, "no file can be made in " + toUtf8(folder) + ": " + errorText(refusal),
                       "Records are dropped. Grant the user write access, or choose another "
                       "logStore.");
+    else if (!folder.is_absolute())
+        findings.warn(name,
+                      toUtf8(folder) + " is no full path, so each program logs somewhere else",
+                      "Begin logStore with a drive, or with ~ for the user's profile.");
     else
         findings.ok(name, toUtf8(folder) + " can be written to");
+    if (made)
+        std::filesystem::remove(folder, error);
 }
 
 }  // namespace NV::tool

@@ -11,11 +11,6 @@ namespace NV::tool {
 
 namespace {
 
-bool isAscii(const std::string& text)
-{
-    return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-}
-
 std::string machineName(uint16_t machine)
 {
     switch (machine) {
@@ -64,7 +59,11 @@ bool checkFile(Findings& findings)
                       "Copy the library to a folder with a plain name.");
         return false;
     }
-    findings.ok(name, path);
+    if (!toPath(path).is_absolute())
+        findings.warn(name, path + " is no full path, so each program looks for it somewhere else",
+                      "Give p11File with its drive and folder.");
+    else
+        findings.ok(name, path);
     return true;
 }
 

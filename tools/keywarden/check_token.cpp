@@ -48,9 +48,11 @@ std::string describe(const P11Slot& slot)
     return text;
 }
 
+// As the provider chooses.
 bool isServed(const P11Slot& slot)
 {
-    return (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
 }
 
 // The first call of the discovery that does not succeed, with its result.

@@ -80,35 +80,10 @@ void check(Session& session)
                                        std::to_string(findings.steps.size()) + " steps failed.");
     session.out.document(document);
     if (failed > 0)
-        throw CLI::RuntimeError(1);
+        throw CLI::RuntimeError(exitFailed);
 }
 
 }  // namespace
-
-void Findings::ok(const std::string& name, const std::string& text)
-{
-    steps.push_back({name, Outcome::ok, text, {}, {}});
-}
-
-void Findings::warn(const std::string& name, const std::string& text, const std::string& advice)
-{
-    steps.push_back({name, Outcome::warning, text, advice, {}});
-}
-
-void Findings::fail(const std::string& name, const std::string& text, const std::string& advice)
-{
-    steps.push_back({name, Outcome::failed, text, advice, {}});
-}
-
-void Findings::skip(const std::string& name, const std::string& text)
-{
-    steps.push_back({name, Outcome::skipped, text, {}, {}});
-}
-
-void Findings::detail(const std::string& text)
-{
-    steps.back().details.push_back(text);
-}
 
 void addCheck(CLI::App& program, Session& session)
 {

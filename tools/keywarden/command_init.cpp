@@ -46,16 +46,19 @@ std::string chooseLibrary(Session& session)
 void init(Session& session, InitOptions& options)
 {
     const std::filesystem::path file = configurationFile();
-    if (std::filesystem::exists(file) && !options.force)
+    std::error_code error;
+    if (std::filesystem::exists(file, error) && !options.force)
         throw Failure(toUtf8(file) + " is there already", "--force replaces it.");
     NewConfiguration& configuration = options.configuration;
     if (configuration.p11File.empty())
         configuration.p11File = chooseLibrary(session);
-    if (!std::filesystem::is_regular_file(toPath(configuration.p11File)))
+    if (!std::filesystem::is_regular_file(toPath(configuration.p11File), error))
         throw Failure("there is no file " + configuration.p11File,
                       "--p11 wants the full path of the token's PKCS#11 library.");
-    // The path is looked up in processes of any working folder.
+    // Both are looked up in processes of any working folder.
     configuration.p11File = toUtf8(std::filesystem::absolute(toPath(configuration.p11File)));
+    if (!configuration.logStore.empty() && !configuration.logStore.starts_with('~'))
+        configuration.logStore = toUtf8(std::filesystem::absolute(toPath(configuration.logStore)));
     writeConfiguration(file, configurationText(configuration));
     session.out.line("Written: " + toUtf8(file));
     session.out.line("Next: \"keywarden check\" looks whether all is in order.");
@@ -72,11 +75,17 @@ void addInit(CLI::App& program, Session& session)
     CLI::App& command =
         *program.add_subcommand("init", "Write the configuration file of this user");
     const auto options = std::make_shared<InitOptions>();
-    command.add_option("--p11", options->configuration.p11File, "The token's PKCS#11 library")
+    command
+        .add_option("--p11", options->configuration.p11File,
+                    "The token's PKCS#11 library; without it, those that are found are listed")
         ->option_text("PATH");
-    command.add_option("--log-dir", options->configuration.logStore, "Folder of the log files")
+    command
+        .add_option("--log-dir", options->configuration.logStore,
+                    "Folder of the log files; ~ stands for the user's profile")
         ->option_text("DIR");
-    command.add_option("--log-level", options->configuration.logLevel, "Level of the log")
+    command
+        .add_option("--log-level", options->configuration.logLevel,
+                    "TRACE, DEBUG, INFO, WARN, ERROR or SEVERE")
         ->option_text("LEVEL")
         ->transform(
             CLI::IsMember({"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "SEVERE"}, CLI::ignore_case));

@@ -94,6 +94,16 @@ std::vector<const Operation*> slowest(const std::vector<Operation>& operations,
     return found;
 }
 
+std::vector<const Operation*> failedOrOpen(const std::vector<Operation>& operations)
+{
+    std::vector<const Operation*> found;
+    for (const Operation& operation : operations) {
+        if (operation.failed() || !operation.finished)
+            found.push_back(&operation);
+    }
+    return found;
+}
+
 std::string formatTime(double milliseconds)
 {
     char text[32];
@@ -103,12 +113,11 @@ std::string formatTime(double milliseconds)
 
 void show(Session& session, const Operation& operation, bool secrets)
 {
-    char status[16];
-    std::snprintf(status, sizeof status, "0x%08x", static_cast<unsigned>(operation.status));
-    session.out.line(
-        operation.time + "  " + operation.name + "  " +
-        (operation.finished ? formatTime(operation.elapsed) + " ms  " + status : "not finished") +
-        "  (line " + std::to_string(operation.line) + ")");
+    session.out.line(operation.time + "  " + operation.name + "  " +
+                     (operation.finished
+                          ? formatTime(operation.elapsed) + " ms  " + statusOf(operation)
+                          : "not finished") +
+                     "  (line " + std::to_string(operation.line) + ")");
     for (const CallLine& call : describe(operation.calls))
         session.out.line("  " +
                          session.out.coloured(call.failed ? Colour::red : Colour::none, call.text));
@@ -138,10 +147,11 @@ void showText(Session& session, const Log& log, const LogOptions& options)
         show(session, *operation, options.secrets);
     session.out.line();
     session.out.line("Failed or not finished:");
-    for (const Operation& operation : log.operations) {
-        if (operation.failed() || !operation.finished)
-            show(session, operation, options.secrets);
-    }
+    const std::vector<const Operation*> failures = failedOrOpen(log.operations);
+    for (const Operation* operation : failures)
+        show(session, *operation, options.secrets);
+    if (failures.empty())
+        session.out.line("  none");
 }
 
 Json toDocument(const Log& log, const LogOptions& options)
@@ -153,10 +163,8 @@ Json toDocument(const Log& log, const LogOptions& options)
         document["operations"].push_back(toJson(row));
     for (const Operation* operation : slowest(log.operations, options))
         document["slow"].push_back(toJson(*operation, options.secrets));
-    for (const Operation& operation : log.operations) {
-        if (operation.failed() || !operation.finished)
-            document["failed"].push_back(toJson(operation, options.secrets));
-    }
+    for (const Operation* operation : failedOrOpen(log.operations))
+        document["failed"].push_back(toJson(*operation, options.secrets));
     return document;
 }
 
@@ -182,8 +190,10 @@ void addLog(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<LogOptions>();
     CLI::App& command = *program.add_subcommand("log", "Show what a trace log tells");
-    command.add_option("FILE", options->file,
-                       "The log; without it, the newest of the configured folder");
+    command
+        .add_option("FILE", options->file,
+                    "The log; without it, the newest of the configured folder")
+        ->type_name("");
     command.add_option("--op", options->operation, "Only operations of that name, like SignHash")
         ->option_text("NAME");
     command.add_option("--slow", options->slow, "List those that took at least so long")

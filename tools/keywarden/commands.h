@@ -13,6 +13,10 @@ class App;
 
 namespace NV::tool {
 
+// The program's exit codes besides 0, done.
+inline constexpr int exitFailed = 1;
+inline constexpr int exitUsage = 2;
+
 // What all commands share.
 struct Session {
     Output out;
@@ -23,7 +27,8 @@ struct Session {
 };
 
 // A command throws Failure when what was asked for could not be done (exit code 1), and
-// CLI::ValidationError when its arguments do not fit together (exit code 2).
+// CLI::ValidationError when its arguments do not fit together (exit code 2). One that has printed
+// itself what is wrong throws CLI::RuntimeError with the exit code.
 void addInit(CLI::App& program, Session& session);
 void addCheck(CLI::App& program, Session& session);
 void addKeys(CLI::App& program, Session& session);

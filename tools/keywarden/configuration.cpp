@@ -47,6 +47,21 @@ void checkValue(const std::string& key, const std::string& value)
                       "a space at an end");
 }
 
+// The module takes each byte of the path for a character when it loads the library, and each "~" of
+// the log's folder for the user's profile.
+void checkPaths(const NewConfiguration& configuration)
+{
+    if (!isAscii(configuration.p11File))
+        throw Failure("the library's path has characters outside ASCII, and the provider loads no "
+                      "such library: " +
+                          configuration.p11File,
+                      "Copy the library to a folder with a plain name.");
+    if (configuration.logStore.find('~', 1) != std::string::npos)
+        throw Failure("the log's folder has a ~ in it, which stands for the user's profile: " +
+                          configuration.logStore,
+                      "Give the folder's long name.");
+}
+
 std::wstring fromAnsi(const std::string& text)
 {
     const auto length = static_cast<int>(text.size());
@@ -108,6 +123,7 @@ std::string configurationText(const NewConfiguration& configuration)
 {
     checkValue("p11File", configuration.p11File);
     checkValue("logStore", configuration.logStore);
+    checkPaths(configuration);
     return "# Norvanta KeyWarden: read once, when the module is loaded into a process.\n"
            "# key=value, one a line. A line that begins with # is a comment; further on in a line\n"
            "# a # belongs to the value. Lines end in a line feed alone: a carriage return would\n"
@@ -153,8 +169,12 @@ void writeConfiguration(const std::filesystem::path& file, const std::string& te
     {
         std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
         stream << text;
-        if (!stream.flush())
-            throw Failure(toUtf8(temporary) + " cannot be written: " + errorText(GetLastError()));
+        stream.close();
+        if (!stream) {
+            const DWORD reason = GetLastError();
+            std::filesystem::remove(temporary, error);
+            throw Failure(toUtf8(temporary) + " cannot be written: " + errorText(reason));
+        }
     }
     if (!MoveFileExW(temporary.c_str(), file.c_str(),
                      MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {

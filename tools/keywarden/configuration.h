@@ -31,7 +31,8 @@ struct NewConfiguration {
 
 // The text of the file: every key, each explained in comments, lines ended by a line feed alone.
 // The module takes p11File for UTF-8 and logStore for text of the ANSI code page, so the text is
-// bytes of both. Throws Failure when logStore has a character that the code page lacks, or when a
+// bytes of both. Throws Failure when p11File is not ASCII, since the module loads no such library,
+// when logStore has a character that the code page lacks or a "~" that is not its first, or when a
 // value would not come back as it is (a line feed in it, a space at its end).
 std::string configurationText(const NewConfiguration& configuration);
 

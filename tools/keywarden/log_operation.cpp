@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cmath>
 #include <cstdlib>
 #include <optional>
 #include <string_view>
@@ -35,9 +36,17 @@ std::string resultName(std::string_view text)
     return between(value, "(", ")").value_or(value);
 }
 
-double toNumber(const std::string& text)
+// Milliseconds; 0 for what is no time.
+double toTime(const std::string& text)
 {
-    return std::strtod(text.c_str(), nullptr);
+    const double value = std::strtod(text.c_str(), nullptr);
+    return std::isfinite(value) && value > 0 ? value : 0;
+}
+
+// The local time that a log has goes back once a year.
+double timeBetween(int64_t begin, int64_t end)
+{
+    return static_cast<double>(std::max<int64_t>(end - begin, 0));
 }
 
 bool isOperation(const std::string& function)
@@ -48,6 +57,25 @@ bool isOperation(const std::string& function)
 std::string lastName(const std::string& function)
 {
     return function.substr(function.rfind(':') + 1);
+}
+
+// What the table offers is named like it, SignHash; the steps within begin with a small letter.
+bool isOfTable(const std::string& function)
+{
+    const std::string name = lastName(function);
+    return !name.empty() && name.front() >= 'A' && name.front() <= 'Z' &&
+           !name.starts_with("Provider");  // constructors
+}
+
+// "CKR_PIN_INCORRECT" out of "Failed to login the token (000000a0(CKR_PIN_INCORRECT))", as the steps
+// of a token operation end when their call has failed.
+std::string resultInError(std::string_view text)
+{
+    const size_t begin = text.rfind('(');
+    if (begin == std::string_view::npos || !text.ends_with("))"))
+        return {};
+    const std::string_view name = text.substr(begin + 1, text.size() - begin - 3);
+    return name.starts_with("CKR_") ? std::string(name) : std::string();
 }
 
 }  // namespace
@@ -75,7 +103,7 @@ void OperationReader::add(const LogRecord& record)
         enter(thread, record);
     if (!thread.frames.empty()) {
         if (record.level == "ERR" || record.level == "SEV")
-            thread.frames.back().operation.errors.push_back(record);
+            addError(thread, record);
         readCall(thread, record);
         readStatus(thread, record);
     }
@@ -83,12 +111,16 @@ void OperationReader::add(const LogRecord& record)
         leave(thread, record);
 }
 
-void OperationReader::enter(Thread& thread, const LogRecord& record) const
+void OperationReader::enter(Thread& thread, const LogRecord& record)
 {
     if (record.function == "NV::PINDialog::open")
         thread.dialogBegun = record.milliseconds;
     if (!isOperation(record.function))
         return;
+    // Such a one runs in no other: what is still open was left by an exception, or by the end of
+    // its process.
+    if (isOfTable(record.function))
+        abandon(thread);
     Frame frame;
     frame.function = record.function;
     frame.operation.name = lastName(record.function);
@@ -105,7 +137,7 @@ void OperationReader::leave(Thread& thread, const LogRecord& record)
 {
     if (record.function == "NV::PINDialog::open") {
         addCall(thread, {"PIN dialog", "", thread.dialogBegun,
-                         static_cast<double>(record.milliseconds - thread.dialogBegun)});
+                         timeBetween(thread.dialogBegun, record.milliseconds)});
         return;
     }
     auto& frames = thread.frames;
@@ -114,19 +146,54 @@ void OperationReader::leave(Thread& thread, const LogRecord& record)
     if (left == frames.rend())
         return;
     const auto count = static_cast<size_t>(left - frames.rbegin()) + 1;
-    for (size_t i = 0; i < count; ++i) {
-        Frame frame = std::move(frames.back());
-        frames.pop_back();
-        if (!frames.empty()) {
-            // What a step did, the operation did.
-            Operation& outer = frames.back().operation;
-            const Operation& inner = frame.operation;
-            outer.calls.insert(outer.calls.end(), inner.calls.begin(), inner.calls.end());
-            outer.errors.insert(outer.errors.end(), inner.errors.begin(), inner.errors.end());
-        }
-        if (frame.hasStatus)
-            operations_.push_back(std::move(frame.operation));
+    for (size_t i = 0; i < count; ++i)
+        close(thread);
+}
+
+void OperationReader::close(Thread& thread)
+{
+    auto& frames = thread.frames;
+    Frame frame = std::move(frames.back());
+    frames.pop_back();
+    if (!frames.empty()) {
+        // What a step did, the operation did.
+        Operation& outer = frames.back().operation;
+        const Operation& inner = frame.operation;
+        outer.calls.insert(outer.calls.end(), inner.calls.begin(), inner.calls.end());
+        outer.errors.insert(outer.errors.end(), inner.errors.begin(), inner.errors.end());
     }
+    if (frame.hasStatus)
+        operations_.push_back(std::move(frame.operation));
+}
+
+// What was entered and never left is one unfinished operation, the outermost. A token call that did
+// not return is its last.
+void OperationReader::abandon(Thread& thread)
+{
+    if (thread.frames.empty())
+        return;
+    if (!thread.callName.empty())
+        addCall(thread, {thread.callName, noReturn, thread.callBegun, 0});
+    thread.callName.clear();
+    while (thread.frames.size() > 1)
+        close(thread);
+    operations_.push_back(std::move(thread.frames.front().operation));
+    thread.frames.clear();
+}
+
+// A call whose own record has no result gets it from the error that follows it.
+void OperationReader::addError(Thread& thread, const LogRecord& record)
+{
+    Operation& operation = thread.frames.back().operation;
+    operation.errors.push_back(record);
+    // An exception out of the library ends a call without a record of its end.
+    if (!thread.callName.empty() && record.message.starts_with("Caught E")) {
+        addCall(thread, {thread.callName, "exception", thread.callBegun,
+                         timeBetween(thread.callBegun, record.milliseconds)});
+        thread.callName.clear();
+    }
+    if (!operation.calls.empty() && operation.calls.back().result.empty())
+        operation.calls.back().result = resultInError(record.message);
 }
 
 void OperationReader::addCall(Thread& thread, TokenCall call)
@@ -150,16 +217,23 @@ void OperationReader::readCall(Thread& thread, const LogRecord& record)
         thread.callBegun = record.milliseconds;
         return;
     }
+    // Some calls tell their result in a record of its own, after that of their end.
+    if (const size_t code = text.find("RETURN CODE:"); code != std::string::npos) {
+        auto& calls = thread.frames.back().operation.calls;
+        if (!calls.empty() && calls.back().name == name && calls.back().result.empty())
+            calls.back().result = resultName(std::string_view(text).substr(code + 12));
+        return;
+    }
     if (thread.callName != name)
         return;
     TokenCall call{name, "", thread.callBegun, 0};
     thread.callName.clear();
     if (!layer) {
-        call.elapsed = static_cast<double>(record.milliseconds - call.begun);
+        call.elapsed = timeBetween(call.begun, record.milliseconds);
         if (const size_t result = text.find("RV="); result != std::string::npos)
             call.result = resultName(std::string_view(text).substr(result + 3));
     } else {
-        call.elapsed = toNumber(between(text, "[", " msec").value_or("0"));
+        call.elapsed = toTime(between(text, "[", " msec").value_or("0"));
         if (const size_t result = text.find("Result = "); result != std::string::npos)
             call.result = resultName(std::string_view(text).substr(result + 9));
     }
@@ -174,17 +248,15 @@ void OperationReader::readStatus(Thread& thread, const LogRecord& record)
         return;
     const std::string& text = record.message;
     std::from_chars(text.data() + 9, text.data() + text.size(), frame.operation.status, 16);
-    frame.operation.elapsed = toNumber(between(text, "ELAPSED:", "(ms)").value_or("0"));
+    frame.operation.elapsed = toTime(between(text, "ELAPSED:", "(ms)").value_or("0"));
     frame.operation.finished = true;
     frame.hasStatus = true;
 }
 
 std::vector<Operation> OperationReader::finish()
 {
-    for (auto& [identity, thread] : threads_) {
-        if (!thread.frames.empty())
-            operations_.push_back(std::move(thread.frames.front().operation));
-    }
+    for (auto& [identity, thread] : threads_)
+        abandon(thread);
     std::ranges::stable_sort(operations_, {}, &Operation::line);
     return std::move(operations_);
 }

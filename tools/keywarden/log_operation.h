@@ -13,10 +13,14 @@
 
 namespace NV::tool {
 
+// In the place of a call's result, when the log ends within the call.
+inline constexpr const char* noReturn = "no return";
+
 // A PKCS#11 call, or the time that the PIN dialog was open ("PIN dialog").
 struct TokenCall {
-    std::string name;    // "C_Sign"
-    std::string result;  // "CKR_OK"; empty where the log does not say it
+    std::string name;  // "C_Sign"
+    // "CKR_OK"; empty where the log does not say it; noReturn; "exception".
+    std::string result;
     int64_t begun = 0;   // milliseconds, as LogRecord has them
     double elapsed = 0;  // milliseconds
     // A finalise of a library that was not initialised is none: opening begins with one.
@@ -74,8 +78,13 @@ private:
     };
 
     void add(const LogRecord& record);
-    void enter(Thread& thread, const LogRecord& record) const;
+    void enter(Thread& thread, const LogRecord& record);
     void leave(Thread& thread, const LogRecord& record);
+    // Takes the innermost frame away.
+    void close(Thread& thread);
+    // Takes all of them away.
+    void abandon(Thread& thread);
+    static void addError(Thread& thread, const LogRecord& record);
     static void addCall(Thread& thread, TokenCall call);
     static void readCall(Thread& thread, const LogRecord& record);
     static void readStatus(Thread& thread, const LogRecord& record);

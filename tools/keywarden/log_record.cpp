@@ -115,14 +115,18 @@ std::optional<LogRecord> parseRecord(std::string_view line)
 
 std::string withoutSecrets(const std::string& message)
 {
-    const bool secret = std::ranges::any_of(
-        secretMessages, [&](std::string_view beginning) { return message.starts_with(beginning); });
-    if (!secret)
-        return message;
-    // A PIN stands behind the sign, everything else in brackets.
-    const size_t begin =
-        message.starts_with("Entered Pin=") ? message.find('=') + 1 : message.find('[');
-    return begin == std::string::npos ? message : message.substr(0, begin) + "(not shown)";
+    // Wherever it stands: a record may be cut or prefixed by somebody else.
+    for (const std::string_view beginning : secretMessages) {
+        const size_t found = message.find(beginning);
+        if (found == std::string::npos)
+            continue;
+        // A PIN stands behind the sign, everything else in brackets.
+        const size_t open =
+            beginning.ends_with('=') ? found + beginning.size() : message.find('[', found);
+        if (open != std::string::npos)
+            return message.substr(0, open) + "(not shown)";
+    }
+    return message;
 }
 
 }  // namespace NV::tool

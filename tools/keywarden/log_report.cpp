@@ -9,6 +9,8 @@
 #include <cstdio>
 #include <map>
 
+#include "text.h"
+
 namespace NV::tool {
 
 namespace {
@@ -18,6 +20,13 @@ double percentile(const std::vector<double>& sorted, double share)
 {
     const auto rank = static_cast<size_t>(std::ceil(share * static_cast<double>(sorted.size())));
     return sorted[std::max<size_t>(rank, 1) - 1];
+}
+
+// The middle one, or the mean of the two in the middle.
+double median(const std::vector<double>& sorted)
+{
+    const size_t middle = sorted.size() / 2;
+    return sorted.size() % 2 != 0 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
 std::string hexText(uint32_t status)
@@ -47,9 +56,8 @@ std::vector<OperationFigures> figuresOf(const std::vector<Operation>& operations
     std::vector<OperationFigures> figures;
     for (auto& [name, sample] : samples) {
         std::ranges::sort(sample.times);
-        figures.push_back({name, sample.times.size(), sample.failures,
-                           percentile(sample.times, 0.5), percentile(sample.times, 0.95),
-                           sample.times.back()});
+        figures.push_back({name, sample.times.size(), sample.failures, median(sample.times),
+                           percentile(sample.times, 0.95), sample.times.back()});
     }
     return figures;
 }
@@ -75,6 +83,14 @@ std::vector<CallLine> describe(const std::vector<TokenCall>& calls)
     return lines;
 }
 
+std::string statusOf(const Operation& operation)
+{
+    if (!operation.finished)
+        return {};
+    return operation.status == 0 ? "ok"
+                                 : statusText(static_cast<SECURITY_STATUS>(operation.status));
+}
+
 Json toJson(const OperationFigures& figures)
 {
     return {{"name", figures.name},         {"count", figures.count},
@@ -96,8 +112,8 @@ Json toJson(const Operation& operation, bool secrets)
             {"process", operation.process},
             {"thread", operation.thread},
             {"finished", operation.finished},
-            {"status", hexText(operation.status)},
-            {"elapsed", operation.elapsed},
+            {"status", operation.finished ? Json(hexText(operation.status)) : Json()},
+            {"elapsed", operation.finished ? Json(operation.elapsed) : Json()},
             {"calls", calls},
             {"errors", errors}};
 }

@@ -31,6 +31,9 @@ struct CallLine {
 };
 std::vector<CallLine> describe(const std::vector<TokenCall>& calls);
 
+// "ok" or "NTE_INTERNAL_ERROR (0x8009002d)"; empty for an operation that is not finished.
+std::string statusOf(const Operation& operation);
+
 Json toJson(const OperationFigures& figures);
 // `secrets`: show what messages say of secrets, too.
 Json toJson(const Operation& operation, bool secrets);

@@ -32,9 +32,6 @@ void addModuleOptions(CLI::App& command, Session& session)
 
 namespace {
 
-constexpr int exitFailed = 1;
-constexpr int exitUsage = 2;
-
 void addCommands(CLI::App& program, Session& session)
 {
     addInit(program, session);

@@ -69,6 +69,11 @@ std::filesystem::path toPath(std::string_view utf8)
     return {toUtf16(utf8)};
 }
 
+bool isAscii(std::string_view text)
+{
+    return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
+}
+
 std::string statusText(SECURITY_STATUS status)
 {
     char number[16];

@@ -17,6 +17,8 @@ std::string toUtf8(const std::filesystem::path& path);
 std::wstring toUtf16(std::string_view text);
 std::filesystem::path toPath(std::string_view utf8);
 
+bool isAscii(std::string_view text);
+
 // "NTE_INVALID_HANDLE (0x80090026)", or the number alone for one without a known name.
 std::string statusText(SECURITY_STATUS status);
 

@@ -7,7 +7,9 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
+#include <string>
 #include <system_error>
+#include <utility>
 
 #include "folder.h"
 
@@ -89,6 +91,39 @@ std::wstring environmentBlock(const ChildOptions& options)
     return block;
 }
 
+struct Pipe {
+    OwnedHandle read;
+    OwnedHandle write;
+};
+
+Pipe makePipe()
+{
+    SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
+    HANDLE read = nullptr;
+    HANDLE write = nullptr;
+    if (CreatePipe(&read, &write, &inheritable, 0) == 0)
+        throwLastError("CreatePipe");
+    return {OwnedHandle(read), OwnedHandle(write)};
+}
+
+// The child must not hold our own end open.
+void keepToOurselves(const OwnedHandle& end)
+{
+    SetHandleInformation(end.get(), HANDLE_FLAG_INHERIT, 0);
+}
+
+// A pipe that is full already and has no writer left.
+OwnedHandle makeInput(const std::string& text)
+{
+    Pipe pipe = makePipe();
+    keepToOurselves(pipe.write);
+    DWORD written = 0;
+    if (WriteFile(pipe.write.get(), text.data(), static_cast<DWORD>(text.size()), &written,
+                  nullptr) == 0)
+        throwLastError("WriteFile");
+    return std::move(pipe.read);
+}
+
 // A file that the child inherits for its output. Not a pipe: a service that the system happens to
 // start for the child inherits it too, and a pipe's reader would wait for that one's end as well.
 OwnedHandle makeOutput(const std::filesystem::path& file)
@@ -102,7 +137,8 @@ OwnedHandle makeOutput(const std::filesystem::path& file)
     return OwnedHandle(output);
 }
 
-OwnedHandle start(const std::filesystem::path& program, const ChildOptions& options, HANDLE output)
+OwnedHandle start(const std::filesystem::path& program, const ChildOptions& options, HANDLE input,
+                  HANDLE output)
 {
     std::wstring commandLine = quoted(program.wstring());
     for (const std::string& argument : options.arguments)
@@ -112,6 +148,7 @@ OwnedHandle start(const std::filesystem::path& program, const ChildOptions& opti
     STARTUPINFOW startup{};
     startup.cb = sizeof startup;
     startup.dwFlags = STARTF_USESTDHANDLES;
+    startup.hStdInput = input;
     startup.hStdOutput = output;
     startup.hStdError = output;
     PROCESS_INFORMATION process{};
@@ -142,7 +179,8 @@ ChildResult runProgram(const std::filesystem::path& program, const ChildOptions&
     const TemporaryFolder folder;
     const std::filesystem::path file = folder.path() / L"output";
     OwnedHandle output = makeOutput(file);
-    const OwnedHandle process = start(program, options, output.get());
+    const OwnedHandle input = options.input ? makeInput(*options.input) : nullptr;
+    const OwnedHandle process = start(program, options, input.get(), output.get());
     output.reset();
 
     ChildResult result;

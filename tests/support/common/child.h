@@ -18,6 +18,8 @@ struct ChildOptions {
     std::vector<std::string> arguments = {};  // ANSI code page
     // Variables that differ from this process's; an empty optional removes one.
     std::map<std::wstring, std::optional<std::wstring>> environment = {};
+    // What the child reads from standard input; without it, the input has ended. At most 4096 bytes.
+    std::optional<std::string> input = {};
     // After this time the child is ended and timedOut is set.
     std::chrono::milliseconds timeout = std::chrono::seconds(60);
 };

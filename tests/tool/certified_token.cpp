@@ -1,0 +1,79 @@
+// certified_token.dll: the scripted token with one certificate and its key pair, for programs that no
+// test can script from outside. The certificate is the file that the environment variable
+// ODD_CERTIFICATE names. Its other functions are those of scripted_token.dll, which lies beside the
+// program.
+
+#include <windows.h>
+
+#include <fstream>
+#include <iterator>
+#include <vector>
+
+#include "../support/scripted_token/scripted_token_control.h"
+#include "../support/scripted_token/scripted_token_values.h"
+#include "cryptoki.h"
+
+namespace NV::test {
+
+namespace {
+
+constexpr CK_BYTE keyId[] = {0x73, 0x91};
+
+CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t size)
+{
+    return {type, const_cast<void*>(value), static_cast<CK_ULONG>(size)};
+}
+
+Bytes certificate()
+{
+    const wchar_t* name = _wgetenv(L"ODD_CERTIFICATE");
+    if (name == nullptr)
+        return {};
+    std::vector<char> narrow(32768);
+    WideCharToMultiByte(CP_ACP, 0, name, -1, narrow.data(), static_cast<int>(narrow.size()),
+                        nullptr, nullptr);
+    std::ifstream file(narrow.data(), std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
+}
+
+void addObjects(const ScriptedTokenControl& control)
+{
+    constexpr CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
+    constexpr CK_CERTIFICATE_TYPE x509 = CKC_X_509;
+    constexpr CK_OBJECT_CLASS publicClass = CKO_PUBLIC_KEY;
+    // A program may load this library twice.
+    control.clearObjects();
+    const Bytes der = certificate();
+    const CK_ATTRIBUTE certificateObject[] = {
+        attribute(CKA_CLASS, &certificateClass, sizeof certificateClass),
+        attribute(CKA_CERTIFICATE_TYPE, &x509, sizeof x509), attribute(CKA_ID, keyId, sizeof keyId),
+        attribute(CKA_VALUE, der.data(), der.size())};
+    control.addObject(kSlot, certificateObject, std::size(certificateObject));
+    const CK_ATTRIBUTE publicKey[] = {attribute(CKA_CLASS, &publicClass, sizeof publicClass),
+                                      attribute(CKA_ID, keyId, sizeof keyId)};
+    control.addObject(kSlot, publicKey, std::size(publicKey));
+}
+
+template <typename Function>
+Function exportOf(HMODULE library, const char* name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+}  // namespace
+
+}  // namespace NV::test
+
+extern "C" CK_RV NV_CK_CALL C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
+{
+    using namespace NV::test;
+    static const HMODULE token = LoadLibraryW(L"scripted_token.dll");
+    if (token == nullptr)
+        return CKR_GENERAL_ERROR;
+    static const bool added = [] {
+        addObjects(*exportOf<GetScriptedTokenControl>(token, "ScriptedTokenControl")());
+        return true;
+    }();
+    static_cast<void>(added);
+    return exportOf<CK_C_GetFunctionList>(token, "C_GetFunctionList")(list);
+}

@@ -1,0 +1,183 @@
+// keywarden check on configurations that are wrong in one way each.
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "scripted_token.h"
+#include "tool_program.h"
+
+namespace NV::test {
+
+namespace {
+
+// A configuration, the step that must tell of it, and what that step must say.
+struct BrokenConfiguration {
+    const char* name;
+    std::string content;  // "{LIB}" stands for a library that is good
+    const char* step;
+    const char* outcome;
+    const char* text;
+    const char* advice;
+    const char* detail = nullptr;
+};
+
+constexpr const char* lines = "configuration-lines";
+constexpr const char* values = "configuration-values";
+const std::string library = "p11File={LIB}\n";
+const std::string rest = "logLevel=INFO\nlogTypes=FILE\nlogStore=~\\l\nlogRotate=7\n";
+
+const BrokenConfiguration brokenConfigurations[] = {
+    {"LineWithoutSign", library + "logLevel INFO\n" + rest, lines, "failed",
+     R"(line 2: "logLevel INFO" has no "=")", "Mend or remove the line"},
+    {"CommentBehindSpaces", library + "  # a remark\n" + rest, lines, "failed",
+     R"(line 2: "  # a remark" has no "=")", "# as its first character"},
+    {"SpacesOnly", library + rest + "   \n", lines, "failed", R"(line 6: "   " has no "=")",
+     "an empty line has no spaces"},
+    {"UnknownKey", library + rest + "P11file=x\n", lines, "warning", "keys that nothing reads",
+     "Keys are case-sensitive", R"(line 6: "P11file=x")"},
+    {"RepeatedKey", library + rest + "logLevel=TRACE\n", lines, "warning", "stand there twice",
+     "Remove the others", R"(line 6: "logLevel=TRACE")"},
+    {"CarriageReturn", library + "logLevel=INFO\r\nlogTypes=FILE\nlogRotate=7\n", lines, "failed",
+     "a carriage return becomes part of the value of 1 lines", "line feeds alone",
+     R"(line 2: "logLevel=INFO\r")"},
+    {"EmptyLineWithCarriageReturn", library + "\r\n" + rest, lines, "failed",
+     R"(line 2: "\r" has no "=", since its carriage return counts)", "line feeds alone"},
+    {"ByteOrderMark", "\xEF\xBB\xBF" + library + rest, lines, "failed", "byte order mark",
+     "without a byte order mark"},
+    {"ByteOrderMarkBeforeComment", "\xEF\xBB\xBF# remark\n" + library + rest, lines, "failed",
+     "byte order mark", "without a byte order mark"},
+    {"Utf16", std::string("\xFF\xFEp\0=\0", 6), lines, "failed", "byte order mark",
+     "Save it as UTF-8"},
+    {"RotateMissing", library + "logTypes=FILE\nlogStore=~\\l\n", values, "failed",
+     "logRotate is missing or empty, so the module does not load", "Add a line like logRotate=7"},
+    {"RotateEmpty", library + "logRotate=\n", values, "failed", "logRotate is missing or empty",
+     "Add a line like logRotate=7"},
+    {"RotateTooLarge", library + "logRotate=2147483648\n", values, "failed",
+     "logRotate=2147483648 is too large, so the module does not load", "Give a number of days"},
+    {"RotateNotANumber", library + "logRotate=7 days\n", values, "warning",
+     "logRotate=7 days is not a number, so 7 days hold", "Give digits only"},
+    {"UnknownLevel", library + "logLevel=VERBOSE\nlogRotate=7\n", values, "warning",
+     "logLevel=VERBOSE is no level; INFO holds", "Give TRACE, DEBUG"},
+    {"TypesWithSemicolon", library + "logTypes=FILE;CONSOLE\nlogRotate=7\n", values, "warning",
+     "logTypes=FILE;CONSOLE names no output, so nothing is logged", "with a comma between"},
+    {"TypesHalfKnown", library + "logTypes=FILE,SCREEN\nlogRotate=7\n", values, "warning",
+     R"("SCREEN" is no output)", "with a comma between"},
+    {"LibraryMissing", rest, values, "failed", "p11File is missing or empty",
+     "keywarden init --p11 PATH"},
+    {"CommentBehindLibrary", "p11File={LIB} # the card\n" + rest, values, "warning",
+     "the # belongs to the path", "A comment needs a line of its own"},
+    {"TwoProblems", library + "logLevel=VERBOSE\n", values, "failed", "logRotate is missing",
+     "Add a line", "logLevel=VERBOSE is no level; INFO holds"},
+    {"CommentBehindLibraryFile", "p11File={LIB} # the card\n" + rest, "library-file", "failed",
+     "there is no file", "no comment either"},
+    {"LibraryFileMissing", "p11File=C:\\nowhere\\odd.dll\n" + rest, "library-file", "failed",
+     "there is no file C:\\nowhere\\odd.dll", "p11File must hold the full path"},
+    {"LogFolderUnderAFile",
+     library + "logTypes=FILE\nlogStore=~\\.norvanta-keywarden\\nvksprovider.conf\\logs\n"
+               "logRotate=7\n",
+     "log-folder", "failed", "is not there and cannot be made", "Choose another logStore"},
+    {"LogFolderNotFull", library + "logTypes=FILE\nlogStore=odd-logs\nlogRotate=7\n", "log-folder",
+     "warning", "is no full path", "Begin logStore with a drive"},
+};
+
+// For the names in GoogleTest's output.
+std::ostream& operator<<(std::ostream& stream, const BrokenConfiguration& broken)
+{
+    return stream << broken.name;
+}
+
+std::string nameOf(const testing::TestParamInfo<BrokenConfiguration>& info)
+{
+    return info.param.name;
+}
+
+std::string withLibrary(std::string content)
+{
+    const std::string mark = "{LIB}";
+    if (const size_t found = content.find(mark); found != std::string::npos)
+        content.replace(found, mark.size(), narrowPath(ScriptedToken::widePath()));
+    return content;
+}
+
+class CheckBrokenConfiguration : public testing::TestWithParam<BrokenConfiguration> {
+protected:
+    ToolProfile profile;
+};
+
+TEST_P(CheckBrokenConfiguration, IsNamedWithAdvice)
+{
+    const BrokenConfiguration& broken = GetParam();
+    profile.writeConfig(withLibrary(broken.content));
+    const Json document = profile.json({"check"}, 1);
+    const Json step = stepOf(document, broken.step);
+    ASSERT_FALSE(step.is_null()) << document.dump(1);
+    EXPECT_EQ(step["outcome"], broken.outcome) << step;
+    EXPECT_NE(step["text"].get<std::string>().find(broken.text), std::string::npos) << step;
+    EXPECT_NE(step["advice"].get<std::string>().find(broken.advice), std::string::npos) << step;
+    if (broken.detail != nullptr) {
+        ASSERT_FALSE(step["details"].empty()) << step;
+        EXPECT_EQ(step["details"][0].get<std::string>().find(broken.detail), 0U) << step;
+    }
+    // Nothing was written but by this test.
+    EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
+}
+
+INSTANTIATE_TEST_SUITE_P(All, CheckBrokenConfiguration, testing::ValuesIn(brokenConfigurations),
+                         nameOf);
+
+class CheckConfiguration : public testing::Test {
+protected:
+    ToolProfile profile;
+};
+
+TEST_F(CheckConfiguration, SaysThatThereIsNoFile)
+{
+    const Json document = profile.json({"check"}, 1);
+    const Json step = stepOf(document, "configuration-file");
+    EXPECT_EQ(step["outcome"], "failed");
+    EXPECT_NE(step["text"].get<std::string>().find("there is no "), std::string::npos);
+    EXPECT_EQ(step["advice"], "\"keywarden init\" writes one.");
+    EXPECT_EQ(stepOf(document, "log-folder")["outcome"], "skipped");
+    EXPECT_EQ(stepOf(document, "library-file")["outcome"], "skipped");
+    EXPECT_EQ(stepOf(document, "slots")["outcome"], "skipped");
+    EXPECT_EQ(stepOf(document, "certificates")["outcome"], "skipped");
+    EXPECT_EQ(entryNames(profile.path()), std::vector<std::string>{});
+}
+
+TEST_F(CheckConfiguration, TakesAGoodFileAndLeavesNothingBehind)
+{
+    profile.writeConfig("# remark\n\n" + goodConfig(ScriptedToken::widePath()));
+    // The token is without a certificate.
+    const Json document = profile.json({"check"}, 1);
+    for (const char* name :
+         {"configuration-file", lines, values, "log-folder", "library-file", "library-architecture",
+          "library-dependencies", "library-loads", "function-list", "slots", "chosen-slot", "pin"})
+        EXPECT_EQ(stepOf(document, name)["outcome"], "ok") << stepOf(document, name);
+    EXPECT_EQ(document["failed"], 1);
+    EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
+}
+
+TEST_F(CheckConfiguration, LeavesALogFolderThatIsThere)
+{
+    profile.writeConfig(goodConfig(ScriptedToken::widePath()));
+    writeFile(profile.folder() / "logs" / "mine.log", "kept\n");
+    const Json document = profile.json({"check"}, 1);
+    EXPECT_EQ(stepOf(document, "log-folder")["outcome"], "ok");
+    EXPECT_EQ(entryNames(profile.folder() / "logs"), std::vector<std::string>{"mine.log"});
+}
+
+TEST_F(CheckConfiguration, SaysWhenNoLogIsWritten)
+{
+    profile.writeConfig("p11File=C:\\odd.dll\nlogTypes=\nlogStore=~\\l\nlogRotate=7\n");
+    const Json document = profile.json({"check"}, 1);
+    EXPECT_EQ(stepOf(document, "log-folder")["outcome"], "ok");
+    EXPECT_NE(stepOf(document, "log-folder")["text"].get<std::string>().find("no log files"),
+              std::string::npos);
+}
+
+}  // namespace
+
+}  // namespace NV::test

@@ -1,0 +1,298 @@
+// keywarden init: the file that it writes, what it refuses, and how it asks.
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "config.h"
+#include "config_apply.h"
+#include "configuration.h"
+#include "failure.h"
+#include "tool_program.h"
+
+namespace NV::test {
+
+namespace {
+
+bool contains(const std::string& text, const std::string& part)
+{
+    return text.find(part) != std::string::npos;
+}
+
+class Init : public testing::Test {
+protected:
+    Init() : library(narrowPath(tokens.path() / "odd.dll"))
+    {
+        writeFile(tokens.path() / "odd.dll", "stands for a library");
+    }
+
+    std::string written() const { return readFile(profile.configFile()); }
+
+    // The file through the module's own parser, which keeps what other tests have read before.
+    std::string value(const std::string& key) const
+    {
+        Config::instance().load(narrowPath(profile.configFile()));
+        return Config::instance().get(key);
+    }
+
+    // The configuration's folder holds nothing, or is not there.
+    void expectNothingWritten() const
+    {
+        EXPECT_FALSE(exists(profile.folder()) && !entryNames(profile.folder()).empty());
+    }
+
+    TemporaryFolder tokens;
+    std::string library;
+    ToolProfile profile;
+};
+
+TEST_F(Init, WritesAFileThatTheModuleReads)
+{
+    const ChildResult result = profile.run({"init", "--p11", library});
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    EXPECT_TRUE(contains(result.output, "Written: " + narrowPath(profile.configFile())))
+        << result.output;
+    EXPECT_TRUE(contains(result.output, "keywarden check")) << result.output;
+    EXPECT_EQ(value("p11File"), library);
+    EXPECT_EQ(value("logLevel"), "INFO");
+    EXPECT_EQ(value("logTypes"), "FILE");
+    EXPECT_EQ(value("logStore"), "~\\.norvanta-keywarden\\logs");
+    EXPECT_EQ(parseLogRotate(value("logRotate"), 0), 7);
+    EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
+}
+
+TEST_F(Init, ExplainsEachKeyAboveIt)
+{
+    profile.run({"init", "--p11", library});
+    const std::string text = written();
+    EXPECT_EQ(text.find('\r'), std::string::npos);
+    EXPECT_TRUE(text.ends_with('\n'));
+    std::vector<std::string> keys;
+    std::string before;
+    for (size_t begin = 0; begin < text.size();) {
+        const size_t end = text.find('\n', begin);
+        const std::string line = text.substr(begin, end - begin);
+        begin = end + 1;
+        if (!line.empty() && line.front() != '#') {
+            keys.push_back(line.substr(0, line.find('=')));
+            EXPECT_TRUE(before.starts_with("# ")) << line;
+        }
+        before = line;
+    }
+    EXPECT_EQ(keys, (std::vector<std::string>{"p11File", "logLevel", "logTypes", "logStore",
+                                              "logRotate"}));
+}
+
+TEST_F(Init, NeverOverwritesUnlessForced)
+{
+    profile.writeConfig("mine\n");
+    ChildResult result = profile.run({"init", "--p11", library});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "is there already")) << result.output;
+    EXPECT_TRUE(contains(result.output, "--force replaces it")) << result.output;
+    EXPECT_EQ(written(), "mine\n");
+
+    result = profile.run({"init", "--p11", library, "--force"});
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    EXPECT_EQ(value("p11File"), library);
+    EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
+}
+
+TEST_F(Init, TakesFolderAndLevel)
+{
+    const ChildResult result = profile.run(
+        {"init", "--p11", library, "--log-dir", "C:\\Odd Logs", "--log-level", "trace"});
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    EXPECT_EQ(value("logStore"), "C:\\Odd Logs");
+    EXPECT_EQ(value("logLevel"), "TRACE");
+}
+
+// The module looks both up in processes of any working folder.
+TEST_F(Init, MakesPathsFull)
+{
+    const auto old = std::filesystem::current_path();
+    current_path(tokens.path());
+    const ChildResult result = profile.run({"init", "--p11", "odd.dll", "--log-dir", "logs"});
+    current_path(old);
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    EXPECT_EQ(value("p11File"), library);
+    EXPECT_EQ(value("logStore"), narrowPath(tokens.path() / "logs"));
+}
+
+TEST_F(Init, TellsWhatItWroteAsJson)
+{
+    const Json document = profile.json({"init", "--p11", library}, 0);
+    EXPECT_EQ(document["file"], narrowPath(profile.configFile()));
+    EXPECT_EQ(document["p11File"], library);
+    EXPECT_EQ(document["logStore"], "~\\.norvanta-keywarden\\logs");
+    EXPECT_EQ(document["logLevel"], "INFO");
+}
+
+TEST_F(Init, RefusesALibraryThatIsNotThere)
+{
+    const ChildResult result = profile.run({"init", "--p11", "C:\\nowhere\\odd.dll"});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "there is no file C:\\nowhere\\odd.dll")) << result.output;
+    expectNothingWritten();
+}
+
+TEST_F(Init, RefusesALibraryOutsideAscii)
+{
+    const auto odd = tokens.path() / L"t\u00f6ken.dll";
+    writeFile(odd, "stands for a library");
+    const ChildResult result = profile.run({"init", "--p11", narrowPath(odd)});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "the library's path has characters outside ASCII"))
+        << result.output;
+    EXPECT_TRUE(contains(result.output, "Copy the library to a folder with a plain name"))
+        << result.output;
+    expectNothingWritten();
+}
+
+TEST_F(Init, RefusesAFolderWithATildeInside)
+{
+    const ChildResult result = profile.run({"init", "--p11", library, "--log-dir", "C:\\ODDLOG~1"});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "stands for the user's profile")) << result.output;
+    expectNothingWritten();
+}
+
+TEST_F(Init, LeavesNothingBehindWhenTheFileCannotBeReplaced)
+{
+    // A folder stands in the file's place.
+    create_directories(profile.configFile());
+    const ChildResult result = profile.run({"init", "--p11", library, "--force"});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "cannot be replaced: ")) << result.output;
+    EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
+    EXPECT_TRUE(is_directory(profile.configFile()));
+}
+
+TEST_F(Init, SaysWhenTheFolderCannotBeMade)
+{
+    writeFile(profile.folder(), "a file in the folder's place");
+    const ChildResult result = profile.run({"init", "--p11", library});
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "cannot be ")) << result.output;
+    EXPECT_EQ(readFile(profile.folder()), "a file in the folder's place");
+}
+
+// Two products where their vendors install them; a process cannot be told of other places, since
+// the system sets these variables itself.
+class InitAsks : public Init {
+protected:
+    InitAsks()
+    {
+        for (const wchar_t* product : {L"OpenSC Project", L"Yubico"}) {
+            if (exists(programs / product))
+                throw std::runtime_error("this machine has the products that the test puts there");
+        }
+        writeFile(programs / opensc, "stands for OpenSC");
+        writeFile(programs / yubico, "stands for Yubico");
+        writeFile(programs / "OpenSC Project/OpenSC/other.dll", "not one of them");
+    }
+    ~InitAsks() override { removeProducts(); }
+
+    void removeProducts() const
+    {
+        remove_all(programs / "OpenSC Project");
+        remove_all(programs / "Yubico");
+    }
+
+    static ChildOptions answering(const std::string& answer) { return {.input = answer}; }
+
+    const std::filesystem::path programs = _wgetenv(L"ProgramFiles");
+    const std::filesystem::path opensc = "OpenSC Project/OpenSC/pkcs11/opensc-pkcs11.dll";
+    const std::filesystem::path yubico = "Yubico/Yubico PIV Tool/bin/libykcs11.dll";
+};
+
+TEST_F(InitAsks, WhichLibrary)
+{
+    const ChildResult result = profile.run({"init"}, answering("2\n"));
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    EXPECT_TRUE(contains(result.output, "  1  OpenSC  ")) << result.output;
+    EXPECT_TRUE(contains(result.output, "  2  Yubico PIV Tool  ")) << result.output;
+    EXPECT_TRUE(contains(result.output, "Which one (1 to 2)?")) << result.output;
+    EXPECT_EQ(value("p11File"), narrowPath((programs / yubico).make_preferred()));
+}
+
+TEST_F(InitAsks, AndTakesALineWithCarriageReturn)
+{
+    const ChildResult result = profile.run({"init"}, answering(" 1 \r\n"));
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    EXPECT_EQ(value("p11File"), narrowPath((programs / opensc).make_preferred()));
+}
+
+TEST_F(InitAsks, AndWritesNothingAfterAWrongAnswer)
+{
+    for (const char* answer :
+         {"3\n", "0\n", "-1\n", "yes\n", "\n", "", "1x\n", "99999999999999999999999\n"}) {
+        const ChildResult result = profile.run({"init"}, answering(answer));
+        EXPECT_EQ(result.exitCode, 1U) << answer;
+        EXPECT_TRUE(contains(result.output, "is none of them; nothing was written"))
+            << answer << result.output;
+        expectNothingWritten();
+    }
+}
+
+TEST_F(InitAsks, ButNotForJson)
+{
+    const Json document = profile.json({"init"}, 1, answering("1\n"));
+    EXPECT_EQ(document["error"], "--json does not ask");
+    expectNothingWritten();
+}
+
+TEST_F(InitAsks, NothingWhenThereIsAFile)
+{
+    profile.writeConfig("mine\n");
+    const ChildResult result = profile.run({"init"}, answering("1\n"));
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_FALSE(contains(result.output, "Which one")) << result.output;
+    EXPECT_EQ(written(), "mine\n");
+}
+
+TEST_F(InitAsks, NothingWhenThereIsNone)
+{
+    removeProducts();
+    const ChildResult result = profile.run({"init"}, answering("1\n"));
+    EXPECT_EQ(result.exitCode, 1U);
+    EXPECT_TRUE(contains(result.output, "no PKCS#11 library was found in the usual places"))
+        << result.output;
+    EXPECT_TRUE(contains(result.output, "--p11 PATH")) << result.output;
+    expectNothingWritten();
+}
+
+TEST(ConfigurationText, RefusesValuesThatWouldNotComeBack)
+{
+    for (const char* path : {"C:\\odd\n.dll", "C:\\odd.dll ", " C:\\odd.dll", "C:\\odd\r.dll",
+                             "C:\\t\xC3\xB6ken.dll"}) {
+        tool::NewConfiguration configuration;
+        configuration.p11File = path;
+        EXPECT_THROW(tool::configurationText(configuration), tool::Failure) << path;
+    }
+    tool::NewConfiguration configuration;
+    configuration.p11File = "C:\\odd.dll";
+    configuration.logStore = "C:\\\xE6\x97\xA5";  // not in this code page
+    EXPECT_THROW(tool::configurationText(configuration), tool::Failure);
+}
+
+// The log's folder is read as text of the code page, whatever the rest of the file is.
+TEST(ConfigurationText, WritesTheLogFolderInTheCodePage)
+{
+    tool::NewConfiguration configuration;
+    configuration.p11File = "C:\\odd.dll";
+    configuration.logStore = "C:\\L\xC3\xB6gs";
+    const TemporaryFolder folder;
+    const auto file = folder.path() / "odd.conf";
+    tool::writeConfiguration(file, tool::configurationText(configuration));
+    Config::instance().load(narrowPath(file));
+    EXPECT_EQ(Config::instance().get("logStore"), narrowPath(L"C:\\L\u00f6gs"));
+    EXPECT_EQ(entryNames(folder.path()), std::vector<std::string>{"odd.conf"});
+}
+
+}  // namespace
+
+}  // namespace NV::test

@@ -1,0 +1,392 @@
+// Putting operations together from lines, and counting them.
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "log_operation.h"
+#include "log_record.h"
+#include "log_report.h"
+#include "log_text.h"
+#include "tool_program.h"
+
+namespace NV::test {
+
+namespace {
+
+using tool::Operation;
+using tool::OperationReader;
+
+std::vector<Operation> operationsOf(const std::string& text, size_t* foreign = nullptr)
+{
+    OperationReader reader;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        reader.addLine(line);
+    if (foreign != nullptr)
+        *foreign = reader.foreignLines();
+    return reader.finish();
+}
+
+// "C_Login CKR_OK" a call.
+std::vector<std::string> callsOf(const Operation& operation)
+{
+    std::vector<std::string> calls;
+    for (const tool::TokenCall& call : operation.calls)
+        calls.push_back(call.name + " " + call.result);
+    return calls;
+}
+
+using Texts = std::vector<std::string>;
+
+TEST(LogOperation, HasStatusTimeAndPlace)
+{
+    const auto operations = operationsOf(LogText()
+                                             .operation("OpenKey", "0.250")
+                                             .operation("SignHash", "1.500", "0x8009002d")
+                                             .text());
+    ASSERT_EQ(operations.size(), 2U);
+    EXPECT_EQ(operations[0].name, "OpenKey");
+    EXPECT_EQ(operations[0].time, "2026-03-04 17:00:00.000");
+    EXPECT_EQ(operations[0].process, "04312");
+    EXPECT_EQ(operations[0].thread, "1a2b3c4d");
+    EXPECT_EQ(operations[0].line, 1U);
+    EXPECT_EQ(operations[0].elapsed, 0.25);
+    EXPECT_TRUE(operations[0].finished);
+    EXPECT_FALSE(operations[0].failed());
+    EXPECT_EQ(operations[1].line, 4U);
+    EXPECT_EQ(operations[1].status, 0x8009002DU);
+    EXPECT_TRUE(operations[1].failed());
+}
+
+TEST(LogOperation, EndOfAnEnumerationIsNoFailure)
+{
+    const auto operations =
+        operationsOf(LogText().operation("EnumKeys", "0.1", "0x8009002a").text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_FALSE(operations[0].failed());
+}
+
+TEST(LogOperation, HasItsCallsWithResults)
+{
+    const auto operations = operationsOf(LogText()
+                                             .enter("SignHash")
+                                             .call("C_Initialize", "00000000(CKR_OK)", "2.250")
+                                             .endedCall("C_SignInit")
+                                             .call("C_Sign", "80000123(UNKNOWN)")
+                                             .call("C_Logout", "80000124")
+                                             .leave("SignHash", "10.0")
+                                             .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(callsOf(operations[0]),
+              (Texts{"C_Initialize CKR_OK", "C_SignInit ", "C_Sign UNKNOWN", "C_Logout 80000124"}));
+    EXPECT_EQ(operations[0].calls[0].elapsed, 2.25);
+    EXPECT_EQ(operations[0].calls[0].begun - operations[0].begun, 100);
+    EXPECT_FALSE(operations[0].calls[0].failed());
+    EXPECT_FALSE(operations[0].calls[1].failed());
+    EXPECT_TRUE(operations[0].calls[3].failed());
+}
+
+// The discovery's form, whose times are those of the records.
+TEST(LogOperation, HasTheCallsOfTheDiscovery)
+{
+    const auto operations = operationsOf(
+        LogText()
+            .trace("NV::ProviderManager::OpenProvider", "ENTER")
+            .trace("NV::Provider::Provider", "ENTER")
+            .trace("NV::Provider::Provider", "LEAVE")
+            .trace("NV::Provider::init", "ENTER")
+            .trace("NV::P11Module::init", "Call C_Finalize():START")
+            .trace("NV::P11Module::init",
+                   "Call C_Finalize():END RV=00000190(CKR_CRYPTOKI_NOT_INITIALIZED)")
+            .trace("NV::P11Module::init", "Call C_GetInfo():START")
+            .trace("NV::P11Module::init", "Call C_GetInfo():END RV=00000030(CKR_DEVICE_ERROR)")
+            .trace("NV::Provider::init", "RESULT=0, ELAPSED:3.000(ms)")
+            .trace("NV::Provider::init", "LEAVE")
+            .trace("NV::ProviderManager::OpenProvider", "STATUS=0x8009002d, ELAPSED:4.000(ms)")
+            .trace("NV::ProviderManager::OpenProvider", "LEAVE")
+            .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(operations[0].name, "OpenProvider");
+    EXPECT_EQ(callsOf(operations[0]),
+              (Texts{"C_Finalize CKR_CRYPTOKI_NOT_INITIALIZED", "C_GetInfo CKR_DEVICE_ERROR"}));
+    EXPECT_FALSE(operations[0].calls[0].failed());
+    EXPECT_TRUE(operations[0].calls[1].failed());
+    EXPECT_EQ(operations[0].calls[1].elapsed, 100);
+}
+
+TEST(LogOperation, TakesAResultFromTheErrorBehindTheCall)
+{
+    const auto operations = operationsOf(
+        LogText()
+            .enter("SignHash")
+            .endedCall("C_Login")
+            .record("ERR", "NV::P11RSAKeyObject::sign",
+                    "Failed to login the token (000000a0(CKR_PIN_INCORRECT))")
+            .endedCall("C_CloseSession")
+            .record("ERR", "NV::Provider::SignHash", "no result here (at all)")
+            .call("C_Finalize", "00000000(CKR_OK)")
+            .record("ERR", "NV::Provider::SignHash", "late (00000005(CKR_GENERAL_ERROR))")
+            .leave("SignHash", "9.0", "0x8009002d")
+            .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(callsOf(operations[0]),
+              (Texts{"C_Login CKR_PIN_INCORRECT", "C_CloseSession ", "C_Finalize CKR_OK"}));
+    EXPECT_TRUE(operations[0].calls[0].failed());
+    ASSERT_EQ(operations[0].errors.size(), 3U);
+}
+
+TEST(LogOperation, TakesAResultFromItsOwnRecord)
+{
+    const auto operations = operationsOf(
+        LogText()
+            .enter("SignHash")
+            .endedCall("C_Login")
+            .record("INF", "NVEnterPIN", "CALL C_Login(): RETURN CODE:000000a4(CKR_PIN_LOCKED)")
+            .leave("SignHash", "9.0", "0x8009002d")
+            .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(callsOf(operations[0]), Texts{"C_Login CKR_PIN_LOCKED"});
+}
+
+TEST(LogOperation, HasTheDialogsTime)
+{
+    const auto operations = operationsOf(LogText()
+                                             .enter("SignHash")
+                                             .trace("NV::Provider::enterPIN", "ENTER")
+                                             .trace("NV::PINDialog::open", "ENTER")
+                                             .trace("NV::PINDialog::proc", "something")
+                                             .trace("NV::PINDialog::open", "LEAVE")
+                                             .trace("NV::Provider::enterPIN", "LEAVE")
+                                             .endedCall("C_Login")
+                                             .leave("SignHash", "900.0")
+                                             .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(callsOf(operations[0]), (Texts{"PIN dialog ", "C_Login "}));
+    EXPECT_EQ(operations[0].calls[0].elapsed, 200);
+}
+
+TEST(LogOperation, UnfinishedHasTheCallThatDidNotReturn)
+{
+    const auto operations = operationsOf(LogText()
+                                             .enter("SignHash")
+                                             .trace("NV::Provider::enterPIN", "ENTER")
+                                             .endedCall("C_Login")
+                                             .start("C_Sign")
+                                             .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_FALSE(operations[0].finished);
+    EXPECT_EQ(operations[0].name, "SignHash");
+    EXPECT_EQ(callsOf(operations[0]), (Texts{"C_Login ", "C_Sign no return"}));
+    EXPECT_TRUE(operations[0].calls[1].failed());
+}
+
+// What an exception leaves is over with the thread's next operation.
+TEST(LogOperation, UnfinishedDoesNotSwallowWhatFollows)
+{
+    const auto operations = operationsOf(LogText()
+                                             .enter("SignHash")
+                                             .endedCall("C_Login")
+                                             .enter("OpenKey")
+                                             .endedCall("C_GetInfo")
+                                             .leave("OpenKey", "0.1")
+                                             .operation("FreeKey", "0.2")
+                                             .text());
+    ASSERT_EQ(operations.size(), 3U);
+    EXPECT_FALSE(operations[0].finished);
+    EXPECT_EQ(callsOf(operations[0]), Texts{"C_Login "});
+    EXPECT_EQ(operations[1].name, "OpenKey");
+    EXPECT_EQ(callsOf(operations[1]), Texts{"C_GetInfo "});
+    EXPECT_EQ(operations[2].name, "FreeKey");
+    EXPECT_TRUE(operations[2].calls.empty());
+}
+
+TEST(LogOperation, HasTheCallThatThrew)
+{
+    const auto operations =
+        operationsOf(LogText()
+                         .enter("SignHash")
+                         .start("C_Sign")
+                         .record("ERR", "NV::Pkcs11::C_Sign", "Caught Exception")
+                         .endedCall("C_Logout")
+                         .leave("SignHash", "2.0", "0x8009002d")
+                         .text());
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(callsOf(operations[0]), (Texts{"C_Sign exception", "C_Logout "}));
+}
+
+TEST(LogOperation, ThreadsAndProcessesAreApart)
+{
+    LogText log;
+    log.as("1", "0000000a").enter("SignHash").start("C_Sign");
+    log.as("1", "0000000b").enter("OpenKey");
+    log.as("2", "0000000a").enter("Decrypt").endedCall("C_Decrypt");
+    log.as("1", "0000000a").trace("NV::Pkcs11::C_Sign", "CALL C_Sign(): END [7.000 msec]");
+    log.as("1", "0000000b").endedCall("C_GetInfo").leave("OpenKey", "5.0");
+    log.as("2", "0000000a").leave("Decrypt", "6.0", "0x80090027");
+    log.as("1", "0000000a").leave("SignHash", "8.0");
+    const auto operations = operationsOf(log.text());
+    ASSERT_EQ(operations.size(), 3U);
+    EXPECT_EQ(operations[0].name, "SignHash");
+    EXPECT_EQ(callsOf(operations[0]), Texts{"C_Sign "});
+    EXPECT_EQ(operations[0].calls[0].elapsed, 7.0);
+    EXPECT_EQ(operations[1].name, "OpenKey");
+    EXPECT_EQ(operations[1].thread, "0000000b");
+    EXPECT_EQ(callsOf(operations[1]), Texts{"C_GetInfo "});
+    EXPECT_EQ(operations[2].process, "2");
+    EXPECT_TRUE(operations[2].failed());
+}
+
+TEST(LogOperation, BrokenAndForeignLinesAreCounted)
+{
+    size_t foreign = 0;
+    LogText log;
+    log.raw("").raw("   \r").raw("somebody else's line").raw("2026-03-04 17:05:09.042");
+    log.raw("2026-03-04 17:05:09.042 TRC").raw("2026-03-04 17:05:09.042 XYZ [1,0000000a] x");
+    log.raw("2026-03-04 17:05:09.042 TRC [x,0000000a] x");
+    log.raw("2026-03-04 17:05:09.042 TRC [1,0a] x").raw(std::string("\0\xFF\x80", 3));
+    log.operation("OpenKey", "1.0");
+    const auto operations = operationsOf(log.text(), &foreign);
+    EXPECT_EQ(foreign, 7U);
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_EQ(operations[0].line, 10U);
+}
+
+TEST(LogOperation, CarriageReturnsDoNoHarm)
+{
+    std::string text = LogText().operation("OpenKey", "1.0").text();
+    for (size_t at = 0; (at = text.find('\n', at)) != std::string::npos; at += 2)
+        text.insert(at, "\r");
+    const auto operations = operationsOf(text);
+    ASSERT_EQ(operations.size(), 1U);
+    EXPECT_TRUE(operations[0].finished);
+}
+
+TEST(LogFigures, MedianNearestRankAndMaximum)
+{
+    LogText log;
+    for (int i = 20; i >= 1; --i)
+        log.operation("SignHash", std::to_string(i), i % 5 == 0 ? "0x80090027" : "0x0");
+    for (const char* time : {"30", "10", "20"})
+        log.operation("OpenKey", time);
+    log.enter("Decrypt");  // never finished
+    const auto figures = tool::figuresOf(operationsOf(log.text()));
+    ASSERT_EQ(figures.size(), 2U);
+    EXPECT_EQ(figures[0].name, "OpenKey");
+    EXPECT_EQ(figures[0].count, 3U);
+    EXPECT_EQ(figures[0].median, 20);
+    EXPECT_EQ(figures[0].percentile95, 30);
+    EXPECT_EQ(figures[1].name, "SignHash");
+    EXPECT_EQ(figures[1].count, 20U);
+    EXPECT_EQ(figures[1].failures, 4U);
+    EXPECT_EQ(figures[1].median, 10.5);
+    EXPECT_EQ(figures[1].percentile95, 19);
+    EXPECT_EQ(figures[1].maximum, 20);
+}
+
+TEST(LogFigures, TakeNoTimeFromWhatIsNone)
+{
+    LogText log;
+    for (const char* time : {"nan", "inf", "-5", "1e999", "odd", "", "3"})
+        log.operation("SignHash", time);
+    const auto figures = tool::figuresOf(operationsOf(log.text()));
+    ASSERT_EQ(figures.size(), 1U);
+    EXPECT_EQ(figures[0].count, 7U);
+    EXPECT_EQ(figures[0].median, 0);
+    EXPECT_EQ(figures[0].maximum, 3);
+}
+
+TEST(LogCalls, NeighboursShareALine)
+{
+    const auto lines = tool::describe(
+        {{"C_Sign", "", 0, 1.5}, {"C_Sign", "", 0, 2.5}, {"C_Login", "CKR_PIN_LOCKED", 0, 1}});
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[0].text, "     4.000 ms  C_Sign (2 calls)");
+    EXPECT_FALSE(lines[0].failed);
+    EXPECT_EQ(lines[1].text, "     1.000 ms  C_Login  CKR_PIN_LOCKED");
+    EXPECT_TRUE(lines[1].failed);
+}
+
+TEST(LogSecrets, AreNotShown)
+{
+    const std::string hex = "C35A17E18D";
+    for (const char* form :
+         {"Agreed SharedSecret(5 bytes)=[", "Retrieved SharedSecret(5 bytes)=[",
+          "KDFInputData(5 bytes)=[", "HMAC_KEY(5 bytes)=[", "Derived Key(5 bytes): ["}) {
+        for (const char* before : {"", "Failed after "}) {
+            const std::string shown = tool::withoutSecrets(before + (form + hex) + "], ");
+            EXPECT_EQ(shown, before + std::string(form).substr(0, std::string(form).size() - 1) +
+                                 "(not shown)");
+        }
+    }
+    EXPECT_EQ(tool::withoutSecrets("Entered Pin=odd-PIN-7391[12bytes]"), "Entered Pin=(not shown)");
+    EXPECT_EQ(tool::withoutSecrets("Entered Pin is 12 bytes"), "Entered Pin is 12 bytes");
+    EXPECT_EQ(tool::withoutSecrets("Not Found key [x]"), "Not Found key [x]");
+}
+
+// Any bytes are taken; the cuts of a log, its lines in another order, and odd bytes in it.
+TEST(LogFuzz, NothingBreaksTheReader)
+{
+    LogText log;
+    log.enter("SignHash")
+        .trace("NV::PINDialog::open", "ENTER")
+        .trace("NV::PINDialog::open", "LEAVE");
+    log.call("C_Initialize", "00000000(CKR_OK)").endedCall("C_Login");
+    log.record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a0(CKR_PIN_INCORRECT))");
+    log.leave("SignHash", "12.500", "0x8009002d").enter("OpenKey").start("C_GetInfo");
+    log.trace("NV::P11Module::init", "Call C_GetSlotList():START");
+    log.trace("NV::P11Module::init", "Call C_GetSlotList():END RV=00000000(CKR_OK)");
+    const std::string& whole = log.text();
+    for (size_t cut = 0; cut <= whole.size(); ++cut) {
+        operationsOf(whole.substr(0, cut));
+        operationsOf(whole.substr(cut));
+    }
+    std::mt19937 random(7391);
+    constexpr std::string_view odd("\0\n\r[](),:=<\"'\xFF\x80 9-", 19);
+    for (int round = 0; round < 3000; ++round) {
+        std::string text = whole;
+        for (int i = 0; i < 6; ++i) {
+            const size_t at = random() % text.size();
+            if (random() % 3 == 0)
+                text.erase(at, random() % 40);
+            else
+                text[at] = odd[random() % odd.size()];
+            if (text.empty())
+                text = whole;
+        }
+        const auto operations = operationsOf(text);
+        tool::figuresOf(operations);
+        for (const Operation& operation : operations)
+            EXPECT_FALSE(tool::toJson(operation, false)
+                             .dump(-1, ' ', false, Json::error_handler_t::replace)
+                             .empty());
+        EXPECT_TRUE(tool::toHtml(operations, "odd", false).ends_with("</html>\n"));
+    }
+}
+
+TEST(LogHtml, EscapesWhatTheLogSays)
+{
+    const auto operations = operationsOf(
+        LogText()
+            .enter("SignHash")
+            .call("C_Sign", "00000005(CKR_<b>&\"'x)")
+            .record("ERR", "NV::Provider::SignHash", "<script>alert(\"1\")</script> & more")
+            .leave("SignHash", "2.0", "0x8009002d")
+            .text());
+    const std::string page = tool::toHtml(operations, "<odd> & \"log\"", false);
+    EXPECT_EQ(page.find("<script"), std::string::npos);
+    EXPECT_EQ(page.find("<b>&"), std::string::npos);
+    EXPECT_NE(page.find("&lt;script&gt;alert(&quot;1&quot;)&lt;/script&gt; &amp; more"),
+              std::string::npos);
+    EXPECT_NE(page.find("<title>&lt;odd&gt; &amp; &quot;log&quot;</title>"), std::string::npos);
+    // Nothing is fetched from anywhere.
+    EXPECT_EQ(page.find("http"), std::string::npos);
+    EXPECT_EQ(page.find("src="), std::string::npos);
+}
+
+}  // namespace
+
+}  // namespace NV::test

@@ -1,0 +1,83 @@
+// Lines of a trace log, made by hand. For the tests of keywarden log.
+
+#pragma once
+
+#include <cstdio>
+#include <string>
+
+namespace NV::test {
+
+// A log that grows line by line; each is a tenth of a second later than the one before.
+class LogText {
+public:
+    // The process and the thread that write what follows.
+    LogText& as(const std::string& process, const std::string& thread)
+    {
+        identity_ = process + "," + thread;
+        return *this;
+    }
+
+    LogText& record(const std::string& level, const std::string& function,
+                    const std::string& message)
+    {
+        char time[32];
+        std::snprintf(time, sizeof time, "2026-03-04 17:%02d:%02d.%d00", tenths_ / 600,
+                      tenths_ / 10 % 60, tenths_ % 10);
+        ++tenths_;
+        text_ += std::string(time) + " " + level + " [" + identity_ + "] " + function +
+                 "[odd.cpp:" + std::to_string(tenths_) + "]:" + message + "\n";
+        return *this;
+    }
+    LogText& trace(const std::string& function, const std::string& message)
+    {
+        return record("TRC", function, message);
+    }
+    LogText& enter(const std::string& operation)
+    {
+        return trace("NV::Provider::" + operation, "ENTER");
+    }
+    LogText& leave(const std::string& operation, const std::string& milliseconds,
+                   const std::string& status = "0x0")
+    {
+        const std::string function = "NV::Provider::" + operation;
+        trace(function, "STATUS=" + status + ", ELAPSED:" + milliseconds + "(ms)");
+        return trace(function, "LEAVE");
+    }
+    // A whole operation.
+    LogText& operation(const std::string& name, const std::string& milliseconds,
+                       const std::string& status = "0x0")
+    {
+        return enter(name).leave(name, milliseconds, status);
+    }
+    // A call of the library in the two forms of its outcome.
+    LogText& call(const std::string& name, const std::string& result,
+                  const std::string& milliseconds = "1.500")
+    {
+        start(name);
+        return trace("NV::Pkcs11::" + name, "CALL " + name + "(): Result = " + result +
+                                                ", Elapsed [" + milliseconds + " msec]");
+    }
+    LogText& endedCall(const std::string& name, const std::string& milliseconds = "1.500")
+    {
+        start(name);
+        return trace("NV::Pkcs11::" + name, "CALL " + name + "(): END [" + milliseconds + " msec]");
+    }
+    LogText& start(const std::string& name)
+    {
+        return trace("NV::Pkcs11::" + name, "CALL " + name + "(): START");
+    }
+    LogText& raw(const std::string& line)
+    {
+        text_ += line + "\n";
+        return *this;
+    }
+
+    const std::string& text() const { return text_; }
+
+private:
+    std::string text_;
+    std::string identity_ = "04312,1a2b3c4d";
+    int tenths_ = 0;
+};
+
+}  // namespace NV::test

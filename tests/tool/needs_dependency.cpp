@@ -1,0 +1,8 @@
+// needs_dependency.dll: does not load without odd_dependency.dll, and is no PKCS#11 library with it.
+
+extern "C" __declspec(dllimport) int oddDependency();
+
+extern "C" __declspec(dllexport) int oddNeed()
+{
+    return oddDependency();
+}
