@@ -6,13 +6,12 @@
 #include <utility>
 
 #include "failure.h"
+#include "registration.h"
 #include "text.h"
 
 namespace NV::tool {
 
 namespace {
-
-constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
 
 struct StoreCloser {
     void operator()(void* store) const { CertCloseStore(store, 0); }
@@ -56,7 +55,7 @@ std::vector<StoredCertificate> certificatesInMy()
 Certificate publishedCertificate(const std::wstring& keyName)
 {
     for (StoredCertificate& entry : certificatesInMy()) {
-        if (entry.provider == providerName && entry.container == keyName)
+        if (entry.provider == registeredProvider && entry.container == keyName)
             return std::move(entry.certificate);
     }
     return nullptr;

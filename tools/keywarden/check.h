@@ -15,6 +15,8 @@
 
 namespace NV::tool {
 
+struct CngSystem;
+
 enum class Outcome { ok, warning, failed, skipped };
 
 // One step of the list. Texts are UTF-8.
@@ -55,5 +57,9 @@ void checkLibrary(Findings& findings);        // library-file, library-architect
                                               // function-list
 void checkTokens(Findings& findings);         // slots, chosen-slot, pin
 void checkCertificates(Findings& findings);   // certificates, public-keys, published
+void checkSystem(Findings& findings);         // registered
+
+// The step of checkSystem, on a system that tests put in its place.
+void checkRegistration(Findings& findings, const CngSystem& system);
 
 }  // namespace NV::tool

@@ -10,13 +10,13 @@
 #include "failure.h"
 #include "p11text.h"
 #include "public_session.h"
+#include "registration.h"
 #include "text.h"
 
 namespace NV::tool {
 
 namespace {
 
-constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
 constexpr std::wstring_view rsaOid = L"1.2.840.113549.1.1.1";
 constexpr std::wstring_view ecOid = L"1.2.840.10045.2.1";
 
@@ -146,7 +146,7 @@ void judgePublication(Findings& findings, const std::vector<TokenCertificate>& c
         });
         if (same == stored.end())
             missing.push_back(nameOf(certificate));
-        else if (same->provider != providerName)
+        else if (same->provider != registeredProvider)
             foreign.push_back(nameOf(certificate) + ": \"" + toUtf8(same->provider) + "\"");
     }
     if (!foreign.empty())

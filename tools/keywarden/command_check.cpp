@@ -67,6 +67,7 @@ void check(Session& session)
     checkLibrary(findings);
     checkTokens(findings);
     checkCertificates(findings);
+    checkSystem(findings);
 
     Json document = {{"steps", Json::array()}, {"failed", count(findings, Outcome::failed)}};
     for (const Step& step : findings.steps) {

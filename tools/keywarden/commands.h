@@ -22,7 +22,8 @@ struct Session {
     Output out;
     // Go through the system's ncrypt.dll instead of the module's own operation table.
     bool cng = false;
-    // The module whose table is used; empty: nvksprovider.dll beside this program.
+    // The module whose table is used; empty: nvksprovider.dll beside this program, or the installed
+    // one when there is none.
     std::filesystem::path module;
 };
 
@@ -38,6 +39,9 @@ void addEncrypt(CLI::App& program, Session& session);
 void addDecrypt(CLI::App& program, Session& session);
 void addExport(CLI::App& program, Session& session);
 void addDerive(CLI::App& program, Session& session);
+void addRegister(CLI::App& program, Session& session);
+void addUnregister(CLI::App& program, Session& session);
+void addStatus(CLI::App& program, Session& session);
 void addLog(CLI::App& program, Session& session);
 
 // Adds --cng and --module, for the commands that work with keys.

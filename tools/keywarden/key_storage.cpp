@@ -7,6 +7,7 @@
 
 #include "commands.h"
 #include "failure.h"
+#include "registration.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -17,8 +18,6 @@ namespace {
 // its configuration is missing or wrong.
 constexpr DWORD refusedToAttach = 0x20474343;
 
-constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
-
 std::filesystem::path besideProgram(const wchar_t* name)
 {
     std::wstring path(MAX_PATH, L'\0');
@@ -28,6 +27,17 @@ std::filesystem::path besideProgram(const wchar_t* name)
         path.resize(path.size() * 2);
     path.resize(length);
     return std::filesystem::path(path).replace_filename(name);
+}
+
+// The DLL beside this program; where the product is installed, it is in the system's folder alone.
+std::filesystem::path defaultModule()
+{
+    const std::filesystem::path beside = besideProgram(registeredImage);
+    std::error_code error;
+    const std::filesystem::path installed = thisSystem().systemFolder / registeredImage;
+    return !std::filesystem::exists(beside, error) && std::filesystem::exists(installed, error)
+               ? installed
+               : beside;
 }
 
 // The table of the module itself. The module stays loaded until the program ends.
@@ -46,7 +56,7 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& fil
     if (getInterface == nullptr)
         throw Failure(toUtf8(file) + " is not a key storage provider");
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
-    getInterface(providerName, &table, 0);
+    getInterface(registeredProvider, &table, 0);
     return *table;
 }
 
@@ -134,12 +144,11 @@ void requireResult(bool given, const std::string& what)
 
 KeyStorage::KeyStorage(const Session& session)
     : table_(session.cng ? tableOfCng()
-                         : tableOfModule(session.module.empty() ? besideProgram(L"nvksprovider.dll")
-                                                                : session.module)),
+                         : tableOfModule(session.module.empty() ? defaultModule() : session.module)),
       advice_(session.cng ? "\"keywarden status\" says whether it is registered."
                           : "\"keywarden check\" finds the reason.")
 {
-    const SECURITY_STATUS status = table_.OpenProvider(&handle_, providerName, 0);
+    const SECURITY_STATUS status = table_.OpenProvider(&handle_, registeredProvider, 0);
     if (status != ERROR_SUCCESS)
         throw Failure("the provider does not open: " + statusText(status), advice_);
 }

@@ -25,7 +25,8 @@ void addModuleOptions(CLI::App& command, Session& session)
     command
         .add_option_function<std::string>(
             "--module", [&session](const std::string& path) { session.module = toPath(path); },
-            "The module to use; without it, nvksprovider.dll beside this program")
+            "The module to use; without it, nvksprovider.dll beside this program, else the "
+            "installed one")
         ->option_text("DLL")
         ->excludes(cng);
 }
@@ -43,6 +44,9 @@ void addCommands(CLI::App& program, Session& session)
     addDecrypt(program, session);
     addExport(program, session);
     addDerive(program, session);
+    addRegister(program, session);
+    addUnregister(program, session);
+    addStatus(program, session);
     addLog(program, session);
 }
 
