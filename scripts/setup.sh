@@ -30,12 +30,15 @@ packages=(
     googletest                  # test framework, as source
     libcli11-dev                # keywarden: arguments, header only
     nlohmann-json3-dev          # keywarden: --json, header only
-    jq                          # tests: judge of what --json prints
+    jq                          # release: the bill of materials; tests: judge of what --json prints
     p11-kit                     # tests: serves a token over a socket, as a remote one
     p11-kit-modules             # tests: the client of that socket, a PKCS#11 library
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
     clang                       # fuzzing: the compiler with libFuzzer
     libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries
+    nsis                        # release: the installer
+    zip                         # release: the archive
+    osslsigncode                # release: signs the programs, and verifies signatures in the test
     clang-format                # layout of the sources
     clang-tidy                  # lint
     cppcheck                    # lint

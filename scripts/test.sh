@@ -1,6 +1,7 @@
 #!/bin/bash
 # Everything that must hold before a change goes in: sets the machine up, checks the sources, builds
-# for Windows and for this machine, runs all tests, checks the DLL. Run by people and by CI.
+# for Windows and for this machine, runs all tests, checks the DLL and the installer. Run by people
+# and by CI.
 #   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
 #             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
 #             the heap, and those of threads and endurance with twenty times the rounds; each fuzz
@@ -186,6 +187,7 @@ main()
         checks "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
         checks "time lines" tests/tool/html_test.sh
         checks "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
+        checks "installer" tests/package/installer_test.sh
         checks "new user" tests/tool/new_user.sh
     fi
 }
