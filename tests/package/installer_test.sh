@@ -372,14 +372,12 @@ checkRemovedUserFiles()
         "$(cd "$configuration" && find . | LC_ALL=C sort)"
 }
 
-# A PATH that the installer's strings cannot hold, and one of the plain type.
+# longPath LENGTH
 longPath()
 {
-    local i text='C:\windows\system32'
-    for i in $(seq 60); do
-        text+=";C:\\Some folder of other programs $i"
-    done
-    echo "$text"
+    local text='C:\windows\system32;C:\Other programs\' filler
+    printf -v filler '%*s' "$(($1 - ${#text}))" ''
+    echo "$text${filler// /x}"
 }
 
 cleanUp()
@@ -441,12 +439,18 @@ check "uninstalled: files are as before" checkSameSnapshot files
 check "uninstalled: the registry is as before" checkSameSnapshot registry
 check "uninstalled: the user's files stay" checkUserFiles
 
-setPath REG_EXPAND_SZ "$(longPath)"
+# The installer's strings hold 1023 characters: the first PATH is too long by itself, the second with
+# the folder.
+setPath REG_EXPAND_SZ "$(longPath 2000)"
 pathBefore=$(machinePath)
 check "a long PATH: installs" install
 check "a long PATH: is left as it is" checkPath "$pathBefore"
+setPath REG_EXPAND_SZ "$(longPath 1000)"
+pathBefore=$(machinePath)
+check "a PATH without room: installs" install
+check "a PATH without room: is left as it is" checkPath "$pathBefore"
 check "a refused unregistration shows in the exit code" checkRefusedUnregistration
-check "a long PATH: is left by the uninstaller" checkPath "$pathBefore"
+check "a PATH without room: is left by the uninstaller" checkPath "$pathBefore"
 plainPath='C:\windows\system32;;C:\Tools' # with an empty entry, which stays as well
 setPath REG_SZ "$plainPath"
 check "a PATH of plain type: installs" install
