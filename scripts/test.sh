@@ -5,7 +5,8 @@
 #   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
 #             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
 #             the heap, and those of threads and endurance with twenty times the rounds; each fuzz
-#             target for two minutes instead of three seconds
+#             target for two minutes instead of three seconds; the installer and a new user's way from
+#             it to a verified signature
 #   -R REGEX  only the tests whose names match, without lint and release checks, for work in progress
 # The last line is "N passed, N failed". It counts the tests of both builds and the release checks; a
 # stage that fails (setup, lint, build) and a test that could not be run count as failures too. The
@@ -185,10 +186,13 @@ main()
 
     if [ -z "$matching" ]; then
         checks "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
-        checks "time lines" tests/tool/html_test.sh
         checks "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
-        checks "installer" tests/package/installer_test.sh
-        checks "new user" tests/tool/new_user.sh
+        checks "time lines" tests/tool/html_test.sh
+        checks "pages" tests/tool/pages_test.sh
+        if [ "$full" = yes ]; then
+            checks "installer" tests/package/installer_test.sh
+            checks "new user" tests/tool/new_user.sh
+        fi
     fi
 }
 

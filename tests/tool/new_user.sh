@@ -8,24 +8,30 @@ area=new-user
 . "$(dirname "$0")/support.sh"
 onOwnScreen "$@"
 
-release=$build/release/bin
 installed="$WINEPREFIX/drive_c/Program Files/Norvanta KeyWarden"
+module=$WINEPREFIX/drive_c/windows/system32/nvksprovider.dll
 
-# install, uninstall: what puts the product on the machine and takes it away.
+# The installer is made afresh: one that lies there may be of another state of the sources.
 install()
 {
-    buildRelease && mkdir -p "$installed" &&
-        cp "$release/keywarden.exe" "$release/nvksprovider.dll" "$installed"
+    "$root/scripts/package.sh" >"$work/package.log" 2>&1 || {
+        tail -n 5 "$work/package.log" >"$work/out"
+        return 1
+    }
+    timeout 120 wine "$build"/package/keywarden-*-setup.exe /S </dev/null >"$work/out" 2>&1
 }
 
+# The uninstaller goes on in a copy of itself, which the first process does not wait for.
 uninstall()
 {
-    rm -rf "$installed"
-}
-
-buildRelease()
-{
-    (cd "$root" && cmake --workflow --preset release) >"$work/release.log" 2>&1
+    local tries
+    timeout 120 wine "$installed/uninstall.exe" /S </dev/null >"$work/out" 2>&1 || return 1
+    for tries in $(seq 60); do
+        [ -e "$installed" ] || return 0
+        sleep 1
+    done
+    echo "still there after $tries s: $(ls "$installed")" >"$work/out"
+    return 1
 }
 
 # As the user runs it: no profile is named, so that it is the user's own.
@@ -48,7 +54,8 @@ ownFolder()
 prepare()
 {
     makeOwnPrefix && makeToken --small || return 1
-    rm -rf "$(ownFolder)" "$installed" "$work/letter.txt" "$work/letter.sig" "$work/key.pem"
+    rm -rf "$(ownFolder)" "$installed" "$module"
+    rm -f "$work/letter.txt" "$work/letter.sig" "$work/key.pem"
     echo "Dear reader" >"$work/letter.txt"
 }
 
@@ -76,5 +83,6 @@ holds "OpenSSL verifies" openssl dgst -sha256 -verify "$work/key.pem" \
 succeeds "log" keywarden log
 succeeds "uninstall" uninstall
 holds "uninstall leaves no program" test ! -e "$installed"
+holds "uninstall leaves no module" test ! -e "$module"
 holds "uninstall leaves the user's configuration" test -f "$(ownFolder)/nvksprovider.conf"
 finish

@@ -1,0 +1,67 @@
+#!/bin/bash
+# Runs the commands that the pages show, in the order in which they stand there: every line that begins
+# with "> keywarden" in a block marked "console". A page that shows a command which does not work is
+# found here. Commands that only a real Windows can run stand in blocks marked "windows", which are
+# left out; so that none hides there, their commands must be of the few that are known to need it.
+# Prints "ok NAME" or "FAIL NAME: reason" a command, then the counts.
+#   tests/tool/pages_test.sh
+set -euo pipefail
+area=pages
+. "$(dirname "$0")/support.sh"
+onOwnScreen "$@"
+
+needWindows='^(register|unregister|status|keys --cng)'
+
+pages()
+{
+    (cd "$root" && ls README.md SECURITY.md CONTRIBUTING.md docs/*.md)
+}
+
+# commandsIn PAGE KIND: the commands of the page's blocks of that kind, without "> keywarden ".
+commandsIn()
+{
+    awk -v kind="$2" '
+        /^```/ { inside = !inside && $0 == "```" kind; next }
+        inside && /^> keywarden / { sub(/^> keywarden /, ""); print }
+    ' "$root/$1"
+}
+
+# run COMMAND: as a person types it, in a folder that has the files which the pages speak of. The
+# library of the examples stands for the bridge to SoftHSM2.
+run()
+{
+    local arguments library
+    library=$(windowsPath "$windows/winelib/p11bridge.dll")
+    eval "arguments=(${1//\\/\\\\})"
+    for ((i = 1; i < ${#arguments[@]}; i++)); do
+        [ "${arguments[i - 1]}" != --p11 ] || arguments[i]=$library
+    done
+    case ${arguments[0]} in
+        sign | decrypt | derive) withPin "${arguments[@]}" ;;
+        *) keywarden "${arguments[@]}" ;;
+    esac
+}
+
+prepare()
+{
+    makeOwnPrefix && makeToken --small || return 1
+    rm -rf "$profile" "$work/files"
+    mkdir -p "$profile" "$work/files"
+    cd "$work/files"
+    echo "Dear reader" >letter.txt
+}
+
+prepare || {
+    bad "prepare" "see the files in $work"
+    finish
+    exit 1
+}
+for page in $(pages); do
+    while read -r command; do
+        succeeds "$page: keywarden $command" run "$command" </dev/null
+    done < <(commandsIn "$page" console)
+    while read -r command; do
+        holds "$page: keywarden $command (needs Windows)" grep -Eq "$needWindows" <<<"$command"
+    done < <(commandsIn "$page" windows)
+done
+finish
