@@ -243,7 +243,9 @@ void checkValues(Findings& findings)
         return;
     }
     // What keeps the module from working comes first.
-    std::ranges::stable_partition(problems, &ValueProblem::fatal);
+    std::stable_partition(problems.begin(), problems.end(), [](const ValueProblem& problem) {
+        return problem.fatal;
+    });
     const ValueProblem& first = problems.front();
     if (first.fatal)
         findings.fail("configuration-values", first.text, first.advice);
