@@ -243,9 +243,8 @@ void checkValues(Findings& findings)
         return;
     }
     // What keeps the module from working comes first.
-    std::stable_partition(problems.begin(), problems.end(), [](const ValueProblem& problem) {
-        return problem.fatal;
-    });
+    std::stable_partition(problems.begin(), problems.end(),
+                          [](const ValueProblem& problem) { return problem.fatal; });
     const ValueProblem& first = problems.front();
     if (first.fatal)
         findings.fail("configuration-values", first.text, first.advice);
@@ -260,8 +259,8 @@ DWORD tryToWriteInto(const std::filesystem::path& folder)
 {
     const std::filesystem::path probe =
         folder / (L"keywarden-check-" + std::to_wstring(GetCurrentProcessId()) + L".tmp");
-    const HANDLE file = CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                                    FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
+    HANDLE file = CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
+                              FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
     if (file == INVALID_HANDLE_VALUE)
         return GetLastError();
     CloseHandle(file);

@@ -88,6 +88,13 @@ std::string toAnsi(const std::string& key, const std::string& value)
     return ansi;
 }
 
+// In the ANSI code page, as the module takes it.
+std::string narrowProfile()
+{
+    const char* profile = std::getenv("USERPROFILE");
+    return profile != nullptr ? profile : "";
+}
+
 }  // namespace
 
 std::filesystem::path configurationFile()
@@ -101,7 +108,7 @@ std::filesystem::path configurationFile()
 void loadConfiguration()
 {
     configurationFile();  // says so when there is no USERPROFILE
-    const std::string profile = std::getenv("USERPROFILE");
+    const std::string profile = narrowProfile();
     try {
         // The narrow path is in the ANSI code page, as the module takes it.
         Config::instance().load(profile + "\\.norvanta-keywarden\\nvksprovider.conf");
@@ -112,8 +119,7 @@ void loadConfiguration()
 
 std::filesystem::path configuredLogFolder()
 {
-    const std::string folder =
-        expandLogStore(Config::instance().get("logStore"), std::getenv("USERPROFILE"));
+    const std::string folder = expandLogStore(Config::instance().get("logStore"), narrowProfile());
     if (folder.empty())
         throw Failure("the configuration names no folder for the log (logStore)");
     return {fromAnsi(folder)};
