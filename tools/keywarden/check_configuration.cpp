@@ -203,16 +203,15 @@ std::optional<ValueProblem> problemOfTypes(Config& config)
 {
     const std::string& value = config.get("logTypes");
     constexpr const char* advice = "Give FILE, CONSOLE, or both with a comma between them.";
+    const auto problem = [&](const std::string& text) {
+        return ValueProblem{false, "logTypes=" + value + text, advice};
+    };
     if (!value.empty() && parseLogTypes(value) == 0)
-        return ValueProblem{false, "logTypes=" + value + " names no output, so nothing is logged",
-                            advice};
+        return problem(" names no output, so nothing is logged");
     std::istringstream names(value);
     for (std::string name; std::getline(names, name, ',');) {
         if (parseLogTypes(name) == 0)
-            return ValueProblem{false,
-                                "logTypes=" + value + ": \"" + name +
-                                    "\" is no output and counts for nothing",
-                                advice};
+            return problem(": \"" + name + "\" is no output and counts for nothing");
     }
     return std::nullopt;
 }
