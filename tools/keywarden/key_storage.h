@@ -51,7 +51,7 @@ public:
     const KeyStorage& storage() const { return storage_; }
 
     // A text property without its terminator. Throws Failure when there is none.
-    std::wstring text(const wchar_t* property) const;
+    std::wstring text(const wchar_t* name) const;
 
     // "RSA" or "ECDSA", whatever the curve.
     bool isRsa() const;

@@ -70,7 +70,7 @@ std::string curveOid(const CRYPT_OBJID_BLOB& parameters)
 
 Bytes publicKeyOf(const CERT_CONTEXT& certificate)
 {
-    const Bytes der = encode(certificate.pCertInfo->SubjectPublicKeyInfo);
+    Bytes der = encode(certificate.pCertInfo->SubjectPublicKeyInfo);
     if (der.empty())
         throw Failure("the certificate's public key cannot be encoded");
     return der;

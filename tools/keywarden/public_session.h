@@ -25,8 +25,8 @@ public:
 
 private:
     Pkcs11& p11_;
-    CK_RV rv_ = CKR_OK;
-    bool initialised_ = false;
+    CK_RV rv_;
+    bool initialised_;
     bool open_ = false;
     CK_SESSION_HANDLE handle_ = 0;
 };
