@@ -11,8 +11,9 @@ namespace NV::test {
 
 namespace {
 
-const std::vector<std::string> commands = {"init",    "check",   "keys",   "sign",   "verify",
-                                           "encrypt", "decrypt", "export", "derive", "log"};
+const std::vector<std::string> commands = {"init",     "check",      "keys",   "sign",   "verify",
+                                           "encrypt",  "decrypt",    "export", "derive", "log",
+                                           "register", "unregister", "status"};
 
 bool contains(const std::string& text, const std::string& part)
 {

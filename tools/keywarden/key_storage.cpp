@@ -143,8 +143,9 @@ void requireResult(bool given, const std::string& what)
 }
 
 KeyStorage::KeyStorage(const Session& session)
-    : table_(session.cng ? tableOfCng()
-                         : tableOfModule(session.module.empty() ? defaultModule() : session.module)),
+    : table_(session.cng
+                 ? tableOfCng()
+                 : tableOfModule(session.module.empty() ? defaultModule() : session.module)),
       advice_(session.cng ? "\"keywarden status\" says whether it is registered."
                           : "\"keywarden check\" finds the reason.")
 {
