@@ -39,8 +39,10 @@ Bytes expiredCertificate()
 {
     Bytes der = certificateDer("p256");
     const Bytes utcTime{0x17, 0x0D};
-    const auto notBefore = std::ranges::search(der, utcTime);
-    const auto notAfter = std::search(notBefore.end(), der.end(), utcTime.begin(), utcTime.end());
+    const auto notBefore = std::search(der.begin(), der.end(), utcTime.begin(), utcTime.end());
+    if (notBefore == der.end())
+        throw std::runtime_error("no validity in the certificate");
+    const auto notAfter = std::search(notBefore + 1, der.end(), utcTime.begin(), utcTime.end());
     if (notAfter == der.end())
         throw std::runtime_error("no validity in the certificate");
     std::ranges::copy(std::string_view("200229"), notAfter + 2);

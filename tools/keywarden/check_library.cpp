@@ -1,6 +1,8 @@
 // Steps on the PKCS#11 library: the file, what it needs, loading, its function list.
 
 #include <algorithm>
+#include <memory>
+#include <type_traits>
 
 #include "check.h"
 #include "failure.h"
@@ -10,6 +12,11 @@
 namespace NV::tool {
 
 namespace {
+
+struct LibraryUnloader {
+    void operator()(HMODULE library) const { FreeLibrary(library); }
+};
+using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryUnloader>;
 
 std::string machineName(uint16_t machine)
 {
@@ -141,12 +148,12 @@ bool checkLoading(Findings& findings)
     P11Module module(findings.library);
     module.setRepairFunctionList(false);
     if (!module.load()) {
-        const HMODULE library = LoadLibraryW(toPath(findings.library).c_str());
+        const Library library(LoadLibraryW(toPath(findings.library).c_str()));
         const DWORD error = GetLastError();
         if (library == nullptr)
             findings.fail(name, "the system does not load it: " + errorText(error),
                           "See the library's own documentation for what it needs.");
-        else if (GetProcAddress(library, "C_GetFunctionList") == nullptr)
+        else if (GetProcAddress(library.get(), "C_GetFunctionList") == nullptr)
             findings.fail(name, "it has no C_GetFunctionList",
                           "This is no PKCS#11 library; p11File must name one.");
         else

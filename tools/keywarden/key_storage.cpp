@@ -43,7 +43,8 @@ std::filesystem::path defaultModule()
 // The table of the module itself. The module stays loaded until the program ends.
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& file)
 {
-    const HMODULE module = LoadLibraryW(file.c_str());
+    static HMODULE module = nullptr;
+    module = LoadLibraryW(file.c_str());
     if (module == nullptr) {
         const DWORD error = GetLastError();
         throw Failure(

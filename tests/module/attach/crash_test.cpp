@@ -34,8 +34,9 @@ struct Kept {
         token.addEcKeyPair({0x02, 0x56}, 32);
         module = std::make_unique<ProviderModule>();
         provider = std::make_unique<OpenedProvider>(*module);
-        key = provider->openKey(L"0256");
+        openKey();
     }
+    void openKey() { key = provider->openKey(L"0256"); }
     ~Kept()
     {
         const auto show = [](const char* what, SECURITY_STATUS status) {

@@ -35,12 +35,13 @@ Bytes certificateWithSerial(const std::string& name, uint32_t serial)
     Bytes der = certificateDer(name);
     // Version 3, then the INTEGER of the serial number.
     const Bytes before{0xA0, 0x03, 0x02, 0x01, 0x02, 0x02};
-    const auto found = std::ranges::search(der, before);
-    if (found.empty() || *found.end() < 8)
+    const auto found = std::search(der.begin(), der.end(), before.begin(), before.end());
+    const auto headSize = static_cast<ptrdiff_t>(before.size());
+    if (found == der.end() || found[headSize] < 8)
         throw std::runtime_error("no long serial number in " + name);
     const uint32_t words[] = {static_cast<uint32_t>(GetTickCount64() ^ GetCurrentProcessId()),
                               serial};
-    auto out = found.end() + 2;
+    auto out = found + headSize + 2;
     for (const uint32_t word : words) {
         for (int shift = 0; shift < 24; shift += 8)
             *out++ = static_cast<unsigned char>(word >> shift);
@@ -96,7 +97,7 @@ void ModuleTest::forget()
 LogLines ModuleTest::takeLines()
 {
     const LogLines all = withoutBanner(profile.log());
-    const LogLines fresh(all.begin() + static_cast<LogLines::difference_type>(taken_), all.end());
+    LogLines fresh(all.begin() + static_cast<LogLines::difference_type>(taken_), all.end());
     taken_ = all.size();
     return fresh;
 }

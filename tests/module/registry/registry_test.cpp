@@ -255,7 +255,8 @@ TEST_F(Registry, UnloadingDestroysTheProvidersThatAreStillOpen)
 
 NV_TEST_CHILD(endsWithAnOpenProvider)
 {
-    auto* module = new ProviderModule;  // not unloaded: the process's end is what is tested
+    // Not unloaded: the process's end is what is tested.
+    static auto* const module = new ProviderModule;
     NCRYPT_PROV_HANDLE handle = 0;
     return (*module)->OpenProvider(&handle, kProviderName, 0) == ERROR_SUCCESS ? 73 : 1;
 }
