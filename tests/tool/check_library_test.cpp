@@ -45,7 +45,7 @@ protected:
 
     std::filesystem::path write(const std::string& name, const std::string& content)
     {
-        const auto file = folder.path() / name;
+        auto file = folder.path() / name;
         writeFile(file, content);
         return file;
     }

@@ -54,7 +54,7 @@ protected:
     CheckToken() : types_(loggerSettings().types) { loggerSettings().types = 0; }
 
     // No step logs in, sets a PIN, or leaves the library in use.
-    ~CheckToken() override
+    void TearDown() override
     {
         findings = {};  // gives the library back, and would say so in the log
         for (const char* name : {"C_Login", "C_InitPIN", "C_SetPIN", "C_InitToken"})
@@ -339,7 +339,7 @@ private:
     template <typename Work>
     static void inStore(const Work& work)
     {
-        const HCERTSTORE store = CertOpenSystemStoreW(0, L"MY");
+        HCERTSTORE store = CertOpenSystemStoreW(0, L"MY");
         ASSERT_NE(store, nullptr);
         work(store);
         CertCloseStore(store, 0);

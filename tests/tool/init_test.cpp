@@ -194,7 +194,7 @@ protected:
         writeFile(programs / yubico, "stands for Yubico");
         writeFile(programs / "OpenSC Project/OpenSC/other.dll", "not one of them");
     }
-    ~InitAsks() override { removeProducts(); }
+    void TearDown() override { removeProducts(); }
 
     void removeProducts() const
     {

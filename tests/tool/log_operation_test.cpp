@@ -283,7 +283,7 @@ TEST(LogFigures, MedianNearestRankAndMaximum)
     EXPECT_EQ(figures[1].count, 20U);
     EXPECT_EQ(figures[1].failures, 4U);
     EXPECT_EQ(figures[1].median, 10.5);
-    EXPECT_EQ(figures[1].percentile95, 19);
+    EXPECT_EQ(figures[1].percentile95, 18);
     EXPECT_EQ(figures[1].maximum, 20);
 }
 
@@ -344,8 +344,8 @@ TEST(LogFuzz, NothingBreaksTheReader)
         operationsOf(whole.substr(0, cut));
         operationsOf(whole.substr(cut));
     }
-    std::mt19937 random(7391);
-    constexpr std::string_view odd("\0\n\r[](),:=<\"'\xFF\x80 9-", 19);
+    std::mt19937 random(7391);  // NOLINT(cert-msc51-cpp): a failure must come again
+    constexpr std::string_view odd("\0\n\r[](),:=<\"'\xFF\x80 9-", 18);
     for (int round = 0; round < 3000; ++round) {
         std::string text = whole;
         for (int i = 0; i < 6; ++i) {
