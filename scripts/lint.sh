@@ -3,8 +3,8 @@
 # files that changed. Run by people before they commit and by test.sh.
 #   --full  clang-tidy over all files
 #   --fix   only lays the files out anew, by clang-format
-# What counts as changed: everything since the branch left origin/main (on main itself: since the
-# last commit), and what is not committed. KEYWARDEN_LINT_BASE names another commit to compare with.
+# What counts as changed: the last commit, and what is not committed. KEYWARDEN_LINT_BASE names another
+# commit to compare with, for a branch of several.
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
@@ -80,14 +80,8 @@ checkCppcheck()
 # changedFiles: what clang-tidy looks at when not asked for everything; "*" if that cannot be told.
 changedFiles()
 {
-    local base=${KEYWARDEN_LINT_BASE:-} head
-    head=$(git rev-parse -q --verify HEAD 2>/dev/null || true)
-    if [ -z "$base" ]; then
-        base=$(git merge-base HEAD origin/main 2>/dev/null || true)
-        if [ -z "$base" ] || [ "$base" = "$head" ]; then
-            base=$(git rev-parse -q --verify HEAD~1 2>/dev/null || true)
-        fi
-    fi
+    local base=${KEYWARDEN_LINT_BASE:-}
+    [ -n "$base" ] || base=$(git rev-parse -q --verify HEAD~1 2>/dev/null || true)
     if [ -z "$base" ]; then
         echo '*'
         return 0
