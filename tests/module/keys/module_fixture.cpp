@@ -96,10 +96,11 @@ void ModuleTest::forget()
 
 LogLines ModuleTest::takeLines()
 {
-    const LogLines all = withoutBanner(profile.log());
-    LogLines fresh(all.begin() + static_cast<LogLines::difference_type>(taken_), all.end());
-    taken_ = all.size();
-    return fresh;
+    LogLines lines = withoutBanner(profile.log());
+    const size_t all = lines.size();
+    lines.erase(lines.begin(), lines.begin() + static_cast<LogLines::difference_type>(taken_));
+    taken_ = all;
+    return lines;
 }
 
 ServedKeysTest::ServedKeysTest(bool withLog)

@@ -67,10 +67,11 @@ protected:
     // The lines since the last call.
     LogLines takeLines()
     {
-        const LogLines all = withoutBanner(profile_.log());
-        LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
-        taken_ = all.size();
-        return fresh;
+        LogLines lines = withoutBanner(profile_.log());
+        const size_t all = lines.size();
+        lines.erase(lines.begin(), lines.begin() + static_cast<std::ptrdiff_t>(taken_));
+        taken_ = all;
+        return lines;
     }
 
     SECURITY_STATUS open(NCRYPT_PROV_HANDLE& handle, const wchar_t* name = kProviderName)
