@@ -9,27 +9,11 @@ usage="usage: tests/module/release_check.sh DLL..."
 root=$(cd "$(dirname "$0")/../.." && pwd)
 repro=$root/build/repro # of its own, made afresh by each run
 objdump=x86_64-w64-mingw32-objdump
-passed=0
-failed=0
+. "$root/tests/support/checks.sh"
 
 # Everything that the module may ask of a machine. ncrypt.dll is not here: it exports a
 # GetKeyStorageInterface too, and linking with it would hide ours.
 allowedImports="advapi32.dll bcrypt.dll comctl32.dll crypt32.dll kernel32.dll msvcrt.dll user32.dll"
-
-# check NAME COMMAND...: runs a check. It has passed if it says nothing and ends well; what it says is
-# the reason of the failure. A check that breaks half-way has not passed.
-check()
-{
-    local name=$1 reason
-    shift
-    if reason=$("$@") && [ -z "$reason" ]; then
-        passed=$((passed + 1))
-        echo "ok $name"
-    else
-        failed=$((failed + 1))
-        echo "FAIL $name: ${reason:-the check itself broke}"
-    fi
-}
 
 # oneLine: joins the lines of its input, for reasons.
 oneLine()

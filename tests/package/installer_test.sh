@@ -9,8 +9,7 @@ set -euo pipefail
 root=$(cd "$(dirname "$0")/../.." && pwd)
 work=$root/build/package-test # made afresh by each run
 package=$root/build/package
-passed=0
-failed=0
+. "$root/tests/support/checks.sh"
 
 [ "${1:-}" = --uninstall-on-this-screen ] || unset DISPLAY
 export WINEPREFIX=$work/wine WINEDEBUG=-all
@@ -24,21 +23,6 @@ system=$WINEPREFIX/drive_c/windows/system32
 startMenu="$WINEPREFIX/drive_c/ProgramData/Microsoft/Windows/Start Menu/Programs/$product"
 environmentKey='HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment'
 uninstallKey='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\NorvantaKeyWarden'
-
-# check NAME COMMAND...: runs a check. It has passed if it says nothing and ends well; what it says is
-# the reason of the failure. A check that breaks half-way has not passed.
-check()
-{
-    local name=$1 reason
-    shift
-    if reason=$("$@" 2>&1) && [ -z "$reason" ]; then
-        passed=$((passed + 1))
-        echo "ok $name"
-    else
-        failed=$((failed + 1))
-        echo "FAIL $name: ${reason:-the check itself broke}"
-    fi
-}
 
 # same WHAT EXPECTED FOUND
 same()

@@ -10,22 +10,7 @@ usage="usage: tests/tool/html_test.sh [--picture PNG]"
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 tool=$root/build/windows/bin/keywarden.exe
-passed=0
-failed=0
-
-# check NAME COMMAND...: has passed if it says nothing and ends well.
-check()
-{
-    local name=$1 reason
-    shift
-    if reason=$("$@") && [ -z "$reason" ]; then
-        passed=$((passed + 1))
-        echo "ok $name"
-    else
-        failed=$((failed + 1))
-        echo "FAIL $name: ${reason:-the check itself broke}"
-    fi
-}
+. "$root/tests/support/checks.sh"
 
 # browse ARGUMENTS...: with nothing of a person's own and nothing to fetch.
 browse()
