@@ -88,7 +88,7 @@ class Tree:
         listed = subprocess.run(["ninja", "-C", self.build, "-t", "targets", "all"], check=True,
                                 capture_output=True, text=True).stdout
         programs = re.findall(r"^([\w/-]+\.exe): ", listed, re.M)
-        return sorted(p for p in programs if not p.endswith("keywarden-demo.exe")
+        return sorted(p for p in programs if not p.endswith("keywarden.exe")
                       and p.startswith("bin/")) + ["certificate_fixtures"]
 
     def compile(self, targets):
