@@ -158,14 +158,14 @@ tidyAll()
 
 checkTidy()
 {
-    local sources source pattern preset windows=() host=() fuzz=() known status=0
+    local sources source pattern preset windows=() host=() fuzz=() bench=() known status=0
     if [ "$full" = yes ]; then
         mapfile -t sources < <(filesNamed '*.cpp')
     else
         sources=$(sourcesToTidy) || return 1
         mapfile -t sources < <(printf '%s' "$sources")
     fi
-    for preset in windows host fuzz; do
+    for preset in windows host fuzz bench; do
         cmake --preset "$preset" >"$build/configure-$preset.log" 2>&1 || {
             cat "$build/configure-$preset.log" >&2
             return 1
@@ -182,6 +182,9 @@ checkTidy()
         elif listed fuzz "$source"; then
             fuzz+=("$source")
             known=yes
+        elif listed bench "$source"; then
+            bench+=("$source")
+            known=yes
         fi
         for pattern in "${outsideDatabases[@]}"; do
             # shellcheck disable=SC2053 # it is a pattern
@@ -192,10 +195,11 @@ checkTidy()
             status=1
         fi
     done
-    say "clang-tidy: files of the builds: ${#windows[@]} windows, ${#host[@]} host, ${#fuzz[@]} fuzz"
+    say "clang-tidy: files of the builds: ${#windows[@]} windows, ${#host[@]} host, ${#fuzz[@]} fuzz, ${#bench[@]} bench"
     tidyAll windows "${windows[@]}" || status=1
     tidyAll host "${host[@]}" || status=1
     tidyAll fuzz "${fuzz[@]}" || status=1
+    tidyAll bench "${bench[@]}" || status=1
     return "$status"
 }
 

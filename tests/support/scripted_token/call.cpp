@@ -3,6 +3,7 @@
 #include "call.h"
 
 #include <stdexcept>
+#include <string_view>
 
 #include <windows.h>
 
@@ -19,7 +20,7 @@ bool actsOnBuffer(test::Fault fault)
 }
 
 // The faults that strike this call; those for a single call are used up by it.
-std::vector<PlannedFault> strike(const std::string& function, bool bufferGiven)
+std::vector<PlannedFault> strike(std::string_view function, bool bufferGiven)
 {
     std::vector<PlannedFault> striking;
     std::erase_if(journal().faults, [&](PlannedFault& planned) {
@@ -35,11 +36,13 @@ std::vector<PlannedFault> strike(const std::string& function, bool bufferGiven)
     return striking;
 }
 
-void record(const std::string& function, const Line& arguments)
+void record(std::string_view function, const Line& arguments)
 {
-    const std::string name = (throughList ? "list:" : "") + function;
     const uint32_t thread = GetCurrentThreadId();
-    journal().calls.push_back({name, name + "(" + arguments.str() + ")", thread});
+    if (recording()) {
+        const std::string name = std::string(throughList ? "list:" : "").append(function);
+        journal().calls.push_back({name, name + "(" + arguments.str() + ")", thread});
+    }
     // The function list may be fetched at any time: no state of the library hangs on it.
     if (token().initialised && journal().sequenceThread != thread &&
         function != "C_GetFunctionList")

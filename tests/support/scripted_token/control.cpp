@@ -18,6 +18,7 @@ void reset()
     const uint32_t inside = journal().inside;
     journal() = {};
     journal().inside = inside;
+    recording() = true;
 }
 
 uint32_t callCount()
@@ -60,6 +61,11 @@ void clearCalls()
 {
     const Guard guard{tokenMutex()};
     journal().calls.clear();
+}
+
+void setRecording(uint32_t on)
+{
+    recording() = on != 0;
 }
 
 uint32_t addFault(const char* function, test::Fault fault, uint32_t value, uint32_t nth)
@@ -187,6 +193,7 @@ constexpr test::ScriptedTokenControl kControl{
     .callName = callName,
     .callThread = callThread,
     .clearCalls = clearCalls,
+    .setRecording = setRecording,
     .addFault = addFault,
     .clearFaults = clearFaults,
     .setListMode = changeListMode,

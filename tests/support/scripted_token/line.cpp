@@ -81,6 +81,12 @@ std::string presence(Function callback)
 
 }  // namespace
 
+std::atomic<bool>& recording()
+{
+    static std::atomic<bool> on{true};
+    return on;
+}
+
 Line& Line::add(const char* name, const std::string& value)
 {
     if (!text_.empty())
@@ -91,21 +97,29 @@ Line& Line::add(const char* name, const std::string& value)
 
 Line& Line::hex(const char* name, CK_ULONG value)
 {
+    if (!wanted_)
+        return *this;
     return add(name, hexNumber(value));
 }
 
 Line& Line::decimal(const char* name, CK_ULONG value)
 {
+    if (!wanted_)
+        return *this;
     return add(name, std::to_string(value));
 }
 
 Line& Line::bytes(const char* name, const void* data, CK_ULONG length)
 {
+    if (!wanted_)
+        return *this;
     return add(name, hexBytes(data, length));
 }
 
 Line& Line::text(const char* name, const CK_UTF8CHAR* data, CK_ULONG length)
 {
+    if (!wanted_)
+        return *this;
     if (data == nullptr)
         return add(name, hexBytes(data, length));
     return add(name, std::string(data, data + length));
@@ -113,11 +127,15 @@ Line& Line::text(const char* name, const CK_UTF8CHAR* data, CK_ULONG length)
 
 Line& Line::pointer(const char* name, const void* value)
 {
+    if (!wanted_)
+        return *this;
     return add(name, presence(value));
 }
 
 Line& Line::room(const char* name, const void* buffer, const CK_ULONG* length)
 {
+    if (!wanted_)
+        return *this;
     // Without a buffer the length is output only, so what stands there is not looked at.
     if (buffer == nullptr)
         return add(name, "null");
@@ -126,6 +144,8 @@ Line& Line::room(const char* name, const void* buffer, const CK_ULONG* length)
 
 Line& Line::mechanism(const CK_MECHANISM* mechanism)
 {
+    if (!wanted_)
+        return *this;
     if (mechanism == nullptr)
         return add("mechanism", "null");
     hex("mechanism", mechanism->mechanism);
@@ -134,6 +154,8 @@ Line& Line::mechanism(const CK_MECHANISM* mechanism)
 
 Line& Line::attributes(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
+    if (!wanted_)
+        return *this;
     return add(name, templateText(attributes, count, [](const CK_ATTRIBUTE& each) {
                    return hexBytes(each.pValue, each.ulValueLen);
                }));
@@ -141,6 +163,8 @@ Line& Line::attributes(const char* name, const CK_ATTRIBUTE* attributes, CK_ULON
 
 Line& Line::wanted(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
+    if (!wanted_)
+        return *this;
     return add(name, templateText(attributes, count, [](const CK_ATTRIBUTE& each) {
                    return each.pValue == nullptr ? std::string("null")
                                                  : inBrackets("room", each.ulValueLen);
@@ -149,6 +173,8 @@ Line& Line::wanted(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG co
 
 Line& Line::initArguments(const CK_C_INITIALIZE_ARGS* arguments)
 {
+    if (!wanted_)
+        return *this;
     if (arguments == nullptr)
         return add("initArgs", "null");
     return add("initArgs", "{CreateMutex=" + presence(arguments->CreateMutex) +

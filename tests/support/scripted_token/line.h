@@ -1,13 +1,18 @@
 // Renders a call's arguments as one line of text, in the form that tests compare literally.
-// Used by the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms.
+// Used by the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms. A line
+// stays empty while calls are not recorded.
 
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "cryptoki.h"
 
 namespace NV::scripted {
+
+// Whether calls are recorded; see ScriptedToken::setRecording.
+std::atomic<bool>& recording();
 
 class Line {
 public:
@@ -32,6 +37,7 @@ public:
 private:
     Line& add(const char* name, const std::string& value);
 
+    bool wanted_ = recording();
     std::string text_;
 };
 

@@ -159,6 +159,11 @@ void ScriptedToken::clearCalls()
     control_->clearCalls();
 }
 
+void ScriptedToken::setRecording(bool on)
+{
+    control_->setRecording(on ? 1 : 0);
+}
+
 void ScriptedToken::addFault(const std::string& function, Fault fault, uint32_t value, uint32_t nth)
 {
     if (control_->addFault(function.c_str(), fault, value, nth) == 0)

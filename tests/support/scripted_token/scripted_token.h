@@ -60,6 +60,9 @@ public:
     std::vector<std::string> calls(const std::string& name) const;  // only those of this name
     std::vector<uint32_t> callThreads() const;                      // the threads' identifiers
     void clearCalls();
+    // Off: calls are neither recorded nor put into words, so that each costs next to nothing. Faults
+    // strike and orders of calls are judged all the same.
+    void setRecording(bool on);
 
     // Faults: on the nth call from now, counted from 1, or on every call (0). They add up; a
     // fault for a single call is used up by it. An unknown name throws std::invalid_argument.

@@ -99,6 +99,24 @@ TEST_F(ScriptedTokenTest, RecordsCallsInOrderWithTheirArguments)
     EXPECT_TRUE(token.calls().empty());
 }
 
+TEST_F(ScriptedTokenTest, RecordsNothingWhileItIsSwitchedOffButFaultsStrike)
+{
+    token.setRecording(false);
+    token.fail("C_GetSlotList", CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(CKR_OK, p11.C_Initialize(nullptr));
+    CK_ULONG count = 0;
+    EXPECT_EQ(CKR_DEVICE_ERROR, p11.C_GetSlotList(CK_TRUE, nullptr, &count));
+    EXPECT_TRUE(token.calls().empty());
+    token.setRecording(true);
+    EXPECT_EQ(CKR_OK, p11.C_Finalize(nullptr));
+    EXPECT_EQ(Strings{"C_Finalize(reserved=null)"}, token.calls());
+    token.setRecording(false);
+    token.reset();
+    EXPECT_EQ(CKR_OK, p11.C_Initialize(nullptr));
+    EXPECT_EQ(Strings{"C_Initialize(initArgs=null)"}, token.calls());
+    p11.C_Finalize(nullptr);
+}
+
 TEST_F(ScriptedTokenTest, RecordsMechanismParametersByContent)
 {
     const CK_SESSION_HANDLE session = openSession();

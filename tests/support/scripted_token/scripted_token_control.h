@@ -58,6 +58,8 @@ struct ScriptedTokenControl {
     uint32_t (*callName)(uint32_t index, char* text, uint32_t capacity);
     uint32_t (*callThread)(uint32_t index);
     void (*clearCalls)();
+    // Off: calls are neither recorded nor rendered. On after a reset.
+    void (*setRecording)(uint32_t on);
 
     // `nth` counts from 1, the next call; 0 means every call. 0 is returned for an unknown name.
     uint32_t (*addFault)(const char* function, Fault fault, uint32_t value, uint32_t nth);

@@ -37,6 +37,12 @@ Bytes valueOf(const CK_ATTRIBUTE& attribute)
     return Bytes(bytes, bytes + attribute.ulValueLen);
 }
 
+bool equals(const Bytes& value, const CK_ATTRIBUTE& attribute)
+{
+    const auto* bytes = static_cast<const CK_BYTE*>(attribute.pValue);
+    return std::ranges::equal(value, std::span(bytes, bytes != nullptr ? attribute.ulValueLen : 0));
+}
+
 Bytes numberBytes(CK_ULONG value)
 {
     Bytes bytes(sizeof(value));
@@ -235,7 +241,7 @@ std::vector<CK_OBJECT_HANDLE> Token::search(const Session& session,
         const Object& candidate = entry.second;
         const auto matches = [&candidate](const CK_ATTRIBUTE& attribute) {
             const Bytes* value = candidate.find(attribute.type);
-            return value != nullptr && *value == valueOf(attribute);
+            return value != nullptr && equals(*value, attribute);
         };
         if (candidate.slot == session.slot && visible(candidate) &&
             std::ranges::all_of(wanted, matches))

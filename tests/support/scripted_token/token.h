@@ -116,6 +116,7 @@ std::mutex& tokenMutex();
 Token& token();
 
 Bytes valueOf(const CK_ATTRIBUTE& attribute);
+bool equals(const Bytes& value, const CK_ATTRIBUTE& attribute);
 Object objectFrom(const CK_ATTRIBUTE* attributes, CK_ULONG count);
 Bytes numberBytes(CK_ULONG value);
 

@@ -1,0 +1,1 @@
+# Of the portable parts, optimised, on this machine.

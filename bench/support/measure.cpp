@@ -1,0 +1,88 @@
+// Batches in turn, their medians and quartiles.
+
+#include "measure.h"
+
+#include <algorithm>
+#include <vector>
+
+namespace NV::bench {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double nanosecondsARun(const Batch& batch, size_t runs)
+{
+    const Clock::time_point start = Clock::now();
+    batch(runs);
+    const std::chrono::duration<double, std::nano> elapsed = Clock::now() - start;
+    return elapsed.count() / static_cast<double>(runs);
+}
+
+// As many runs as fill the time; what is run to find out serves as the warm-up.
+size_t runsFor(const Batch& batch, std::chrono::nanoseconds time)
+{
+    const auto wanted = static_cast<double>(time.count());
+    for (size_t runs = 1;; runs *= 4) {
+        const double each = nanosecondsARun(batch, runs);
+        if (each * static_cast<double>(runs) >= wanted / 4)
+            return std::max<size_t>(1, static_cast<size_t>(wanted / std::max(each, 0.1)));
+    }
+}
+
+double quantile(const std::vector<double>& sorted, double part)
+{
+    const double place = part * static_cast<double>(sorted.size() - 1);
+    const auto below = static_cast<size_t>(place);
+    const size_t above = std::min(below + 1, sorted.size() - 1);
+    return sorted[below] + (place - static_cast<double>(below)) * (sorted[above] - sorted[below]);
+}
+
+Figure figureOf(std::vector<double> values)
+{
+    std::ranges::sort(values);
+    return {quantile(values, 0.5), quantile(values, 0.25), quantile(values, 0.75)};
+}
+
+}  // namespace
+
+Comparison compare(const Batch& subject, const Batch& reference, const Plan& plan)
+{
+    const size_t runs = std::min(runsFor(subject, plan.batch), runsFor(reference, plan.batch));
+    std::vector<double> subjects;
+    std::vector<double> references;
+    std::vector<double> ratios;
+    std::vector<double> differences;
+    for (size_t pair = 0; pair < plan.pairs; ++pair) {
+        double a = 0;
+        double b = 0;
+        if (pair % 2 == 0) {
+            a = nanosecondsARun(subject, runs);
+            b = nanosecondsARun(reference, runs);
+        } else {
+            b = nanosecondsARun(reference, runs);
+            a = nanosecondsARun(subject, runs);
+        }
+        subjects.push_back(a);
+        references.push_back(b);
+        ratios.push_back(a / b);
+        differences.push_back(a - b);
+    }
+    return {figureOf(std::move(subjects)),
+            figureOf(std::move(references)),
+            figureOf(std::move(ratios)),
+            figureOf(std::move(differences)),
+            plan.pairs,
+            runs};
+}
+
+Figure measure(const Batch& work, const Plan& plan)
+{
+    const size_t runs = runsFor(work, plan.batch);
+    std::vector<double> values;
+    for (size_t i = 0; i < plan.pairs; ++i)
+        values.push_back(nanosecondsARun(work, runs));
+    return figureOf(std::move(values));
+}
+
+}  // namespace NV::bench

@@ -1,0 +1,62 @@
+// Times two pieces of work in turn, so that what the machine does meanwhile falls on both, and tells
+// their ratio. Portable; used by every benchmark.
+
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <utility>
+
+namespace NV::bench {
+
+// A median and the quartiles around it.
+struct Figure {
+    double median = 0;
+    double low = 0;
+    double high = 0;
+};
+
+// Two works, A and B. Times are nanoseconds a run.
+struct Comparison {
+    Figure subject;     // A
+    Figure reference;   // B
+    Figure ratio;       // A / B of each pair of batches
+    Figure difference;  // A - B of each pair of batches
+    size_t pairs = 0;
+    size_t runsInBatch = 0;
+};
+
+// How long a measurement takes: a batch is as many runs as fill the time, at least one.
+struct Plan {
+    size_t pairs = 41;
+    std::chrono::nanoseconds batch = std::chrono::milliseconds(20);
+};
+
+// Does the work so many times in a row.
+using Batch = std::function<void(size_t runs)>;
+
+// The loop is inside, so that a run of a few nanoseconds is not drowned in calls.
+template <typename Work>
+Batch repeated(Work work)
+{
+    return [work = std::move(work)](size_t runs) mutable {
+        for (size_t i = 0; i < runs; ++i)
+            work();
+    };
+}
+
+// Batches A B, B A, A B, ... after one of each that is not counted.
+Comparison compare(const Batch& subject, const Batch& reference, const Plan& plan);
+
+// One work alone, in nanoseconds a run; for figures that stand against none.
+Figure measure(const Batch& work, const Plan& plan);
+
+// The compiler must take the value to be looked at, and may not leave out what made it.
+template <typename Value>
+void keep(const Value& value)
+{
+    asm volatile("" : : "r"(&value) : "memory");
+}
+
+}  // namespace NV::bench

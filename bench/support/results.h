@@ -1,0 +1,76 @@
+// What the benchmarks found out, a row a figure, as JSON for scripts/bench.sh; and the main function
+// that they share. Portable.
+
+#pragma once
+
+#include <limits>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "measure.h"
+
+namespace NV::bench {
+
+// The figure that a measure is to reach, if it is to reach one.
+struct Reach {
+    enum class Rule { report, atMost, atLeast };
+    Rule rule = Rule::report;
+    double limit = 0;
+};
+
+inline constexpr Reach report{};
+
+constexpr Reach atMost(double limit)
+{
+    return {Reach::Rule::atMost, limit};
+}
+
+constexpr Reach atLeast(double limit)
+{
+    return {Reach::Rule::atLeast, limit};
+}
+
+// What was measured: "operations on SoftHSM2", "RSA sign", "the same calls, bare".
+struct Measure {
+    std::string group;
+    std::string name;
+    std::string against;
+    // The place on the curve, where the measure is one: bytes, keys, certificates, threads.
+    std::optional<double> size = {};
+};
+
+class Results {
+public:
+    // The ratio of a comparison, with the two times.
+    void ratio(const Measure& measure, const Comparison& comparison, Reach reach);
+    // The speed as a ratio: how many times as fast as the reference the subject is.
+    void speed(const Measure& measure, const Comparison& comparison, Reach reach);
+    // What the subject takes longer than the reference, in microseconds.
+    void added(const Measure& measure, const Comparison& comparison, Reach reach);
+    // Any other figure, with its unit: "us", "bytes", "calls".
+    void value(const Measure& measure, const Figure& figure, const std::string& unit, Reach reach);
+
+    // Writes the rows as a JSON array. Throws std::runtime_error when the file cannot be written.
+    void write(const std::string& file) const;
+
+private:
+    struct Row {
+        Measure measure;
+        Figure figure;
+        std::string unit;
+        Reach reach;
+        std::optional<Comparison> comparison;
+    };
+
+    void add(Row row);
+
+    std::vector<Row> rows_;
+};
+
+// The course of a benchmark program: "NAME RESULTS.json [--quick]". Quick figures say only that the
+// program works. Exit status 1, and what was wrong on standard error, when it does not; a figure that
+// misses its reach is no error.
+int runBenchmark(int argc, char** argv, void (*benchmark)(Results& results, const Plan& plan));
+
+}  // namespace NV::bench
