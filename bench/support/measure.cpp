@@ -46,22 +46,23 @@ Figure figureOf(std::vector<double> values)
 
 }  // namespace
 
-Comparison compare(const Batch& subject, const Batch& reference, const Plan& plan)
+Comparison compareTimed(const TimedRun& subject, const TimedRun& reference, size_t pairs)
 {
-    const size_t runs = std::min(runsFor(subject, plan.batch), runsFor(reference, plan.batch));
+    subject();
+    reference();
     std::vector<double> subjects;
     std::vector<double> references;
     std::vector<double> ratios;
     std::vector<double> differences;
-    for (size_t pair = 0; pair < plan.pairs; ++pair) {
+    for (size_t pair = 0; pair < pairs; ++pair) {
         double a = 0;
         double b = 0;
         if (pair % 2 == 0) {
-            a = nanosecondsARun(subject, runs);
-            b = nanosecondsARun(reference, runs);
+            a = subject();
+            b = reference();
         } else {
-            b = nanosecondsARun(reference, runs);
-            a = nanosecondsARun(subject, runs);
+            b = reference();
+            a = subject();
         }
         subjects.push_back(a);
         references.push_back(b);
@@ -72,8 +73,18 @@ Comparison compare(const Batch& subject, const Batch& reference, const Plan& pla
             figureOf(std::move(references)),
             figureOf(std::move(ratios)),
             figureOf(std::move(differences)),
-            plan.pairs,
-            runs};
+            pairs,
+            1};
+}
+
+Comparison compare(const Batch& subject, const Batch& reference, const Plan& plan)
+{
+    const size_t runs = std::min(runsFor(subject, plan.batch), runsFor(reference, plan.batch));
+    Comparison comparison =
+        compareTimed([&] { return nanosecondsARun(subject, runs); },
+                     [&] { return nanosecondsARun(reference, runs); }, plan.pairs);
+    comparison.runsInBatch = runs;
+    return comparison;
 }
 
 Figure measure(const Batch& work, const Plan& plan)

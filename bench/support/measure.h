@@ -46,8 +46,13 @@ Batch repeated(Work work)
     };
 }
 
-// Batches A B, B A, A B, ... after one of each that is not counted.
+// A run that times itself, for work with parts that do not count: nanoseconds.
+using TimedRun = std::function<double()>;
+
+// Batches A B, B A, A B, ... after some of each that are not counted.
 Comparison compare(const Batch& subject, const Batch& reference, const Plan& plan);
+// The same with single runs in the place of batches.
+Comparison compareTimed(const TimedRun& subject, const TimedRun& reference, size_t pairs);
 
 // One work alone, in nanoseconds a run; for figures that stand against none.
 Figure measure(const Batch& work, const Plan& plan);

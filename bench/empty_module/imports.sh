@@ -1,0 +1,14 @@
+#!/bin/sh
+# Writes an assembler source that refers to every function which a DLL imports, so that whatever is
+# linked with it imports the same:
+#   imports.sh OBJDUMP DLL SOURCE
+set -eu
+"$1" -p "$2" | awk '
+    /^\tDLL Name:/ { inside = 1; next }
+    inside && /^\t[0-9a-f]+[ \t]+[0-9]+ / { print "\t.quad __imp_" $3 }
+    inside && /^$/ { inside = 0 }
+    BEGIN { print "\t.section .rdata,\"dr\"\n\t.globl importedByTheModule\nimportedByTheModule:" }
+' >"$3.new"
+# No import found would make an empty comparison.
+grep -q __imp_ "$3.new"
+mv "$3.new" "$3"

@@ -1,0 +1,210 @@
+// The operations, both ways.
+
+#include "operations.h"
+
+#include <stdexcept>
+
+namespace NV::bench {
+
+namespace {
+
+// CNG and PKCS#11 take input by pointers to non-const.
+PBYTE in(const Bytes& bytes)
+{
+    return const_cast<PBYTE>(bytes.data());
+}
+
+DWORD sizeOf(const Bytes& bytes)
+{
+    return static_cast<DWORD>(bytes.size());
+}
+
+Bytes idOf(const wchar_t* name)
+{
+    const std::wstring wide = name;
+    return hexDecode(std::string(wide.begin(), wide.end()));
+}
+
+Bytes countedBytes(size_t size)
+{
+    Bytes bytes(size);
+    for (size_t i = 0; i < size; ++i)
+        bytes[i] = static_cast<unsigned char>(0xA0 + i);
+    return bytes;
+}
+
+}  // namespace
+
+std::span<const Operations::Row> Operations::rows()
+{
+    static constexpr Row all[] = {
+        {"RSA-2048 sign", &Operations::rsaSign, &Operations::rsaSignBare},
+        {"RSA-2048 verify", &Operations::rsaVerify, &Operations::rsaVerifyBare},
+        {"RSA-2048 encrypt", &Operations::rsaEncrypt, &Operations::rsaEncryptBare},
+        {"RSA-2048 decrypt", &Operations::rsaDecrypt, &Operations::rsaDecryptBare},
+        {"ECDSA P-256 sign", &Operations::ecSign, &Operations::ecSignBare},
+        {"ECDSA P-256 verify", &Operations::ecVerify, &Operations::ecVerifyBare},
+        {"ECDH P-256 agreement and derivation", &Operations::deriveKey, &Operations::deriveKeyBare},
+    };
+    return all;
+}
+
+Operations::Operations(const LinkedModule& module, const OpenProvider& provider, BareToken& bare,
+                       const wchar_t* rsaName, const wchar_t* ecName)
+    : module_(module), provider_(provider.handle()), bare_(bare), rsa_(provider.openKey(rsaName)),
+      ec_(provider.openKey(ecName)), rsaId_(idOf(rsaName)), ecId_(idOf(ecName)),
+      hash_(countedBytes(32)), digestInfo_(hexDecode("3031300D060960864801650304020105000420"))
+{
+    digestInfo_.insert(digestInfo_.end(), hash_.begin(), hash_.end());
+    importPeer();
+    expectSameResults();
+}
+
+Operations::~Operations()
+{
+    for (const NCRYPT_KEY_HANDLE key : {rsa_, ec_, peer_})
+        module_->FreeKey(provider_, key);
+}
+
+// The key's own public key serves as the peer's.
+void Operations::importPeer()
+{
+    Bytes blob(sizeof(BCRYPT_ECCKEY_BLOB) + 64);
+    DWORD length = 0;
+    expectSuccess(module_->ExportKey(provider_, ec_, 0, BCRYPT_ECCPUBLIC_BLOB, nullptr, blob.data(),
+                                     sizeOf(blob), &length, 0),
+                  "ExportKey");
+    reinterpret_cast<BCRYPT_ECCKEY_BLOB*>(blob.data())->dwMagic = BCRYPT_ECDH_PUBLIC_P256_MAGIC;
+    expectSuccess(module_->ImportKey(provider_, 0, BCRYPT_ECCPUBLIC_BLOB, nullptr, &peer_,
+                                     blob.data(), length, 0),
+                  "ImportKey");
+    peerPoint_ = {0x04};
+    peerPoint_.insert(peerPoint_.end(), blob.begin() + sizeof(BCRYPT_ECCKEY_BLOB), blob.end());
+}
+
+// ECDSA signatures and ciphertexts differ each time; the other way round must take them.
+void Operations::expectSameResults()
+{
+    rsaSign();
+    rsaSignBare();
+    ecSign();
+    ecSignBare();
+    rsaEncrypt();
+    rsaEncryptBare();
+    std::swap(module_wrote_.ecSignature, bare_wrote_.ecSignature);
+    std::swap(module_wrote_.cipher, bare_wrote_.cipher);
+    for (const Row& row : rows()) {
+        (this->*row.throughModule)();
+        (this->*row.bare)();
+    }
+    if (module_wrote_.rsaSignature != bare_wrote_.rsaSignature ||
+        module_wrote_.plain != bare_wrote_.plain || module_wrote_.derived != bare_wrote_.derived)
+        throw std::runtime_error("the module's results are not those of the bare calls");
+}
+
+SECURITY_STATUS Operations::sign(NCRYPT_KEY_HANDLE key, void* padding, DWORD flags,
+                                 const Bytes& hash, Bytes& signature)
+{
+    DWORD length = 0;
+    return module_->SignHash(provider_, key, padding, in(hash), sizeOf(hash), signature.data(),
+                             sizeOf(signature), &length, flags);
+}
+
+SECURITY_STATUS Operations::verify(NCRYPT_KEY_HANDLE key, const Bytes& hash, const Bytes& signature)
+{
+    return module_->VerifySignature(provider_, key, nullptr, in(hash), sizeOf(hash), in(signature),
+                                    sizeOf(signature), 0);
+}
+
+void Operations::rsaSign()
+{
+    BCRYPT_PKCS1_PADDING_INFO padding{BCRYPT_SHA256_ALGORITHM};
+    expectSuccess(sign(rsa_, &padding, BCRYPT_PAD_PKCS1, hash_, module_wrote_.rsaSignature),
+                  "SignHash");
+}
+
+void Operations::rsaSignBare()
+{
+    bare_.sign(CKK_RSA, rsaId_, digestInfo_, bare_wrote_.rsaSignature);
+}
+
+void Operations::rsaVerify()
+{
+    expectSuccess(verify(rsa_, digestInfo_, module_wrote_.rsaSignature), "VerifySignature");
+}
+
+void Operations::rsaVerifyBare()
+{
+    bare_.verify(CKK_RSA, rsaId_, digestInfo_, bare_wrote_.rsaSignature);
+}
+
+void Operations::rsaEncrypt()
+{
+    DWORD length = 0;
+    expectSuccess(module_->Encrypt(provider_, rsa_, in(hash_), sizeOf(hash_), nullptr,
+                                   module_wrote_.cipher.data(), sizeOf(module_wrote_.cipher),
+                                   &length, BCRYPT_PAD_PKCS1),
+                  "Encrypt");
+}
+
+void Operations::rsaEncryptBare()
+{
+    bare_.encrypt(rsaId_, hash_, bare_wrote_.cipher);
+}
+
+void Operations::rsaDecrypt()
+{
+    DWORD length = 0;
+    expectSuccess(module_->Decrypt(provider_, rsa_, module_wrote_.cipher.data(),
+                                   sizeOf(module_wrote_.cipher), nullptr,
+                                   module_wrote_.plain.data(), sizeOf(module_wrote_.plain), &length,
+                                   BCRYPT_PAD_PKCS1),
+                  "Decrypt");
+}
+
+void Operations::rsaDecryptBare()
+{
+    bare_.decrypt(rsaId_, bare_wrote_.cipher, bare_wrote_.plain);
+}
+
+void Operations::ecSign()
+{
+    expectSuccess(sign(ec_, nullptr, 0, hash_, module_wrote_.ecSignature), "SignHash");
+}
+
+void Operations::ecSignBare()
+{
+    bare_.sign(CKK_EC, ecId_, hash_, bare_wrote_.ecSignature);
+}
+
+void Operations::ecVerify()
+{
+    expectSuccess(verify(ec_, hash_, module_wrote_.ecSignature), "VerifySignature");
+}
+
+void Operations::ecVerifyBare()
+{
+    bare_.verify(CKK_EC, ecId_, hash_, bare_wrote_.ecSignature);
+}
+
+void Operations::deriveKey()
+{
+    wchar_t hashName[] = L"SHA256";
+    NCryptBuffer buffer{sizeof hashName, KDF_HASH_ALGORITHM, hashName};
+    NCryptBufferDesc list{NCRYPTBUFFER_VERSION, 1, &buffer};
+    NCRYPT_SECRET_HANDLE secret = 0;
+    expectSuccess(module_->SecretAgreement(provider_, ec_, peer_, &secret, 0), "SecretAgreement");
+    DWORD length = 0;
+    expectSuccess(module_->DeriveKey(provider_, secret, BCRYPT_KDF_HASH, &list,
+                                     module_wrote_.derived.data(), sizeOf(module_wrote_.derived),
+                                     &length, 0),
+                  "DeriveKey");
+    expectSuccess(module_->FreeSecret(provider_, secret), "FreeSecret");
+}
+
+void Operations::deriveKeyBare()
+{
+    bare_.digest(bare_.agree(ecId_, peerPoint_), bare_wrote_.derived);
+}
+
+}  // namespace NV::bench

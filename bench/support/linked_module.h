@@ -1,0 +1,50 @@
+// The module inside the benchmark program: its shipped objects behind its operation table, without the
+// DLL around them, so that the PIN dialog can be answered and what a figure leaves out be left out.
+
+#pragma once
+
+#include "cng.h"
+
+#include <filesystem>
+#include <stdexcept>
+#include <string>
+
+#include "folder.h"
+#include "profile.h"
+
+namespace NV::bench {
+
+// While it lives, the module's configuration names this PKCS#11 library, no output takes a record, and
+// the PIN dialog answers at once with the PIN.
+class LinkedModule {
+public:
+    LinkedModule(const std::filesystem::path& library, const std::string& pin);
+
+    // The operation table, from GetKeyStorageInterface.
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE* operator->() const { return table_; }
+
+private:
+    NV::test::Profile profile_;
+    NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
+};
+
+// Throws std::runtime_error that says what failed; a benchmark must not time failures.
+void expectSuccess(SECURITY_STATUS status, const char* what);
+
+// A provider of the linked module, freed at the end of its life.
+class OpenProvider {
+public:
+    explicit OpenProvider(const LinkedModule& module);
+    ~OpenProvider();
+    OpenProvider(const OpenProvider&) = delete;
+    OpenProvider& operator=(const OpenProvider&) = delete;
+
+    NCRYPT_PROV_HANDLE handle() const { return handle_; }
+    NCRYPT_KEY_HANDLE openKey(const wchar_t* name) const;
+
+private:
+    const LinkedModule& module_;
+    NCRYPT_PROV_HANDLE handle_ = 0;
+};
+
+}  // namespace NV::bench
