@@ -1,29 +1,38 @@
 # Of the module's own objects as they are shipped, under Wine.
 
-# Profiles and folders are the tests' own; the tests' libraries are not used, since they bring the
-# checked objects of the module. The system's certificate store is replaced by one in memory.
+# Profiles and folders are the tests' own; their libraries are not, since those bring the checked
+# objects of the module.
 set(tests_folder ${PROJECT_SOURCE_DIR}/tests)
-add_library(
-  bench_module OBJECT EXCLUDE_FROM_ALL
-  support/bare_token.cpp
-  support/linked_module.cpp
-  ${PROJECT_SOURCE_DIR}/provider/src/dll.cpp
-  ${tests_folder}/support/common/folder.cpp
-  ${tests_folder}/support/common/profile.cpp
-  ${tests_folder}/unit_faults/system_store.cpp)
-target_include_directories(bench_module PUBLIC support ${tests_folder}/support/common)
-target_compile_definitions(bench_module
-                           PUBLIC CERTIFICATES=L"Z:${CMAKE_BINARY_DIR}/fixtures")
+add_library(bench_module STATIC EXCLUDE_FROM_ALL ${tests_folder}/support/common/folder.cpp
+                                                  ${tests_folder}/support/common/profile.cpp)
+target_include_directories(bench_module PUBLIC windows ${tests_folder}/support/common)
+target_compile_definitions(bench_module PUBLIC CERTIFICATES=L"Z:${CMAKE_BINARY_DIR}/fixtures")
 target_link_libraries(
   bench_module
   PRIVATE keywarden_warnings
   PUBLIC keywarden_core scripted_token_client host_client)
-target_link_options(bench_module INTERFACE -Wl,--wrap=__imp_CertOpenSystemStoreW)
-add_dependencies(bench_module certificate_fixtures p11bridge)
+add_dependencies(bench_module certificate_fixtures)
 
-benchmark(softhsm_operations softhsm_operations.cpp operations.cpp LIBRARIES bench_module)
-benchmark(scripted_operations scripted_operations.cpp operations.cpp LIBRARIES bench_module)
-benchmark(threads threads.cpp LIBRARIES bench_module)
+# The module's table without its DLL: the PIN is given at once, and publishing goes to a store in
+# memory.
+add_library(
+  bench_linked_module OBJECT EXCLUDE_FROM_ALL
+  windows/bare_token.cpp
+  windows/linked_module.cpp
+  ${PROJECT_SOURCE_DIR}/provider/src/dll.cpp
+  ${tests_folder}/unit_faults/system_store.cpp)
+target_link_libraries(
+  bench_linked_module
+  PRIVATE keywarden_warnings
+  PUBLIC bench_module)
+target_link_options(bench_linked_module INTERFACE -Wl,--wrap=__imp_CertOpenSystemStoreW)
+add_dependencies(bench_linked_module p11bridge)
+
+benchmark(softhsm_operations softhsm_operations.cpp windows/operations.cpp LIBRARIES
+          bench_linked_module)
+benchmark(scripted_operations scripted_operations.cpp windows/operations.cpp LIBRARIES
+          bench_linked_module)
+benchmark(threads threads.cpp LIBRARIES bench_linked_module)
 
 # A DLL without content that imports what the module imports, as the reference of loading.
 set(imports ${CMAKE_CURRENT_BINARY_DIR}/imports)
@@ -45,3 +54,8 @@ target_compile_definitions(
   bench_loading PRIVATE MODULE=L"Z:$<TARGET_FILE:nvksprovider>"
                         EMPTY_MODULE=L"Z:$<TARGET_FILE:empty_module>")
 add_dependencies(bench_loading nvksprovider empty_module)
+
+benchmark(call_counts call_counts.cpp ${tests_folder}/unit_faults/system_store.cpp LIBRARIES
+          bench_module)
+# Publishing goes to a store in memory.
+target_link_options(bench_call_counts PRIVATE -Wl,--wrap=__imp_CertOpenSystemStoreW)
