@@ -1,1 +1,8 @@
 # Of the portable parts, optimised, on this machine.
+
+# A token behind a network; bench/fleet.sh runs these with a network of its own.
+benchmark(remote_calls remote_calls.cpp support/native_token.cpp)
+target_include_directories(bench_remote_calls SYSTEM PRIVATE /usr/include/p11-kit-1)
+benchmark(remote_clients remote_clients.cpp support/native_token.cpp)
+target_include_directories(bench_remote_clients SYSTEM PRIVATE /usr/include/p11-kit-1)
+benchmark(delay_relay delay_relay.cpp)

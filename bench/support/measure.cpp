@@ -3,7 +3,6 @@
 #include "measure.h"
 
 #include <algorithm>
-#include <vector>
 
 namespace NV::bench {
 
@@ -38,13 +37,13 @@ double quantile(const std::vector<double>& sorted, double part)
     return sorted[below] + (place - static_cast<double>(below)) * (sorted[above] - sorted[below]);
 }
 
+}  // namespace
+
 Figure figureOf(std::vector<double> values)
 {
     std::ranges::sort(values);
     return {quantile(values, 0.5), quantile(values, 0.25), quantile(values, 0.75)};
 }
-
-}  // namespace
 
 Comparison compareTimed(const TimedRun& subject, const TimedRun& reference, size_t pairs)
 {

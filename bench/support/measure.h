@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <functional>
 #include <utility>
+#include <vector>
 
 namespace NV::bench {
 
@@ -16,6 +17,9 @@ struct Figure {
     double low = 0;
     double high = 0;
 };
+
+// Of values measured one by one; there must be one at least.
+Figure figureOf(std::vector<double> values);
 
 // Two works, A and B. Times are nanoseconds a run.
 struct Comparison {
