@@ -3,6 +3,7 @@
 # of this tree (build/wine). Run by people once and by test.sh every time: a second run does nothing,
 # needs no network and takes well under a second.
 #   --mutation  also what scripts/mutate.sh needs
+#   --bench     also what the benchmarks need
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
@@ -50,6 +51,13 @@ packages=(
 mutationPackages=(
     python3                     # the check is written in it
     python3-clang-14            # finds the places to change; libclang 14 is Debian 12's own
+)
+
+# Of use to the benchmarks only.
+benchPackages=(
+    iproute2                    # network namespaces for a token behind a network
+    socat                       # the token's server and the line to it
+    opensc-pkcs11               # pkcs11-spy, which the traced call layer is compared with
 )
 
 missingPackages()
@@ -147,8 +155,9 @@ makePrefix()
 case "$#:${1:-}" in
     0:) ;;
     1:--mutation) packages+=("${mutationPackages[@]}") ;;
+    1:--bench) packages+=("${benchPackages[@]}") ;;
     *)
-        echo "usage: scripts/setup.sh [--mutation]" >&2
+        echo "usage: scripts/setup.sh [--mutation | --bench]" >&2
         exit 2
         ;;
 esac
