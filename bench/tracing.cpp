@@ -224,7 +224,7 @@ void compareCalls(Results& results, const Plan& plan, const Calls& layer, const 
     const Comparison ofSilence = compare(layerBatch, bareBatch, plan);
     loggerSettings().types = logToFile;
     results.value({group, named(bare, "bare"), "time of a call"},
-                  perCall(ofLayer.reference, bare.count), "us", report);
+                  perCall(ofSpy.reference, bare.count), "us", report);
     results.value({group, named(layer, "traced layer"), "added to a bare call"},
                   perCall(ofLayer.difference, layer.count), "us", report);
     results.value({group, named(layer, "traced layer, log off"), "added to a bare call"},

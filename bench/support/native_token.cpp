@@ -116,6 +116,8 @@ void NativeToken::open(Times& times)
     times["opening of a provider, whole operation"].push_back(microsecondsSince(start));
 }
 
+// The module's C_Finalize before it all is left out: p11-kit answers it without the network, and with
+// a line on standard error.
 void NativeToken::discover(Times& times)
 {
     CK_INFO info{};
