@@ -43,9 +43,9 @@ private:
 class LockOrder {
 public:
     explicit LockOrder(LockRank) {}
-    static void expectFree() {}
-    static void taken() {}
-    static void released() {}
+    void expectFree() const {}
+    void taken() const {}
+    void released() const {}
 };
 
 #endif
