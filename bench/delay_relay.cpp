@@ -13,11 +13,14 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <deque>
+#include <stdexcept>
 #include <string>
 #include <system_error>
 #include <thread>
@@ -64,7 +67,7 @@ public:
 
     void read()
     {
-        std::array<char, 65536> bytes;
+        std::array<char, 16384> bytes{};
         const ssize_t size = ::read(from_, bytes.data(), bytes.size());
         ended_ = size <= 0;
         if (!ended_)
