@@ -60,32 +60,6 @@ benchmark(call_counts call_counts.cpp ${tests_folder}/unit_faults/system_store.c
 # Publishing goes to a store in memory.
 target_link_options(bench_call_counts PRIVATE -Wl,--wrap=__imp_CertOpenSystemStoreW)
 
-# A DLL without content that imports what the module imports, as the reference of loading.
-set(imports ${CMAKE_CURRENT_BINARY_DIR}/imports)
-add_custom_command(
-  OUTPUT ${imports}.obj
-  COMMAND ${CMAKE_CURRENT_SOURCE_DIR}/empty_module/imports.sh ${CMAKE_OBJDUMP}
-          $<TARGET_FILE:nvksprovider> ${imports}.s
-  COMMAND ${CMAKE_CXX_COMPILER} -c ${imports}.s -o ${imports}.obj
-  DEPENDS nvksprovider empty_module/imports.sh
-  VERBATIM)
-add_library(empty_module SHARED EXCLUDE_FROM_ALL empty_module/empty_module.cpp ${imports}.obj)
-target_include_directories(empty_module PRIVATE ${PROJECT_SOURCE_DIR}/provider/src)
-target_link_libraries(empty_module PRIVATE keywarden_warnings crypt32 comctl32)
-target_link_options(empty_module PRIVATE -static -s)
-set_target_properties(empty_module PROPERTIES PREFIX "")
-
-benchmark(loading loading.cpp LIBRARIES bench_module)
-target_compile_definitions(
-  bench_loading PRIVATE MODULE=L"Z:$<TARGET_FILE:nvksprovider>"
-                        EMPTY_MODULE=L"Z:$<TARGET_FILE:empty_module>")
-add_dependencies(bench_loading nvksprovider empty_module)
-
-benchmark(call_counts call_counts.cpp ${tests_folder}/unit_faults/system_store.cpp LIBRARIES
-          bench_module)
-# Publishing goes to a store in memory.
-target_link_options(bench_call_counts PRIVATE -Wl,--wrap=__imp_CertOpenSystemStoreW)
-
 # A second bridge, for a second native library in one process.
 add_custom_command(
   OUTPUT ${KEYWARDEN_WINELIB}/p11bridge_second.dll ${KEYWARDEN_WINELIB}/p11bridge_second.dll.so
