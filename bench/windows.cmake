@@ -73,3 +73,5 @@ benchmark(tracing tracing.cpp LIBRARIES bench_module)
 target_compile_definitions(
   bench_tracing PRIVATE MAKE_TOKEN="${PROJECT_SOURCE_DIR}/tests/token/fixtures/make-token.sh")
 add_dependencies(bench_tracing p11bridge_second)
+
+benchmark(logger logger.cpp LIBRARIES bench_module)
