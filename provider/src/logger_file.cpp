@@ -17,9 +17,17 @@ namespace NV {
 
 namespace {
 
+// The configured path, cut by hand: a record has no time for std::filesystem::path's parsing.
 struct Folder {
-    std::filesystem::path path;
+    std::wstring name;  // ends in one separator
     std::wstring configuredName;
+
+    std::wstring entry(std::wstring_view entryName) const
+    {
+        std::wstring path;
+        path.reserve(name.size() + entryName.size());
+        return path.append(name).append(entryName);
+    }
 };
 
 std::wstring widen(const std::string& ansi)
@@ -33,8 +41,12 @@ std::wstring widen(const std::string& ansi)
 
 Folder folderOf(const LoggerSettings& settings)
 {
-    const std::filesystem::path configured = widen(settings.store + "\\" + settings.fileName);
-    return {configured.parent_path(), configured.filename().wstring()};
+    constexpr std::wstring_view separators = L"\\/";
+    const std::wstring configured = widen(settings.store + "\\" + settings.fileName);
+    const size_t nameAt = configured.find_last_of(separators) + 1;
+    // Behind "\\?\" the system would not take several in a row for one.
+    const size_t end = configured.find_last_not_of(separators, nameAt - 1) + 1;
+    return {configured.substr(0, end) + L'\\', configured.substr(nameAt)};
 }
 
 // A handle of the system with the function that ends it.
@@ -59,20 +71,25 @@ private:
 using FindHandle = OwnedHandle<&FindClose>;
 using FileHandle = OwnedHandle<&CloseHandle>;
 
-HANDLE findFirst(const std::filesystem::path& folder, WIN32_FIND_DATAW& entry)
+HANDLE findFirst(const Folder& folder, WIN32_FIND_DATAW& entry)
 {
-    return FindFirstFileExW((folder / L"*").c_str(), FindExInfoBasic, &entry, FindExSearchNameMatch,
-                            nullptr, FIND_FIRST_EX_LARGE_FETCH);
+    return FindFirstFileExW(folder.entry(L"*").c_str(), FindExInfoBasic, &entry,
+                            FindExSearchNameMatch, nullptr, FIND_FIRST_EX_LARGE_FETCH);
 }
 
-[[noreturn]] void throwListingError(const std::filesystem::path& folder, DWORD error)
+std::filesystem::path pathOf(const Folder& folder)
+{
+    return std::filesystem::path(folder.entry(L"*")).parent_path();
+}
+
+[[noreturn]] void throwListingError(const Folder& folder, DWORD error)
 {
     throw std::filesystem::filesystem_error(
-        "directory_iterator::directory_iterator", folder,
+        "directory_iterator::directory_iterator", pathOf(folder),
         std::error_code(static_cast<int>(error), std::system_category()));
 }
 
-HANDLE openListing(const std::filesystem::path& folder, WIN32_FIND_DATAW& entry)
+HANDLE openListing(const Folder& folder, WIN32_FIND_DATAW& entry)
 {
     HANDLE handle = findFirst(folder, entry);
     if (handle != INVALID_HANDLE_VALUE)
@@ -81,7 +98,7 @@ HANDLE openListing(const std::filesystem::path& folder, WIN32_FIND_DATAW& entry)
     std::error_code ignored;
     if (error != ERROR_PATH_NOT_FOUND && error != ERROR_FILE_NOT_FOUND)
         throwListingError(folder, error);
-    std::filesystem::create_directories(folder, ignored);
+    std::filesystem::create_directories(pathOf(folder), ignored);
     handle = findFirst(folder, entry);
     // The root of an empty drive is there and has not one entry.
     if (handle == INVALID_HANDLE_VALUE && GetLastError() != ERROR_FILE_NOT_FOUND)
@@ -93,13 +110,13 @@ void deleteOutdated(const Folder& folder, std::time_t now, int32_t daysKept)
 {
     const FileName configured = splitFileName(folder.configuredName);
     WIN32_FIND_DATAW entry;
-    const FindHandle listing(openListing(folder.path, entry));
+    const FindHandle listing(openListing(folder, entry));
     if (!listing.valid())
         return;
     do {
         const bool regular = (entry.dwFileAttributes & FILE_ATTRIBUTE_DIRECTORY) == 0;
         if (regular && isOutdated(entry.cFileName, configured, now, daysKept))
-            DeleteFileW((folder.path / entry.cFileName).c_str());
+            DeleteFileW(folder.entry(entry.cFileName).c_str());
     } while (FindNextFileW(listing.get(), &entry) != 0);
 }
 
@@ -115,7 +132,7 @@ std::string withCarriageReturns(std::string_view lines)
     return text;
 }
 
-void append(const std::filesystem::path& file, const std::string& text)
+void append(const std::wstring& file, const std::string& text)
 {
     const FileHandle handle(CreateFileW(file.c_str(), FILE_APPEND_DATA,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
@@ -135,7 +152,7 @@ void appendToLogFile(const LoggerSettings& settings, const LocalTime& time, std:
     const FileName configured = splitFileName(folder.configuredName);
     std::string text = withCarriageReturns(lines);
     const WipedAtEnd wiped(text);
-    append(folder.path / datedFileName(configured, time.calendar), text);
+    append(folder.entry(datedFileName(configured, time.calendar)), text);
 }
 
 }  // namespace NV

@@ -56,9 +56,11 @@ std::wstring datedFileName(const FileName& configured, const std::tm& day)
 bool isOutdated(std::wstring_view name, const FileName& configured, std::time_t now,
                 int32_t daysKept)
 {
+    // First what most other files' names lack: this is asked for every entry with every record.
+    if (!name.starts_with(configured.stem))
+        return false;
     const FileName parts = splitFileName(name);
-    if (parts.extension != L".log" || parts.stem.size() <= configured.stem.size() ||
-        !parts.stem.starts_with(configured.stem))
+    if (parts.extension != L".log" || parts.stem.size() <= configured.stem.size())
         return false;
     // One character of any kind stands between the stem and the date.
     const std::wstring_view date = parts.stem.substr(configured.stem.size() + 1);

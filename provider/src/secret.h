@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
@@ -11,12 +12,14 @@
 
 namespace NV {
 
-// Overwrites with zeros in a way that the compiler does not leave out.
+// Overwrites with zeros in a way that the compiler does not leave out: the statement behind it may
+// read the memory, as far as the compiler knows.
 inline void wipe(void* data, size_t size)
 {
-    volatile auto* bytes = static_cast<volatile unsigned char*>(data);
-    for (size_t i = 0; i < size; ++i)
-        bytes[i] = 0;
+    if (size == 0)
+        return;
+    std::memset(data, 0, size);
+    asm volatile("" : : "r"(data) : "memory");
 }
 
 template <typename T>
