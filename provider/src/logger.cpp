@@ -1,4 +1,4 @@
-// The level functions: gate, lock, buffer, and the choice of outputs.
+// The level functions: gate, count, lock, buffer, and the choice of outputs.
 
 #include "logger.h"
 
@@ -48,12 +48,6 @@ void writeRecord(const LoggerSettings& settings, std::string_view tag, std::stri
         appendToLogFile(settings, time, lines);
 }
 
-bool hasOutput(const LoggerSettings& settings)
-{
-    return (settings.types & logToConsole) != 0 ||
-           ((settings.types & logToFile) != 0 && !settings.store.empty());
-}
-
 std::atomic<bool> processEnding{false};
 
 // Whether the lock was taken. Only an ending process goes without.
@@ -65,7 +59,7 @@ bool take(std::unique_lock<Mutex>& guard)
     return true;
 }
 
-// Formats and writes under the channel's lock. A record that no output takes is only counted.
+// Formats and writes under the channel's lock.
 void log(Channel& channel, std::string_view tag, const char* format, va_list arguments)
     NV_PRINTF(3, 0);
 
@@ -74,14 +68,11 @@ void log(Channel& channel, std::string_view tag, const char* format, va_list arg
     std::unique_lock guard(channel.mutex, std::defer_lock);
     if (!take(guard))
         return;
-    const LoggerSettings& settings = loggerSettings();
-    if (hasOutput(settings)) {
-        const size_t length =
-            formatMessage(channel.buffer.data(), channel.buffer.size(), format, arguments);
-        // A message that was too long has length 0 and has filled the buffer.
-        const WipedAtEnd wiped(channel.buffer.data(), length != 0 ? length : channel.buffer.size());
-        writeRecord(settings, tag, {channel.buffer.data(), length});
-    }
+    const size_t length =
+        formatMessage(channel.buffer.data(), channel.buffer.size(), format, arguments);
+    // A message that was too long has length 0 and has filled the buffer.
+    const WipedAtEnd wiped(channel.buffer.data(), length != 0 ? length : channel.buffer.size());
+    writeRecord(loggerSettings(), tag, {channel.buffer.data(), length});
     ++loggerRecordCount();
 }
 
@@ -103,6 +94,13 @@ LoggerSettings& loggerSettings()
     return *settings;
 }
 
+bool loggerHasOutput()
+{
+    const LoggerSettings& settings = loggerSettings();
+    return (settings.types & logToConsole) != 0 ||
+           ((settings.types & logToFile) != 0 && !settings.store.empty());
+}
+
 void stopWaitingForLogger()
 {
     processEnding = true;
@@ -114,31 +112,36 @@ std::atomic<uint32_t>& loggerRecordCount()
     return count;
 }
 
-void SEV(const char* format, ...)
+bool beginRecord(LogLevel level)
 {
-    if ((loggerSettings().levelMask & logMaskSevere) == 0)
-        return;
-    va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
-    va_start(arguments, format);
-    const ArgumentListEnd end(arguments);
-    log(severeChannel, "SEV", format, arguments);
+    if (level == LogLevel::SEV && (loggerSettings().levelMask & logMaskSevere) == 0)
+        return false;
+    if (loggerHasOutput())
+        return true;
+    // Without a lock: the two channels count by one counter, which neither lock guards, and a record
+    // that is not written has nothing else in common with one that is.
+    ++loggerRecordCount();
+    return false;
 }
 
-#define NV_ORDINARY_LEVEL(level)                                                                   \
+#define NV_LEVEL(level, channel)                                                                   \
     void level(const char* format, ...)                                                            \
     {                                                                                              \
+        if (!beginRecord(LogLevel::level))                                                         \
+            return;                                                                                \
         va_list arguments;                                                                         \
         va_start(arguments, format);                                                               \
         const ArgumentListEnd end(arguments);                                                      \
-        log(ordinaryChannel, #level, format, arguments);                                           \
+        log(channel, #level, format, arguments);                                                   \
     }
 
-NV_ORDINARY_LEVEL(ERR)
-NV_ORDINARY_LEVEL(WRN)
-NV_ORDINARY_LEVEL(INF)
-NV_ORDINARY_LEVEL(DBG)
-NV_ORDINARY_LEVEL(TRC)
+NV_LEVEL(SEV, severeChannel)
+NV_LEVEL(ERR, ordinaryChannel)
+NV_LEVEL(WRN, ordinaryChannel)
+NV_LEVEL(INF, ordinaryChannel)
+NV_LEVEL(DBG, ordinaryChannel)
+NV_LEVEL(TRC, ordinaryChannel)
 
-#undef NV_ORDINARY_LEVEL
+#undef NV_LEVEL
 
 }  // namespace NV

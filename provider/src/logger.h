@@ -45,6 +45,9 @@ struct LoggerSettings {
 
 LoggerSettings& loggerSettings();
 
+// Whether records go anywhere: to the console, or to files in a folder that is named.
+bool loggerHasOutput();
+
 // Counts every record, those that no output takes included. The banner goes out with the record
 // that finds it 0, so a process that begins without outputs never writes one.
 std::atomic<uint32_t>& loggerRecordCount();
@@ -52,6 +55,13 @@ std::atomic<uint32_t>& loggerRecordCount();
 // From now on a record is dropped rather than waited for: the process is ending, and a thread that
 // holds a lock of the logger may be gone, or be the one that crashed inside it.
 void stopWaitingForLogger();
+
+// The levels; each has its function below, of the same name.
+enum class LogLevel : uint8_t { SEV, ERR, WRN, INF, DBG, TRC };
+
+// Begins a record: whether it is to be written. One that no output takes is counted here and over.
+// The level functions ask themselves; who asks before works out no arguments for nothing.
+bool beginRecord(LogLevel level);
 
 // Write one record of their level. Only SEV asks the level mask; the other five write whatever the
 // mask holds. A message of more than 65,535 characters is written as an empty one. "%ls" writes

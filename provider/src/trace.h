@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <optional>
 #include <string_view>
 
 #include "logger.h"
@@ -53,10 +54,15 @@ consteval Site makeSite(const char* prettyFunction, const char* path, int line)
 
 #define NV_HERE NV::makeSite(__PRETTY_FUNCTION__, __FILE__, __LINE__)
 
-// A message of one of the six levels under a given place: NV_AT(ERR, site, "format", ...).
+// A message of one of the six levels under a given place: NV_AT(ERR, site, "format", ...). As with
+// all of these macros, the arguments are worked out only for a record that an output takes; they may
+// be long texts of keys.
 #define NV_AT(level, site, format, ...)                                                            \
-    NV::level("%.*s[%s:%d]:" format, (site).functionLength, (site).function, (site).file,          \
-              (site).line __VA_OPT__(, ) __VA_ARGS__)
+    do {                                                                                           \
+        if (NV::beginRecord(NV::LogLevel::level))                                                  \
+            NV::level("%.*s[%s:%d]:" format, (site).functionLength, (site).function, (site).file,  \
+                      (site).line __VA_OPT__(, ) __VA_ARGS__);                                     \
+    } while (false)
 
 // A message of a function that does a step of another one of the same file and speaks under its
 // name, with the line where it stands itself: NV_AS(ERR, load, "format", ...).
@@ -83,17 +89,23 @@ inline const void* asPointer(uintptr_t handle)
     return reinterpret_cast<const void*>(handle);
 }
 
-// The monotonic high-resolution clock, read at construction.
+// The monotonic high-resolution clock, read at construction. Only the log shows such times: where no
+// output takes records, the clock is left alone and the time is 0.
 class Stopwatch {
 public:
     double milliseconds() const
     {
-        const std::chrono::nanoseconds elapsed = std::chrono::steady_clock::now() - start_;
+        if (!start_)
+            return 0;
+        const std::chrono::nanoseconds elapsed = Clock::now() - *start_;
         return static_cast<double>(elapsed.count()) / 1000000;
     }
 
 private:
-    std::chrono::steady_clock::time_point start_ = std::chrono::steady_clock::now();
+    using Clock = std::chrono::steady_clock;
+
+    std::optional<Clock::time_point> start_ =
+        loggerHasOutput() ? std::optional(Clock::now()) : std::nullopt;
 };
 
 // One run of a function. The constructor writes ENTER; exactly one of the end functions is called
@@ -154,9 +166,13 @@ private:
     Stopwatch clock_;
 };
 
-// An argument line of a traced function: NV_ARG(trace, "dwFlags=0x%x", dwFlags).
+// An argument line of a traced function: NV_ARG(trace, "dwFlags=0x%x", dwFlags). One that is not
+// written has its index all the same.
 #define NV_ARG(trace, format, ...)                                                                 \
-    NV_TRC("ARG[%d]:" format, (trace).nextArgument() __VA_OPT__(, ) __VA_ARGS__)
+    do {                                                                                           \
+        const int nvIndex = (trace).nextArgument();                                                \
+        NV_TRC("ARG[%d]:" format, nvIndex __VA_OPT__(, ) __VA_ARGS__);                             \
+    } while (false)
 
 // Runs clean-up that traces itself, in a destructor: an error of the log must not end the process.
 template <typename Work>

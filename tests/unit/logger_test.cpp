@@ -271,6 +271,49 @@ TEST(LogCounter, AnEmptyFolderNameWritesNoFileAndCounts)
     EXPECT_EQ("TRC seen\n", messages(capture.lines()));
 }
 
+// Asked before its arguments are worked out, a record is counted there or where it is written.
+TEST(LogCounter, ARecordThatIsBegunIsCountedOnce)
+{
+    LogCapture capture;
+    EXPECT_TRUE(beginRecord(LogLevel::TRC));
+    EXPECT_TRUE(beginRecord(LogLevel::SEV));
+    EXPECT_EQ(1U, loggerRecordCount());
+    TRC("seen");
+    EXPECT_EQ(2U, loggerRecordCount());
+
+    loggerSettings().types = 0;
+    for (const LogLevel level :
+         {LogLevel::SEV, LogLevel::ERR, LogLevel::WRN, LogLevel::INF, LogLevel::DBG, LogLevel::TRC})
+        EXPECT_FALSE(beginRecord(level));
+    EXPECT_EQ(8U, loggerRecordCount());
+}
+
+TEST(LogCounter, ASuppressedSevereRecordIsNotBegun)
+{
+    LogCapture capture;
+    loggerSettings().levelMask = 0x3F;
+    EXPECT_FALSE(beginRecord(LogLevel::SEV));
+    loggerSettings().types = 0;
+    EXPECT_FALSE(beginRecord(LogLevel::SEV));
+    EXPECT_EQ(1U, loggerRecordCount());
+}
+
+TEST(LogCounter, OutputsAreTheConsoleAndANamedFolder)
+{
+    LogCapture capture;
+    const auto has = [](uint32_t types, const std::string& store) {
+        loggerSettings().types = types;
+        loggerSettings().store = store;
+        return loggerHasOutput();
+    };
+    EXPECT_TRUE(has(logToFile, "logs"));
+    EXPECT_TRUE(has(logToConsole, ""));
+    EXPECT_TRUE(has(logToConsole | logToFile, ""));
+    EXPECT_FALSE(has(logToFile, ""));
+    EXPECT_FALSE(has(0, "logs"));
+    EXPECT_FALSE(has(0xFFFFFFFCU, "logs"));
+}
+
 TEST(LogCounter, UnknownOutputBitsWriteNothing)
 {
     LogCapture capture;
@@ -334,6 +377,23 @@ TEST(LogFile, BothSlashesSeparateFolders)
     TRC("a");
     EXPECT_EQ(std::vector<std::string>{"nvksprovider-20260304.log"},
               test::entryNames(capture.folder() / "logs"));
+}
+
+TEST(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
+{
+    LogCapture capture;
+    capture.setTime(2026, 3, 9);
+    const std::string store = loggerSettings().store;
+    test::writeFile(capture.folder() / "nvksprovider-20260301.log", "old");
+    // Behind the first prefix the system takes the path as it stands.
+    for (const std::string& name :
+         {"\\\\?\\" + store + "\\", store + "\\", store + "/", store + "\\/\\"}) {
+        loggerSettings().store = name;
+        TRC("record");
+    }
+    EXPECT_EQ("TRC record\nTRC record\nTRC record\nTRC record\n", messages(capture.lines()));
+    EXPECT_EQ(std::vector<std::string>{"nvksprovider-20260309.log"},
+              test::entryNames(capture.folder()));
 }
 
 TEST(LogFile, AMissingFolderIsMadeWithThoseAboveIt)
@@ -718,6 +778,30 @@ TEST(LogThreads, SevereDoesNotWaitForAnOrdinaryRecordUnderWay)
     severe.get();
     waiting.get();
     EXPECT_EQ("SEV passes\nTRC held\nERR waits\n", messages(capture.lines()));
+}
+
+TEST(LogThreads, ARecordThatNoOutputTakesDoesNotWaitForOneUnderWay)
+{
+    LogCapture capture;
+    std::promise<void> entered;
+    std::promise<void> end;
+    // cppcheck-suppress danglingLifetime ; nothing logs through it once the test is over
+    holdEntered = &entered;
+    holdEnd = end.get_future().share();
+    loggerSettings().now = &holdingNow;
+
+    auto held = std::async(std::launch::async, [] { TRC("held"); });
+    entered.get_future().wait();
+    loggerSettings().types = 0;
+    auto counted = std::async(std::launch::async, [] { ERR("nowhere"); });
+    EXPECT_EQ(std::future_status::ready, counted.wait_for(std::chrono::seconds(20)));
+    EXPECT_EQ(2U, loggerRecordCount());
+    loggerSettings().types = logToFile;
+    end.set_value();
+    held.get();
+    counted.get();
+    EXPECT_EQ("TRC held\n", messages(capture.lines()));
+    EXPECT_EQ(3U, loggerRecordCount());
 }
 
 TEST(LogThreads, FirstRecordsAtOnceGiveOneBanner)

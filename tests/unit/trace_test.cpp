@@ -295,6 +295,65 @@ TEST(LogMacros, AStepSpeaksUnderItsOperationsNameWithItsOwnLine)
     EXPECT_EQ(line, lines[0].line);
 }
 
+// --- records that no output takes ---
+
+// An argument that tells that it was worked out.
+int workedOut(int& times)
+{
+    return ++times;
+}
+
+TEST(NoOutput, ARecordIsCountedAndItsArgumentsAreNotWorkedOut)
+{
+    LogCapture capture;
+    loggerSettings().types = 0;
+    int times = 0;
+    NV_SEV("%d", workedOut(times));
+    NV_ERR("%d", workedOut(times));
+    NV_WRN("%d", workedOut(times));
+    NV_INF("%d", workedOut(times));
+    NV_DBG("%d", workedOut(times));
+    NV_TRC("%d", workedOut(times));
+    NV_AT(ERR, NV_HERE, "%d", workedOut(times));
+    NV_AS(ERR, NV_HERE, "%d", workedOut(times));
+    EXPECT_EQ(0, times);
+    EXPECT_EQ(9U, loggerRecordCount());
+    loggerSettings().types = logToFile;
+    NV_TRC("%d", workedOut(times));
+    EXPECT_EQ(1, times);
+    EXPECT_EQ(10U, loggerRecordCount());
+    EXPECT_EQ(1U, capture.lines().size());
+}
+
+TEST(NoOutput, ASuppressedSevereRecordIsNotCountedAndItsArgumentsAreNotWorkedOut)
+{
+    LogCapture capture;
+    loggerSettings().levelMask = 0x3F;
+    int times = 0;
+    for (const uint32_t types : {logToFile, 0U}) {
+        loggerSettings().types = types;
+        NV_SEV("%d", workedOut(times));
+    }
+    EXPECT_EQ(0, times);
+    EXPECT_EQ(1U, loggerRecordCount());
+}
+
+// The macros are statements.
+TEST(NoOutput, AnElseBehindARecordBelongsToTheIfBeforeIt)
+{
+    LogCapture capture;
+    for (const bool first : {true, false}) {
+        if (first)
+            NV_AT(TRC, NV_HERE, "first");
+        else
+            NV_AT(TRC, NV_HERE, "second");
+    }
+    const test::LogLines lines = capture.lines();
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ("first", lines[0].message);
+    EXPECT_EQ("second", lines[1].message);
+}
+
 // --- the scope of a function ---
 
 int lineOfEnter = 0;
@@ -366,6 +425,47 @@ TEST(TraceScope, AnIndexCanBeLeftOut)
     EXPECT_EQ("ARG[0]:a=1", lines[1].message);
     EXPECT_EQ("ARG[2]:c=3", lines[2].message);
     EXPECT_EQ("ARG[3]:plain", lines[3].message);
+}
+
+TEST(TraceScope, CountsItsRecordsWithoutOutputToo)
+{
+    LogCapture capture;
+    withStatus(0x1234);
+    const uint32_t written = loggerRecordCount() - 1;
+    EXPECT_EQ(5U, written);
+    loggerSettings().types = 0;
+    withStatus(0x1234);
+    EXPECT_EQ(1 + 2 * written, loggerRecordCount());
+}
+
+TEST(TraceScope, AnIndexCountsWhetherItsLineIsWrittenOrNot)
+{
+    LogCapture capture;
+    Trace trace{NV_HERE};
+    NV_ARG(trace, "a=%d", 1);
+    loggerSettings().types = 0;
+    NV_ARG(trace, "b=%d", 2);
+    trace.skipArgument();
+    NV_ARG(trace, "d=%d", 4);
+    loggerSettings().types = logToFile;
+    NV_ARG(trace, "e=%d", 5);
+    const test::LogLines lines = capture.lines();
+    ASSERT_EQ(3U, lines.size());
+    EXPECT_EQ("ARG[0]:a=1", lines[1].message);
+    EXPECT_EQ("ARG[4]:e=5", lines[2].message);
+}
+
+TEST(TraceScope, ATimeThatBeganWithoutOutputIsNone)
+{
+    LogCapture capture;
+    loggerSettings().types = 0;
+    const Trace trace{makeSite("void f()", "a.cpp", 1)};
+    const Stopwatch watch;
+    Sleep(5);
+    loggerSettings().types = logToFile;
+    trace.end(0U);
+    EXPECT_EQ("STATUS=0x0, ELAPSED:0.000(ms)", capture.lines().at(0).message);
+    EXPECT_EQ(0.0, watch.milliseconds());
 }
 
 TEST(TraceScope, EndsWithAResult)

@@ -294,11 +294,14 @@ TEST_F(WipingTest, afterEveryFailure)
     }
 }
 
-// The hexadecimal text of a secret is the secret, too.
+// The hexadecimal text of a secret is the secret, too. It is made for a log that is written only.
 TEST_F(WipingTest, ofTheHexadecimalTexts)
 {
+    loggerSettings().types = logToFile;
+    log.takeLines();
     watching([&] { runAll(); });
     EXPECT_EQ(0, watch.found[hexNeedle]);
+    EXPECT_NE(std::string::npos, spoken(log.takeLines()).find("C35A17E18DC35A17"));
 }
 
 // A token that reports more bytes at first and fewer in the end has written them all the same.
