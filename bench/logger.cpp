@@ -9,8 +9,10 @@
 #include <cstdio>
 #include <ctime>
 #include <filesystem>
+#include <functional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 
 #include "encoding.h"
 #include "folder.h"
@@ -149,9 +151,11 @@ void measureFileRecord(Results& results, const Plan& plan, const std::string& na
     logRecord();
     BareRecord bare(folder.path(), today);
     bare.setText(test::readFile(today));
+    // A run in a large folder takes milliseconds, and a batch is to have more than a few.
+    const Plan batches{plan.pairs, plan.batch * (entries >= 1000 ? 5 : 1)};
     results.ratio(
         {"logger, one file record", name, "the bare system calls", static_cast<double>(entries)},
-        compare(repeated(&logRecord), repeated(std::cref(bare)), plan), atMost(1.15));
+        compare(repeated(&logRecord), repeated(std::cref(bare)), batches), atMost(1.15));
     if (test::entryNames(folder.path()).size() != static_cast<size_t>(entries))
         throw std::runtime_error("the log folder has changed its entries");
 }
