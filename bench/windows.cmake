@@ -75,3 +75,29 @@ target_compile_definitions(
 add_dependencies(bench_tracing p11bridge_second)
 
 benchmark(logger logger.cpp LIBRARIES bench_module)
+
+# Tokens with certificates by the thousand.
+add_library(bench_certificates STATIC EXCLUDE_FROM_ALL windows/certified_token.cpp)
+target_link_libraries(
+  bench_certificates
+  PRIVATE keywarden_warnings
+  PUBLIC bench_module)
+
+# In a program that has its linker options, publishing certificates is left out, or timed.
+add_library(bench_system_store OBJECT EXCLUDE_FROM_ALL windows/system_store.cpp)
+target_include_directories(bench_system_store PUBLIC windows)
+target_link_libraries(
+  bench_system_store
+  PRIVATE keywarden_warnings
+  PUBLIC crypt32)
+target_link_options(
+  bench_system_store
+  PUBLIC
+  -Wl,--wrap=__imp_CertOpenSystemStoreW
+  -Wl,--wrap=__imp_CertAddCertificateContextToStore
+  -Wl,--wrap=__imp_CertSetCertificateContextProperty
+  -Wl,--wrap=__imp_CertCloseStore)
+
+benchmark(opening opening.cpp windows/bare_opening.cpp windows/heap_use.cpp LIBRARIES
+          bench_certificates bench_system_store)
+benchmark(keys keys.cpp LIBRARIES bench_certificates bench_system_store)

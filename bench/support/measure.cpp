@@ -86,6 +86,24 @@ Comparison compare(const Batch& subject, const Batch& reference, const Plan& pla
     return comparison;
 }
 
+std::vector<Rounds> inTurn(const std::vector<Work>& works, const Plan& plan)
+{
+    std::vector<size_t> runs;
+    for (const Work& work : works) {
+        work.prepare();
+        runs.push_back(runsFor(work.batch, plan.batch));
+    }
+    std::vector<Rounds> rounds(works.size());
+    for (size_t round = 0; round < plan.pairs; ++round) {
+        for (size_t i = 0; i < works.size(); ++i) {
+            const size_t turn = round % 2 == 0 ? i : works.size() - 1 - i;
+            works[turn].prepare();
+            rounds[turn].push_back(nanosecondsARun(works[turn].batch, runs[turn]));
+        }
+    }
+    return rounds;
+}
+
 Figure measure(const Batch& work, const Plan& plan)
 {
     const size_t runs = runsFor(work, plan.batch);

@@ -61,6 +61,17 @@ Comparison compareTimed(const TimedRun& subject, const TimedRun& reference, size
 // One work alone, in nanoseconds a run; for figures that stand against none.
 Figure measure(const Batch& work, const Plan& plan);
 
+// One of several works, and what makes ready for a batch of it, which is not timed.
+struct Work {
+    Batch batch;
+    std::function<void()> prepare = [] {};
+};
+
+// A batch of each work in every round, by turns from the first to the last and back. Nanoseconds a
+// run: by work, then by round. Each work fills its batch with runs of its own number.
+using Rounds = std::vector<double>;
+std::vector<Rounds> inTurn(const std::vector<Work>& works, const Plan& plan);
+
 // The compiler must take the value to be looked at, and may not leave out what made it.
 template <typename Value>
 void keep(const Value& value)

@@ -88,13 +88,15 @@ void ScriptedToken::Unload::operator()(void* library) const
     FreeLibrary(static_cast<HMODULE>(library));
 }
 
-ScriptedToken::ScriptedToken() : library_(LoadLibraryW(widePath().c_str()))
+ScriptedToken::ScriptedToken() : ScriptedToken(widePath()) {}
+
+ScriptedToken::ScriptedToken(const std::wstring& copy) : library_(LoadLibraryW(copy.c_str()))
 {
     if (!library_)
-        throw std::runtime_error("cannot load " + path());
+        throw std::runtime_error("cannot load " + toUtf8(copy));
     const auto control = exportOf<GetScriptedTokenControl>(library_.get(), "ScriptedTokenControl");
     if (control == nullptr)
-        throw std::runtime_error(path() + " is not the scripted token");
+        throw std::runtime_error(toUtf8(copy) + " is not the scripted token");
     control_ = control();
     reset();
 }

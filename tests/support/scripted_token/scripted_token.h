@@ -42,6 +42,8 @@ class ScriptedToken {
 public:
     // Loads the library and resets it; throws std::runtime_error when it cannot be loaded.
     ScriptedToken();
+    // A copy of the library under another name: a token of its own.
+    explicit ScriptedToken(const std::wstring& copy);
     // Resets it and gives it back.
     ~ScriptedToken();
     ScriptedToken(const ScriptedToken&) = delete;
