@@ -216,9 +216,13 @@ P11KeyObject* KeyStore::findOpenedOrImported(NCRYPT_KEY_HANDLE handle)
 P11KeyObject* KeyStore::keyAt(size_t position)
 {
     const std::lock_guard guard(lock_);
-    if (position >= managedKeys_.size())
-        return nullptr;
-    return std::next(managedKeys_.begin(), static_cast<ptrdiff_t>(position))->second.get();
+    // Entries are only ever added, so that a list of another length is an old one.
+    if (keysInOrder_.size() != managedKeys_.size()) {
+        keysInOrder_.clear();
+        for (const auto& [name, key] : managedKeys_)
+            keysInOrder_.push_back(key.get());
+    }
+    return position < keysInOrder_.size() ? keysInOrder_[position] : nullptr;
 }
 
 size_t KeyStore::keyCount()

@@ -10,6 +10,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "keystore_hash.h"
 #include "keystore_key.h"
@@ -88,6 +89,8 @@ private:
     // The destructor empties the maps in an order of its own: opened, ephemeral, managed.
     Mutex lock_{LockRank::keyStore};
     std::map<std::wstring, std::unique_ptr<P11KeyObject>> managedKeys_;
+    // What keyAt has made of managedKeys_, so that a position need not be counted out each time.
+    std::vector<P11KeyObject*> keysInOrder_;
     ByHandle openedKeys_;
     ByHandle ephemeralKeys_;
 };

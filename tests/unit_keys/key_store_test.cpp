@@ -140,6 +140,22 @@ TEST_F(KeyStoreTest, keysAreInTheOrderOfTheirNames)
     EXPECT_EQ(nullptr, store.keyAt(SIZE_MAX));
 }
 
+TEST_F(KeyStoreTest, positionsFollowWhatIsAddedBetweenTwoLooks)
+{
+    addRsa(L"B1");
+    addRsa(L"D1");
+    EXPECT_EQ(L"D1", store.keyAt(1)->keyId());
+    addRsa(L"A1");
+    EXPECT_EQ(L"B1", store.keyAt(1)->keyId());
+    store.open(L"B0");
+    EXPECT_EQ(nullptr, store.keyAt(1));
+    EXPECT_EQ(L"B1", store.keyAt(2)->keyId());
+    // Neither a look at a known name nor a clone's end is an addition.
+    store.close(store.open(L"D1"));
+    EXPECT_EQ(L"D1", store.keyAt(3)->keyId());
+    EXPECT_EQ(nullptr, store.keyAt(4));
+}
+
 TEST_F(KeyStoreTest, openGivesACloneOfAnRsaKey)
 {
     addRsa(L"01AB");

@@ -222,6 +222,24 @@ TEST_F(OpenKeyTest, anEntryLeftByAnUnknownNameIsNotFoundAndDoesNotAdvance)
     table()->FreeBuffer(state);
 }
 
+// Positions count from the first name, whatever was there when the enumeration began.
+TEST_F(OpenKeyTest, anUnknownNameOpenedMeanwhileShiftsTheKeysBehindIt)
+{
+    NCRYPT_KEY_HANDLE key = 0;
+    void* state = nullptr;
+    EXPECT_EQ(rsaRecord, next(&state));
+    table()->OpenKey(handle(), &key, L"0000", 0, 0);
+    takeLines();
+    EXPECT_EQ(rsaRecord, next(&state));
+    EXPECT_EQ("Enum keys[1/3]", linesOf("NV::Provider::EnumKeys").at(6).message);
+    table()->OpenKey(handle(), &key, L"0200", 0, 0);
+    EXPECT_EQ("80090011", next(&state));
+    table()->OpenKey(handle(), &key, L"00", 0, 0);
+    EXPECT_EQ(rsaRecord, next(&state));
+    EXPECT_EQ("80090011", next(&state));
+    table()->FreeBuffer(state);
+}
+
 TEST_F(OpenKeyTest, aFirstCallOnAnEmptyEntryHandsOutNoState)
 {
     NCRYPT_KEY_HANDLE key = 0;
