@@ -6,3 +6,6 @@ target_include_directories(bench_remote_calls SYSTEM PRIVATE /usr/include/p11-ki
 benchmark(remote_clients remote_clients.cpp support/native_token.cpp)
 target_include_directories(bench_remote_clients SYSTEM PRIVATE /usr/include/p11-kit-1)
 benchmark(delay_relay delay_relay.cpp)
+
+# OpenSSL is what the codecs are measured against.
+benchmark(codecs codecs.cpp LIBRARIES keywarden_portable crypto)

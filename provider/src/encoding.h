@@ -7,8 +7,10 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,16 +24,26 @@ namespace detail {
 inline constexpr std::string_view base64Alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-inline constexpr unsigned char notBase64 = 0xFF;
+// The three bytes of a group, and a fourth that is 0 unless a character was outside the alphabet.
+using Base64Group = std::array<unsigned char, 4>;
 
-// The 6-bit value of each character; notBase64 ends the decoding.
-consteval std::array<unsigned char, 256> makeBase64Values()
+inline constexpr auto notBase64 = std::bit_cast<uint32_t>(Base64Group{0, 0, 0, 0xFF});
+
+// What each character at each of the four places adds to its group: their sum is the bytes.
+consteval std::array<std::array<uint32_t, 256>, 4> makeBase64Shares()
 {
-    std::array<unsigned char, 256> values{};
-    values.fill(notBase64);
-    for (size_t i = 0; i < base64Alphabet.size(); ++i)
-        values[static_cast<unsigned char>(base64Alphabet[i])] = static_cast<unsigned char>(i);
-    return values;
+    const auto byte = [](size_t bits) { return static_cast<unsigned char>(bits); };
+    std::array<std::array<uint32_t, 256>, 4> shares{};
+    for (size_t place = 0; place < 4; ++place) {
+        shares[place].fill(notBase64);
+        for (size_t i = 0; i < base64Alphabet.size(); ++i) {
+            const size_t bits = i << (18 - 6 * place);
+            const Base64Group group{byte(bits >> 16), byte(bits >> 8), byte(bits), 0};
+            shares[place][byte(static_cast<size_t>(base64Alphabet[i]))] =
+                std::bit_cast<uint32_t>(group);
+        }
+    }
+    return shares;
 }
 
 // ((c mod 32) + 9) mod 25 over the signed character: exact for the hexadecimal digits of both
@@ -46,19 +58,20 @@ consteval std::array<unsigned char, 256> makeHexValues()
     return values;
 }
 
-// Both digits of each byte, so that one look-up writes two characters.
-consteval std::array<std::array<char, 2>, 256> makeHexPairs()
+// Every two characters of an alphabet in order, so that one look-up writes two of them.
+template <size_t Size>
+consteval std::array<std::array<char, 2>, Size * Size> makePairs(std::string_view alphabet)
 {
-    constexpr std::string_view digits = "0123456789ABCDEF";
-    std::array<std::array<char, 2>, 256> pairs{};
-    for (size_t i = 0; i < 256; ++i)
-        pairs[i] = {digits[i >> 4], digits[i & 15]};
+    std::array<std::array<char, 2>, Size * Size> pairs{};
+    for (size_t i = 0; i < pairs.size(); ++i)
+        pairs[i] = {alphabet[i / Size], alphabet[i % Size]};
     return pairs;
 }
 
-inline constexpr auto base64Values = makeBase64Values();
+inline constexpr auto base64Pairs = makePairs<64>(base64Alphabet);
+inline constexpr auto base64Shares = makeBase64Shares();
+inline constexpr auto hexPairs = makePairs<16>("0123456789ABCDEF");
 inline constexpr auto hexValues = makeHexValues();
-inline constexpr auto hexPairs = makeHexPairs();
 
 }  // namespace detail
 
@@ -69,11 +82,8 @@ inline std::string hexEncode(const unsigned char* data, int32_t length)
         return {};
     std::string text(static_cast<size_t>(length) * 2, '\0');
     char* out = text.data();
-    for (int32_t i = 0; i < length; ++i) {
-        const auto& pair = detail::hexPairs[data[i]];
-        *out++ = pair[0];
-        *out++ = pair[1];
-    }
+    for (int32_t i = 0; i < length; ++i, out += 2)
+        std::memcpy(out, &detail::hexPairs[data[i]], 2);
     return text;
 }
 
@@ -97,25 +107,24 @@ inline Bytes hexDecode(std::string_view text)
 inline std::string base64Encode(const unsigned char* data, uint32_t length)
 {
     std::string text((static_cast<size_t>(length) + 2) / 3 * 4, '=');
-    const auto letter = [](unsigned index) { return detail::base64Alphabet[index & 63]; };
     char* out = text.data();
-    uint32_t i = 0;
-    for (; length - i >= 3; i += 3, out += 4) {
-        const unsigned group = unsigned{data[i]} << 16 | unsigned{data[i + 1]} << 8 | data[i + 2];
-        out[0] = letter(group >> 18);
-        out[1] = letter(group >> 12);
-        out[2] = letter(group >> 6);
-        out[3] = letter(group);
+    // Four bytes are read at once, of which three count.
+    for (; length >= 4; length -= 3, data += 3, out += 4) {
+        uint32_t bits = 0;
+        std::memcpy(&bits, data, 4);
+        bits = __builtin_bswap32(bits);
+        std::memcpy(out, &detail::base64Pairs[bits >> 20], 2);
+        std::memcpy(out + 2, &detail::base64Pairs[bits >> 8 & 0xFFF], 2);
     }
-    const uint32_t rest = length - i;
-    if (rest > 0) {
-        // cppcheck-suppress nullPointer ; a null pointer comes with length 0, which has no rest
-        const unsigned first = data[i];
-        const unsigned group = first << 16 | (rest > 1 ? unsigned{data[i + 1]} << 8 : 0);
-        out[0] = letter(group >> 18);
-        out[1] = letter(group >> 12);
-        if (rest > 1)
-            out[2] = letter(group >> 6);
+    if (length > 0) {
+        const unsigned bits = unsigned{data[0]} << 16 | (length > 1 ? unsigned{data[1]} << 8 : 0) |
+                              (length > 2 ? unsigned{data[2]} : 0);
+        const auto& last = detail::base64Pairs[bits & 0xFFF];
+        std::memcpy(out, &detail::base64Pairs[bits >> 12], 2);
+        if (length > 1)
+            out[2] = last[0];
+        if (length > 2)
+            out[3] = last[1];
     }
     return text;
 }
@@ -129,28 +138,26 @@ inline std::string base64Encode(const Bytes& data)
 // characters gives k - 1 bytes.
 inline Bytes base64Decode(std::string_view text)
 {
-    Bytes data;
-    data.reserve(text.size() / 4 * 3 + 3);
-    unsigned group = 0;
-    unsigned count = 0;
-    for (const char c : text) {
-        const unsigned char value = detail::base64Values[static_cast<unsigned char>(c)];
-        if (value == detail::notBase64)
+    const auto share = [&text](size_t place, size_t i) {
+        return detail::base64Shares[place][static_cast<unsigned char>(text[i])];
+    };
+    // Four bytes are written at once, of which three count.
+    Bytes data(text.size() / 4 * 3 + 4);
+    unsigned char* out = data.data();
+    size_t i = 0;
+    for (; text.size() - i >= 4; i += 4, out += 3) {
+        const uint32_t group = share(0, i) | share(1, i + 1) | share(2, i + 2) | share(3, i + 3);
+        if ((group & detail::notBase64) != 0)
             break;
-        group = group << 6 | value;
-        if (++count == 4) {
-            data.push_back(static_cast<unsigned char>(group >> 16));
-            data.push_back(static_cast<unsigned char>(group >> 8));
-            data.push_back(static_cast<unsigned char>(group));
-            group = 0;
-            count = 0;
-        }
+        std::memcpy(out, &group, 4);
     }
-    group <<= 6 * (4 - count);
-    if (count >= 2)
-        data.push_back(static_cast<unsigned char>(group >> 16));
-    if (count == 3)
-        data.push_back(static_cast<unsigned char>(group >> 8));
+    uint32_t group = 0;
+    size_t count = 0;
+    for (; i < text.size() && share(count, i) != detail::notBase64; ++i, ++count)
+        group |= share(count, i);
+    std::memcpy(out, &group, 4);
+    out += count < 2 ? 0 : count - 1;
+    data.resize(static_cast<size_t>(out - data.data()));
     return data;
 }
 
