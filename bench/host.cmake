@@ -9,3 +9,8 @@ benchmark(delay_relay delay_relay.cpp)
 
 # OpenSSL is what the codecs are measured against.
 benchmark(codecs codecs.cpp LIBRARIES keywarden_portable crypto)
+
+# No benchmark of its own: scripts/instructions.sh counts what it does.
+add_executable(bench_hot_paths EXCLUDE_FROM_ALL hot_paths.cpp)
+target_include_directories(bench_hot_paths PRIVATE support)
+target_link_libraries(bench_hot_paths PRIVATE keywarden_portable keywarden_warnings)

@@ -196,6 +196,8 @@ checkTidy()
         fi
     done
     say "clang-tidy: files of the builds: ${#windows[@]} windows, ${#host[@]} host, ${#fuzz[@]} fuzz, ${#bench[@]} bench"
+    # Benchmarks include what nothing else needs.
+    [ "${#bench[@]}" -eq 0 ] || scripts/setup.sh --bench || return 1
     tidyAll windows "${windows[@]}" || status=1
     tidyAll host "${host[@]}" || status=1
     tidyAll fuzz "${fuzz[@]}" || status=1

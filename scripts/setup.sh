@@ -53,11 +53,14 @@ mutationPackages=(
     python3-clang-14            # finds the places to change; libclang 14 is Debian 12's own
 )
 
-# Of use to the benchmarks only.
+# Of no use to anything but the benchmarks and the counts of instructions.
 benchPackages=(
+    libssl-dev                  # OpenSSL's codecs, which ours are measured against
+    valgrind                    # callgrind counts instructions
     iproute2                    # network namespaces for a token behind a network
     socat                       # the token's server and the line to it
     opensc-pkcs11               # pkcs11-spy, which the traced call layer is compared with
+    gnuplot-nox                 # draws the curves
 )
 
 missingPackages()

@@ -5,8 +5,8 @@
 #   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
 #             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
 #             the heap, and those of threads and endurance with twenty times the rounds; each fuzz
-#             target for two minutes instead of three seconds; the installer and a new user's way from
-#             it to a verified signature
+#             target for two minutes instead of three seconds; the instructions that the hot paths take;
+#             the installer and a new user's way from it to a verified signature
 #   -R REGEX  only the tests whose names match, without lint and release checks, for work in progress
 # The last line is "N passed, N failed". It counts the tests of both builds and the release checks; a
 # stage that fails (setup, lint, build) and a test that could not be run count as failures too. The
@@ -190,6 +190,7 @@ main()
         checks "time lines" tests/tool/html_test.sh
         checks "pages" tests/tool/pages_test.sh
         if [ "$full" = yes ]; then
+            checks "instruction counts" scripts/instructions.sh
             checks "installer" tests/package/installer_test.sh
             checks "new user" tests/tool/new_user.sh
         fi
