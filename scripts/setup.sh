@@ -43,6 +43,7 @@ packages=(
     clang-format                # layout of the sources
     clang-tidy                  # lint
     cppcheck                    # lint
+    libssl-dev                  # lint and benchmarks: OpenSSL's codecs, which ours are measured against
     git                         # lint: which files changed
     procps                      # tests: ps and pgrep
 )
@@ -55,7 +56,6 @@ mutationPackages=(
 
 # Of no use to anything but the benchmarks and the counts of instructions.
 benchPackages=(
-    libssl-dev                  # OpenSSL's codecs, which ours are measured against
     valgrind                    # callgrind counts instructions
     iproute2                    # network namespaces for a token behind a network
     socat                       # the token's server and the line to it
