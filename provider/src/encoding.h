@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bit>
 #include <cstddef>
@@ -24,18 +25,17 @@ namespace detail {
 inline constexpr std::string_view base64Alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// The three bytes of a group, and a fourth that is 0 unless a character was outside the alphabet.
+// The three bytes of a group, and in a fourth one a bit for each place, from the lowest, where a
+// character stood that is not in the alphabet.
 using Base64Group = std::array<unsigned char, 4>;
 
-inline constexpr auto notBase64 = std::bit_cast<uint32_t>(Base64Group{0, 0, 0, 0xFF});
-
-// What each character at each of the four places adds to its group: their sum is the bytes.
+// What each character at each of the four places adds to its group.
 consteval std::array<std::array<uint32_t, 256>, 4> makeBase64Shares()
 {
     const auto byte = [](size_t bits) { return static_cast<unsigned char>(bits); };
     std::array<std::array<uint32_t, 256>, 4> shares{};
     for (size_t place = 0; place < 4; ++place) {
-        shares[place].fill(notBase64);
+        shares[place].fill(std::bit_cast<uint32_t>(Base64Group{0, 0, 0, byte(1U << place)}));
         for (size_t i = 0; i < base64Alphabet.size(); ++i) {
             const size_t bits = i << (18 - 6 * place);
             const Base64Group group{byte(bits >> 16), byte(bits >> 8), byte(bits), 0};
@@ -109,12 +109,22 @@ inline std::string base64Encode(const unsigned char* data, uint32_t length)
     std::string text((static_cast<size_t>(length) + 2) / 3 * 4, '=');
     char* out = text.data();
     // Four bytes are read at once, of which three count.
-    for (; length >= 4; length -= 3, data += 3, out += 4) {
+    const auto encodeGroup = [](const unsigned char* from, char* to) {
         uint32_t bits = 0;
-        std::memcpy(&bits, data, 4);
+        std::memcpy(&bits, from, 4);
         bits = __builtin_bswap32(bits);
-        std::memcpy(out, &detail::base64Pairs[bits >> 20], 2);
-        std::memcpy(out + 2, &detail::base64Pairs[bits >> 8 & 0xFFF], 2);
+        std::memcpy(to, &detail::base64Pairs[bits >> 20], 2);
+        std::memcpy(to + 2, &detail::base64Pairs[bits >> 8 & 0xFFF], 2);
+    };
+    for (; length >= 7; length -= 6, data += 6, out += 8) {
+        encodeGroup(data, out);
+        encodeGroup(data + 3, out + 4);
+    }
+    if (length >= 4) {
+        encodeGroup(data, out);
+        length -= 3;
+        data += 3;
+        out += 4;
     }
     if (length > 0) {
         const unsigned bits = unsigned{data[0]} << 16 | (length > 1 ? unsigned{data[1]} << 8 : 0) |
@@ -138,25 +148,32 @@ inline std::string base64Encode(const Bytes& data)
 // characters gives k - 1 bytes.
 inline Bytes base64Decode(std::string_view text)
 {
-    const auto share = [&text](size_t place, size_t i) {
-        return detail::base64Shares[place][static_cast<unsigned char>(text[i])];
+    // Writes four bytes, of which three count. Gives the places that end the decoding, as bits.
+    const auto decodeGroup = [](const char* from, unsigned char* to) {
+        const auto share = [from](size_t place) {
+            return detail::base64Shares[place][static_cast<unsigned char>(from[place])];
+        };
+        const uint32_t group = share(0) | share(1) | share(2) | share(3);
+        std::memcpy(to, &group, 4);
+        return unsigned{std::bit_cast<detail::Base64Group>(group)[3]};
     };
-    // Four bytes are written at once, of which three count.
-    Bytes data(text.size() / 4 * 3 + 4);
+    const size_t groups = text.size() / 4;
+    Bytes data(groups * 3 + 4);
     unsigned char* out = data.data();
+    unsigned end = 0;
     size_t i = 0;
-    for (; text.size() - i >= 4; i += 4, out += 3) {
-        const uint32_t group = share(0, i) | share(1, i + 1) | share(2, i + 2) | share(3, i + 3);
-        if ((group & detail::notBase64) != 0)
+    for (; i < groups * 4; i += 4, out += 3) {
+        end = decodeGroup(text.data() + i, out);
+        if (end != 0)
             break;
-        std::memcpy(out, &group, 4);
     }
-    uint32_t group = 0;
-    size_t count = 0;
-    for (; i < text.size() && share(count, i) != detail::notBase64; ++i, ++count)
-        group |= share(count, i);
-    std::memcpy(out, &group, 4);
-    out += count < 2 ? 0 : count - 1;
+    if (end == 0) {
+        char last[] = {'=', '=', '=', '='};
+        text.copy(last, 3, i);
+        end = decodeGroup(last, out);
+    }
+    // The bytes in front of the end depend on nothing behind it.
+    out += std::max(std::countr_zero(end), 1) - 1;
     data.resize(static_cast<size_t>(out - data.data()));
     return data;
 }
