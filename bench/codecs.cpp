@@ -27,7 +27,7 @@ using FromOpenssl = std::unique_ptr<T, OpensslFree>;
 
 Bytes someBytes(size_t size)
 {
-    std::mt19937 random(20260304);  // the same bytes in every run
+    std::mt19937 random(20260304);  // NOLINT(cert-msc51-cpp): the same bytes in every run
     Bytes bytes(size);
     for (unsigned char& byte : bytes)
         byte = static_cast<unsigned char>(random());

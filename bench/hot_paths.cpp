@@ -27,11 +27,11 @@
 using HotPath = void (*)();
 
 // What is counted: callgrind collects from here to the return.
-extern "C" void runHotPath(HotPath path, int runs);
+extern "C" void runHotPath(HotPath path, long runs);
 
-extern "C" [[gnu::noinline]] void runHotPath(HotPath path, int runs)
+extern "C" [[gnu::noinline]] void runHotPath(HotPath path, long runs)
 {
-    for (int i = 0; i < runs; ++i)
+    for (long i = 0; i < runs; ++i)
         path();
 }
 
@@ -347,7 +347,7 @@ int listPaths()
     return 0;
 }
 
-int takePath(std::string_view name, int runs)
+int takePath(std::string_view name, long runs)
 {
     for (const NamedPath& each : paths) {
         if (each.name == name) {
@@ -373,7 +373,7 @@ int main(int argc, char** argv)
     }
     try {
         return argc == 1 ? NV::bench::listPaths()
-                         : NV::bench::takePath(argv[1], std::atoi(argv[2]));
+                         : NV::bench::takePath(argv[1], std::strtol(argv[2], nullptr, 10));
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s: %s\n", argv[0], error.what());
         return 1;
