@@ -50,13 +50,6 @@ Rounds without(Rounds rounds, const Rounds& others)
     return rounds;
 }
 
-// Batches as long as the longest opening, so that what else the machine does falls on short and long
-// openings alike.
-Plan longBatches(const Plan& plan)
-{
-    return {std::max<size_t>(plan.pairs / 2, 3), 8 * plan.batch};
-}
-
 void addTimes(Results& results, const Tokens& tokens, const Plan& plan)
 {
     std::vector<Work> works;
@@ -175,17 +168,19 @@ void addPublication(Results& results, const CertifiedToken& token, const Plan& p
 
     const std::vector<Rounds> rounds = inTurn({{published}, openings(token)}, {3, plan.batch});
     inside.erase(inside.begin(), inside.end() - static_cast<ptrdiff_t>(rounds[0].size()));
-    const Rounds publication = without(rounds[0], rounds[1]);
-    const size_t size = token.certificates();
+    const std::vector<size_t> size{token.certificates()};
     const char* group = "publication, per certificate";
-    addCurve(results, {group, "publication", "", {}}, perOne({{size}, {publication}}));
-    addCurve(results, {group, "inside the system's store", "", {}}, perOne({{size}, {inside}}));
-    Rounds share;
+    addCurve(results, {group, "open and free with publication", "", {}},
+             perOne({size, {rounds[0]}}));
+    addCurve(results, {group, "what publication adds", "", {}},
+             perOne({size, {without(rounds[0], rounds[1])}}));
+    addCurve(results, {group, "inside the system's store", "", {}}, perOne({size, {inside}}));
+    Rounds parts;
     for (size_t i = 0; i < inside.size(); ++i)
-        share.push_back(inside[i] / publication[i]);
-    results.value({group, "part of publication inside the system's store", "publication",
-                   static_cast<double>(size)},
-                  figureOf(share), "ratio", report);
+        parts.push_back(inside[i] / rounds[0][i]);
+    results.value({group, "part that is spent inside the system's store",
+                   "open and free with publication", static_cast<double>(size.front())},
+                  figureOf(parts), "ratio", report);
 }
 
 void measureOpening(Results& results, const Plan& plan)

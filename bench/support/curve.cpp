@@ -21,6 +21,11 @@ const Rounds& at(const Curve& curve, size_t size)
 
 }  // namespace
 
+Plan longBatches(const Plan& plan)
+{
+    return {std::max<size_t>(plan.pairs / 2, 3), 8 * plan.batch};
+}
+
 Curve perOne(const Curve& curve)
 {
     Curve each = curve;

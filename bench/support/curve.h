@@ -14,6 +14,10 @@ struct Curve {
     std::vector<Rounds> nanoseconds;  // by size; the rounds of all were timed in turn
 };
 
+// Fewer and longer batches: works of very different lengths then get like shares of what else the
+// machine does.
+Plan longBatches(const Plan& plan);
+
 // Each round's time divided by the size: the time of one of so many.
 Curve perOne(const Curve& curve);
 
