@@ -134,7 +134,7 @@ void addMemory(Results& results, const Tokens& tokens)
 
 void expectPublished(size_t certificates)
 {
-    const HCERTSTORE store = CertOpenSystemStoreW(0, L"MY");
+    HCERTSTORE store = CertOpenSystemStoreW(0, L"MY");
     size_t count = 0;
     PCCERT_CONTEXT each = nullptr;
     while ((each = CertEnumCertificatesInStore(store, each)) != nullptr)

@@ -40,10 +40,10 @@ void writeNumber(Bytes& bytes, size_t offset, uint64_t value)
 // Where the part lies in the whole, which must hold it.
 size_t offsetOf(const Bytes& part, const Bytes& whole)
 {
-    const auto found = std::ranges::search(whole, part);
-    if (found.empty())
+    const auto found = std::search(whole.begin(), whole.end(), part.begin(), part.end());
+    if (found == whole.end())
         throw std::runtime_error("a fixture's certificate is not as expected");
-    return static_cast<size_t>(found.begin() - whole.begin());
+    return static_cast<size_t>(found - whole.begin());
 }
 
 std::string fixtureFile(const std::string& name)
@@ -106,8 +106,7 @@ Bytes keyId(size_t number)
 
 std::filesystem::path copiedLibrary(const std::filesystem::path& folder, size_t certificates)
 {
-    const std::filesystem::path file =
-        folder / ("token-of-" + std::to_string(certificates) + ".dll");
+    std::filesystem::path file = folder / ("token-of-" + std::to_string(certificates) + ".dll");
     std::filesystem::copy_file(test::ScriptedToken::widePath(), file);
     return file;
 }
