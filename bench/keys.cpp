@@ -198,12 +198,13 @@ void measureOpenProviders(Results& results, const std::filesystem::path& folder,
 
 void measureKeys(Results& results, const Plan& plan)
 {
+    const Plan longer = longBatches(plan);
     const test::TemporaryFolder keys;
-    measureNumbersOfKeys(results, keys.path(), longBatches(plan));
+    measureNumbersOfKeys(results, keys.path(), longer);
     const test::TemporaryFolder handles;
-    measureOpenHandles(results, handles.path(), plan);
+    measureOpenHandles(results, handles.path(), longer);
     const test::TemporaryFolder providers;
-    measureOpenProviders(results, providers.path(), plan);
+    measureOpenProviders(results, providers.path(), longer);
 }
 
 }  // namespace
