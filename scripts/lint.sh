@@ -139,16 +139,28 @@ tidyOne()
 }
 export -f tidyOne
 
-# listed DATABASE SOURCE: true if the build of that name compiles the source.
-listed()
+# makeDatabase PRESET: a build that is never built, in build/lint, in which every source stands alone;
+# clang-tidy can use neither GCC's precompiled headers nor sources that are compiled together.
+makeDatabase()
 {
-    grep -qF "\"file\": \"$root/$2\"" "$build/$1/compile_commands.json"
+    local preset=$1 log=$build/lint/configure-$1.log
+    mkdir -p "$build/lint"
+    cmake --preset "$preset" -B "$build/lint/$preset" -DKEYWARDEN_ONE_BY_ONE=ON >"$log" 2>&1 || {
+        cat "$log" >&2
+        return 1
+    }
 }
 
-# tidyAll DATABASE SOURCE...: two at a time, or as many as there are processors.
+# listed PRESET SOURCE: true if the build of that name compiles the source.
+listed()
+{
+    grep -qF "\"file\": \"$root/$2\"" "$build/lint/$1/compile_commands.json"
+}
+
+# tidyAll PRESET SOURCE...: two at a time, or as many as there are processors.
 tidyAll()
 {
-    local database=$build/$1 flags=()
+    local database=$build/lint/$1 flags=()
     [ "$1" != windows ] || mapfile -t flags < <(crossFlags)
     shift
     [ "$#" -gt 0 ] || return 0
@@ -166,10 +178,7 @@ checkTidy()
         mapfile -t sources < <(printf '%s' "$sources")
     fi
     for preset in windows host fuzz bench; do
-        cmake --preset "$preset" >"$build/configure-$preset.log" 2>&1 || {
-            cat "$build/configure-$preset.log" >&2
-            return 1
-        }
+        makeDatabase "$preset" || return 1
     done
     for source in "${sources[@]}"; do
         known=no

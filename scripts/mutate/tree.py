@@ -77,7 +77,8 @@ class Tree:
         options = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
                    f"-DCMAKE_TOOLCHAIN_FILE={self.copy}/cmake/mingw64.cmake",
                    "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG",
-                   f"-DCMAKE_CXX_FLAGS=-include {self.copy}/mutant.h"]
+                   f"-DCMAKE_CXX_FLAGS=-include {self.copy}/mutant.h",
+                   "-DKEYWARDEN_ONE_BY_ONE=ON"]
         if shutil.which("ccache"):
             options.append("-DCMAKE_CXX_COMPILER_LAUNCHER=ccache")
         self.run(["cmake", "-S", self.copy, "-B", self.build, *options])

@@ -1,7 +1,7 @@
 // The forms that keywarden's key commands read and write: ECDSA signatures as DER, public keys as PEM
 // and DER, hashes of files.
 
-#include <CLI/CLI.hpp>
+#include <CLI/Error.hpp>
 
 #include <gtest/gtest.h>
 

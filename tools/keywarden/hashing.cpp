@@ -6,7 +6,7 @@
 
 #include <bcrypt.h>
 
-#include <CLI/CLI.hpp>
+#include <CLI/Error.hpp>
 
 #include <algorithm>
 #include <cwctype>

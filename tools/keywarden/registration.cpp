@@ -34,12 +34,12 @@ constexpr auto nameNotFound = static_cast<NTSTATUS>(0xC0000034);
 constexpr auto nameCollision = static_cast<NTSTATUS>(0xC0000035);
 constexpr auto notFound = static_cast<NTSTATUS>(0xC0000225);
 
-struct StatusName {
+struct NtStatusName {
     NTSTATUS status;
     const char* name;
 };
 
-constexpr std::array<StatusName, 5> statusNames = {{
+constexpr std::array<NtStatusName, 5> ntStatusNames = {{
     {notImplemented, "STATUS_NOT_IMPLEMENTED"},
     {accessDenied, "STATUS_ACCESS_DENIED"},
     {nameNotFound, "STATUS_OBJECT_NAME_NOT_FOUND"},
@@ -51,8 +51,8 @@ std::string nameOf(NTSTATUS status)
 {
     char number[16];
     std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
-    const auto* row = std::ranges::find(statusNames, status, &StatusName::status);
-    return row == statusNames.end() ? number : std::string(row->name) + " (" + number + ")";
+    const auto* row = std::ranges::find(ntStatusNames, status, &NtStatusName::status);
+    return row == ntStatusNames.end() ? number : std::string(row->name) + " (" + number + ")";
 }
 
 bool isMissing(NTSTATUS status)
