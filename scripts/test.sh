@@ -37,10 +37,12 @@ finish()
     [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
 }
 
-# cleanUp: no Wine process of this tree outlives the run; other trees' are not touched.
+# cleanUp: no process of this run and no Wine process of this tree outlives it; other trees' are not
+# touched.
 cleanUp()
 {
     trap - EXIT INT TERM
+    [ -z "$beside" ] || kill -- "-$beside" 2>/dev/null || true
     stopWine
 }
 
@@ -134,13 +136,19 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-# checks NAME COMMAND...: runs a script that prints "ok ..." or "FAIL ..." a check, and counts them. A
-# run that broke off without its checks is a failure as well.
+# checks NAME COMMAND...: runs a script that prints "ok ..." or "FAIL ..." a check, and counts them.
 checks()
 {
-    local name=$1 log=$build/${1// /-}.log status=0 good bad
+    local name=$1 log=$build/${1// /-}.log status=0
     shift
     timed "$name" inLog "$log" "$@" || status=$?
+    countChecks "$log" "$status"
+}
+
+# countChecks LOG STATUS: a run that broke off without its checks is a failure as well.
+countChecks()
+{
+    local log=$1 status=$2 good bad
     good=$(grep -c '^ok ' "$log" || true)
     bad=$(grep -c '^FAIL ' "$log" || true)
     if [ "$status" -ne 0 ] && [ "$bad" -eq 0 ]; then
@@ -148,6 +156,32 @@ checks()
     fi
     passed=$((passed + good))
     failed=$((failed + bad))
+}
+
+# checksBeside: the checks that share nothing with the tests. They have a process group of their own and
+# get what the tests leave of the processors, since those wait for Wine and for windows now and then.
+checksBeside()
+{
+    renice -n 10 "$BASHPID" >/dev/null
+    quietly "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
+    quietly "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
+}
+
+# quietly NAME COMMAND...: as checks does, but leaves showing and counting to showChecks.
+quietly()
+{
+    local log=$build/${1// /-}.log status=0
+    rm -f "$log.status"
+    timed "$@" >"$log" 2>&1 || status=$?
+    echo "$status" >"$log.status"
+}
+
+# showChecks NAME: what the checks said in their own time.
+showChecks()
+{
+    local log=$build/${1// /-}.log
+    cat "$log"
+    countChecks "$log" "$(cat "$log.status" || echo 1)"
 }
 
 # inLog FILE COMMAND...: shows the output and keeps it.
@@ -178,6 +212,12 @@ main()
     # Half a build would run old tests.
     [ "$builtAll" = yes ] || return 0
 
+    if [ -z "$matching" ]; then
+        set -m
+        checksBeside &
+        beside=$!
+        set +m
+    fi
     rm -f "$build"/tests-*.xml
     timed "tests" onScreen "$0" --suites-on-this-screen "$matching" "$full" || true
     for name in "${suites[@]}"; do
@@ -185,8 +225,10 @@ main()
     done
 
     if [ -z "$matching" ]; then
-        checks "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
-        checks "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
+        wait "$beside" || true
+        beside=
+        showChecks "fuzzing"
+        showChecks "release checks"
         checks "time lines" tests/tool/html_test.sh
         checks "pages" tests/tool/pages_test.sh
         if [ "$full" = yes ]; then
@@ -199,6 +241,7 @@ main()
 
 matching=
 full=no
+beside= # the process group of what runs beside the tests
 suites=(windows host)
 while [ "$#" -gt 0 ]; do
     case $1 in
