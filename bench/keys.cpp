@@ -142,7 +142,7 @@ void measureNumbersOfKeys(Results& results, const std::filesystem::path& folder,
                       atMost(1.2));
     // Each one's memory has been out of the processor's near caches since its last turn.
     addCurveAndGrowth(results, group, "open, look up and free each key in turn",
-                      {sizes, inTurn(each, plan)}, report);
+                      {sizes, inTurn(each, plan)}, atMost(1.2));
 }
 
 // Three providers of one token, each with so many open handles.

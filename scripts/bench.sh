@@ -4,7 +4,7 @@
 # size as pictures beside it. Nothing else should run meanwhile; the figures are ratios of things
 # measured in turn, but a busy machine widens them.
 #   --quick   only shows that every benchmark works; the figures say nothing
-#   --record  also puts the pictures and the figures into docs/performance
+#   --record  also puts the pictures and the figures into docs/performance, for its page
 #   NAME...   only these benchmarks; the others' figures stay as they were
 # The status is 1 when a benchmark could not be run. A figure that misses its reach is no failure: it
 # is marked in the table.
@@ -114,41 +114,68 @@ table()
         ' "$bench/results.json"
 }
 
-# plots FOLDER: a picture for each group that has curves, a line for each name in it.
+# plots: build/bench/GROUP-UNIT.svg for each group and unit that has a curve, which is a name with more
+# than two sizes; a line for each of them.
 plots()
 {
-    local folder=$1 group file
-    mkdir -p "$folder"
-    jq -r '[.rows[] | select(.size != null)] | group_by(.group)[]
-            | select([.[].size] | unique | length > 1) | .[0].group' "$bench/results.json" |
-        while IFS= read -r group; do
-            file=$(tr -cs '[:alnum:]' - <<<"$group" | sed 's/^-*//; s/-*$//')
-            plotGroup "$group" "$bench/plot-$file" "$folder/$file.svg"
+    local group unit file
+    jq '[.rows[] | select(.size != null)] | group_by([.group, .unit, .name])
+        | map(select(length > 2) | sort_by(.size))' "$bench/results.json" >"$bench/curves.json"
+    jq -r 'map("\(.[0].group)\t\(.[0].unit)") | unique[]' "$bench/curves.json" |
+        while IFS=$'\t' read -r group unit; do
+            file=$(tr -cs '[:alnum:]' - <<<"$group $unit" | sed 's/^-*//; s/-*$//')
+            plotGroup "$group" "$unit" "$bench/plot-$file" "$bench/$file.svg"
         done
 }
 
-# plotGroup GROUP DATA PICTURE: DATA.N holds one curve: size, value, low, high.
+# curvesOf GROUP UNIT FILTER: what the jq filter makes of these curves, with the names as arguments.
+curvesOf()
+{
+    jq -r --arg group "$1" --arg unit "$2" --arg name "${4:-}" \
+        "map(select(.[0].group == \$group and .[0].unit == \$unit)) | $3" "$bench/curves.json"
+}
+
+# scales GROUP UNIT: gnuplot's choice of linear or logarithmic axes, by the values.
+scales()
+{
+    curvesOf "$1" "$2" 'flatten
+        | (if ([.[].size] | min) > 0 then "set logscale x" else "" end),
+          (if ([.[].value] | min) > 0 and ([.[].value] | max / min) > 30 then "set logscale y"
+           else "set yrange [0:*]" end)'
+}
+
+# plotGroup GROUP UNIT DATA PICTURE: DATA.N holds one curve: size, median, quartiles.
 plotGroup()
 {
-    local group=$1 data=$2 picture=$3 name unit count=0 curves=()
-    while IFS=$'\t' read -r name unit; do
+    local group=$1 unit=$2 data=$3 picture=$4 name count=0 curves=()
+    while IFS= read -r name; do
         count=$((count + 1))
-        jq -r --arg group "$group" --arg name "$name" --arg unit "$unit" '[.rows[] | select(.group == $group and .name == $name
-                and .unit == $unit and .size != null)] | sort_by(.size)[]
-            | "\(.size) \(.value) \(.low) \(.high)"' "$bench/results.json" >"$data.$count"
-        curves+=("'$data.$count' using 1:2:3:4 with yerrorlines pointtype 7 pointsize 0.4 title '$name ($unit)'")
-    done < <(jq -r --arg group "$group" '[.rows[] | select(.group == $group and .size != null)
-            | {name, unit}] | unique[] | "\(.name)\t\(.unit)"' "$bench/results.json")
+        curvesOf "$group" "$unit" \
+            'map(select(.[0].name == $name)) | flatten[] | "\(.size) \(.value) \(.low) \(.high)"' \
+            "$name" >"$data.$count"
+        curves+=("'$data.$count' with yerrorlines pointtype 7 pointsize 0.4 title \"$name\"")
+    done < <(curvesOf "$group" "$unit" '.[] | .[0].name')
     gnuplot <<END
-set terminal svg size 760,380 font 'sans-serif,12' background '#ffffff'
+set terminal svg noenhanced size 800,360 font 'sans-serif,12' background '#ffffff'
 set output '$picture'
-set title '$group'
-set logscale x
-set yrange [0:*]
+set title "$group"
+set ylabel "$unit"
+$(scales "$group" "$unit")
 set grid
 set key outside right
 plot $(IFS=,; echo "${curves[*]}")
 END
+}
+
+# recordForPage: the figures, and the pictures that the page shows.
+recordForPage()
+{
+    mkdir -p docs/performance
+    cp "$bench/results.json" docs/performance/
+    grep -o '(performance/[^)]*\.svg)' docs/performance.md | tr -d '()' |
+        while IFS= read -r picture; do
+            cp "$bench/${picture#performance/}" docs/performance/ || return 1
+        done
 }
 
 quick=()
@@ -177,9 +204,6 @@ status=0
 runAll || status=1
 collect
 table
-plots "$bench"
-if [ "$record" = yes ]; then
-    plots docs/performance
-    cp "$bench/results.json" docs/performance/results.json
-fi
+plots
+[ "$record" = no ] || recordForPage || status=1
 exit "$status"

@@ -106,35 +106,38 @@ inline Bytes hexDecode(std::string_view text)
 
 inline std::string base64Encode(const unsigned char* data, uint32_t length)
 {
-    std::string text((static_cast<size_t>(length) + 2) / 3 * 4, '=');
+    std::string text((static_cast<size_t>(length) + 2) / 3 * 4, '\0');
     char* out = text.data();
-    // Four bytes are read at once, of which three count.
-    const auto encodeGroup = [](const unsigned char* from, char* to) {
-        uint32_t bits = 0;
-        std::memcpy(&bits, from, 4);
-        bits = __builtin_bswap32(bits);
-        std::memcpy(to, &detail::base64Pairs[bits >> 20], 2);
-        std::memcpy(to + 2, &detail::base64Pairs[bits >> 8 & 0xFFF], 2);
+    const auto writePair = [](char* to, uint64_t index) {
+        std::memcpy(to, &detail::base64Pairs[index & 0xFFF], 2);
     };
-    for (; length >= 7; length -= 6, data += 6, out += 8) {
-        encodeGroup(data, out);
-        encodeGroup(data + 3, out + 4);
+    // Eight bytes are read at once, of which six count; then four, of which three do.
+    for (; length >= 8; length -= 6, data += 6, out += 8) {
+        uint64_t bits = 0;
+        std::memcpy(&bits, data, 8);
+        bits = __builtin_bswap64(bits);
+        writePair(out, bits >> 52);
+        writePair(out + 2, bits >> 40);
+        writePair(out + 4, bits >> 28);
+        writePair(out + 6, bits >> 16);
     }
-    if (length >= 4) {
-        encodeGroup(data, out);
-        length -= 3;
-        data += 3;
-        out += 4;
+    for (; length >= 4; length -= 3, data += 3, out += 4) {
+        uint32_t bits = 0;
+        std::memcpy(&bits, data, 4);
+        bits = __builtin_bswap32(bits);
+        writePair(out, bits >> 20);
+        writePair(out + 2, bits >> 8);
     }
     if (length > 0) {
-        const unsigned bits = unsigned{data[0]} << 16 | (length > 1 ? unsigned{data[1]} << 8 : 0) |
-                              (length > 2 ? unsigned{data[2]} : 0);
-        const auto& last = detail::base64Pairs[bits & 0xFFF];
-        std::memcpy(out, &detail::base64Pairs[bits >> 12], 2);
-        if (length > 1)
-            out[2] = last[0];
-        if (length > 2)
-            out[3] = last[1];
+        const unsigned second = length > 1 ? data[1] : 0;
+        const unsigned third = length > 2 ? data[2] : 0;
+        const unsigned bits = unsigned{data[0]} << 16 | second << 8 | third;
+        writePair(out, bits >> 12);
+        writePair(out + 2, bits);
+        if (length < 2)
+            out[2] = '=';
+        if (length < 3)
+            out[3] = '=';
     }
     return text;
 }
