@@ -73,7 +73,7 @@ void Results::add(Row row)
                 row.measure.name.c_str(), size.c_str(), row.figure.median, row.unit.c_str(),
                 row.figure.low, row.figure.high,
                 reached(row.reach, row.figure.median) ? "" : " SHORT");
-    std::fflush(stdout);
+    static_cast<void>(std::fflush(stdout));
     rows_.push_back(std::move(row));
 }
 

@@ -23,10 +23,10 @@ protected:
         }
         const std::wstring name = record->pszName;
         const std::wstring algorithm = record->pszAlgid;
-        const std::string text = std::string(name.begin(), name.end()) + " " +
-                                 std::string(algorithm.begin(), algorithm.end()) + " " +
-                                 std::to_string(record->dwLegacyKeySpec) + " " +
-                                 std::to_string(record->dwFlags);
+        std::string text = std::string(name.begin(), name.end()) + " " +
+                           std::string(algorithm.begin(), algorithm.end()) + " " +
+                           std::to_string(record->dwLegacyKeySpec) + " " +
+                           std::to_string(record->dwFlags);
         EXPECT_EQ(status(ERROR_SUCCESS), table()->FreeBuffer(record));
         return text;
     }
