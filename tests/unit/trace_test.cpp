@@ -14,6 +14,13 @@
 
 #include "log_capture.h"
 
+// clang 14, which only lints this, cannot evaluate NV_HERE where the name has a template's parameters.
+#ifdef __clang__
+#define NV_HERE_IN_TEMPLATE NV::Site()
+#else
+#define NV_HERE_IN_TEMPLATE NV_HERE
+#endif
+
 namespace NV::traced {
 
 std::string name(const Site& site)
@@ -54,7 +61,7 @@ std::vector<int (*)(int)> functionPointersResult(std::string& result)
 template <typename T>
 std::string functionTemplate(const T&)
 {
-    return name(NV_HERE);
+    return name(NV_HERE_IN_TEMPLATE);
 }
 
 class Object {
@@ -82,7 +89,7 @@ public:
     template <typename T>
     std::string memberTemplate(T) const
     {
-        return name(NV_HERE);
+        return name(NV_HERE_IN_TEMPLATE);
     }
 
     std::string lambdaInMember() const
@@ -113,7 +120,7 @@ private:
 template <typename T>
 class Box {
 public:
-    std::string member(T) const { return name(NV_HERE); }
+    std::string member(T) const { return name(NV_HERE_IN_TEMPLATE); }
 };
 
 }  // namespace NV::traced

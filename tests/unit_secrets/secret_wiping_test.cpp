@@ -340,7 +340,7 @@ protected:
         EXPECT_TRUE(provider->init());
         loggerSettings().types = 0;
     }
-    ~ProviderWipingTest() override { Config::instance().setModuleInstance(nullptr); }
+    void TearDown() override { Config::instance().setModuleInstance(nullptr); }
 
     // The agreed secret, in the list.
     NCRYPT_SECRET_HANDLE agree()
