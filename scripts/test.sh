@@ -103,7 +103,7 @@ runSuites()
     if [ "$2" = yes ]; then
         KEYWARDEN_MODULE=Z:$build/windows/bin/nvksprovider.dll \
             runSuite shipped windows -L 'module|token' || status=1
-        WINEDEBUG=-all,warn+heap runSuite heap windows --timeout 600 || status=1
+        WINEDEBUG=-all,warn+heap runSuite heap windows --timeout 1800 || status=1
         KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak' || status=1
     fi
     stopWine
