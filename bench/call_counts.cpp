@@ -5,31 +5,18 @@
 #include "cng.h"
 
 #include <array>
-#include <filesystem>
 #include <map>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
-#include "config.h"
-#include "folder.h"
-#include "logger.h"
+#include "certificate_fixture.h"
+#include "linked_module.h"
 #include "nvvtoken.h"
 #include "peer_key.h"
-#include "pindialog.h"
 #include "results.h"
 #include "scripted_token.h"
-
-namespace NV {
-
-// In the place of the dialog.
-SecretBytes requestPIN(const PINRequest*)
-{
-    return {test::kPin.begin(), test::kPin.end()};
-}
-
-}  // namespace NV
 
 namespace NV::bench {
 
@@ -40,21 +27,6 @@ using test::ScriptedToken;
 constexpr DWORD rsaBytes = 256;
 constexpr DWORD ecBytes = 64;
 constexpr DWORD hashBytes = 32;
-
-Bytes certificate(const std::string& name)
-{
-    const std::string der = test::readFile(std::filesystem::path(CERTIFICATES) / (name + ".der"));
-    return {der.begin(), der.end()};
-}
-
-void configure()
-{
-    loggerSettings().types = 0;
-    const test::TemporaryFolder folder;
-    const std::filesystem::path file = folder.path() / "provider.conf";
-    test::writeFile(file, "p11File=" + ScriptedToken::path() + "\n");
-    Config::instance().load(test::narrowPath(file));
-}
 
 // The names in order of their first call, each with how often it was called: "C_Finalize 2".
 std::string listed(const std::vector<std::string>& names)
@@ -106,7 +78,7 @@ std::unique_ptr<Provider> opened(Counter& counter, const std::string& name,
 // Opening: what it takes by itself, for each certificate, and for each further slot.
 void countOpening(ScriptedToken& token, Counter& counter)
 {
-    const Bytes der = certificate("rsa2048");
+    const Bytes der = certificateFixture("rsa2048");
     for (const unsigned certificates : {0U, 1U, 2U, 10U, 100U}) {
         token.reset();
         for (unsigned i = 0; i < certificates; ++i)
@@ -204,14 +176,14 @@ void countEc(Provider& provider, Counter& counter)
 
 void benchmark(Results& results, const Plan&)
 {
-    configure();
+    const LinkedModule module(ScriptedToken::widePath(), std::string(test::kPin));
     ScriptedToken token;
     Counter counter(token, results);
     countOpening(token, counter);
 
     token.reset();
-    token.addCertificate(Bytes{0x01, 0xAB}, certificate("rsa2048"));
-    token.addCertificate(Bytes{0x02, 0x56}, certificate("p256"));
+    token.addCertificate(Bytes{0x01, 0xAB}, certificateFixture("rsa2048"));
+    token.addCertificate(Bytes{0x02, 0x56}, certificateFixture("p256"));
     token.addRsaKeyPair({0x01, 0xAB}, 8 * rsaBytes);
     token.addEcKeyPair({0x02, 0x56}, hashBytes);
     const std::unique_ptr<Provider> provider = opened(counter, "open a provider, two keys");

@@ -6,6 +6,7 @@
 #include <list>
 #include <stdexcept>
 
+#include "certificate_fixture.h"
 #include "operations.h"
 #include "results.h"
 #include "scripted_token.h"
@@ -17,13 +18,6 @@ using NV::test::ScriptedToken;
 
 constexpr double reachMicroseconds = 15;
 
-NV::Bytes fixture(const char* name)
-{
-    const std::string bytes =
-        NV::test::readFile(std::filesystem::path(CERTIFICATES) / (std::string(name) + ".der"));
-    return {bytes.begin(), bytes.end()};
-}
-
 struct Extent {
     size_t keys = 2;
     size_t openKeys = 0;
@@ -33,8 +27,8 @@ struct Extent {
 // The two keys that the operations use come first; the others have identifiers of four bytes.
 void fill(ScriptedToken& token, size_t keys)
 {
-    const NV::Bytes rsa = fixture("rsa2048");
-    const NV::Bytes ec = fixture("p256");
+    const NV::Bytes rsa = certificateFixture("rsa2048");
+    const NV::Bytes ec = certificateFixture("p256");
     token.addRsaKeyPair({0x01, 0xAB}, 2048);
     token.addCertificate(NV::Bytes{0x01, 0xAB}, rsa);
     token.addEcKeyPair({0x02, 0x56}, 32);

@@ -5,6 +5,7 @@
 #include <thread>
 #include <vector>
 
+#include "certificate_fixture.h"
 #include "linked_module.h"
 #include "results.h"
 #include "scripted_token.h"
@@ -15,12 +16,6 @@ using namespace NV::bench;
 using NV::test::ScriptedToken;
 
 constexpr size_t operationsInAll = 40;
-
-NV::test::Bytes certificate()
-{
-    const std::string bytes = NV::test::readFile(std::filesystem::path(CERTIFICATES) / "p256.der");
-    return {bytes.begin(), bytes.end()};
-}
 
 class Worker {
 public:
@@ -61,7 +56,7 @@ void benchmark(Results& results, const Plan& plan)
 {
     ScriptedToken token;
     token.addEcKeyPair({0x02, 0x56}, 32);
-    token.addCertificate(NV::test::Bytes{0x02, 0x56}, certificate());
+    token.addCertificate(NV::test::Bytes{0x02, 0x56}, certificateFixture("p256"));
     token.setRecording(false);
     const LinkedModule module(ScriptedToken::widePath(), std::string(NV::test::kPin));
     std::deque<Worker> workers;

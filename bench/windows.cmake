@@ -55,10 +55,7 @@ target_compile_definitions(
                         EMPTY_MODULE=L"Z:$<TARGET_FILE:empty_module>")
 add_dependencies(bench_loading nvksprovider empty_module)
 
-benchmark(call_counts call_counts.cpp ${tests_folder}/unit_faults/system_store.cpp LIBRARIES
-          bench_module)
-# Publishing goes to a store in memory.
-target_link_options(bench_call_counts PRIVATE -Wl,--wrap=__imp_CertOpenSystemStoreW)
+benchmark(call_counts call_counts.cpp LIBRARIES bench_linked_module)
 
 # A second bridge, for a second native library in one process.
 add_custom_command(

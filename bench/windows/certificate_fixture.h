@@ -1,0 +1,21 @@
+// The tests' certificates, for the scripted token's keys.
+
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+#include "encoding.h"
+#include "folder.h"
+
+namespace NV::bench {
+
+// DER of the fixture, by its name without ending: "rsa2048", "p256".
+inline Bytes certificateFixture(const std::string& name)
+{
+    const std::string der =
+        NV::test::readFile(std::filesystem::path(CERTIFICATES) / (name + ".der"));
+    return {der.begin(), der.end()};
+}
+
+}  // namespace NV::bench
