@@ -2,7 +2,7 @@
 // has recorded them. The operations are those of the Provider object, with the PIN given at once
 // instead of asked for, and with certificates published in memory.
 
-#include "cng.h"
+#include "base/cng.h"
 
 #include <array>
 #include <map>
@@ -13,7 +13,7 @@
 
 #include "certificate_fixture.h"
 #include "linked_module.h"
-#include "nvvtoken.h"
+#include "nvvtoken/nvvtoken.h"
 #include "peer_key.h"
 #include "results.h"
 #include "scripted_token.h"

@@ -11,7 +11,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "encoding.h"
+#include "base/encoding.h"
 #include "results.h"
 
 namespace NV::bench {

@@ -13,16 +13,16 @@
 #include <sstream>
 #include <string_view>
 
-#include "config.h"
-#include "config_apply.h"
-#include "encoding.h"
-#include "keystore_blob.h"
-#include "keystore_hash.h"
-#include "logger_record.h"
-#include "logger_rotation.h"
+#include "base/encoding.h"
+#include "config/config.h"
+#include "config/config_apply.h"
+#include "keystore/keystore_blob.h"
+#include "keystore/keystore_hash.h"
+#include "logger/logger_record.h"
+#include "logger/logger_rotation.h"
 #include "measure.h"
-#include "nvvtoken_parameters.h"
-#include "p11text.h"
+#include "nvvtoken/nvvtoken_parameters.h"
+#include "p11/p11text.h"
 
 using HotPath = void (*)();
 

@@ -7,7 +7,7 @@
 #include <chrono>
 #include <stdexcept>
 
-#include "cng.h"
+#include "base/cng.h"
 #include "profile.h"
 #include "results.h"
 #include "scripted_token.h"

@@ -1,7 +1,7 @@
 // What a record of the logger costs: against the bare system calls that a file record is made of,
 // and, where no output takes records, against formatting its message.
 
-#include "logger.h"
+#include "logger/logger.h"
 
 #include <windows.h>
 
@@ -14,13 +14,13 @@
 #include <string>
 #include <utility>
 
-#include "encoding.h"
+#include "base/encoding.h"
 #include "folder.h"
-#include "logger_record.h"
-#include "logger_rotation.h"
+#include "logger/logger_record.h"
+#include "logger/logger_rotation.h"
+#include "logger/trace.h"
 #include "measure.h"
 #include "results.h"
-#include "trace.h"
 
 namespace NV::bench {
 

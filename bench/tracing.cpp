@@ -16,8 +16,8 @@
 
 #include "folder.h"
 #include "host.h"
-#include "logger.h"
-#include "p11.h"
+#include "logger/logger.h"
+#include "p11/p11.h"
 #include "results.h"
 
 namespace NV::bench {

@@ -19,7 +19,7 @@ add_library(
   bench_linked_module OBJECT EXCLUDE_FROM_ALL
   windows/bare_token.cpp
   windows/linked_module.cpp
-  ${PROJECT_SOURCE_DIR}/provider/src/dll.cpp
+  ${PROJECT_SOURCE_DIR}/provider/src/dll/dll.cpp
   ${tests_folder}/unit_faults/system_store.cpp)
 target_link_libraries(
   bench_linked_module

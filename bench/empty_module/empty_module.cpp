@@ -1,7 +1,7 @@
 // A DLL that does nothing but answer for its one export, with the imports of the module: what loading
 // the module costs beyond them is the module's own.
 
-#include "cng.h"
+#include "base/cng.h"
 
 extern "C" __declspec(dllexport) NTSTATUS WINAPI
     GetKeyStorageInterface(LPCWSTR, NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppFunctionTable, DWORD)

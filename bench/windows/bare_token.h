@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "cryptoki.h"
-#include "encoding.h"
+#include "base/encoding.h"
+#include "p11/cryptoki.h"
 
 namespace NV::bench {
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 #include <string>
 
-#include "encoding.h"
+#include "base/encoding.h"
 #include "folder.h"
 
 namespace NV::bench {

@@ -2,7 +2,7 @@
 
 #include "certified_token.h"
 
-#include "cng.h"
+#include "base/cng.h"
 
 #include <algorithm>
 #include <memory>
@@ -10,10 +10,10 @@
 
 #include <wincrypt.h>
 
-#include "config.h"
-#include "encoding.h"
+#include "base/encoding.h"
+#include "config/config.h"
 #include "folder.h"
-#include "logger.h"
+#include "logger/logger.h"
 
 namespace NV::bench {
 

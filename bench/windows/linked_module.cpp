@@ -2,9 +2,9 @@
 
 #include "linked_module.h"
 
-#include "config.h"
-#include "logger.h"
-#include "pindialog.h"
+#include "config/config.h"
+#include "logger/logger.h"
+#include "pindialog/pindialog.h"
 
 extern "C" NTSTATUS WINAPI GetKeyStorageInterface(LPCWSTR, NCRYPT_KEY_STORAGE_FUNCTION_TABLE**,
                                                   DWORD);

@@ -4,7 +4,7 @@
 
 #include <stdexcept>
 
-#include "nvvtoken.h"
+#include "nvvtoken/nvvtoken.h"
 
 namespace NV::bench {
 

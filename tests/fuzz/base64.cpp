@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-#include "encoding.h"
+#include "base/encoding.h"
 #include "target.h"
 
 namespace NV::fuzz {

@@ -6,7 +6,7 @@
 #include <stdexcept>
 #include <vector>
 
-#include "config.h"
+#include "config/config.h"
 #include "target.h"
 
 namespace NV::fuzz {

@@ -5,8 +5,8 @@
 #include <optional>
 #include <vector>
 
-#include "keystore_hash.h"
-#include "nvvtoken_parameters.h"
+#include "keystore/keystore_hash.h"
+#include "nvvtoken/nvvtoken_parameters.h"
 #include "target.h"
 
 namespace NV::fuzz {

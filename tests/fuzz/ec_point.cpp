@@ -1,7 +1,7 @@
 // The public point of a certificate. The first byte chooses the curve, or says the coordinate size
 // itself; the point follows.
 
-#include "keystore_blob.h"
+#include "keystore/keystore_blob.h"
 #include "target.h"
 
 int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)

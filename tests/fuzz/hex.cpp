@@ -4,8 +4,8 @@
 #include <charconv>
 #include <cstdio>
 
-#include "encoding.h"
-#include "secret.h"
+#include "base/encoding.h"
+#include "base/secret.h"
 #include "target.h"
 
 namespace NV::fuzz {

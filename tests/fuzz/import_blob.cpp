@@ -1,6 +1,6 @@
 // The blob that an application imports as a public key.
 
-#include "keystore_blob.h"
+#include "keystore/keystore_blob.h"
 #include "target.h"
 
 namespace NV::fuzz {

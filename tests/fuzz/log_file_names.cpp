@@ -6,7 +6,7 @@
 #include <optional>
 #include <string_view>
 
-#include "logger_rotation.h"
+#include "logger/logger_rotation.h"
 #include "target.h"
 
 namespace NV::fuzz {

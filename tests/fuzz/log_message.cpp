@@ -7,7 +7,7 @@
 #include <cstring>
 #include <vector>
 
-#include "logger_record.h"
+#include "logger/logger_record.h"
 #include "target.h"
 
 namespace NV::fuzz {

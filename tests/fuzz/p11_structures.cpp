@@ -5,7 +5,7 @@
 #include <sstream>
 #include <string_view>
 
-#include "p11text.h"
+#include "p11/p11text.h"
 #include "target.h"
 
 namespace NV::fuzz {

@@ -1,7 +1,7 @@
 // The legacy blob of an RSA public key, as the system's certificate functions give it, and the CNG
 // blob that is made of it.
 
-#include "keystore_blob.h"
+#include "keystore/keystore_blob.h"
 #include "target.h"
 
 namespace NV::fuzz {

@@ -10,7 +10,7 @@
 #include <span>
 #include <string>
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 // Called by libFuzzer with one input after the other.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);

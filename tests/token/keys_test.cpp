@@ -7,8 +7,8 @@
 #include <thread>
 #include <vector>
 
-#include "cryptoki.h"
 #include "host.h"
+#include "p11/cryptoki.h"
 #include "token_test.h"
 
 namespace NV::test {

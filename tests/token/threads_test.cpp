@@ -10,7 +10,7 @@
 
 #include "ecdsa_der.h"
 #include "host.h"
-#include "logger.h"
+#include "logger/logger.h"
 #include "thread_scenarios.h"
 #include "together.h"
 #include "token_test.h"

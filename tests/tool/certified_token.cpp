@@ -11,7 +11,7 @@
 
 #include "../support/scripted_token/scripted_token_control.h"
 #include "../support/scripted_token/scripted_token_values.h"
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 namespace NV::test {
 

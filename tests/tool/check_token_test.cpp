@@ -12,7 +12,7 @@
 #include <string>
 #include <utility>
 
-#include "logger.h"
+#include "logger/logger.h"
 #include "module_fixture.h"
 #include "scripted_token.h"
 #include "tool_program.h"

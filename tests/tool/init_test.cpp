@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "config.h"
-#include "config_apply.h"
+#include "config/config.h"
+#include "config/config_apply.h"
 #include "configuration.h"
 #include "failure.h"
 #include "tool_program.h"

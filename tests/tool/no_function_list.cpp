@@ -1,6 +1,6 @@
 // no_function_list.dll: a PKCS#11 library whose C_GetFunctionList refuses.
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 extern "C" __declspec(dllexport) CK_RV NV_CK_CALL C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR)
 {

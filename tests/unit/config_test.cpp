@@ -1,7 +1,7 @@
 // Loading the configuration file. The object lives as long as the process, so each test reads keys
 // of its own where the order of tests could matter.
 
-#include "config.h"
+#include "config/config.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The codecs: hexadecimal and base64.
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 #include <gtest/gtest.h>
 

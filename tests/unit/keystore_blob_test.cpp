@@ -1,6 +1,6 @@
 // Public keys as bytes from outside: whole ones, and ones that say more than they hold.
 
-#include "keystore_blob.h"
+#include "keystore/keystore_blob.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // The order of the locks: what keeps it passes, and what breaks it ends the process at once. The
 // checked build alone watches it.
 
-#include "mutex.h"
+#include "base/mutex.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The text of log records: messages, thread hash, identity, lines, banner.
 
-#include "logger_record.h"
+#include "logger/logger_record.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Dated file names, and which of them are outdated.
 
-#include "logger_rotation.h"
+#include "logger/logger_rotation.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // The six level functions with their outputs: gate, counter, banner, files, console, threads.
 
-#include "logger.h"
+#include "logger/logger.h"
 
 #include <windows.h>
 
@@ -20,7 +20,7 @@
 #include "child.h"
 #include "local_time.h"
 #include "log_capture.h"
-#include "logger_record.h"
+#include "logger/logger_record.h"
 
 namespace NV {
 

@@ -1,6 +1,6 @@
 // The buffers of a derivation's parameter list: what each is, and what stays of it.
 
-#include "nvvtoken_parameters.h"
+#include "nvvtoken/nvvtoken_parameters.h"
 
 #include <gtest/gtest.h>
 

@@ -1,7 +1,7 @@
 // PKCS#11 values and structures as text. The names are compared with the PKCS#11 header of p11-kit,
 // which was written by others; what it lacks stands here.
 
-#include "p11text.h"
+#include "p11/p11text.h"
 
 #include <gtest/gtest.h>
 

@@ -1,6 +1,6 @@
 // Where a function stands (NV_HERE) and what the scope of a function writes.
 
-#include "trace.h"
+#include "logger/trace.h"
 
 #include <windows.h>
 

@@ -9,7 +9,7 @@
 #include "heap_count.h"
 #include "log_off.h"
 #include "opening_oracle.h"
-#include "p11.h"
+#include "p11/p11.h"
 
 namespace NV::test {
 

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "logger.h"
+#include "logger/logger.h"
 
 namespace NV::test {
 

@@ -8,11 +8,11 @@
 #include <memory>
 
 #include "case_count.h"
-#include "config.h"
+#include "config/config.h"
 #include "folder.h"
 #include "heap_count.h"
 #include "log_off.h"
-#include "nvvtoken.h"
+#include "nvvtoken/nvvtoken.h"
 #include "opening_oracle.h"
 #include "system_store.h"
 

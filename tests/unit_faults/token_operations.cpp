@@ -5,7 +5,7 @@
 #include <stdexcept>
 
 #include "heap_count.h"
-#include "keystore_secret.h"
+#include "keystore/keystore_secret.h"
 #include "peer_key.h"
 
 namespace NV::test {

@@ -7,11 +7,11 @@
 #include <optional>
 
 #include "guarded_output.h"
-#include "keystore.h"
-#include "keystore_ec.h"
-#include "keystore_rsa.h"
+#include "keystore/keystore.h"
+#include "keystore/keystore_ec.h"
+#include "keystore/keystore_rsa.h"
 #include "operation_oracle.h"
-#include "p11.h"
+#include "p11/p11.h"
 
 namespace NV::test {
 

@@ -7,7 +7,7 @@
 
 #include <wincrypt.h>
 
-#include "certstore.h"
+#include "certstore/certstore.h"
 #include "key_fixture.h"
 
 namespace {

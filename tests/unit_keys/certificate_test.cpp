@@ -1,6 +1,6 @@
 // What is read out of a certificate, and the discovery of the token's certificates.
 
-#include "certstore.h"
+#include "certstore/certstore.h"
 #include "key_fixture.h"
 
 namespace NV::test {

@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "encoding.h"
-#include "keystore_ec.h"
-#include "keystore_rsa.h"
+#include "base/encoding.h"
+#include "keystore/keystore_ec.h"
+#include "keystore/keystore_rsa.h"
 #include "log_capture.h"
-#include "p11.h"
+#include "p11/p11.h"
 #include "scripted_token.h"
 
 namespace NV::test {

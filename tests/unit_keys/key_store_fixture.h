@@ -4,7 +4,7 @@
 #pragma once
 
 #include "key_fixture.h"
-#include "keystore.h"
+#include "keystore/keystore.h"
 
 namespace NV::test {
 

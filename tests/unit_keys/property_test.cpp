@@ -1,6 +1,6 @@
 // The property: what it holds, and what copies share.
 
-#include "property.h"
+#include "keystore/property.h"
 
 #include <windows.h>
 

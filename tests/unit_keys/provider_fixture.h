@@ -6,9 +6,9 @@
 #include <memory>
 #include <stdexcept>
 
-#include "config.h"
+#include "config/config.h"
 #include "key_fixture.h"
-#include "nvvtoken.h"
+#include "nvvtoken/nvvtoken.h"
 
 namespace NV::test {
 

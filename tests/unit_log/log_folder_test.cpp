@@ -1,6 +1,6 @@
 // Log folders that are missing, cannot be written, are removed meanwhile, or hold very many files.
 
-#include "logger.h"
+#include "logger/logger.h"
 
 #include <windows.h>
 

@@ -1,6 +1,6 @@
 // Log files that another process has open: this one holds them, a child logs.
 
-#include "logger.h"
+#include "logger/logger.h"
 
 #include <windows.h>
 

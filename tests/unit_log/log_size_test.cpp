@@ -1,6 +1,6 @@
 // The longest message, by way of wide text: it is measured in the characters that are written.
 
-#include "logger.h"
+#include "logger/logger.h"
 
 #include <gtest/gtest.h>
 

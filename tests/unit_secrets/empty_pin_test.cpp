@@ -1,8 +1,8 @@
 // Secret agreement when no PIN was entered: the token is not asked, the status is 0, and nothing is
 // stored.
 
-#include "config.h"
-#include "nvvtoken.h"
+#include "config/config.h"
+#include "nvvtoken/nvvtoken.h"
 #include "profile.h"
 #include "secret_fixture.h"
 

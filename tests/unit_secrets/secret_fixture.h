@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-#include "keystore.h"
-#include "keystore_ec.h"
-#include "keystore_secret.h"
+#include "keystore/keystore.h"
+#include "keystore/keystore_ec.h"
+#include "keystore/keystore_secret.h"
 #include "log_capture.h"
-#include "p11.h"
+#include "p11/p11.h"
 #include "peer_key.h"
 #include "scripted_token.h"
 

@@ -5,8 +5,8 @@
 #include <optional>
 #include <thread>
 
-#include "config.h"
-#include "nvvtoken.h"
+#include "config/config.h"
+#include "nvvtoken/nvvtoken.h"
 #include "profile.h"
 #include "secret_fixture.h"
 #include "start_line.h"

@@ -9,10 +9,10 @@
 #include <cstring>
 #include <optional>
 
-#include "config.h"
+#include "config/config.h"
 #include "dialog_driver.h"
 #include "folder.h"
-#include "nvvtoken.h"
+#include "nvvtoken/nvvtoken.h"
 #include "profile.h"
 #include "provider_module.h"
 #include "secret_fixture.h"

@@ -7,7 +7,7 @@
 #include <filesystem>
 
 #include "folder.h"
-#include "p11text.h"
+#include "p11/p11text.h"
 #include "token_layer_fixture.h"
 #include "watched_memory.h"
 

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "log_capture.h"
-#include "p11.h"
+#include "p11/p11.h"
 #include "scripted_token.h"
 #include "wrapper_cases.h"
 

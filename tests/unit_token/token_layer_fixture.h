@@ -11,7 +11,7 @@
 
 #include "log_capture.h"
 #include "named_pointers.h"
-#include "p11.h"
+#include "p11/p11.h"
 #include "scripted_token.h"
 
 namespace NV::test {

@@ -3,7 +3,7 @@
 #include <cstring>
 #include <stdexcept>
 
-#include "keystore_token.h"
+#include "keystore/keystore_token.h"
 #include "token_layer_fixture.h"
 
 namespace NV::test {

@@ -7,7 +7,7 @@
 #include <span>
 #include <string>
 
-#include "p11.h"
+#include "p11/p11.h"
 #include "scripted_token.h"
 
 namespace NV::test {

@@ -9,9 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "module.h"
 #include "output.h"
-#include "p11.h"
+#include "p11/module.h"
+#include "p11/p11.h"
 
 namespace NV::tool {
 

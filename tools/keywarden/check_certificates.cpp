@@ -5,10 +5,10 @@
 #include <set>
 
 #include "certificate.h"
-#include "certstore.h"
+#include "certstore/certstore.h"
 #include "check.h"
 #include "failure.h"
-#include "p11text.h"
+#include "p11/p11text.h"
 #include "public_session.h"
 #include "registration.h"
 #include "text.h"

@@ -12,8 +12,8 @@
 #include <stdexcept>
 
 #include "check.h"
-#include "config.h"
-#include "config_apply.h"
+#include "config/config.h"
+#include "config/config_apply.h"
 #include "configuration.h"
 #include "failure.h"
 #include "text.h"

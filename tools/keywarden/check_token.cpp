@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "check.h"
-#include "p11text.h"
+#include "p11/p11text.h"
 #include "text.h"
 
 namespace NV::tool {

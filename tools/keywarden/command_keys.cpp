@@ -8,10 +8,10 @@
 
 #include "certificate.h"
 #include "commands.h"
-#include "config.h"
+#include "config/config.h"
 #include "configuration.h"
 #include "key_storage.h"
-#include "module.h"
+#include "p11/module.h"
 #include "public_session.h"
 #include "text.h"
 

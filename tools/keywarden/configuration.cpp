@@ -8,8 +8,8 @@
 #include <fstream>
 #include <system_error>
 
-#include "config.h"
-#include "config_apply.h"
+#include "config/config.h"
+#include "config/config_apply.h"
 #include "failure.h"
 #include "text.h"
 

@@ -5,7 +5,7 @@
 
 #include <cstddef>
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::tool {
 

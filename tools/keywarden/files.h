@@ -4,7 +4,7 @@
 
 #include <filesystem>
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::tool {
 

@@ -5,8 +5,8 @@
 #include <filesystem>
 #include <string>
 
-#include "encoding.h"
-#include "keystore_hash.h"
+#include "base/encoding.h"
+#include "keystore/keystore_hash.h"
 
 namespace NV::tool {
 

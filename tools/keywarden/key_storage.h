@@ -3,13 +3,13 @@
 
 #pragma once
 
-#include "cng.h"
+#include "base/cng.h"
 
 #include <filesystem>
 #include <string>
 #include <vector>
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::tool {
 

@@ -12,7 +12,7 @@
 
 #include "commands.h"
 #include "failure.h"
-#include "logger.h"
+#include "logger/logger.h"
 #include "text.h"
 #include "version.h"
 

@@ -9,7 +9,7 @@
 
 #include <string>
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::tool {
 

@@ -4,7 +4,7 @@
 
 #include <array>
 
-#include "p11text.h"
+#include "p11/p11text.h"
 
 namespace NV::tool {
 

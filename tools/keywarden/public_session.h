@@ -2,8 +2,8 @@
 
 #pragma once
 
-#include "encoding.h"
-#include "p11.h"
+#include "base/encoding.h"
+#include "p11/p11.h"
 
 namespace NV::tool {
 

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "cng.h"
+#include "base/cng.h"
 
 #include <filesystem>
 #include <string>

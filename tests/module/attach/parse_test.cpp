@@ -5,10 +5,10 @@
 #include <stdexcept>
 #include <string>
 
-#include "config.h"
-#include "config_apply.h"
+#include "config/config.h"
+#include "config/config_apply.h"
 #include "folder.h"
-#include "logger.h"
+#include "logger/logger.h"
 
 namespace NV::test {
 

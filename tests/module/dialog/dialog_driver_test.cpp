@@ -8,7 +8,7 @@
 
 #include "dialog_driver.h"
 #include "log_capture.h"
-#include "pindialog.h"
+#include "pindialog/pindialog.h"
 #include "profile.h"
 #include "provider_module.h"
 #include "scripted_token.h"

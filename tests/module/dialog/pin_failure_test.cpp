@@ -9,13 +9,13 @@
 #include <stdexcept>
 #include <string>
 
-#include "config.h"
+#include "config/config.h"
 #include "dialog_driver.h"
 #include "folder.h"
 #include "log_capture.h"
-#include "logger.h"
-#include "nvvtoken.h"
-#include "pindialog.h"
+#include "logger/logger.h"
+#include "nvvtoken/nvvtoken.h"
+#include "pindialog/pindialog.h"
 #include "profile.h"
 #include "provider_module.h"
 #include "signing_token.h"

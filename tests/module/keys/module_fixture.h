@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "encoding.h"
+#include "base/encoding.h"
 #include "profile.h"
 #include "provider_module.h"
 #include "scripted_token.h"

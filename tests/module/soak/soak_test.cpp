@@ -19,8 +19,8 @@
 #include <thread>
 #include <vector>
 
-#include "logger.h"
-#include "nvvtoken.h"
+#include "logger/logger.h"
+#include "nvvtoken/nvvtoken.h"
 #include "profile.h"
 #include "scripted_work.h"
 #include "together.h"

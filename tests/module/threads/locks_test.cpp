@@ -9,9 +9,9 @@
 #include <thread>
 #include <utility>
 
-#include "keystore.h"
-#include "logger.h"
-#include "nvvtoken.h"
+#include "keystore/keystore.h"
+#include "logger/logger.h"
+#include "nvvtoken/nvvtoken.h"
 #include "threads_fixture.h"
 #include "together.h"
 

@@ -9,8 +9,8 @@
 #include <stdexcept>
 #include <string>
 
-#include "cryptoki.h"
 #include "host.h"
+#include "p11/cryptoki.h"
 
 namespace NV::test {
 

@@ -10,7 +10,7 @@
 
 #include <cstddef>
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 namespace native {
 #include <p11-kit/pkcs11.h>

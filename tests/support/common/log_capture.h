@@ -8,7 +8,7 @@
 #include <filesystem>
 
 #include "folder.h"
-#include "logger.h"
+#include "logger/logger.h"
 #include "trace_log.h"
 
 namespace NV::test {

@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::test {
 

@@ -4,9 +4,9 @@
 #include <stdexcept>
 #include <string>
 
-#include "keystore_hash.h"
-#include "keystore_secret.h"
-#include "nvvtoken.h"
+#include "keystore/keystore_hash.h"
+#include "keystore/keystore_secret.h"
+#include "nvvtoken/nvvtoken.h"
 #include "peer_key.h"
 #include "token_work.h"
 

@@ -5,7 +5,7 @@
 
 #include <filesystem>
 
-#include "cng.h"
+#include "base/cng.h"
 
 namespace NV::test {
 

@@ -8,9 +8,9 @@
 #include <stdexcept>
 #include <thread>
 
-#include "logger.h"
-#include "nvvtoken.h"
-#include "scope_exit.h"
+#include "base/scope_exit.h"
+#include "logger/logger.h"
+#include "nvvtoken/nvvtoken.h"
 #include "together.h"
 
 namespace NV::test {

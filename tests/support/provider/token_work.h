@@ -3,19 +3,19 @@
 
 #pragma once
 
-#include "cng.h"
+#include "base/cng.h"
 
 #include <span>
 #include <string>
 #include <vector>
 
+#include "base/encoding.h"
+#include "base/mutex.h"
 #include "dialog_driver.h"
-#include "encoding.h"
-#include "keystore.h"
-#include "keystore_ec.h"
-#include "keystore_rsa.h"
-#include "mutex.h"
-#include "p11.h"
+#include "keystore/keystore.h"
+#include "keystore/keystore_ec.h"
+#include "keystore/keystore_rsa.h"
+#include "p11/p11.h"
 #include "provider_module.h"
 
 namespace NV::test {

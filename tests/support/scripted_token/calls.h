@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 extern "C" {
 #define NV_DECLARE(name, parameters) __declspec(dllexport) CK_RV NV_CK_CALL name parameters;

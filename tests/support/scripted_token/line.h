@@ -7,7 +7,7 @@
 #include <atomic>
 #include <string>
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 namespace NV::scripted {
 

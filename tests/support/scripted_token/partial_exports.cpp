@@ -5,7 +5,7 @@
 
 #include <cstring>
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 #define NV_EXPORT extern "C" __declspec(dllexport)
 

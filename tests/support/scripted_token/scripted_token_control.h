@@ -4,7 +4,7 @@
 
 #pragma once
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 namespace NV::test {
 

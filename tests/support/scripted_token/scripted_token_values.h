@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "cryptoki.h"
+#include "p11/cryptoki.h"
 
 namespace NV::test {
 

@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::test {
 

@@ -10,7 +10,7 @@
 #include <optional>
 #include <string>
 
-#include "encoding.h"
+#include "base/encoding.h"
 #include "folder.h"
 #include "token_keys.h"
 

@@ -3,9 +3,9 @@
 
 #pragma once
 
-#include "cng.h"
+#include "base/cng.h"
 
-#include "encoding.h"
+#include "base/encoding.h"
 
 namespace NV::test {
 

@@ -3,14 +3,14 @@
 
 #pragma once
 
-#include "cng.h"
+#include "base/cng.h"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "base/encoding.h"
 #include "dialog_driver.h"
-#include "encoding.h"
 #include "openssl.h"
 #include "padding.h"
 #include "profile.h"

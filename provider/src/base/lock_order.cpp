@@ -1,0 +1,72 @@
+// The watch over the order of locks. Not part of the module that is shipped.
+
+#include "base/lock_order.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdio>
+#include <iterator>
+
+namespace NV {
+
+namespace {
+
+struct HeldLock {
+    const LockOrder* lock;
+    LockRank rank;
+};
+
+// The locks that a thread holds, in the order in which it took them. Has nothing to construct or to
+// destroy, so that a thread may use it from its first to its last moment.
+struct HeldLocks {
+    std::array<HeldLock, 16> locks;
+    size_t count;
+
+    HeldLock* begin() { return locks.data(); }
+    HeldLock* end() { return locks.data() + count; }
+};
+
+constinit thread_local HeldLocks held{};
+
+const char* nameOf(LockRank rank)
+{
+    static constexpr const char* names[] = {"registry",   "provider", "sequence",   "key store",
+                                            "call layer", "log",      "severe log", "leaf"};
+    static_assert(std::size(names) == static_cast<size_t>(LockRank::leaf) + 1);
+    return names[static_cast<size_t>(rank)];
+}
+
+[[noreturn]] void end(const char* what, LockRank rank, const char* more)
+{
+    static_cast<void>(std::fprintf(stderr, "lock order: %s %s%s\n", nameOf(rank), what, more));
+    static_cast<void>(std::fflush(stderr));
+    __builtin_trap();
+}
+
+}  // namespace
+
+void LockOrder::expectFree() const
+{
+    for (const HeldLock& lock : held) {
+        if (lock.rank >= rank_)
+            end("is taken under ", rank_, nameOf(lock.rank));
+    }
+}
+
+void LockOrder::taken() const
+{
+    if (held.count == held.locks.size())
+        end("is taken under too many others", rank_, "");
+    held.locks[held.count++] = {this, rank_};
+}
+
+void LockOrder::released() const
+{
+    HeldLock* const own = std::ranges::find(held.begin(), held.end(), this, &HeldLock::lock);
+    if (own == held.end())
+        end("is released by a thread that has not taken it", rank_, "");
+    std::move(own + 1, held.end(), own);
+    --held.count;
+}
+
+}  // namespace NV

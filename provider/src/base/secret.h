@@ -1,0 +1,81 @@
+// Memory for PINs and agreed secrets: it is overwritten before it goes back to the heap.
+
+#pragma once
+
+#include <cstddef>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/encoding.h"
+
+namespace NV {
+
+// Overwrites with zeros in a way that the compiler does not leave out: the statement behind it may
+// read the memory, as far as the compiler knows.
+inline void wipe(void* data, size_t size)
+{
+    if (size == 0)
+        return;
+    std::memset(data, 0, size);
+    asm volatile("" : : "r"(data) : "memory");
+}
+
+template <typename T>
+struct WipingAllocator {
+    using value_type = T;
+
+    WipingAllocator() = default;
+    template <typename U>
+    WipingAllocator(const WipingAllocator<U>&)
+    {
+    }
+
+    T* allocate(size_t count) { return std::allocator<T>().allocate(count); }
+    void deallocate(T* data, size_t count)
+    {
+        wipe(data, count * sizeof(T));
+        std::allocator<T>().deallocate(data, count);
+    }
+
+    friend bool operator==(const WipingAllocator&, const WipingAllocator&) { return true; }
+};
+
+// A vector, because a short std::string lies in the object itself and would not be wiped.
+using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
+using SecretText = std::vector<char, WipingAllocator<char>>;
+using SecretWideText = std::vector<wchar_t, WipingAllocator<wchar_t>>;
+
+// Wipes memory of somebody else's when the scope is left: a text or a buffer through which a secret
+// may have passed on its way. The memory must outlive it and stay where it is.
+class WipedAtEnd {
+public:
+    WipedAtEnd(void* data, size_t size) : data_(data), size_(size) {}
+    explicit WipedAtEnd(std::string& text) : WipedAtEnd(text.data(), text.size()) {}
+    ~WipedAtEnd() { wipe(data_, size_); }
+    WipedAtEnd(const WipedAtEnd&) = delete;
+    WipedAtEnd& operator=(const WipedAtEnd&) = delete;
+
+private:
+    void* data_;
+    size_t size_;
+};
+
+// Upper-case hexadecimal with a terminating zero. The text of a secret is the secret, too.
+inline SecretText secretHex(const unsigned char* data, size_t length)
+{
+    SecretText text;
+    text.reserve(2 * length + 1);
+    for (size_t i = 0; i < length; ++i)
+        text.insert(text.end(), detail::hexPairs[data[i]].begin(), detail::hexPairs[data[i]].end());
+    text.push_back('\0');
+    return text;
+}
+
+inline SecretText secretHex(const SecretBytes& bytes)
+{
+    return secretHex(bytes.data(), bytes.size());
+}
+
+}  // namespace NV

@@ -1,0 +1,272 @@
+// Reading certificates from the token and writing them into the system's store.
+
+#include "certstore/certstore.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "base/scope_exit.h"
+
+namespace NV {
+
+namespace {
+
+constexpr CK_ULONG maxCertificates = 1024;
+constexpr DWORD anyEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+// CERT_SUBJECT_PUB_KEY_BIT_LENGTH_PROP_ID, which MinGW-w64 does not declare.
+constexpr DWORD bitLengthProperty = 92;
+
+struct ContextFreer {
+    void operator()(const CERT_CONTEXT* context) const { CertFreeCertificateContext(context); }
+};
+using CertContext = std::unique_ptr<const CERT_CONTEXT, ContextFreer>;
+
+struct StoreCloser {
+    void operator()(void* store) const { CertCloseStore(store, CERT_CLOSE_STORE_FORCE_FLAG); }
+};
+using SystemStore = std::unique_ptr<void, StoreCloser>;
+
+CertContext createContext(const std::string& base64)
+{
+    const Bytes der = base64Decode(base64);
+    return CertContext(
+        CertCreateCertificateContext(anyEncoding, der.data(), static_cast<DWORD>(der.size())));
+}
+
+std::wstring widen(std::string_view text)
+{
+    return {text.begin(), text.end()};
+}
+
+struct NamedCurve {
+    std::string_view oid;
+    uint32_t bits;
+};
+
+constexpr NamedCurve namedCurves[] = {
+    {"1.2.840.10045.3.1.1", 192},    // P-192
+    {"1.3.132.0.33", 224},           // P-224
+    {"1.2.840.10045.3.1.7", 256},    // P-256
+    {"1.3.132.0.34", 384},           // P-384
+    {"1.3.132.0.35", 521},           // P-521
+    {"1.3.132.0.10", 256},           // secp256k1
+    {"1.3.36.3.3.2.8.1.1.7", 256},   // brainpoolP256r1
+    {"1.3.36.3.3.2.8.1.1.11", 384},  // brainpoolP384r1
+    {"1.3.36.3.3.2.8.1.1.13", 512},  // brainpoolP512r1
+};
+
+// The length of an elliptic-curve key, by the named curve in the algorithm's parameters (RFC 5480,
+// 2.1.1). 0 for anything else.
+uint32_t namedCurveBits(const CRYPT_OBJID_BLOB& parameters)
+{
+    // The decoded text lies behind the pointer to it, in the same buffer.
+    DWORD size = 0;
+    if (!CryptDecodeObject(X509_ASN_ENCODING, X509_OBJECT_IDENTIFIER, parameters.pbData,
+                           parameters.cbData, 0, nullptr, &size))
+        return 0;
+    std::vector<LPSTR> buffer(size / sizeof(LPSTR) + 1);
+    if (!CryptDecodeObject(X509_ASN_ENCODING, X509_OBJECT_IDENTIFIER, parameters.pbData,
+                           parameters.cbData, 0, buffer.data(), &size))
+        return 0;
+    const std::string_view oid = buffer.front();
+    const auto* curve = std::ranges::find(namedCurves, oid, &NamedCurve::oid);
+    return curve != std::end(namedCurves) ? curve->bits : 0;
+}
+
+uint32_t keyBits(const CERT_CONTEXT& certificate)
+{
+    DWORD bits = 0;
+    DWORD size = sizeof bits;
+    if (CertGetCertificateContextProperty(&certificate, bitLengthProperty, &bits, &size))
+        return bits;
+    // Older systems do not have the property.
+    CERT_PUBLIC_KEY_INFO& key = certificate.pCertInfo->SubjectPublicKeyInfo;
+    if (std::string_view(key.Algorithm.pszObjId) == szOID_RSA_RSA)
+        return CertGetPublicKeyLength(X509_ASN_ENCODING, &key);
+    return namedCurveBits(key.Algorithm.Parameters);
+}
+
+// An attribute's bytes, asked for in two calls: the length, then the value. Nothing when either
+// fails. `found` hears the length between the two.
+template <typename Found>
+std::optional<Bytes> readAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
+                                   CK_ATTRIBUTE_TYPE type, const Found& found)
+{
+    CK_ATTRIBUTE request{type, nullptr, 0};
+    if (askForAttribute(p11, session, object, request) != CKR_OK)
+        return std::nullopt;
+    found(static_cast<int>(request.ulValueLen));
+    Bytes value(request.ulValueLen);
+    request.pValue = value.data();
+    if (askForAttribute(p11, session, object, request) != CKR_OK)
+        return std::nullopt;
+    value.resize(std::min<size_t>(value.size(), request.ulValueLen));
+    return value;
+}
+
+}  // namespace
+
+P11CertObject::ByHandle P11CertObject::FindCertificates(Pkcs11& p11, const P11Slot& slot,
+                                                        CK_SESSION_HANDLE session)
+{
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    ByHandle found;
+    constexpr CK_OBJECT_CLASS objectClass = CKO_CERTIFICATE;
+    constexpr CK_CERTIFICATE_TYPE certificateType = CKC_X_509;
+    std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
+                         attribute(CKA_CERTIFICATE_TYPE, &certificateType, sizeof certificateType)};
+    std::vector<CK_OBJECT_HANDLE> handles(maxCertificates);
+    CK_ULONG count = 0;
+    if (p11.C_FindObjectsInit(session, search.data(), search.size()) != CKR_OK ||
+        p11.C_FindObjects(session, handles.data(), maxCertificates, &count) != CKR_OK) {
+        return trace.leaving(std::move(found));
+    }
+    handles.resize(std::min(count, maxCertificates));
+    NV_DBG("Found %d Objects", static_cast<int>(handles.size()));
+    for (const CK_OBJECT_HANDLE handle : handles) {
+        auto certificate = std::make_unique<P11CertObject>();
+        certificate->readCertificate(here, p11, slot.id(), session, handle);
+        certificate->readKeyName(here, p11, session, handle);
+        found.try_emplace(handle, std::move(certificate));
+    }
+    p11.C_FindObjectsFinal(session);
+    return trace.leaving(std::move(found));
+}
+
+void P11CertObject::readCertificate(const Site& find, Pkcs11& p11, CK_SLOT_ID slotId,
+                                    CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object)
+{
+    const auto der = readAttribute(p11, session, object, CKA_VALUE, [&find](int length) {
+        NV_AS(DBG, find, "Found CKA_VALUE Attribute %d bytes", length);
+    });
+    if (!der)
+        return;
+    certificate_ = base64Encode(*der);
+    NV_AS(DBG, find, "CKA_VALUE = %s", certificate_.c_str());
+    publicKey_ = extractPublicKey(certificate_);
+    NV_AS(DBG, find, "PUBLICKEY = %s", publicKey_.c_str());
+    keyLength_ = extractKeyLength(certificate_);
+    NV_AS(DBG, find, "KEYLENGTH = %d", static_cast<int>(keyLength_));
+    algorithmOid_ = extractAlgoOid(certificate_);
+    NV_AS(DBG, find, "ALGOObjID = %ls", algorithmOid_.c_str());
+    slotId_ = slotId;
+}
+
+void P11CertObject::readKeyName(const Site& find, Pkcs11& p11, CK_SESSION_HANDLE session,
+                                CK_OBJECT_HANDLE object)
+{
+    const auto id = readAttribute(p11, session, object, CKA_ID, [&find](int length) {
+        NV_AS(DBG, find, "Found CKA_ID Attribute %d bytes", length);
+    });
+    if (!id)
+        return;
+    keyName_ = widen(hexEncode(*id));
+    NV_AS(DBG, find, "CKA_ID = %ls", keyName_.c_str());
+}
+
+std::string P11CertObject::extractPublicKey(const std::string& certificate)
+{
+    const Trace trace(NV_HERE);
+    std::string publicKey;
+    if (const CertContext context = createContext(certificate)) {
+        const CRYPT_BIT_BLOB& key = context->pCertInfo->SubjectPublicKeyInfo.PublicKey;
+        publicKey = base64Encode(key.pbData, key.cbData);
+    } else {
+        NV_ERR("CertCreateCertificateContext() failed");
+    }
+    return trace.leaving(std::move(publicKey));
+}
+
+std::wstring P11CertObject::extractAlgoOid(const std::string& certificate)
+{
+    const Trace trace(NV_HERE);
+    std::wstring oid;
+    if (const CertContext context = createContext(certificate))
+        oid = widen(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
+    else
+        NV_ERR("CertCreateCertificateContext() failed");
+    return trace.leaving(std::move(oid));
+}
+
+uint32_t P11CertObject::extractKeyLength(const std::string& certificate)
+{
+    const Trace trace(NV_HERE);
+    uint32_t bits = 0;
+    if (const CertContext context = createContext(certificate)) {
+        bits = keyBits(*context);
+        NV_TRC("CERT_SUBJECT_PUB_KEY_BIT_LENGTH_PROP_ID=%d", static_cast<int>(bits));
+    } else {
+        NV_ERR("CertCreateCertificateContext() failed");
+    }
+    return trace.leaving(bits);
+}
+
+bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,
+                                    const std::wstring& pwszContainerName,
+                                    const std::string& base64)
+{
+    Trace trace(NV_HERE);
+    // The provider name has no argument line; the numbers begin with the container.
+    NV_ARG(trace, "pwszContainerName=%ls", pwszContainerName.c_str());
+    NV_ARG(trace, "base64=%s", base64.c_str());
+
+    NV_TRC("1) Open System Store (My)");
+    const SystemStore store(CertOpenSystemStoreW(0, L"MY"));
+    if (store == nullptr) {
+        NV_ERR("CertOpenSystemStore() failed");
+        return trace.leaving(false);
+    }
+    NV_TRC("2) Create a certificate context");
+    const CertContext context = createContext(base64);
+    if (context == nullptr) {
+        NV_ERR("CertCreateCertificateContext() failed");
+        return trace.leaving(false);
+    }
+    NV_TRC("3) Add the context to the store");
+    PCCERT_CONTEXT added = nullptr;
+    if (!CertAddCertificateContextToStore(store.get(), context.get(),
+                                          CERT_STORE_ADD_REPLACE_EXISTING, &added)) {
+        NV_ERR("CertAddCertificateContextToStore() failed");
+        return trace.leaving(false);
+    }
+    const CertContext stored(added);
+    NV_TRC("4) Associate the provInfo to the context");
+    std::wstring container = pwszContainerName;
+    std::wstring provider = pwszProvName;
+    CRYPT_KEY_PROV_INFO info{};
+    info.pwszContainerName = container.data();
+    info.pwszProvName = provider.data();
+    info.dwKeySpec = AT_SIGNATURE;
+    if (!CertSetCertificateContextProperty(stored.get(), CERT_KEY_PROV_INFO_PROP_ID, 0, &info))
+        NV_ERR("CertSetCertificateContextProperty() failed");
+    return trace.leaving(true);
+}
+
+bool CertStore::loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::wstring& providerName)
+{
+    const Trace trace(NV_HERE);
+    if (slot == nullptr) {
+        return trace.leaving(false);
+    }
+    CK_SESSION_HANDLE session = 0;
+    if (p11.C_OpenSession(slot->id(), CKF_SERIAL_SESSION, nullptr, nullptr, &session) != CKR_OK) {
+        NV_ERR("Failed C_OpenSession()");
+        return trace.leaving(false);
+    }
+    ScopeExit close([&] { p11.C_CloseSession(session); });
+    for (auto& [handle, certificate] : P11CertObject::FindCertificates(p11, *slot, session)) {
+        const std::wstring keyName = certificate->keyName();
+        const std::string base64 = certificate->certificate();
+        certificates_.try_emplace(keyName, std::move(certificate));
+        P11CertObject::AddToLocalStore(providerName, keyName, base64);
+    }
+    close.run();
+    return trace.leaving(true);
+}
+
+}  // namespace NV

@@ -1,0 +1,87 @@
+// Discovery of the token's certificates, and their publication in the user's "My" store.
+
+#pragma once
+
+#include "base/cng.h"
+
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+
+#include "base/encoding.h"
+#include "logger/trace.h"
+#include "p11/cryptoki.h"
+#include "p11/module.h"
+#include "p11/p11.h"
+#include "p11/p11object.h"
+
+namespace NV {
+
+// A certificate found on the token.
+class P11CertObject : public P11Object {
+public:
+    using ByHandle = std::map<CK_OBJECT_HANDLE, std::unique_ptr<P11CertObject>>;
+
+    // The X.509 certificates that an open session of the slot can see, at most 1024. A search that
+    // fails finds none; an attribute that cannot be read leaves its fields empty.
+    static ByHandle FindCertificates(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE session);
+
+    // What a certificate, given as base64 of its DER, says about its public key: the contents of
+    // the subjectPublicKey bit string as base64, the algorithm's OID, the length in bits. Empty
+    // texts and 0 when it is no certificate.
+    static std::string extractPublicKey(const std::string& certificate);
+    static std::wstring extractAlgoOid(const std::string& certificate);
+    static uint32_t extractKeyLength(const std::string& certificate);
+
+    // Puts the certificate into the user's "My" store, in place of an equal one, with key provider
+    // information that names the provider and the container. True even when that information could
+    // not be attached, which is only logged.
+    static bool AddToLocalStore(const std::wstring& pwszProvName,
+                                const std::wstring& pwszContainerName, const std::string& base64);
+
+    CK_SLOT_ID slotId() const { return slotId_; }
+    // Upper-case hexadecimal of CKA_ID; empty without one.
+    const std::wstring& keyName() const { return keyName_; }
+    const std::wstring& algorithmOid() const { return algorithmOid_; }
+    const std::string& certificate() const { return certificate_; }
+    const std::string& publicKey() const { return publicKey_; }
+    uint32_t keyLength() const { return keyLength_; }
+
+private:
+    void readCertificate(const Site& find, Pkcs11& p11, CK_SLOT_ID slotId,
+                         CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object);
+    void readKeyName(const Site& find, Pkcs11& p11, CK_SESSION_HANDLE session,
+                     CK_OBJECT_HANDLE object);
+
+    CK_SLOT_ID slotId_ = 0;
+    std::wstring keyName_;
+    std::wstring algorithmOid_;
+    std::string certificate_;
+    std::string publicKey_;
+    uint32_t keyLength_ = 0;
+};
+
+// The certificates of one provider's token, by key name. It has no lock: the provider fills it
+// while it initialises.
+class CertStore {
+public:
+    using ByKeyName = std::map<std::wstring, std::unique_ptr<P11CertObject>>;
+
+    CertStore() = default;
+    virtual ~CertStore() = default;
+    CertStore(const CertStore&) = delete;
+    CertStore& operator=(const CertStore&) = delete;
+
+    // Finds the slot's certificates, keeps them by key name (the first of a name stays) and
+    // publishes every one. False without a slot or a session; whatever fails later is skipped. The
+    // library must be initialised.
+    bool loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::wstring& providerName);
+
+    const ByKeyName& certificates() const { return certificates_; }
+
+private:
+    ByKeyName certificates_;
+};
+
+}  // namespace NV

@@ -1,0 +1,234 @@
+// Filing, cloning and deleting key objects.
+
+#include "keystore/keystore.h"
+
+#include <mutex>
+#include <span>
+#include <string_view>
+
+#include "keystore/keystore_blob.h"
+#include "keystore/keystore_ec.h"
+#include "keystore/keystore_rsa.h"
+
+namespace NV {
+
+namespace {
+
+constexpr std::wstring_view rsaOid = L"1.2.840.113549.1.1.1";
+constexpr std::wstring_view ecOid = L"1.2.840.10045.2.1";
+
+NCRYPT_KEY_HANDLE handleOf(const P11KeyObject& key)
+{
+    return reinterpret_cast<NCRYPT_KEY_HANDLE>(&key);
+}
+
+// With the terminating zero.
+void addText(P11KeyObject& key, const wchar_t* name, const std::wstring& text)
+{
+    key.addProperty(name, text.c_str(), static_cast<int32_t>((text.size() + 1) * sizeof(wchar_t)));
+}
+
+void addNumber(P11KeyObject& key, const wchar_t* name, DWORD value)
+{
+    key.addProperty(name, &value, sizeof value);
+}
+
+std::wstring algorithmName(const P11KeyObject& key, const std::wstring& group)
+{
+    const Curve* curve = findCurve(&Curve::keyLength, key.keyLength());
+    return group == L"ECDSA" && curve != nullptr ? curve->algorithmName : group;
+}
+
+void addKeyProperties(P11KeyObject& key)
+{
+    const std::wstring group(key.algorithm().begin(), key.algorithm().end());
+    addText(key, NCRYPT_NAME_PROPERTY, key.keyId());
+    addText(key, NCRYPT_UNIQUE_NAME_PROPERTY, key.keyId());
+    addNumber(key, NCRYPT_KEY_USAGE_PROPERTY,
+              NCRYPT_ALLOW_DECRYPT_FLAG | NCRYPT_ALLOW_SIGNING_FLAG);
+    addNumber(key, NCRYPT_IMPL_TYPE_PROPERTY, NCRYPT_IMPL_HARDWARE_FLAG);
+    addText(key, NCRYPT_ALGORITHM_PROPERTY, algorithmName(key, group));
+    addText(key, NCRYPT_ALGORITHM_GROUP_PROPERTY, group);
+    addNumber(key, NCRYPT_EXPORT_POLICY_PROPERTY, 0);
+}
+
+// The uncompressed point as base64.
+std::string pointText(const Site& site, std::span<const BYTE> coordinates)
+{
+    const Bytes point = uncompressedPoint(coordinates);
+    const size_t half = coordinates.size() / 2;
+    const auto size = static_cast<int>(half);
+    std::string base64 = base64Encode(point);
+    NV_AS(TRC, site, "X=[%s]", hexEncode(coordinates.data(), size).c_str());
+    NV_AS(TRC, site, "Y=[%s]", hexEncode(coordinates.data() + half, size).c_str());
+    NV_AS(TRC, site, "pubKey(Uncompressed)=[%s]", hexEncode(point).c_str());
+    NV_AS(TRC, site, "pubKey(B64)=[%s]", base64.c_str());
+    return base64;
+}
+
+}  // namespace
+
+KeyStore::~KeyStore()
+{
+    openedKeys_.clear();
+    ephemeralKeys_.clear();
+    managedKeys_.clear();
+}
+
+bool KeyStore::addPublicKey(const P11Slot& slot, const std::wstring& id, const std::wstring& oid,
+                            const std::string& base64, uint32_t length)
+{
+    const std::lock_guard guard(lock_);
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "slot = %p", static_cast<const void*>(&slot));
+    NV_ARG(trace, "id = %ls", id.c_str());
+    NV_ARG(trace, "oid = %ls", oid.c_str());
+    NV_ARG(trace, "base64 = %s", base64.c_str());
+    NV_ARG(trace, "length = %d", static_cast<int>(length));
+
+    std::unique_ptr<P11KeyObject> key;
+    if (oid == rsaOid) {
+        NV_DBG("Generate P11RSAKeyObject");
+        key = std::make_unique<P11RSAKeyObject>();
+    } else if (oid == ecOid) {
+        NV_DBG("Generate P11ECKeyObject");
+        key = std::make_unique<P11ECKeyObject>();
+    } else {
+        return trace.leaving(false);
+    }
+    key->setKeyId(id);
+    key->setPublicKey(base64);
+    key->setSlotId(slot.id());
+    key->setAlgorithmOid(oid);
+    key->setKeyLength(length);
+    addKeyProperties(*key);
+
+    // A second key of a name is neither filed nor deleted: its properties would be emptied. Kept.
+    if (const auto [entry, filed] = managedKeys_.try_emplace(id); filed)
+        entry->second = std::move(key);
+    else
+        static_cast<void>(key.release());
+    return trace.leaving(true);
+}
+
+NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
+{
+    const std::lock_guard guard(lock_);
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "pbData=%p", static_cast<const void*>(pbData));
+    NV_TRC("0) Parse Input BLOB to get keysize (in bytes)..");
+    const EccBlob blob = readEccBlob({pbData, cbData});
+    if (blob.curve != nullptr)
+        NV_DBG("%s recieved, length=%d bytes", blob.curve->ecdhMagicName,
+               static_cast<int>(blob.coordinateSize));
+    else
+        NV_ERR("Unsupported/Unknown MAGIC received..");
+
+    NV_TRC("1) Compute Public key (uncompressed format from X and Y points)..");
+    if (blob.curve == nullptr)
+        return trace.leaving(NCRYPT_KEY_HANDLE{0});
+    if (!blob.coordinates) {
+        NV_ERR("The BLOB is shorter than its header says..");
+        return trace.leaving(NCRYPT_KEY_HANDLE{0});
+    }
+    const std::string base64 = pointText(here, *blob.coordinates);
+
+    NV_TRC("2) Create KeyObject to get NCRYPT_KEY_HANDLE..");
+    auto key = std::make_unique<P11ECKeyObject>();
+    key->setPublicKey(base64);
+    key->setAlgorithmOid(std::wstring(ecOid));
+    key->setKeyLength(blob.curve->keyLength);
+    addKeyProperties(*key);
+    const NCRYPT_KEY_HANDLE handle = handleOf(*key);
+    ephemeralKeys_[handle] = std::move(key);
+    return trace.leaving(handle);
+}
+
+template <typename Key>
+NCRYPT_KEY_HANDLE KeyStore::fileClone(const P11KeyObject& source)
+{
+    auto clone = std::make_unique<Key>(static_cast<const Key&>(source));
+    const NCRYPT_KEY_HANDLE handle = handleOf(*clone);
+    // An entry without a key may stand here, left by a close of this address.
+    openedKeys_[handle] = std::move(clone);
+    return handle;
+}
+
+NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
+{
+    const std::lock_guard guard(lock_);
+    const Trace trace(NV_HERE);
+    NV_TRC("Try to find [%ls] from managed keys", name.c_str());
+    // An unknown name leaves an entry without a key behind. Kept: it counts in enumerations.
+    const P11KeyObject* key = managedKeys_[name].get();
+    NCRYPT_KEY_HANDLE handle = 0;
+    if (key == nullptr) {
+        NV_ERR("Failed to open the key because Not Found KeyId = %ls", name.c_str());
+    } else if (key->algorithm() == "RSA") {
+        NV_TRC("Found RSA key, Try to clone the key");
+        handle = fileClone<P11RSAKeyObject>(*key);
+        NV_TRC("Clone the RSAkey as [%p]", asPointer(handle));
+    } else if (key->algorithm() == "ECDSA") {
+        NV_TRC("Found ECDSA key, Try to clone the key");
+        handle = fileClone<P11ECKeyObject>(*key);
+        NV_TRC("Clone the ECkey as [%p]", asPointer(handle));
+    } else {
+        NV_ERR("Failed to copy the key");
+    }
+    return trace.leaving(handle);
+}
+
+bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
+{
+    const std::lock_guard guard(lock_);
+    const Trace trace(NV_HERE);
+    const bool imported = ephemeralKeys_.contains(handle);
+    ByHandle& keys = imported ? ephemeralKeys_ : openedKeys_;
+    // An unknown handle leaves an entry without a key behind, as in open.
+    const P11KeyObject* key = keys[handle].get();
+    const bool found = key != nullptr;
+    if (found) {
+        NV_DBG("Found Key %ls,", key->keyId().c_str());
+        keys.erase(handle);
+    } else {
+        NV_ERR("Not Found Key by %p", asPointer(handle));
+    }
+    return trace.leaving(found);
+}
+
+P11KeyObject* KeyStore::findOpened(NCRYPT_KEY_HANDLE handle)
+{
+    const std::lock_guard guard(lock_);
+    const auto entry = openedKeys_.find(handle);
+    return entry != openedKeys_.end() ? entry->second.get() : nullptr;
+}
+
+P11KeyObject* KeyStore::findOpenedOrImported(NCRYPT_KEY_HANDLE handle)
+{
+    if (P11KeyObject* opened = findOpened(handle))
+        return opened;
+    const std::lock_guard guard(lock_);
+    const auto entry = ephemeralKeys_.find(handle);
+    return entry != ephemeralKeys_.end() ? entry->second.get() : nullptr;
+}
+
+P11KeyObject* KeyStore::keyAt(size_t position)
+{
+    const std::lock_guard guard(lock_);
+    // Entries are only ever added, so that a list of another length is an old one.
+    if (keysInOrder_.size() != managedKeys_.size()) {
+        keysInOrder_.clear();
+        for (const auto& [name, key] : managedKeys_)
+            keysInOrder_.push_back(key.get());
+    }
+    return position < keysInOrder_.size() ? keysInOrder_[position] : nullptr;
+}
+
+size_t KeyStore::keyCount()
+{
+    const std::lock_guard guard(lock_);
+    return managedKeys_.size();
+}
+
+}  // namespace NV

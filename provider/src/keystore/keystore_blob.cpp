@@ -1,0 +1,91 @@
+// Reading and building public key blobs.
+
+#include "keystore/keystore_blob.h"
+
+#include <algorithm>
+#include <bit>
+#include <cstring>
+
+namespace NV {
+
+namespace {
+
+static_assert(std::endian::native == std::endian::little, "the heads are copied as they lie");
+static_assert(sizeof(EccBlobHead) == 8);
+static_assert(sizeof(LegacyRsaHead) == 20 && sizeof(RsaBlobHead) == 24);
+
+constexpr unsigned char uncompressedMark = 0x04;
+
+// The bytes as far as there are any; the rest of the record is zero.
+template <typename Record>
+Record beginningOf(std::span<const unsigned char> bytes)
+{
+    Record record{};
+    if (!bytes.empty())
+        std::memcpy(&record, bytes.data(), std::min(bytes.size(), sizeof record));
+    return record;
+}
+
+template <typename Record>
+void append(Bytes& bytes, const Record& record)
+{
+    const auto* begin = reinterpret_cast<const unsigned char*>(&record);
+    bytes.insert(bytes.end(), begin, begin + sizeof record);
+}
+
+}  // namespace
+
+EccBlob readEccBlob(std::span<const unsigned char> blob)
+{
+    // The magic is looked at first, even if not much follows it.
+    const auto head = beginningOf<EccBlobHead>(blob);
+    EccBlob key;
+    key.coordinateSize = head.coordinateSize;
+    if (blob.size() >= sizeof head.magic)
+        key.curve = findCurve(&Curve::ecdhMagic, head.magic);
+    if (blob.size() >= sizeof head && (blob.size() - sizeof head) / 2 >= head.coordinateSize)
+        key.coordinates = blob.subspan(sizeof head, 2 * size_t{head.coordinateSize});
+    return key;
+}
+
+Bytes uncompressedPoint(std::span<const unsigned char> coordinates)
+{
+    Bytes point;
+    point.reserve(1 + coordinates.size());
+    point.push_back(uncompressedMark);
+    point.insert(point.end(), coordinates.begin(), coordinates.end());
+    return point;
+}
+
+PointCoordinates splitPoint(std::span<const unsigned char> point, size_t coordinateSize)
+{
+    if (point.size() < 1 + 2 * coordinateSize || point.front() != uncompressedMark)
+        return {};
+    const auto x = point.subspan(1, coordinateSize);
+    const auto y = point.subspan(1 + coordinateSize, coordinateSize);
+    return {Bytes(x.begin(), x.end()), Bytes(y.begin(), y.end())};
+}
+
+std::optional<LegacyRsaHead> readLegacyRsaHead(std::span<const unsigned char> legacy)
+{
+    if (legacy.size() < sizeof(LegacyRsaHead))
+        return std::nullopt;
+    return beginningOf<LegacyRsaHead>(legacy);
+}
+
+Bytes rsaPublicKeyBlob(const LegacyRsaHead& head, std::span<const unsigned char> legacy)
+{
+    const uint32_t modulusSize = head.modulusSize();
+    if (legacy.size() < sizeof head || legacy.size() - sizeof head < modulusSize)
+        return {};
+    // The exponent is always written as 65537; the key's own is only logged. Meant so.
+    const unsigned char exponent[] = {0x01, 0x00, 0x01};
+    Bytes blob;
+    append(blob, RsaBlobHead{head.magic, head.bitLength, sizeof exponent, modulusSize, 0, 0});
+    append(blob, exponent);
+    const auto modulus = legacy.subspan(sizeof head, modulusSize);
+    blob.insert(blob.end(), modulus.rbegin(), modulus.rend());
+    return blob;
+}
+
+}  // namespace NV

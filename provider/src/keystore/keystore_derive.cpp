@@ -1,0 +1,158 @@
+// Key derivation from an agreed secret, with a digest or an HMAC that the token computes.
+
+#include "keystore/keystore.h"
+
+#include <array>
+#include <mutex>
+
+#include "keystore/keystore_token.h"
+
+namespace NV {
+
+namespace {
+
+constexpr auto openHeading = "1) Try to open a new session";
+
+int asInt(size_t size)
+{
+    return static_cast<int>(size);
+}
+
+void logArguments(const Site& site, const KeyStore::Derivation& d)
+{
+    NV_AS(TRC, site, "ARG[0]:p11=%p", static_cast<const void*>(d.p11));
+    NV_AS(TRC, site, "ARG[1]:phAgreedSecret=%p", asPointer(d.phAgreedSecret));
+    // The numbers go on with 3. Kept.
+    NV_AS(TRC, site, "ARG[3]:pbDerivedKey=%p", static_cast<const void*>(d.pbDerivedKey));
+    NV_AS(TRC, site, "ARG[4]:cbDerivedKey=%d", static_cast<int>(d.cbDerivedKey));
+    NV_AS(TRC, site, "ARG[5]:pcbResult=%p", static_cast<const void*>(d.pcbResult));
+    NV_AS(TRC, site, "ARG[6]:hashAlgo=%ls", d.hashAlgo.name.data());
+    NV_AS(TRC, site, "ARG[7]:useHmacKdf=%d", d.useHmacKdf ? 1 : 0);
+    NV_AS(TRC, site, "ARG[8]:pbHmacKey=%p", static_cast<const void*>(d.hmacKey.data()));
+    NV_AS(TRC, site, "ARG[9]:cbHmacKey=%d", asInt(d.hmacKey.size()));
+    NV_AS(TRC, site, "ARG[10]:pbKdfPrepend=%p", static_cast<const void*>(d.kdfPrepend.data()));
+    NV_AS(TRC, site, "ARG[11]:cbKdfPrepend=%d", asInt(d.kdfPrepend.size()));
+    NV_AS(TRC, site, "ARG[12]:pbKdfAppend=%p", static_cast<const void*>(d.kdfAppend.data()));
+    NV_AS(TRC, site, "ARG[13]:cbKdfAppend=%d", asInt(d.kdfAppend.size()));
+}
+
+// The HMAC key as a session object: closing the session discards it.
+bool createHmacKey(TokenSequence& token, const KeyStore::Derivation& d, CK_OBJECT_HANDLE& key)
+{
+    constexpr CK_OBJECT_CLASS objectClass = CKO_SECRET_KEY;
+    constexpr CK_BBOOL yes = CK_TRUE;
+    constexpr CK_BBOOL no = CK_FALSE;
+    const CK_KEY_TYPE keyType = d.hashAlgo.hmacKey;
+    std::array object = {attribute(CKA_TOKEN, &no, sizeof no),
+                         attribute(CKA_CLASS, &objectClass, sizeof objectClass),
+                         attribute(CKA_KEY_TYPE, &keyType, sizeof keyType),
+                         attribute(CKA_SENSITIVE, &no, sizeof no),
+                         attribute(CKA_PRIVATE, &no, sizeof no),
+                         attribute(CKA_SIGN, &yes, sizeof yes),
+                         attribute(CKA_VERIFY, &yes, sizeof yes),
+                         attribute(CKA_VALUE, d.hmacKey.data(), d.hmacKey.size())};
+    return token.check(
+        token.p11().C_CreateObject(token.session(), object.data(), object.size(), &key),
+        "C_CreateObject() failed while creating Hmac secret key object, error-code=");
+}
+
+SecretBytes inputData(const Site& site, const KeyStore::Derivation& d)
+{
+    NV_AS(TRC, site,
+          "3) Trying to compute KDF input data: [KDF_SECRET_PREPEND || SHARED_SECRET || "
+          "KDF_SECRET_APPEND]");
+    SecretBytes input;
+    input.reserve(d.kdfPrepend.size() + d.secret.size() + d.kdfAppend.size());
+    for (const SecretBytes* piece : {&d.kdfPrepend, &d.secret, &d.kdfAppend})
+        input.insert(input.end(), piece->begin(), piece->end());
+    NV_AS(DBG, site, "Retrieved SharedSecret(%d bytes)=[%s]", asInt(d.secret.size()),
+          secretHex(d.secret).data());
+    NV_AS(DBG, site, "KDFInputData(%d bytes)=[%s]", asInt(input.size()), secretHex(input).data());
+    if (d.useHmacKdf)
+        NV_AS(DBG, site, "HMAC_KEY(%d bytes)=[%s]", asInt(d.hmacKey.size()),
+              secretHex(d.hmacKey).data());
+    return input;
+}
+
+bool runHmac(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
+             CK_OBJECT_HANDLE key, SecretBytes& input, CK_ULONG& length)
+{
+    CK_MECHANISM mechanism{d.hashAlgo.hmac, nullptr, 0};
+    if (!token.check(token.p11().C_SignInit(token.session(), &mechanism, key),
+                     "Failed to initialize HMAC Process "))
+        return false;
+    NV_AS(TRC, site, "Success to initialize HMAC process");
+    const CK_RV rv =
+        token.p11().C_Sign(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
+                           d.pbDerivedKey, &length);
+    if (!token.check(rv, "Failed to HMAC data, error-code:"))
+        return false;
+    length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
+    NV_AS(TRC, site, "Success to HMAC data %d(bytes)", asInt(length));
+    return true;
+}
+
+bool runDigest(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
+               SecretBytes& input, CK_ULONG& length)
+{
+    CK_MECHANISM mechanism{d.hashAlgo.digest, nullptr, 0};
+    if (!token.check(token.p11().C_DigestInit(token.session(), &mechanism),
+                     "Failed to initialize Digest Process "))
+        return false;
+    NV_AS(TRC, site, "Success to initialize Digest process");
+    const CK_RV rv =
+        token.p11().C_Digest(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
+                             d.pbDerivedKey, &length);
+    if (!token.check(rv, "Failed to Digest data, error-code:"))
+        return false;
+    length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
+    NV_AS(TRC, site, "Success to Digest data %d(bytes)", asInt(length));
+    return true;
+}
+
+bool prepareKey(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
+                CK_OBJECT_HANDLE& key)
+{
+    if (!d.useHmacKdf) {
+        NV_AS(TRC, site,
+              "2) Skip creating HMAC secret key session object, since using Hash based KDF");
+        return true;
+    }
+    NV_AS(TRC, site, "2) Try to create HMAC secret key session object");
+    return createHmacKey(token, d, key);
+}
+
+void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
+{
+    CK_OBJECT_HANDLE key = 0;
+    if (!prepareKey(token, site, d, key))
+        return;
+    SecretBytes input = inputData(site, d);
+    NV_AS(TRC, site, "4) Trying to derive the key using [%ls] based KDF..",
+          d.useHmacKdf ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH);
+    CK_ULONG length = d.cbDerivedKey;
+    const bool derived = d.useHmacKdf ? runHmac(token, site, d, key, input, length)
+                                      : runDigest(token, site, d, input, length);
+    if (!derived)
+        return;
+    *d.pcbResult = length;
+    if (d.pbDerivedKey != nullptr)
+        NV_AS(DBG, site, "Derived Key(%d bytes): [%s]", asInt(length),
+              secretHex(d.pbDerivedKey, length).data());
+}
+
+}  // namespace
+
+SECURITY_STATUS KeyStore::derive(const Derivation& derivation)
+{
+    const std::lock_guard guard(lock_);
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    logArguments(here, derivation);
+    TokenSequence token(*derivation.p11, derivation.slotId, here);
+    if (token.initialize() && token.openSession(openHeading))
+        run(token, here, derivation);
+    return trace.leaving(token.finish({.logout = 0, .close = 5, .finalize = 6}));
+}
+
+}  // namespace NV

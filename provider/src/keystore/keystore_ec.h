@@ -1,0 +1,58 @@
+// Elliptic-curve key pairs on the token.
+
+#pragma once
+
+#include "keystore/keystore_key.h"
+
+namespace NV {
+
+class P11ECKeyObject : public P11KeyObject {
+public:
+    // The coordinates of a public point, big-endian, as wide as the curve's field. Empty when the
+    // point was malformed.
+    struct ECPoint {
+        Bytes x;
+        Bytes y;
+
+        // x followed by y.
+        Bytes toBlob() const;
+    };
+
+    P11ECKeyObject();
+    P11ECKeyObject(const P11ECKeyObject& source);
+    P11ECKeyObject& operator=(const P11ECKeyObject&) = delete;
+    ~P11ECKeyObject() override = default;
+
+    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve; the header
+    // alone for a malformed point.
+    Bytes getPubkeyBlob() const override;
+    // CKM_ECDSA, whatever the arguments.
+    CK_MECHANISM mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
+    CK_MECHANISM mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
+
+    // The signature is r followed by s, as token and CNG both have it.
+    SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
+                         PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags,
+                         const SecretBytes& pin) override;
+    SECURITY_STATUS verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
+                           PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) override;
+    // NTE_NOT_SUPPORTED, both.
+    SECURITY_STATUS encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput, DWORD cbInput,
+                            PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
+                            DWORD dwFlags) override;
+    SECURITY_STATUS decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput, DWORD cbInput,
+                            PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags,
+                            const SecretBytes& pin) override;
+    SECURITY_STATUS secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey, DWORD cbPeerPubkey,
+                                    NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                                    const SecretBytes& pin) override;
+
+    // Twice the coordinate size.
+    DWORD signatureLength() const override { return (keyLength() + 7) / 8 * 2; }
+
+    // Splits an uncompressed point (SEC 1, 2.3.3) by the key length. The point stays empty unless
+    // the bytes begin with 04, hold both coordinates and the key length has a curve.
+    ECPoint getPointFromPublicKey(const Bytes& publicKeyBytes) const;
+};
+
+}  // namespace NV

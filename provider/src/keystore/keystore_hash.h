@@ -1,0 +1,44 @@
+// The hash algorithms that key operations know, one row each: what CNG calls them and what PKCS#11
+// needs for them.
+
+#pragma once
+
+#include <string_view>
+
+#include "p11/cryptoki.h"
+
+namespace NV {
+
+struct HashAlgorithm {
+    std::wstring_view name;    // BCRYPT_SHA1_ALGORITHM and its kin
+    CK_MECHANISM_TYPE digest;  // of data, and as PSS and OAEP parameter
+    CK_MECHANISM_TYPE hmac;
+    CK_KEY_TYPE hmacKey;
+    CK_RSA_PKCS_MGF_TYPE mgf;
+    CK_MECHANISM_TYPE rsaPkcs;  // hash and PKCS #1 v1.5 signature in one
+    // DER header of the DigestInfo (RFC 8017, 9.2) in hexadecimal. SHA-1 has none on purpose: its
+    // bare hash is signed.
+    std::string_view digestInfo;
+};
+
+inline constexpr HashAlgorithm hashAlgorithms[] = {
+    {L"SHA1", CKM_SHA_1, CKM_SHA_1_HMAC, CKK_SHA_1_HMAC, CKG_MGF1_SHA1, CKM_SHA1_RSA_PKCS, ""},
+    {L"SHA256", CKM_SHA256, CKM_SHA256_HMAC, CKK_SHA256_HMAC, CKG_MGF1_SHA256, CKM_SHA256_RSA_PKCS,
+     "3031300D060960864801650304020105000420"},
+    {L"SHA384", CKM_SHA384, CKM_SHA384_HMAC, CKK_SHA384_HMAC, CKG_MGF1_SHA384, CKM_SHA384_RSA_PKCS,
+     "3041300D060960864801650304020205000430"},
+    {L"SHA512", CKM_SHA512, CKM_SHA512_HMAC, CKK_SHA512_HMAC, CKG_MGF1_SHA512, CKM_SHA512_RSA_PKCS,
+     "3051300D060960864801650304020305000440"},
+};
+
+// The row of a name, compared exactly; null for a null or any other name.
+constexpr const HashAlgorithm* findHashAlgorithm(const wchar_t* name)
+{
+    for (const HashAlgorithm& row : hashAlgorithms) {
+        if (name != nullptr && row.name == name)
+            return &row;
+    }
+    return nullptr;
+}
+
+}  // namespace NV

@@ -1,0 +1,256 @@
+// RSA: the public key blob, paddings as mechanisms, and the four token operations.
+
+#include "keystore/keystore_rsa.h"
+
+#include <optional>
+
+#include "keystore/keystore_blob.h"
+#include "keystore/keystore_hash.h"
+
+namespace NV {
+
+namespace {
+
+static_assert(sizeof(LegacyRsaHead) == sizeof(BLOBHEADER) + sizeof(RSAPUBKEY));
+static_assert(sizeof(RsaBlobHead) == sizeof(BCRYPT_RSAKEY_BLOB));
+
+// The legacy blob that crypt32 makes of an RSAPublicKey; empty when it cannot.
+Bytes decodePublicKey(const Bytes& der)
+{
+    DWORD size = 0;
+    const auto length = static_cast<DWORD>(der.size());
+    if (!CryptDecodeObject(X509_ASN_ENCODING, RSA_CSP_PUBLICKEYBLOB, der.data(), length, 0, nullptr,
+                           &size))
+        return {};
+    Bytes blob(size);
+    if (!CryptDecodeObject(X509_ASN_ENCODING, RSA_CSP_PUBLICKEYBLOB, der.data(), length, 0,
+                           blob.data(), &size))
+        return {};
+    blob.resize(size);
+    return blob;
+}
+
+CK_MECHANISM plain(CK_MECHANISM_TYPE type)
+{
+    return {type, nullptr, 0};
+}
+
+}  // namespace
+
+P11RSAKeyObject::P11RSAKeyObject()
+{
+    const Trace trace(NV_HERE);
+    setAlgorithm("RSA");
+    trace.leave();
+}
+
+P11RSAKeyObject::P11RSAKeyObject(const P11RSAKeyObject& source) : P11KeyObject(source)
+{
+    const Trace trace(NV_HERE);
+    setAlgorithm("RSA");
+    trace.leave();
+}
+
+Bytes P11RSAKeyObject::getPubkeyBlob() const
+{
+    const Trace trace(NV_HERE);
+    const Bytes der = base64Decode(publicKey());
+    NV_TRC("RSA PublicKey = %s (%d bytes)", hexEncode(der).c_str(), static_cast<int>(der.size()));
+    const Bytes legacy = decodePublicKey(der);
+    const std::optional<LegacyRsaHead> head = readLegacyRsaHead(legacy);
+    if (!head) {
+        return trace.leaving(Bytes{});
+    }
+    NV_TRC("dwModulusSize = %d", static_cast<int>(head->modulusSize()));
+    NV_TRC("dwExponent = %d", static_cast<int>(head->exponent));
+    NV_TRC("dwMagic = %x", static_cast<unsigned>(head->magic));
+    Bytes blob = rsaPublicKeyBlob(*head, legacy);
+    if (blob.empty()) {
+        return trace.leaving(std::move(blob));
+    }
+    NV_TRC("RSA PublicKey Blob = %s", hexEncode(blob).c_str());
+    return trace.leaving(std::move(blob));
+}
+
+CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
+{
+    const Trace trace(NV_HERE);
+    logPadding(NV_HERE, pPaddingInfo, dwFlags);
+    OwnedMechanism mechanism(plain(CKM_RSA_PKCS));
+    if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
+        NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
+        if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo)) {
+            NV_DBG("pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
+                mechanism.replace(plain(hash->rsaPkcs));
+        } else {
+            NV_DBG("There is no padding info for BCRYPT_PAD_PKCS1");
+        }
+    }
+    if ((dwFlags & BCRYPT_PAD_PSS) != 0) {
+        NV_DBG("BCRYPT_PAD_PSS is enabled");
+        if (const auto* info = static_cast<const BCRYPT_PSS_PADDING_INFO*>(pPaddingInfo)) {
+            NV_DBG("pssPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_DBG("pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
+            if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
+                mechanism.replace(
+                    withParameters(CKM_RSA_PKCS_PSS,
+                                   CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt}));
+        } else {
+            NV_DBG("There is no padding info for BCRYPT_PAD_PSS");
+        }
+    }
+    trace.leave();
+    return mechanism.release();
+}
+
+CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
+{
+    const Trace trace(NV_HERE);
+    logPadding(NV_HERE, pPaddingInfo, dwFlags);
+    OwnedMechanism mechanism(plain(0));
+    if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
+        NV_DBG("BCRYPT_PAD_NONE is enabled");
+        mechanism.replace(plain(CKM_RSA_X_509));
+    }
+    if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
+        NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
+        mechanism.replace(plain(CKM_RSA_PKCS));
+        if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
+            NV_DBG("pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
+        else
+            NV_WRN("There is no padding info for BCRYPT_PAD_PKCS1");
+    }
+    if ((dwFlags & BCRYPT_PAD_OAEP) != 0) {
+        NV_DBG("BCRYPT_PAD_OAEP is enabled");
+        if (const auto* info = static_cast<const BCRYPT_OAEP_PADDING_INFO*>(pPaddingInfo)) {
+            NV_DBG("oaepPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_DBG("oaepPaddingInfo->pbLabel=%p", static_cast<const void*>(info->pbLabel));
+            NV_DBG("oaepPaddingInfo->cbLabel=%d", static_cast<int>(info->cbLabel));
+            if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
+                mechanism.replace(withParameters(
+                    CKM_RSA_PKCS_OAEP,
+                    CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf, CKZ_DATA_SPECIFIED,
+                                            info->pbLabel, info->cbLabel}));
+        } else {
+            NV_DBG("There is no padding info for BCRYPT_PAD_OAEP");
+        }
+    }
+    trace.leave();
+    return mechanism.release();
+}
+
+// Everything but PSS is signed as raw PKCS #1 v1.5, with the DigestInfo put before the hash here.
+P11KeyObject::SignInput P11RSAKeyObject::signInput(const SignatureCall& call) const
+{
+    OwnedMechanism mechanism(mechanismSignature(call.pPaddingInfo, call.dwFlags));
+    Bytes data;
+    for (const HashAlgorithm& hash : hashAlgorithms) {
+        if (mechanism.type() == hash.rsaPkcs) {
+            data = hexDecode(hash.digestInfo);
+            mechanism.replace(plain(CKM_RSA_PKCS));
+        }
+    }
+    data.insert(data.end(), call.pbHashValue, call.pbHashValue + call.cbHashValue);
+    return {mechanism.release(), std::move(data)};
+}
+
+SECURITY_STATUS P11RSAKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
+                                      DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
+                                      DWORD dwFlags, const SecretBytes& pin)
+{
+    const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
+                             pbSignature, cbSignature,  dwFlags};
+    return signOnToken(NV_HERE, call, pin, CKK_RSA, {.logout = 5, .close = 6, .finalize = 7},
+                       [&] { return signInput(call); });
+}
+
+SECURITY_STATUS P11RSAKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
+                                        DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
+                                        DWORD dwFlags)
+{
+    return verifyOnToken(
+        NV_HERE, {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
+        CKK_RSA);
+}
+
+SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,
+                                         DWORD cbInput, PBYTE pbOutput, DWORD cbOutput,
+                                         DWORD* pcbResult, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    const CipherCall call{p11,      pPaddingInfo, pbInput,   cbInput,
+                          pbOutput, cbOutput,     pcbResult, dwFlags};
+    logArguments(here, call, nullptr);
+    CK_ULONG length = 0;
+    TokenSequence token(*p11, slotId(), here);
+    if (token.initialize() && token.openSession() &&
+        token.findKey(2, CKO_PUBLIC_KEY, CKK_RSA, tokenId())) {
+        NV_TRC("3) Try to encrypt the input data using the public key");
+        length = runCipher(token, here, call,
+                           {"encrypt", "C_EncryptInit()", &Pkcs11::C_EncryptInit, "C_Encrypt()",
+                            &Pkcs11::C_Encrypt});
+    }
+    const SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
+    if (status == ERROR_SUCCESS)
+        *pcbResult = length;
+    return trace.leaving(status);
+}
+
+SECURITY_STATUS P11RSAKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,
+                                         DWORD cbInput, PBYTE pbOutput, DWORD cbOutput,
+                                         DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
+{
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    const CipherCall call{p11,      pPaddingInfo, pbInput,   cbInput,
+                          pbOutput, cbOutput,     pcbResult, dwFlags};
+    logArguments(here, call, &pin);
+    CK_ULONG length = 0;
+    TokenSequence token(*p11, slotId(), here);
+    if (token.initialize() && token.openSession() && token.login(pin) &&
+        token.findKey(3, CKO_PRIVATE_KEY, CKK_RSA, tokenId())) {
+        NV_TRC("4) Try to decrypt the input data using the private key");
+        length = runCipher(token, here, call,
+                           {"decrypt", "C_DecryptInit()", &Pkcs11::C_DecryptInit, "C_Decrypt()",
+                            &Pkcs11::C_Decrypt});
+    }
+    const SECURITY_STATUS status = token.finish({.logout = 5, .close = 6, .finalize = 7});
+    if (status == ERROR_SUCCESS)
+        *pcbResult = length;
+    return trace.leaving(status);
+}
+
+CK_ULONG P11RSAKeyObject::runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
+                                    const CipherWork& work) const
+{
+    const std::string verb = work.verb;
+    OwnedMechanism mechanism(mechanismEncryption(call.pPaddingInfo, call.dwFlags));
+    CK_RV rv = (call.p11->*work.init)(token.session(), mechanism.get(), token.key());
+    if (!token.check(rv, "Failed to initialize " + verb + ", " + work.initName + " returned "))
+        return 0;
+    NV_AT(TRC, site, "Success to initiate %s, %s returned CKR_OK", work.verb, work.initName);
+
+    CK_ULONG length = call.cbOutput;
+    rv = (call.p11->*work.run)(token.session(), call.pbInput, call.cbInput, call.pbOutput, &length);
+    if (!token.check(rv, "Failed to " + verb + " data, " + work.runName + " returned "))
+        return 0;
+    length = lengthWithin(call.pbOutput, call.cbOutput, length);
+    NV_AT(TRC, site, "Success to %s data(%ld bytes), %s returned CKR_OK", work.verb,
+          static_cast<long>(length), work.runName);
+    return length;
+}
+
+SECURITY_STATUS P11RSAKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,
+                                                 DWORD cbPeerPubkey,
+                                                 NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                                                 const SecretBytes& pin)
+{
+    const Trace trace(NV_HERE);
+    logArguments(NV_HERE, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
+    NV_WRN("RSA_secretAgreement NOT supported yet!!");
+    return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+}
+
+}  // namespace NV

@@ -1,0 +1,46 @@
+// The text of a log record: message, time stamp, identity, banner. Portable; used by the logger.
+
+#pragma once
+
+#include <chrono>
+#include <cstdarg>
+#include <cstddef>
+#include <cstdint>
+#include <ctime>
+#include <string>
+#include <string_view>
+
+#include "logger/logger.h"
+
+namespace NV {
+
+// A point in time as the local calendar shows it.
+struct LocalTime {
+    std::tm calendar{};
+    int milliseconds = 0;
+    std::time_t seconds = 0;
+};
+
+LocalTime toLocalTime(std::chrono::system_clock::time_point instant);
+
+// Formats like vsnprintf, but writes "%ls" as UTF-8 whatever the process's locale. Returns the
+// length of the text, which is empty when it would not fit into capacity - 1 characters.
+size_t formatMessage(char* buffer, size_t capacity, const char* format, va_list arguments)
+    NV_PRINTF(3, 0);
+
+// 64-bit FNV-1a over the four bytes of the thread identifier, lowest first; its low 32 bits.
+uint32_t threadHash(uint32_t threadId);
+
+// "[04312,1a2b3c4d]": process identifier and thread hash.
+std::string identity(uint32_t processId, uint32_t threadId);
+
+// One line with a line feed at its end and none inside:
+// 2026-03-04 17:05:09.042 TRC [04312,1a2b3c4d] message
+std::string recordLine(const LocalTime& time, std::string_view tag, std::string_view identity,
+                       std::string_view message);
+
+// The seven lines that open a process's log.
+std::string bannerLines(const LocalTime& time, std::string_view identity,
+                        const LoggerSettings& settings);
+
+}  // namespace NV

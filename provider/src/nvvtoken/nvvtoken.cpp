@@ -1,0 +1,444 @@
+// The provider object: initialisation against the token, properties, algorithms, the operations
+// that it refuses, and the PIN.
+
+#include "nvvtoken/nvvtoken.h"
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <cwchar>
+#include <string_view>
+#include <utility>
+
+#include "base/scope_exit.h"
+#include "config/config.h"
+#include "logger/trace.h"
+#include "nvvtoken/nvvtoken_memory.h"
+#include "pindialog/pindialog.h"
+
+namespace NV {
+
+namespace {
+
+constexpr size_t maxPropertyNameLength = 64;  // characters
+
+// A property's size is a signed number.
+constexpr DWORD maxPropertySize = INT32_MAX;
+
+// Types of the provider's own properties: a text with its terminating zero, and plain bytes.
+constexpr uint32_t textProperty = 1;
+constexpr uint32_t binaryProperty = 3;
+
+bool contains(const std::vector<const wchar_t*>& names, std::wstring_view name)
+{
+    return std::ranges::find(names, name, [](const wchar_t* entry) {
+               return std::wstring_view(entry);
+           }) != names.end();
+}
+
+bool isActive(const P11Slot& slot)
+{
+    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+}
+
+}  // namespace
+
+Provider::Provider() : pkcs11_(std::make_unique<Pkcs11>())
+{
+    const Trace trace(NV_HERE);
+    trace.leave();
+}
+
+Provider::~Provider()
+{
+    quietly([this] {
+        const Trace trace(NV_HERE);
+        pkcs11_.reset();
+        trace.leave();
+    });
+}
+
+bool Provider::init()
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+    const std::lock_guard sequence(sequenceLock());
+    if (!openToken(here))
+        return trace.endWithResult(false);
+    ScopeExit finalize([this] { pkcs11_->C_Finalize(nullptr); });
+    setDefaultProperties();
+    serveFirstActiveSlot(here);
+    finalize.run();
+    return trace.endWithResult(true);
+}
+
+bool Provider::openToken(const Site& init)
+{
+    NV_AS(TRC, init, "Try to load PKCS11 library by configuration");
+    if (!pkcs11_->loadModule(Config::instance().get("p11File"))) {
+        // Said of any failure to load, a library that would not load among them. Kept.
+        NV_AS(ERR, init, "Failed to load config file");
+        return false;
+    }
+    NV_AS(TRC, init, "Success to load PKCS11 library");
+    if (pkcs11_->C_Initialize(nullptr) != CKR_OK) {
+        NV_AS(ERR, init, "Failed to call C_Initialize()");
+        return false;
+    }
+    NV_AS(TRC, init, "Success to call C_Initialize()");
+    return true;
+}
+
+void Provider::serveFirstActiveSlot(const Site& init)
+{
+    const auto& slots = pkcs11_->module()->slots();
+    NV_AS(TRC, init, "Slot Count = %d", static_cast<int>(slots.size()));
+    const auto active =
+        std::ranges::find_if(slots, [](const auto& slot) { return isActive(*slot); });
+    if (active == slots.end())
+        return;
+    serveSlot(**active);
+    NV_AS(INF, init, "Use first active slot[%d]", static_cast<int>(active - slots.begin()));
+    slot_ = active->get();
+    slot_->setChosen(true);
+}
+
+void Provider::serveSlot(P11Slot& slot)
+{
+    certStore_.loadCertificates(*pkcs11_, &slot, name_);
+    for (const auto& [keyName, certificate] : certStore_.certificates())
+        keyStore_.addPublicKey(slot, keyName, certificate->algorithmOid(), certificate->publicKey(),
+                               certificate->keyLength());
+    setAlgorisms(slot);
+}
+
+void Provider::setDefaultProperties()
+{
+    const Trace trace(NV_HERE);
+    const auto add = [this](const wchar_t* name, uint32_t type, const void* data, size_t size) {
+        properties_[name] =
+            std::make_shared<Property>(name, type, data, static_cast<int32_t>(size));
+    };
+    const std::wstring name = name_;
+    const std::wstring version = L"1.0";
+    constexpr uint32_t implementation = NCRYPT_IMPL_HARDWARE_FLAG;
+    add(NCRYPT_NAME_PROPERTY, textProperty, name.c_str(), (name.size() + 1) * sizeof(wchar_t));
+    add(NCRYPT_VERSION_PROPERTY, textProperty, version.c_str(),
+        (version.size() + 1) * sizeof(wchar_t));
+    add(NCRYPT_PROVIDER_HANDLE_PROPERTY, binaryProperty, this, sizeof(NCRYPT_PROV_HANDLE));
+    add(NCRYPT_IMPL_TYPE_PROPERTY, binaryProperty, &implementation, sizeof implementation);
+    trace.leave();
+}
+
+// The lists do not depend on what the token offers.
+void Provider::setAlgorisms(const P11Slot&)
+{
+    const Trace trace(NV_HERE);
+    hashAlgorithms_ = {L"SHA1", L"SHA256", L"SHA384", L"SHA512", L"MD2", L"MD4", L"MD5"};
+    asymmetricEncryptionAlgorithms_ = {L"RSA", L"ECDSA"};
+    secretAgreementAlgorithms_ = {L"ECDH_P256", L"ECDH_P384", L"ECDH_P521"};
+    signatureAlgorithms_ = {L"RSA_SIGN", L"ECDSA_P256", L"ECDSA_P384", L"ECDSA_P521"};
+    rngAlgorithms_ = {L"RNG"};
+    trace.leave();
+}
+
+SECURITY_STATUS Provider::outputProperty(const Site& site, const Property& property, PBYTE pbOutput,
+                                         DWORD cbOutput, DWORD* pcbResult)
+{
+    const auto& value = property.value();
+    const auto size = static_cast<DWORD>(value.size());
+    if (pbOutput != nullptr) {
+        if (cbOutput < size) {
+            NV_AS(ERR, site, "The length of output buffer is too short");
+            return NTE_BUFFER_TOO_SMALL;
+        }
+        NV_AS(TRC, site, "Store the value into output buffer (%d bytes)", static_cast<int>(size));
+        std::copy(value.begin(), value.end(), pbOutput);
+    }
+    *pcbResult = size;
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS Provider::GetProviderProperty(LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
+                                              DWORD* pcbResult, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "pszProperty=%ls", pszProperty);
+    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
+    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if ((dwFlags & ~DWORD{NCRYPT_SILENT_FLAG}) != 0)
+        return trace.end(SECURITY_STATUS{NTE_BAD_FLAGS});
+    if (pszProperty == nullptr || pcbResult == nullptr ||
+        std::wcslen(pszProperty) > maxPropertyNameLength)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    const auto property = properties_.find(pszProperty);
+    if (property == properties_.end()) {
+        // "Key" stands here for the provider's properties too. Kept.
+        NV_ERR("Not Found Key Property (%ls)", pszProperty);
+        return trace.end(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+    }
+    NV_TRC("Found Provider Property (%ls)", pszProperty);
+    return trace.end(outputProperty(here, *property->second, pbOutput, cbOutput, pcbResult));
+}
+
+SECURITY_STATUS Provider::GetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty,
+                                         PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
+                                         DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pszProperty=%ls", pszProperty);
+    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
+    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (pszProperty == nullptr || pcbResult == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    const P11KeyObject* key = keyStore_.findOpenedOrImported(hKey);
+    if (key == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    const Property* property = key->findProperty(pszProperty);
+    if (property == nullptr) {
+        NV_ERR("Not Found Key Property (%ls)", pszProperty);
+        return trace.end(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+    }
+    NV_TRC("Found Key Property (%ls)", pszProperty);
+    return trace.end(outputProperty(here, *property, pbOutput, cbOutput, pcbResult));
+}
+
+SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput, DWORD cbInput,
+                                              DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "pszProperty=%ls", pszProperty);
+    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
+    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0 || cbInput > maxPropertySize)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    properties_[pszProperty] =
+        std::make_shared<Property>(pszProperty, 0, pbInput, static_cast<int32_t>(cbInput));
+    if (std::wstring_view(pszProperty) == NCRYPT_WINDOW_HANDLE_PROPERTY)
+        setOwnerWindow(here, pbInput, cbInput);
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+// More bytes than a handle has leave the owner window as it was; of fewer, the rest is zero.
+void Provider::setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput)
+{
+    NV_AS(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
+    uintptr_t window = 0;
+    if (cbInput > sizeof window)
+        return;
+    std::memcpy(&window, pbInput, cbInput);
+    NV_AS(TRC, site, "Owner Window Handle is %p", asPointer(window));
+    ownerWindow_ = reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
+}
+
+SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty, PBYTE pbInput,
+                                         DWORD cbInput, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pszProperty=%ls", pszProperty);
+    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
+    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    P11KeyObject* key = keyStore_.findOpenedOrImported(hKey);
+    if (key == nullptr) {
+        NV_ERR("Not Found the key (%p)", asPointer(hKey));
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    }
+    NV_TRC("Found the key (%p)", asPointer(hKey));
+    key->addProperty(pszProperty, pbInput, static_cast<int32_t>(cbInput));
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+SECURITY_STATUS Provider::IsAlgSupported(LPCWSTR pszAlgId, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "pszAlgId=%ls", pszAlgId);
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (pszAlgId == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    // The signature list is not searched: its names are answered as not supported. Meant so.
+    for (const auto* names : {&hashAlgorithms_, &asymmetricEncryptionAlgorithms_,
+                              &cipherAlgorithms_, &rngAlgorithms_, &secretAgreementAlgorithms_}) {
+        if (contains(*names, pszAlgId))
+            return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    }
+    return trace.end(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+}
+
+SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCount,
+                                         NCryptAlgorithmName** ppAlgList, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "dwAlgOperations=0x%x", static_cast<unsigned>(dwAlgOperations));
+    NV_ARG(trace, "pdwAlgCount=%p", static_cast<const void*>(pdwAlgCount));
+    NV_ARG(trace, "ppAlgList=%p", static_cast<const void*>(ppAlgList));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (pdwAlgCount == nullptr || ppAlgList == nullptr || dwAlgOperations == 0)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    // The record's class carries the operation bit, and its operations the interface number.
+    struct Row {
+        DWORD operation;
+        const AlgorithmNames& names;
+        DWORD interfaceNumber;
+    };
+    const Row rows[] = {
+        {NCRYPT_CIPHER_OPERATION, cipherAlgorithms_, 0},
+        {NCRYPT_HASH_OPERATION, hashAlgorithms_, 0},
+        {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, asymmetricEncryptionAlgorithms_, 3},
+        {NCRYPT_SECRET_AGREEMENT_OPERATION, secretAgreementAlgorithms_, 4},
+        {NCRYPT_SIGNATURE_OPERATION, signatureAlgorithms_, 5},
+        {NCRYPT_RNG_OPERATION, rngAlgorithms_, 0},
+    };
+    std::vector<NCryptAlgorithmName> records;
+    for (const Row& row : rows) {
+        if ((dwAlgOperations & row.operation) == 0)
+            continue;
+        for (const wchar_t* name : row.names)
+            records.push_back({copyToHeap(name).release(), row.operation, row.interfaceNumber, 0});
+    }
+    if (!records.empty()) {
+        const size_t size = records.size() * sizeof records.front();
+        auto block = allocateOnHeap<NCryptAlgorithmName>(size);
+        std::memcpy(block.get(), records.data(), size);
+        *pdwAlgCount = static_cast<DWORD>(records.size());
+        *ppAlgList = block.release();
+    }
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+SECURITY_STATUS Provider::CreatePersistedKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszAlgId,
+                                             LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
+                                             DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_WRN("This operation is not available");
+    NV_ARG(trace, "phKey=%p", static_cast<const void*>(phKey));
+    NV_ARG(trace, "pszAlgId=%ls", pszAlgId);
+    NV_ARG(trace, "pszKeyName=%ls", pszKeyName);
+    NV_ARG(trace, "dwLegacyKeySpec=0x%x", static_cast<unsigned>(dwLegacyKeySpec));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    constexpr DWORD accepted = NCRYPT_SILENT_FLAG | NCRYPT_OVERWRITE_KEY_FLAG;
+    SECURITY_STATUS status = NTE_NOT_SUPPORTED;
+    if (pszAlgId != nullptr && std::wstring_view(pszAlgId) == NCRYPT_RSA_ALGORITHM) {
+        if ((dwFlags & ~accepted) != 0)
+            status = NTE_BAD_FLAGS;
+        else if (phKey == nullptr)
+            status = NTE_INVALID_PARAMETER;
+    }
+    return trace.end(status);
+}
+
+namespace {
+
+SECURITY_STATUS refusal(bool argumentsGiven)
+{
+    return argumentsGiven ? NTE_NOT_SUPPORTED : NTE_INVALID_PARAMETER;
+}
+
+}  // namespace
+
+SECURITY_STATUS Provider::FinalizeKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_WRN("This operation is not available");
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+    return trace.end(refusal(hKey != 0));
+}
+
+SECURITY_STATUS Provider::DeleteKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_WRN("This operation is not available");
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+    return trace.end(refusal(hKey != 0));
+}
+
+SECURITY_STATUS Provider::PromptUser(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszOperation, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_WRN("This operation is not available");
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pszOperation=%ls", pszOperation);
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+    return trace.end(refusal(hKey != 0 && pszOperation != nullptr));
+}
+
+SECURITY_STATUS Provider::NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_WRN("This operation is not available");
+    NV_ARG(trace, "phEvent=%p", static_cast<const void*>(phEvent));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+    return trace.end(refusal(phEvent != nullptr));
+}
+
+SecretBytes Provider::enterPIN(SECURITY_STATUS& status)
+{
+    const Trace trace(NV_HERE);
+    SecretBytes pin;
+    NV_TRC("Trying to open PinPad");
+    try {
+        const CK_TOKEN_INFO& token = slot_->tokenInfo();
+        const PINRequest request{Config::instance().moduleInstance(), ownerWindow_,
+                                 token.ulMinPinLen, token.ulMaxPinLen};
+        pin = requestPIN(&request);
+        NV_TRC("Entered Pin is %d bytes", static_cast<int>(pin.size()));
+        status = ERROR_SUCCESS;
+    } catch (const PINDialogException& error) {
+        NV_ERR("Caught Exception: %s(errorcode:%d)", error.what(), static_cast<int>(error.code()));
+        status = error.code() == PINDialogException::userCanceled ? NTE_USER_CANCELLED
+                                                                  : NTE_INTERNAL_ERROR;
+    } catch (...) {
+        NV_ERR("Caught Unknown Exception");
+        status = NTE_INTERNAL_ERROR;
+    }
+    return trace.leaving(std::move(pin));
+}
+
+}  // namespace NV

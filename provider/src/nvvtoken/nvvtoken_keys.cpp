@@ -1,0 +1,453 @@
+// The provider's key operations: opening, listing, import and export, and the four that work on the
+// token.
+
+#include "nvvtoken/nvvtoken.h"
+
+#include <algorithm>
+#include <cstring>
+#include <span>
+#include <string_view>
+
+#include "logger/trace.h"
+#include "nvvtoken/nvvtoken_memory.h"
+#include "nvvtoken/nvvtoken_pin.h"
+
+namespace NV {
+
+namespace {
+
+constexpr const wchar_t* exportBlobTypes[] = {BCRYPT_PUBLIC_KEY_BLOB, LEGACY_RSAPUBLIC_BLOB,
+                                              BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB};
+constexpr const wchar_t* importBlobTypes[] = {BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB};
+
+bool isOneOf(std::span<const wchar_t* const> names, std::wstring_view name)
+{
+    return std::ranges::any_of(names, [name](const wchar_t* entry) { return name == entry; });
+}
+
+void logPkcs1(const Site& site, const VOID* pPaddingInfo)
+{
+    NV_AS(DBG, site, "BCRYPT_PAD_PKCS1 is enabled");
+    if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
+        NV_AS(DBG, site, "pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
+}
+
+// The padding of signatures: both kinds need their information. ERROR_SUCCESS, or the status that
+// the missing information gives.
+SECURITY_STATUS checkSignaturePadding(const Site& site, DWORD dwFlags, const VOID* pPaddingInfo)
+{
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
+        logPkcs1(site, pPaddingInfo);
+        if (pPaddingInfo == nullptr) {
+            NV_AS(ERR, site, "There is no padding info for BCRYPT_PAD_PKCS1");
+            status = NTE_INVALID_PARAMETER;
+        }
+    }
+    if ((dwFlags & BCRYPT_PAD_PSS) != 0) {
+        NV_AS(DBG, site, "BCRYPT_PAD_PSS is enabled");
+        if (const auto* info = static_cast<const BCRYPT_PSS_PADDING_INFO*>(pPaddingInfo)) {
+            NV_AS(DBG, site, "pssPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_AS(DBG, site, "pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
+        } else {
+            NV_AS(ERR, site, "There is no padding info for BCRYPT_PAD_PSS");
+            status = NTE_INVALID_PARAMETER;
+        }
+    }
+    return status;
+}
+
+// The padding of encryption. Unlike signing it does without the information for PKCS #1.
+SECURITY_STATUS checkCipherPadding(const Site& site, DWORD dwFlags, const VOID* pPaddingInfo)
+{
+    if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
+        NV_AS(DBG, site, "BCRYPT_PAD_NONE is enabled");
+        return ERROR_SUCCESS;
+    }
+    if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
+        logPkcs1(site, pPaddingInfo);
+        if (pPaddingInfo == nullptr)
+            NV_AS(WRN, site, "There is no padding info for BCRYPT_PAD_PKCS1");
+    }
+    if ((dwFlags & BCRYPT_PAD_OAEP) != 0) {
+        NV_AS(DBG, site, "BCRYPT_PAD_OAEP is enabled");
+        if (const auto* info = static_cast<const BCRYPT_OAEP_PADDING_INFO*>(pPaddingInfo)) {
+            NV_AS(DBG, site, "oaepPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+        } else {
+            NV_AS(ERR, site, "There is no padding info for BCRYPT_PAD_OAEP");
+            return NTE_INVALID_PARAMETER;
+        }
+    }
+    return ERROR_SUCCESS;
+}
+
+void logSilentFlag(const Site& site, DWORD dwFlags)
+{
+    if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
+        NV_AS(DBG, site, "NCRYPT_SILENT_FLAG is enabled");
+}
+
+}  // namespace
+
+P11KeyObject* Provider::findKey(const Site& site, NCRYPT_KEY_HANDLE hKey)
+{
+    return logFound(site, keyStore_.findOpened(hKey));
+}
+
+P11KeyObject* Provider::logFound(const Site& site, P11KeyObject* key)
+{
+    // What was not found prints, and that is null whatever the handle. Kept.
+    if (key == nullptr)
+        NV_AS(ERR, site, "Not Found Key = %p", static_cast<const void*>(key));
+    else
+        NV_AS(TRC, site, "Found Key = %p", static_cast<const void*>(key));
+    return key;
+}
+
+SECURITY_STATUS Provider::OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
+                                  DWORD dwLegacyKeySpec, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "phKey=%p", static_cast<const void*>(phKey));
+    NV_ARG(trace, "pszKeyName=%ls", pszKeyName);
+    NV_ARG(trace, "dwLegacyKeySpec=0x%x", static_cast<unsigned>(dwLegacyKeySpec));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (phKey == nullptr)
+        NV_ERR("Invalid Argument: phKey is null");
+    if (pszKeyName == nullptr)
+        NV_ERR("Invalid Argument: pszKeyName is null");
+    if (phKey == nullptr || pszKeyName == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
+        NV_DBG("Enabled Silent Option");
+    if ((dwLegacyKeySpec & AT_SIGNATURE) != 0)
+        NV_DBG("Enabled AT_SIGNATURE Option");
+    if ((dwLegacyKeySpec & AT_KEYEXCHANGE) != 0)
+        NV_DBG("Enabled AT_KEYEXCHANGE Option");
+
+    const NCRYPT_KEY_HANDLE handle = keyStore_.open(pszKeyName);
+    if (handle == 0) {
+        NV_ERR("Failed to open key");
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    }
+    NV_TRC("Success to open the key (%p)", asPointer(handle));
+    *phKey = handle;
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+SECURITY_STATUS Provider::FreeKey(NCRYPT_KEY_HANDLE hKey)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (hKey == 0)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    // These two print the low 32 bits of the handle.
+    const auto printed = static_cast<unsigned>(hKey);
+    if (!keyStore_.close(hKey)) {
+        NV_ERR("Failed to free the key(0x%0x)", printed);
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    }
+    NV_TRC("Success to free the key(0x%0x)", printed);
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, PVOID* ppEnumState,
+                                   DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "pszScope=%ls", pszScope);
+    NV_ARG(trace, "ppKeyName=%p", static_cast<const void*>(ppKeyName));
+    NV_ARG(trace, "ppEnumState=%p", static_cast<const void*>(ppEnumState));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (ppKeyName == nullptr || ppEnumState == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    // The state is one index. A new one is handed out on success only.
+    auto* state = static_cast<uint32_t*>(*ppEnumState);
+    HeapBlock<uint32_t> created;
+    if (state == nullptr) {
+        created = allocateOnHeap<uint32_t>();
+        state = created.get();
+        *state = 0;
+        NV_TRC("Aloocate index %p for enumulation", static_cast<const void*>(state));
+    } else {
+        NV_TRC("The given index is %d", static_cast<int>(*state));
+    }
+    const uint32_t index = *state;
+    const size_t count = keyStore_.keyCount();
+    NV_TRC("Enum keys[%d/%d]", static_cast<int>(index), static_cast<int>(count));
+    if (index >= count) {
+        NV_DBG("The end of the enumeration has been reached");
+        return trace.end(SECURITY_STATUS{NTE_NO_MORE_ITEMS});
+    }
+    const P11KeyObject* key = keyStore_.keyAt(index);
+    if (key == nullptr) {
+        NV_ERR("Not Found key");
+        return trace.end(SECURITY_STATUS{NTE_NOT_FOUND});
+    }
+    auto name = copyToHeap(key->keyId().c_str());
+    auto algorithm = copyToHeap(key->algorithmOid().c_str());
+    auto record = allocateOnHeap<NCryptKeyName>();
+    *record = {name.release(), algorithm.release(), 0, 0};
+    NV_TRC("Output the list of keys = %d", 1);
+    *state = index + 1;
+    *ppKeyName = record.release();
+    *ppEnumState = state;
+    static_cast<void>(created.release());
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlobType,
+                                    NCryptBufferDesc* pParameterList, NCRYPT_KEY_HANDLE* phKey,
+                                    PBYTE pbData, DWORD cbData, DWORD dwFlags)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "hImportKey=%p", asPointer(hImportKey));
+    NV_ARG(trace, "pszBlobType=%ls", pszBlobType);
+    NV_ARG(trace, "pParameterList=%p", static_cast<const void*>(pParameterList));
+    NV_ARG(trace, "phKey=%p", static_cast<const void*>(phKey));
+    NV_ARG(trace, "pbData=%p", static_cast<const void*>(pbData));
+    NV_ARG(trace, "cbData=%d", static_cast<int>(cbData));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if (hImportKey != 0)
+        status = NTE_NOT_SUPPORTED;
+    if (pParameterList != nullptr)
+        NV_DBG("pParameterList is non-empty!!");
+    if (pszBlobType == nullptr || phKey == nullptr || pbData == nullptr || cbData == 0)
+        status = NTE_INVALID_PARAMETER;
+    if (pszBlobType != nullptr && !isOneOf(importBlobTypes, pszBlobType)) {
+        NV_ERR("Unsupported BLOB type=[%ls] (only RSA/ECC_PUBLIC_BLOB supported)!!", pszBlobType);
+        status = NTE_NOT_SUPPORTED;
+    }
+    // A blob that the store does not accept gives a null handle and still success. Kept.
+    if (status == ERROR_SUCCESS)
+        *phKey = keyStore_.addEphemeralKey(pbData, cbData);
+    return trace.end(status);
+}
+
+SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hExportKey,
+                                    LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList,
+                                    PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "hExportKey=%p", asPointer(hExportKey));
+    NV_ARG(trace, "pszBlobType=%ls", pszBlobType);
+    NV_ARG(trace, "pParameterList=%p", static_cast<const void*>(pParameterList));
+    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
+    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if (hExportKey != 0)
+        status = NTE_NOT_SUPPORTED;
+    else if (hKey == 0)
+        status = NTE_INVALID_PARAMETER;
+    if (pszBlobType == nullptr) {
+        status = NTE_INVALID_PARAMETER;
+    } else if (!isOneOf(exportBlobTypes, pszBlobType)) {
+        NV_ERR("Not Supported BlobType = %ls", pszBlobType);
+        status = NTE_NOT_SUPPORTED;
+    }
+    if (pcbResult == nullptr)
+        status = NTE_INVALID_PARAMETER;
+    if (status == ERROR_SUCCESS)
+        status = exportPublicKey(here, hKey, pbOutput, cbOutput, pcbResult);
+    return trace.end(status);
+}
+
+// All blob types give the blob of the key's own kind.
+SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, PBYTE pbOutput,
+                                          DWORD cbOutput, DWORD* pcbResult)
+{
+    const P11KeyObject* key = logFound(site, keyStore_.findOpenedOrImported(hKey));
+    if (key == nullptr)
+        return NTE_INVALID_HANDLE;
+    const size_t publicKeySize = base64Decode(key->publicKey()).size();
+    NV_AS(TRC, site, "Retrieved public key = %d (bytes)", static_cast<int>(publicKeySize));
+    if (publicKeySize == 0)
+        return NTE_INTERNAL_ERROR;
+    const Bytes blob = key->getPubkeyBlob();
+    NV_AS(TRC, site, "Retrieved public key blob = %d (bytes)", static_cast<int>(blob.size()));
+    if (blob.empty())
+        return NTE_INTERNAL_ERROR;
+    *pcbResult = static_cast<DWORD>(blob.size());
+    if (pbOutput == nullptr)
+        return ERROR_SUCCESS;
+    if (blob.size() > cbOutput) {
+        // Not a buffer-too-small status. Kept.
+        NV_AS(TRC, site, "The allocated buffer length is too short");
+        return NTE_INVALID_PARAMETER;
+    }
+    NV_AS(TRC, site, "Copy the public key data");
+    std::copy(blob.begin(), blob.end(), pbOutput);
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue,
+                                   DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
+                                   DWORD* pcbResult, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
+    NV_ARG(trace, "pbHashValue=%p", static_cast<const void*>(pbHashValue));
+    NV_ARG(trace, "cbHashValue=%d", static_cast<int>(cbHashValue));
+    NV_ARG(trace, "pbSignature=%p", static_cast<const void*>(pbSignature));
+    NV_ARG(trace, "cbSignature=%d", static_cast<int>(cbSignature));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if (cbHashValue == 0 || pcbResult == nullptr || pbHashValue == nullptr ||
+        (pbSignature != nullptr && cbSignature == 0))
+        status = NTE_INVALID_PARAMETER;
+    logSilentFlag(here, dwFlags);
+    if (const SECURITY_STATUS padding = checkSignaturePadding(here, dwFlags, pPaddingInfo);
+        padding != ERROR_SUCCESS)
+        status = padding;
+    if (status != ERROR_SUCCESS)
+        return trace.end(status);
+
+    P11KeyObject* key = findKey(here, hKey);
+    if (key == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    if (pbSignature == nullptr) {
+        *pcbResult = key->signatureLength();
+        return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    }
+    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
+        const SECURITY_STATUS result =
+            key->sign(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
+                      cbSignature, dwFlags, pin);
+        if (result == ERROR_SUCCESS)
+            *pcbResult = key->signatureLength();
+        return result;
+    }));
+}
+
+SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo,
+                                          PBYTE pbHashValue, DWORD cbHashValue, PBYTE pbSignature,
+                                          DWORD cbSignature, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
+    NV_ARG(trace, "pbHashValue=%p", static_cast<const void*>(pbHashValue));
+    NV_ARG(trace, "cbHashValue=%d", static_cast<int>(cbHashValue));
+    NV_ARG(trace, "pbSignature=%p", static_cast<const void*>(pbSignature));
+    NV_ARG(trace, "cbSignature=%d", static_cast<int>(cbSignature));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if (pbHashValue == nullptr || cbHashValue == 0 || (pbSignature != nullptr && cbSignature == 0))
+        status = NTE_INVALID_PARAMETER;
+    if (const SECURITY_STATUS padding = checkSignaturePadding(here, dwFlags, pPaddingInfo);
+        padding != ERROR_SUCCESS)
+        status = padding;
+    if (status != ERROR_SUCCESS)
+        return trace.end(status);
+
+    P11KeyObject* key = findKey(here, hKey);
+    if (key == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    const std::lock_guard sequence(sequenceLock());
+    return trace.end(key->verify(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
+                                 cbSignature, dwFlags));
+}
+
+SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput,
+                                  VOID* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
+                                  DWORD* pcbResult, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
+    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
+    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
+    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
+    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if ((pbOutput != nullptr && cbOutput == 0) || pcbResult == nullptr)
+        status = NTE_INVALID_PARAMETER;
+    if (const SECURITY_STATUS padding = checkCipherPadding(here, dwFlags, pPaddingInfo);
+        padding != ERROR_SUCCESS)
+        status = padding;
+    if (status != ERROR_SUCCESS)
+        return trace.end(status);
+
+    P11KeyObject* key = findKey(here, hKey);
+    if (key == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    const std::lock_guard sequence(sequenceLock());
+    return trace.end(key->encrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
+                                  pcbResult, dwFlags));
+}
+
+SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput,
+                                  VOID* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
+                                  DWORD* pcbResult, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
+    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
+    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
+    trace.skipArgument();  // the numbers go on with 5; kept
+    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
+    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    if (cbInput == 0 || pbInput == nullptr || (pbOutput != nullptr && cbOutput == 0) ||
+        pcbResult == nullptr)
+        status = NTE_INVALID_PARAMETER;
+    logSilentFlag(here, dwFlags);
+    if (const SECURITY_STATUS padding = checkCipherPadding(here, dwFlags, pPaddingInfo);
+        padding != ERROR_SUCCESS)
+        status = padding;
+    if (status != ERROR_SUCCESS)
+        return trace.end(status);
+
+    P11KeyObject* key = findKey(here, hKey);
+    if (key == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
+        return key->decrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
+                            pcbResult, dwFlags, pin);
+    }));
+}
+
+}  // namespace NV

@@ -1,0 +1,213 @@
+// The provider's secret operations: agreement with a token key, derivation, release.
+
+#include "nvvtoken/nvvtoken.h"
+
+#include <new>
+#include <span>
+#include <string_view>
+
+#include "keystore/keystore_hash.h"
+#include "keystore/keystore_secret.h"
+#include "logger/trace.h"
+#include "nvvtoken/nvvtoken_parameters.h"
+#include "nvvtoken/nvvtoken_pin.h"
+
+namespace NV {
+
+namespace {
+
+static_assert(bufferTypeHashAlgorithm == KDF_HASH_ALGORITHM);
+static_assert(bufferTypePrepend == KDF_SECRET_PREPEND && bufferTypeAppend == KDF_SECRET_APPEND);
+static_assert(bufferTypeHmacKey == KDF_HMAC_KEY);
+
+SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool useHmacKdf,
+                           DerivationParameters& parameters)
+{
+    const ParameterKind kind = parameterKind(buffer, useHmacKdf);
+    switch (kind) {
+    case ParameterKind::hashName:
+        takeParameter(kind, buffer, parameters);
+        NV_AS(DBG, site, "Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as [%ls]",
+              parameters.hashName.c_str());
+        return ERROR_SUCCESS;
+    case ParameterKind::prepend:
+        NV_AS(DBG, site, "Using secret prepend item (KDF_SECRET_PREPEND)..");
+        break;
+    case ParameterKind::append:
+        NV_AS(DBG, site, "Using secret append item (KDF_SECRET_APPEND)..");
+        break;
+    case ParameterKind::hmacKey:
+        break;
+    case ParameterKind::misplacedHmacKey:
+        NV_AS(ERR, site, "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!");
+        return NTE_INVALID_PARAMETER;
+    case ParameterKind::unknown:
+        NV_AS(DBG, site, "Unknown NCryptBufferType encountered!!");
+        return NTE_INVALID_PARAMETER;
+    case ParameterKind::unreadable:
+        return NTE_INVALID_PARAMETER;
+    }
+    try {
+        takeParameter(kind, buffer, parameters);
+    } catch (const std::bad_alloc&) {
+        return NTE_INTERNAL_ERROR;
+    }
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS readParameters(const Site& site, const NCryptBufferDesc* list, bool useHmacKdf,
+                               DerivationParameters& parameters)
+{
+    if (list == nullptr)
+        return ERROR_SUCCESS;
+    if (list->pBuffers == nullptr && list->cBuffers != 0)
+        return NTE_INVALID_PARAMETER;
+    for (const BCryptBuffer& buffer : std::span(list->pBuffers, list->cBuffers)) {
+        const SECURITY_STATUS status = readBuffer(
+            site, {buffer.cbBuffer, buffer.BufferType, buffer.pvBuffer}, useHmacKdf, parameters);
+        if (status != ERROR_SUCCESS)
+            return status;
+    }
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS readKdf(const Site& site, std::wstring_view name, bool& useHmacKdf)
+{
+    useHmacKdf = name == BCRYPT_KDF_HMAC;
+    if (useHmacKdf) {
+        NV_AS(DBG, site, "Using the HMAC based KDF (BCRYPT_KDF_HMAC)");
+        return ERROR_SUCCESS;
+    }
+    if (name == BCRYPT_KDF_HASH) {
+        NV_AS(DBG, site, "Using the HASH based KDF (BCRYPT_KDF_HASH)");
+        return ERROR_SUCCESS;
+    }
+    if (name == BCRYPT_KDF_TLS_PRF) {
+        NV_AS(ERR, site, "Using the TLS-PRF based KDF (BCRYPT_KDF_TLS_PRF) not supported");
+        return NTE_NOT_SUPPORTED;
+    }
+    NV_AS(ERR, site, "Unknown key derivation function (KDF) identifier!!");
+    return NTE_INVALID_PARAMETER;
+}
+
+}  // namespace
+
+SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY_HANDLE hPubKey,
+                                          NCRYPT_SECRET_HANDLE* phAgreedSecret, DWORD dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hPrivKey=%p", asPointer(hPrivKey));
+    NV_ARG(trace, "hPubKey=%p", asPointer(hPubKey));
+    NV_ARG(trace, "phAgreedSecret=%p", static_cast<const void*>(phAgreedSecret));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (hPrivKey == 0 || hPubKey == 0 || phAgreedSecret == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
+        NV_DBG("NCRYPT_SILENT_FLAG is enabled");
+    P11KeyObject* key = findKey(here, hPrivKey);
+    if (key == nullptr)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
+        return agree(here, *key, hPubKey, phAgreedSecret, pin);
+    }));
+}
+
+SECURITY_STATUS Provider::agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_HANDLE hPubKey,
+                                NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin)
+{
+    // Taken as it is, without a look-up: it is the handle that ImportKey gave.
+    // NOLINTNEXTLINE(performance-no-int-to-ptr)
+    const auto* peer = reinterpret_cast<const P11KeyObject*>(hPubKey);
+    Bytes peerKey = base64Decode(peer->publicKey());
+    NV_AS(DBG, site, "Peer's public key(b64)=[%s]", peer->publicKey().c_str());
+    NV_AS(DBG, site, "Peer's public key=[%s], %d bytes", hexEncode(peerKey).c_str(),
+          static_cast<int>(peerKey.size()));
+    NCRYPT_SECRET_HANDLE handle = 0;
+    const SECURITY_STATUS status = key.secretAgreement(
+        pkcs11_.get(), peerKey.data(), static_cast<DWORD>(peerKey.size()), &handle, pin);
+    if (status != ERROR_SUCCESS) {
+        NV_AS(ERR, site, "SecretAgreement() failed with error-code:0x%08x",
+              static_cast<unsigned>(status));
+        return status;
+    }
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a secret handle is the record's address.
+    SecretList::instance().add(OwnedSecret(reinterpret_cast<AgreedSecret*>(handle)));
+    NV_AS(DBG, site, "SecretAgreement() succeeded, handle =%p", asPointer(handle));
+    *phAgreedSecret = handle;
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR pwszKDF,
+                                    NCryptBufferDesc* pParameterList, PBYTE pbDerivedKey,
+                                    DWORD cbDerivedKey, DWORD* pcbResult, ULONG dwFlags)
+{
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
+    NV_ARG(trace, "hSharedSecret=%p", asPointer(hSharedSecret));
+    NV_ARG(trace, "pwszKDF=%ls", pwszKDF);
+    NV_ARG(trace, "pParameterList=%p", static_cast<const void*>(pParameterList));
+    NV_ARG(trace, "pbDerivedKey=%p", static_cast<const void*>(pbDerivedKey));
+    NV_ARG(trace, "cbDerivedKey=%d", static_cast<int>(cbDerivedKey));
+    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
+    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (hSharedSecret == 0 || pwszKDF == nullptr || pcbResult == nullptr ||
+        (pbDerivedKey != nullptr && cbDerivedKey == 0))
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    if (pParameterList == nullptr)
+        NV_WRN("pParameterList(optional) field is NULL!!");
+    const bool secretAsHmacKey = (dwFlags & KDF_USE_SECRET_AS_HMAC_KEY_FLAG) != 0;
+    if (secretAsHmacKey)
+        NV_DBG("KDF_USE_SECRET_AS_HMAC_KEY_FLAG flag is enabled");
+    bool useHmacKdf = false;
+    if (const SECURITY_STATUS status = readKdf(here, pwszKDF, useHmacKdf); status != ERROR_SUCCESS)
+        return trace.end(status);
+    DerivationParameters parameters;
+    if (const SECURITY_STATUS status = readParameters(here, pParameterList, useHmacKdf, parameters);
+        status != ERROR_SUCCESS)
+        return trace.end(status);
+    const HashAlgorithm* hash = findHashAlgorithm(parameters.hashName.c_str());
+    if (hash == nullptr) {
+        NV_ERR("Unsupported KDF Hash Algorithm [%ls]", parameters.hashName.c_str());
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    }
+    // A copy: another provider's thread may free the secret meanwhile.
+    const auto secret = SecretList::instance().copy(hSharedSecret);
+    if (!secret) {
+        NV_ERR("Not found secretHandle(%p) in managed Global SecretHandle List",
+               asPointer(hSharedSecret));
+        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+    }
+    const std::lock_guard sequence(sequenceLock());
+    return trace.end(keyStore_.derive(
+        {pkcs11_.get(), slot_ != nullptr ? slot_->id() : 0, hSharedSecret, *secret, pbDerivedKey,
+         cbDerivedKey, pcbResult, *hash, useHmacKdf, secretAsHmacKey ? *secret : parameters.hmacKey,
+         parameters.prepend, parameters.append}));
+}
+
+SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)
+{
+    Trace trace(NV_HERE);
+    NV_ARG(trace, "hSharedSecret=%p", asPointer(hSharedSecret));
+    const std::lock_guard guard(lock_);
+    trace.startClock();
+
+    if (hSharedSecret == 0)
+        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+    size_t size = 0;
+    if (const OwnedSecret secret = SecretList::instance().remove(hSharedSecret, size))
+        NV_DBG("Found secretHandle(%p) in managed Global SecretHandle List of size (%d)",
+               asPointer(hSharedSecret), static_cast<int>(size));
+    else
+        NV_WRN("Not found secretHandle(%p) in managed Global SecretHandle List",
+               asPointer(hSharedSecret));
+    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+}
+
+}  // namespace NV

@@ -1,0 +1,447 @@
+// Loading a PKCS#11 library and finding out what it holds.
+
+#include "p11/module.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+#include <system_error>
+#include <utility>
+
+#include "p11/p11text.h"
+
+namespace NV {
+
+namespace {
+
+std::wstring utf8ToWide(const std::string& text)
+{
+    const int size = static_cast<int>(text.size());
+    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
+    std::wstring wide(static_cast<size_t>(length), L'\0');
+    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
+    return wide;
+}
+
+std::wstring widenEachCharacter(const std::string& text)
+{
+    std::wstring wide;
+    wide.reserve(text.size());
+    for (const char c : text)
+        wide.push_back(static_cast<unsigned char>(c));
+    return wide;
+}
+
+bool fileExists(const std::wstring& path)
+{
+    if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
+        return true;
+    const DWORD error = GetLastError();
+    constexpr DWORD missing[] = {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_BAD_NETPATH,
+                                 ERROR_INVALID_NAME};
+    if (std::ranges::find(missing, error) != std::end(missing))
+        return false;
+    throw std::filesystem::filesystem_error(
+        "exists", path, std::error_code(static_cast<int>(error), std::system_category()));
+}
+
+template <typename Function>
+Function exportOf(HMODULE library, const char* name)
+{
+    // A detour through void*, because every export comes as a FARPROC.
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
+}
+
+// A repaired list has null entries where the library lacks an export.
+template <typename Function>
+Function present(Function entry)
+{
+    if (entry == nullptr)
+        throw std::bad_function_call();
+    return entry;
+}
+
+unsigned long asLong(CK_ULONG value)
+{
+    return value;
+}
+
+}  // namespace
+
+P11Mechanism::P11Mechanism(std::string name, CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info)
+    : name_(std::move(name)), type_(type), ulMinKeySize_(info.ulMinKeySize),
+      ulMaxKeySize_(info.ulMaxKeySize), flags_(info.flags)
+{
+}
+
+void P11Slot::addMechanism(CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info)
+{
+    mechanisms_.try_emplace(type, mechanismText(type), type, info);
+}
+
+P11Module::P11Module(std::string path) : path_(std::move(path))
+{
+    const Trace trace(NV_HERE);
+    NV_TRC("ARG[0]:%s", path_.c_str());
+    trace.leave();
+}
+
+P11Module::~P11Module()
+{
+    quietly([this] {
+        const Trace trace(NV_HERE);
+        P11Module::clean();
+        trace.leave();
+    });
+}
+
+bool P11Module::load()
+{
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    if (!checkPath(here) || !loadLibrary(here) || !fetchFunctionList(here))
+        return trace.leave(false);
+    verifyFunctionList(here);
+    return trace.leave(true);
+}
+
+bool P11Module::checkPath(const Site& load) const
+{
+    NV_AS(TRC, load, "1) Check Precondition");
+    if (path_.empty()) {
+        NV_AS(ERR, load, "FAILURE: the name module is empty");
+        return false;
+    }
+    const std::wstring path = utf8ToWide(path_);
+    NV_AS(DBG, load, "Path (u8) = %ls", path.c_str());
+    if (!fileExists(path)) {
+        NV_AS(ERR, load, "FAILURE: %s file does not exist", path_.c_str());
+        return false;
+    }
+    NV_AS(DBG, load, "SUCCESS: %s file exists", path_.c_str());
+    return true;
+}
+
+bool P11Module::loadLibrary(const Site& load)
+{
+    NV_AS(TRC, load, "2) Load Module");
+    if (library_ != nullptr) {
+        NV_AS(WRN, load, "This module has already been loaded as %p",
+              static_cast<const void*>(library_.get()));
+        return false;
+    }
+    // Unlike the check above, this takes each byte for a character: a path outside ASCII that
+    // exists does not load. Meant so; the log then shows both lines.
+    const std::wstring path = widenEachCharacter(path_);
+    library_.reset(LoadLibraryExW(path.c_str(), nullptr, 0));
+    if (library_ == nullptr)
+        library_.reset(LoadLibraryW(path.c_str()));
+    if (library_ == nullptr) {
+        NV_AS(ERR, load, "FAILURE: Module [%s] cannot be loaded", path_.c_str());
+        return false;
+    }
+    NV_AS(DBG, load, "SUCCESS: Module [%s] is loaded as %p", path_.c_str(),
+          static_cast<const void*>(library_.get()));
+    state_ = "LOADED";
+    return true;
+}
+
+bool P11Module::fetchFunctionList(const Site& load)
+{
+    NV_AS(TRC, load, "3) Get EntryPoint for C_GetFunctionList()");
+    const auto getFunctionList =
+        exportOf<CK_C_GetFunctionList>(library_.get(), "C_GetFunctionList");
+    if (getFunctionList == nullptr) {
+        NV_AS(ERR, load, "FAILURE: Failed to get location of C_GetFunctionList()");
+        return false;
+    }
+    NV_AS(DBG, load, "SUCCESS: C_GetFunctionList() is located at %p",
+          reinterpret_cast<const void*>(getFunctionList));
+
+    NV_AS(TRC, load, "4) Call C_GetFunctionList()");
+    NV_AS(TRC, load, "Call C_GetFunctionList():START");
+    CK_RV rv = CKR_GENERAL_ERROR;
+    try {
+        rv = getFunctionList(&functionList_);
+    } catch (...) {
+        functionList_ = nullptr;
+        NV_AS(ERR, load, "Caught Exception.");
+        return false;
+    }
+    NV_AS(TRC, load, "Call C_GetFunctionList():END RV=%s", returnValueText(rv));
+    if (rv != CKR_OK || functionList_ == nullptr) {
+        functionList_ = nullptr;
+        NV_AS(ERR, load, "FAILURE: Failed to get function list: 0x%lX\n", asLong(rv));
+        return false;
+    }
+    state_ = "INITIALIZED";
+    version_ = functionList_->version;
+    NV_AS(DBG, load, "SUCCESS: PKCS#11 Version %d.%d", version_.major, version_.minor);
+    return true;
+}
+
+void P11Module::verifyFunctionList(const Site& load)
+{
+    NV_AS(TRC, load, "5) Verify obtained FunctionList (Optional Check)");
+    using Initialize = decltype(CK_FUNCTION_LIST::C_Initialize);
+    const Initialize listed = functionList_->C_Initialize;
+    const auto exported = exportOf<Initialize>(library_.get(), "C_Initialize");
+    NV_AS(DBG, load, "C_Initialize in LST = [%p]", reinterpret_cast<const void*>(listed));
+    NV_AS(DBG, load, "C_Initialize in DLL = [%p]", reinterpret_cast<const void*>(exported));
+    if (listed == exported) {
+        NV_AS(DBG, load, "SUCCESS: The address of C_Initialize() is verified");
+        return;
+    }
+    NV_AS(WRN, load, "WARNING: The address of C_Initialize() is not match");
+    NV_AS(DBG, load, "Try to obtain exported entrypoint from DLL");
+    if (repairFunctionList_)
+        repairFunctionList(load);
+}
+
+// Writes into the library's own list. An export that is missing leaves a null entry: each call
+// through the list tests for that, the repair does not.
+void P11Module::repairFunctionList(const Site& load)
+{
+    NV_AS(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
+#define NV_ENTRY(name, parameters)                                                                 \
+    functionList_->name = exportOf<decltype(CK_FUNCTION_LIST::name)>(library_.get(), #name);
+    NV_CK_FUNCTIONS(NV_ENTRY)
+#undef NV_ENTRY
+    NV_AS(DBG, load, "Updated FuncList = %s", toText(*functionList_).c_str());
+}
+
+bool P11Module::init()
+{
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    if (functionList_ == nullptr) {
+        NV_ERR("The library is not initialized");
+        return trace.leave(false);
+    }
+    if (!initializeLibrary(here))
+        return trace.leave(false);
+    bool result = false;
+    try {
+        result = readLibraryInfo(here) && readSlots(here);
+    } catch (...) {
+        NV_ERR("Caught Exception.");
+    }
+    return trace.leave(finalizeLibrary(here) && result);
+}
+
+bool P11Module::initializeLibrary(const Site& init)
+{
+    CK_RV rv = CKR_GENERAL_ERROR;
+    try {
+        // Clears whatever initialisation an earlier user of the library left; the answer is of no
+        // interest.
+        NV_AS(TRC, init, "Call C_Finalize():START");
+        rv = present(functionList_->C_Finalize)(nullptr);
+        NV_AS(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
+
+        NV_AS(TRC, init, "Call C_Initialize():START");
+        rv = present(functionList_->C_Initialize)(nullptr);
+        NV_AS(TRC, init, "Call C_Initialize():END RV=%s", returnValueText(rv));
+    } catch (...) {
+        // Spelt like this on purpose, here and in finalizeLibrary.
+        NV_AS(ERR, init, "Caught Enxception");
+        return false;
+    }
+    if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
+        NV_AS(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
+        return false;
+    }
+    state_ = "INITIALIZED";
+    return true;
+}
+
+bool P11Module::readLibraryInfo(const Site& init)
+{
+    CK_INFO info{};
+    NV_AS(TRC, init, "Call C_GetInfo():START");
+    const CK_RV rv = present(functionList_->C_GetInfo)(&info);
+    NV_AS(TRC, init, "Call C_GetInfo():END RV=%s", returnValueText(rv));
+    if (rv != CKR_OK) {
+        NV_AS(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
+        return false;
+    }
+    NV_AS(DBG, init, "SUCCESS: C_GetInfo()");
+    NV_AS(DBG, init, "CK_INFO = %s", toText(info).c_str());
+    libraryInfo_ = info;
+    return true;
+}
+
+bool P11Module::readSlots(const Site& init)
+{
+    const auto getSlotList = present(functionList_->C_GetSlotList);
+    CK_ULONG count = 0;
+    std::vector<CK_SLOT_ID> ids;
+    NV_AS(TRC, init, "Call C_GetSlotList():START");
+    CK_RV rv = getSlotList(CK_TRUE, nullptr, &count);
+    const bool counted = rv == CKR_OK;
+    if (counted) {
+        ids.resize(count);
+        rv = getSlotList(CK_TRUE, ids.data(), &count);
+        // A count that grew between the calls does not make the buffer larger.
+        ids.resize(std::min<size_t>(ids.size(), count));
+    }
+    NV_AS(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
+    if (!counted) {
+        NV_AS(ERR, init, "FAILURE: C_GetSlotList() : 0x%lX", asLong(rv));
+        return false;
+    }
+    if (rv == CKR_OK) {
+        NV_AS(DBG, init, "SUCCESS: C_GetSlotList()");
+        NV_AS(DBG, init, "Present Slot Count = %lu", asLong(static_cast<CK_ULONG>(ids.size())));
+        for (size_t i = 0; i < ids.size(); ++i)
+            NV_AS(DBG, init, "Slot[%d] = %lu", static_cast<int>(i), asLong(ids[i]));
+    }
+    // One buffer for all slots: a slot whose information cannot be read shows what the slot before
+    // it left there.
+    CK_SLOT_INFO slotInfo{};
+    for (const CK_SLOT_ID id : ids)
+        slots_.push_back(readSlot(init, id, slotInfo));
+    return true;
+}
+
+std::unique_ptr<P11Slot> P11Module::readSlot(const Site& init, CK_SLOT_ID slotId,
+                                             CK_SLOT_INFO& slotInfo)
+{
+    auto slot = std::make_unique<P11Slot>();
+
+    NV_AS(DBG, init, "Call C_GetSlotInfo():START");
+    CK_RV rv = present(functionList_->C_GetSlotInfo)(slotId, &slotInfo);
+    NV_AS(TRC, init, "Call C_GetSlotInfo():END RV=%s", returnValueText(rv));
+    if (rv == CKR_OK) {
+        NV_AS(DBG, init, "SUCCESS: C_GetSlotInfo()");
+        NV_AS(DBG, init, "SlotInfo: %s", toText(slotInfo).c_str());
+    }
+
+    CK_TOKEN_INFO tokenInfo{};
+    NV_AS(TRC, init, "Call C_GetTokenInfo():START");
+    rv = present(functionList_->C_GetTokenInfo)(slotId, &tokenInfo);
+    NV_AS(TRC, init, "Call C_GetTokenInfo():END RV=%s", returnValueText(rv));
+    if (rv == CKR_OK) {
+        NV_AS(DBG, init, "SUCCESS: C_GetTokenInfo()");
+        NV_AS(DBG, init, "TokenInfo: %s", toText(tokenInfo).c_str());
+        slot->setId(slotId);
+        slot->setSlotInfo(slotInfo);
+        slot->setTokenInfo(tokenInfo);
+    }
+
+    readMechanisms(init, slotId, *slot);
+    return slot;
+}
+
+void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slot)
+{
+    const auto getMechanismList = present(functionList_->C_GetMechanismList);
+    CK_ULONG count = 0;
+    std::vector<CK_MECHANISM_TYPE> types;
+    NV_AS(TRC, init, "Call C_GetMechanismList():START");
+    CK_RV rv = getMechanismList(slotId, nullptr, &count);
+    const bool counted = rv == CKR_OK;
+    const CK_ULONG announced = count;
+    if (counted) {
+        types.resize(count);
+        rv = getMechanismList(slotId, types.data(), &count);
+        types.resize(std::min<size_t>(types.size(), count));
+    }
+    NV_AS(TRC, init, "Call C_GetMechanismList():END RV=%s", returnValueText(rv));
+    if (counted)
+        NV_AS(DBG, init, "SUCCESS: C_GetMechanismList(): Count=%d", static_cast<int>(announced));
+    if (rv != CKR_OK)
+        return;
+
+    for (const CK_MECHANISM_TYPE type : types) {
+        CK_MECHANISM_INFO info{};
+        NV_AS(TRC, init, "Call C_GetMechanismInfo():START");
+        rv = present(functionList_->C_GetMechanismInfo)(slotId, type, &info);
+        NV_AS(TRC, init, "Call C_GetMechanismInfo():END RV=%s", returnValueText(rv));
+        if (rv != CKR_OK)
+            continue;
+        NV_AS(TRC, init, "Add Mechanism[%s(0x%04x)]:Flag=0x%08x,MinKeySize=%d,MaxKeySize=%d",
+              mechanismText(type), type, info.flags, static_cast<int>(info.ulMinKeySize),
+              static_cast<int>(info.ulMaxKeySize));
+        slot.addMechanism(type, info);
+    }
+}
+
+bool P11Module::finalizeLibrary(const Site& init)
+{
+    CK_RV rv = CKR_GENERAL_ERROR;
+    try {
+        NV_AS(TRC, init, "Call C_Finalize():START");
+        rv = present(functionList_->C_Finalize)(nullptr);
+        NV_AS(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
+    } catch (...) {
+        NV_AS(ERR, init, "Caught Enxception");
+        return false;
+    }
+    if (rv != CKR_OK) {
+        NV_AS(ERR, init, "Error finalizing the cryptoki library: 0x%lX\n", asLong(rv));
+        return false;
+    }
+    return true;
+}
+
+bool P11Module::lock()
+{
+    const Trace trace(NV_HERE);
+    if (initArgs_ != nullptr) {
+        if (mutexHandle_ == nullptr && initArgs_->CreateMutex != nullptr) {
+            NV_TRC("Call CreateMutex():START");
+            const CK_RV rv = initArgs_->CreateMutex(&mutexHandle_);
+            NV_TRC("Call CreateMutex():END RV=%s", returnValueText(rv));
+        }
+        if (mutexHandle_ != nullptr && initArgs_->LockMutex != nullptr) {
+            NV_TRC("Call LockMutex():START");
+            const CK_RV rv = initArgs_->LockMutex(mutexHandle_);
+            NV_TRC("Call LockMutex():END RV=%s", returnValueText(rv));
+        }
+    }
+    return trace.leave(true);
+}
+
+bool P11Module::unlock()
+{
+    const Trace trace(NV_HERE);
+    if (initArgs_ != nullptr && mutexHandle_ != nullptr && initArgs_->UnlockMutex != nullptr) {
+        NV_TRC("Call UnlockMutex():START");
+        const CK_RV rv = initArgs_->UnlockMutex(mutexHandle_);
+        NV_TRC("Call UnlockMutex():END RV=%s", returnValueText(rv));
+    }
+    return trace.leave(true);
+}
+
+bool P11Module::clean()
+{
+    const Trace trace(NV_HERE);
+    if (functionList_ != nullptr) {
+        NV_TRC("Call C_Finalize(): START");
+        quietly([this] { present(functionList_->C_Finalize)(nullptr); });
+        NV_TRC("Call C_Finalize(): END");
+    }
+    if (library_ != nullptr) {
+        NV_TRC("Handle = %p", static_cast<const void*>(library_.get()));
+        library_.reset();
+        NV_TRC("Module [%s] has been unloaded", path_.c_str());
+    }
+    // Neither the function list nor the init arguments are cleared: clean runs once, at the end.
+    if (ownsInitArgs_ && initArgs_ != nullptr) {
+        NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(initArgs_));
+        const std::unique_ptr<CK_C_INITIALIZE_ARGS> owned(initArgs_);
+    }
+    return trace.leave(true);
+}
+
+std::unique_ptr<CK_C_INITIALIZE_ARGS> P11Module::replaceInitArgs(CK_C_INITIALIZE_ARGS* initArgs,
+                                                                 bool owned)
+{
+    std::unique_ptr<CK_C_INITIALIZE_ARGS> previous(ownsInitArgs_ ? initArgs_ : nullptr);
+    initArgs_ = initArgs;
+    ownsInitArgs_ = owned;
+    return previous;
+}
+
+}  // namespace NV

@@ -1,0 +1,154 @@
+// One PKCS#11 library: loading, repair of its function list, and the discovery of its slots,
+// tokens and mechanisms. The call layer owns it and makes all later calls.
+
+#pragma once
+
+#include <windows.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <type_traits>
+#include <vector>
+
+#include "logger/trace.h"
+#include "p11/cryptoki.h"
+
+namespace NV {
+
+// A mechanism of a slot, as C_GetMechanismInfo described it.
+class P11Mechanism {
+public:
+    P11Mechanism(std::string name, CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info);
+    virtual ~P11Mechanism() = default;
+    P11Mechanism(const P11Mechanism&) = default;
+    P11Mechanism& operator=(const P11Mechanism&) = default;
+
+    // The CKM_ identifier, or "UNKNOWN".
+    const std::string& name() const { return name_; }
+    CK_MECHANISM_TYPE type() const { return type_; }
+    CK_ULONG minKeySize() const { return ulMinKeySize_; }
+    CK_ULONG maxKeySize() const { return ulMaxKeySize_; }
+    CK_FLAGS flags() const { return flags_; }
+
+private:
+    std::string name_;
+    CK_MECHANISM_TYPE type_;
+    CK_ULONG ulMinKeySize_;
+    CK_ULONG ulMaxKeySize_;
+    CK_FLAGS flags_;
+};
+
+// A slot with the token in it. Identifier and information stay zero when the token information
+// could not be read.
+class P11Slot {
+public:
+    using Mechanisms = std::map<CK_MECHANISM_TYPE, P11Mechanism>;
+
+    P11Slot() = default;
+    virtual ~P11Slot() = default;
+    P11Slot(const P11Slot&) = delete;
+    P11Slot& operator=(const P11Slot&) = delete;
+
+    CK_SLOT_ID id() const { return id_; }
+    const CK_SLOT_INFO& slotInfo() const { return slotInfo_; }
+    const CK_TOKEN_INFO& tokenInfo() const { return tokenInfo_; }
+    const Mechanisms& mechanisms() const { return mechanisms_; }
+    // Set by the provider on the slot that it serves.
+    bool chosen() const { return chosen_; }
+
+    void setId(CK_SLOT_ID id) { id_ = id; }
+    void setSlotInfo(const CK_SLOT_INFO& info) { slotInfo_ = info; }
+    void setTokenInfo(const CK_TOKEN_INFO& info) { tokenInfo_ = info; }
+    // The first mechanism of a type stays.
+    void addMechanism(CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info);
+    void setChosen(bool chosen) { chosen_ = chosen; }
+
+private:
+    CK_SLOT_ID id_ = 0;
+    CK_SLOT_INFO slotInfo_{};
+    CK_TOKEN_INFO tokenInfo_{};
+    Mechanisms mechanisms_;
+    bool chosen_ = false;
+};
+
+// Owns the loaded library. load, init and the destructor run once each and take no lock of their
+// own: the caller must keep every other use of the library in the process away meanwhile.
+class P11Module {
+public:
+    // The path is UTF-8.
+    explicit P11Module(std::string path);
+    virtual ~P11Module();
+    P11Module(const P11Module&) = delete;
+    P11Module& operator=(const P11Module&) = delete;
+
+    // Loads the library, fetches its function list and repairs the list when it does not agree
+    // with the library's exports. True when the list is usable. A second call is refused with
+    // false. Throws std::filesystem::filesystem_error when the file system cannot say whether the
+    // file exists.
+    virtual bool load();
+
+    // The discovery pass: library information, slots with a token, their mechanisms. Leaves the
+    // library finalised. A second call lists the slots again behind the first ones.
+    virtual bool init();
+
+    // Finalises and unloads the library and frees owned init arguments; for the destructor.
+    virtual bool clean();
+
+    // A lock made of the init arguments' own callbacks; without init arguments nothing is locked.
+    // Always true.
+    virtual bool lock();
+    virtual bool unlock();
+
+    // Null until load succeeded. It belongs to the library.
+    CK_FUNCTION_LIST* functionList() const { return functionList_; }
+    // "UNINITIALIZED", "LOADED" or "INITIALIZED"; only for people to read.
+    const std::string& state() const { return state_; }
+    const std::string& path() const { return path_; }
+    CK_VERSION cryptokiVersion() const { return version_; }
+    const CK_INFO& libraryInfo() const { return libraryInfo_; }
+    const std::vector<std::unique_ptr<P11Slot>>& slots() const { return slots_; }
+
+    CK_C_INITIALIZE_ARGS* initArgs() const { return initArgs_; }
+    bool ownsInitArgs() const { return ownsInitArgs_; }
+    // Replaces the init arguments; owned ones come from new and are freed by the module. Gives back
+    // the replaced ones if they were owned, to be kept until the library has taken the new ones.
+    std::unique_ptr<CK_C_INITIALIZE_ARGS> replaceInitArgs(CK_C_INITIALIZE_ARGS* initArgs,
+                                                          bool owned);
+
+    void setRepairFunctionList(bool repair) { repairFunctionList_ = repair; }
+
+private:
+    struct LibraryUnloader {
+        void operator()(HMODULE library) const { FreeLibrary(library); }
+    };
+    using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryUnloader>;
+
+    // The steps of load and of init. They log under the name of the whole.
+    bool checkPath(const Site& load) const;
+    bool loadLibrary(const Site& load);
+    bool fetchFunctionList(const Site& load);
+    void verifyFunctionList(const Site& load);
+    void repairFunctionList(const Site& load);
+
+    bool initializeLibrary(const Site& init);
+    bool readLibraryInfo(const Site& init);
+    bool readSlots(const Site& init);
+    std::unique_ptr<P11Slot> readSlot(const Site& init, CK_SLOT_ID slotId, CK_SLOT_INFO& slotInfo);
+    void readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slot);
+    bool finalizeLibrary(const Site& init);
+
+    std::string state_ = "UNINITIALIZED";
+    std::string path_;
+    Library library_;
+    CK_VERSION version_{};
+    CK_INFO libraryInfo_{};
+    CK_FUNCTION_LIST* functionList_ = nullptr;
+    CK_C_INITIALIZE_ARGS* initArgs_ = nullptr;
+    bool ownsInitArgs_ = false;
+    std::vector<std::unique_ptr<P11Slot>> slots_;
+    bool repairFunctionList_ = true;
+    CK_VOID_PTR mutexHandle_ = nullptr;
+};
+
+}  // namespace NV

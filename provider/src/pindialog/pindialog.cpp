@@ -1,0 +1,220 @@
+// The dialog procedure.
+
+#include "pindialog/pindialog.h"
+
+#include "logger/trace.h"
+
+namespace NV {
+
+namespace {
+
+// Identifiers of the template in nvksprovider.rc.
+constexpr int dialogTemplate = 101;
+constexpr int pinField = 1001;
+constexpr int showButton = 1008;
+
+constexpr WPARAM bullet = 0x2022;
+constexpr WPARAM unmasked = 0;
+
+// The typed characters. They are read as one line of the field.
+SecretWideText readLine(HWND field, size_t length)
+{
+    SecretWideText line(length + 1);
+    // EM_GETLINE takes the size of the buffer from its first character.
+    line[0] = static_cast<wchar_t>(line.size());
+    SendMessageW(field, EM_GETLINE, 0, reinterpret_cast<LPARAM>(line.data()));
+    line.back() = L'\0';
+    return line;
+}
+
+// The window system keeps the field's text in memory of its own, which it releases as it is. So each
+// character is overwritten in its place before the text is made empty.
+void clearField(HWND field)
+{
+    const LRESULT length = SendMessageW(field, EM_LINELENGTH, 0, 0);
+    for (LRESULT i = 0; i < length; ++i) {
+        SendMessageW(field, EM_SETSEL, static_cast<WPARAM>(i), i + 1);
+        SendMessageW(field, EM_REPLACESEL, FALSE, reinterpret_cast<LPARAM>(L"*"));
+    }
+    SendMessageW(field, WM_SETTEXT, 0, reinterpret_cast<LPARAM>(L""));
+}
+
+}  // namespace
+
+SecretBytes requestPIN(const PINRequest* request)
+{
+    if (request == nullptr)
+        return {};
+    PINDialog dialog(*request);
+    if (!dialog.open())
+        throw PINDialogException("Failed to open dialog", PINDialogException::openFailed);
+    if (dialog.canceled())
+        throw PINDialogException("User canceled", PINDialogException::userCanceled);
+    return dialog.pin();
+}
+
+PINDialog::PINDialog(const PINRequest& request)
+    : instance_(request.instance), parent_(request.parent), minimumLength_(request.minimumLength),
+      maximumLength_(request.maximumLength)
+{
+}
+
+bool PINDialog::open()
+{
+    const Trace trace(NV_HERE);
+    NV_TRC("hInstance=%p", static_cast<const void*>(instance_));
+    NV_TRC("hWnd(Parent)=%p", static_cast<const void*>(parent_));
+    if (instance_ != nullptr) {
+        if (parent_ == nullptr)
+            parent_ = GetDesktopWindow();
+        NV_TRC("self = %p", static_cast<const void*>(this));
+        const INT_PTR result = DialogBoxParamW(instance_, MAKEINTRESOURCEW(dialogTemplate), parent_,
+                                               &DialogProc, reinterpret_cast<LPARAM>(this));
+        if (error_ != nullptr)
+            std::rethrow_exception(error_);
+        NV_TRC("result = %d", static_cast<int>(result));
+    }
+    trace.leave();
+    return true;
+}
+
+INT_PTR CALLBACK PINDialog::DialogProc(HWND hDlg, UINT message, WPARAM wParam, LPARAM lParam)
+{
+    constexpr Site here = NV_HERE;
+    if (message == WM_INITDIALOG)
+        return reinterpret_cast<PINDialog*>(lParam)->forward(here, hDlg, message, wParam, lParam);
+    auto* self = reinterpret_cast<PINDialog*>(GetWindowLongPtrW(hDlg, GWLP_USERDATA));
+    if (self == nullptr || self->dialog_ == nullptr)
+        return FALSE;
+    return self->forward(here, hDlg, message, wParam, lParam);
+}
+
+INT_PTR PINDialog::forward(const Site& site, HWND hDlg, UINT message, WPARAM wParam,
+                           LPARAM lParam) noexcept
+{
+    try {
+        if (message != WM_INITDIALOG)
+            return Procedure(hDlg, message, wParam, lParam);
+        NV_AS(TRC, site, "WM_INITDIALOG: self = %p", static_cast<const void*>(this));
+        NV_AS(TRC, site, "WM_INITDIALOG: hDlg = %p", static_cast<const void*>(hDlg));
+        if (dialog_ != nullptr)
+            return FALSE;
+        dialog_ = hDlg;
+        SetWindowLongPtrW(hDlg, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
+        NV_AS(TRC, site, "WM_INITDIALOG: self->hDlg = %p", static_cast<const void*>(dialog_));
+        const INT_PTR result = Procedure(hDlg, message, wParam, lParam);
+        NV_AS(TRC, site, "WM_INITDIALOG: return = %d", static_cast<int>(result));
+        return result;
+    } catch (...) {
+        error_ = std::current_exception();
+        EndDialog(hDlg, -1);
+        return FALSE;
+    }
+}
+
+INT_PTR PINDialog::Procedure(HWND hDlg, UINT message, WPARAM wParam, LPARAM)
+{
+    constexpr Site here = NV_HERE;
+    if (message == WM_INITDIALOG) {
+        prepare(here, hDlg);
+        return TRUE;
+    }
+    if (message == WM_DESTROY)
+        clearField(GetDlgItem(hDlg, pinField));
+    if (message != WM_COMMAND)
+        return FALSE;
+    // Enter always presses OK while the user types.
+    if (HIWORD(wParam) == EN_CHANGE && LOWORD(wParam) == pinField)
+        SendMessageW(hDlg, DM_SETDEFID, IDOK, 0);
+    switch (LOWORD(wParam)) {
+    case IDOK:
+        accept(here, hDlg);
+        return TRUE;
+    case IDCANCEL:
+        cancel(here, hDlg);
+        return TRUE;
+    case showButton:
+        toggleMask(hDlg);
+        return TRUE;
+    default:
+        return FALSE;
+    }
+}
+
+void PINDialog::prepare(const Site& site, HWND hDlg) const
+{
+    if (hDlg == nullptr)
+        NV_AS(ERR, site, "Invalid window handle = NULL");
+    if (HWND field = GetDlgItem(hDlg, pinField); field != nullptr) {
+        SendMessageW(field, EM_SETPASSWORDCHAR, bullet, 0);
+        NV_AS(TRC, site, "WM_INITDIALOG: EM_SETPASSWORDCHAR hwnd=%p",
+              static_cast<const void*>(field));
+    } else {
+        // Spelt so, here and below; logs are searched by it.
+        NV_AS(ERR, site, "Failed to change password charactor");
+    }
+    RECT frame;
+    if (!GetWindowRect(hDlg, &frame)) {
+        NV_AS(ERR, site, "Failed to move to center");
+        return;
+    }
+    // The template's DS_CENTER has centred the window; the position is only logged.
+    const int width = frame.right - frame.left;
+    const int height = frame.bottom - frame.top;
+    NV_AS(TRC, site, "WM_INITDIALOG: GetWindowRect() w=%d, h=%d", width, height);
+    const int x = GetSystemMetrics(SM_CXSCREEN) / 2 - width / 2;
+    const int y = GetSystemMetrics(SM_CYSCREEN) / 2 - height / 2;
+    NV_AS(TRC, site, "WM_INITDIALOG: Calcurated cordination x=%d, y=%d", x, y);
+    NV_AS(TRC, site, "WM_INITDIALOG: Try to call SetWindowPos() hDlg=%p",
+          static_cast<const void*>(hDlg));
+}
+
+void PINDialog::accept(const Site& site, HWND hDlg)
+{
+    HWND field = GetDlgItem(hDlg, pinField);
+    const auto length = static_cast<size_t>(SendMessageW(field, EM_LINELENGTH, 0, 0));
+    if (length == 0) {
+        MessageBoxW(hDlg, L"No characters entered.", L"Error", MB_ICONERROR);
+        return;
+    }
+    SecretBytes pin;
+    pin.reserve(length);
+    // Each UTF-16 unit gives its low byte; no code page is involved.
+    const SecretWideText line = readLine(field, length);
+    for (size_t i = 0; i < length; ++i)
+        pin.push_back(static_cast<unsigned char>(line[i]));
+    if (pin.size() < minimumLength_) {
+        refuse(L"Too short characters.");
+    } else if (pin.size() > maximumLength_) {
+        refuse(L"Too many characters.");
+    } else {
+        pin_ = std::move(pin);
+        NV_AS(TRC, site, "WM_COMMAND[IDOK]: verified password(%d:bytes)",
+              static_cast<int>(pin_.size()));
+        EndDialog(hDlg, 1);
+    }
+}
+
+void PINDialog::cancel(const Site& site, HWND hDlg)
+{
+    NV_AS(TRC, site, "WM_COMMAND[IDCANCEL]: canceled");
+    canceled_ = true;
+    EndDialog(hDlg, 1);
+}
+
+void PINDialog::toggleMask(HWND hDlg)
+{
+    HWND field = GetDlgItem(hDlg, pinField);
+    SendMessageW(field, EM_SETPASSWORDCHAR, masked_ ? unmasked : bullet, 0);
+    SendDlgItemMessageW(hDlg, showButton, WM_SETTEXT, 0,
+                        reinterpret_cast<LPARAM>(masked_ ? L"Hide" : L"Show"));
+    masked_ = !masked_;
+    InvalidateRect(field, nullptr, TRUE);
+}
+
+void PINDialog::refuse(const wchar_t* text) const
+{
+    MessageBoxW(dialog_, text, L"Error", MB_ICONERROR);
+}
+
+}  // namespace NV
