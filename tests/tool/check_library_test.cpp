@@ -9,7 +9,7 @@
 #include <optional>
 #include <string>
 
-#include "pe_file.h"
+#include "formats/pe_file.h"
 #include "scripted_token.h"
 #include "tool_program.h"
 

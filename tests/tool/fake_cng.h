@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "registration.h"
+#include "system/registration.h"
 
 namespace NV::test {
 

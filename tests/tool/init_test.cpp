@@ -9,8 +9,8 @@
 
 #include "config/config.h"
 #include "config/config_apply.h"
-#include "configuration.h"
 #include "failure.h"
+#include "system/configuration.h"
 #include "tool_program.h"
 
 namespace NV::test {

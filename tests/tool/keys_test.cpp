@@ -8,12 +8,12 @@
 #include <algorithm>
 #include <string>
 
-#include "ecdsa_signature.h"
 #include "failure.h"
 #include "folder.h"
-#include "hashing.h"
+#include "formats/ecdsa_signature.h"
+#include "formats/hashing.h"
+#include "formats/public_key.h"
 #include "output.h"
-#include "public_key.h"
 
 namespace NV::test {
 

@@ -7,8 +7,8 @@
 #include <string>
 
 #include "dialog_driver.h"
-#include "log_operation.h"
-#include "log_report.h"
+#include "log/log_operation.h"
+#include "log/log_report.h"
 #include "module_fixture.h"
 #include "tool_program.h"
 

@@ -7,9 +7,9 @@
 #include <string>
 #include <vector>
 
-#include "log_operation.h"
-#include "log_record.h"
-#include "log_report.h"
+#include "log/log_operation.h"
+#include "log/log_record.h"
+#include "log/log_report.h"
 #include "log_text.h"
 #include "tool_program.h"
 

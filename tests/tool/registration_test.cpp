@@ -7,7 +7,7 @@
 #include <cstring>
 #include <fstream>
 
-#include "check.h"
+#include "check/check.h"
 #include "failure.h"
 #include "fake_cng.h"
 

@@ -9,7 +9,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "check.h"
+#include "check/check.h"
 #include "child.h"
 #include "folder.h"
 #include "output.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "commands.h"
+#include "command/commands.h"
 #include "failure.h"
 #include "logger/logger.h"
 #include "text.h"

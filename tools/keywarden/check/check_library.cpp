@@ -1,0 +1,188 @@
+// Steps on the PKCS#11 library: the file, what it needs, loading, its function list.
+
+#include <algorithm>
+#include <memory>
+#include <type_traits>
+
+#include "check/check.h"
+#include "failure.h"
+#include "formats/pe_file.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+struct LibraryUnloader {
+    void operator()(HMODULE library) const { FreeLibrary(library); }
+};
+using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryUnloader>;
+
+std::string machineName(uint16_t machine)
+{
+    switch (machine) {
+    case machineAmd64:
+        return "64-bit x86";
+    case machineI386:
+        return "32-bit x86";
+    case machineArm64:
+        return "64-bit ARM";
+    default:
+        return "machine type " + std::to_string(machine);
+    }
+}
+
+// Virtual DLLs, which the system resolves by itself.
+bool isApiSet(const std::string& name)
+{
+    return name.starts_with("api-ms-") || name.starts_with("ext-ms-");
+}
+
+// As the loader looks for it: in the program's folder, the system's, and along PATH. Nothing of the
+// DLL is run.
+bool canBeFound(const std::string& name)
+{
+    if (GetModuleHandleW(toUtf16(name).c_str()) != nullptr || isApiSet(name))
+        return true;
+    const HMODULE file = LoadLibraryExW(toUtf16(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    if (file == nullptr)
+        return false;
+    FreeLibrary(file);
+    return true;
+}
+
+bool checkFile(Findings& findings)
+{
+    constexpr const char* name = "library-file";
+    const std::string& path = findings.library;
+    std::error_code error;
+    if (!std::filesystem::is_regular_file(toPath(path), error)) {
+        findings.fail(name, "there is no file " + path,
+                      "p11File must hold the full path and nothing behind it, no comment either.");
+        return false;
+    }
+    if (!isAscii(path)) {
+        findings.fail(name, path + " has characters outside ASCII, and is not loaded for that",
+                      "Copy the library to a folder with a plain name.");
+        return false;
+    }
+    if (!toPath(path).is_absolute())
+        findings.warn(name, path + " is no full path, so each program looks for it somewhere else",
+                      "Give p11File with its drive and folder.");
+    else
+        findings.ok(name, path);
+    return true;
+}
+
+bool checkArchitecture(Findings& findings, std::vector<std::string>& imports)
+{
+    constexpr const char* name = "library-architecture";
+    const auto image = readPeFile(toPath(findings.library));
+    if (!image) {
+        findings.fail(name, "the file is not a Windows DLL",
+                      "p11File must name the vendor's PKCS#11 DLL itself.");
+        return false;
+    }
+    if (image->machine != machineAmd64) {
+        findings.fail(name, "the library is for " + machineName(image->machine),
+                      "The provider is 64-bit x86; install the vendor's 64-bit library.");
+        return false;
+    }
+    findings.ok(name, machineName(image->machine));
+    imports = image->imports;
+    return true;
+}
+
+void checkDependencies(Findings& findings, const std::vector<std::string>& imports)
+{
+    constexpr const char* name = "library-dependencies";
+    std::string missing;
+    for (const std::string& import : imports) {
+        if (!canBeFound(import))
+            missing += (missing.empty() ? "" : ", ") + import;
+    }
+    if (missing.empty())
+        findings.ok(name,
+                    "all " + std::to_string(imports.size()) + " DLLs that it needs are found");
+    else
+        findings.fail(name, "DLLs that it needs are not found: " + missing,
+                      "Install what the vendor asks for, or add their folder to PATH: the "
+                      "library's own folder is not searched.");
+}
+
+size_t missingExports(HMODULE library)
+{
+    size_t missing = 0;
+#define NV_COUNT(name, parameters)                                                                 \
+    if (GetProcAddress(library, #name) == nullptr)                                                 \
+        ++missing;
+    NV_CK_FUNCTIONS(NV_COUNT)
+#undef NV_COUNT
+    return missing;
+}
+
+// Whether the list agrees with the exports, which decides whether the provider repairs it.
+void checkFunctionList(Findings& findings, const P11Module& unrepaired)
+{
+    constexpr const char* name = "function-list";
+    const HMODULE library = GetModuleHandleW(toPath(findings.library).c_str());
+    const auto exported = reinterpret_cast<void*>(GetProcAddress(library, "C_Initialize"));
+    if (exported == reinterpret_cast<void*>(unrepaired.functionList()->C_Initialize)) {
+        findings.ok(name, "agrees with the library's exports");
+        return;
+    }
+    const size_t missing = missingExports(library);
+    if (missing == 0)
+        findings.ok(name, "does not agree with the library's exports; the provider repairs it");
+    else
+        findings.warn(name,
+                      "does not agree with the library's exports; the provider takes these, and " +
+                          std::to_string(missing) + " of 68 are missing",
+                      "Calls of the missing functions fail. Ask the vendor for a complete "
+                      "library.");
+}
+
+bool checkLoading(Findings& findings)
+{
+    constexpr const char* name = "library-loads";
+    P11Module module(findings.library);
+    module.setRepairFunctionList(false);
+    if (!module.load()) {
+        const Library library(LoadLibraryW(toPath(findings.library).c_str()));
+        const DWORD error = GetLastError();
+        if (library == nullptr)
+            findings.fail(name, "the system does not load it: " + errorText(error),
+                          "See the library's own documentation for what it needs.");
+        else if (GetProcAddress(library.get(), "C_GetFunctionList") == nullptr)
+            findings.fail(name, "it has no C_GetFunctionList",
+                          "This is no PKCS#11 library; p11File must name one.");
+        else
+            findings.fail(name, "its C_GetFunctionList gives no list",
+                          "See the library's own documentation and log.");
+        return false;
+    }
+    findings.ok(name, "PKCS#11 " + std::to_string(module.cryptokiVersion().major) + "." +
+                          std::to_string(module.cryptokiVersion().minor));
+    checkFunctionList(findings, module);
+    return true;
+}
+
+}  // namespace
+
+void checkLibrary(Findings& findings)
+{
+    if (findings.library.empty()) {
+        findings.skip("library-file", "no library is configured");
+        return;
+    }
+    std::vector<std::string> imports;
+    if (!checkFile(findings) || !checkArchitecture(findings, imports))
+        return;
+    checkDependencies(findings, imports);
+    if (!checkLoading(findings))
+        return;
+    findings.p11 = std::make_unique<Pkcs11>();
+    findings.discovered = findings.p11->loadModule(findings.library);
+}
+
+}  // namespace NV::tool

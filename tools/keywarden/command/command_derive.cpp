@@ -1,0 +1,194 @@
+// keywarden derive: agrees a secret with a peer's public key and derives a key from it.
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <cctype>
+#include <memory>
+#include <vector>
+
+#include "command/commands.h"
+#include "failure.h"
+#include "files.h"
+#include "formats/hashing.h"
+#include "formats/public_key.h"
+#include "system/key_storage.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+struct DeriveOptions {
+    std::string key;
+    std::string peer;
+    std::string kdf = "hash";
+    std::string hash = "sha256";
+    std::string hmacKey;
+    std::string prepend;
+    std::string append;
+    std::string output;
+};
+
+// The parameter list of DeriveKey; it points into itself.
+class Parameters {
+public:
+    explicit Parameters(const DeriveOptions& options)
+        : hashName_(hashNamed(options.hash).name), hmacKey_(hexDecode(options.hmacKey)),
+          prepend_(hexDecode(options.prepend)), append_(hexDecode(options.append))
+    {
+        add(KDF_HASH_ALGORITHM, hashName_.data(), (hashName_.size() + 1) * sizeof(wchar_t));
+        addBytes(KDF_HMAC_KEY, hmacKey_);
+        addBytes(KDF_SECRET_PREPEND, prepend_);
+        addBytes(KDF_SECRET_APPEND, append_);
+        list_ = {NCRYPTBUFFER_VERSION, static_cast<ULONG>(buffers_.size()), buffers_.data()};
+    }
+    Parameters(const Parameters&) = delete;
+    Parameters& operator=(const Parameters&) = delete;
+    ~Parameters() = default;
+
+    NCryptBufferDesc* list() { return &list_; }
+
+private:
+    void add(ULONG type, void* data, size_t size)
+    {
+        buffers_.push_back({static_cast<ULONG>(size), type, data});
+    }
+    void addBytes(ULONG type, Bytes& bytes)
+    {
+        if (!bytes.empty())
+            add(type, bytes.data(), bytes.size());
+    }
+
+    std::wstring hashName_;
+    Bytes hmacKey_;
+    Bytes prepend_;
+    Bytes append_;
+    std::vector<BCryptBuffer> buffers_;
+    NCryptBufferDesc list_{};
+};
+
+// An agreed secret; released at the end.
+class Secret {
+public:
+    Secret(const Key& key, const Key& peer) : storage_(key.storage())
+    {
+        require(
+            storage_->SecretAgreement(storage_.handle(), key.handle(), peer.handle(), &handle_, 0),
+            "agreeing the secret");
+        requireResult(handle_ != 0, "agreeing the secret");
+    }
+    ~Secret()
+    {
+        if (handle_ != 0)
+            storage_->FreeSecret(storage_.handle(), handle_);
+    }
+    Secret(const Secret&) = delete;
+    Secret& operator=(const Secret&) = delete;
+
+    Bytes derive(const wchar_t* kdf, Parameters& parameters) const
+    {
+        DWORD size = 0;
+        const auto run = [&](PBYTE buffer, DWORD room) {
+            require(storage_->DeriveKey(storage_.handle(), handle_, kdf, parameters.list(), buffer,
+                                        room, &size, 0),
+                    "deriving the key");
+        };
+        run(nullptr, 0);
+        Bytes key(size);
+        run(key.data(), size);
+        key.resize(size);
+        return key;
+    }
+
+private:
+    const KeyStorage& storage_;
+    NCRYPT_SECRET_HANDLE handle_ = 0;
+};
+
+// The token would refuse the point as well, but only after the PIN and without saying why.
+void requireSameCurve(const Key& key, const Bytes& peerBlob)
+{
+    const DWORD own = key.bits();
+    const DWORD peer = bitsOfEcBlob(peerBlob);
+    if (own != peer)
+        throw Failure("the peer's key is on P-" + std::to_string(peer) + ", the token's on P-" +
+                      std::to_string(own));
+}
+
+// Options that are right by themselves may not fit together.
+void checkTogether(const DeriveOptions& options)
+{
+    if (options.kdf == "hmac" && options.hmacKey.empty())
+        throw CLI::ValidationError("--kdf", "hmac needs --hmac-key");
+    if (options.kdf != "hmac" && !options.hmacKey.empty())
+        throw CLI::ValidationError("--hmac-key", "goes with --kdf hmac");
+}
+
+void derive(Session& session, const DeriveOptions& options)
+{
+    checkTogether(options);
+    Parameters parameters(options);
+    const Bytes peerBlob = ecdhBlob(publicKeyFromFile(readFile(toPath(options.peer))));
+    const KeyStorage storage(session);
+    const Key key(storage, toUtf16(options.key));
+    if (key.isRsa())
+        throw Failure("the key \"" + options.key + "\" is not an elliptic curve key");
+    requireSameCurve(key, peerBlob);
+    const Key peer(storage, BCRYPT_ECCPUBLIC_BLOB, peerBlob);
+    const Secret secret(key, peer);
+    const Bytes derived =
+        secret.derive(options.kdf == "hmac" ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH, parameters);
+    writeFile(toPath(options.output), derived);
+    session.out.line("Derived: " + options.output + " (" + std::to_string(derived.size()) +
+                     " bytes)");
+    session.out.document(
+        {{"key", options.key}, {"output", options.output}, {"bytes", derived.size()}});
+}
+
+// The codec takes anything for digits, so what is typed is looked at here.
+std::string checkHex(const std::string& text)
+{
+    const bool good = text.size() % 2 == 0 && std::ranges::all_of(text, [](unsigned char c) {
+                          return std::isxdigit(c) != 0;
+                      });
+    return good ? "" : "\"" + text + "\" is not an even number of hexadecimal digits";
+}
+
+}  // namespace
+
+void addDerive(CLI::App& program, Session& session)
+{
+    const auto options = std::make_shared<DeriveOptions>();
+    CLI::App& command = *program.add_subcommand(
+        "derive", "Agree a secret with a peer and derive a key from it; asks for the PIN");
+    command.add_option("--key", options->key, "Name of an elliptic curve key")
+        ->required()
+        ->option_text("NAME");
+    command.add_option("--peer", options->peer, "The peer's public key, PEM or DER")
+        ->required()
+        ->option_text("FILE");
+    command.add_option("--kdf", options->kdf, "hash or hmac (default: hash)")
+        ->option_text("hash|hmac")
+        ->check(CLI::IsMember({"hash", "hmac"}));
+    command.add_option("--hash", options->hash, "sha1, sha256, sha384 or sha512 (default: sha256)")
+        ->option_text("HASH")
+        ->check(checkHashName);
+    command.add_option("--hmac-key", options->hmacKey, "Key of the HMAC, hexadecimal")
+        ->option_text("HEX")
+        ->check(checkHex);
+    command.add_option("--prepend", options->prepend, "Put before the secret, hexadecimal")
+        ->option_text("HEX")
+        ->check(checkHex);
+    command.add_option("--append", options->append, "Put behind the secret, hexadecimal")
+        ->option_text("HEX")
+        ->check(checkHex);
+    command.add_option("-o,--output", options->output, "Where the derived key goes")
+        ->required()
+        ->option_text("OUT");
+    addModuleOptions(command, session);
+    command.callback([&session, options] { derive(session, *options); });
+}
+
+}  // namespace NV::tool

@@ -1,0 +1,137 @@
+// keywarden encrypt and decrypt: short messages, such as keys, with an RSA key.
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+#include "command/commands.h"
+#include "failure.h"
+#include "files.h"
+#include "formats/hashing.h"
+#include "system/key_storage.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+struct CipherOptions {
+    std::string file;
+    std::string key;
+    std::string pad = "pkcs1";
+    std::string hash = "sha1";
+    std::string output;
+};
+
+// A length that no result has. 0 is that of an empty message.
+constexpr DWORD notWritten = 0xFFFFFFFF;
+
+// Encrypt and Decrypt have one shape.
+using CipherFn = NCryptEncryptFn;
+
+bool isOaep(const CipherOptions& options)
+{
+    return options.pad == "oaep";
+}
+
+size_t modulusSize(const Key& key)
+{
+    return (key.bits() + 7) / 8;
+}
+
+// What the padding leaves of the modulus (RFC 8017, 7.1.1 and 7.2.1).
+size_t longestPlainText(const CipherOptions& options, const Key& key)
+{
+    return modulusSize(key) - (isOaep(options) ? 2 * hashSize(hashNamed(options.hash)) + 2 : 11);
+}
+
+// Lengths that cannot be right are told apart here, before anybody types a PIN.
+void checkInput(const CipherOptions& options, const Key& key, size_t size, bool encrypt)
+{
+    const std::string length = options.file + " has " + std::to_string(size) + " bytes";
+    if (encrypt && (size == 0 || size > longestPlainText(options, key)))
+        throw Failure(length + "; 1 to " + std::to_string(longestPlainText(options, key)) +
+                          " can be encrypted with this key and padding",
+                      "Encrypt the file with a symmetric key, and that key with this command.");
+    if (!encrypt && size != modulusSize(key))
+        throw Failure(length + "; what this key encrypted has " + std::to_string(modulusSize(key)));
+}
+
+Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, Bytes input,
+                bool encrypt)
+{
+    const KeyStorage& storage = key.storage();
+    const std::string what = encrypt ? "encrypting" : "decrypting";
+    BCRYPT_OAEP_PADDING_INFO padding{hashNamed(options.hash).name.data(), nullptr, 0};
+    // Either result is at most as long as the modulus, so there is no need to ask for the length,
+    // which would cost a second PIN.
+    Bytes output(modulusSize(key));
+    DWORD size = notWritten;
+    const SECURITY_STATUS status = cipher(
+        storage.handle(), key.handle(), input.data(), static_cast<DWORD>(input.size()),
+        isOaep(options) ? &padding : nullptr, output.data(), static_cast<DWORD>(output.size()),
+        &size, isOaep(options) ? BCRYPT_PAD_OAEP : BCRYPT_PAD_PKCS1);
+    if (status == NTE_INTERNAL_ERROR && isOaep(options) && options.hash != "sha1")
+        throw Failure(what + " failed: " + statusText(status),
+                      "Many tokens know OAEP with --hash sha1 alone.");
+    require(status, what);
+    requireResult(size != notWritten, what);
+    output.resize(size);
+    return output;
+}
+
+void run(Session& session, const CipherOptions& options, bool encrypt)
+{
+    const KeyStorage storage(session);
+    const Key key(storage, toUtf16(options.key));
+    if (!key.isRsa())
+        throw Failure("the key \"" + options.key + "\" is not an RSA key");
+    Bytes input = readFile(toPath(options.file));
+    checkInput(options, key, input.size(), encrypt);
+    const Bytes output = runCipher(options, key, encrypt ? storage->Encrypt : storage->Decrypt,
+                                   std::move(input), encrypt);
+    writeFile(toPath(options.output), output);
+    session.out.line((encrypt ? "Encrypted: " : "Decrypted: ") + options.output + " (" +
+                     std::to_string(output.size()) + " bytes)");
+    session.out.document({{"file", options.file},
+                          {"key", options.key},
+                          {"output", options.output},
+                          {"bytes", output.size()}});
+}
+
+void addCommand(CLI::App& program, Session& session, const char* name, const char* help,
+                bool encrypt)
+{
+    const auto options = std::make_shared<CipherOptions>();
+    CLI::App& command = *program.add_subcommand(name, help);
+    command.add_option("FILE", options->file, "The file")->required();
+    command.add_option("--key", options->key, "Name of an RSA key; \"keywarden keys\" lists them")
+        ->required()
+        ->option_text("NAME");
+    command.add_option("--pad", options->pad, "Padding (default: pkcs1)")
+        ->option_text("pkcs1|oaep")
+        ->check(CLI::IsMember({"pkcs1", "oaep"}));
+    command.add_option("--hash", options->hash, "Hash of OAEP (default: sha1)")
+        ->option_text("HASH")
+        ->check(checkHashName);
+    command.add_option("-o,--output", options->output, "Where the result goes")
+        ->required()
+        ->option_text("OUT");
+    addModuleOptions(command, session);
+    command.callback([&session, options, encrypt] { run(session, *options, encrypt); });
+}
+
+}  // namespace
+
+void addEncrypt(CLI::App& program, Session& session)
+{
+    addCommand(program, session, "encrypt", "Encrypt a short file with an RSA public key", true);
+}
+
+void addDecrypt(CLI::App& program, Session& session)
+{
+    addCommand(program, session, "decrypt", "Decrypt it on the token; asks for the PIN", false);
+}
+
+}  // namespace NV::tool

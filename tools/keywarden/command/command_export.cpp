@@ -1,0 +1,77 @@
+// keywarden export: a key's public half.
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+#include "command/commands.h"
+#include "failure.h"
+#include "files.h"
+#include "formats/certificate.h"
+#include "formats/public_key.h"
+#include "system/key_storage.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+struct ExportOptions {
+    std::string key;
+    std::string format = "pem";
+    std::string output;
+};
+
+// PEM and DER come from the certificate: the provider's blob always says that the exponent is 65537.
+Bytes publicKey(const Key& key, const ExportOptions& options)
+{
+    if (options.format == "blob")
+        return key.publicBlob();
+    const Certificate certificate = publishedCertificate(toUtf16(options.key));
+    if (certificate == nullptr)
+        throw Failure("\"My\" holds no certificate of the key \"" + options.key + "\"",
+                      "\"keywarden check\" says whether it was published.");
+    const Bytes der = publicKeyOf(*certificate);
+    if (options.format == "der")
+        return der;
+    const std::string pem = toPem(der);
+    return {pem.begin(), pem.end()};
+}
+
+void exportKey(Session& session, const ExportOptions& options)
+{
+    const KeyStorage storage(session);
+    const Key key(storage, toUtf16(options.key));
+    const Bytes data = publicKey(key, options);
+    writeFile(toPath(options.output), data);
+    session.out.line("Exported: " + options.output + " (" + std::to_string(data.size()) +
+                     " bytes)");
+    session.out.document({{"key", options.key},
+                          {"format", options.format},
+                          {"output", options.output},
+                          {"bytes", data.size()}});
+}
+
+}  // namespace
+
+void addExport(CLI::App& program, Session& session)
+{
+    const auto options = std::make_shared<ExportOptions>();
+    CLI::App& command = *program.add_subcommand("export", "Write the public key to a file");
+    command.add_option("--key", options->key, "Name of the key; \"keywarden keys\" lists them")
+        ->required()
+        ->option_text("NAME");
+    command
+        .add_option("--format", options->format,
+                    "pem, der, or blob: CNG's public key blob (default: pem)")
+        ->option_text("pem|der|blob")
+        ->check(CLI::IsMember({"pem", "der", "blob"}));
+    command.add_option("-o,--output", options->output, "Where it goes")
+        ->required()
+        ->option_text("OUT");
+    addModuleOptions(command, session);
+    command.callback([&session, options] { exportKey(session, *options); });
+}
+
+}  // namespace NV::tool

@@ -1,0 +1,139 @@
+// keywarden register, unregister, status: the module's registration with CNG.
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include "command/commands.h"
+#include "system/registration.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+constexpr const char* cannotTell = "This system cannot tell what is registered with CNG.";
+
+std::string quotedName()
+{
+    return "\"" + toUtf8(std::wstring_view(registeredProvider)) + "\"";
+}
+
+const char* jsonOf(Change change)
+{
+    switch (change) {
+    case Change::none:
+        return "none";
+    case Change::made:
+        return "made";
+    case Change::unconfirmed:
+        break;
+    }
+    return "unconfirmed";
+}
+
+bool isFile(const std::filesystem::path& path)
+{
+    std::error_code error;
+    return std::filesystem::is_regular_file(path, error);
+}
+
+void report(Session& session, Change change, const char* already, const char* now)
+{
+    switch (change) {
+    case Change::none:
+        session.out.line(quotedName() + " " + already + "; nothing was changed.");
+        break;
+    case Change::made:
+        session.out.line(quotedName() + " " + now + ".");
+        break;
+    case Change::unconfirmed:
+        session.out.line("CNG took the calls. " + std::string(cannotTell));
+        break;
+    }
+}
+
+void registerNow(Session& session)
+{
+    const CngSystem system = thisSystem();
+    const Change change = registerModule(system);
+    report(session, change, "is registered already", "is registered");
+    const std::filesystem::path file = system.systemFolder / registeredImage;
+    if (!isFile(file))
+        session.out.line("Note: CNG will look for " + toUtf8(file) + ", which is not there.");
+    session.out.document({{"provider", toUtf8(std::wstring_view(registeredProvider))},
+                          {"change", jsonOf(change)},
+                          {"file", toUtf8(file)},
+                          {"fileExists", isFile(file)}});
+}
+
+void unregisterNow(Session& session)
+{
+    const Change change = unregisterModule(thisSystem());
+    report(session, change, "is not registered", "is no longer registered");
+    session.out.document(
+        {{"provider", toUtf8(std::wstring_view(registeredProvider))}, {"change", jsonOf(change)}});
+}
+
+void showState(Session& session, const Registration& now)
+{
+    if (!now.known) {
+        session.out.line(cannotTell);
+        return;
+    }
+    if (now.absent()) {
+        session.out.line(quotedName() + " is not registered.");
+        session.out.line("\"keywarden register\" does it, in an administrator's terminal.");
+        return;
+    }
+    session.out.line(quotedName() +
+                     (now.complete() ? " is registered." : " is registered in part."));
+    if (now.present) {
+        session.out.line("  DLL:     " + toUtf8(now.image) + (now.asWritten ? "" : " (differs)"));
+        session.out.line("  file:    " + toUtf8(now.file) +
+                         (isFile(now.file) ? "" : " (is not there)"));
+    } else {
+        session.out.line("  DLL:     none");
+    }
+    session.out.line("  offered: " + std::string(now.listed ? "yes" : "no") +
+                     " (among CNG's key storage providers)");
+    if (!now.complete())
+        session.out.line("\"keywarden register\" mends it, in an administrator's terminal.");
+}
+
+void status(Session& session)
+{
+    const Registration now = readRegistration(thisSystem());
+    showState(session, now);
+    const auto orNull = [&now](const Json& value) { return now.known ? value : Json(nullptr); };
+    session.out.document({{"provider", toUtf8(std::wstring_view(registeredProvider))},
+                          {"known", now.known},
+                          {"registered", orNull(now.complete())},
+                          {"present", orNull(now.present)},
+                          {"asWritten", orNull(now.asWritten)},
+                          {"listed", orNull(now.listed)},
+                          {"image", orNull(toUtf8(now.image))},
+                          {"file", orNull(toUtf8(now.file))},
+                          {"fileExists", orNull(isFile(now.file))}});
+}
+
+}  // namespace
+
+void addRegister(CLI::App& program, Session& session)
+{
+    program.add_subcommand("register", "Register the module with CNG (as an administrator)")
+        ->callback([&session] { registerNow(session); });
+}
+
+void addUnregister(CLI::App& program, Session& session)
+{
+    program.add_subcommand("unregister", "Take the registration back (as an administrator)")
+        ->callback([&session] { unregisterNow(session); });
+}
+
+void addStatus(CLI::App& program, Session& session)
+{
+    program.add_subcommand("status", "Tell what is registered with CNG, and where its file is")
+        ->callback([&session] { status(session); });
+}
+
+}  // namespace NV::tool

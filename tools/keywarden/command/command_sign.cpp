@@ -1,0 +1,163 @@
+// keywarden sign and verify: standard signatures of files, RSA and ECDSA.
+
+#include <CLI/CLI.hpp>
+#include <nlohmann/json.hpp>
+
+#include <memory>
+
+#include "command/commands.h"
+#include "failure.h"
+#include "files.h"
+#include "formats/ecdsa_signature.h"
+#include "formats/hashing.h"
+#include "system/key_storage.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+struct SignOptions {
+    std::string file;
+    std::string key;
+    std::string hash = "sha256";
+    std::string pad = "pkcs1";
+    std::string ecFormat = "der";
+    std::string signature;
+};
+
+// What the provider is to sign or to verify, and with which padding.
+//
+// For PKCS #1 v1.5 the DigestInfo is made here and no hash is named: where one is, the provider
+// leaves the header of SHA-1 out, and has the token hash once more when it verifies.
+class SignatureInput {
+public:
+    SignatureInput(const Session& session, const SignOptions& options, const Key& key)
+        : hash_(hashNamed(options.hash)), data_(hashFile(session.out, toPath(options.file), hash_))
+    {
+        if (!key.isRsa())
+            return;
+        if (options.pad == "pss") {
+            flags_ = BCRYPT_PAD_PSS;
+            pss_ = {hash_.name.data(), static_cast<ULONG>(data_.size())};
+        } else {
+            flags_ = BCRYPT_PAD_PKCS1;
+            data_ = digestInfo(hash_, data_);
+        }
+    }
+
+    // Null with an EC key.
+    void* padding()
+    {
+        if (flags_ == BCRYPT_PAD_PSS)
+            return &pss_;
+        return flags_ == BCRYPT_PAD_PKCS1 ? static_cast<void*>(&pkcs1_) : nullptr;
+    }
+    DWORD flags() const { return flags_; }
+    PBYTE data() { return data_.data(); }
+    DWORD size() const { return static_cast<DWORD>(data_.size()); }
+
+private:
+    const HashAlgorithm& hash_;
+    Bytes data_;
+    DWORD flags_ = 0;
+    BCRYPT_PKCS1_PADDING_INFO pkcs1_{nullptr};
+    BCRYPT_PSS_PADDING_INFO pss_{};
+};
+
+void sign(Session& session, const SignOptions& options)
+{
+    const KeyStorage storage(session);
+    const Key key(storage, toUtf16(options.key));
+    SignatureInput input(session, options, key);
+    DWORD size = 0;
+    const auto run = [&](PBYTE buffer, DWORD room) {
+        require(storage->SignHash(storage.handle(), key.handle(), input.padding(), input.data(),
+                                  input.size(), buffer, room, &size, input.flags()),
+                "signing");
+    };
+    run(nullptr, 0);
+    Bytes signature(size);
+    size = 0;
+    run(signature.data(), static_cast<DWORD>(signature.size()));
+    requireResult(size > 0, "signing");
+    signature.resize(size);
+    if (!key.isRsa() && options.ecFormat == "der")
+        signature = ecdsaToDer(signature);
+    writeFile(toPath(options.signature), signature);
+    session.out.line("Signed: " + options.signature + " (" + std::to_string(signature.size()) +
+                     " bytes)");
+    session.out.document({{"file", options.file},
+                          {"key", options.key},
+                          {"signature", options.signature},
+                          {"bytes", signature.size()}});
+}
+
+void verify(Session& session, const SignOptions& options)
+{
+    const KeyStorage storage(session);
+    const Key key(storage, toUtf16(options.key));
+    SignatureInput input(session, options, key);
+    Bytes signature = readFile(toPath(options.signature));
+    if (!key.isRsa() && options.ecFormat == "der")
+        signature = ecdsaFromDer(signature, (key.bits() + 7) / 8);
+    const SECURITY_STATUS status = storage->VerifySignature(
+        storage.handle(), key.handle(), input.padding(), input.data(), input.size(),
+        signature.data(), static_cast<DWORD>(signature.size()), input.flags());
+    // The provider has one status for a wrong signature and for a token that does not answer.
+    if (status != ERROR_SUCCESS)
+        throw Failure("the signature does not verify: " + statusText(status),
+                      "If the token is in place, the file, the key, the hash or the padding is not "
+                      "the one that was signed with.");
+    session.out.line("The signature is good.");
+    session.out.document({{"file", options.file}, {"key", options.key}, {"good", true}});
+}
+
+CLI::App& addCommand(CLI::App& program, Session& session, const char* name, const char* help,
+                     SignOptions& options)
+{
+    CLI::App& command = *program.add_subcommand(name, help);
+    command.add_option("FILE", options.file, "The file")->required();
+    command.add_option("--key", options.key, "Name of the key; \"keywarden keys\" lists them")
+        ->required()
+        ->option_text("NAME");
+    command.add_option("--hash", options.hash, "sha1, sha256, sha384 or sha512 (default: sha256)")
+        ->option_text("HASH")
+        ->check(checkHashName);
+    command.add_option("--pad", options.pad, "Padding with an RSA key (default: pkcs1)")
+        ->option_text("pkcs1|pss")
+        ->check(CLI::IsMember({"pkcs1", "pss"}));
+    command
+        .add_option("--ec-format", options.ecFormat,
+                    "Form of an ECDSA signature: der as OpenSSL has it, or r and s (default: der)")
+        ->option_text("der|raw")
+        ->check(CLI::IsMember({"der", "raw"}));
+    addModuleOptions(command, session);
+    return command;
+}
+
+}  // namespace
+
+void addSign(CLI::App& program, Session& session)
+{
+    const auto options = std::make_shared<SignOptions>();
+    CLI::App& command =
+        addCommand(program, session, "sign", "Sign a file; asks for the PIN", *options);
+    command.add_option("-o,--output", options->signature, "Where the signature goes")
+        ->required()
+        ->option_text("SIG");
+    command.callback([&session, options] { sign(session, *options); });
+}
+
+void addVerify(CLI::App& program, Session& session)
+{
+    const auto options = std::make_shared<SignOptions>();
+    CLI::App& command =
+        addCommand(program, session, "verify", "Verify a file's signature on the token", *options);
+    command.add_option("--signature", options->signature, "The signature")
+        ->required()
+        ->option_text("SIG");
+    command.callback([&session, options] { verify(session, *options); });
+}
+
+}  // namespace NV::tool

@@ -1,0 +1,88 @@
+// Reading the system's certificate store.
+
+#include "formats/certificate.h"
+
+#include <cstdio>
+#include <utility>
+
+#include "failure.h"
+#include "system/registration.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+struct StoreCloser {
+    void operator()(void* store) const { CertCloseStore(store, 0); }
+};
+
+void readKeyInformation(StoredCertificate& entry)
+{
+    DWORD size = 0;
+    const CERT_CONTEXT* context = entry.certificate.get();
+    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size))
+        return;
+    // The texts lie behind the structure, in the same block.
+    std::vector<CRYPT_KEY_PROV_INFO> block(size / sizeof(CRYPT_KEY_PROV_INFO) + 1);
+    if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, block.data(),
+                                           &size))
+        return;
+    const CRYPT_KEY_PROV_INFO& information = block.front();
+    if (information.pwszProvName != nullptr)
+        entry.provider = information.pwszProvName;
+    if (information.pwszContainerName != nullptr)
+        entry.container = information.pwszContainerName;
+}
+
+}  // namespace
+
+std::vector<StoredCertificate> certificatesInMy()
+{
+    const std::unique_ptr<void, StoreCloser> store(CertOpenSystemStoreW(0, L"MY"));
+    if (store == nullptr)
+        throw Failure("the certificate store \"My\" does not open: " + errorText(GetLastError()));
+    std::vector<StoredCertificate> found;
+    const CERT_CONTEXT* context = nullptr;
+    while ((context = CertEnumCertificatesInStore(store.get(), context)) != nullptr) {
+        StoredCertificate entry{Certificate(CertDuplicateCertificateContext(context)), {}, {}};
+        readKeyInformation(entry);
+        found.push_back(std::move(entry));
+    }
+    return found;
+}
+
+Certificate publishedCertificate(const std::wstring& keyName)
+{
+    for (StoredCertificate& entry : certificatesInMy()) {
+        if (entry.provider == registeredProvider && entry.container == keyName)
+            return std::move(entry.certificate);
+    }
+    return nullptr;
+}
+
+std::string subjectOf(const CERT_CONTEXT& certificate)
+{
+    const DWORD length =
+        CertGetNameStringW(&certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, nullptr, 0);
+    std::wstring name(length, L'\0');
+    CertGetNameStringW(&certificate, CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr, name.data(),
+                       length);
+    return toUtf8(std::wstring_view(name).substr(0, name.find(L'\0')));
+}
+
+std::string expiryOf(const CERT_CONTEXT& certificate)
+{
+    SYSTEMTIME time{};
+    FileTimeToSystemTime(&certificate.pCertInfo->NotAfter, &time);
+    char text[16];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d", time.wYear, time.wMonth, time.wDay);
+    return text;
+}
+
+bool isExpired(const CERT_CONTEXT& certificate)
+{
+    return CertVerifyTimeValidity(nullptr, certificate.pCertInfo) > 0;
+}
+
+}  // namespace NV::tool

@@ -1,0 +1,182 @@
+// Hashing through bcrypt.dll.
+
+#include "formats/hashing.h"
+
+#include <windows.h>
+
+#include <bcrypt.h>
+
+#include <CLI/Error.hpp>
+
+#include <algorithm>
+#include <cwctype>
+#include <fstream>
+#include <memory>
+#include <vector>
+
+#include "failure.h"
+#include "output.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+constexpr size_t pieceSize = size_t{1} << 20;
+constexpr uintmax_t largeFile = uintmax_t{64} << 20;
+
+// SHA-1's header, which the provider's own table leaves out on purpose.
+constexpr std::string_view sha1Header = "3021300906052B0E03021A05000414";
+
+struct AlgorithmCloser {
+    void operator()(void* algorithm) const { BCryptCloseAlgorithmProvider(algorithm, 0); }
+};
+struct HashDestroyer {
+    void operator()(void* hash) const { BCryptDestroyHash(hash); }
+};
+
+void requireHash(NTSTATUS status)
+{
+    if (status != 0)
+        throw Failure("the system's hash function failed: " + statusText(status));
+}
+
+// A hash that is being computed.
+class Hasher {
+public:
+    explicit Hasher(const HashAlgorithm& hash)
+    {
+        BCRYPT_ALG_HANDLE algorithm = nullptr;
+        requireHash(BCryptOpenAlgorithmProvider(&algorithm, hash.name.data(), nullptr, 0));
+        algorithm_.reset(algorithm);
+        BCRYPT_HASH_HANDLE handle = nullptr;
+        requireHash(BCryptCreateHash(algorithm, &handle, nullptr, 0, nullptr, 0, 0));
+        hash_.reset(handle);
+    }
+
+    void add(unsigned char* data, size_t size)
+    {
+        requireHash(BCryptHashData(hash_.get(), data, static_cast<ULONG>(size), 0));
+    }
+
+    Bytes finish()
+    {
+        DWORD size = 0;
+        DWORD written = 0;
+        requireHash(BCryptGetProperty(algorithm_.get(), BCRYPT_HASH_LENGTH,
+                                      reinterpret_cast<PUCHAR>(&size), sizeof size, &written, 0));
+        Bytes digest(size);
+        requireHash(BCryptFinishHash(hash_.get(), digest.data(), size, 0));
+        return digest;
+    }
+
+private:
+    std::unique_ptr<void, AlgorithmCloser> algorithm_;
+    std::unique_ptr<void, HashDestroyer> hash_;
+};
+
+// A bar of 40 characters on standard error, drawn anew as the work goes on and wiped at the end.
+class ProgressBar {
+public:
+    ProgressBar(const Output& out, uintmax_t total)
+        : total_(total), shown_(out.errorIsTerminal() && total >= largeFile)
+    {
+    }
+    ProgressBar(const ProgressBar&) = delete;
+    ProgressBar& operator=(const ProgressBar&) = delete;
+    ~ProgressBar()
+    {
+        if (shown_)
+            write("\r" + std::string(60, ' ') + "\r");
+    }
+
+    void show(uintmax_t done)
+    {
+        // A file may grow while it is read.
+        const auto percent = shown_ ? static_cast<int>(std::min(done, total_) * 100 / total_) : -1;
+        if (percent == percent_)
+            return;
+        percent_ = percent;
+        const auto filled = static_cast<size_t>(percent * 40 / 100);
+        write("\rhashing [" + std::string(filled, '#') + std::string(40 - filled, '.') + "] " +
+              std::to_string(percent) + " %");
+    }
+
+private:
+    // In one piece: through the C library each character would go by itself, which takes a console
+    // longer than hashing.
+    static void write(const std::string& text)
+    {
+        DWORD written = 0;
+        WriteFile(GetStdHandle(STD_ERROR_HANDLE), text.data(), static_cast<DWORD>(text.size()),
+                  &written, nullptr);
+    }
+
+    uintmax_t total_;
+    bool shown_;
+    int percent_ = -1;
+};
+
+std::wstring upperCase(const std::string& name)
+{
+    std::wstring upper = toUtf16(name);
+    for (wchar_t& c : upper)
+        c = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
+    return upper;
+}
+
+}  // namespace
+
+std::string checkHashName(const std::string& name)
+{
+    return findHashAlgorithm(upperCase(name).c_str()) != nullptr
+               ? ""
+               : "\"" + name + "\" is none of sha1, sha256, sha384, sha512";
+}
+
+const HashAlgorithm& hashNamed(const std::string& name)
+{
+    const HashAlgorithm* hash = findHashAlgorithm(upperCase(name).c_str());
+    if (hash == nullptr)
+        throw CLI::ValidationError("--hash", checkHashName(name));
+    return *hash;
+}
+
+// The last byte of the header is the length of the value behind it.
+size_t hashSize(const HashAlgorithm& hash)
+{
+    const Bytes header = hexDecode(hash.digestInfo.empty() ? sha1Header : hash.digestInfo);
+    return header.at(header.size() - 1);
+}
+
+Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash)
+{
+    std::ifstream stream(file, std::ios::binary);
+    if (!stream)
+        throw Failure(toUtf8(file) + " cannot be read: " + errorText(GetLastError()));
+    std::error_code ignored;
+    const uintmax_t total = std::filesystem::file_size(file, ignored);
+    ProgressBar bar(out, ignored ? 0 : total);
+    Hasher hasher(hash);
+    std::vector<unsigned char> piece(pieceSize);
+    uintmax_t done = 0;
+    while (stream) {
+        stream.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(pieceSize));
+        const auto size = static_cast<size_t>(stream.gcount());
+        hasher.add(piece.data(), size);
+        done += size;
+        bar.show(done);
+    }
+    if (stream.bad())
+        throw Failure(toUtf8(file) + " cannot be read to its end");
+    return hasher.finish();
+}
+
+Bytes digestInfo(const HashAlgorithm& hash, const Bytes& digest)
+{
+    Bytes data = hexDecode(hash.digestInfo.empty() ? sha1Header : hash.digestInfo);
+    data.insert(data.end(), digest.begin(), digest.end());
+    return data;
+}
+
+}  // namespace NV::tool

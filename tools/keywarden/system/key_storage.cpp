@@ -1,0 +1,258 @@
+// Loading the module or routing through CNG, and the calls that several commands need.
+
+#include "system/key_storage.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "command/commands.h"
+#include "failure.h"
+#include "system/registration.h"
+#include "text.h"
+
+namespace NV::tool {
+
+namespace {
+
+// What the loader says when the module's attach handler was left by an exception: that happens when
+// its configuration is missing or wrong.
+constexpr DWORD refusedToAttach = 0x20474343;
+
+std::filesystem::path besideProgram(const wchar_t* name)
+{
+    std::wstring path(MAX_PATH, L'\0');
+    DWORD length = 0;
+    while ((length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))) ==
+           path.size())
+        path.resize(path.size() * 2);
+    path.resize(length);
+    return std::filesystem::path(path).replace_filename(name);
+}
+
+// The DLL beside this program; where the product is installed, it is in the system's folder alone.
+std::filesystem::path defaultModule()
+{
+    const std::filesystem::path beside = besideProgram(registeredImage);
+    std::error_code error;
+    const std::filesystem::path installed = thisSystem().systemFolder / registeredImage;
+    return !std::filesystem::exists(beside, error) && std::filesystem::exists(installed, error)
+               ? installed
+               : beside;
+}
+
+// The table of the module itself. The module stays loaded until the program ends.
+NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& file)
+{
+    static HMODULE module = nullptr;
+    module = LoadLibraryW(file.c_str());
+    if (module == nullptr) {
+        const DWORD error = GetLastError();
+        throw Failure(
+            toUtf8(file) + " does not load: " +
+                (error == refusedToAttach ? "it cannot read its configuration" : errorText(error)),
+            "\"keywarden check\" finds the reason.");
+    }
+    const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFn>(
+        reinterpret_cast<void*>(GetProcAddress(module, "GetKeyStorageInterface")));
+    if (getInterface == nullptr)
+        throw Failure(toUtf8(file) + " is not a key storage provider");
+    NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
+    getInterface(registeredProvider, &table, 0);
+    return *table;
+}
+
+// NCrypt's functions in the shape of a provider's table: they need no provider handle beside a
+// key's or a secret's.
+NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfCng()
+{
+    NCRYPT_KEY_STORAGE_FUNCTION_TABLE table{};
+    table.OpenProvider = NCryptOpenStorageProvider;
+    table.OpenKey = NCryptOpenKey;
+    table.FreeProvider = [](NCRYPT_PROV_HANDLE provider) { return NCryptFreeObject(provider); };
+    table.FreeKey = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key) { return NCryptFreeObject(key); };
+    table.FreeSecret = [](NCRYPT_PROV_HANDLE, NCRYPT_SECRET_HANDLE secret) {
+        return NCryptFreeObject(secret);
+    };
+    table.FreeBuffer = NCryptFreeBuffer;
+    table.EnumKeys = NCryptEnumKeys;
+    table.GetKeyProperty = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, LPCWSTR name, PBYTE output,
+                              DWORD room, DWORD* size, DWORD flags) {
+        return NCryptGetProperty(key, name, output, room, size, flags);
+    };
+    table.ImportKey = NCryptImportKey;
+    table.ExportKey = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, NCRYPT_KEY_HANDLE exportKey,
+                         LPCWSTR type, NCryptBufferDesc* parameters, PBYTE output, DWORD room,
+                         DWORD* size, DWORD flags) {
+        return NCryptExportKey(key, exportKey, type, parameters, output, room, size, flags);
+    };
+    table.SignHash = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, VOID* padding, PBYTE hash,
+                        DWORD hashSize, PBYTE signature, DWORD room, DWORD* size, DWORD flags) {
+        return NCryptSignHash(key, padding, hash, hashSize, signature, room, size, flags);
+    };
+    table.VerifySignature = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, VOID* padding, PBYTE hash,
+                               DWORD hashSize, PBYTE signature, DWORD signatureSize, DWORD flags) {
+        return NCryptVerifySignature(key, padding, hash, hashSize, signature, signatureSize, flags);
+    };
+    table.Encrypt = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, PBYTE input, DWORD inputSize,
+                       VOID* padding, PBYTE output, DWORD room, DWORD* size, DWORD flags) {
+        return NCryptEncrypt(key, input, inputSize, padding, output, room, size, flags);
+    };
+    table.Decrypt = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, PBYTE input, DWORD inputSize,
+                       VOID* padding, PBYTE output, DWORD room, DWORD* size, DWORD flags) {
+        return NCryptDecrypt(key, input, inputSize, padding, output, room, size, flags);
+    };
+    table.SecretAgreement = [](NCRYPT_PROV_HANDLE, NCRYPT_KEY_HANDLE key, NCRYPT_KEY_HANDLE peer,
+                               NCRYPT_SECRET_HANDLE* secret, DWORD flags) {
+        return NCryptSecretAgreement(key, peer, secret, flags);
+    };
+    table.DeriveKey = [](NCRYPT_PROV_HANDLE, NCRYPT_SECRET_HANDLE secret, LPCWSTR kdf,
+                         NCryptBufferDesc* parameters, PBYTE output, DWORD room, DWORD* size,
+                         ULONG flags) {
+        return NCryptDeriveKey(secret, kdf, parameters, output, room, size, flags);
+    };
+    return table;
+}
+
+std::string listed(const std::vector<std::wstring>& names)
+{
+    std::string text;
+    for (const std::wstring& name : names)
+        text += (text.empty() ? "" : ", ") + toUtf8(name);
+    return text.empty() ? "none" : text;
+}
+
+}  // namespace
+
+void require(SECURITY_STATUS status, const std::string& what)
+{
+    if (status == ERROR_SUCCESS)
+        return;
+    const char* advice = "";
+    if (status == NTE_USER_CANCELLED)
+        advice = "The PIN dialog was cancelled.";
+    else if (status == NTE_INTERNAL_ERROR)
+        advice = "The token refused; a wrong PIN is the usual reason. \"keywarden log\" shows the "
+                 "call that failed.";
+    throw Failure(what + " failed: " + statusText(status), advice);
+}
+
+void requireResult(bool given, const std::string& what)
+{
+    if (!given)
+        throw Failure(what + " failed: no PIN was entered",
+                      "The PIN dialog could not be shown; it needs a desktop.");
+}
+
+KeyStorage::KeyStorage(const Session& session)
+    : table_(session.cng
+                 ? tableOfCng()
+                 : tableOfModule(session.module.empty() ? defaultModule() : session.module)),
+      advice_(session.cng ? "\"keywarden status\" says whether it is registered."
+                          : "\"keywarden check\" finds the reason.")
+{
+    const SECURITY_STATUS status = table_.OpenProvider(&handle_, registeredProvider, 0);
+    if (status != ERROR_SUCCESS)
+        throw Failure("the provider does not open: " + statusText(status), advice_);
+}
+
+KeyStorage::~KeyStorage()
+{
+    table_.FreeProvider(handle_);
+}
+
+std::vector<std::wstring> KeyStorage::keyNames() const
+{
+    std::vector<std::wstring> names;
+    void* state = nullptr;
+    NCryptKeyName* record = nullptr;
+    SECURITY_STATUS status = ERROR_SUCCESS;
+    while ((status = table_.EnumKeys(handle_, nullptr, &record, &state, 0)) == ERROR_SUCCESS) {
+        names.emplace_back(record->pszName);
+        table_.FreeBuffer(record);
+    }
+    if (state != nullptr)
+        table_.FreeBuffer(state);
+    if (status != NTE_NO_MORE_ITEMS)
+        throw Failure("the provider does not list its keys: " + statusText(status), advice_);
+    return names;
+}
+
+// The names are asked for first: the provider remembers a name that it was asked for in vain, and
+// cannot list its keys any more.
+Key::Key(const KeyStorage& storage, const std::wstring& name) : storage_(storage)
+{
+    const std::vector<std::wstring> names = storage_.keyNames();
+    if (std::ranges::find(names, name) == names.end())
+        throw Failure("there is no key \"" + toUtf8(name) + "\"",
+                      "The provider's keys: " + listed(names));
+    require(storage_->OpenKey(storage_.handle(), &handle_, name.c_str(), 0, 0),
+            "opening the key \"" + toUtf8(name) + "\"");
+}
+
+Key::Key(const KeyStorage& storage, const wchar_t* blobType, Bytes blob) : storage_(storage)
+{
+    require(storage_->ImportKey(storage_.handle(), 0, blobType, nullptr, &handle_, blob.data(),
+                                static_cast<DWORD>(blob.size()), 0),
+            "importing the public key");
+    // A blob that the provider does not take comes back as success without a key.
+    if (handle_ == 0)
+        throw Failure("the provider does not take this public key");
+}
+
+Key::~Key()
+{
+    storage_->FreeKey(storage_.handle(), handle_);
+}
+
+std::wstring Key::text(const wchar_t* name) const
+{
+    DWORD size = 0;
+    const auto read = [&](PBYTE output, DWORD room) {
+        require(storage_->GetKeyProperty(storage_.handle(), handle_, name, output, room, &size, 0),
+                "reading \"" + toUtf8(std::wstring_view(name)) + "\"");
+    };
+    read(nullptr, 0);
+    std::wstring text(size / sizeof(wchar_t), L'\0');
+    read(reinterpret_cast<PBYTE>(text.data()), static_cast<DWORD>(text.size() * sizeof(wchar_t)));
+    return text.substr(0, text.find(L'\0'));
+}
+
+bool Key::isRsa() const
+{
+    return text(NCRYPT_ALGORITHM_GROUP_PROPERTY) == L"RSA";
+}
+
+Bytes Key::publicBlob() const
+{
+    DWORD size = 0;
+    const auto run = [this](PBYTE output, DWORD room, DWORD* length) {
+        require(storage_->ExportKey(storage_.handle(), handle_, 0, BCRYPT_PUBLIC_KEY_BLOB, nullptr,
+                                    output, room, length, 0),
+                "exporting the public key");
+    };
+    run(nullptr, 0, &size);
+    Bytes blob(size);
+    run(blob.data(), size, &size);
+    blob.resize(size);
+    return blob;
+}
+
+DWORD Key::bits() const
+{
+    const Bytes blob = publicBlob();
+    if (!isRsa())
+        return bitsOfEcBlob(blob);
+    BCRYPT_RSAKEY_BLOB header{};
+    std::memcpy(&header, blob.data(), std::min(blob.size(), sizeof header));
+    return header.BitLength;
+}
+
+DWORD bitsOfEcBlob(const Bytes& blob)
+{
+    BCRYPT_ECCKEY_BLOB header{};
+    std::memcpy(&header, blob.data(), std::min(blob.size(), sizeof header));
+    // The coordinates of P-521 are whole bytes.
+    return header.cbKey == 66 ? 521 : header.cbKey * 8;
+}
+
+}  // namespace NV::tool
