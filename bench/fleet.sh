@@ -176,7 +176,7 @@ trap cleanUp EXIT
 trap 'exit 1' INT TERM HUP
 
 # A token for each side, from the same keys.
-"$root/tests/token/fixtures/make-token.sh" --small "$work/near" "$pin"
+"$root/tests/support/fixtures/make-token.sh" --small "$work/near" "$pin"
 cp -r "$work/near" "$work/far"
 sed -i "s|$work/near|$work/far|" "$work/far/softhsm2.conf"
 chmod -R a+rX "$work"

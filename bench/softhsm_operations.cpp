@@ -1,6 +1,6 @@
 // Token operations on SoftHSM2, logging off: the module against the same PKCS#11 calls written bare.
 // The Unix environment variable SOFTHSM2_CONF names the configuration of the token that
-// tests/token/fixtures/make-token.sh made; scripts/bench.sh sets it.
+// tests/support/fixtures/make-token.sh made; scripts/bench.sh sets it.
 
 #include "host.h"
 #include "operations.h"

@@ -20,7 +20,7 @@ add_library(
   windows/bare_token.cpp
   windows/linked_module.cpp
   ${PROJECT_SOURCE_DIR}/provider/src/dll/dll.cpp
-  ${tests_folder}/unit_faults/system_store.cpp)
+  ${tests_folder}/support/objects/system_store.cpp)
 target_link_libraries(
   bench_linked_module
   PRIVATE keywarden_warnings
@@ -68,7 +68,7 @@ add_custom_command(
 add_custom_target(p11bridge_second DEPENDS ${KEYWARDEN_WINELIB}/p11bridge_second.dll)
 benchmark(tracing tracing.cpp LIBRARIES bench_module)
 target_compile_definitions(
-  bench_tracing PRIVATE MAKE_TOKEN="${PROJECT_SOURCE_DIR}/tests/token/fixtures/make-token.sh")
+  bench_tracing PRIVATE MAKE_TOKEN="${PROJECT_SOURCE_DIR}/tests/support/fixtures/make-token.sh")
 add_dependencies(bench_tracing p11bridge_second)
 
 benchmark(logger logger.cpp LIBRARIES bench_module)

@@ -40,7 +40,7 @@ compile()
 
 makeToken()
 {
-    tests/token/fixtures/make-token.sh --small "$bench/token" keywarden-pin-4711
+    tests/support/fixtures/make-token.sh --small "$bench/token" keywarden-pin-4711
 }
 
 runWindows()

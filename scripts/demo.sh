@@ -42,7 +42,7 @@ buildAll()
 
 makeToken()
 {
-    tests/token/fixtures/make-token.sh --small "$token" "$pin" >"$demo/token.log" || return 1
+    tests/support/fixtures/make-token.sh --small "$token" "$pin" >"$demo/token.log" || return 1
     export SOFTHSM2_CONF=$token/softhsm2.conf
     export P11_BRIDGE_MODULE=/usr/lib/softhsm/libsofthsm2.so
 }

@@ -164,7 +164,7 @@ checksBeside()
 {
     renice -n 10 "$BASHPID" >/dev/null
     quietly "fuzzing" scripts/fuzz.sh "$fuzzSeconds"
-    quietly "release checks" tests/module/release_check.sh "$build/windows/bin/nvksprovider.dll"
+    quietly "release checks" tests/dll/release_check.sh "$build/windows/bin/nvksprovider.dll"
 }
 
 # quietly NAME COMMAND...: as checks does, but leaves showing and counting to showChecks.

@@ -9,9 +9,9 @@
 #include <iterator>
 #include <vector>
 
-#include "../support/scripted_token/scripted_token_control.h"
-#include "../support/scripted_token/scripted_token_values.h"
 #include "p11/cryptoki.h"
+#include "scripted_token_control.h"
+#include "scripted_token_values.h"
 
 namespace NV::test {
 

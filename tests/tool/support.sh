@@ -73,7 +73,7 @@ windowsPath()
 # makeToken [--small]: a new SoftHSM2 token, which the bridge is to load.
 makeToken()
 {
-    "$root/tests/token/fixtures/make-token.sh" "$@" "$work/token" "$pin" >"$work/token.log" || return 1
+    "$root/tests/support/fixtures/make-token.sh" "$@" "$work/token" "$pin" >"$work/token.log" || return 1
     export SOFTHSM2_CONF=$work/token/softhsm2.conf
     export P11_BRIDGE_MODULE=$softhsm
 }

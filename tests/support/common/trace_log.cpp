@@ -198,6 +198,14 @@ LogLines lastRun(const LogLines& lines, std::string_view function)
     return run;
 }
 
+std::string joined(const std::vector<std::string>& lines)
+{
+    std::string text;
+    for (const std::string& line : lines)
+        text += line + "\n";
+    return text;
+}
+
 std::string render(const LogLine& line)
 {
     const std::string separator = line.function.empty() ? "" : ":";

@@ -48,6 +48,9 @@ LogLines withoutBanner(const LogLines& lines);
 // left by an exception; empty when it never ran.
 LogLines lastRun(const LogLines& lines, std::string_view function);
 
+// The lines as one text, each with a line feed.
+std::string joined(const std::vector<std::string>& lines);
+
 // "TRC NV::Provider::init:ENTER", or "INF LOGGER():STARTED" for a line without a place.
 std::string render(const LogLine& line);
 

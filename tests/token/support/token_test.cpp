@@ -65,7 +65,7 @@ TokenProfile::TokenProfile(const std::string& made)
     const std::string tokens = host::quoted(made + "/tokens");
     const std::string folder = host::unixPath(token_.path());
     if (host::run("cp -r " + tokens + " " + host::quoted(folder)) != 0)
-        throw std::runtime_error("no token: run tests/token/fixtures/make-token.sh " + made);
+        throw std::runtime_error("no token: run tests/support/fixtures/make-token.sh " + made);
     writeFile(token_.path() / "softhsm2.conf", "directories.tokendir = " + folder +
                                                    "/tokens\n"
                                                    "objectstore.backend = file\n"
