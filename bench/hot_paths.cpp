@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "base/encoding.h"
+#include "base/text.h"
 #include "config/config.h"
 #include "config/config_apply.h"
 #include "keystore/keystore_blob.h"
@@ -100,8 +101,8 @@ void formatPlain()
 
 void formatWide()
 {
-    format("%.*s[%s:%d]:ARG[%d]:pszKeyName=%ls", 17, "NV::Provider::init(int)", "nvvtoken.cpp", 87,
-           2, L"Signature key of caf\u00E9 \u20AC 5");
+    format("%.*s[%s:%d]:ARG[%d]:pszKeyName=%s", 17, "NV::Provider::init(int)", "nvvtoken.cpp", 87,
+           2, toUtf8(L"Signature key of caf\u00E9 \u20AC 5").c_str());
 }
 
 const LocalTime& someTime()

@@ -188,8 +188,7 @@ void logBytes(const Bytes& bytes)
 void traceFunction()
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "hKey=%p", static_cast<const void*>(&size));
-    NV_ARG(trace, "dwFlags=0x%x", flags);
+    trace.arguments(pointer("hKey", &size), flagBits("dwFlags", flags));
     trace.startClock();
     trace.end(0);
 }

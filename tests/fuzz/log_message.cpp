@@ -7,6 +7,7 @@
 #include <cstring>
 #include <vector>
 
+#include "base/text.h"
 #include "logger/logger_record.h"
 #include "target.h"
 
@@ -106,10 +107,10 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const std::string wide = expectedUtf8(units);
     const std::string digits = std::to_string(number);
-    HOLDS(format(capacity, "%ls", name.c_str()) == fitting(wide, capacity));
+    HOLDS(toUtf8(name) == wide);
     const std::string message = narrow + "[" + digits + "]:pszKeyName=" + wide + "%\n";
     const std::string formatted =
-        format(capacity, "%s[%d]:pszKeyName=%ls%%\n", narrow.c_str(), number, name.c_str());
+        format(capacity, "%s[%d]:pszKeyName=%s%%\n", narrow.c_str(), number, wide.c_str());
     HOLDS(formatted == fitting(message, capacity));
     HOLDS(format(capacity, "%s=%d", narrow.c_str(), number) ==
           fitting(narrow + "=" + digits, capacity));

@@ -1,4 +1,5 @@
-// Work that must be done when a scope is left, whichever way.
+// Work that must be done when a scope is left, whichever way, and clean-up whose own errors must not
+// get out.
 
 #pragma once
 
@@ -35,5 +36,17 @@ private:
     Work work_;
     bool done_ = false;
 };
+
+// Runs clean-up, mostly in a destructor, and swallows what it throws: an error of the log must not end
+// the process.
+template <typename Work>
+void quietly(Work&& work) noexcept
+{
+    try {
+        work();
+    } catch (...) {
+        // Nothing can be reported where reporting itself failed.
+    }
+}
 
 }  // namespace NV

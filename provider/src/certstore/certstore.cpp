@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/scope_exit.h"
+#include "base/text.h"
 
 namespace NV {
 
@@ -142,18 +143,18 @@ void P11CertObject::readCertificate(const Site& find, Pkcs11& p11, CK_SLOT_ID sl
                                     CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object)
 {
     const auto der = readAttribute(p11, session, object, CKA_VALUE, [&find](int length) {
-        NV_AS(DBG, find, "Found CKA_VALUE Attribute %d bytes", length);
+        NV_UNDER(DBG, find, "Found CKA_VALUE Attribute %d bytes", length);
     });
     if (!der)
         return;
     certificate_ = base64Encode(*der);
-    NV_AS(DBG, find, "CKA_VALUE = %s", certificate_.c_str());
+    NV_UNDER(DBG, find, "CKA_VALUE = %s", certificate_.c_str());
     publicKey_ = extractPublicKey(certificate_);
-    NV_AS(DBG, find, "PUBLICKEY = %s", publicKey_.c_str());
+    NV_UNDER(DBG, find, "PUBLICKEY = %s", publicKey_.c_str());
     keyLength_ = extractKeyLength(certificate_);
-    NV_AS(DBG, find, "KEYLENGTH = %d", static_cast<int>(keyLength_));
+    NV_UNDER(DBG, find, "KEYLENGTH = %d", static_cast<int>(keyLength_));
     algorithmOid_ = extractAlgoOid(certificate_);
-    NV_AS(DBG, find, "ALGOObjID = %ls", algorithmOid_.c_str());
+    NV_UNDER(DBG, find, "ALGOObjID = %s", toUtf8(algorithmOid_).c_str());
     slotId_ = slotId;
 }
 
@@ -161,12 +162,12 @@ void P11CertObject::readKeyName(const Site& find, Pkcs11& p11, CK_SESSION_HANDLE
                                 CK_OBJECT_HANDLE object)
 {
     const auto id = readAttribute(p11, session, object, CKA_ID, [&find](int length) {
-        NV_AS(DBG, find, "Found CKA_ID Attribute %d bytes", length);
+        NV_UNDER(DBG, find, "Found CKA_ID Attribute %d bytes", length);
     });
     if (!id)
         return;
     keyName_ = widen(hexEncode(*id));
-    NV_AS(DBG, find, "CKA_ID = %ls", keyName_.c_str());
+    NV_UNDER(DBG, find, "CKA_ID = %s", toUtf8(keyName_).c_str());
 }
 
 std::string P11CertObject::extractPublicKey(const std::string& certificate)
@@ -212,8 +213,8 @@ bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,
 {
     Trace trace(NV_HERE);
     // The provider name has no argument line; the numbers begin with the container.
-    NV_ARG(trace, "pwszContainerName=%ls", pwszContainerName.c_str());
-    NV_ARG(trace, "base64=%s", base64.c_str());
+    trace.arguments(text("pwszContainerName", pwszContainerName.c_str()),
+                    text("base64", base64.c_str()));
 
     NV_TRC("1) Open System Store (My)");
     const SystemStore store(CertOpenSystemStoreW(0, L"MY"));

@@ -25,7 +25,7 @@ SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
         if (NV::Provider* provider = visit.provider())
             status = (provider->*operation)(arguments...);
     }
-    trace.leave(site.line);
+    trace.leave();
     return status;
 }
 

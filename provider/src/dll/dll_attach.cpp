@@ -16,6 +16,7 @@
 #include <string>
 #include <system_error>
 
+#include "base/scope_exit.h"
 #include "config/config.h"
 #include "config/config_apply.h"
 #include "logger/trace.h"
@@ -48,7 +49,7 @@ extern "C" void SignalHandler(int signal)
     NV::endProvidersOnThisThread();
     std::printf("Caught signal %d\n", signal);
     static_cast<void>(std::fflush(stdout));
-    NV::quietly([signal] { NV_AT(SEV, here, "Caught Signal: %d , Terminate Process", signal); });
+    NV::quietly([signal] { NV_UNDER(SEV, here, "Caught Signal: %d , Terminate Process", signal); });
     std::exit(signal);
 }
 
@@ -123,7 +124,7 @@ bool attachWithoutThrowing(HINSTANCE instance)
 {
     try {
         attach(instance);
-        NV_AS(TRC, dllMain, "Received : DLL_PROCESS_ATTACH");
+        NV_UNDER(TRC, dllMain, "Received : DLL_PROCESS_ATTACH");
         attached = true;
         return true;
     } catch (...) {
@@ -136,7 +137,7 @@ bool attachWithoutThrowing(HINSTANCE instance)
 void detach()
 {
     NV::stopWaitingForLogger();
-    NV::quietly([] { NV_AS(TRC, dllMain, "Received : DLL_PROCESS_DETACH"); });
+    NV::quietly([] { NV_UNDER(TRC, dllMain, "Received : DLL_PROCESS_DETACH"); });
     NV::quietly([] { NV::ProviderManager::instance().clear(); });
     restoreSignalHandlers();
 }
@@ -144,7 +145,7 @@ void detach()
 void logThreadNotification(const char* name)
 {
     if (attached && threadNotifications)
-        NV_AS(TRC, dllMain, "Received : %s", name);
+        NV_UNDER(TRC, dllMain, "Received : %s", name);
 }
 
 }  // namespace

@@ -6,6 +6,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/text.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_ec.h"
 #include "keystore/keystore_rsa.h"
@@ -59,10 +60,10 @@ std::string pointText(const Site& site, std::span<const BYTE> coordinates)
     const size_t half = coordinates.size() / 2;
     const auto size = static_cast<int>(half);
     std::string base64 = base64Encode(point);
-    NV_AS(TRC, site, "X=[%s]", hexEncode(coordinates.data(), size).c_str());
-    NV_AS(TRC, site, "Y=[%s]", hexEncode(coordinates.data() + half, size).c_str());
-    NV_AS(TRC, site, "pubKey(Uncompressed)=[%s]", hexEncode(point).c_str());
-    NV_AS(TRC, site, "pubKey(B64)=[%s]", base64.c_str());
+    NV_UNDER(TRC, site, "X=[%s]", hexEncode(coordinates.data(), size).c_str());
+    NV_UNDER(TRC, site, "Y=[%s]", hexEncode(coordinates.data() + half, size).c_str());
+    NV_UNDER(TRC, site, "pubKey(Uncompressed)=[%s]", hexEncode(point).c_str());
+    NV_UNDER(TRC, site, "pubKey(B64)=[%s]", base64.c_str());
     return base64;
 }
 
@@ -80,11 +81,9 @@ bool KeyStore::addPublicKey(const P11Slot& slot, const std::wstring& id, const s
 {
     const std::lock_guard guard(lock_);
     Trace trace(NV_HERE);
-    NV_ARG(trace, "slot = %p", static_cast<const void*>(&slot));
-    NV_ARG(trace, "id = %ls", id.c_str());
-    NV_ARG(trace, "oid = %ls", oid.c_str());
-    NV_ARG(trace, "base64 = %s", base64.c_str());
-    NV_ARG(trace, "length = %d", static_cast<int>(length));
+    trace.arguments(spaced(pointer("slot", &slot)), spaced(text("id", id.c_str())),
+                    spaced(text("oid", oid.c_str())), spaced(text("base64", base64.c_str())),
+                    spaced(number("length", length)));
 
     std::unique_ptr<P11KeyObject> key;
     if (oid == rsaOid) {
@@ -116,7 +115,7 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     const std::lock_guard guard(lock_);
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "pbData=%p", static_cast<const void*>(pbData));
+    trace.arguments(pointer("pbData", pbData));
     NV_TRC("0) Parse Input BLOB to get keysize (in bytes)..");
     const EccBlob blob = readEccBlob({pbData, cbData});
     if (blob.curve != nullptr)
@@ -159,12 +158,12 @@ NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
 {
     const std::lock_guard guard(lock_);
     const Trace trace(NV_HERE);
-    NV_TRC("Try to find [%ls] from managed keys", name.c_str());
+    NV_TRC("Try to find [%s] from managed keys", toUtf8(name).c_str());
     // An unknown name leaves an entry without a key behind. Kept: it counts in enumerations.
     const P11KeyObject* key = managedKeys_[name].get();
     NCRYPT_KEY_HANDLE handle = 0;
     if (key == nullptr) {
-        NV_ERR("Failed to open the key because Not Found KeyId = %ls", name.c_str());
+        NV_ERR("Failed to open the key because Not Found KeyId = %s", toUtf8(name).c_str());
     } else if (key->algorithm() == "RSA") {
         NV_TRC("Found RSA key, Try to clone the key");
         handle = fileClone<P11RSAKeyObject>(*key);
@@ -189,7 +188,7 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     const P11KeyObject* key = keys[handle].get();
     const bool found = key != nullptr;
     if (found) {
-        NV_DBG("Found Key %ls,", key->keyId().c_str());
+        NV_DBG("Found Key %s,", toUtf8(key->keyId()).c_str());
         keys.erase(handle);
     } else {
         NV_ERR("Not Found Key by %p", asPointer(handle));

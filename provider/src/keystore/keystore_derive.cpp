@@ -5,6 +5,7 @@
 #include <array>
 #include <mutex>
 
+#include "base/text.h"
 #include "keystore/keystore_token.h"
 
 namespace NV {
@@ -18,22 +19,17 @@ int asInt(size_t size)
     return static_cast<int>(size);
 }
 
-void logArguments(const Site& site, const KeyStore::Derivation& d)
+void logArguments(Trace& trace, const KeyStore::Derivation& d)
 {
-    NV_AS(TRC, site, "ARG[0]:p11=%p", static_cast<const void*>(d.p11));
-    NV_AS(TRC, site, "ARG[1]:phAgreedSecret=%p", asPointer(d.phAgreedSecret));
-    // The numbers go on with 3. Kept.
-    NV_AS(TRC, site, "ARG[3]:pbDerivedKey=%p", static_cast<const void*>(d.pbDerivedKey));
-    NV_AS(TRC, site, "ARG[4]:cbDerivedKey=%d", static_cast<int>(d.cbDerivedKey));
-    NV_AS(TRC, site, "ARG[5]:pcbResult=%p", static_cast<const void*>(d.pcbResult));
-    NV_AS(TRC, site, "ARG[6]:hashAlgo=%ls", d.hashAlgo.name.data());
-    NV_AS(TRC, site, "ARG[7]:useHmacKdf=%d", d.useHmacKdf ? 1 : 0);
-    NV_AS(TRC, site, "ARG[8]:pbHmacKey=%p", static_cast<const void*>(d.hmacKey.data()));
-    NV_AS(TRC, site, "ARG[9]:cbHmacKey=%d", asInt(d.hmacKey.size()));
-    NV_AS(TRC, site, "ARG[10]:pbKdfPrepend=%p", static_cast<const void*>(d.kdfPrepend.data()));
-    NV_AS(TRC, site, "ARG[11]:cbKdfPrepend=%d", asInt(d.kdfPrepend.size()));
-    NV_AS(TRC, site, "ARG[12]:pbKdfAppend=%p", static_cast<const void*>(d.kdfAppend.data()));
-    NV_AS(TRC, site, "ARG[13]:cbKdfAppend=%d", asInt(d.kdfAppend.size()));
+    trace.arguments(pointer("p11", d.p11), pointer("phAgreedSecret", d.phAgreedSecret));
+    trace.skipArgument();  // Compat: the numbers go on with 3.
+    trace.arguments(
+        pointer("pbDerivedKey", d.pbDerivedKey), number("cbDerivedKey", d.cbDerivedKey),
+        pointer("pcbResult", d.pcbResult), text("hashAlgo", d.hashAlgo.name.data()),
+        number("useHmacKdf", d.useHmacKdf ? 1 : 0), pointer("pbHmacKey", d.hmacKey.data()),
+        number("cbHmacKey", d.hmacKey.size()), pointer("pbKdfPrepend", d.kdfPrepend.data()),
+        number("cbKdfPrepend", d.kdfPrepend.size()), pointer("pbKdfAppend", d.kdfAppend.data()),
+        number("cbKdfAppend", d.kdfAppend.size()));
 }
 
 // The HMAC key as a session object: closing the session discards it.
@@ -58,19 +54,20 @@ bool createHmacKey(TokenSequence& token, const KeyStore::Derivation& d, CK_OBJEC
 
 SecretBytes inputData(const Site& site, const KeyStore::Derivation& d)
 {
-    NV_AS(TRC, site,
-          "3) Trying to compute KDF input data: [KDF_SECRET_PREPEND || SHARED_SECRET || "
-          "KDF_SECRET_APPEND]");
+    NV_UNDER(TRC, site,
+             "3) Trying to compute KDF input data: [KDF_SECRET_PREPEND || SHARED_SECRET || "
+             "KDF_SECRET_APPEND]");
     SecretBytes input;
     input.reserve(d.kdfPrepend.size() + d.secret.size() + d.kdfAppend.size());
     for (const SecretBytes* piece : {&d.kdfPrepend, &d.secret, &d.kdfAppend})
         input.insert(input.end(), piece->begin(), piece->end());
-    NV_AS(DBG, site, "Retrieved SharedSecret(%d bytes)=[%s]", asInt(d.secret.size()),
-          secretHex(d.secret).data());
-    NV_AS(DBG, site, "KDFInputData(%d bytes)=[%s]", asInt(input.size()), secretHex(input).data());
+    NV_UNDER(DBG, site, "Retrieved SharedSecret(%d bytes)=[%s]", asInt(d.secret.size()),
+             secretHex(d.secret).data());
+    NV_UNDER(DBG, site, "KDFInputData(%d bytes)=[%s]", asInt(input.size()),
+             secretHex(input).data());
     if (d.useHmacKdf)
-        NV_AS(DBG, site, "HMAC_KEY(%d bytes)=[%s]", asInt(d.hmacKey.size()),
-              secretHex(d.hmacKey).data());
+        NV_UNDER(DBG, site, "HMAC_KEY(%d bytes)=[%s]", asInt(d.hmacKey.size()),
+                 secretHex(d.hmacKey).data());
     return input;
 }
 
@@ -81,14 +78,14 @@ bool runHmac(TokenSequence& token, const Site& site, const KeyStore::Derivation&
     if (!token.check(token.p11().C_SignInit(token.session(), &mechanism, key),
                      "Failed to initialize HMAC Process "))
         return false;
-    NV_AS(TRC, site, "Success to initialize HMAC process");
+    NV_UNDER(TRC, site, "Success to initialize HMAC process");
     const CK_RV rv =
         token.p11().C_Sign(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
                            d.pbDerivedKey, &length);
     if (!token.check(rv, "Failed to HMAC data, error-code:"))
         return false;
     length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
-    NV_AS(TRC, site, "Success to HMAC data %d(bytes)", asInt(length));
+    NV_UNDER(TRC, site, "Success to HMAC data %d(bytes)", asInt(length));
     return true;
 }
 
@@ -99,14 +96,14 @@ bool runDigest(TokenSequence& token, const Site& site, const KeyStore::Derivatio
     if (!token.check(token.p11().C_DigestInit(token.session(), &mechanism),
                      "Failed to initialize Digest Process "))
         return false;
-    NV_AS(TRC, site, "Success to initialize Digest process");
+    NV_UNDER(TRC, site, "Success to initialize Digest process");
     const CK_RV rv =
         token.p11().C_Digest(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
                              d.pbDerivedKey, &length);
     if (!token.check(rv, "Failed to Digest data, error-code:"))
         return false;
     length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
-    NV_AS(TRC, site, "Success to Digest data %d(bytes)", asInt(length));
+    NV_UNDER(TRC, site, "Success to Digest data %d(bytes)", asInt(length));
     return true;
 }
 
@@ -114,11 +111,11 @@ bool prepareKey(TokenSequence& token, const Site& site, const KeyStore::Derivati
                 CK_OBJECT_HANDLE& key)
 {
     if (!d.useHmacKdf) {
-        NV_AS(TRC, site,
-              "2) Skip creating HMAC secret key session object, since using Hash based KDF");
+        NV_UNDER(TRC, site,
+                 "2) Skip creating HMAC secret key session object, since using Hash based KDF");
         return true;
     }
-    NV_AS(TRC, site, "2) Try to create HMAC secret key session object");
+    NV_UNDER(TRC, site, "2) Try to create HMAC secret key session object");
     return createHmacKey(token, d, key);
 }
 
@@ -128,8 +125,8 @@ void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
     if (!prepareKey(token, site, d, key))
         return;
     SecretBytes input = inputData(site, d);
-    NV_AS(TRC, site, "4) Trying to derive the key using [%ls] based KDF..",
-          d.useHmacKdf ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH);
+    NV_UNDER(TRC, site, "4) Trying to derive the key using [%s] based KDF..",
+             printable(d.useHmacKdf ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH).c_str());
     CK_ULONG length = d.cbDerivedKey;
     const bool derived = d.useHmacKdf ? runHmac(token, site, d, key, input, length)
                                       : runDigest(token, site, d, input, length);
@@ -137,8 +134,8 @@ void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
         return;
     *d.pcbResult = length;
     if (d.pbDerivedKey != nullptr)
-        NV_AS(DBG, site, "Derived Key(%d bytes): [%s]", asInt(length),
-              secretHex(d.pbDerivedKey, length).data());
+        NV_UNDER(DBG, site, "Derived Key(%d bytes): [%s]", asInt(length),
+                 secretHex(d.pbDerivedKey, length).data());
 }
 
 }  // namespace
@@ -147,8 +144,8 @@ SECURITY_STATUS KeyStore::derive(const Derivation& derivation)
 {
     const std::lock_guard guard(lock_);
     constexpr Site here = NV_HERE;
-    const Trace trace(here);
-    logArguments(here, derivation);
+    Trace trace(here);
+    logArguments(trace, derivation);
     TokenSequence token(*derivation.p11, derivation.slotId, here);
     if (token.initialize() && token.openSession(openHeading))
         run(token, here, derivation);

@@ -80,15 +80,15 @@ Bytes P11ECKeyObject::getPubkeyBlob() const
 
 CK_MECHANISM P11ECKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
 {
-    const Trace trace(NV_HERE);
-    logPadding(NV_HERE, pPaddingInfo, dwFlags);
+    Trace trace(NV_HERE);
+    logPadding(trace, pPaddingInfo, dwFlags);
     return trace.leaving(CK_MECHANISM{CKM_ECDSA, nullptr, 0});
 }
 
 CK_MECHANISM P11ECKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
 {
-    const Trace trace(NV_HERE);
-    logPadding(NV_HERE, pPaddingInfo, dwFlags);
+    Trace trace(NV_HERE);
+    logPadding(trace, pPaddingInfo, dwFlags);
     return trace.leaving(CK_MECHANISM{CKM_ECDSA, nullptr, 0});
 }
 
@@ -118,8 +118,8 @@ SECURITY_STATUS P11ECKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
                                         DWORD cbInput, PBYTE pbOutput, DWORD cbOutput,
                                         DWORD* pcbResult, DWORD dwFlags)
 {
-    const Trace trace(NV_HERE);
-    logArguments(NV_HERE,
+    Trace trace(NV_HERE);
+    logArguments(trace,
                  {p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
                  nullptr);
     return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
@@ -129,10 +129,9 @@ SECURITY_STATUS P11ECKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
                                         DWORD cbInput, PBYTE pbOutput, DWORD cbOutput,
                                         DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
 {
-    const Trace trace(NV_HERE);
-    logArguments(NV_HERE,
-                 {p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
-                 &pin);
+    Trace trace(NV_HERE);
+    logArguments(
+        trace, {p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}, &pin);
     return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
 }
 

@@ -54,8 +54,8 @@ OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE 
     // The record wipes no more than its length when it is freed.
     wipe(secret->bytes + length, secret->length - length);
     secret->length = length;
-    NV_AT(DBG, site, "Agreed SharedSecret(%d bytes)=[%s], ", static_cast<int>(secret->length),
-          secretHex(secret->bytes, secret->length).data());
+    NV_UNDER(DBG, site, "Agreed SharedSecret(%d bytes)=[%s], ", static_cast<int>(secret->length),
+             secretHex(secret->bytes, secret->length).data());
     return secret;
 }
 
@@ -66,8 +66,8 @@ SECURITY_STATUS P11ECKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,
                                                 const SecretBytes& pin)
 {
     constexpr Site here = NV_HERE;
-    const Trace trace(here);
-    logArguments(here, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
+    Trace trace(here);
+    logArguments(trace, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
     OwnedSecret secret;
     TokenSequence token(*p11, slotId(), here);
     if (token.initialize() && token.openSession() && token.login(pin) &&

@@ -124,10 +124,10 @@ protected:
 
     // Their argument lines, and those of the mechanism functions, under the operation's name. The
     // PIN shows by its length only; null: the operation takes none.
-    static void logArguments(const Site& site, const SignatureCall& call, const SecretBytes* pin);
-    static void logArguments(const Site& site, const CipherCall& call, const SecretBytes* pin);
-    static void logArguments(const Site& site, const AgreementCall& call, const SecretBytes& pin);
-    static void logPadding(const Site& site, const VOID* pPaddingInfo, DWORD dwFlags);
+    static void logArguments(Trace& trace, const SignatureCall& call, const SecretBytes* pin);
+    static void logArguments(Trace& trace, const CipherCall& call, const SecretBytes* pin);
+    static void logArguments(Trace& trace, const AgreementCall& call, const SecretBytes& pin);
+    static void logPadding(Trace& trace, const VOID* pPaddingInfo, DWORD dwFlags);
 
     // What the token is to sign, and how.
     struct SignInput {

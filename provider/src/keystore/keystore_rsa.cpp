@@ -4,6 +4,7 @@
 
 #include <optional>
 
+#include "base/text.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_hash.h"
 
@@ -74,13 +75,13 @@ Bytes P11RSAKeyObject::getPubkeyBlob() const
 
 CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
 {
-    const Trace trace(NV_HERE);
-    logPadding(NV_HERE, pPaddingInfo, dwFlags);
+    Trace trace(NV_HERE);
+    logPadding(trace, pPaddingInfo, dwFlags);
     OwnedMechanism mechanism(plain(CKM_RSA_PKCS));
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
         if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo)) {
-            NV_DBG("pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_DBG("pkcs1PaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
                 mechanism.replace(plain(hash->rsaPkcs));
         } else {
@@ -90,7 +91,7 @@ CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFla
     if ((dwFlags & BCRYPT_PAD_PSS) != 0) {
         NV_DBG("BCRYPT_PAD_PSS is enabled");
         if (const auto* info = static_cast<const BCRYPT_PSS_PADDING_INFO*>(pPaddingInfo)) {
-            NV_DBG("pssPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_DBG("pssPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
             NV_DBG("pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
                 mechanism.replace(
@@ -106,8 +107,8 @@ CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFla
 
 CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
 {
-    const Trace trace(NV_HERE);
-    logPadding(NV_HERE, pPaddingInfo, dwFlags);
+    Trace trace(NV_HERE);
+    logPadding(trace, pPaddingInfo, dwFlags);
     OwnedMechanism mechanism(plain(0));
     if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
         NV_DBG("BCRYPT_PAD_NONE is enabled");
@@ -117,14 +118,14 @@ CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFl
         NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
         mechanism.replace(plain(CKM_RSA_PKCS));
         if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
-            NV_DBG("pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_DBG("pkcs1PaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
         else
             NV_WRN("There is no padding info for BCRYPT_PAD_PKCS1");
     }
     if ((dwFlags & BCRYPT_PAD_OAEP) != 0) {
         NV_DBG("BCRYPT_PAD_OAEP is enabled");
         if (const auto* info = static_cast<const BCRYPT_OAEP_PADDING_INFO*>(pPaddingInfo)) {
-            NV_DBG("oaepPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_DBG("oaepPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
             NV_DBG("oaepPaddingInfo->pbLabel=%p", static_cast<const void*>(info->pbLabel));
             NV_DBG("oaepPaddingInfo->cbLabel=%d", static_cast<int>(info->cbLabel));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
@@ -179,10 +180,10 @@ SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
                                          DWORD* pcbResult, DWORD dwFlags)
 {
     constexpr Site here = NV_HERE;
-    const Trace trace(here);
+    Trace trace(here);
     const CipherCall call{p11,      pPaddingInfo, pbInput,   cbInput,
                           pbOutput, cbOutput,     pcbResult, dwFlags};
-    logArguments(here, call, nullptr);
+    logArguments(trace, call, nullptr);
     CK_ULONG length = 0;
     TokenSequence token(*p11, slotId(), here);
     if (token.initialize() && token.openSession() &&
@@ -203,10 +204,10 @@ SECURITY_STATUS P11RSAKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
                                          DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
 {
     constexpr Site here = NV_HERE;
-    const Trace trace(here);
+    Trace trace(here);
     const CipherCall call{p11,      pPaddingInfo, pbInput,   cbInput,
                           pbOutput, cbOutput,     pcbResult, dwFlags};
-    logArguments(here, call, &pin);
+    logArguments(trace, call, &pin);
     CK_ULONG length = 0;
     TokenSequence token(*p11, slotId(), here);
     if (token.initialize() && token.openSession() && token.login(pin) &&
@@ -230,15 +231,15 @@ CK_ULONG P11RSAKeyObject::runCipher(TokenSequence& token, const Site& site, cons
     CK_RV rv = (call.p11->*work.init)(token.session(), mechanism.get(), token.key());
     if (!token.check(rv, "Failed to initialize " + verb + ", " + work.initName + " returned "))
         return 0;
-    NV_AT(TRC, site, "Success to initiate %s, %s returned CKR_OK", work.verb, work.initName);
+    NV_UNDER(TRC, site, "Success to initiate %s, %s returned CKR_OK", work.verb, work.initName);
 
     CK_ULONG length = call.cbOutput;
     rv = (call.p11->*work.run)(token.session(), call.pbInput, call.cbInput, call.pbOutput, &length);
     if (!token.check(rv, "Failed to " + verb + " data, " + work.runName + " returned "))
         return 0;
     length = lengthWithin(call.pbOutput, call.cbOutput, length);
-    NV_AT(TRC, site, "Success to %s data(%ld bytes), %s returned CKR_OK", work.verb,
-          static_cast<long>(length), work.runName);
+    NV_UNDER(TRC, site, "Success to %s data(%ld bytes), %s returned CKR_OK", work.verb,
+             static_cast<long>(length), work.runName);
     return length;
 }
 
@@ -247,8 +248,8 @@ SECURITY_STATUS P11RSAKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey
                                                  NCRYPT_SECRET_HANDLE* phAgreedSecret,
                                                  const SecretBytes& pin)
 {
-    const Trace trace(NV_HERE);
-    logArguments(NV_HERE, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
+    Trace trace(NV_HERE);
+    logArguments(trace, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
     NV_WRN("RSA_secretAgreement NOT supported yet!!");
     return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
 }

@@ -39,15 +39,15 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
 {
     if (rv == CKR_OK)
         return true;
-    NV_AT(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
-          returnValueText(rv));
+    NV_UNDER(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
+             returnValueText(rv));
     status_ = NTE_INTERNAL_ERROR;
     return false;
 }
 
 bool TokenSequence::initialize()
 {
-    NV_AT(TRC, operation_, "0) Try to initialize");
+    NV_UNDER(TRC, operation_, "0) Try to initialize");
     const CK_RV rv = p11_.C_Initialize(nullptr);
     if (rv == CKR_CRYPTOKI_ALREADY_INITIALIZED)
         return true;
@@ -57,19 +57,19 @@ bool TokenSequence::initialize()
 
 bool TokenSequence::openSession(const char* heading)
 {
-    NV_AT(TRC, operation_, "%s", heading);
+    NV_UNDER(TRC, operation_, "%s", heading);
     // A wrapper that throws may have opened the session, or logged in, all the same.
     opened_ = true;
     opened_ = check(p11_.C_OpenSession(slotId_, CKF_SERIAL_SESSION, nullptr, nullptr, &session_),
                     "Failed to open session ");
     if (opened_)
-        NV_AT(TRC, operation_, "Success to open session (%p)", asPointer(session_));
+        NV_UNDER(TRC, operation_, "Success to open session (%p)", asPointer(session_));
     return opened_;
 }
 
 bool TokenSequence::login(const SecretBytes& pin)
 {
-    NV_AT(TRC, operation_, "2) Try to login the token ");
+    NV_UNDER(TRC, operation_, "2) Try to login the token ");
     // A private copy, because PKCS#11 takes the PIN by a pointer to non-const.
     SecretBytes copy(pin);
     loggedIn_ = true;
@@ -77,7 +77,7 @@ bool TokenSequence::login(const SecretBytes& pin)
         check(p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
               "Failed to login the token ");
     if (loggedIn_)
-        NV_AT(TRC, operation_, "Success to login the token");
+        NV_UNDER(TRC, operation_, "Success to login the token");
     return loggedIn_;
 }
 
@@ -85,14 +85,14 @@ bool TokenSequence::findKey(int step, CK_OBJECT_CLASS objectClass, CK_KEY_TYPE k
                             const Bytes& id)
 {
     const char* kind = objectClass == CKO_PRIVATE_KEY ? "private" : "public";
-    NV_AT(TRC, operation_, "%d) Try to find %s key object of the token ", step, kind);
+    NV_UNDER(TRC, operation_, "%d) Try to find %s key object of the token ", step, kind);
     std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
                          attribute(CKA_KEY_TYPE, &keyType, sizeof keyType),
                          attribute(CKA_ID, id.data(), id.size())};
     const CK_RV rv = p11_.C_FindObjectsInit(session_, search.data(), search.size());
     if (!check(rv, "Failed to initialize FindObject "))
         return false;
-    NV_AT(TRC, operation_, "Success to initialize FindObject of the token");
+    NV_UNDER(TRC, operation_, "Success to initialize FindObject of the token");
     return findFirst(kind);
 }
 
@@ -105,21 +105,21 @@ bool TokenSequence::findFirst(const char* kind)
                "Failed to find Object "))
         return false;
     found.resize(std::min(count, maxFoundObjects));
-    NV_AT(DBG, operation_, "Success to Found %d Object (must be 1)",
-          static_cast<int>(found.size()));
+    NV_UNDER(DBG, operation_, "Success to Found %d Object (must be 1)",
+             static_cast<int>(found.size()));
     if (found.empty()) {
-        NV_AT(ERR, operation_, "There is no suitable %s key object", kind);
+        NV_UNDER(ERR, operation_, "There is no suitable %s key object", kind);
         fail();
         return false;
     }
     if (found.size() > 1)
-        NV_AT(WRN, operation_, "There are multiple %s key objects for the token (use first one)",
-              kind);
+        NV_UNDER(WRN, operation_, "There are multiple %s key objects for the token (use first one)",
+                 kind);
     key_ = found.front();
-    NV_AT(TRC, operation_, "Found %s key object = %p", kind, asPointer(key_));
+    NV_UNDER(TRC, operation_, "Found %s key object = %p", kind, asPointer(key_));
     if (!check(p11_.C_FindObjectsFinal(session_), "Failed to finalize the FindObject "))
         return false;
-    NV_AT(TRC, operation_, "Success to finalize the FindObject");
+    NV_UNDER(TRC, operation_, "Success to finalize the FindObject");
     return true;
 }
 
@@ -127,22 +127,22 @@ bool TokenSequence::findFirst(const char* kind)
 SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
 {
     if (loggedIn_) {
-        NV_AT(TRC, operation_, "%d) Try to logout the token ", steps.logout);
+        NV_UNDER(TRC, operation_, "%d) Try to logout the token ", steps.logout);
         const CK_RV rv = p11_.C_Logout(session_);
         loggedIn_ = false;
         if (check(rv, "Failed to logout the token "))
-            NV_AT(TRC, operation_, "Success to logout the token");
+            NV_UNDER(TRC, operation_, "Success to logout the token");
     }
     if (opened_) {
-        NV_AT(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
-              asPointer(session_));
+        NV_UNDER(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
+                 asPointer(session_));
         const CK_RV rv = p11_.C_CloseSession(session_);
         opened_ = false;
         if (check(rv, "Failed to close session "))
-            NV_AT(TRC, operation_, "Success to close session");
+            NV_UNDER(TRC, operation_, "Success to close session");
     }
     if (initialized_) {
-        NV_AT(TRC, operation_, "%d) Try to finalize", steps.finalize);
+        NV_UNDER(TRC, operation_, "%d) Try to finalize", steps.finalize);
         const CK_RV rv = p11_.C_Finalize(nullptr);
         initialized_ = false;
         check(rv, "Failed C_Finalize ");

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <utility>
 
+#include "base/text.h"
 #include "logger/trace.h"
 
 namespace NV {
@@ -26,7 +27,7 @@ Property::Property(std::wstring name, uint32_t type, const void* data, int32_t s
 Property::Property(const Property& source)
     : stamp_(creationStamp()), _type(source._type), _id(source._id), _data(source._data)
 {
-    NV_TRC("src._id = %ls", source._id.c_str());
+    NV_TRC("src._id = %s", toUtf8(source._id).c_str());
     NV_TRC("src._type = %d", static_cast<int>(source._type));
     NV_TRC("src._data = %d (bytes)", static_cast<int>(source._data->size()));
 }

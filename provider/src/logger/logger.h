@@ -64,8 +64,8 @@ enum class LogLevel : uint8_t { SEV, ERR, WRN, INF, DBG, TRC };
 bool beginRecord(LogLevel level);
 
 // Write one record of their level. Only SEV asks the level mask; the other five write whatever the
-// mask holds. A message of more than 65,535 characters is written as an empty one. "%ls" writes
-// UTF-8. Throw std::filesystem::filesystem_error when the log folder can neither be listed nor
+// mask holds. A message of more than 65,535 bytes is written as an empty one. Wide texts are converted
+// by the caller (base/text.h). Throw std::filesystem::filesystem_error when the log folder can neither be listed nor
 // made, and std::system_error when the lock is refused; a file that cannot be opened drops the
 // record without a word.
 void SEV(const char* format, ...) NV_PRINTF(1, 2);

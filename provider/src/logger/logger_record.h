@@ -23,8 +23,9 @@ struct LocalTime {
 
 LocalTime toLocalTime(std::chrono::system_clock::time_point instant);
 
-// Formats like vsnprintf, but writes "%ls" as UTF-8 whatever the process's locale. Returns the
-// length of the text, which is empty when it would not fit into capacity - 1 characters.
+// Formats like vsnprintf. Returns the length of the text in bytes; a text that does not fit into
+// capacity - 1 bytes becomes empty. Wide texts are converted by the caller: "%ls" would depend on the
+// process's locale.
 size_t formatMessage(char* buffer, size_t capacity, const char* format, va_list arguments)
     NV_PRINTF(3, 0);
 

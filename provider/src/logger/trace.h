@@ -1,33 +1,48 @@
-// How a function speaks in the log: where it stands, the macros that put that in front of a
-// message, and the scope that writes a function's ENTER, ARG, STATUS and LEAVE lines.
+// How a function speaks in the log: where it stands, the macros that put that in front of a message,
+// how an argument prints, and the scope that writes a function's ENTER, ARG, STATUS and LEAVE lines.
 //
-// A line reads "NV::Provider::init[nvvtoken.cpp:87]:ENTER". NV_HERE gives the three values of that
-// prefix; the qualified name is cut out of the compiler's own text for the function.
+// A line reads "NV::Provider::init[nvvtoken.cpp:87]:ENTER": the qualified name of the operation, and
+// the file and line of the statement that writes it.
 
 #pragma once
 
 #include <chrono>
 #include <cstdint>
 #include <optional>
-#include <string_view>
+#include <type_traits>
 
 #include "logger/logger.h"
 
 namespace NV {
 
-// A place in the source. Function and file are parts of string literals and live for ever.
+// The part of a path behind its last separator.
+constexpr const char* baseName(const char* path)
+{
+    const char* name = path;
+    for (const char* c = path; *c != '\0'; ++c) {
+        if (*c == '/' || *c == '\\')
+            name = c + 1;
+    }
+    return name;
+}
+
+consteval const char* baseNameAtCompileTime(const char* path)
+{
+    return baseName(path);
+}
+
+// An operation and the place where it begins. Function and file are parts of string literals and live
+// as long as the module.
 struct Site {
     const char* function;
     int functionLength;
     const char* file;
     int line;
-
-    // The same function and file at another line.
-    constexpr Site at(int otherLine) const { return {function, functionLength, file, otherLine}; }
 };
 
-// Cuts "NV::Provider::init" out of "bool NV::Provider::init(int)": the name ends at the first
-// parenthesis outside template brackets and begins behind the last blank before it.
+// Cuts "NV::Provider::init" out of "bool NV::Provider::init(int)", the compiler's own text for the
+// function: the name ends at the first parenthesis outside template brackets and begins behind the
+// last blank before it.
 consteval Site makeSite(const char* prettyFunction, const char* path, int line)
 {
     int depth = 0;
@@ -44,35 +59,31 @@ consteval Site makeSite(const char* prettyFunction, const char* path, int line)
         else if (depth == 0 && c == '(')
             break;
     }
-    const char* file = path;
-    for (const char* c = path; *c != '\0'; ++c) {
-        if (*c == '/' || *c == '\\')
-            file = c + 1;
-    }
-    return {prettyFunction + begin, end - begin, file, line};
+    return {prettyFunction + begin, end - begin, baseName(path), line};
 }
 
 #define NV_HERE NV::makeSite(__PRETTY_FUNCTION__, __FILE__, __LINE__)
 
-// A message of one of the six levels under a given place: NV_AT(ERR, site, "format", ...). As with
-// all of these macros, the arguments are worked out only for a record that an output takes; they may
-// be long texts of keys.
-#define NV_AT(level, site, format, ...)                                                            \
+// A record: an operation's name, a place, a message. As with all of these macros, the arguments are
+// worked out only for a record that an output takes; they may be long texts of keys.
+#define NV_LINE(level, operation, file, line, format, ...)                                         \
     do {                                                                                           \
         if (NV::beginRecord(NV::LogLevel::level))                                                  \
-            NV::level("%.*s[%s:%d]:" format, (site).functionLength, (site).function, (site).file,  \
-                      (site).line __VA_OPT__(, ) __VA_ARGS__);                                     \
+            NV::level("%.*s[%s:%d]:" format, (operation).functionLength, (operation).function,     \
+                      file, line __VA_OPT__(, ) __VA_ARGS__);                                      \
     } while (false)
 
-// A message of a function that does a step of another one of the same file and speaks under its
-// name, with the line where it stands itself: NV_AS(ERR, load, "format", ...).
-#define NV_AS(level, site, format, ...)                                                            \
-    NV_AT(level, (site).at(__LINE__), format __VA_OPT__(, ) __VA_ARGS__)
+// Writes a message under an operation's name, with the file and line of this statement:
+// NV_UNDER(ERR, operation, "format", ...). For helpers that do a step of the operation.
+#define NV_UNDER(level, operation, format, ...)                                                    \
+    NV_LINE(level, operation, NV::baseNameAtCompileTime(__FILE__), __LINE__,                       \
+            format __VA_OPT__(, ) __VA_ARGS__)
 
+// Writes a message under the name of the function that it stands in.
 #define NV_LOG(level, format, ...)                                                                 \
     do {                                                                                           \
         constexpr NV::Site nvSite = NV_HERE;                                                       \
-        NV_AT(level, nvSite, format __VA_OPT__(, ) __VA_ARGS__);                                   \
+        NV_UNDER(level, nvSite, format __VA_OPT__(, ) __VA_ARGS__);                                \
     } while (false)
 
 #define NV_SEV(...) NV_LOG(SEV, __VA_ARGS__)
@@ -87,6 +98,107 @@ inline const void* asPointer(uintptr_t handle)
 {
     // NOLINTNEXTLINE(performance-no-int-to-ptr): only printed, never dereferenced.
     return reinterpret_cast<const void*>(handle);
+}
+
+// How an argument prints: %p, %d, 0x%x, %x, %s twice, %d(bytes).
+enum class Format : uint8_t { Pointer, Number, Flags, BareFlags, Text, WideText, ByteCount };
+
+// An argument line: "ARG[2]:cbHashValue=32". The value keeps its type, because the call layer also
+// passes it on. A text belongs to the caller and must live until the line is written.
+template <typename T>
+struct Argument {
+    const char* name;
+    T value;
+    Format format;
+    int line;
+    const char* path;
+    const char* separator = "=";
+};
+
+// The descriptors of arguments. Casts and the index take care of themselves; the place is that of the
+// statement.
+
+// Pointers, handles and function pointers.
+template <typename T>
+Argument<T> pointer(const char* name, T value, int line = __builtin_LINE(),
+                    const char* path = __builtin_FILE())
+{
+    return {name, value, Format::Pointer, line, path};
+}
+
+// Lengths in bytes, counts, identifiers.
+template <typename T>
+Argument<T> number(const char* name, T value, int line = __builtin_LINE(),
+                   const char* path = __builtin_FILE())
+{
+    return {name, value, Format::Number, line, path};
+}
+
+template <typename T>
+Argument<T> flagBits(const char* name, T value, int line = __builtin_LINE(),
+                     const char* path = __builtin_FILE())
+{
+    return {name, value, Format::Flags, line, path};
+}
+
+// Zero-terminated; null prints as "(null)".
+inline Argument<const char*> text(const char* name, const char* value, int line = __builtin_LINE(),
+                                  const char* path = __builtin_FILE())
+{
+    return {name, value, Format::Text, line, path};
+}
+
+// Zero-terminated UTF-16, written as UTF-8; null prints as "(null)".
+inline Argument<const wchar_t*> text(const char* name, const wchar_t* value,
+                                     int line = __builtin_LINE(),
+                                     const char* path = __builtin_FILE())
+{
+    return {name, value, Format::WideText, line, path};
+}
+
+// The length of a PIN, never its bytes.
+template <typename T>
+Argument<T> byteCount(const char* name, T value, int line = __builtin_LINE(),
+                      const char* path = __builtin_FILE())
+{
+    return {name, value, Format::ByteCount, line, path};
+}
+
+// In hexadecimal without "0x".
+template <typename T>
+Argument<T> bareFlagBits(const char* name, T value, int line = __builtin_LINE(),
+                         const char* path = __builtin_FILE())
+{
+    return {name, value, Format::BareFlags, line, path};
+}
+
+// With blanks around the equals sign, as some functions have always written their arguments.
+template <typename T>
+Argument<T> spaced(Argument<T> argument)
+{
+    argument.separator = " = ";
+    return argument;
+}
+
+// Writes "ARG[index]:name=value" under the operation's name.
+void logArgument(LogLevel level, const Site& operation, int index,
+                 const Argument<uintptr_t>& argument);
+
+// Writes a line for each argument, numbered from `first`, at the level that the template names.
+template <LogLevel level = LogLevel::TRC, typename... Values>
+void logArguments(const Site& operation, int first, const Argument<Values>&... arguments)
+{
+    const auto bits = [](auto value) -> uintptr_t {
+        if constexpr (std::is_pointer_v<decltype(value)>)
+            return reinterpret_cast<uintptr_t>(value);
+        else
+            return static_cast<uintptr_t>(value);
+    };
+    int index = first;
+    (logArgument(level, operation, index++,
+                 {arguments.name, bits(arguments.value), arguments.format, arguments.line,
+                  arguments.path, arguments.separator}),
+     ...);
 }
 
 // The monotonic high-resolution clock, read at construction. Only the log shows such times: where no
@@ -108,15 +220,21 @@ private:
         loggerHasOutput() ? std::optional(Clock::now()) : std::nullopt;
 };
 
-// One run of a function. The constructor writes ENTER; exactly one of the end functions is called
-// on each way out. An exception that unwinds the function writes nothing, so there is no
-// destructor: a function that was left by one shows ENTER without LEAVE.
+// One run of a function. The constructor writes ENTER; exactly one of the end functions is called on
+// each way out. An exception that unwinds the function writes nothing, so there is no destructor: a
+// function that was left by one shows ENTER without LEAVE.
 class Trace {
 public:
-    explicit Trace(const Site& site) : site_(site) { NV_AT(TRC, site_, "ENTER"); }
+    explicit Trace(const Site& site);
 
-    // The index of the next argument line, counted from 0; see NV_ARG.
-    int nextArgument() { return argument_++; }
+    // Writes a line for each argument: trace.arguments(pointer("phKey", phKey), ...). Indexes go on
+    // from one call to the next; one that is not written counts all the same.
+    template <LogLevel level = LogLevel::TRC, typename... Values>
+    void arguments(const Argument<Values>&... arguments)
+    {
+        logArguments<level>(site_, argument_, arguments...);
+        argument_ += static_cast<int>(sizeof...(Values));
+    }
     // Leaves one index out.
     void skipArgument() { ++argument_; }
 
@@ -124,65 +242,32 @@ public:
     void startClock() { clock_ = Stopwatch(); }
 
     // "LEAVE".
-    void leave(int line = __builtin_LINE()) const { NV_AT(TRC, site_.at(line), "LEAVE"); }
+    void leave(int line = __builtin_LINE(), const char* path = __builtin_FILE()) const;
 
-    // "LEAVE(1)": with the result of a step that answers yes or no.
-    bool leave(bool result, int line = __builtin_LINE()) const
-    {
-        NV_AT(TRC, site_.at(line), "LEAVE(%d)", result ? 1 : 0);
-        return result;
-    }
+    // "LEAVE(1)": with the result of a step that answers yes or no. Gives it back.
+    bool leave(bool result, int line = __builtin_LINE(), const char* path = __builtin_FILE()) const;
 
     // "LEAVE"; gives the value back.
     template <typename Value>
-    Value leaving(Value value, int line = __builtin_LINE()) const
+    Value leaving(Value value, int line = __builtin_LINE(),
+                  const char* path = __builtin_FILE()) const
     {
-        leave(line);
+        leave(line, path);
         return value;
     }
 
-    // "STATUS=0x80090027, ELAPSED:0.012(ms)" and "LEAVE"; gives the status back.
-    template <typename Status>
-    Status end(Status status, int line = __builtin_LINE()) const
-    {
-        NV_AT(TRC, site_.at(line), "STATUS=0x%x, ELAPSED:%.3f(ms)", static_cast<unsigned>(status),
-              clock_.milliseconds());
-        leave(line);
-        return status;
-    }
+    // "STATUS=0x80090027, ELAPSED:0.012(ms)" and "LEAVE"; gives the status, a SECURITY_STATUS, back.
+    int32_t end(int32_t status, int line = __builtin_LINE(),
+                const char* path = __builtin_FILE()) const;
 
     // "RESULT=1, ELAPSED:0.012(ms)" and "LEAVE"; gives the result back.
-    bool endWithResult(bool result, int line = __builtin_LINE()) const
-    {
-        NV_AT(TRC, site_.at(line), "RESULT=%d, ELAPSED:%.3f(ms)", result ? 1 : 0,
-              clock_.milliseconds());
-        leave(line);
-        return result;
-    }
+    bool endWithResult(bool result, int line = __builtin_LINE(),
+                       const char* path = __builtin_FILE()) const;
 
 private:
     Site site_;
     int argument_ = 0;
     Stopwatch clock_;
 };
-
-// An argument line of a traced function: NV_ARG(trace, "dwFlags=0x%x", dwFlags). One that is not
-// written has its index all the same.
-#define NV_ARG(trace, format, ...)                                                                 \
-    do {                                                                                           \
-        const int nvIndex = (trace).nextArgument();                                                \
-        NV_TRC("ARG[%d]:" format, nvIndex __VA_OPT__(, ) __VA_ARGS__);                             \
-    } while (false)
-
-// Runs clean-up that traces itself, in a destructor: an error of the log must not end the process.
-template <typename Work>
-void quietly(Work&& work) noexcept
-{
-    try {
-        work();
-    } catch (...) {
-        // Nothing can be reported where reporting itself failed.
-    }
-}
 
 }  // namespace NV

@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "base/scope_exit.h"
+#include "base/text.h"
 #include "config/config.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
@@ -77,31 +78,31 @@ bool Provider::init()
 
 bool Provider::openToken(const Site& init)
 {
-    NV_AS(TRC, init, "Try to load PKCS11 library by configuration");
+    NV_UNDER(TRC, init, "Try to load PKCS11 library by configuration");
     if (!pkcs11_->loadModule(Config::instance().get("p11File"))) {
         // Said of any failure to load, a library that would not load among them. Kept.
-        NV_AS(ERR, init, "Failed to load config file");
+        NV_UNDER(ERR, init, "Failed to load config file");
         return false;
     }
-    NV_AS(TRC, init, "Success to load PKCS11 library");
+    NV_UNDER(TRC, init, "Success to load PKCS11 library");
     if (pkcs11_->C_Initialize(nullptr) != CKR_OK) {
-        NV_AS(ERR, init, "Failed to call C_Initialize()");
+        NV_UNDER(ERR, init, "Failed to call C_Initialize()");
         return false;
     }
-    NV_AS(TRC, init, "Success to call C_Initialize()");
+    NV_UNDER(TRC, init, "Success to call C_Initialize()");
     return true;
 }
 
 void Provider::serveFirstActiveSlot(const Site& init)
 {
     const auto& slots = pkcs11_->module()->slots();
-    NV_AS(TRC, init, "Slot Count = %d", static_cast<int>(slots.size()));
+    NV_UNDER(TRC, init, "Slot Count = %d", static_cast<int>(slots.size()));
     const auto active =
         std::ranges::find_if(slots, [](const auto& slot) { return isActive(*slot); });
     if (active == slots.end())
         return;
     serveSlot(**active);
-    NV_AS(INF, init, "Use first active slot[%d]", static_cast<int>(active - slots.begin()));
+    NV_UNDER(INF, init, "Use first active slot[%d]", static_cast<int>(active - slots.begin()));
     slot_ = active->get();
     slot_->setChosen(true);
 }
@@ -152,10 +153,11 @@ SECURITY_STATUS Provider::outputProperty(const Site& site, const Property& prope
     const auto size = static_cast<DWORD>(value.size());
     if (pbOutput != nullptr) {
         if (cbOutput < size) {
-            NV_AS(ERR, site, "The length of output buffer is too short");
+            NV_UNDER(ERR, site, "The length of output buffer is too short");
             return NTE_BUFFER_TOO_SMALL;
         }
-        NV_AS(TRC, site, "Store the value into output buffer (%d bytes)", static_cast<int>(size));
+        NV_UNDER(TRC, site, "Store the value into output buffer (%d bytes)",
+                 static_cast<int>(size));
         std::copy(value.begin(), value.end(), pbOutput);
     }
     *pcbResult = size;
@@ -167,26 +169,24 @@ SECURITY_STATUS Provider::GetProviderProperty(LPCWSTR pszProperty, PBYTE pbOutpu
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "pszProperty=%ls", pszProperty);
-    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
-    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(text("pszProperty", pszProperty), pointer("pbOutput", pbOutput),
+                    number("cbOutput", cbOutput), pointer("pcbResult", pcbResult),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if ((dwFlags & ~DWORD{NCRYPT_SILENT_FLAG}) != 0)
-        return trace.end(SECURITY_STATUS{NTE_BAD_FLAGS});
+        return trace.end(NTE_BAD_FLAGS);
     if (pszProperty == nullptr || pcbResult == nullptr ||
         std::wcslen(pszProperty) > maxPropertyNameLength)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     const auto property = properties_.find(pszProperty);
     if (property == properties_.end()) {
         // "Key" stands here for the provider's properties too. Kept.
-        NV_ERR("Not Found Key Property (%ls)", pszProperty);
-        return trace.end(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+        NV_ERR("Not Found Key Property (%s)", printable(pszProperty).c_str());
+        return trace.end(NTE_NOT_SUPPORTED);
     }
-    NV_TRC("Found Provider Property (%ls)", pszProperty);
+    NV_TRC("Found Provider Property (%s)", printable(pszProperty).c_str());
     return trace.end(outputProperty(here, *property->second, pbOutput, cbOutput, pcbResult));
 }
 
@@ -196,26 +196,23 @@ SECURITY_STATUS Provider::GetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProp
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pszProperty=%ls", pszProperty);
-    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
-    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), text("pszProperty", pszProperty),
+                    pointer("pbOutput", pbOutput), number("cbOutput", cbOutput),
+                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (pszProperty == nullptr || pcbResult == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     const P11KeyObject* key = keyStore_.findOpenedOrImported(hKey);
     if (key == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     const Property* property = key->findProperty(pszProperty);
     if (property == nullptr) {
-        NV_ERR("Not Found Key Property (%ls)", pszProperty);
-        return trace.end(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+        NV_ERR("Not Found Key Property (%s)", printable(pszProperty).c_str());
+        return trace.end(NTE_NOT_SUPPORTED);
     }
-    NV_TRC("Found Key Property (%ls)", pszProperty);
+    NV_TRC("Found Key Property (%s)", printable(pszProperty).c_str());
     return trace.end(outputProperty(here, *property, pbOutput, cbOutput, pcbResult));
 }
 
@@ -224,31 +221,29 @@ SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "pszProperty=%ls", pszProperty);
-    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
-    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(text("pszProperty", pszProperty), pointer("pbInput", pbInput),
+                    number("cbInput", cbInput), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0 || cbInput > maxPropertySize)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     properties_[pszProperty] =
         std::make_shared<Property>(pszProperty, 0, pbInput, static_cast<int32_t>(cbInput));
     if (std::wstring_view(pszProperty) == NCRYPT_WINDOW_HANDLE_PROPERTY)
         setOwnerWindow(here, pbInput, cbInput);
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 // More bytes than a handle has leave the owner window as it was; of fewer, the rest is zero.
 void Provider::setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput)
 {
-    NV_AS(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
+    NV_UNDER(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
     uintptr_t window = 0;
     if (cbInput > sizeof window)
         return;
     std::memcpy(&window, pbInput, cbInput);
-    NV_AS(TRC, site, "Owner Window Handle is %p", asPointer(window));
+    NV_UNDER(TRC, site, "Owner Window Handle is %p", asPointer(window));
     ownerWindow_ = reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
 }
 
@@ -256,58 +251,54 @@ SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProp
                                          DWORD cbInput, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pszProperty=%ls", pszProperty);
-    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
-    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), text("pszProperty", pszProperty),
+                    pointer("pbInput", pbInput), number("cbInput", cbInput),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     P11KeyObject* key = keyStore_.findOpenedOrImported(hKey);
     if (key == nullptr) {
         NV_ERR("Not Found the key (%p)", asPointer(hKey));
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     }
     NV_TRC("Found the key (%p)", asPointer(hKey));
     key->addProperty(pszProperty, pbInput, static_cast<int32_t>(cbInput));
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 SECURITY_STATUS Provider::IsAlgSupported(LPCWSTR pszAlgId, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "pszAlgId=%ls", pszAlgId);
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(text("pszAlgId", pszAlgId), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (pszAlgId == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     // The signature list is not searched: its names are answered as not supported. Meant so.
     for (const auto* names : {&hashAlgorithms_, &asymmetricEncryptionAlgorithms_,
                               &cipherAlgorithms_, &rngAlgorithms_, &secretAgreementAlgorithms_}) {
         if (contains(*names, pszAlgId))
-            return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+            return trace.end(ERROR_SUCCESS);
     }
-    return trace.end(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+    return trace.end(NTE_NOT_SUPPORTED);
 }
 
 SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCount,
                                          NCryptAlgorithmName** ppAlgList, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "dwAlgOperations=0x%x", static_cast<unsigned>(dwAlgOperations));
-    NV_ARG(trace, "pdwAlgCount=%p", static_cast<const void*>(pdwAlgCount));
-    NV_ARG(trace, "ppAlgList=%p", static_cast<const void*>(ppAlgList));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(flagBits("dwAlgOperations", dwAlgOperations),
+                    pointer("pdwAlgCount", pdwAlgCount), pointer("ppAlgList", ppAlgList),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (pdwAlgCount == nullptr || ppAlgList == nullptr || dwAlgOperations == 0)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     // The record's class carries the operation bit, and its operations the interface number.
     struct Row {
         DWORD operation;
@@ -336,7 +327,7 @@ SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCou
         *pdwAlgCount = static_cast<DWORD>(records.size());
         *ppAlgList = block.release();
     }
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 SECURITY_STATUS Provider::CreatePersistedKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszAlgId,
@@ -345,11 +336,9 @@ SECURITY_STATUS Provider::CreatePersistedKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR p
 {
     Trace trace(NV_HERE);
     NV_WRN("This operation is not available");
-    NV_ARG(trace, "phKey=%p", static_cast<const void*>(phKey));
-    NV_ARG(trace, "pszAlgId=%ls", pszAlgId);
-    NV_ARG(trace, "pszKeyName=%ls", pszKeyName);
-    NV_ARG(trace, "dwLegacyKeySpec=0x%x", static_cast<unsigned>(dwLegacyKeySpec));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("phKey", phKey), text("pszAlgId", pszAlgId),
+                    text("pszKeyName", pszKeyName), flagBits("dwLegacyKeySpec", dwLegacyKeySpec),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -377,8 +366,7 @@ SECURITY_STATUS Provider::FinalizeKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
     NV_WRN("This operation is not available");
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
     return trace.end(refusal(hKey != 0));
@@ -388,8 +376,7 @@ SECURITY_STATUS Provider::DeleteKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
     NV_WRN("This operation is not available");
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
     return trace.end(refusal(hKey != 0));
@@ -399,9 +386,8 @@ SECURITY_STATUS Provider::PromptUser(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszOperatio
 {
     Trace trace(NV_HERE);
     NV_WRN("This operation is not available");
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pszOperation=%ls", pszOperation);
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), text("pszOperation", pszOperation),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
     return trace.end(refusal(hKey != 0 && pszOperation != nullptr));
@@ -411,8 +397,7 @@ SECURITY_STATUS Provider::NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
     NV_WRN("This operation is not available");
-    NV_ARG(trace, "phEvent=%p", static_cast<const void*>(phEvent));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("phEvent", phEvent), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
     return trace.end(refusal(phEvent != nullptr));

@@ -8,6 +8,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/text.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
 #include "nvvtoken/nvvtoken_pin.h"
@@ -27,9 +28,9 @@ bool isOneOf(std::span<const wchar_t* const> names, std::wstring_view name)
 
 void logPkcs1(const Site& site, const VOID* pPaddingInfo)
 {
-    NV_AS(DBG, site, "BCRYPT_PAD_PKCS1 is enabled");
+    NV_UNDER(DBG, site, "BCRYPT_PAD_PKCS1 is enabled");
     if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
-        NV_AS(DBG, site, "pkcs1PaddingInfo->pszAlgId=%ls", info->pszAlgId);
+        NV_UNDER(DBG, site, "pkcs1PaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
 }
 
 // The padding of signatures: both kinds need their information. ERROR_SUCCESS, or the status that
@@ -40,17 +41,17 @@ SECURITY_STATUS checkSignaturePadding(const Site& site, DWORD dwFlags, const VOI
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         logPkcs1(site, pPaddingInfo);
         if (pPaddingInfo == nullptr) {
-            NV_AS(ERR, site, "There is no padding info for BCRYPT_PAD_PKCS1");
+            NV_UNDER(ERR, site, "There is no padding info for BCRYPT_PAD_PKCS1");
             status = NTE_INVALID_PARAMETER;
         }
     }
     if ((dwFlags & BCRYPT_PAD_PSS) != 0) {
-        NV_AS(DBG, site, "BCRYPT_PAD_PSS is enabled");
+        NV_UNDER(DBG, site, "BCRYPT_PAD_PSS is enabled");
         if (const auto* info = static_cast<const BCRYPT_PSS_PADDING_INFO*>(pPaddingInfo)) {
-            NV_AS(DBG, site, "pssPaddingInfo->pszAlgId=%ls", info->pszAlgId);
-            NV_AS(DBG, site, "pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
+            NV_UNDER(DBG, site, "pssPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
+            NV_UNDER(DBG, site, "pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
         } else {
-            NV_AS(ERR, site, "There is no padding info for BCRYPT_PAD_PSS");
+            NV_UNDER(ERR, site, "There is no padding info for BCRYPT_PAD_PSS");
             status = NTE_INVALID_PARAMETER;
         }
     }
@@ -61,20 +62,20 @@ SECURITY_STATUS checkSignaturePadding(const Site& site, DWORD dwFlags, const VOI
 SECURITY_STATUS checkCipherPadding(const Site& site, DWORD dwFlags, const VOID* pPaddingInfo)
 {
     if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
-        NV_AS(DBG, site, "BCRYPT_PAD_NONE is enabled");
+        NV_UNDER(DBG, site, "BCRYPT_PAD_NONE is enabled");
         return ERROR_SUCCESS;
     }
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         logPkcs1(site, pPaddingInfo);
         if (pPaddingInfo == nullptr)
-            NV_AS(WRN, site, "There is no padding info for BCRYPT_PAD_PKCS1");
+            NV_UNDER(WRN, site, "There is no padding info for BCRYPT_PAD_PKCS1");
     }
     if ((dwFlags & BCRYPT_PAD_OAEP) != 0) {
-        NV_AS(DBG, site, "BCRYPT_PAD_OAEP is enabled");
+        NV_UNDER(DBG, site, "BCRYPT_PAD_OAEP is enabled");
         if (const auto* info = static_cast<const BCRYPT_OAEP_PADDING_INFO*>(pPaddingInfo)) {
-            NV_AS(DBG, site, "oaepPaddingInfo->pszAlgId=%ls", info->pszAlgId);
+            NV_UNDER(DBG, site, "oaepPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
         } else {
-            NV_AS(ERR, site, "There is no padding info for BCRYPT_PAD_OAEP");
+            NV_UNDER(ERR, site, "There is no padding info for BCRYPT_PAD_OAEP");
             return NTE_INVALID_PARAMETER;
         }
     }
@@ -84,7 +85,7 @@ SECURITY_STATUS checkCipherPadding(const Site& site, DWORD dwFlags, const VOID* 
 void logSilentFlag(const Site& site, DWORD dwFlags)
 {
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
-        NV_AS(DBG, site, "NCRYPT_SILENT_FLAG is enabled");
+        NV_UNDER(DBG, site, "NCRYPT_SILENT_FLAG is enabled");
 }
 
 }  // namespace
@@ -98,9 +99,9 @@ P11KeyObject* Provider::logFound(const Site& site, P11KeyObject* key)
 {
     // What was not found prints, and that is null whatever the handle. Kept.
     if (key == nullptr)
-        NV_AS(ERR, site, "Not Found Key = %p", static_cast<const void*>(key));
+        NV_UNDER(ERR, site, "Not Found Key = %p", static_cast<const void*>(key));
     else
-        NV_AS(TRC, site, "Found Key = %p", static_cast<const void*>(key));
+        NV_UNDER(TRC, site, "Found Key = %p", static_cast<const void*>(key));
     return key;
 }
 
@@ -108,10 +109,8 @@ SECURITY_STATUS Provider::OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
                                   DWORD dwLegacyKeySpec, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "phKey=%p", static_cast<const void*>(phKey));
-    NV_ARG(trace, "pszKeyName=%ls", pszKeyName);
-    NV_ARG(trace, "dwLegacyKeySpec=0x%x", static_cast<unsigned>(dwLegacyKeySpec));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("phKey", phKey), text("pszKeyName", pszKeyName),
+                    flagBits("dwLegacyKeySpec", dwLegacyKeySpec), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -120,7 +119,7 @@ SECURITY_STATUS Provider::OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
     if (pszKeyName == nullptr)
         NV_ERR("Invalid Argument: pszKeyName is null");
     if (phKey == nullptr || pszKeyName == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("Enabled Silent Option");
     if ((dwLegacyKeySpec & AT_SIGNATURE) != 0)
@@ -131,45 +130,43 @@ SECURITY_STATUS Provider::OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
     const NCRYPT_KEY_HANDLE handle = keyStore_.open(pszKeyName);
     if (handle == 0) {
         NV_ERR("Failed to open key");
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     }
     NV_TRC("Success to open the key (%p)", asPointer(handle));
     *phKey = handle;
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 SECURITY_STATUS Provider::FreeKey(NCRYPT_KEY_HANDLE hKey)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
+    trace.arguments(pointer("hKey", hKey));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (hKey == 0)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     // These two print the low 32 bits of the handle.
     const auto printed = static_cast<unsigned>(hKey);
     if (!keyStore_.close(hKey)) {
         NV_ERR("Failed to free the key(0x%0x)", printed);
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     }
     NV_TRC("Success to free the key(0x%0x)", printed);
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, PVOID* ppEnumState,
                                    DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "pszScope=%ls", pszScope);
-    NV_ARG(trace, "ppKeyName=%p", static_cast<const void*>(ppKeyName));
-    NV_ARG(trace, "ppEnumState=%p", static_cast<const void*>(ppEnumState));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(text("pszScope", pszScope), pointer("ppKeyName", ppKeyName),
+                    pointer("ppEnumState", ppEnumState), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (ppKeyName == nullptr || ppEnumState == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     // The state is one index. A new one is handed out on success only.
     auto* state = static_cast<uint32_t*>(*ppEnumState);
     HeapBlock<uint32_t> created;
@@ -186,12 +183,12 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
     NV_TRC("Enum keys[%d/%d]", static_cast<int>(index), static_cast<int>(count));
     if (index >= count) {
         NV_DBG("The end of the enumeration has been reached");
-        return trace.end(SECURITY_STATUS{NTE_NO_MORE_ITEMS});
+        return trace.end(NTE_NO_MORE_ITEMS);
     }
     const P11KeyObject* key = keyStore_.keyAt(index);
     if (key == nullptr) {
         NV_ERR("Not Found key");
-        return trace.end(SECURITY_STATUS{NTE_NOT_FOUND});
+        return trace.end(NTE_NOT_FOUND);
     }
     auto name = copyToHeap(key->keyId().c_str());
     auto algorithm = copyToHeap(key->algorithmOid().c_str());
@@ -202,7 +199,7 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
     *ppKeyName = record.release();
     *ppEnumState = state;
     static_cast<void>(created.release());
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlobType,
@@ -210,13 +207,10 @@ SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlo
                                     PBYTE pbData, DWORD cbData, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "hImportKey=%p", asPointer(hImportKey));
-    NV_ARG(trace, "pszBlobType=%ls", pszBlobType);
-    NV_ARG(trace, "pParameterList=%p", static_cast<const void*>(pParameterList));
-    NV_ARG(trace, "phKey=%p", static_cast<const void*>(phKey));
-    NV_ARG(trace, "pbData=%p", static_cast<const void*>(pbData));
-    NV_ARG(trace, "cbData=%d", static_cast<int>(cbData));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hImportKey", hImportKey), text("pszBlobType", pszBlobType),
+                    pointer("pParameterList", pParameterList), pointer("phKey", phKey),
+                    pointer("pbData", pbData), number("cbData", cbData),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -228,7 +222,8 @@ SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlo
     if (pszBlobType == nullptr || phKey == nullptr || pbData == nullptr || cbData == 0)
         status = NTE_INVALID_PARAMETER;
     if (pszBlobType != nullptr && !isOneOf(importBlobTypes, pszBlobType)) {
-        NV_ERR("Unsupported BLOB type=[%ls] (only RSA/ECC_PUBLIC_BLOB supported)!!", pszBlobType);
+        NV_ERR("Unsupported BLOB type=[%s] (only RSA/ECC_PUBLIC_BLOB supported)!!",
+               printable(pszBlobType).c_str());
         status = NTE_NOT_SUPPORTED;
     }
     // A blob that the store does not accept gives a null handle and still success. Kept.
@@ -243,14 +238,10 @@ SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hE
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "hExportKey=%p", asPointer(hExportKey));
-    NV_ARG(trace, "pszBlobType=%ls", pszBlobType);
-    NV_ARG(trace, "pParameterList=%p", static_cast<const void*>(pParameterList));
-    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
-    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), pointer("hExportKey", hExportKey),
+                    text("pszBlobType", pszBlobType), pointer("pParameterList", pParameterList),
+                    pointer("pbOutput", pbOutput), number("cbOutput", cbOutput),
+                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -262,7 +253,7 @@ SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hE
     if (pszBlobType == nullptr) {
         status = NTE_INVALID_PARAMETER;
     } else if (!isOneOf(exportBlobTypes, pszBlobType)) {
-        NV_ERR("Not Supported BlobType = %ls", pszBlobType);
+        NV_ERR("Not Supported BlobType = %s", printable(pszBlobType).c_str());
         status = NTE_NOT_SUPPORTED;
     }
     if (pcbResult == nullptr)
@@ -280,11 +271,11 @@ SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hK
     if (key == nullptr)
         return NTE_INVALID_HANDLE;
     const size_t publicKeySize = base64Decode(key->publicKey()).size();
-    NV_AS(TRC, site, "Retrieved public key = %d (bytes)", static_cast<int>(publicKeySize));
+    NV_UNDER(TRC, site, "Retrieved public key = %d (bytes)", static_cast<int>(publicKeySize));
     if (publicKeySize == 0)
         return NTE_INTERNAL_ERROR;
     const Bytes blob = key->getPubkeyBlob();
-    NV_AS(TRC, site, "Retrieved public key blob = %d (bytes)", static_cast<int>(blob.size()));
+    NV_UNDER(TRC, site, "Retrieved public key blob = %d (bytes)", static_cast<int>(blob.size()));
     if (blob.empty())
         return NTE_INTERNAL_ERROR;
     *pcbResult = static_cast<DWORD>(blob.size());
@@ -292,10 +283,10 @@ SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hK
         return ERROR_SUCCESS;
     if (blob.size() > cbOutput) {
         // Not a buffer-too-small status. Kept.
-        NV_AS(TRC, site, "The allocated buffer length is too short");
+        NV_UNDER(TRC, site, "The allocated buffer length is too short");
         return NTE_INVALID_PARAMETER;
     }
-    NV_AS(TRC, site, "Copy the public key data");
+    NV_UNDER(TRC, site, "Copy the public key data");
     std::copy(blob.begin(), blob.end(), pbOutput);
     return ERROR_SUCCESS;
 }
@@ -306,14 +297,10 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
-    NV_ARG(trace, "pbHashValue=%p", static_cast<const void*>(pbHashValue));
-    NV_ARG(trace, "cbHashValue=%d", static_cast<int>(cbHashValue));
-    NV_ARG(trace, "pbSignature=%p", static_cast<const void*>(pbSignature));
-    NV_ARG(trace, "cbSignature=%d", static_cast<int>(cbSignature));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), pointer("pPaddingInfo", pPaddingInfo),
+                    pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
+                    pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
+                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -330,10 +317,10 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
 
     P11KeyObject* key = findKey(here, hKey);
     if (key == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     if (pbSignature == nullptr) {
         *pcbResult = key->signatureLength();
-        return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+        return trace.end(ERROR_SUCCESS);
     }
     return trace.end(withPIN(here, [&](const SecretBytes& pin) {
         const SECURITY_STATUS result =
@@ -351,13 +338,10 @@ SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPadding
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
-    NV_ARG(trace, "pbHashValue=%p", static_cast<const void*>(pbHashValue));
-    NV_ARG(trace, "cbHashValue=%d", static_cast<int>(cbHashValue));
-    NV_ARG(trace, "pbSignature=%p", static_cast<const void*>(pbSignature));
-    NV_ARG(trace, "cbSignature=%d", static_cast<int>(cbSignature));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), pointer("pPaddingInfo", pPaddingInfo),
+                    pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
+                    pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -372,7 +356,7 @@ SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPadding
 
     P11KeyObject* key = findKey(here, hKey);
     if (key == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     const std::lock_guard sequence(sequenceLock());
     return trace.end(key->verify(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
                                  cbSignature, dwFlags));
@@ -384,14 +368,10 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
-    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
-    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
-    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
-    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), pointer("pbInput", pbInput), number("cbInput", cbInput),
+                    pointer("pPaddingInfo", pPaddingInfo), pointer("pbOutput", pbOutput),
+                    number("cbOutput", cbOutput), pointer("pcbResult", pcbResult),
+                    flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -406,7 +386,7 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
 
     P11KeyObject* key = findKey(here, hKey);
     if (key == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     const std::lock_guard sequence(sequenceLock());
     return trace.end(key->encrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
                                   pcbResult, dwFlags));
@@ -418,15 +398,11 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hKey=%p", asPointer(hKey));
-    NV_ARG(trace, "pbInput=%p", static_cast<const void*>(pbInput));
-    NV_ARG(trace, "cbInput=%d", static_cast<int>(cbInput));
-    NV_ARG(trace, "pPaddingInfo=%p", pPaddingInfo);
-    trace.skipArgument();  // the numbers go on with 5; kept
-    NV_ARG(trace, "pbOutput=%p", static_cast<const void*>(pbOutput));
-    NV_ARG(trace, "cbOutput=%d", static_cast<int>(cbOutput));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hKey", hKey), pointer("pbInput", pbInput), number("cbInput", cbInput),
+                    pointer("pPaddingInfo", pPaddingInfo));
+    trace.skipArgument();  // Compat: the numbers go on with 5.
+    trace.arguments(pointer("pbOutput", pbOutput), number("cbOutput", cbOutput),
+                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -443,7 +419,7 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
 
     P11KeyObject* key = findKey(here, hKey);
     if (key == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     return trace.end(withPIN(here, [&](const SecretBytes& pin) {
         return key->decrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
                             pcbResult, dwFlags, pin);

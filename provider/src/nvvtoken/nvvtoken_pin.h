@@ -16,8 +16,8 @@ SECURITY_STATUS Provider::withPIN(const Site& site, const Work& work)
     const SecretBytes pin = enterPIN(status);
     if (status != ERROR_SUCCESS)
         return status;
-    NV_AT(TRC, site, "Success to retrive the entered pin = %d (bytes)",
-          static_cast<int>(pin.size()));
+    NV_UNDER(TRC, site, "Success to retrive the entered pin = %d (bytes)",
+             static_cast<int>(pin.size()));
     if (pin.empty())
         return ERROR_SUCCESS;
     // Only now: the dialog may stay open for as long as the user likes.

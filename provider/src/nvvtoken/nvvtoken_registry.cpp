@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "base/scope_exit.h"
 #include "logger/trace.h"
 
 namespace NV {
@@ -55,11 +56,10 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "phProvider=%p", static_cast<const void*>(phProvider));
-    NV_ARG(trace, "pszProviderName=%ls", pszProviderName);
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("phProvider", phProvider), text("pszProviderName", pszProviderName),
+                    flagBits("dwFlags", dwFlags));
     if (processEndsOnThisThread())
-        return trace.end(SECURITY_STATUS{NTE_INTERNAL_ERROR});
+        return trace.end(NTE_INTERNAL_ERROR);
     const std::lock_guard guard(lock_);
     trace.startClock();
 
@@ -97,19 +97,19 @@ bool ProviderManager::isOpen(NCRYPT_PROV_HANDLE hProvider)
 SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phProvider)
 {
     if (isOpen(*phProvider)) {
-        NV_AS(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
+        NV_UNDER(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
         return NTE_INVALID_PARAMETER;
     }
     auto* provider = new (std::nothrow) Provider;
     if (provider == nullptr) {
-        NV_AS(ERR, site, "Failure: Failed to allocate memory");
+        NV_UNDER(ERR, site, "Failure: Failed to allocate memory");
         return NTE_NO_MEMORY;
     }
-    NV_AS(DBG, site, "Success: Provider[%p] Allocated", static_cast<const void*>(provider));
+    NV_UNDER(DBG, site, "Success: Provider[%p] Allocated", static_cast<const void*>(provider));
     if (!provider->init()) {
         // The object stays as it is, for good: what a library does when it is unloaded after a
         // failed start is not to be found out in somebody else's process.
-        NV_AS(ERR, site, "Failure: Failed to Load PKCS#11");
+        NV_UNDER(ERR, site, "Failure: Failed to Load PKCS#11");
         return NTE_INTERNAL_ERROR;
     }
     const std::lock_guard guard(mapLock_);
@@ -124,14 +124,14 @@ SECURITY_STATUS ProviderManager::FreeProvider(NCRYPT_PROV_HANDLE hProvider)
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hProvider=%p", asPointer(hProvider));
+    trace.arguments(pointer("hProvider", hProvider));
     if (processEndsOnThisThread())
-        return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+        return trace.end(ERROR_SUCCESS);
     const std::lock_guard guard(lock_);
     trace.startClock();
     if (hProvider == 0) {
         NV_ERR("Invalid Argument[0]:hProvider is null");
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     }
     return trace.end(free(here, hProvider));
 }
@@ -146,11 +146,11 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
             providers_.erase(hProvider);
     }
     if (provider == nullptr) {
-        NV_AS(ERR, site, "Failure: Provider[%p] not found", asPointer(hProvider));
+        NV_UNDER(ERR, site, "Failure: Provider[%p] not found", asPointer(hProvider));
         return NTE_INVALID_HANDLE;
     }
     // The handle is gone: from here on nothing may keep the provider from being destroyed.
-    quietly([&] { NV_AT(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
+    quietly([&] { NV_UNDER(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
     {
         const std::lock_guard guard(mapLock_);
         mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider); });

@@ -6,6 +6,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/text.h"
 #include "keystore/keystore_hash.h"
 #include "keystore/keystore_secret.h"
 #include "logger/trace.h"
@@ -27,22 +28,22 @@ SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool
     switch (kind) {
     case ParameterKind::hashName:
         takeParameter(kind, buffer, parameters);
-        NV_AS(DBG, site, "Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as [%ls]",
-              parameters.hashName.c_str());
+        NV_UNDER(DBG, site, "Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as [%s]",
+                 toUtf8(parameters.hashName).c_str());
         return ERROR_SUCCESS;
     case ParameterKind::prepend:
-        NV_AS(DBG, site, "Using secret prepend item (KDF_SECRET_PREPEND)..");
+        NV_UNDER(DBG, site, "Using secret prepend item (KDF_SECRET_PREPEND)..");
         break;
     case ParameterKind::append:
-        NV_AS(DBG, site, "Using secret append item (KDF_SECRET_APPEND)..");
+        NV_UNDER(DBG, site, "Using secret append item (KDF_SECRET_APPEND)..");
         break;
     case ParameterKind::hmacKey:
         break;
     case ParameterKind::misplacedHmacKey:
-        NV_AS(ERR, site, "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!");
+        NV_UNDER(ERR, site, "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!");
         return NTE_INVALID_PARAMETER;
     case ParameterKind::unknown:
-        NV_AS(DBG, site, "Unknown NCryptBufferType encountered!!");
+        NV_UNDER(DBG, site, "Unknown NCryptBufferType encountered!!");
         return NTE_INVALID_PARAMETER;
     case ParameterKind::unreadable:
         return NTE_INVALID_PARAMETER;
@@ -75,18 +76,18 @@ SECURITY_STATUS readKdf(const Site& site, std::wstring_view name, bool& useHmacK
 {
     useHmacKdf = name == BCRYPT_KDF_HMAC;
     if (useHmacKdf) {
-        NV_AS(DBG, site, "Using the HMAC based KDF (BCRYPT_KDF_HMAC)");
+        NV_UNDER(DBG, site, "Using the HMAC based KDF (BCRYPT_KDF_HMAC)");
         return ERROR_SUCCESS;
     }
     if (name == BCRYPT_KDF_HASH) {
-        NV_AS(DBG, site, "Using the HASH based KDF (BCRYPT_KDF_HASH)");
+        NV_UNDER(DBG, site, "Using the HASH based KDF (BCRYPT_KDF_HASH)");
         return ERROR_SUCCESS;
     }
     if (name == BCRYPT_KDF_TLS_PRF) {
-        NV_AS(ERR, site, "Using the TLS-PRF based KDF (BCRYPT_KDF_TLS_PRF) not supported");
+        NV_UNDER(ERR, site, "Using the TLS-PRF based KDF (BCRYPT_KDF_TLS_PRF) not supported");
         return NTE_NOT_SUPPORTED;
     }
-    NV_AS(ERR, site, "Unknown key derivation function (KDF) identifier!!");
+    NV_UNDER(ERR, site, "Unknown key derivation function (KDF) identifier!!");
     return NTE_INVALID_PARAMETER;
 }
 
@@ -97,20 +98,18 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hPrivKey=%p", asPointer(hPrivKey));
-    NV_ARG(trace, "hPubKey=%p", asPointer(hPubKey));
-    NV_ARG(trace, "phAgreedSecret=%p", static_cast<const void*>(phAgreedSecret));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hPrivKey", hPrivKey), pointer("hPubKey", hPubKey),
+                    pointer("phAgreedSecret", phAgreedSecret), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (hPrivKey == 0 || hPubKey == 0 || phAgreedSecret == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
     P11KeyObject* key = findKey(here, hPrivKey);
     if (key == nullptr)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     return trace.end(withPIN(here, [&](const SecretBytes& pin) {
         return agree(here, *key, hPubKey, phAgreedSecret, pin);
     }));
@@ -123,20 +122,20 @@ SECURITY_STATUS Provider::agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     const auto* peer = reinterpret_cast<const P11KeyObject*>(hPubKey);
     Bytes peerKey = base64Decode(peer->publicKey());
-    NV_AS(DBG, site, "Peer's public key(b64)=[%s]", peer->publicKey().c_str());
-    NV_AS(DBG, site, "Peer's public key=[%s], %d bytes", hexEncode(peerKey).c_str(),
-          static_cast<int>(peerKey.size()));
+    NV_UNDER(DBG, site, "Peer's public key(b64)=[%s]", peer->publicKey().c_str());
+    NV_UNDER(DBG, site, "Peer's public key=[%s], %d bytes", hexEncode(peerKey).c_str(),
+             static_cast<int>(peerKey.size()));
     NCRYPT_SECRET_HANDLE handle = 0;
     const SECURITY_STATUS status = key.secretAgreement(
         pkcs11_.get(), peerKey.data(), static_cast<DWORD>(peerKey.size()), &handle, pin);
     if (status != ERROR_SUCCESS) {
-        NV_AS(ERR, site, "SecretAgreement() failed with error-code:0x%08x",
-              static_cast<unsigned>(status));
+        NV_UNDER(ERR, site, "SecretAgreement() failed with error-code:0x%08x",
+                 static_cast<unsigned>(status));
         return status;
     }
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a secret handle is the record's address.
     SecretList::instance().add(OwnedSecret(reinterpret_cast<AgreedSecret*>(handle)));
-    NV_AS(DBG, site, "SecretAgreement() succeeded, handle =%p", asPointer(handle));
+    NV_UNDER(DBG, site, "SecretAgreement() succeeded, handle =%p", asPointer(handle));
     *phAgreedSecret = handle;
     return ERROR_SUCCESS;
 }
@@ -147,19 +146,16 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    NV_ARG(trace, "hSharedSecret=%p", asPointer(hSharedSecret));
-    NV_ARG(trace, "pwszKDF=%ls", pwszKDF);
-    NV_ARG(trace, "pParameterList=%p", static_cast<const void*>(pParameterList));
-    NV_ARG(trace, "pbDerivedKey=%p", static_cast<const void*>(pbDerivedKey));
-    NV_ARG(trace, "cbDerivedKey=%d", static_cast<int>(cbDerivedKey));
-    NV_ARG(trace, "pcbResult=%p", static_cast<const void*>(pcbResult));
-    NV_ARG(trace, "dwFlags=0x%x", static_cast<unsigned>(dwFlags));
+    trace.arguments(pointer("hSharedSecret", hSharedSecret), text("pwszKDF", pwszKDF),
+                    pointer("pParameterList", pParameterList),
+                    pointer("pbDerivedKey", pbDerivedKey), number("cbDerivedKey", cbDerivedKey),
+                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (hSharedSecret == 0 || pwszKDF == nullptr || pcbResult == nullptr ||
         (pbDerivedKey != nullptr && cbDerivedKey == 0))
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     if (pParameterList == nullptr)
         NV_WRN("pParameterList(optional) field is NULL!!");
     const bool secretAsHmacKey = (dwFlags & KDF_USE_SECRET_AS_HMAC_KEY_FLAG) != 0;
@@ -174,15 +170,15 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
         return trace.end(status);
     const HashAlgorithm* hash = findHashAlgorithm(parameters.hashName.c_str());
     if (hash == nullptr) {
-        NV_ERR("Unsupported KDF Hash Algorithm [%ls]", parameters.hashName.c_str());
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        NV_ERR("Unsupported KDF Hash Algorithm [%s]", toUtf8(parameters.hashName).c_str());
+        return trace.end(NTE_INVALID_PARAMETER);
     }
     // A copy: another provider's thread may free the secret meanwhile.
     const auto secret = SecretList::instance().copy(hSharedSecret);
     if (!secret) {
         NV_ERR("Not found secretHandle(%p) in managed Global SecretHandle List",
                asPointer(hSharedSecret));
-        return trace.end(SECURITY_STATUS{NTE_INVALID_HANDLE});
+        return trace.end(NTE_INVALID_HANDLE);
     }
     const std::lock_guard sequence(sequenceLock());
     return trace.end(keyStore_.derive(
@@ -194,12 +190,12 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
 SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)
 {
     Trace trace(NV_HERE);
-    NV_ARG(trace, "hSharedSecret=%p", asPointer(hSharedSecret));
+    trace.arguments(pointer("hSharedSecret", hSharedSecret));
     const std::lock_guard guard(lock_);
     trace.startClock();
 
     if (hSharedSecret == 0)
-        return trace.end(SECURITY_STATUS{NTE_INVALID_PARAMETER});
+        return trace.end(NTE_INVALID_PARAMETER);
     size_t size = 0;
     if (const OwnedSecret secret = SecretList::instance().remove(hSharedSecret, size))
         NV_DBG("Found secretHandle(%p) in managed Global SecretHandle List of size (%d)",
@@ -207,7 +203,7 @@ SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)
     else
         NV_WRN("Not found secretHandle(%p) in managed Global SecretHandle List",
                asPointer(hSharedSecret));
-    return trace.end(SECURITY_STATUS{ERROR_SUCCESS});
+    return trace.end(ERROR_SUCCESS);
 }
 
 }  // namespace NV

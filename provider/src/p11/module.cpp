@@ -8,6 +8,8 @@
 #include <system_error>
 #include <utility>
 
+#include "base/scope_exit.h"
+#include "base/text.h"
 #include "p11/p11text.h"
 
 namespace NV {
@@ -107,27 +109,27 @@ bool P11Module::load()
 
 bool P11Module::checkPath(const Site& load) const
 {
-    NV_AS(TRC, load, "1) Check Precondition");
+    NV_UNDER(TRC, load, "1) Check Precondition");
     if (path_.empty()) {
-        NV_AS(ERR, load, "FAILURE: the name module is empty");
+        NV_UNDER(ERR, load, "FAILURE: the name module is empty");
         return false;
     }
     const std::wstring path = utf8ToWide(path_);
-    NV_AS(DBG, load, "Path (u8) = %ls", path.c_str());
+    NV_UNDER(DBG, load, "Path (u8) = %s", toUtf8(path).c_str());
     if (!fileExists(path)) {
-        NV_AS(ERR, load, "FAILURE: %s file does not exist", path_.c_str());
+        NV_UNDER(ERR, load, "FAILURE: %s file does not exist", path_.c_str());
         return false;
     }
-    NV_AS(DBG, load, "SUCCESS: %s file exists", path_.c_str());
+    NV_UNDER(DBG, load, "SUCCESS: %s file exists", path_.c_str());
     return true;
 }
 
 bool P11Module::loadLibrary(const Site& load)
 {
-    NV_AS(TRC, load, "2) Load Module");
+    NV_UNDER(TRC, load, "2) Load Module");
     if (library_ != nullptr) {
-        NV_AS(WRN, load, "This module has already been loaded as %p",
-              static_cast<const void*>(library_.get()));
+        NV_UNDER(WRN, load, "This module has already been loaded as %p",
+                 static_cast<const void*>(library_.get()));
         return false;
     }
     // Unlike the check above, this takes each byte for a character: a path outside ASCII that
@@ -137,63 +139,63 @@ bool P11Module::loadLibrary(const Site& load)
     if (library_ == nullptr)
         library_.reset(LoadLibraryW(path.c_str()));
     if (library_ == nullptr) {
-        NV_AS(ERR, load, "FAILURE: Module [%s] cannot be loaded", path_.c_str());
+        NV_UNDER(ERR, load, "FAILURE: Module [%s] cannot be loaded", path_.c_str());
         return false;
     }
-    NV_AS(DBG, load, "SUCCESS: Module [%s] is loaded as %p", path_.c_str(),
-          static_cast<const void*>(library_.get()));
+    NV_UNDER(DBG, load, "SUCCESS: Module [%s] is loaded as %p", path_.c_str(),
+             static_cast<const void*>(library_.get()));
     state_ = "LOADED";
     return true;
 }
 
 bool P11Module::fetchFunctionList(const Site& load)
 {
-    NV_AS(TRC, load, "3) Get EntryPoint for C_GetFunctionList()");
+    NV_UNDER(TRC, load, "3) Get EntryPoint for C_GetFunctionList()");
     const auto getFunctionList =
         exportOf<CK_C_GetFunctionList>(library_.get(), "C_GetFunctionList");
     if (getFunctionList == nullptr) {
-        NV_AS(ERR, load, "FAILURE: Failed to get location of C_GetFunctionList()");
+        NV_UNDER(ERR, load, "FAILURE: Failed to get location of C_GetFunctionList()");
         return false;
     }
-    NV_AS(DBG, load, "SUCCESS: C_GetFunctionList() is located at %p",
-          reinterpret_cast<const void*>(getFunctionList));
+    NV_UNDER(DBG, load, "SUCCESS: C_GetFunctionList() is located at %p",
+             reinterpret_cast<const void*>(getFunctionList));
 
-    NV_AS(TRC, load, "4) Call C_GetFunctionList()");
-    NV_AS(TRC, load, "Call C_GetFunctionList():START");
+    NV_UNDER(TRC, load, "4) Call C_GetFunctionList()");
+    NV_UNDER(TRC, load, "Call C_GetFunctionList():START");
     CK_RV rv = CKR_GENERAL_ERROR;
     try {
         rv = getFunctionList(&functionList_);
     } catch (...) {
         functionList_ = nullptr;
-        NV_AS(ERR, load, "Caught Exception.");
+        NV_UNDER(ERR, load, "Caught Exception.");
         return false;
     }
-    NV_AS(TRC, load, "Call C_GetFunctionList():END RV=%s", returnValueText(rv));
+    NV_UNDER(TRC, load, "Call C_GetFunctionList():END RV=%s", returnValueText(rv));
     if (rv != CKR_OK || functionList_ == nullptr) {
         functionList_ = nullptr;
-        NV_AS(ERR, load, "FAILURE: Failed to get function list: 0x%lX\n", asLong(rv));
+        NV_UNDER(ERR, load, "FAILURE: Failed to get function list: 0x%lX\n", asLong(rv));
         return false;
     }
     state_ = "INITIALIZED";
     version_ = functionList_->version;
-    NV_AS(DBG, load, "SUCCESS: PKCS#11 Version %d.%d", version_.major, version_.minor);
+    NV_UNDER(DBG, load, "SUCCESS: PKCS#11 Version %d.%d", version_.major, version_.minor);
     return true;
 }
 
 void P11Module::verifyFunctionList(const Site& load)
 {
-    NV_AS(TRC, load, "5) Verify obtained FunctionList (Optional Check)");
+    NV_UNDER(TRC, load, "5) Verify obtained FunctionList (Optional Check)");
     using Initialize = decltype(CK_FUNCTION_LIST::C_Initialize);
     const Initialize listed = functionList_->C_Initialize;
     const auto exported = exportOf<Initialize>(library_.get(), "C_Initialize");
-    NV_AS(DBG, load, "C_Initialize in LST = [%p]", reinterpret_cast<const void*>(listed));
-    NV_AS(DBG, load, "C_Initialize in DLL = [%p]", reinterpret_cast<const void*>(exported));
+    NV_UNDER(DBG, load, "C_Initialize in LST = [%p]", reinterpret_cast<const void*>(listed));
+    NV_UNDER(DBG, load, "C_Initialize in DLL = [%p]", reinterpret_cast<const void*>(exported));
     if (listed == exported) {
-        NV_AS(DBG, load, "SUCCESS: The address of C_Initialize() is verified");
+        NV_UNDER(DBG, load, "SUCCESS: The address of C_Initialize() is verified");
         return;
     }
-    NV_AS(WRN, load, "WARNING: The address of C_Initialize() is not match");
-    NV_AS(DBG, load, "Try to obtain exported entrypoint from DLL");
+    NV_UNDER(WRN, load, "WARNING: The address of C_Initialize() is not match");
+    NV_UNDER(DBG, load, "Try to obtain exported entrypoint from DLL");
     if (repairFunctionList_)
         repairFunctionList(load);
 }
@@ -202,12 +204,12 @@ void P11Module::verifyFunctionList(const Site& load)
 // through the list tests for that, the repair does not.
 void P11Module::repairFunctionList(const Site& load)
 {
-    NV_AS(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
+    NV_UNDER(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
 #define NV_ENTRY(name, parameters)                                                                 \
     functionList_->name = exportOf<decltype(CK_FUNCTION_LIST::name)>(library_.get(), #name);
     NV_CK_FUNCTIONS(NV_ENTRY)
 #undef NV_ENTRY
-    NV_AS(DBG, load, "Updated FuncList = %s", toText(*functionList_).c_str());
+    NV_UNDER(DBG, load, "Updated FuncList = %s", toText(*functionList_).c_str());
 }
 
 bool P11Module::init()
@@ -235,20 +237,20 @@ bool P11Module::initializeLibrary(const Site& init)
     try {
         // Clears whatever initialisation an earlier user of the library left; the answer is of no
         // interest.
-        NV_AS(TRC, init, "Call C_Finalize():START");
+        NV_UNDER(TRC, init, "Call C_Finalize():START");
         rv = present(functionList_->C_Finalize)(nullptr);
-        NV_AS(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
+        NV_UNDER(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
 
-        NV_AS(TRC, init, "Call C_Initialize():START");
+        NV_UNDER(TRC, init, "Call C_Initialize():START");
         rv = present(functionList_->C_Initialize)(nullptr);
-        NV_AS(TRC, init, "Call C_Initialize():END RV=%s", returnValueText(rv));
+        NV_UNDER(TRC, init, "Call C_Initialize():END RV=%s", returnValueText(rv));
     } catch (...) {
         // Spelt like this on purpose, here and in finalizeLibrary.
-        NV_AS(ERR, init, "Caught Enxception");
+        NV_UNDER(ERR, init, "Caught Enxception");
         return false;
     }
     if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
-        NV_AS(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
+        NV_UNDER(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
         return false;
     }
     state_ = "INITIALIZED";
@@ -258,15 +260,15 @@ bool P11Module::initializeLibrary(const Site& init)
 bool P11Module::readLibraryInfo(const Site& init)
 {
     CK_INFO info{};
-    NV_AS(TRC, init, "Call C_GetInfo():START");
+    NV_UNDER(TRC, init, "Call C_GetInfo():START");
     const CK_RV rv = present(functionList_->C_GetInfo)(&info);
-    NV_AS(TRC, init, "Call C_GetInfo():END RV=%s", returnValueText(rv));
+    NV_UNDER(TRC, init, "Call C_GetInfo():END RV=%s", returnValueText(rv));
     if (rv != CKR_OK) {
-        NV_AS(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
+        NV_UNDER(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
         return false;
     }
-    NV_AS(DBG, init, "SUCCESS: C_GetInfo()");
-    NV_AS(DBG, init, "CK_INFO = %s", toText(info).c_str());
+    NV_UNDER(DBG, init, "SUCCESS: C_GetInfo()");
+    NV_UNDER(DBG, init, "CK_INFO = %s", toText(info).c_str());
     libraryInfo_ = info;
     return true;
 }
@@ -276,7 +278,7 @@ bool P11Module::readSlots(const Site& init)
     const auto getSlotList = present(functionList_->C_GetSlotList);
     CK_ULONG count = 0;
     std::vector<CK_SLOT_ID> ids;
-    NV_AS(TRC, init, "Call C_GetSlotList():START");
+    NV_UNDER(TRC, init, "Call C_GetSlotList():START");
     CK_RV rv = getSlotList(CK_TRUE, nullptr, &count);
     const bool counted = rv == CKR_OK;
     if (counted) {
@@ -285,16 +287,16 @@ bool P11Module::readSlots(const Site& init)
         // A count that grew between the calls does not make the buffer larger.
         ids.resize(std::min<size_t>(ids.size(), count));
     }
-    NV_AS(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
+    NV_UNDER(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
     if (!counted) {
-        NV_AS(ERR, init, "FAILURE: C_GetSlotList() : 0x%lX", asLong(rv));
+        NV_UNDER(ERR, init, "FAILURE: C_GetSlotList() : 0x%lX", asLong(rv));
         return false;
     }
     if (rv == CKR_OK) {
-        NV_AS(DBG, init, "SUCCESS: C_GetSlotList()");
-        NV_AS(DBG, init, "Present Slot Count = %lu", asLong(static_cast<CK_ULONG>(ids.size())));
+        NV_UNDER(DBG, init, "SUCCESS: C_GetSlotList()");
+        NV_UNDER(DBG, init, "Present Slot Count = %lu", asLong(static_cast<CK_ULONG>(ids.size())));
         for (size_t i = 0; i < ids.size(); ++i)
-            NV_AS(DBG, init, "Slot[%d] = %lu", static_cast<int>(i), asLong(ids[i]));
+            NV_UNDER(DBG, init, "Slot[%d] = %lu", static_cast<int>(i), asLong(ids[i]));
     }
     // One buffer for all slots: a slot whose information cannot be read shows what the slot before
     // it left there.
@@ -309,21 +311,21 @@ std::unique_ptr<P11Slot> P11Module::readSlot(const Site& init, CK_SLOT_ID slotId
 {
     auto slot = std::make_unique<P11Slot>();
 
-    NV_AS(DBG, init, "Call C_GetSlotInfo():START");
+    NV_UNDER(DBG, init, "Call C_GetSlotInfo():START");
     CK_RV rv = present(functionList_->C_GetSlotInfo)(slotId, &slotInfo);
-    NV_AS(TRC, init, "Call C_GetSlotInfo():END RV=%s", returnValueText(rv));
+    NV_UNDER(TRC, init, "Call C_GetSlotInfo():END RV=%s", returnValueText(rv));
     if (rv == CKR_OK) {
-        NV_AS(DBG, init, "SUCCESS: C_GetSlotInfo()");
-        NV_AS(DBG, init, "SlotInfo: %s", toText(slotInfo).c_str());
+        NV_UNDER(DBG, init, "SUCCESS: C_GetSlotInfo()");
+        NV_UNDER(DBG, init, "SlotInfo: %s", toText(slotInfo).c_str());
     }
 
     CK_TOKEN_INFO tokenInfo{};
-    NV_AS(TRC, init, "Call C_GetTokenInfo():START");
+    NV_UNDER(TRC, init, "Call C_GetTokenInfo():START");
     rv = present(functionList_->C_GetTokenInfo)(slotId, &tokenInfo);
-    NV_AS(TRC, init, "Call C_GetTokenInfo():END RV=%s", returnValueText(rv));
+    NV_UNDER(TRC, init, "Call C_GetTokenInfo():END RV=%s", returnValueText(rv));
     if (rv == CKR_OK) {
-        NV_AS(DBG, init, "SUCCESS: C_GetTokenInfo()");
-        NV_AS(DBG, init, "TokenInfo: %s", toText(tokenInfo).c_str());
+        NV_UNDER(DBG, init, "SUCCESS: C_GetTokenInfo()");
+        NV_UNDER(DBG, init, "TokenInfo: %s", toText(tokenInfo).c_str());
         slot->setId(slotId);
         slot->setSlotInfo(slotInfo);
         slot->setTokenInfo(tokenInfo);
@@ -338,7 +340,7 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
     const auto getMechanismList = present(functionList_->C_GetMechanismList);
     CK_ULONG count = 0;
     std::vector<CK_MECHANISM_TYPE> types;
-    NV_AS(TRC, init, "Call C_GetMechanismList():START");
+    NV_UNDER(TRC, init, "Call C_GetMechanismList():START");
     CK_RV rv = getMechanismList(slotId, nullptr, &count);
     const bool counted = rv == CKR_OK;
     const CK_ULONG announced = count;
@@ -347,22 +349,22 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
         rv = getMechanismList(slotId, types.data(), &count);
         types.resize(std::min<size_t>(types.size(), count));
     }
-    NV_AS(TRC, init, "Call C_GetMechanismList():END RV=%s", returnValueText(rv));
+    NV_UNDER(TRC, init, "Call C_GetMechanismList():END RV=%s", returnValueText(rv));
     if (counted)
-        NV_AS(DBG, init, "SUCCESS: C_GetMechanismList(): Count=%d", static_cast<int>(announced));
+        NV_UNDER(DBG, init, "SUCCESS: C_GetMechanismList(): Count=%d", static_cast<int>(announced));
     if (rv != CKR_OK)
         return;
 
     for (const CK_MECHANISM_TYPE type : types) {
         CK_MECHANISM_INFO info{};
-        NV_AS(TRC, init, "Call C_GetMechanismInfo():START");
+        NV_UNDER(TRC, init, "Call C_GetMechanismInfo():START");
         rv = present(functionList_->C_GetMechanismInfo)(slotId, type, &info);
-        NV_AS(TRC, init, "Call C_GetMechanismInfo():END RV=%s", returnValueText(rv));
+        NV_UNDER(TRC, init, "Call C_GetMechanismInfo():END RV=%s", returnValueText(rv));
         if (rv != CKR_OK)
             continue;
-        NV_AS(TRC, init, "Add Mechanism[%s(0x%04x)]:Flag=0x%08x,MinKeySize=%d,MaxKeySize=%d",
-              mechanismText(type), type, info.flags, static_cast<int>(info.ulMinKeySize),
-              static_cast<int>(info.ulMaxKeySize));
+        NV_UNDER(TRC, init, "Add Mechanism[%s(0x%04x)]:Flag=0x%08x,MinKeySize=%d,MaxKeySize=%d",
+                 mechanismText(type), type, info.flags, static_cast<int>(info.ulMinKeySize),
+                 static_cast<int>(info.ulMaxKeySize));
         slot.addMechanism(type, info);
     }
 }
@@ -371,15 +373,15 @@ bool P11Module::finalizeLibrary(const Site& init)
 {
     CK_RV rv = CKR_GENERAL_ERROR;
     try {
-        NV_AS(TRC, init, "Call C_Finalize():START");
+        NV_UNDER(TRC, init, "Call C_Finalize():START");
         rv = present(functionList_->C_Finalize)(nullptr);
-        NV_AS(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
+        NV_UNDER(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
     } catch (...) {
-        NV_AS(ERR, init, "Caught Enxception");
+        NV_UNDER(ERR, init, "Caught Enxception");
         return false;
     }
     if (rv != CKR_OK) {
-        NV_AS(ERR, init, "Error finalizing the cryptoki library: 0x%lX\n", asLong(rv));
+        NV_UNDER(ERR, init, "Error finalizing the cryptoki library: 0x%lX\n", asLong(rv));
         return false;
     }
     return true;

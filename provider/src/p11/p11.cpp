@@ -17,39 +17,20 @@ using namespace call_layer;
 
 namespace call_layer {
 
-void logArgument(const Site& site, int index, const char* name, Format format, uintptr_t value)
-{
-    const auto low = static_cast<unsigned>(value);
-    switch (format) {
-    case Format::Pointer:
-        NV_AT(DBG, site, "ARG[%d]:%s=%p", index, name, asPointer(value));
-        break;
-    case Format::Number:
-        NV_AT(DBG, site, "ARG[%d]:%s=%d", index, name, static_cast<int>(low));
-        break;
-    case Format::Flags:
-        NV_AT(DBG, site, "ARG[%d]:%s=0x%x", index, name, low);
-        break;
-    case Format::BareFlags:
-        NV_AT(DBG, site, "ARG[%d]:%s=%x", index, name, low);
-        break;
-    }
-}
-
 bool hasFunctionList(const Site& site, const CK_FUNCTION_LIST* list)
 {
     if (list == nullptr)
-        NV_AT(ERR, site, "Function List is not initialized");
+        NV_UNDER(ERR, site, "Function List is not initialized");
     return list != nullptr;
 }
 
 void logOutcome(const Site& site, const char* name, Outcome outcome, CK_RV rv, double milliseconds)
 {
     if (outcome == Outcome::End)
-        NV_AT(TRC, site, "CALL %s(): END [%.3f msec]", name, milliseconds);
+        NV_UNDER(TRC, site, "CALL %s(): END [%.3f msec]", name, milliseconds);
     else
-        NV_AT(TRC, site, "CALL %s(): Result = %s, Elapsed [%.3f msec]", name, returnValueText(rv),
-              milliseconds);
+        NV_UNDER(TRC, site, "CALL %s(): Result = %s, Elapsed [%.3f msec]", name,
+                 returnValueText(rv), milliseconds);
 }
 
 }  // namespace call_layer
@@ -89,7 +70,7 @@ bool Pkcs11::loadModule(std::string path)
 {
     Trace trace(NV_HERE);
     const std::lock_guard guard(lock_);
-    NV_ARG(trace, "path=%s", path.c_str());
+    trace.arguments(text("path", path.c_str()));
     if (module_ != nullptr)
         return trace.leaving(false);
     module_ = std::make_unique<P11Module>(std::move(path));
@@ -102,7 +83,7 @@ CK_C_INITIALIZE_ARGS* Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pIni
     auto* args = static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs);
     const bool generated = args == nullptr;
     if (generated) {
-        NV_AT(INF, site, "InitArgs will be generated because it is null");
+        NV_UNDER(INF, site, "InitArgs will be generated because it is null");
         args = std::make_unique<CK_C_INITIALIZE_ARGS>(
                    CK_C_INITIALIZE_ARGS{createMutex, destroyMutex, lockMutex, unlockMutex,
                                         CKF_LIBRARY_CANT_CREATE_OS_THREADS | CKF_OS_LOCKING_OK,
@@ -111,12 +92,12 @@ CK_C_INITIALIZE_ARGS* Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pIni
     }
     replaced = module_->replaceInitArgs(args, generated);
     const auto code = [](auto function) { return reinterpret_cast<const void*>(function); };
-    NV_AT(INF, site, "ARGS.CreateMutex=%p", code(args->CreateMutex));
-    NV_AT(INF, site, "ARGS.DestroyMutex=%p", code(args->DestroyMutex));
-    NV_AT(INF, site, "ARGS.LockMutex=%p", code(args->LockMutex));
-    NV_AT(INF, site, "ARGS.UnlockMutex=%p", code(args->UnlockMutex));
-    NV_AT(INF, site, "ARGS.pReserved=%p", args->pReserved);
-    NV_AT(INF, site, "ARGS.flags=0x%02x", args->flags);
+    NV_UNDER(INF, site, "ARGS.CreateMutex=%p", code(args->CreateMutex));
+    NV_UNDER(INF, site, "ARGS.DestroyMutex=%p", code(args->DestroyMutex));
+    NV_UNDER(INF, site, "ARGS.LockMutex=%p", code(args->LockMutex));
+    NV_UNDER(INF, site, "ARGS.UnlockMutex=%p", code(args->UnlockMutex));
+    NV_UNDER(INF, site, "ARGS.pReserved=%p", args->pReserved);
+    NV_UNDER(INF, site, "ARGS.flags=0x%02x", args->flags);
     return args;
 }
 
@@ -125,7 +106,7 @@ CK_RV Pkcs11::C_Initialize(CK_VOID_PTR pInitArgs)
     constexpr Site here = NV_HERE;
     const Trace trace(here);
     const std::lock_guard guard(lock_);
-    logArguments(here, pointer("pInitArgs", pInitArgs));
+    logArguments<LogLevel::DBG>(here, 0, pointer("pInitArgs", pInitArgs));
     CK_RV rv = CKR_GENERAL_ERROR;
     if (hasFunctionList(here, functionList())) {
         // Kept until the library has taken the new ones: it may still look at the old ones.
@@ -161,7 +142,7 @@ CK_RV Pkcs11::C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR pSlotList, CK_
     constexpr Site here = NV_HERE;
     const auto logCount = [&](CK_RV rv) {
         if (rv == CKR_OK && pulCount != nullptr)
-            NV_AT(TRC, here, "Slot Count: %d", static_cast<int>(*pulCount));
+            NV_UNDER(TRC, here, "Slot Count: %d", static_cast<int>(*pulCount));
     };
     return call(NV_CALL(C_GetSlotList, End), nothingBefore, logCount,
                 number("tokenPresent", tokenPresent), pointer("pSlotList", pSlotList),
@@ -222,9 +203,9 @@ CK_RV Pkcs11::C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pAppl
     constexpr Site here = NV_HERE;
     const auto logFlags = [&] {
         if ((flags & CKF_SERIAL_SESSION) != 0)
-            NV_AT(DBG, here, "CKF_SERIAL_SESSION is enabled");
+            NV_UNDER(DBG, here, "CKF_SERIAL_SESSION is enabled");
         if ((flags & CKF_RW_SESSION) != 0)
-            NV_AT(DBG, here, "CKF_RW_SESSION is enabled");
+            NV_UNDER(DBG, here, "CKF_RW_SESSION is enabled");
     };
     return call(NV_CALL(C_OpenSession, Result), logFlags, nothingAfter, number("slotID", slotID),
                 flagBits("flags", flags), pointer("pApplication", pApplication),
@@ -273,8 +254,9 @@ CK_RV Pkcs11::C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8
     constexpr Site here = NV_HERE;
     const Trace trace(here);
     const std::lock_guard guard(lock_);
-    logArguments(here, pointer("hSession", hSession), number("userType", userType),
-                 pointer("pPin", pPin), number("ulPinLen", ulPinLen));
+    logArguments<LogLevel::DBG>(here, 0, pointer("hSession", hSession),
+                                number("userType", userType), pointer("pPin", pPin),
+                                number("ulPinLen", ulPinLen));
     CK_RV rv = CKR_GENERAL_ERROR;
     if (!hasFunctionList(here, functionList())) {
         // Said there already.
@@ -300,7 +282,7 @@ CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_U
         unlock.run();
         return rv;
     } catch (...) {
-        NV_AT(ERR, site, "Caught Exception");
+        NV_UNDER(ERR, site, "Caught Exception");
         return CKR_FUNCTION_FAILED;
     }
 }

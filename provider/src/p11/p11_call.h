@@ -1,5 +1,5 @@
-// What the wrappers of the call layer share: how an argument prints, how the outcome of a call is
-// told, and the course of a call. Only the p11*.cpp files include it.
+// What the wrappers of the call layer share: how the outcome of a call is told, and the course of a
+// call. Only the p11*.cpp files include it.
 
 #pragma once
 
@@ -13,52 +13,6 @@
 #include "p11/p11text.h"
 
 namespace NV::call_layer {
-
-// How an argument prints: %p, %d, 0x%x, %x.
-enum class Format { Pointer, Number, Flags, BareFlags };
-
-template <typename T>
-struct Argument {
-    const char* name;
-    T value;
-    Format format;
-};
-
-// Handles print as pointers too, although they are 32-bit numbers.
-template <typename T>
-Argument<T> pointer(const char* name, T value)
-{
-    return {name, value, Format::Pointer};
-}
-
-template <typename T>
-Argument<T> number(const char* name, T value)
-{
-    return {name, value, Format::Number};
-}
-
-inline Argument<CK_FLAGS> flagBits(const char* name, CK_FLAGS value)
-{
-    return {name, value, Format::Flags};
-}
-
-template <typename T>
-uintptr_t bits(T value)
-{
-    if constexpr (std::is_integral_v<T>)
-        return value;
-    else
-        return reinterpret_cast<uintptr_t>(value);
-}
-
-void logArgument(const Site& site, int index, const char* name, Format format, uintptr_t value);
-
-template <typename... Arguments>
-void logArguments(const Site& site, const Arguments&... arguments)
-{
-    int index = 0;
-    (logArgument(site, index++, arguments.name, arguments.format, bits(arguments.value)), ...);
-}
 
 // Logs an error when there is no list.
 bool hasFunctionList(const Site& site, const CK_FUNCTION_LIST* list);
@@ -75,7 +29,7 @@ CK_RV guarded(const Site& site, const char* name, Outcome outcome, Entry entry, 
               Values... values)
 {
     try {
-        NV_AT(TRC, site, "CALL %s(): START", name);
+        NV_UNDER(TRC, site, "CALL %s(): START", name);
         if (entry == nullptr)
             throw std::bad_function_call();
         const Stopwatch clock;
@@ -84,7 +38,7 @@ CK_RV guarded(const Site& site, const char* name, Outcome outcome, Entry entry, 
         after(rv);
         return rv;
     } catch (...) {
-        NV_AT(ERR, site, "Caught Exception");
+        NV_UNDER(ERR, site, "Caught Exception");
         return CKR_FUNCTION_FAILED;
     }
 }
@@ -98,7 +52,7 @@ auto logInfo(const Site& site, const char* name, const Info* pInfo)
 {
     return [=](CK_RV rv) {
         if (rv == CKR_OK && pInfo != nullptr)
-            NV_AT(TRC, site, "%s = %s", name, toText(*pInfo).c_str());
+            NV_UNDER(TRC, site, "%s = %s", name, toText(*pInfo).c_str());
     };
 }
 
@@ -113,14 +67,14 @@ CK_RV Pkcs11::call(const Call& which, const Before& before, const After& after,
     using namespace call_layer;
     const Trace trace(which.site);
     const std::lock_guard guard(lock_);
-    logArguments(which.site, arguments...);
+    logArguments<LogLevel::DBG>(which.site, 0, arguments...);
     CK_RV rv = CKR_GENERAL_ERROR;
     if (const CK_FUNCTION_LIST* list = functionList(); hasFunctionList(which.site, list)) {
         before();
         rv = guarded(which.site, which.name, which.outcome, which.entryOf(*list), after,
                      arguments.value...);
     }
-    trace.leave(which.site.line);
+    trace.leave();
     return rv;
 }
 

@@ -114,10 +114,10 @@ CK_RV Pkcs11::C_SignInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism
     const auto logMechanism = [&] {
         if (pMechanism == nullptr)
             return;
-        NV_AT(DBG, here, "pMechanism->mechanism = 0x%x", pMechanism->mechanism);
-        NV_AT(DBG, here, "pMechanism->pParameter = %p", pMechanism->pParameter);
-        NV_AT(DBG, here, "pMechanism->ulParameterLen = %d",
-              static_cast<int>(pMechanism->ulParameterLen));
+        NV_UNDER(DBG, here, "pMechanism->mechanism = 0x%x", pMechanism->mechanism);
+        NV_UNDER(DBG, here, "pMechanism->pParameter = %p", pMechanism->pParameter);
+        NV_UNDER(DBG, here, "pMechanism->ulParameterLen = %d",
+                 static_cast<int>(pMechanism->ulParameterLen));
     };
     return call(NV_CALL(C_SignInit, End), logMechanism, nothingAfter, pointer("hSession", hSession),
                 pointer("pMechanism", pMechanism), pointer("hKey", hKey));
@@ -325,11 +325,10 @@ CK_RV Pkcs11::C_CancelFunction(CK_SESSION_HANDLE hSession)
     return NV_PLAIN_CALL(C_CancelFunction, End, pointer("hSession", hSession));
 }
 
-// "pRserved" is spelt so on purpose.
+// Compat: "pRserved" is spelt like this, and the flags print without "0x".
 CK_RV Pkcs11::C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, CK_VOID_PTR pReserved)
 {
-    return NV_PLAIN_CALL(C_WaitForSlotEvent, End,
-                         Argument<CK_FLAGS>{"flags", flags, Format::BareFlags},
+    return NV_PLAIN_CALL(C_WaitForSlotEvent, End, bareFlagBits("flags", flags),
                          pointer("pSlot", pSlot), pointer("pRserved", pReserved));
 }
 

@@ -62,7 +62,7 @@ CK_RV Pkcs11::C_FindObjectsInit(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTe
     constexpr Site here = NV_HERE;
     const auto logTemplate = [&] {
         for (CK_ULONG i = 0; pTemplate != nullptr && i < ulCount; ++i)
-            NV_AT(TRC, here, "ATTR[%d]=%s", static_cast<int>(i), toText(pTemplate[i]).c_str());
+            NV_UNDER(TRC, here, "ATTR[%d]=%s", static_cast<int>(i), toText(pTemplate[i]).c_str());
     };
     return call(NV_CALL(C_FindObjectsInit, Result), logTemplate, nothingAfter,
                 pointer("hSession", hSession), pointer("pTemplate", pTemplate),
@@ -76,11 +76,11 @@ CK_RV Pkcs11::C_FindObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE_PTR phO
     const auto logObjects = [&](CK_RV rv) {
         if (rv != CKR_OK || pulObjectCount == nullptr)
             return;
-        NV_AT(TRC, here, "OBJECT COUNT = %d", static_cast<int>(*pulObjectCount));
+        NV_UNDER(TRC, here, "OBJECT COUNT = %d", static_cast<int>(*pulObjectCount));
         // Never past the caller's buffer, whatever count the library reports.
         const CK_ULONG count = std::min(*pulObjectCount, ulMaxObjectCount);
         for (CK_ULONG i = 0; phObject != nullptr && i < count; ++i)
-            NV_AT(TRC, here, "OBJECT[%d]=%p", static_cast<int>(i), asPointer(phObject[i]));
+            NV_UNDER(TRC, here, "OBJECT[%d]=%p", static_cast<int>(i), asPointer(phObject[i]));
     };
     return call(NV_CALL(C_FindObjects, Result), nothingBefore, logObjects,
                 pointer("hSession", hSession), pointer("phObject", phObject),

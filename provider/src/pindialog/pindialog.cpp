@@ -95,15 +95,15 @@ INT_PTR PINDialog::forward(const Site& site, HWND hDlg, UINT message, WPARAM wPa
     try {
         if (message != WM_INITDIALOG)
             return Procedure(hDlg, message, wParam, lParam);
-        NV_AS(TRC, site, "WM_INITDIALOG: self = %p", static_cast<const void*>(this));
-        NV_AS(TRC, site, "WM_INITDIALOG: hDlg = %p", static_cast<const void*>(hDlg));
+        NV_UNDER(TRC, site, "WM_INITDIALOG: self = %p", static_cast<const void*>(this));
+        NV_UNDER(TRC, site, "WM_INITDIALOG: hDlg = %p", static_cast<const void*>(hDlg));
         if (dialog_ != nullptr)
             return FALSE;
         dialog_ = hDlg;
         SetWindowLongPtrW(hDlg, GWLP_USERDATA, reinterpret_cast<LONG_PTR>(this));
-        NV_AS(TRC, site, "WM_INITDIALOG: self->hDlg = %p", static_cast<const void*>(dialog_));
+        NV_UNDER(TRC, site, "WM_INITDIALOG: self->hDlg = %p", static_cast<const void*>(dialog_));
         const INT_PTR result = Procedure(hDlg, message, wParam, lParam);
-        NV_AS(TRC, site, "WM_INITDIALOG: return = %d", static_cast<int>(result));
+        NV_UNDER(TRC, site, "WM_INITDIALOG: return = %d", static_cast<int>(result));
         return result;
     } catch (...) {
         error_ = std::current_exception();
@@ -144,29 +144,29 @@ INT_PTR PINDialog::Procedure(HWND hDlg, UINT message, WPARAM wParam, LPARAM)
 void PINDialog::prepare(const Site& site, HWND hDlg) const
 {
     if (hDlg == nullptr)
-        NV_AS(ERR, site, "Invalid window handle = NULL");
+        NV_UNDER(ERR, site, "Invalid window handle = NULL");
     if (HWND field = GetDlgItem(hDlg, pinField); field != nullptr) {
         SendMessageW(field, EM_SETPASSWORDCHAR, bullet, 0);
-        NV_AS(TRC, site, "WM_INITDIALOG: EM_SETPASSWORDCHAR hwnd=%p",
-              static_cast<const void*>(field));
+        NV_UNDER(TRC, site, "WM_INITDIALOG: EM_SETPASSWORDCHAR hwnd=%p",
+                 static_cast<const void*>(field));
     } else {
         // Spelt so, here and below; logs are searched by it.
-        NV_AS(ERR, site, "Failed to change password charactor");
+        NV_UNDER(ERR, site, "Failed to change password charactor");
     }
     RECT frame;
     if (!GetWindowRect(hDlg, &frame)) {
-        NV_AS(ERR, site, "Failed to move to center");
+        NV_UNDER(ERR, site, "Failed to move to center");
         return;
     }
     // The template's DS_CENTER has centred the window; the position is only logged.
     const int width = frame.right - frame.left;
     const int height = frame.bottom - frame.top;
-    NV_AS(TRC, site, "WM_INITDIALOG: GetWindowRect() w=%d, h=%d", width, height);
+    NV_UNDER(TRC, site, "WM_INITDIALOG: GetWindowRect() w=%d, h=%d", width, height);
     const int x = GetSystemMetrics(SM_CXSCREEN) / 2 - width / 2;
     const int y = GetSystemMetrics(SM_CYSCREEN) / 2 - height / 2;
-    NV_AS(TRC, site, "WM_INITDIALOG: Calcurated cordination x=%d, y=%d", x, y);
-    NV_AS(TRC, site, "WM_INITDIALOG: Try to call SetWindowPos() hDlg=%p",
-          static_cast<const void*>(hDlg));
+    NV_UNDER(TRC, site, "WM_INITDIALOG: Calcurated cordination x=%d, y=%d", x, y);
+    NV_UNDER(TRC, site, "WM_INITDIALOG: Try to call SetWindowPos() hDlg=%p",
+             static_cast<const void*>(hDlg));
 }
 
 void PINDialog::accept(const Site& site, HWND hDlg)
@@ -189,15 +189,15 @@ void PINDialog::accept(const Site& site, HWND hDlg)
         refuse(L"Too many characters.");
     } else {
         pin_ = std::move(pin);
-        NV_AS(TRC, site, "WM_COMMAND[IDOK]: verified password(%d:bytes)",
-              static_cast<int>(pin_.size()));
+        NV_UNDER(TRC, site, "WM_COMMAND[IDOK]: verified password(%d:bytes)",
+                 static_cast<int>(pin_.size()));
         EndDialog(hDlg, 1);
     }
 }
 
 void PINDialog::cancel(const Site& site, HWND hDlg)
 {
-    NV_AS(TRC, site, "WM_COMMAND[IDCANCEL]: canceled");
+    NV_UNDER(TRC, site, "WM_COMMAND[IDCANCEL]: canceled");
     canceled_ = true;
     EndDialog(hDlg, 1);
 }

@@ -7,6 +7,7 @@
 #include <ostream>
 #include <string>
 
+#include "base/text.h"
 #include "log_capture.h"
 
 namespace NV::test {
@@ -58,8 +59,8 @@ TEST_P(LogWideText, OfTheLongestMessageIsWrittenWhole)
     LogCapture capture;
     const size_t count = longest / size();
     const std::string filler(longest % size(), '.');
-    TRC("%ls%s", wide(count).c_str(), filler.c_str());
-    SEV("%s%ls", filler.c_str(), wide(count).c_str());
+    TRC("%s%s", toUtf8(wide(count)).c_str(), filler.c_str());
+    SEV("%s%s", filler.c_str(), toUtf8(wide(count)).c_str());
     EXPECT_EQ("TRC " + narrow(count) + filler + "\nSEV " + filler + narrow(count) + "\n",
               render(capture.lines()));
 }
@@ -69,8 +70,8 @@ TEST_P(LogWideText, OfOneByteMoreMakesTheMessageEmpty)
     LogCapture capture;
     const size_t count = longest / size();
     const std::string filler(longest % size() + 1, '.');
-    TRC("%ls%s", wide(count).c_str(), filler.c_str());
-    SEV("%s%ls", filler.c_str(), wide(count).c_str());
+    TRC("%s%s", toUtf8(wide(count)).c_str(), filler.c_str());
+    SEV("%s%s", filler.c_str(), toUtf8(wide(count)).c_str());
     TRC("next");
     EXPECT_EQ("TRC \nSEV \nTRC next\n", render(capture.lines()));
 }

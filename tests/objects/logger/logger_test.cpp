@@ -161,16 +161,6 @@ TEST(LogRecord, EndsInCarriageReturnAndLineFeed)
     EXPECT_EQ(2U, lineFeeds);
 }
 
-TEST(LogRecord, WideTextIsWrittenAsUtf8)
-{
-    LogCapture capture;
-    const wchar_t key[] = {0xD83D, 0xDD11, 0};
-    const wchar_t* null = nullptr;
-    TRC("pszKeyName=%ls,%ls,%ls,%ls", L"caf\u00E9", L"\u20AC", key, null);
-    EXPECT_EQ("TRC pszKeyName=caf\xC3\xA9,\xE2\x82\xAC,\xF0\x9F\x94\x91,(null)\n",
-              messages(capture.lines()));
-}
-
 TEST(LogRecord, AMessageOf65535CharactersIsWrittenWhole)
 {
     LogCapture capture;

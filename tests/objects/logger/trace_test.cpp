@@ -12,6 +12,7 @@
 #include <utility>
 #include <vector>
 
+#include "base/scope_exit.h"
 #include "log_capture.h"
 
 // clang 14, which only lints this, cannot evaluate NV_HERE where the name has a template's parameters.
@@ -236,14 +237,6 @@ TEST(MakeSite, TheNameBeginsBehindTheSignsOfTheResultType)
     EXPECT_EQ("main", traced::name(makeSite("main", "a.cpp", 1)));
 }
 
-TEST(MakeSite, AnotherLineOfTheSamePlace)
-{
-    constexpr Site site = makeSite("bool NV::Provider::init(int)", "a/nvvtoken.cpp", 87).at(99);
-    EXPECT_EQ("NV::Provider::init", traced::name(site));
-    EXPECT_STREQ("nvvtoken.cpp", site.file);
-    EXPECT_EQ(99, site.line);
-}
-
 // --- messages ---
 
 TEST(LogMacros, PutTheirPlaceBeforeTheMessage)
@@ -274,31 +267,25 @@ TRC NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:
 TEST(LogMacros, WriteTheWholePrefix)
 {
     LogCapture capture;
-    NV_AT(ERR, makeSite("void NV::Provider::init(int)", "provider/src/nvvtoken.cpp", 87),
-          "failed: %d", 3);
+    NV_LINE(ERR, makeSite("void NV::Provider::init(int)", "", 0), "nvvtoken.cpp", 87, "failed: %d",
+            3);
     const test::LogLines lines = capture.lines();
     ASSERT_EQ(1U, lines.size());
     EXPECT_TRUE(lines[0].raw.ends_with("] NV::Provider::init[nvvtoken.cpp:87]:failed: 3"))
         << lines[0].raw;
 }
 
-TEST(LogMacros, WideTextWorksBehindAPlace)
+constexpr Site otherFunction = makeSite("void NV::KeyStore::load()", "src/keystore.cpp", 1);
+
+TEST(LogMacros, AStepSpeaksUnderItsOperationsNameWithItsOwnFileAndLine)
 {
     LogCapture capture;
-    NV_AT(TRC, makeSite("void f()", "a.cpp", 1), "pszName=%ls", L"\u00E9");
-    EXPECT_EQ("TRC f:pszName=\xC3\xA9\n", test::render(capture.lines()));
-}
-
-constexpr Site otherFunction = makeSite("void NV::KeyStore::load()", "src/trace_test.cpp", 1);
-
-TEST(LogMacros, AStepSpeaksUnderItsOperationsNameWithItsOwnLine)
-{
-    LogCapture capture;
-    NV_AS(ERR, otherFunction, "step %d", 2);
+    NV_UNDER(ERR, otherFunction, "step %d", 2);
     const int line = __LINE__ - 1;
     const test::LogLines lines = capture.lines();
     ASSERT_EQ(1U, lines.size());
     EXPECT_EQ("ERR NV::KeyStore::load:step 2", test::render(lines[0]));
+    EXPECT_EQ("trace_test.cpp", lines[0].file);
     EXPECT_EQ(line, lines[0].line);
 }
 
@@ -321,14 +308,13 @@ TEST(NoOutput, ARecordIsCountedAndItsArgumentsAreNotWorkedOut)
     NV_INF("%d", workedOut(times));
     NV_DBG("%d", workedOut(times));
     NV_TRC("%d", workedOut(times));
-    NV_AT(ERR, NV_HERE, "%d", workedOut(times));
-    NV_AS(ERR, NV_HERE, "%d", workedOut(times));
+    NV_UNDER(ERR, NV_HERE, "%d", workedOut(times));
     EXPECT_EQ(0, times);
-    EXPECT_EQ(9U, loggerRecordCount());
+    EXPECT_EQ(8U, loggerRecordCount());
     loggerSettings().types = logToFile;
     NV_TRC("%d", workedOut(times));
     EXPECT_EQ(1, times);
-    EXPECT_EQ(10U, loggerRecordCount());
+    EXPECT_EQ(9U, loggerRecordCount());
     EXPECT_EQ(1U, capture.lines().size());
 }
 
@@ -351,9 +337,9 @@ TEST(NoOutput, AnElseBehindARecordBelongsToTheIfBeforeIt)
     LogCapture capture;
     for (const bool first : {true, false}) {
         if (first)
-            NV_AT(TRC, NV_HERE, "first");
+            NV_UNDER(TRC, NV_HERE, "first");
         else
-            NV_AT(TRC, NV_HERE, "second");
+            NV_UNDER(TRC, NV_HERE, "second");
     }
     const test::LogLines lines = capture.lines();
     ASSERT_EQ(2U, lines.size());
@@ -366,21 +352,23 @@ TEST(NoOutput, AnElseBehindARecordBelongsToTheIfBeforeIt)
 int lineOfEnter = 0;
 int lineOfEnd = 0;
 
-unsigned withStatus(uintptr_t handle)
+constexpr int32_t invalidParameter = -2146893785;  // 0x80090027
+
+int32_t withStatus(uintptr_t handle)
 {
     lineOfEnter = __LINE__ + 1;
     Trace trace{NV_HERE};
-    NV_ARG(trace, "hKey=%p", asPointer(handle));
-    NV_ARG(trace, "dwFlags=0x%x", 0x40U);
+    trace.arguments(pointer("hKey", handle));
+    trace.arguments(flagBits("dwFlags", 0x40U));
     trace.startClock();
     lineOfEnd = __LINE__ + 1;
-    return trace.end(0x80090027U);
+    return trace.end(invalidParameter);
 }
 
 TEST(TraceScope, WritesEnterArgumentsStatusAndLeave)
 {
     LogCapture capture;
-    EXPECT_EQ(0x80090027U, withStatus(0x1234));
+    EXPECT_EQ(invalidParameter, withStatus(0x1234));
     const test::LogLines lines = capture.lines();
     test::expectBlock(lines, R"(
 TRC NV::{anonymous}::withStatus:ENTER
@@ -397,12 +385,12 @@ TRC NV::{anonymous}::withStatus:LEAVE
     EXPECT_EQ(lineOfEnd, lines[4].line);
 }
 
-TEST(TraceScope, AStatusMayBeSignedAndZero)
+TEST(TraceScope, AStatusMayBeNegativeAndZero)
 {
     LogCapture capture;
     const Trace trace{makeSite("void f()", "a.cpp", 1)};
-    EXPECT_EQ(0L, trace.end(0L));
-    EXPECT_EQ(-2146893785L, trace.end(-2146893785L));
+    EXPECT_EQ(0, trace.end(0));
+    EXPECT_EQ(invalidParameter, trace.end(invalidParameter));
     test::expectBlock(capture.lines(), R"(
 TRC f:ENTER
 TRC f:STATUS=0x0, ELAPSED:#(ms)
@@ -423,15 +411,76 @@ TEST(TraceScope, AnIndexCanBeLeftOut)
 {
     LogCapture capture;
     Trace trace{NV_HERE};
-    NV_ARG(trace, "a=%d", 1);
+    trace.arguments(number("a", 1));
     trace.skipArgument();
-    NV_ARG(trace, "c=%d", 3);
-    NV_ARG(trace, "plain");
+    trace.arguments(number("c", 3));
     const test::LogLines lines = capture.lines();
-    ASSERT_EQ(4U, lines.size());
+    ASSERT_EQ(3U, lines.size());
     EXPECT_EQ("ARG[0]:a=1", lines[1].message);
     EXPECT_EQ("ARG[2]:c=3", lines[2].message);
-    EXPECT_EQ("ARG[3]:plain", lines[3].message);
+}
+
+TEST(TraceArguments, PrintAsTheirDescriptorsSay)
+{
+    LogCapture capture;
+    Trace trace{makeSite("void f()", "a.cpp", 1)};
+    const char narrow[] = "key";
+    const wchar_t wide[] = L"n\u00FA\U0001F511";
+    trace.arguments(pointer("pointer", &narrow), pointer("handle", 0x12U), number("number", -7),
+                    number("size", sizeof narrow), flagBits("flags", 0x8000001DU),
+                    bareFlagBits("bare", 0x1DU), text("narrow", narrow), text("wide", wide),
+                    byteCount("pin", 8U));
+    const auto* noNarrow = static_cast<const char*>(nullptr);
+    const auto* noWide = static_cast<const wchar_t*>(nullptr);
+    const auto* nothing = static_cast<const void*>(nullptr);
+    trace.arguments(text("narrow", noNarrow), text("wide", noWide), pointer("none", nothing),
+                    spaced(text("id", "01AB")));
+    test::expectBlock(capture.lines(), R"(
+TRC f:ENTER
+TRC f:ARG[0]:pointer=PTR
+TRC f:ARG[1]:handle=PTR
+TRC f:ARG[2]:number=-7
+TRC f:ARG[3]:size=4
+TRC f:ARG[4]:flags=0x8000001d
+TRC f:ARG[5]:bare=1d
+TRC f:ARG[6]:narrow=key
+TRC f:ARG[7]:wide=nÃºð
+TRC f:ARG[8]:pin=8(bytes)
+TRC f:ARG[9]:narrow=(null)
+TRC f:ARG[10]:wide=(null)
+TRC f:ARG[11]:none=NULL
+TRC f:ARG[12]:id = 01AB
+)");
+}
+
+TEST(TraceArguments, HaveTheLevelThatIsAskedFor)
+{
+    LogCapture capture;
+    Trace trace{makeSite("void f()", "a.cpp", 1)};
+    trace.arguments<LogLevel::DBG>(number("a", 1));
+    logArguments<LogLevel::ERR>(otherFunction, 3, number("b", 2), number("c", 3));
+    test::expectBlock(capture.lines(), R"(
+TRC f:ENTER
+DBG f:ARG[0]:a=1
+ERR NV::KeyStore::load:ARG[3]:b=2
+ERR NV::KeyStore::load:ARG[4]:c=3
+)");
+}
+
+TEST(TraceArguments, CarryTheFileAndLineOfTheirOwnStatement)
+{
+    LogCapture capture;
+    Trace trace{otherFunction};
+    const int line = __LINE__ + 1;
+    trace.arguments(number("a", 1));
+    trace.leave();
+    const test::LogLines lines = capture.lines();
+    ASSERT_EQ(3U, lines.size());
+    EXPECT_EQ("keystore.cpp", lines[0].file);
+    EXPECT_EQ("trace_test.cpp", lines[1].file);
+    EXPECT_EQ(line, lines[1].line);
+    EXPECT_EQ("trace_test.cpp", lines[2].file);
+    EXPECT_EQ(line + 1, lines[2].line);
 }
 
 TEST(TraceScope, CountsItsRecordsWithoutOutputToo)
@@ -449,13 +498,13 @@ TEST(TraceScope, AnIndexCountsWhetherItsLineIsWrittenOrNot)
 {
     LogCapture capture;
     Trace trace{NV_HERE};
-    NV_ARG(trace, "a=%d", 1);
+    trace.arguments(number("a", 1));
     loggerSettings().types = 0;
-    NV_ARG(trace, "b=%d", 2);
+    trace.arguments(number("b", 2));
     trace.skipArgument();
-    NV_ARG(trace, "d=%d", 4);
+    trace.arguments(number("d", 4));
     loggerSettings().types = logToFile;
-    NV_ARG(trace, "e=%d", 5);
+    trace.arguments(number("e", 5));
     const test::LogLines lines = capture.lines();
     ASSERT_EQ(3U, lines.size());
     EXPECT_EQ("ARG[0]:a=1", lines[1].message);
@@ -470,7 +519,7 @@ TEST(TraceScope, ATimeThatBeganWithoutOutputIsNone)
     const Stopwatch watch;
     Sleep(5);
     loggerSettings().types = logToFile;
-    trace.end(0U);
+    trace.end(0);
     EXPECT_EQ("STATUS=0x0, ELAPSED:0.000(ms)", capture.lines().at(0).message);
     EXPECT_EQ(0.0, watch.milliseconds());
 }
@@ -526,7 +575,7 @@ TEST(TraceScope, MeasuresFromTheStartOfTheClockInMilliseconds)
 void leftByException()
 {
     Trace trace{NV_HERE};
-    NV_ARG(trace, "a=%d", 1);
+    trace.arguments(number("a", 1));
     trace.startClock();
     throw std::runtime_error("left");
 }
