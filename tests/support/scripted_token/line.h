@@ -1,6 +1,6 @@
 // Renders a call's arguments as one line of text, in the form that tests compare literally.
 // Used by the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms. A line
-// stays empty while calls are not recorded.
+// is empty while calls are not recorded.
 
 #pragma once
 
@@ -22,7 +22,7 @@ public:
     Line& bytes(const char* name, const void* data, CK_ULONG length);
     // Input characters, as they are.
     Line& text(const char* name, const CK_UTF8CHAR* data, CK_ULONG length);
-    // A pointer of which only the presence counts: `given` or `null`.
+    // A pointer of which only the presence matters: `given` or `null`.
     Line& pointer(const char* name, const void* value);
     // An output buffer with its in/out length: `null`, `room[LENGTH]` or `room[?]`.
     Line& room(const char* name, const void* buffer, const CK_ULONG* length);
