@@ -75,7 +75,8 @@ std::unique_ptr<Provider> opened(Counter& counter, const std::string& name,
     return provider;
 }
 
-// The calls of opening: the fixed part, those for each certificate, and those for each further slot.
+// The calls of opening: the fixed part, those for each certificate, and those for each further
+// slot.
 void countOpening(ScriptedToken& token, Counter& counter)
 {
     const Bytes der = certificateFixture("rsa2048");

@@ -1,5 +1,5 @@
-// Compares a record of the logger with the bare system calls of a file record and, without an output,
-// with formatting its message.
+// Compares a record of the logger with the bare system calls of a file record and, without an
+// output, with formatting its message.
 
 #include "logger/logger.h"
 
@@ -151,8 +151,8 @@ void measureFileRecord(Results& results, const Plan& plan, const std::string& na
     logRecord();
     BareRecord bare(folder.path(), today);
     bare.setText(test::readFile(today));
-    // A run in a large folder takes milliseconds, and a batch needs more than a few runs. In a small
-    // folder, other file system load has an effect, which more pairs reduce.
+    // A run in a large folder takes milliseconds, and a batch needs more than a few runs. In a
+    // small folder, other file system load has an effect, which more pairs reduce.
     const Plan batches =
         entries >= 1000 ? Plan{plan.pairs, 5 * plan.batch} : Plan{3 * plan.pairs, plan.batch};
     results.ratio(

@@ -1,5 +1,5 @@
-// Opens a provider: time and memory for each certificate with growing numbers of certificates on the
-// token, and the time that publication adds.
+// Opens a provider: time and memory for each certificate with growing numbers of certificates on
+// the token, and the time that publication adds.
 
 #include <algorithm>
 #include <chrono>

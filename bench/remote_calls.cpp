@@ -1,6 +1,6 @@
-// Measures the cost of a token behind a network: makes the module's calls through a PKCS#11 library in
-// this process and, in turn, to the same token through p11-kit's remoting. bench/fleet.sh makes the
-// network and runs this program once for each round trip time.
+// Measures the cost of a token behind a network: makes the module's calls through a PKCS#11 library
+// in this process and, in turn, to the same token through p11-kit's remoting. bench/fleet.sh makes
+// the network and runs this program once for each round trip time.
 
 #include <cstdio>
 #include <exception>

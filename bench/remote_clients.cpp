@@ -1,5 +1,6 @@
-// Measures the throughput of one token: clients that sign repeatedly at the same time, each a process
-// with a connection for each signature. bench/fleet.sh makes the network and runs this program.
+// Measures the throughput of one token: clients that sign repeatedly at the same time, each a
+// process with a connection for each signature. bench/fleet.sh makes the network and runs this
+// program.
 
 #include <sys/wait.h>
 #include <unistd.h>

@@ -1,6 +1,6 @@
-// Token operations with the scripted token, whose calls cost almost nothing: the time that the module
-// adds to the same PKCS#11 calls written bare, with logging off and growing numbers of keys, open keys
-// and open providers.
+// Token operations with the scripted token, whose calls cost almost nothing: the time that the
+// module adds to the same PKCS#11 calls written bare, with logging off and growing numbers of keys,
+// open keys and open providers.
 
 #include <algorithm>
 #include <list>
@@ -67,8 +67,8 @@ void compareAt(Results& results, const Plan& plan, const Extent& extent, const s
     std::list<OpenProvider> providers;
     for (size_t i = 0; i < extent.providers; ++i)
         providers.emplace_back(module);
-    // The providers have all keys, the token has two. The token would search the others, which would
-    // displace the module from the processor's caches.
+    // The providers have all keys, the token has two. The token would search the others, which
+    // would displace the module from the processor's caches.
     token.clearObjects();
     fill(token, 2);
     const OpenProvider& provider = providers.front();

@@ -1,5 +1,5 @@
-// Verifications on 1, 2, 4 and 8 threads, each with a provider of its own, on a scripted token whose
-// C_Verify takes a millisecond, compared with the throughput of one thread.
+// Verifications on 1, 2, 4 and 8 threads, each with a provider of its own, on a scripted token
+// whose C_Verify takes a millisecond, compared with the throughput of one thread.
 
 #include <deque>
 #include <thread>

@@ -1,7 +1,7 @@
 // Compares the cost of tracing each PKCS#11 call: the module's call layer with file logging on, and
-// OpenSC's tracing library pkcs11-spy, with the same SoftHSM2 token. All calls, also the bare ones, use
-// the bridge, in one session of one process. A second copy of the bridge loads the tracing library,
-// which uses the token library that is already loaded.
+// OpenSC's tracing library pkcs11-spy, with the same SoftHSM2 token. All calls, also the bare ones,
+// use the bridge, in one session of one process. A second copy of the bridge loads the tracing
+// library, which uses the token library that is already loaded.
 
 #include <windows.h>
 

@@ -14,7 +14,8 @@ struct Curve {
     std::vector<Rounds> nanoseconds;  // by size; the rounds of all were timed in turn
 };
 
-// Fewer and longer batches, so that other load affects pieces of work of very different length alike.
+// Fewer and longer batches, so that other load affects pieces of work of very different length
+// alike.
 Plan longBatches(const Plan& plan);
 
 // The time of each round divided by the size.

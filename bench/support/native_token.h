@@ -14,8 +14,8 @@
 
 namespace NV::bench {
 
-// The time of each call in microseconds, by the name of the call; sums of several have names of their
-// own.
+// The time of each call in microseconds, by the name of the call; sums of several have names of
+// their own.
 using Times = std::map<std::string, std::vector<double>>;
 
 // The calls throw std::runtime_error when the library does not return CKR_OK.

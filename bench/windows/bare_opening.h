@@ -9,8 +9,8 @@ namespace NV::bench {
 // The library must be loaded. Throws std::runtime_error when a call fails.
 void openBare(const CK_FUNCTION_LIST& library);
 
-// Throws std::runtime_error unless opening and freeing a provider with the chosen token calls the same
-// functions in the same order. Records calls while it runs.
+// Throws std::runtime_error unless opening and freeing a provider with the chosen token calls the
+// same functions in the same order. Records calls while it runs.
 void expectSameCalls(test::ScriptedToken& token);
 
 }  // namespace NV::bench

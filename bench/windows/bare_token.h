@@ -17,8 +17,8 @@ namespace NV::bench {
 // with the same arguments. Each throws std::runtime_error when a call fails.
 class BareToken {
 public:
-    // Loads the library, or shares the instance that the module has loaded. Uses the first slot with a
-    // token.
+    // Loads the library, or shares the instance that the module has loaded. Uses the first slot
+    // with a token.
     BareToken(const std::filesystem::path& library, std::string pin);
     ~BareToken();
     BareToken(const BareToken&) = delete;

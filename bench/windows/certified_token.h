@@ -1,4 +1,5 @@
-// Scripted tokens with any number of certificates, for benchmarks of how costs grow with that number.
+// Scripted tokens with any number of certificates, for benchmarks of how costs grow with that
+// number.
 
 #pragma once
 
@@ -9,8 +10,8 @@
 
 namespace NV::bench {
 
-// A separate token: a copy of the library in the folder, with that many certificates, RSA-2048 and EC
-// P-256 in turn. Each has its own serial number, subject key and CKA_ID; their signatures do not
+// A separate token: a copy of the library in the folder, with that many certificates, RSA-2048 and
+// EC P-256 in turn. Each has its own serial number, subject key and CKA_ID; their signatures do not
 // verify. Calls are not recorded.
 class CertifiedToken {
 public:
@@ -23,8 +24,8 @@ public:
     test::ScriptedToken& scripted() { return token_; }
     const test::ScriptedToken& scripted() const { return token_; }
 
-    // The name of a key: the hexadecimal text of its certificate's CKA_ID, 40 characters. The names are
-    // in no order.
+    // The name of a key: the hexadecimal text of its certificate's CKA_ID, 40 characters. The names
+    // are in no order.
     static std::wstring keyName(size_t number);
 
 private:

@@ -1,5 +1,5 @@
-// The module inside the benchmark program: its shipped objects behind its operation table, without the
-// DLL, so that the benchmark can replace the PIN dialog and exclude parts from a figure.
+// The module inside the benchmark program: its shipped objects behind its operation table, without
+// the DLL, so that the benchmark can replace the PIN dialog and exclude parts from a figure.
 
 #pragma once
 
@@ -14,8 +14,8 @@
 
 namespace NV::bench {
 
-// While it exists, the module's configuration names this PKCS#11 library, the log is off, and the PIN
-// dialog returns the PIN at once.
+// While it exists, the module's configuration names this PKCS#11 library, the log is off, and the
+// PIN dialog returns the PIN at once.
 class LinkedModule {
 public:
     LinkedModule(const std::filesystem::path& library, const std::string& pin);

@@ -1,5 +1,5 @@
-// Each token operation twice: through the module's table, and as the same PKCS#11 calls written bare.
-// For the benchmarks that compare the two.
+// Each token operation twice: through the module's table, and as the same PKCS#11 calls written
+// bare. For the benchmarks that compare the two.
 
 #pragma once
 

@@ -13,8 +13,8 @@ void setPublishing(bool on);
 // Time spent inside the store's functions since the start.
 std::chrono::nanoseconds timeInsideStore();
 
-// While it exists, the current user's registry is an empty tree for this process, so that publishing
-// does not change the user's own store, which Wine keeps there.
+// While it exists, the current user's registry is an empty tree for this process, so that
+// publishing does not change the user's own store, which Wine keeps there.
 class EmptyUserRegistry {
 public:
     EmptyUserRegistry();

@@ -1,5 +1,5 @@
-// The values of the four logging keys. The input is a value, a line feed, and the profile folder that
-// replaces "~".
+// The values of the four logging keys. The input is a value, a line feed, and the profile folder
+// that replaces "~".
 
 #include <strings.h>
 

@@ -1,6 +1,6 @@
-// The buffer list that an application passes to a key derivation. The first byte of the input selects
-// HMAC or not. Each buffer begins with its type, a byte whose lowest bit makes it a null pointer and
-// whose next bit puts it at an odd address, and its size in two bytes.
+// The buffer list that an application passes to a key derivation. The first byte of the input
+// selects HMAC or not. Each buffer begins with its type, a byte whose lowest bit makes it a null
+// pointer and whose next bit puts it at an odd address, and its size in two bytes.
 
 #include <optional>
 #include <vector>

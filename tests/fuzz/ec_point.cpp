@@ -1,5 +1,5 @@
-// The public point of a certificate. The first byte selects the curve or is the coordinate size; the
-// point follows.
+// The public point of a certificate. The first byte selects the curve or is the coordinate size;
+// the point follows.
 
 #include "keystore/keystore_blob.h"
 #include "target.h"

@@ -1,6 +1,6 @@
 // Texts of applications and tokens in a log record: names of keys and properties in UTF-16, narrow
-// texts, numbers. The input: the capacity of the buffer and a number, a narrow text up to a line feed,
-// then UTF-16.
+// texts, numbers. The input: the capacity of the buffer and a number, a narrow text up to a line
+// feed, then UTF-16.
 
 #include <cstdarg>
 #include <cstdio>

@@ -1,5 +1,5 @@
-// The names of return values, mechanisms and attribute types, for any number. The input is a list of
-// numbers of four bytes. The same value always has the same text.
+// The names of return values, mechanisms and attribute types, for any number. The input is a list
+// of numbers of four bytes. The same value always has the same text.
 
 #include <cctype>
 #include <cstdlib>

@@ -186,7 +186,8 @@ TEST_P(Derivation, HashIsOpenSslsDigestOfOpenSslsSecret)
                       digest(joined({before, secret()})));
         expectDerived(hashKdf, Parameters().hash(hash).append(after), 0,
                       digest(joined({secret(), after})));
-        // Several buffers of one kind are joined in their order, regardless of the buffers between them.
+        // Several buffers of one kind are joined in their order, regardless of the buffers between
+        // them.
         expectDerived(hashKdf,
                       Parameters()
                           .append(after)

@@ -1,5 +1,5 @@
-// ECDSA with keys on the token: OpenSSL verifies the provider's signatures, and the provider those of
-// OpenSSL.
+// ECDSA with keys on the token: OpenSSL verifies the provider's signatures, and the provider those
+// of OpenSSL.
 
 #include "ecdsa_der.h"
 #include "token_test.h"

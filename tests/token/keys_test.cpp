@@ -1,5 +1,5 @@
-// The provider's information on the token's keys without the PIN: names, properties, public key blobs
-// and the certificates in the user's store, compared with OpenSSL's view of the certificates.
+// The provider's information on the token's keys without the PIN: names, properties, public key
+// blobs and the certificates in the user's store, compared with OpenSSL's view of the certificates.
 
 #include <filesystem>
 #include <memory>
@@ -49,8 +49,8 @@ bool isRsa(const TokenKey& key)
     return key.bits > 1000;
 }
 
-// Each suite has its own provider. What opening a key leaves in it (an entry for an unknown name, empty
-// properties after a handle was closed) does not affect the others.
+// Each suite has its own provider. What opening a key leaves in it (an entry for an unknown name,
+// empty properties after a handle was closed) does not affect the others.
 class KeyList : public TokenTest {
 protected:
     struct Listed {

@@ -1,4 +1,5 @@
-// RSA encryption with keys on the token: OpenSSL decrypts what the provider encrypts, and vice versa.
+// RSA encryption with keys on the token: OpenSSL decrypts what the provider encrypts, and vice
+// versa.
 
 #include <string>
 

@@ -1,5 +1,5 @@
-// RSA signatures with keys on the token: PKCS #1 v1.5 and PSS, verified by OpenSSL, and the provider's
-// verification of its own signatures and of OpenSSL's.
+// RSA signatures with keys on the token: PKCS #1 v1.5 and PSS, verified by OpenSSL, and the
+// provider's verification of its own signatures and of OpenSSL's.
 
 #include <optional>
 #include <string>
@@ -141,8 +141,8 @@ TEST_P(RsaSignature, ProviderVerifiesPssOfItsOwnAndOfOpenSsl)
     }
 }
 
-// If no hash is named, verification leaves the DigestInfo to the caller. If a hash is named, the token
-// hashes its input: the signed value does not verify, the message does.
+// If no hash is named, verification leaves the DigestInfo to the caller. If a hash is named, the
+// token hashes its input: the signed value does not verify, the message does.
 TEST_P(RsaSignature, ProviderVerifiesPkcs1OverDigestInfoAndHash)
 {
     const OpenedKey key = open(GetParam());

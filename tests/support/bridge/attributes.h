@@ -47,10 +47,10 @@ public:
     native::CK_ATTRIBUTE* data();
     native::CK_ULONG count() const;
 
-    // Writes values and lengths back to the caller's template after the native call, and returns the
-    // call's return value. Attributes that cannot be converted get the length (CK_ULONG)-1, and a
-    // successful call becomes CKR_ATTRIBUTE_TYPE_INVALID (contains a template, or unknown shape) or
-    // CKR_GENERAL_ERROR (value does not fit in 32 bits).
+    // Writes values and lengths back to the caller's template after the native call, and returns
+    // the call's return value. Attributes that cannot be converted get the length (CK_ULONG)-1, and
+    // a successful call becomes CKR_ATTRIBUTE_TYPE_INVALID (contains a template, or unknown shape)
+    // or CKR_GENERAL_ERROR (value does not fit in 32 bits).
     CK_RV finish(CK_RV result);
 
 private:

@@ -1,5 +1,5 @@
-// Tests p11bridge.dll with SoftHSM2: mechanisms and their parameters, and operations. OpenSSL on the
-// host verifies the results.
+// Tests p11bridge.dll with SoftHSM2: mechanisms and their parameters, and operations. OpenSSL on
+// the host verifies the results.
 
 #include <algorithm>
 

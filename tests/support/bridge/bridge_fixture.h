@@ -1,5 +1,5 @@
-// Shared by the tests of p11bridge.dll with SoftHSM2: their token, a session, and helpers for objects,
-// attributes, signatures and files of the host.
+// Shared by the tests of p11bridge.dll with SoftHSM2: their token, a session, and helpers for
+// objects, attributes, signatures and files of the host.
 
 #pragma once
 

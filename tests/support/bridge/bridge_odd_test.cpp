@@ -1,5 +1,6 @@
 // Tests p11bridge.dll with odd_module, a native library whose values do not fit or that reads its
-// parameters late. No value may be truncated silently, and the native library may call no Windows code.
+// parameters late. No value may be truncated silently, and the native library may call no Windows
+// code.
 
 #include <gtest/gtest.h>
 

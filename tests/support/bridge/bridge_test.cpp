@@ -1,5 +1,5 @@
-// Tests p11bridge.dll with SoftHSM2: loading, information, sessions, objects and their attributes have
-// the right values in the Windows interface.
+// Tests p11bridge.dll with SoftHSM2: loading, information, sessions, objects and their attributes
+// have the right values in the Windows interface.
 
 #include <algorithm>
 

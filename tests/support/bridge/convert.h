@@ -1,5 +1,6 @@
-// Converts numbers between the 64-bit CK_ULONG of a native library and the 32-bit CK_ULONG of Windows,
-// and defines the error that ends a call whose result does not fit. For the bridge's own files.
+// Converts numbers between the 64-bit CK_ULONG of a native library and the 32-bit CK_ULONG of
+// Windows, and defines the error that ends a call whose result does not fit. For the bridge's own
+// files.
 
 #pragma once
 

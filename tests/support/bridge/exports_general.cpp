@@ -216,7 +216,8 @@ NV_EXPORT(C_SetPIN,
                                 ulNewLen);
           })
 
-// The native library does not get the Windows callback, because its calling convention is different.
+// The native library does not get the Windows callback, because its calling convention is
+// different.
 NV_EXPORT(C_OpenSession,
           (CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication, CK_NOTIFY,
            CK_SESSION_HANDLE_PTR phSession),

@@ -1,5 +1,5 @@
-// Converts mechanisms and their parameters for the native library. Used by the exports that start an
-// operation or create a key.
+// Converts mechanisms and their parameters for the native library. Used by the exports that start
+// an operation or create a key.
 
 #pragma once
 
@@ -35,9 +35,9 @@ private:
         parameter_;
 };
 
-// Keeps the mechanism of a session's operation alive, because a native library may use the parameter
-// until the operation is complete; the caller's own parameter lives as long.
-// operation: any value that distinguishes the kinds of operations.
+// Keeps the mechanism of a session's operation alive, because a native library may use the
+// parameter until the operation is complete; the caller's own parameter lives as long. operation:
+// any value that distinguishes the kinds of operations.
 void keepMechanism(CK_SESSION_HANDLE session, int operation, std::unique_ptr<Mechanism> mechanism);
 void forgetMechanisms(CK_SESSION_HANDLE session);
 void forgetAllMechanisms();

@@ -1,6 +1,6 @@
 // A native PKCS#11 library with unusual behavior: numbers beyond 32 bits, parameters that it reads
-// late, more objects than one call returns. It also reports the arguments of its calls, as text in the
-// library description of C_GetInfo. p11bridge.dll loads it for bridge_odd_test.cpp only.
+// late, more objects than one call returns. It also reports the arguments of its calls, as text in
+// the library description of C_GetInfo. p11bridge.dll loads it for bridge_odd_test.cpp only.
 
 #include <algorithm>
 #include <cstddef>

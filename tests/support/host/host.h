@@ -1,5 +1,5 @@
-// The Linux host for tests that run under Wine: commands, the Unix environment, and paths. For tests
-// that need the tools of OpenSSL or SoftHSM2. All texts are UTF-8. All functions throw
+// The Linux host for tests that run under Wine: commands, the Unix environment, and paths. For
+// tests that need the tools of OpenSSL or SoftHSM2. All texts are UTF-8. All functions throw
 // std::runtime_error when they cannot reach the host.
 
 #pragma once

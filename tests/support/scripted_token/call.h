@@ -111,8 +111,8 @@ inline Line sessionLine(CK_SESSION_HANDLE handle)
     return Line{}.hex("session", handle);
 }
 
-// Returns a list or bytes in the usual way: the count for a null buffer, an error for a buffer that is
-// too small. A lie changes what is reported, never what is written.
+// Returns a list or bytes in the usual way: the count for a null buffer, an error for a buffer that
+// is too small. A lie changes what is reported, never what is written.
 template <typename Element>
 CK_RV give(std::span<const Element> output, Element* buffer, CK_ULONG* count, Lie lie)
 {

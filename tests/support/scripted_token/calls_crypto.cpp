@@ -35,8 +35,8 @@ Line lineOf(CK_SESSION_HANDLE session, const Input& input, const Output& output)
     return lineOf(session, input).room(output.name, output.buffer, output.length);
 }
 
-// Returns the result. Every result ends the operation, except a successful length query and a buffer
-// that was too small.
+// Returns the result. Every result ends the operation, except a successful length query and a
+// buffer that was too small.
 CK_RV finish(Token& token, std::optional<Operation>& operation, Computation compute,
              const Output& output, Lie lie)
 {

@@ -1,5 +1,5 @@
-// The control interface that scripted_token.dll exports: plain functions for the token, the recorded
-// calls and the faults.
+// The control interface that scripted_token.dll exports: plain functions for the token, the
+// recorded calls and the faults.
 
 #include "call.h"
 #include "function_list.h"

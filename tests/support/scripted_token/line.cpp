@@ -39,7 +39,8 @@ std::string hexBytes(const void* data, CK_ULONG length)
     return text;
 }
 
-// Blocks with pointers are rendered as the content that they point to: addresses differ with each run.
+// Blocks with pointers are rendered as the content that they point to: addresses differ with each
+// run.
 std::string parameterText(const CK_MECHANISM& mechanism)
 {
     if (mechanism.pParameter != nullptr && mechanism.mechanism == CKM_RSA_PKCS_OAEP &&

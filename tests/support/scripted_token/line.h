@@ -1,6 +1,6 @@
-// Renders a call's arguments as one line of text, in the form that tests compare literally.
-// Used by the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms. A line
-// is empty while calls are not recorded.
+// Renders a call's arguments as one line of text, in the form that tests compare literally. Used by
+// the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms. A line is
+// empty while calls are not recorded.
 
 #pragma once
 

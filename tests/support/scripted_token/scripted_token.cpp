@@ -17,7 +17,8 @@ template <typename Function>
 Function exportOf(void* library, const char* name)
 {
     const FARPROC address = GetProcAddress(static_cast<HMODULE>(library), name);
-    // Through a generic function type, because the compiler warns about casts between different types.
+    // Through a generic function type, because the compiler warns about casts between different
+    // types.
     return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
 }
 

@@ -1,6 +1,6 @@
-// The tests' side of the scripted token: loads scripted_token.dll from the folder of the test program,
-// the same instance that the code under test loads by path(), configures it and reads its state.
-// README.md in this folder describes the token, the forms of recorded calls and the faults.
+// The tests' side of the scripted token: loads scripted_token.dll from the folder of the test
+// program, the same instance that the code under test loads by path(), configures it and reads its
+// state. README.md in this folder describes the token, the forms of recorded calls and the faults.
 
 #pragma once
 
@@ -66,8 +66,8 @@ public:
     // apply, and the order of calls is still checked.
     void setRecording(bool on);
 
-    // Faults: on the nth call from now, counted from 1, or on every call (0). They accumulate; a fault
-    // for a single call is removed by it. An unknown name throws std::invalid_argument.
+    // Faults: on the nth call from now, counted from 1, or on every call (0). They accumulate; a
+    // fault for a single call is removed by it. An unknown name throws std::invalid_argument.
     void fail(const std::string& function, CK_RV rv, uint32_t nth = 0);
     // Like fail, but the call does its work before it returns the value.
     void failAfterWork(const std::string& function, CK_RV rv, uint32_t nth = 0);

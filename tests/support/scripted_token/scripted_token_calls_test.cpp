@@ -1,5 +1,5 @@
-// The scripted token's test, second part: how calls are recorded, what the operations return, and that
-// each of the 68 functions can succeed.
+// The scripted token's test, second part: how calls are recorded, what the operations return, and
+// that each of the 68 functions can succeed.
 
 #include <array>
 #include <thread>

@@ -1,6 +1,7 @@
 // The control interface of the scripted token, which scripted_token.dll exports as
-// ScriptedTokenControl in addition to its PKCS#11 functions. Plain C types only, so that library and
-// test can be built separately. Tests use the class ScriptedToken (scripted_token.h), not this table.
+// ScriptedTokenControl in addition to its PKCS#11 functions. Plain C types only, so that library
+// and test can be built separately. Tests use the class ScriptedToken (scripted_token.h), not this
+// table.
 
 #pragma once
 
@@ -51,8 +52,8 @@ struct TokenState {
 struct ScriptedTokenControl {
     void (*reset)();
 
-    // Calls, in order of arrival. Texts are not terminated; at most `capacity` characters are copied,
-    // and both functions return the whole length.
+    // Calls, in order of arrival. Texts are not terminated; at most `capacity` characters are
+    // copied, and both functions return the whole length.
     uint32_t (*callCount)();
     uint32_t (*callLine)(uint32_t index, char* text, uint32_t capacity);
     uint32_t (*callName)(uint32_t index, char* text, uint32_t capacity);

@@ -1,5 +1,5 @@
-// The scripted token's test, third part: faults, function lists, callbacks, threads, and the two other
-// faulty libraries.
+// The scripted token's test, third part: faults, function lists, callbacks, threads, and the two
+// other faulty libraries.
 
 #include <chrono>
 #include <cstring>

@@ -1,5 +1,6 @@
 // The fixed identifiers, texts and byte patterns of the scripted token, for the token itself and
-// for the tests that compute its results. All values are unusual, so that a mixed-up value is visible.
+// for the tests that compute its results. All values are unusual, so that a mixed-up value is
+// visible.
 
 #pragma once
 

@@ -1,5 +1,5 @@
-// Converts ECDSA signatures between CNG's form, r || s, and OpenSSL's form, the DER of Ecdsa-Sig-Value
-// (RFC 3279, 2.2.3). For the tests of EC keys.
+// Converts ECDSA signatures between CNG's form, r || s, and OpenSSL's form, the DER of
+// Ecdsa-Sig-Value (RFC 3279, 2.2.3). For the tests of EC keys.
 
 #pragma once
 

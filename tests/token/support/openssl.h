@@ -1,9 +1,9 @@
-// OpenSSL's command line on the host: verifies what the provider did with the token, and is the other
-// party of encryption, signatures and key agreement. For all tests with a real token.
+// OpenSSL's command line on the host: verifies what the provider did with the token, and is the
+// other party of encryption, signatures and key agreement. For all tests with a real token.
 //
-// Private keys and certificates are those in the token's folder. Options are those of OpenSSL, such as
-// "-pkeyopt rsa_padding_mode:pss". All functions throw std::runtime_error with OpenSSL's message when
-// OpenSSL fails.
+// Private keys and certificates are those in the token's folder. Options are those of OpenSSL, such
+// as "-pkeyopt rsa_padding_mode:pss". All functions throw std::runtime_error with OpenSSL's message
+// when OpenSSL fails.
 
 #pragma once
 
@@ -37,13 +37,15 @@ public:
     Bytes publicKeyInfo(const TokenKey& key) const;
     Bytes modulus(const TokenKey& key) const;
 
-    // Makes the other party's key pair on this curve ("P-256") and returns its SubjectPublicKeyInfo. The
-    // agreement is between the token's key, whose file OpenSSL reads, and the latest such key pair.
+    // Makes the other party's key pair on this curve ("P-256") and returns its
+    // SubjectPublicKeyInfo. The agreement is between the token's key, whose file OpenSSL reads, and
+    // the latest such key pair.
     Bytes makePeer(const std::string& curve) const;
     Bytes agreedWithPeer(const TokenKey& key) const;
 
 private:
-    // Runs openssl in the folder and returns its exit code, 0 or 1. Its output is in the file "log".
+    // Runs openssl in the folder and returns its exit code, 0 or 1. Its output is in the file
+    // "log".
     int start(const std::string& arguments) const;
     void run(const std::string& arguments) const;
     Bytes output(const std::string& arguments) const;  // the file "output" that it wrote

@@ -58,8 +58,8 @@ std::string tokenFolder()
     return NV_TEST_TOKEN_FOLDER;
 }
 
-// A copy, because SoftHSM2 writes to its files at every login, and a process that reads them at that
-// moment may find half of a token.
+// A copy, because SoftHSM2 writes to its files at every login, and a process that reads them at
+// that moment may find half of a token.
 TokenProfile::TokenProfile(const std::string& made)
 {
     const std::string tokens = host::quoted(made + "/tokens");

@@ -1,5 +1,5 @@
-// The base of all tests with a real token: a profile, the module, an opened provider on the token that
-// make-token.sh made, and its operations with results as values.
+// The base of all tests with a real token: a profile, the module, an opened provider on the token
+// that make-token.sh made, and its operations with results as values.
 
 #pragma once
 
@@ -23,15 +23,15 @@ namespace NV::test {
 std::string tokenFolder();
 inline constexpr wchar_t tokenPin[] = L"keywarden-pin-4711";
 
-// A status and the output of the operation: as many bytes as it reports. The caller's buffer ends after
-// them or at its given size; a write past the end fails the test.
+// A status and the output of the operation: as many bytes as it reports. The caller's buffer ends
+// after them or at its given size; a write past the end fails the test.
 struct Outcome {
     SECURITY_STATUS status = 0;
     Bytes bytes;
 };
 
-// A profile for the module and a copy of the token for the library. Made before the module is loaded,
-// because both read them when they load.
+// A profile for the module and a copy of the token for the library. Made before the module is
+// loaded, because both read them when they load.
 class TokenProfile {
 public:
     // The folder that make-token.sh made.
@@ -77,8 +77,8 @@ private:
     NCRYPT_KEY_HANDLE handle_ = 0;
 };
 
-// One profile, module and provider for all cases of a suite. A case does not affect the others, because
-// every operation on the token is complete in itself.
+// One profile, module and provider for all cases of a suite. A case does not affect the others,
+// because every operation on the token is complete in itself.
 class TokenTest : public testing::Test {
 public:
     static void SetUpTestSuite();
