@@ -61,7 +61,7 @@ VIAddVersionKey "LegalCopyright" "Norvanta"
     !uninstfinalize `${SIGN} "%1"`
 !endif
 
-Var PathText  ; the machine's PATH as it stands in the registry
+Var PathText  ; the machine's PATH, as the registry has it
 Var PathType  ; 1 REG_SZ, 2 REG_EXPAND_SZ
 Var PathFits  ; 1: PathText is all of it and has room for one more folder
 Var PathRest  ; PathText without the product's folder
@@ -123,8 +123,8 @@ FunctionEnd
 Function ${UN}SplitPath
     StrCpy $PathRest ""
     StrCpy $PathFound 0
-    StrCpy $0 $PathText ; what is still to be looked at
-    StrCpy $1 ""        ; what stands before the next entry that is kept
+    StrCpy $0 $PathText ; the rest of the value
+    StrCpy $1 ""        ; the separator before the next entry of $PathRest
     ${Do}
         StrCpy $2 0 ; the length of the first entry
         ${Do}

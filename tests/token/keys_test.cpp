@@ -83,7 +83,7 @@ class KeyProperties : public TokenTest {};
 class KeyNames : public TokenTest {};
 class TokenKeys : public TokenTest {};
 
-// Keeps the PKCS #11 library initialised, as a browser in the same process would.
+// Keeps the PKCS #11 library initialized, as a browser in the same process would.
 class LibraryUser {
 public:
     LibraryUser() : library_(LoadLibraryW(host::winelibPath("p11bridge.dll").c_str()))

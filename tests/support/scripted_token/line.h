@@ -27,7 +27,7 @@ public:
     // An output buffer with its in/out length: `null`, `room[LENGTH]` or `room[?]`.
     Line& room(const char* name, const void* buffer, const CK_ULONG* length);
     Line& mechanism(const CK_MECHANISM* mechanism);
-    // A template with values, and one whose values are to be filled in.
+    // A template with values, and a template whose values the call fills in.
     Line& attributes(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG count);
     Line& wanted(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG count);
     Line& initArguments(const CK_C_INITIALIZE_ARGS* arguments);
