@@ -1,15 +1,15 @@
-; The installer and the uninstaller of Norvanta KeyWarden for 64-bit Windows. scripts/package.sh builds
-; them and defines:
+; The installer of Norvanta KeyWarden for 64-bit Windows, and its uninstaller. Made by
+; scripts/package.sh, which defines:
 ;   VERSION         1.2.3
 ;   OUTPUT          the file to write
 ;   MODULE          nvksprovider.dll
 ;   ICON            the product's icon
-;   INSTALL_FILES   a list of File commands for all files below $INSTDIR
+;   INSTALL_FILES   a list of File commands: all that goes below $INSTDIR
 ;   UNINSTALL_FILES the same files as Delete commands
-;   SIZE_KB         their size, for the list of installed programs
-;   SIGN            optional: a command that signs the file named after it, for the uninstaller
+;   SIZE_KB         what they take, for the list of installed programs
+;   SIGN            optional: a command that signs the file behind it, for the uninstaller
 ;
-; Exit codes of both: 0 done, 1 canceled, 2 aborted, 3 done, but the registration with CNG (or its
+; Exit codes of both: 0 done, 1 cancelled, 2 broken off, 3 done, but the registration with CNG (or its
 ; removal) was refused.
 
 Target amd64-unicode
@@ -61,17 +61,17 @@ VIAddVersionKey "LegalCopyright" "Norvanta"
     !uninstfinalize `${SIGN} "%1"`
 !endif
 
-Var PathText  ; the machine's PATH, as the registry has it
+Var PathText  ; the machine's PATH as it stands in the registry
 Var PathType  ; 1 REG_SZ, 2 REG_EXPAND_SZ
 Var PathFits  ; 1: PathText is all of it and has room for one more folder
 Var PathRest  ; PathText without the product's folder
 Var PathFound ; 1: the folder was in it
 
-; Shared by installer and uninstaller. Functions of the uninstaller must begin with "un.".
+; What installer and uninstaller share. Functions of the uninstaller must begin with "un.".
 !macro SHARED UN
 
-; A string here has at most ${NSIS_MAX_STRLEN} characters, and a longer value is read as an empty one.
-; So the script asks Windows for the length first: a PATH that does not fit must not be written back.
+; A string here has ${NSIS_MAX_STRLEN} characters at most, and a longer value reads as an empty one.
+; So its length is asked of Windows first: a PATH that does not fit must not be written back.
 Function ${UN}ReadPath
     StrCpy $PathText ""
     StrCpy $PathType 2
@@ -106,7 +106,7 @@ Function ${UN}ReadPath
     ${EndIf}
 FunctionEnd
 
-; Writes $0 and notifies running programs.
+; Writes $0 and tells the programs that are running.
 Function ${UN}WritePath
     ${If} $0 == ""
         DeleteRegValue HKLM "${ENVIRONMENT_KEY}" "Path"
@@ -118,13 +118,13 @@ Function ${UN}WritePath
     SendMessage ${HWND_BROADCAST} ${WM_WININICHANGE} 0 "STR:Environment" /TIMEOUT=5000
 FunctionEnd
 
-; Splits $PathText into $PathRest and $PathFound. All other entries stay exactly as they are, including
-; empty ones.
+; Splits $PathText into $PathRest and $PathFound. Entries that are not ours stay letter by letter,
+; empty ones too.
 Function ${UN}SplitPath
     StrCpy $PathRest ""
     StrCpy $PathFound 0
-    StrCpy $0 $PathText ; the rest of the value
-    StrCpy $1 ""        ; the separator before the next entry of $PathRest
+    StrCpy $0 $PathText ; what is still to be looked at
+    StrCpy $1 ""        ; what stands before the next entry that is kept
     ${Do}
         StrCpy $2 0 ; the length of the first entry
         ${Do}
@@ -153,8 +153,8 @@ Function ${UN}SplitPath
     ${Loop}
 FunctionEnd
 
-; Removes the module from the system's folder. A module that a program has loaded cannot be removed, only
-; renamed; Windows deletes it at the next start.
+; Takes the module out of the system's folder. One that a program has loaded cannot be removed, but
+; renamed; it goes when Windows starts the next time.
 Function ${UN}RemoveModule
     ${IfNot} ${FileExists} "$SYSDIR\nvksprovider.dll"
         Return
@@ -191,7 +191,7 @@ Function AddToPath
     ${If} $PathFound = 1
         Return
     ${EndIf}
-    ; Without our folder, the value must be exactly as before, so a semicolon at the end stays there.
+    ; Without the folder it must be what it was, so a semicolon at the end stays at the end.
     StrCpy $1 $PathText 1 -1
     ${If} $PathText == ""
         StrCpy $0 $INSTDIR
@@ -247,7 +247,7 @@ Section
     ${EndIf}
     SetOverwrite on
 
-    ; A console that stays open, in the user's folder.
+    ; A console that stays open, in the folder of whoever opens it.
     CreateDirectory "$SMPROGRAMS\${PRODUCT}"
     StrCpy $OUTDIR "%USERPROFILE%"
     CreateShortcut "$SMPROGRAMS\${PRODUCT}\Check KeyWarden.lnk" "$SYSDIR\cmd.exe" \
@@ -271,7 +271,7 @@ Section
     Call RegisterModule
 SectionEnd
 
-; The files of the user who runs this. The files of other users are never touched.
+; What belongs to the user who runs this; other users' files are never touched.
 Function un.RemoveConfiguration
     SetShellVarContext current
     StrCpy $0 "$PROFILE\.norvanta-keywarden"

@@ -1,6 +1,6 @@
 #!/bin/bash
 # The bill of materials of a release as SPDX 2.3 (JSON), on standard output: the product's files with
-# their checksums, and the packages linked into them, with the versions installed on this machine.
+# their checksums, and what is linked into them, in the versions that this machine has installed.
 set -euo pipefail
 
 if [ "$#" -ne 3 ]; then
@@ -23,7 +23,7 @@ components=(
     "nsis|NSIS|nsis-common|NOASSERTION|" # the code of the installer and uninstaller themselves
 )
 
-# fileId NAME: only letters, digits, dots and hyphens are allowed.
+# fileId NAME: letters, digits, dots and hyphens alone are allowed.
 fileId()
 {
     echo "SPDXRef-File-$(tr -c 'A-Za-z0-9.\n' '-' <<<"$1")"

@@ -1,6 +1,6 @@
 #!/bin/bash
 # Signs a Windows program in place, with a certificate and its key.
-#   KEYWARDEN_TIMESTAMP_URL  a time stamping service; without it, the signature expires with the
+#   KEYWARDEN_TIMESTAMP_URL  a time stamping service; without it the signature ends with the
 #                            certificate
 set -euo pipefail
 
