@@ -1,6 +1,6 @@
-// How many PKCS#11 calls each operation of a provider makes: a count, not a time. The scripted token
-// has recorded them. The operations are those of the Provider object, with the PIN given at once
-// instead of asked for, and with certificates published in memory.
+// Counts the PKCS#11 calls of each operation of a provider, as the scripted token records them. The
+// operations are those of the Provider object. The PIN is given at once, without the dialog, and
+// certificates are published in memory.
 
 #include "base/cng.h"
 
@@ -28,7 +28,7 @@ constexpr DWORD rsaBytes = 256;
 constexpr DWORD ecBytes = 64;
 constexpr DWORD hashBytes = 32;
 
-// The names in order of their first call, each with how often it was called: "C_Finalize 2".
+// The names in order of their first call, each with its number of calls: "C_Finalize 2".
 std::string listed(const std::vector<std::string>& names)
 {
     std::vector<std::string> order;
@@ -50,7 +50,7 @@ class Counter {
 public:
     Counter(ScriptedToken& token, Results& results) : token_(token), results_(results) {}
 
-    // The row of what the token has seen since the last one. What was counted must have worked.
+    // Writes the row of the calls since the last row. The counted operation must have succeeded.
     void row(const std::string& name, bool worked, std::optional<double> size = {})
     {
         if (!worked)
@@ -75,7 +75,8 @@ std::unique_ptr<Provider> opened(Counter& counter, const std::string& name,
     return provider;
 }
 
-// Opening: what it takes by itself, for each certificate, and for each further slot.
+// The calls of opening: the fixed part, those for each certificate, and those for each further
+// slot.
 void countOpening(ScriptedToken& token, Counter& counter)
 {
     const Bytes der = certificateFixture("rsa2048");

@@ -1,6 +1,6 @@
-// The codecs of encoding.h against OpenSSL's. Ours make the text or the bytes that they return;
-// EVP_EncodeBlock and EVP_DecodeBlock write into a buffer that is there already, and nothing is added
-// to them. OpenSSL's hexadecimal functions allocate as ours do, and what they gave is freed.
+// Compares the codecs of encoding.h with OpenSSL's. Ours allocate the text or the bytes that they
+// return. EVP_EncodeBlock and EVP_DecodeBlock write to an existing buffer, and nothing is added to
+// their time. OpenSSL's hexadecimal functions allocate as ours do, and their result is freed.
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>
@@ -34,7 +34,7 @@ Bytes someBytes(size_t size)
     return bytes;
 }
 
-// Both sides do the same work, or the times mean nothing.
+// Both must give the same result; otherwise the times mean nothing.
 void expectSame(bool same, const char* what)
 {
     if (!same)
@@ -66,7 +66,7 @@ private:
                        compare(repeated(ours), repeated(theirs), plan_), atLeast(1));
     }
 
-    // OpenSSL's writes "AA:BB", and has no other form that allocates.
+    // OpenSSL's function writes "AA:BB" and has no other form that allocates.
     void encodeHex()
     {
         const auto theirs = [this] {
@@ -81,7 +81,7 @@ private:
             [&] { keep(theirs()); });
     }
 
-    // Without separators, which is what OpenSSL's reads faster.
+    // Without separators, which OpenSSL's function reads faster.
     void decodeHex()
     {
         const auto theirs = [this] {
@@ -109,7 +109,7 @@ private:
             [&] { keep(theirs()); });
     }
 
-    // OpenSSL's counts the padding as bytes, too.
+    // OpenSSL's function counts the padding as bytes, too.
     void decodeBase64()
     {
         Bytes bytes(base64_.size() / 4 * 3);

@@ -1,9 +1,9 @@
-// A line to a TCP server that is as slow as it is told: standard input goes to the server and its
-// answers to standard output, each half a round trip late. Stands in for the distance to a network
-// token, because not every kernel can delay packets.
+// Connects to a TCP server with a delay: forwards standard input to the server and its answers to
+// standard output, each after half a round trip. Simulates the distance to a network token, because
+// not every kernel can delay packets.
 //   bench_delay_relay ADDRESS PORT ROUND_TRIP_MS
-// The connection costs a whole round trip, as TCP's does. At the end of the input what is on its way
-// is still delivered; then the line is closed, whatever the server has to say.
+// Connecting takes a whole round trip, as it does with TCP. At the end of the input, the relay
+// delivers what is still on its way and then closes the connection, without waiting for the server.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -50,14 +50,14 @@ int connected(const char* address, const char* port)
     return line;
 }
 
-// One direction: what has been read and is not yet due.
+// One direction: data that has been read and is not yet due.
 class Direction {
 public:
     Direction(int from, int to, Clock::duration delay) : from_(from), to_(to), delay_(delay) {}
 
     int from() const { return from_; }
     bool reading() const { return !ended_; }
-    // The end of the input has come, and everything before it is delivered.
+    // The input has ended, and everything before its end is delivered.
     bool done() const { return ended_ && waiting_.empty(); }
     // When the next piece is due; far away when there is none.
     Clock::time_point due() const
@@ -106,7 +106,7 @@ void waitFor(std::array<Direction*, 2> directions)
     std::array<pollfd, 2> inputs{};
     Clock::time_point due = Clock::time_point::max();
     for (size_t i = 0; i < inputs.size(); ++i) {
-        // A negative descriptor is passed over.
+        // poll ignores a negative descriptor.
         inputs.at(i) = {directions.at(i)->reading() ? directions.at(i)->from() : -1, POLLIN, 0};
         due = std::min(due, directions.at(i)->due());
     }
@@ -143,7 +143,7 @@ int main(int argc, char** argv)
         return 2;
     }
     try {
-        // Waits are to end when they are over, not when it suits the kernel.
+        // Without timer slack, so that waits end on time.
         prctl(PR_SET_TIMERSLACK, 1UL);
         const std::chrono::duration<double, std::milli> roundTrip(std::stod(argv[3]));
         std::this_thread::sleep_for(roundTrip);

@@ -1,10 +1,10 @@
 #!/bin/bash
-# What a token behind a network costs one client, at several round trip times, and what one token
-# stands of many clients at once:
+# Measures the cost of a token behind a network for one client, at several round trip times, and the
+# number of clients that one token can serve at once:
 #   bench/fleet.sh RESULTS.json [--quick]
-# Makes two network namespaces with a line between them: in one a SoftHSM2 token served by p11-kit, in
-# the other the clients. Needs root, and the programs of the preset "bench". Whatever it makes it takes
-# away again, also when it is interrupted. Quick figures say only that it works.
+# Makes two connected network namespaces: one with a SoftHSM2 token that p11-kit serves, the other with
+# the clients. Needs root, and the programs of the preset "bench". Removes everything that it made, also
+# when it is interrupted. The figures of --quick only show that it works.
 set -euo pipefail
 . "$(dirname "$0")/../scripts/lib.sh"
 
@@ -15,7 +15,7 @@ pin=keywarden-pin-4711
 serverAddress=10.77.0.1
 clientAddress=10.77.0.2
 port=4711
-# Two runs at a time do not meet: the addresses are known inside their own namespaces only.
+# Two runs at a time do not conflict: the addresses are valid only inside their namespaces.
 server=kwserver$$
 client=kwclient$$
 
@@ -25,7 +25,7 @@ usage()
     exit 2
 }
 
-# What can be missing, said before anything is made.
+# Reports what is missing before it makes anything.
 checkNeeds()
 {
     local command
@@ -47,7 +47,7 @@ checkNeeds()
     done
 }
 
-# endProcesses NAMESPACE: nobody but this run has put processes there.
+# endProcesses NAMESPACE: ends all processes in it, which only this run can have started.
 endProcesses()
 {
     local pids
@@ -63,7 +63,7 @@ cleanUp()
         endProcesses "$namespace"
     done
     wait 2>/dev/null || true
-    # With its namespace, an end of the line goes, and the other end with it.
+    # Removing a namespace removes its end of the connection, and with it the other end.
     for namespace in "$client" "$server"; do
         ip netns delete "$namespace" 2>/dev/null || true
     done
@@ -81,7 +81,7 @@ makeNetwork()
     ip -n "$client" link set kwline up
 }
 
-# waitFor WHAT COMMAND...: until the command succeeds, five seconds at most.
+# waitFor WHAT COMMAND...: waits until the command succeeds, at most five seconds.
 waitFor()
 {
     local what=$1
@@ -102,8 +102,8 @@ listens()
     ip netns exec "$server" ss -Hltn "sport = :$port" | grep -q .
 }
 
-# Each connection gets a process of its own on the server's side. SoftHSM2 writes to its files at each
-# login, and another process that reads them meanwhile finds no token; so its user may only read them.
+# Each connection has its own process on the server's side. SoftHSM2 writes to its files at each login,
+# and another process that reads them at that moment finds no token, so its user may only read them.
 startServer()
 {
     SOFTHSM2_CONF=$work/far/softhsm2.conf ip netns exec "$server" \
@@ -118,7 +118,7 @@ relayTo()
     echo "$bin/bench_delay_relay $serverAddress $port $1"
 }
 
-# startLine ROUND_TRIP_MS: a socket in the client's reach; each connection to it is one to the server.
+# startLine ROUND_TRIP_MS: makes a socket for the client; each connection to it is one to the server.
 startLine()
 {
     ip netns exec "$client" socat "UNIX-LISTEN:$work/line-$1,fork,backlog=256" \
@@ -126,8 +126,8 @@ startLine()
     waitFor "the line" test -S "$work/line-$1"
 }
 
-# asClient ADDRESS PROGRAM ARGUMENT...: in the background, so that a signal ends the wait. The address
-# is p11-kit's: of a socket, or a command that each C_Initialize starts.
+# asClient ADDRESS PROGRAM ARGUMENT...: runs the program in the background, so that a signal ends the
+# wait. The address is one of p11-kit: a socket, or a command that each C_Initialize starts.
 asClient()
 {
     local address=$1
@@ -152,7 +152,7 @@ measureLine()
     measureCalls socket "unix:path=$work/line-$1" "$1" "$2"
 }
 
-# measureClients SECONDS NUMBER...: so many clients at once, without delay.
+# measureClients SECONDS NUMBER...: runs these numbers of clients at once, without delay.
 measureClients()
 {
     local seconds=$1 number
@@ -175,7 +175,7 @@ work=$(mktemp -d)
 trap cleanUp EXIT
 trap 'exit 1' INT TERM HUP
 
-# A token for each side, from the same keys.
+# One token for each side, with the same keys.
 "$root/tests/support/fixtures/make-token.sh" --small "$work/near" "$pin"
 cp -r "$work/near" "$work/far"
 sed -i "s|$work/near|$work/far|" "$work/far/softhsm2.conf"

@@ -1,8 +1,7 @@
-// The portable paths that run with every record or call, one a run of this program, for
-// scripts/instructions.sh to count their instructions: a count says in seconds, and on a busy machine
-// too, whether a path became longer.
-//   bench_hot_paths             the names of the paths, one a line
-//   bench_hot_paths NAME RUNS   takes one path so many times; says nothing
+// Runs one of the portable paths that each record or call uses. scripts/instructions.sh counts the
+// instructions. A count shows in seconds whether a path has become longer, also on a busy machine.
+//   bench_hot_paths             prints the names of the paths, one on each line
+//   bench_hot_paths NAME RUNS   runs one path that many times and prints nothing
 
 #include <cstdarg>
 #include <cstdio>
@@ -27,7 +26,7 @@
 
 using HotPath = void (*)();
 
-// What is counted: callgrind collects from here to the return.
+// callgrind collects from here to the return.
 extern "C" void runHotPath(HotPath path, long runs);
 
 extern "C" [[gnu::noinline]] void runHotPath(HotPath path, long runs)
@@ -193,7 +192,7 @@ void showAttributes()
     keep(toText(CK_ATTRIBUTE{0x102, nullptr, sizeof id}));
 }
 
-// Text of a fixed width, filled up with blanks.
+// Text of a fixed width, padded with blanks.
 template <size_t Size>
 void fill(unsigned char (&field)[Size], std::string_view text)
 {
@@ -352,7 +351,7 @@ int takePath(std::string_view name, long runs)
 {
     for (const NamedPath& each : paths) {
         if (each.name == name) {
-            // What only the first run does is not counted: loading, and the making of the input.
+            // The first run is not counted: it includes loading and making the input.
             each.path();
             runHotPath(each.path, runs);
             return 0;

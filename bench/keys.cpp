@@ -1,5 +1,5 @@
-// Listing keys, and opening, looking up and closing one, as the keys, the open handles and the open
-// providers grow in number.
+// Lists keys, and opens, looks up and closes a key, with growing numbers of keys, open handles and
+// open providers.
 
 #include <cstdlib>
 #include <memory>
@@ -26,7 +26,7 @@ void expectStatus(SECURITY_STATUS status, SECURITY_STATUS expected)
         throw std::runtime_error("an operation of the provider fails");
 }
 
-// As an entry point finds the provider.
+// Finds the provider as an entry point does.
 template <typename Operation>
 SECURITY_STATUS call(NCRYPT_PROV_HANDLE provider, const Operation& operation)
 {
@@ -34,8 +34,8 @@ SECURITY_STATUS call(NCRYPT_PROV_HANDLE provider, const Operation& operation)
     return operation(*visit.provider());
 }
 
-// From the first key to the end of the list. The names, which no caller can release, are released
-// here all the same: a heap that grows from round to round would show in the times.
+// Lists from the first key to the end. Also releases the names, which an application cannot do: a
+// heap that grows from round to round would affect the times.
 void enumerate(NCRYPT_PROV_HANDLE provider, size_t keys)
 {
     void* state = nullptr;
@@ -91,7 +91,7 @@ Work oneKeyWork(NCRYPT_PROV_HANDLE provider, size_t key)
         [provider, name = CertifiedToken::keyName(key)] { openLookUpAndFree(provider, name); })};
 }
 
-// Each key of the token after the other.
+// All keys of the token in turn.
 Work eachKeyWork(NCRYPT_PROV_HANDLE provider, size_t keys)
 {
     std::vector<std::wstring> names;
@@ -140,12 +140,12 @@ void measureNumbersOfKeys(Results& results, const std::filesystem::path& folder,
                       atMost(1.2));
     addCurveAndGrowth(results, group, "open, look up and free one key", {sizes, inTurn(one, plan)},
                       atMost(1.2));
-    // Each one's memory has been out of the processor's near caches since its last turn.
+    // The memory of each key has left the processor's near caches since its last turn.
     addCurveAndGrowth(results, group, "open, look up and free each key in turn",
                       {sizes, inTurn(each, plan)}, atMost(1.2));
 }
 
-// Three providers of one token, each with so many open handles.
+// Three providers of one token, each with another number of open handles.
 void measureOpenHandles(Results& results, const std::filesystem::path& folder, const Plan& plan)
 {
     const std::vector<size_t> sizes{1, 100, 10000};
@@ -169,7 +169,7 @@ void measureOpenHandles(Results& results, const std::filesystem::path& folder, c
                       atMost(1.2));
 }
 
-// The first of so many open providers of one token.
+// The first of many open providers of one token.
 void measureOpenProviders(Results& results, const std::filesystem::path& folder, const Plan& plan)
 {
     const std::vector<size_t> sizes{1, 16, 64};

@@ -1,6 +1,6 @@
-// From LoadLibrary to the answer of GetKeyStorageInterface, for the module as it is shipped and for a
-// DLL without content that imports the same functions. The module's attach handler reads its
-// configuration file meanwhile. Unloading is not counted.
+// Times LoadLibrary up to the return of GetKeyStorageInterface, for the module as it is shipped and
+// for an empty DLL that imports the same functions. In that time, the module's attach handler reads
+// its configuration file. Unloading is not counted.
 
 #include <windows.h>
 

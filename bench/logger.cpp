@@ -1,5 +1,5 @@
-// What a record of the logger costs: against the bare system calls that a file record is made of,
-// and, where no output takes records, against formatting its message.
+// Compares a record of the logger with the bare system calls of a file record and, without an
+// output, with formatting its message.
 
 #include "logger/logger.h"
 
@@ -36,7 +36,7 @@ void logRecord()
            static_cast<const void*>(&size), size, flags);
 }
 
-// The same message by the formatter alone.
+// Only formats the same message.
 void formatText(char* buffer, size_t capacity, const char* format, ...) NV_PRINTF(3, 4);
 
 void formatText(char* buffer, size_t capacity, const char* format, ...)
@@ -58,7 +58,7 @@ void formatMessageOfRecord()
     keep(buffer);
 }
 
-// Puts the settings back. The first record of a process, with its banner, has gone before.
+// Restores the settings. The first record of the process, with its banner, was written before.
 class Settings {
 public:
     Settings(uint32_t types, const std::string& store) : before_(loggerSettings())
@@ -80,7 +80,7 @@ private:
 
 // --- a file record ---
 
-// The system calls of a file record, with nothing worked out anew.
+// The system calls of a file record, with paths and text ready in advance.
 class BareRecord {
 public:
     BareRecord(const std::filesystem::path& folder, const std::filesystem::path& file)
@@ -120,10 +120,10 @@ std::filesystem::path datedFile(std::time_t day)
     return datedFileName(splitFileName(L"nvksprovider.log"), time.calendar);
 }
 
-// Names the entries besides today's file, which is the last of them.
+// Names the entries; today's file is the last one.
 using NameOf = std::filesystem::path (*)(int index);
 
-// One file a day, all within the days kept.
+// One file for each day, all within the days to keep.
 std::filesystem::path datedName(int index)
 {
     return datedFile(std::time(nullptr) - (index + 1) * secondsOfADay);
@@ -151,8 +151,8 @@ void measureFileRecord(Results& results, const Plan& plan, const std::string& na
     logRecord();
     BareRecord bare(folder.path(), today);
     bare.setText(test::readFile(today));
-    // A run in a large folder takes milliseconds, and a batch is to have more than a few. In a small
-    // one, what else the machine does to the file system shows, which more pairs even out.
+    // A run in a large folder takes milliseconds, and a batch needs more than a few runs. In a
+    // small folder, other file system load has an effect, which more pairs reduce.
     const Plan batches =
         entries >= 1000 ? Plan{plan.pairs, 5 * plan.batch} : Plan{3 * plan.pairs, plan.batch};
     results.ratio(
@@ -178,13 +178,13 @@ void measureNoOutput(Results& results, const Plan& plan, const std::string& name
     results.value({"logger, no output", name + ", time", ""}, comparison.subject, "ns", report);
 }
 
-// What a message is made of may cost more than the record.
+// The arguments of a message may cost more than the record.
 void logBytes(const Bytes& bytes)
 {
     NV_TRC("pbSignature = %s", hexEncode(bytes).c_str());
 }
 
-// All that a traced function of two arguments says.
+// All lines of a traced function with two arguments.
 void traceFunction()
 {
     Trace trace(NV_HERE);

@@ -1,5 +1,5 @@
-// Opening a provider: time and memory a certificate, as the certificates on the token grow in number,
-// and what their publication adds.
+// Opens a provider: time and memory for each certificate with growing numbers of certificates on
+// the token, and the time that publication adds.
 
 #include <algorithm>
 #include <chrono>
@@ -42,7 +42,7 @@ Work bareOpenings(const CertifiedToken& token)
     return {repeated([library = token.scripted().exports()] { openBare(library); })};
 }
 
-// The rounds of one without those of the other.
+// The difference of two measurements, round by round.
 Rounds without(Rounds rounds, const Rounds& others)
 {
     for (size_t i = 0; i < rounds.size(); ++i)
@@ -59,7 +59,7 @@ void addTimes(Results& results, const Tokens& tokens, const Plan& plan)
     }
     const std::vector<Rounds> rounds = inTurn(works, longBatches(plan));
 
-    // The first token is empty: what its opening takes is no certificate's.
+    // The first token is empty: its opening is the part that no certificate causes.
     const Rounds& empty = rounds[0];
     const Rounds emptyOwn = without(rounds[0], rounds[1]);
     Curve whole;
@@ -90,7 +90,7 @@ void addTimes(Results& results, const Tokens& tokens, const Plan& plan)
               many, few, atMost(1.1));
 }
 
-// What an opened provider holds.
+// The memory of an opened provider.
 HeapUse heldByProvider(const CertifiedToken& token)
 {
     token.choose();
@@ -145,8 +145,8 @@ void expectPublished(size_t certificates)
                                  std::to_string(certificates));
 }
 
-// With publication and without it, in turn. The store holds the token's certificates already, as it
-// does from the second opening on.
+// With publication and without it, in turn. The store already contains the token's certificates, as
+// it does from the second opening on.
 void addPublication(Results& results, const CertifiedToken& token, const Plan& plan)
 {
     const EmptyUserRegistry registry;
@@ -201,7 +201,7 @@ void measureOpening(Results& results, const Plan& plan)
         return;
     }
     for (const auto& token : tokens) {
-        // The system's store takes minutes for the largest.
+        // The system's store takes minutes for the largest number.
         if (token->certificates() != 0 && token->certificates() != many)
             addPublication(results, *token, plan);
     }

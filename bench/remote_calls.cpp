@@ -1,6 +1,6 @@
-// What a token behind a network costs: the module's calls of a PKCS#11 library in this process and
-// of the same token behind p11-kit's remoting, in turn. bench/fleet.sh makes the network and runs it
-// once for each round trip time.
+// Measures the cost of a token behind a network: makes the module's calls through a PKCS#11 library
+// in this process and, in turn, to the same token through p11-kit's remoting. bench/fleet.sh makes
+// the network and runs this program once for each round trip time.
 
 #include <cstdio>
 #include <exception>
@@ -17,9 +17,9 @@ namespace {
 
 struct Options {
     std::string file;
-    std::string line;    // what the remote library speaks to: "socket", "command"
+    std::string line;    // the connection of the remote library: "socket", "command"
     std::string direct;  // the library in this process
-    std::string remote;  // the library that goes by way of the network
+    std::string remote;  // the library that uses the network
     std::string pin;
     double roundTrip;  // milliseconds
     unsigned rounds;
@@ -54,7 +54,7 @@ void run(const Options& options)
         here.ask(direct, askedARound);
         there.ask(remote, askedARound);
     }
-    // Calls of the opening that a signature makes too are left out: they would blur its figures.
+    // Without the calls that a signature makes, too: they would distort its figures.
     const std::string whole = "opening of a provider, whole operation";
     for (unsigned i = 0; i < (options.rounds + 3) / 4; ++i) {
         Times opening;

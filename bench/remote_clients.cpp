@@ -1,5 +1,6 @@
-// What one token stands: clients that sign again and again, each a process with a connection for each
-// signature, all at once. bench/fleet.sh makes the network and runs it.
+// Measures the throughput of one token: clients that sign repeatedly at the same time, each a
+// process with a connection for each signature. bench/fleet.sh makes the network and runs this
+// program.
 
 #include <sys/wait.h>
 #include <unistd.h>
@@ -30,14 +31,14 @@ struct Options {
     unsigned seconds;
 };
 
-// What a client hands to its parent, through a pipe: small enough to go in one piece. A time of 0
-// says that the signature failed.
+// What a client sends to its parent through a pipe, small enough for one atomic write. A time of 0
+// means that the signature failed.
 struct Signature {
     unsigned client;
     double microseconds;
 };
 
-// Signs until the time is over. A token that gives up under the load is asked again.
+// Signs until the time is over, and continues after a failure under load.
 void sign(const Options& options, unsigned client, Clock::time_point begin, int results)
 {
     NativeToken token(options.library, options.pin);
@@ -73,7 +74,7 @@ void runClient(const Options& options, unsigned client, Clock::time_point begin,
 
 void startClients(const Options& options, int results)
 {
-    // Time enough for all of them to load the library and to look at its slots.
+    // Enough time for all of them to load the library and to read its slots.
     const auto begin = Clock::now() + std::chrono::seconds(2 + options.clients / 4);
     for (unsigned client = 0; client < options.clients; ++client) {
         const pid_t process = fork();

@@ -1,6 +1,6 @@
-// Token operations on the scripted token, whose calls cost next to nothing: what the module adds to
-// the same PKCS#11 calls written bare, logging off, as keys, open keys and open providers grow in
-// number.
+// Token operations with the scripted token, whose calls cost almost nothing: the time that the
+// module adds to the same PKCS#11 calls written bare, with logging off and growing numbers of keys,
+// open keys and open providers.
 
 #include <algorithm>
 #include <list>
@@ -41,7 +41,7 @@ void fill(ScriptedToken& token, size_t keys)
     }
 }
 
-// Both ways make the same calls, or what is measured is not the module.
+// Both must make the same calls; otherwise the difference is not the module's cost.
 void expectSameCalls(ScriptedToken& token, Operations& operations, const Operations::Row& row)
 {
     token.setRecording(true);
@@ -67,8 +67,8 @@ void compareAt(Results& results, const Plan& plan, const Extent& extent, const s
     std::list<OpenProvider> providers;
     for (size_t i = 0; i < extent.providers; ++i)
         providers.emplace_back(module);
-    // The providers keep all keys. The token keeps two: it would search the others, and push the module
-    // out of the processor's caches with that.
+    // The providers have all keys, the token has two. The token would search the others, which
+    // would displace the module from the processor's caches.
     token.clearObjects();
     fill(token, 2);
     const OpenProvider& provider = providers.front();

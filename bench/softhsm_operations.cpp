@@ -1,4 +1,5 @@
-// Token operations on SoftHSM2, logging off: the module against the same PKCS#11 calls written bare.
+// Token operations with SoftHSM2 and logging off: compares the module with the same PKCS#11 calls
+// written bare.
 // The Unix environment variable SOFTHSM2_CONF names the configuration of the token that
 // tests/support/fixtures/make-token.sh made; scripts/bench.sh sets it.
 

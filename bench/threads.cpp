@@ -1,5 +1,5 @@
-// Verifications on 1, 2, 4 and 8 threads, each with a provider of its own, on a scripted token whose
-// C_Verify takes a millisecond: how many times the throughput of one thread.
+// Verifications on 1, 2, 4 and 8 threads, each with a provider of its own, on a scripted token
+// whose C_Verify takes a millisecond, compared with the throughput of one thread.
 
 #include <deque>
 #include <thread>
@@ -41,7 +41,7 @@ private:
     NV::test::Bytes signature_;
 };
 
-// The same number of operations, shared out among so many threads.
+// The same number of operations, divided among that many threads.
 void verifyOn(std::deque<Worker>& workers, size_t threads)
 {
     std::vector<std::thread> running;

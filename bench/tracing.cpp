@@ -1,7 +1,7 @@
-// What it costs to see each PKCS#11 call: the module's traced call layer with file logging on, against
-// OpenSC's tracing library pkcs11-spy, in front of the same SoftHSM2 token. All calls, the bare ones
-// too, go by way of the bridge, in one session of one process: a second copy of the bridge loads the
-// tracing library, which stands on the same loaded token library.
+// Compares the cost of tracing each PKCS#11 call: the module's call layer with file logging on, and
+// OpenSC's tracing library pkcs11-spy, with the same SoftHSM2 token. All calls, also the bare ones,
+// use the bridge, in one session of one process. A second copy of the bridge loads the tracing
+// library, which uses the token library that is already loaded.
 
 #include <windows.h>
 
@@ -36,7 +36,7 @@ void check(const char* what, bool well)
         throw std::runtime_error(std::string(what) + " failed");
 }
 
-// A token of its own.
+// A token for this program alone.
 class Token {
 public:
     Token()
@@ -53,7 +53,7 @@ private:
     host::TemporaryFolder folder_;
 };
 
-// A trace: the folder that nothing else writes to, and what one piece of work adds to it.
+// A trace: a folder that nothing else writes to, and what a piece of work adds to it.
 class Trace {
 public:
     std::filesystem::path folder() const { return folder_.path(); }
@@ -66,8 +66,8 @@ public:
         return all;
     }
 
-    // How many of ten records are written to a file that was opened for them: each time, the file
-    // that is there is given another name, and it is seen whether it comes again.
+    // How many of ten records open the file: before each record the file gets another name, and the
+    // function then checks whether there is a new one.
     double openings(const std::function<void()>& record) const
     {
         constexpr int records = 10;
@@ -104,7 +104,7 @@ public:
         CK_C_GetFunctionList getFunctionList = nullptr;
         std::memcpy(&getFunctionList, &address, sizeof getFunctionList);
         check("C_GetFunctionList", getFunctionList(&list_) == CKR_OK);
-        // The token library behind it is the one that is initialised already.
+        // The token library behind it is already initialized.
         check("pkcs11-spy", list_->C_Initialize(nullptr) == CKR_CRYPTOKI_ALREADY_INITIALIZED);
     }
 
@@ -115,7 +115,7 @@ private:
     CK_FUNCTION_LIST* list_ = nullptr;
 };
 
-// The calls of one work: how many, and the work itself.
+// A piece of work and the number of its calls.
 struct Calls {
     const char* name;
     double count;
@@ -171,7 +171,7 @@ void askSession(Caller* caller, const Key& key)
     check("C_GetSessionInfo", caller->C_GetSessionInfo(key.session, &info) == CKR_OK);
 }
 
-// The same for the traced layer's object and for a library's function list.
+// The same for the object of the call layer and for the function list of a library.
 template <typename Caller>
 std::vector<Calls> callsOf(Caller* caller, const Key& key)
 {
@@ -193,7 +193,7 @@ std::string named(const Calls& calls, const char* how)
     return std::string(calls.name) + ": " + how;
 }
 
-// What the work writes, for each call: lines and bytes.
+// What the work writes for each call: lines and bytes.
 void reportWriting(Results& results, const Calls& calls, const char* how, const Trace& trace)
 {
     constexpr int runs = 20;
@@ -281,7 +281,7 @@ void benchmark(Results& results, const Plan& plan)
     results.value({group, "pkcs11-spy", "openings of the file for a call"},
                   {spyOpens, spyOpens, spyOpens}, "openings", report);
     check("C_Finalize", p11.C_Finalize(nullptr) == CKR_OK);
-    // What the objects still have to say is nobody's.
+    // The log lines of the objects' destruction are not measured.
     loggerSettings().types = 0;
 }
 

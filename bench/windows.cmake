@@ -1,6 +1,6 @@
-# Of the module's own objects as they are shipped, under Wine.
+# The benchmarks of the module's own objects as they are shipped, under Wine.
 
-# Profiles and folders are the tests' own; their libraries are not, since those bring the checked
+# Uses the tests' sources for profiles and folders, but not their libraries, which link the checked
 # objects of the module.
 set(tests_folder ${PROJECT_SOURCE_DIR}/tests)
 add_library(bench_module STATIC EXCLUDE_FROM_ALL ${tests_folder}/support/common/folder.cpp
@@ -13,8 +13,8 @@ target_link_libraries(
   PUBLIC keywarden_core scripted_token_client host_client)
 add_dependencies(bench_module certificate_fixtures)
 
-# The module's table without its DLL: the PIN is given at once, and publishing goes to a store in
-# memory.
+# The module's table without its DLL: the PIN is given at once, and certificates are published in a
+# store in memory.
 add_library(
   bench_linked_module OBJECT EXCLUDE_FROM_ALL
   windows/bare_token.cpp
@@ -34,7 +34,7 @@ benchmark(scripted_operations scripted_operations.cpp windows/operations.cpp LIB
           bench_linked_module)
 benchmark(threads threads.cpp LIBRARIES bench_linked_module)
 
-# A DLL without content that imports what the module imports, as the reference of loading.
+# An empty DLL with the module's imports, to compare loading with.
 set(imports ${CMAKE_CURRENT_BINARY_DIR}/imports)
 add_custom_command(
   OUTPUT ${imports}.obj
@@ -73,14 +73,14 @@ add_dependencies(bench_tracing p11bridge_second)
 
 benchmark(logger logger.cpp LIBRARIES bench_module)
 
-# Tokens with certificates by the thousand.
+# Tokens with thousands of certificates.
 add_library(bench_certificates STATIC EXCLUDE_FROM_ALL windows/certified_token.cpp)
 target_link_libraries(
   bench_certificates
   PRIVATE keywarden_warnings
   PUBLIC bench_module)
 
-# In a program that has its linker options, publishing certificates is left out, or timed.
+# A program with these linker options can exclude the publication of certificates, or time it.
 add_library(bench_system_store OBJECT EXCLUDE_FROM_ALL windows/system_store.cpp)
 target_include_directories(bench_system_store PUBLIC windows)
 target_link_libraries(

@@ -1,5 +1,5 @@
-// A DLL that does nothing but answer for its one export, with the imports of the module: what loading
-// the module costs beyond them is the module's own.
+// An empty DLL with the module's export and imports. The difference in loading time is the module's
+// own cost.
 
 #include "base/cng.h"
 

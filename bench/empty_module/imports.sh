@@ -1,6 +1,6 @@
 #!/bin/sh
-# Writes an assembler source that refers to every function which a DLL imports, so that whatever is
-# linked with it imports the same:
+# Writes an assembler source that refers to each function that a DLL imports, so that a program linked
+# with it has the same imports:
 #   imports.sh OBJDUMP DLL SOURCE
 set -eu
 "$1" -p "$2" | awk '
@@ -9,6 +9,6 @@ set -eu
     inside && /^$/ { inside = 0 }
     BEGIN { print "\t.section .rdata,\"dr\"\n\t.globl importedByTheModule\nimportedByTheModule:" }
 ' >"$3.new"
-# No import found would make an empty comparison.
+# Without imports, the comparison would mean nothing.
 grep -q __imp_ "$3.new"
 mv "$3.new" "$3"

@@ -1,4 +1,4 @@
-// Figures of a curve.
+// Computes the figures of a curve.
 
 #include "curve.h"
 

@@ -14,17 +14,17 @@ struct Curve {
     std::vector<Rounds> nanoseconds;  // by size; the rounds of all were timed in turn
 };
 
-// Fewer and longer batches: works of very different lengths then get like shares of what else the
-// machine does.
+// Fewer and longer batches, so that other load affects pieces of work of very different length
+// alike.
 Plan longBatches(const Plan& plan);
 
-// Each round's time divided by the size: the time of one of so many.
+// The time of each round divided by the size.
 Curve perOne(const Curve& curve);
 
-// A row a size, in microseconds.
+// One row for each size, in microseconds.
 void addCurve(Results& results, const Measure& measure, const Curve& curve);
 
-// One row: how many times what it is at the other size, round by round.
+// One row: the ratio to the other size, round by round.
 void addGrowth(Results& results, const Measure& measure, const Curve& curve, size_t size,
                size_t otherSize, Reach reach);
 

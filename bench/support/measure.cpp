@@ -1,4 +1,4 @@
-// Batches in turn, their medians and quartiles.
+// Runs batches in turn and computes their medians and quartiles.
 
 #include "measure.h"
 
@@ -18,7 +18,7 @@ double nanosecondsARun(const Batch& batch, size_t runs)
     return elapsed.count() / static_cast<double>(runs);
 }
 
-// As many runs as fill the time; what is run to find out serves as the warm-up.
+// The number of runs that fill the time. The runs that determine it are the warm-up.
 size_t runsFor(const Batch& batch, std::chrono::nanoseconds time)
 {
     const auto wanted = static_cast<double>(time.count());

@@ -1,5 +1,5 @@
-// Times two pieces of work in turn, so that what the machine does meanwhile falls on both, and tells
-// their ratio. Portable; used by every benchmark.
+// Times two pieces of work in turn, so that other load affects both, and computes their ratio.
+// Portable; used by every benchmark.
 
 #pragma once
 
@@ -18,7 +18,7 @@ struct Figure {
     double high = 0;
 };
 
-// Of values measured one by one; there must be one at least.
+// Of single measured values; there must be at least one.
 Figure figureOf(std::vector<double> values);
 
 // Two works, A and B. Times are nanoseconds a run.
@@ -31,16 +31,16 @@ struct Comparison {
     size_t runsInBatch = 0;
 };
 
-// How long a measurement takes: a batch is as many runs as fill the time, at least one.
+// The length of a measurement. A batch has as many runs as fill the time, at least one.
 struct Plan {
     size_t pairs = 41;
     std::chrono::nanoseconds batch = std::chrono::milliseconds(20);
 };
 
-// Does the work so many times in a row.
+// Does the work that many times in a row.
 using Batch = std::function<void(size_t runs)>;
 
-// The loop is inside, so that a run of a few nanoseconds is not drowned in calls.
+// The loop is inside, so that the cost of calls does not hide a run of a few nanoseconds.
 template <typename Work>
 Batch repeated(Work work)
 {
@@ -50,29 +50,29 @@ Batch repeated(Work work)
     };
 }
 
-// A run that times itself, for work with parts that do not count: nanoseconds.
+// A run that times itself, in nanoseconds, for work with parts that are not measured.
 using TimedRun = std::function<double()>;
 
-// Batches A B, B A, A B, ... after some of each that are not counted.
+// Batches A B, B A, A B, ... after warm-up batches of each that are not counted.
 Comparison compare(const Batch& subject, const Batch& reference, const Plan& plan);
-// The same with single runs in the place of batches.
+// The same with single runs instead of batches.
 Comparison compareTimed(const TimedRun& subject, const TimedRun& reference, size_t pairs);
 
-// One work alone, in nanoseconds a run; for figures that stand against none.
+// One piece of work, in nanoseconds per run, for figures without a comparison.
 Figure measure(const Batch& work, const Plan& plan);
 
-// One of several works, and what makes ready for a batch of it, which is not timed.
+// One of several pieces of work, and the preparation of its batches, which is not timed.
 struct Work {
     Batch batch;
     std::function<void()> prepare = [] {};
 };
 
-// A batch of each work in every round, by turns from the first to the last and back. Nanoseconds a
-// run: by work, then by round. Each work fills its batch with runs of its own number.
+// One batch of each piece of work in every round, alternately from the first to the last and back.
+// Nanoseconds per run, by piece of work, then by round. Each has its own number of runs in a batch.
 using Rounds = std::vector<double>;
 std::vector<Rounds> inTurn(const std::vector<Work>& works, const Plan& plan);
 
-// The compiler must take the value to be looked at, and may not leave out what made it.
+// Makes the compiler assume that the value is read, so that it does not remove its computation.
 template <typename Value>
 void keep(const Value& value)
 {

@@ -1,4 +1,4 @@
-// The calls of an operation, in the module's order.
+// Makes the calls of an operation, in the module's order.
 
 #include "native_token.h"
 
@@ -55,7 +55,7 @@ void NativeToken::call(Times& times, const char* name, Function function, Argume
         throw std::runtime_error(std::string(name) + " answers " + std::to_string(rv));
 }
 
-// With locking by the system, which the module's own callbacks stand for on Windows.
+// With the system's locking, instead of the callbacks that the module passes on Windows.
 void NativeToken::initialize(Times& times)
 {
     CK_C_INITIALIZE_ARGS arguments{};
@@ -116,8 +116,8 @@ void NativeToken::open(Times& times)
     times["opening of a provider, whole operation"].push_back(microsecondsSince(start));
 }
 
-// The module's C_Finalize before it all is left out: p11-kit answers it without the network, and with
-// a line on standard error.
+// Without the C_Finalize that the module calls first: p11-kit answers it without the network, and
+// with a line on standard error.
 void NativeToken::discover(Times& times)
 {
     CK_INFO info{};
@@ -155,7 +155,7 @@ void NativeToken::readSlot(Times& times, CK_SLOT_ID slot)
         slot_ = slot;
 }
 
-// Of each certificate the value and its name: the length, then the bytes.
+// Reads the value and the name of each certificate: the length, then the bytes.
 void NativeToken::readCertificates(Times& times)
 {
     CK_OBJECT_CLASS certificate = CKO_CERTIFICATE;

@@ -1,4 +1,4 @@
-// A PKCS#11 library of this machine, and the calls that the module makes of it, each timed. For the
+// Loads a PKCS#11 library of this machine and makes the module's calls, each of them timed. For the
 // benchmarks of a token behind a network.
 
 #pragma once
@@ -14,24 +14,24 @@
 
 namespace NV::bench {
 
-// What each call took, in microseconds, by the call's name; and sums of several under names of their
-// own.
+// The time of each call in microseconds, by the name of the call; sums of several have names of
+// their own.
 using Times = std::map<std::string, std::vector<double>>;
 
-// The calls throw std::runtime_error when the library does not answer CKR_OK.
+// The calls throw std::runtime_error when the library does not return CKR_OK.
 class NativeToken {
 public:
-    // Loads the library and takes its first slot with an initialised token.
+    // Loads the library and uses its first slot with an initialized token.
     NativeToken(const std::string& library, const std::string& pin);
 
     // An RSA signature as the module makes one: from C_Initialize to C_Finalize.
     void sign(Times& times);
     // The opening of a provider: the discovery of all slots, then the token's certificates.
     void open(Times& times);
-    // A call that asks for next to nothing, so often in one session; for what a call costs by itself.
+    // Repeats a call without work in one session, to measure the cost of the call itself.
     void ask(Times& times, unsigned calls);
 
-    // After a call that failed: C_Finalize, whatever it answers.
+    // After a call that failed: C_Finalize. Its result is ignored.
     void finalize() { list_->C_Finalize(nullptr); }
 
     CK_ULONG slots() const { return slots_; }
@@ -44,7 +44,7 @@ private:
         void operator()(void* library) const;
     };
 
-    // Makes the call and files its time.
+    // Makes the call and records its time.
     template <typename Function, typename... Arguments>
     void call(Times& times, const char* name, Function function, Arguments... arguments);
 

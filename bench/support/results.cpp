@@ -1,4 +1,4 @@
-// Rows, their JSON, and the main function's course.
+// Collects rows, writes them as JSON, and runs the main function.
 
 #include "results.h"
 

@@ -1,5 +1,5 @@
-// What the benchmarks found out, a row a figure, as JSON for scripts/bench.sh; and the main function
-// that they share. Portable.
+// The results of the benchmarks, one row for each figure, as JSON for scripts/bench.sh, and the
+// main function that the benchmarks share. Portable.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 namespace NV::bench {
 
-// The figure that a measure is to reach, if it is to reach one.
+// The target of a figure, if it has one.
 struct Reach {
     enum class Rule { report, atMost, atLeast };
     Rule rule = Rule::report;
@@ -36,7 +36,7 @@ struct Measure {
     std::string group;
     std::string name;
     std::string against;
-    // The place on the curve, where the measure is one: bytes, keys, certificates, threads.
+    // The position on a curve, if the measure is part of one: bytes, keys, certificates, threads.
     std::optional<double> size = {};
 };
 
@@ -44,9 +44,9 @@ class Results {
 public:
     // The ratio of a comparison, with the two times.
     void ratio(const Measure& measure, const Comparison& comparison, Reach reach);
-    // The speed as a ratio: how many times as fast as the reference the subject is.
+    // The speed as a ratio: the speed of the subject divided by that of the reference.
     void speed(const Measure& measure, const Comparison& comparison, Reach reach);
-    // What the subject takes longer than the reference, in microseconds.
+    // The additional time of the subject compared with the reference, in microseconds.
     void added(const Measure& measure, const Comparison& comparison, Reach reach);
     // Any other figure, with its unit: "us", "bytes", "calls".
     void value(const Measure& measure, const Figure& figure, const std::string& unit, Reach reach);
@@ -68,9 +68,9 @@ private:
     std::vector<Row> rows_;
 };
 
-// The course of a benchmark program: "NAME RESULTS.json [--quick]". Quick figures say only that the
-// program works. Exit status 1, and what was wrong on standard error, when it does not; a figure that
-// misses its reach is no error.
+// Runs a benchmark program: "NAME RESULTS.json [--quick]". Quick figures only show that the program
+// works. If it does not, the exit status is 1 and the error is on standard error. A figure that
+// misses its target is not an error.
 int runBenchmark(int argc, char** argv, void (*benchmark)(Results& results, const Plan& plan));
 
 }  // namespace NV::bench

@@ -1,4 +1,4 @@
-// The calls, one after the other.
+// Makes the calls, one after the other.
 
 #include "bare_opening.h"
 
@@ -31,10 +31,10 @@ void readMechanisms(const CK_FUNCTION_LIST& library, CK_SLOT_ID slot)
     }
 }
 
-// What the library holds. The slot that is served.
+// Reads all that the library has. Returns the slot that the provider would choose.
 CK_SLOT_ID discover(const CK_FUNCTION_LIST& library)
 {
-    // Fails unless somebody else has left the library initialised.
+    // Fails, unless another part of the process has left the library initialized.
     library.C_Finalize(nullptr);
     expectSuccess(library.C_Initialize(nullptr));
     CK_INFO libraryInfo{};
@@ -97,7 +97,7 @@ void openBare(const CK_FUNCTION_LIST& library)
     readCertificates(library, session);
     expectSuccess(library.C_CloseSession(session));
     expectSuccess(library.C_Finalize(nullptr));
-    // Before a library is unloaded it is finalised once more, and fails then.
+    // The module finalizes a library again before it unloads it, which fails.
     library.C_Finalize(nullptr);
 }
 

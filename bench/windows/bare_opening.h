@@ -1,4 +1,4 @@
-// The PKCS#11 calls of opening and freeing a provider, written bare: what the token itself costs.
+// The PKCS#11 calls of opening and freeing a provider, written bare: the cost of the token itself.
 
 #pragma once
 
@@ -6,11 +6,11 @@
 
 namespace NV::bench {
 
-// The library must have been loaded. Throws std::runtime_error when a call fails.
+// The library must be loaded. Throws std::runtime_error when a call fails.
 void openBare(const CK_FUNCTION_LIST& library);
 
-// Throws std::runtime_error unless opening and freeing a provider on the chosen token calls the same
-// functions in the same order. Calls are recorded meanwhile.
+// Throws std::runtime_error unless opening and freeing a provider with the chosen token calls the
+// same functions in the same order. Records calls while it runs.
 void expectSameCalls(test::ScriptedToken& token);
 
 }  // namespace NV::bench

@@ -1,4 +1,4 @@
-// The bare calls.
+// Makes the bare calls.
 
 #include "bare_token.h"
 
@@ -33,7 +33,7 @@ CK_ULONG sizeOf(const Bytes& bytes)
     return static_cast<CK_ULONG>(bytes.size());
 }
 
-// The locking that the module offers to the library, too.
+// The same locking that the module offers to the library.
 CK_RV NV_CK_CALL createMutex(CK_VOID_PTR_PTR handle)
 {
     *handle = new std::mutex;

@@ -1,5 +1,5 @@
-// PKCS#11 calls as a program would write them that knows its token and nothing else: no trace, no
-// look-ups, no objects that outlive the call. What the module adds is measured against them.
+// PKCS#11 calls as a program for a single token would write them: no trace, no look-ups, no objects
+// that outlive the call. The module's own cost is measured as the difference to them.
 
 #pragma once
 
@@ -17,8 +17,8 @@ namespace NV::bench {
 // with the same arguments. Each throws std::runtime_error when a call fails.
 class BareToken {
 public:
-    // Loads the library: the instance that the module has loaded, if it has. Takes the first slot with
-    // a token.
+    // Loads the library, or shares the instance that the module has loaded. Uses the first slot
+    // with a token.
     BareToken(const std::filesystem::path& library, std::string pin);
     ~BareToken();
     BareToken(const BareToken&) = delete;
@@ -33,12 +33,12 @@ public:
     Bytes agree(const Bytes& id, const Bytes& peerPoint);
     void digest(const Bytes& data, Bytes& digest);
 
-    // The function list, for calls of one's own.
+    // The function list, for other calls.
     const CK_FUNCTION_LIST& list() const { return *list_; }
     CK_SLOT_ID slot() const { return slot_; }
 
 private:
-    // Initialise, open, log in or not, work, log out, close, finalise.
+    // Initialize, open a session, log in if needed, work, log out, close, finalize.
     template <typename Work>
     void inSession(bool login, const Work& work);
 

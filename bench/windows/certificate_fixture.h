@@ -10,7 +10,7 @@
 
 namespace NV::bench {
 
-// DER of the fixture, by its name without ending: "rsa2048", "p256".
+// The DER bytes of a fixture, by its name without extension: "rsa2048", "p256".
 inline Bytes certificateFixture(const std::string& name)
 {
     const std::string der =

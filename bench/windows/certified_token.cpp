@@ -1,4 +1,4 @@
-// Certificates made out of the fixtures' ones, and the tokens that hold them.
+// Makes certificates from those of the fixtures, and tokens that contain them.
 
 #include "certified_token.h"
 
@@ -22,7 +22,7 @@ namespace {
 constexpr size_t variedBytes = 8;
 constexpr size_t idBytes = 20;  // as long as a SHA-1 digest, which many tokens take
 
-// A bijection that leaves no order: one step of splitmix64.
+// A bijection that removes any order: one step of splitmix64.
 uint64_t mixed(uint64_t number)
 {
     uint64_t value = number + 0x9E3779B97F4A7C15;
@@ -37,7 +37,7 @@ void writeNumber(Bytes& bytes, size_t offset, uint64_t value)
         bytes[offset + i] = static_cast<unsigned char>(value >> 8 * i);
 }
 
-// Where the part lies in the whole, which must hold it.
+// The position of the part in the whole, which must contain it.
 size_t offsetOf(const Bytes& part, const Bytes& whole)
 {
     const auto found = std::search(whole.begin(), whole.end(), part.begin(), part.end());
@@ -66,7 +66,7 @@ Context parsed(const Bytes& der)
     return context;
 }
 
-// A fixture's certificate with the places in which its copies differ.
+// A certificate of the fixtures, with the places in which its copies differ.
 class Pattern {
 public:
     explicit Pattern(const std::string& name)

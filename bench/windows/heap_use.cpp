@@ -41,7 +41,7 @@ struct Freer {
     void operator()(void* block) const { std::free(block); }
 };
 
-// A heap that shows a hundred small blocks as one large one would make the figures worthless.
+// The figures would mean nothing if a heap reported a hundred small blocks as one large block.
 void expectBlocksAreSeen()
 {
     constexpr size_t blockCount = 100;

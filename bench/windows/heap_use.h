@@ -1,5 +1,5 @@
-// What the process holds on its heaps, whoever has allocated it: the program, the module's objects in
-// it, the system's libraries.
+// Counts the allocated blocks on all heaps of the process: those of the program, of the module's
+// objects in it, and of the system's libraries.
 
 #pragma once
 
@@ -9,7 +9,7 @@ namespace NV::bench {
 
 struct HeapUse {
     size_t blocks = 0;
-    size_t bytes = 0;  // as asked for, without the heap's own
+    size_t bytes = 0;  // as requested, without the heap's overhead
 };
 
 // Throws std::runtime_error when the heaps cannot be walked block by block.

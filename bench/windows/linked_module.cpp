@@ -1,4 +1,4 @@
-// Configuring the module without its attach handler, and the dialog's stand-in.
+// Configures the module without its attach handler, and replaces the dialog.
 
 #include "linked_module.h"
 
@@ -17,7 +17,7 @@ std::string pinToEnter;
 
 namespace NV {
 
-// In the place of the module's own, which would show the dialog.
+// Replaces the module's function, which would show the dialog.
 SecretBytes requestPIN(const PINRequest*)
 {
     return {pinToEnter.begin(), pinToEnter.end()};

@@ -1,5 +1,5 @@
-// The module inside the benchmark program: its shipped objects behind its operation table, without the
-// DLL around them, so that the PIN dialog can be answered and what a figure leaves out be left out.
+// The module inside the benchmark program: its shipped objects behind its operation table, without
+// the DLL, so that the benchmark can replace the PIN dialog and exclude parts from a figure.
 
 #pragma once
 
@@ -14,8 +14,8 @@
 
 namespace NV::bench {
 
-// While it lives, the module's configuration names this PKCS#11 library, no output takes a record, and
-// the PIN dialog answers at once with the PIN.
+// While it exists, the module's configuration names this PKCS#11 library, the log is off, and the
+// PIN dialog returns the PIN at once.
 class LinkedModule {
 public:
     LinkedModule(const std::filesystem::path& library, const std::string& pin);
@@ -28,10 +28,10 @@ private:
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
 };
 
-// Throws std::runtime_error that says what failed; a benchmark must not time failures.
+// Throws std::runtime_error that names what failed; a benchmark must not time failures.
 void expectSuccess(SECURITY_STATUS status, const char* what);
 
-// A provider of the linked module, freed at the end of its life.
+// A provider of the linked module; the destructor frees it.
 class OpenProvider {
 public:
     explicit OpenProvider(const LinkedModule& module);

@@ -1,4 +1,4 @@
-// A provider that the registry has opened, for the length of the object's life.
+// A provider that the registry opens and that the destructor frees.
 
 #pragma once
 

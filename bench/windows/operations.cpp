@@ -1,4 +1,4 @@
-// The operations, both ways.
+// Runs the operations through the table and bare.
 
 #include "operations.h"
 
@@ -66,7 +66,7 @@ Operations::~Operations()
         module_->FreeKey(provider_, key);
 }
 
-// The key's own public key serves as the peer's.
+// The peer's public key is the key's own.
 void Operations::importPeer()
 {
     Bytes blob(sizeof(BCRYPT_ECCKEY_BLOB) + 64);
@@ -82,7 +82,7 @@ void Operations::importPeer()
     peerPoint_.insert(peerPoint_.end(), blob.begin() + sizeof(BCRYPT_ECCKEY_BLOB), blob.end());
 }
 
-// ECDSA signatures and ciphertexts differ each time; the other way round must take them.
+// ECDSA signatures and ciphertexts differ each time, so the opposite operation must accept them.
 void Operations::expectSameResults()
 {
     rsaSign();

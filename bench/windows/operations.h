@@ -1,5 +1,5 @@
-// Each token operation twice: through the module's table, and as the same PKCS#11 calls written bare.
-// For the benchmarks that compare the two.
+// Each token operation twice: through the module's table, and as the same PKCS#11 calls written
+// bare. For the benchmarks that compare the two.
 
 #pragma once
 
@@ -15,8 +15,8 @@ namespace NV::bench {
 // An RSA-2048 and a P-256 key of one token, opened through one provider.
 class Operations {
 public:
-    // Names are the keys' CKA_IDs in hexadecimal. Makes every operation once, both ways, and throws
-    // std::runtime_error if one fails or the results differ.
+    // The names are the keys' CKA_IDs in hexadecimal. Runs every operation once in both ways, and
+    // throws std::runtime_error if one fails or the results differ.
     Operations(const LinkedModule& module, const OpenProvider& provider, BareToken& bare,
                const wchar_t* rsaName, const wchar_t* ecName);
     ~Operations();
@@ -63,7 +63,7 @@ private:
     Bytes hash_;
     Bytes digestInfo_;  // of the hash
     Bytes peerPoint_;
-    // What the operations of either way have written last.
+    // The latest output of each of the two ways.
     struct Written {
         Bytes rsaSignature = Bytes(256);
         Bytes ecSignature = Bytes(64);

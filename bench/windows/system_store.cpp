@@ -1,4 +1,4 @@
-// The wrapped functions of the system's store, and the registry in which Wine keeps it.
+// Wraps the functions of the system's store, and redirects the registry in which Wine keeps it.
 
 #include "system_store.h"
 
@@ -97,7 +97,7 @@ EmptyUserRegistry::EmptyUserRegistry()
 {
     RegDeleteTreeW(HKEY_CURRENT_USER, treeName);
     HKEY tree = nullptr;
-    // Not a volatile key: the system's store would make lasting ones below it, which fails.
+    // Not a volatile key: the system's store would create non-volatile keys below it, which fails.
     if (RegCreateKeyExW(HKEY_CURRENT_USER, treeName, 0, nullptr, REG_OPTION_NON_VOLATILE,
                         KEY_ALL_ACCESS, nullptr, &tree, nullptr) != ERROR_SUCCESS)
         throw std::runtime_error("cannot make a registry tree");

@@ -1,4 +1,4 @@
-// The system's certificate store as the module reaches it in this program: absent, or the user's own
+// The system's certificate store as the module sees it in this program: absent, or the user's own,
 // with the time that is spent inside it. The program is linked with the four imports wrapped.
 
 #pragma once
@@ -7,14 +7,14 @@
 
 namespace NV::bench {
 
-// Off, as at the start: the store does not open, and a certificate's publication ends at once.
+// Off (the default): the store does not open, and the publication of a certificate ends at once.
 void setPublishing(bool on);
 
 // Time spent inside the store's functions since the start.
 std::chrono::nanoseconds timeInsideStore();
 
-// While it lives, what this process takes for the current user's registry is an empty tree, so that
-// publishing leaves the user's own store alone. Wine keeps its stores there.
+// While it exists, the current user's registry is an empty tree for this process, so that
+// publishing does not change the user's own store, which Wine keeps there.
 class EmptyUserRegistry {
 public:
     EmptyUserRegistry();
@@ -23,7 +23,7 @@ public:
     EmptyUserRegistry& operator=(const EmptyUserRegistry&) = delete;
 };
 
-// Elsewhere the stores are not all in the registry.
+// False on systems that do not keep all stores in the registry.
 bool runsUnderWine();
 
 }  // namespace NV::bench

@@ -1,4 +1,4 @@
-// Base64, both ways, against an encoder and a decoder that go bit by bit.
+// Compares the base64 encoder and decoder with simple ones that work bit by bit.
 
 #include <string_view>
 
@@ -23,7 +23,7 @@ int valueOf(char c)
     return c == '/' ? 63 : -1;
 }
 
-// Whole bytes out of the bits of all characters before the first one outside the alphabet.
+// The whole bytes in the bits of all characters before the first one outside the alphabet.
 Bytes expectedBytes(std::string_view text)
 {
     Bytes bytes;

@@ -1,5 +1,5 @@
-// The configuration file's text: settings and errors are those of a reading character by character,
-// and what was read can be written and read again.
+// The text of the configuration file: settings and errors are those of a second reader that goes
+// character by character, and the settings can be written and read again.
 
 #include <optional>
 #include <sstream>

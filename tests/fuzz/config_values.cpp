@@ -1,5 +1,5 @@
-// The values of the four logging keys. The input is a value, and behind a line feed the profile
-// folder that "~" stands for.
+// The values of the four logging keys. The input is a value, a line feed, and the profile folder
+// that replaces "~".
 
 #include <strings.h>
 
@@ -84,7 +84,7 @@ Rotation expectedRotation(const std::string& value, int32_t current)
     return {static_cast<int32_t>(days), {}};
 }
 
-// The pieces of the value between the signs, with the profile in between.
+// The parts of the value between the "~" characters, joined with the profile folder.
 std::string expectedStore(const std::string& value, const std::string& profile)
 {
     std::string path;

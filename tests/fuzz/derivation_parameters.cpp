@@ -1,6 +1,6 @@
-// The buffer list that an application gives to a key derivation. The input's first byte says whether
-// the derivation is by HMAC. Each buffer begins with its type, a byte whose lowest bit makes it a null
-// pointer and whose next one puts it at an odd address, and its size in two bytes.
+// The buffer list that an application passes to a key derivation. The first byte of the input
+// selects HMAC or not. Each buffer begins with its type, a byte whose lowest bit makes it a null
+// pointer and whose next bit puts it at an odd address, and its size in two bytes.
 
 #include <optional>
 #include <vector>
@@ -57,7 +57,7 @@ ParameterKind expectedKind(const Item& item, bool useHmacKdf)
     return kinds[item.type];
 }
 
-// The characters before the first zero; a rest that is no whole character counts for nothing.
+// The characters before the first zero. Trailing bytes that are not a whole character are ignored.
 std::wstring expectedText(std::span<const unsigned char> bytes)
 {
     std::wstring text;
@@ -70,7 +70,7 @@ std::wstring expectedText(std::span<const unsigned char> bytes)
     return text;
 }
 
-// What the list says, item by item.
+// Reads the list, item by item.
 struct Model {
     std::wstring hashName;
     Bytes hmacKey;

@@ -1,5 +1,5 @@
-// The public point of a certificate. The first byte chooses the curve, or says the coordinate size
-// itself; the point follows.
+// The public point of a certificate. The first byte selects the curve or is the coordinate size;
+// the point follows.
 
 #include "keystore/keystore_blob.h"
 #include "target.h"
@@ -24,7 +24,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     const NV::Bytes joined = NV::uncompressedPoint(coordinates);
     if (whole)
         HOLDS(std::equal(joined.begin(), joined.end(), point.begin()));
-    // Longer than it need be or not: the same coordinates.
+    // The coordinates are the same with and without trailing bytes.
     const NV::PointCoordinates again = NV::splitPoint(joined, split.x.size());
     HOLDS(again.x == split.x && again.y == split.y);
     return 0;

@@ -1,4 +1,4 @@
-// Hexadecimal text, both ways: any bytes as text and back, and any text as bytes.
+// Hexadecimal text: any bytes as text and back, and any text as bytes.
 
 #include <cctype>
 #include <charconv>
@@ -12,7 +12,7 @@ namespace NV::fuzz {
 
 namespace {
 
-// The value of a character, as the decoder defines it for every one.
+// The value of a character. The decoder defines one for every character.
 int digit(char c)
 {
     int value = 0;
@@ -27,7 +27,7 @@ void checkDecoding(const std::string& text)
     HOLDS(bytes.size() == text.size() / 2);
     for (size_t i = 0; i < bytes.size(); ++i)
         HOLDS(bytes[i] == ((digit(text[2 * i]) * 16 + digit(text[2 * i + 1])) & 0xFF));
-    // Digits alone come back, as upper-case ones.
+    // Only text of digits comes back, in upper case.
     const auto isDigit = [](unsigned char c) { return std::isxdigit(c) != 0; };
     if (std::all_of(text.begin(), text.end(), isDigit)) {
         std::string upper = text.substr(0, 2 * bytes.size());

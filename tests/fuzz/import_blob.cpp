@@ -21,7 +21,7 @@ uint32_t expectedKeyLength(uint32_t magic)
     }
 }
 
-// Both coordinates lie inside the blob, behind its head, and are told apart again.
+// Both coordinates are inside the blob, after its header, and can be separated again.
 void checkCoordinates(const Bytes& blob, std::span<const unsigned char> coordinates)
 {
     const size_t size = numberAt(blob, 4);

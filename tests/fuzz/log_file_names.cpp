@@ -1,6 +1,6 @@
-// The names of a log folder's files, and which of them are old. The input: the days kept, the time in
-// days since 1970 and in seconds of the day, then the configured name (empty: the usual one) and, on
-// the next line, the name of a file.
+// The names of the files in a log folder, and which of them are old. The input: the days to keep,
+// the time in days since 1970 and in seconds of the day, the configured name (empty: the default)
+// and, on the next line, the name of a file.
 
 #include <ctime>
 #include <optional>
@@ -15,7 +15,7 @@ namespace {
 
 constexpr int64_t secondsOfADay = 86400;
 
-// The bytes above ASCII stand for U+0600 and on, so that digits of another script are among them.
+// Bytes above ASCII become U+0600 and up, so that digits of another script are among them.
 std::wstring widen(const std::string& text)
 {
     std::wstring wide;
@@ -40,8 +40,8 @@ void checkSplit(std::wstring_view name)
     HOLDS(std::count(parts.extension.begin(), parts.extension.end(), L'.') == 1);
 }
 
-// Days from 1970-01-01 to a date of the Gregorian calendar, counted from March, so that the leap day
-// ends the year. The month may lie outside 1 to 12, and the day outside its month.
+// Days from 1970-01-01 to a date of the Gregorian calendar, with years that begin in March, so that
+// the leap day ends the year. The month may be outside 1 to 12, and the day outside its month.
 int64_t daysSince1970(int64_t year, int64_t month, int64_t day)
 {
     const int64_t months = year * 12 + month - 3;
@@ -54,7 +54,8 @@ int64_t daysSince1970(int64_t year, int64_t month, int64_t day)
     return marchYear * 365 + leapDays + (fromMarch * 153 + 2) / 5 + day - 1 - 719468;
 }
 
-// The digits of the date in a file's name; nothing when it is not a dated file of the configured one.
+// The digits of the date in a file's name; nothing when it is not a dated file of the configured
+// name.
 std::optional<std::wstring> dateIn(const std::wstring& name, const std::wstring& stem)
 {
     constexpr std::wstring_view extension = L".log";
@@ -81,7 +82,7 @@ bool expectedOutdated(const std::wstring& name, const FileName& configured, int6
     return (now - date * secondsOfADay) / secondsOfADay > daysKept;
 }
 
-// The file that is written now is a dated one of today, and goes once its day is far enough back.
+// The current file has today's date, and is deleted when that date is old enough.
 void checkToday(const FileName& configured, std::time_t now, int32_t daysKept)
 {
     std::tm today{};
@@ -105,7 +106,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***);
 
 extern "C" int LLVMFuzzerInitialize(int*, char***)
 {
-    // Local time without gaps, so that a day has its seconds.
+    // Local time without gaps, so that each day has all its seconds.
     setenv("TZ", "UTC0", 1);
     tzset();
     return 0;

@@ -1,5 +1,5 @@
-// Texts of applications and tokens in a record of the log: names of keys and properties in UTF-16,
-// narrow texts, numbers. The input: the buffer's capacity and a number, a narrow text up to a line
+// Texts of applications and tokens in a log record: names of keys and properties in UTF-16, narrow
+// texts, numbers. The input: the capacity of the buffer and a number, a narrow text up to a line
 // feed, then UTF-16.
 
 #include <cstdarg>
@@ -36,7 +36,7 @@ std::string fitting(const std::string& message, size_t capacity)
     return message.size() < capacity ? message : std::string();
 }
 
-// Code points as RFC 3629 has them; a surrogate without its other half is U+FFFD.
+// Encodes code points as RFC 3629 defines; a surrogate without its other half is U+FFFD.
 std::string expectedUtf8(const std::u16string& units)
 {
     std::string text;
@@ -57,7 +57,7 @@ std::string expectedUtf8(const std::u16string& units)
     return text;
 }
 
-// Up to a zero, as every text that the module is given.
+// Up to a zero, as in every text that the module gets.
 std::u16string readUnits(Input& input)
 {
     std::u16string units;
@@ -83,7 +83,7 @@ void checkRecord(const std::string& message)
     }
     HOLDS(line == expected + "\n");
 
-    // A folder's name does not add lines to the banner.
+    // The name of a folder adds no lines to the banner.
     LoggerSettings settings;
     settings.store = message;
     const std::string banner = bannerLines(time, "[00001,00000002]", settings);

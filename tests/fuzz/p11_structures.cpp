@@ -1,5 +1,5 @@
-// The structures that a token fills, as text. The input's first byte chooses the structure, the rest
-// is its memory.
+// The structures that a token fills, as text. The first byte of the input selects the structure,
+// the rest is its memory.
 
 #include <cstring>
 #include <sstream>
@@ -12,7 +12,7 @@ namespace NV::fuzz {
 
 namespace {
 
-// Structures of a library lie packed and anywhere.
+// The structures of a library are packed and can be at any address.
 template <typename Structure>
 Structure filled(Input& input)
 {
@@ -146,7 +146,8 @@ void checkSession(const CK_SESSION_INFO& info)
                               ",ulDeviceError=" + hexadecimal(info.ulDeviceError) + "}");
 }
 
-// The value lies in a block of exactly its size, at an odd address. Only one of four bytes is read.
+// The value is in a block of exactly its size, at an odd address. Only a value of four bytes is
+// read.
 void checkAttribute(Input& input)
 {
     const CK_ATTRIBUTE_TYPE type = input.number();

@@ -1,5 +1,5 @@
-// The names of return values, mechanisms and attribute types, for any number. The input is a list of
-// numbers of four bytes; each value has the text that it had before.
+// The names of return values, mechanisms and attribute types, for any number. The input is a list
+// of numbers of four bytes. The same value always has the same text.
 
 #include <cctype>
 #include <cstdlib>
@@ -32,7 +32,7 @@ void checkReturnValue(CK_RV value)
     HOLDS(isIdentifier(std::string_view(text).substr(9, text.size() - 10), "CKR_"));
 }
 
-// The tab belongs to one of the names.
+// One of the names contains a tab.
 void checkMechanism(CK_MECHANISM_TYPE type)
 {
     std::string text = mechanismText(type);
@@ -66,7 +66,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         checkReturnValue(number);
         checkMechanism(number);
         checkAttribute(number);
-        // Neither a neighbour's text nor an earlier one's is left in the buffers.
+        // The buffers contain no rest of the text of another value.
         const std::string before = NV::attributeText(number);
         NV::attributeText(number + 1);
         HOLDS(NV::attributeText(number) == before);

@@ -1,5 +1,5 @@
-// The legacy blob of an RSA public key, as the system's certificate functions give it, and the CNG
-// blob that is made of it.
+// The legacy blob of an RSA public key, as the system's certificate functions return it, and the
+// CNG blob that is made from it.
 
 #include "keystore/keystore_blob.h"
 #include "target.h"

@@ -1,4 +1,4 @@
-// What all fuzz targets share: reading the input piece by piece, and saying that something must hold.
+// Shared by all fuzz targets: reads the input piece by piece, and checks conditions.
 
 #pragma once
 
@@ -12,10 +12,10 @@
 
 #include "base/encoding.h"
 
-// Called by libFuzzer with one input after the other.
+// libFuzzer calls it with one input after the other.
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
-// Ends the run with the condition when it is false; libFuzzer then keeps the input.
+// Ends the run and prints the condition when it is false; libFuzzer then saves the input.
 #define HOLDS(condition)                                                                           \
     do {                                                                                           \
         if (!(condition)) {                                                                        \
@@ -26,8 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace NV::fuzz {
 
-// The input from the front. Past its end there are zeros and empty pieces. Pieces are copies of
-// exactly their size, so that the address sanitizer sees every access beyond them.
+// Reads the input from its beginning. After its end it returns zeros and empty pieces. Pieces are
+// copies of exactly their size, so that the address sanitizer detects every access beyond them.
 class Input {
 public:
     Input(const uint8_t* data, size_t size) : left_(data, size) {}
@@ -50,7 +50,7 @@ public:
         return value;
     }
 
-    // As many bytes as there are, `size` at most.
+    // The remaining bytes, at most `size`.
     Bytes bytes(size_t size)
     {
         const auto piece = left_.first(std::min(size, left_.size()));
@@ -60,7 +60,7 @@ public:
 
     Bytes rest() { return bytes(left_.size()); }
 
-    // The text up to a line feed, which is taken as well, or to the end.
+    // The text up to a line feed, which it consumes as well, or to the end.
     std::string line()
     {
         std::string text;

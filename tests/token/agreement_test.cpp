@@ -1,5 +1,5 @@
-// Secret agreement with EC keys on the token and derivation from the secret: equal to what OpenSSL
-// agrees and computes with the same keys.
+// Secret agreement with EC keys on the token, and derivation from the secret: equal to OpenSSL's
+// results with the same keys.
 
 #include <optional>
 #include <string>
@@ -14,7 +14,7 @@ namespace {
 constexpr wchar_t hashKdf[] = BCRYPT_KDF_HASH;
 constexpr wchar_t hmacKdf[] = BCRYPT_KDF_HMAC;
 
-// SubjectPublicKeyInfo ends in the coordinates of the point.
+// SubjectPublicKeyInfo ends with the coordinates of the point.
 Bytes coordinatesOf(const Bytes& publicKeyInfo, const TokenKey& key)
 {
     return {publicKeyInfo.end() - 2 * static_cast<ptrdiff_t>(key.bytes()), publicKeyInfo.end()};
@@ -86,7 +86,7 @@ Bytes joined(std::initializer_list<Bytes> pieces)
 
 class AgreementTest : public TokenTest {
 protected:
-    // 0 when the provider makes no key of the blob.
+    // 0 when the provider makes no key from the blob.
     static NCRYPT_KEY_HANDLE import(Bytes blob)
     {
         NCRYPT_KEY_HANDLE key = 0;
@@ -96,7 +96,7 @@ protected:
         return key;
     }
 
-    // 0 with a status that says why.
+    // 0 with the status of the failure.
     static NCRYPT_SECRET_HANDLE agree(
         const TokenKey& key, const Bytes& blob, SECURITY_STATUS& status,
         const DialogDriver::Script& dialog = DialogDriver::entering(tokenPin))
@@ -186,7 +186,8 @@ TEST_P(Derivation, HashIsOpenSslsDigestOfOpenSslsSecret)
                       digest(joined({before, secret()})));
         expectDerived(hashKdf, Parameters().hash(hash).append(after), 0,
                       digest(joined({secret(), after})));
-        // Several buffers of one kind add up, in their order and wherever the others stand.
+        // Several buffers of one kind are joined in their order, regardless of the buffers between
+        // them.
         expectDerived(hashKdf,
                       Parameters()
                           .append(after)
@@ -202,7 +203,7 @@ TEST_P(Derivation, HashIsOpenSslsDigestOfOpenSslsSecret)
 TEST_P(Derivation, HmacIsOpenSslsOfOpenSslsSecret)
 {
     for (const HashName& hash : hashNames) {
-        // As long as the hash, which SoftHSM2 asks for at least; longer; and longer than its block.
+        // As long as the hash, which is SoftHSM2's minimum; longer; and longer than its block.
         for (const size_t keySize : {size_t{hash.size}, size_t{hash.size} + 9, size_t{150}}) {
             SCOPED_TRACE(std::string(hash.openSsl) + ", key of " + std::to_string(keySize));
             const Bytes key = arbitraryBytes(keySize, 15);
@@ -221,7 +222,7 @@ TEST_P(Derivation, HmacIsOpenSslsOfOpenSslsSecret)
     }
 }
 
-// SoftHSM2 takes no HMAC key that is shorter than the hash.
+// SoftHSM2 accepts no HMAC key that is shorter than the hash.
 TEST_P(Derivation, HmacKeyThatTheTokenRefusesFails)
 {
     for (const HashName& hash : hashNames) {
@@ -242,7 +243,7 @@ TEST_P(Derivation, SecretItselfCanBeTheHmacKey)
 {
     for (const HashName& hash : hashNames) {
         SCOPED_TRACE(hash.openSsl);
-        // The flag wins over a key.
+        // The flag takes precedence over a key.
         Parameters parameters;
         parameters.hash(hash).prepend(before).append(after).hmacKey(arbitraryBytes(64));
         const Outcome outcome =
@@ -295,7 +296,7 @@ protected:
         return blobOf(magicOf(GetParam()), GetParam().bytes(), coordinates);
     }
 
-    // The token refuses the point, and goes on working with a good one.
+    // The token rejects the point, and then works with a valid one.
     void expectRefused(const Bytes& blob) const
     {
         SECURITY_STATUS status = ERROR_SUCCESS;
@@ -304,7 +305,7 @@ protected:
     }
     void expectWorking() const { expectAgreed(makePeer()); }
 
-    // The last peer made.
+    // The latest peer.
     void expectAgreed(const Bytes& coordinates) const
     {
         SECURITY_STATUS status = -1;
@@ -319,7 +320,7 @@ protected:
 
 INSTANTIATE_TEST_SUITE_P(Token, Agreement, testing::ValuesIn(ecKeys), keyOf);
 
-// Half of P-521's secrets begin with a zero byte, which belongs to the secret.
+// Half of P-521's secrets begin with a zero byte, which is part of the secret.
 TEST_P(Agreement, KeepsTheLengthOfTheSecret)
 {
     for (int i = 0; i < 6; ++i)
@@ -344,7 +345,7 @@ TEST_P(Agreement, CoordinatesNotBelowThePrimeAreRefused)
     expectWorking();
 }
 
-// Lengths that the token must judge: the provider takes the header's word for them.
+// Lengths that the token must check: the provider trusts the header.
 TEST_P(Agreement, PointOfAnotherLengthIsRefused)
 {
     const Bytes good = makePeer();
@@ -370,7 +371,7 @@ TEST_P(Agreement, PointOfAnotherCurveIsRefused)
     expectWorking();
 }
 
-// secp256k1's points look like those of P-256 in everything but their equation.
+// The points of secp256k1 differ from those of P-256 only in their equation.
 TEST_F(AgreementTest, PointOfACurveOfTheSameSizeIsRefused)
 {
     const Bytes peer = coordinatesOf(openSsl().makePeer("secp256k1"), p256);
@@ -407,7 +408,7 @@ TEST_P(Agreement, RsaKeyDoesNotAgree)
     EXPECT_EQ(status, NTE_NOT_SUPPORTED);
 }
 
-// The secret outlives the key that it was agreed with, and can be used until it is freed.
+// The secret outlives the key of the agreement, and can be used until it is freed.
 TEST_F(AgreementTest, SecretLivesUntilItIsFreed)
 {
     const Bytes peer = coordinatesOf(openSsl().makePeer("P-256"), p256);

@@ -1,5 +1,5 @@
-// ECDSA with keys on the token: the provider's signatures judged by OpenSSL, OpenSSL's by the
-// provider.
+// ECDSA with keys on the token: OpenSSL verifies the provider's signatures, and the provider those
+// of OpenSSL.
 
 #include "ecdsa_der.h"
 #include "token_test.h"
@@ -12,8 +12,8 @@ class EcSignature : public TokenTest, public testing::WithParamInterface<TokenKe
 
 INSTANTIATE_TEST_SUITE_P(Token, EcSignature, testing::ValuesIn(ecKeys), keyOf);
 
-// Shorter than every curve, and those of the four hashes: longer than the smaller curves. OpenSSL's
-// tool takes no more.
+// Shorter than every curve, and the lengths of the four hashes, which are longer than the smaller
+// curves. OpenSSL's tool accepts no more.
 constexpr DWORD hashSizes[] = {1, 20, 32, 48, 64};
 constexpr DWORD longestHash = 64;
 
@@ -50,7 +50,7 @@ TEST_P(EcSignature, ProviderVerifiesOpenSslsAndRefusesAChangedOne)
     }
 }
 
-// Bits of the hash beyond the curve's order do not count (FIPS 186-4, 6.4).
+// Bits of the hash beyond the curve's order are ignored (FIPS 186-4, 6.4).
 TEST_P(EcSignature, HashIsCutToTheOrder)
 {
     const OpenedKey key = open(GetParam());
@@ -67,7 +67,7 @@ TEST_P(EcSignature, HashIsCutToTheOrder)
               NTE_INTERNAL_ERROR);
 }
 
-// Half of P-521's numbers begin with a zero byte, which must not get lost.
+// Half of P-521's numbers begin with a zero byte, which must not be lost.
 TEST_P(EcSignature, EachSignatureIsNewAndOfFullLength)
 {
     const OpenedKey key = open(GetParam());

@@ -1,5 +1,5 @@
-// What the provider says about the token's keys without the PIN: names, properties, public key
-// blobs and the certificates in the user's store, all against OpenSSL's view of the certificates.
+// The provider's information on the token's keys without the PIN: names, properties, public key
+// blobs and the certificates in the user's store, compared with OpenSSL's view of the certificates.
 
 #include <filesystem>
 #include <memory>
@@ -49,8 +49,8 @@ bool isRsa(const TokenKey& key)
     return key.bits > 1000;
 }
 
-// Each suite has a provider of its own. What opening a key leaves behind in it (an entry for an
-// unknown name, empty properties once a handle was closed) is of no concern to the others.
+// Each suite has its own provider. What opening a key leaves in it (an entry for an unknown name,
+// empty properties after a handle was closed) does not affect the others.
 class KeyList : public TokenTest {
 protected:
     struct Listed {
@@ -59,7 +59,7 @@ protected:
         bool operator==(const Listed&) const = default;
     };
 
-    // A whole enumeration.
+    // A complete enumeration.
     static std::vector<Listed> listed()
     {
         std::vector<Listed> keys;
@@ -83,7 +83,7 @@ class KeyProperties : public TokenTest {};
 class KeyNames : public TokenTest {};
 class TokenKeys : public TokenTest {};
 
-// Keeps the PKCS #11 library initialised, as a browser in the same process would.
+// Keeps the PKCS #11 library initialized, as a browser in the same process would.
 class LibraryUser {
 public:
     LibraryUser() : library_(LoadLibraryW(host::winelibPath("p11bridge.dll").c_str()))
@@ -161,7 +161,7 @@ TEST_F(KeyList, IsInTheOrderOfTheNames)
     const std::vector<Listed> expected = {{L"01AB", rsa}, {L"0256", ec},  {L"0384", ec},
                                           {L"03A1", rsa}, {L"04C2", rsa}, {L"0521", ec}};
     EXPECT_EQ(listed(), expected);
-    EXPECT_EQ(listed(), expected);  // a second enumeration begins anew
+    EXPECT_EQ(listed(), expected);  // a second enumeration starts from the beginning
 }
 
 TEST_F(KeyProperties, TellEachKeyAndAreEmptyOnceAHandleWasClosed)
@@ -186,7 +186,7 @@ TEST_F(KeyProperties, TellEachKeyAndAreEmptyOnceAHandleWasClosed)
         is(L"Algorithm Name",
            wideText(isRsa(token) ? L"RSA" : L"ECDSA_P" + std::to_wstring(token.bits)));
     }
-    // All handles of a key share the values, and the first that is closed takes them along.
+    // All handles of a key share the values, and closing the first of them empties the values.
     for (const TokenKey& token : allKeys()) {
         const Outcome value = open(token).property(L"Name");
         EXPECT_EQ(value.status, ERROR_SUCCESS);
@@ -246,7 +246,7 @@ TEST_F(TokenKeys, EcBlobHasTheCertificatesPoint)
     const ULONG* magic = magics;
     for (const TokenKey& token : ecKeys) {
         SCOPED_TRACE(token.file);
-        // A SubjectPublicKeyInfo ends in the point.
+        // A SubjectPublicKeyInfo ends with the point.
         const Bytes information = openSsl().publicKeyInfo(token);
         const Bytes point(information.end() - 2 * static_cast<ptrdiff_t>(token.bytes()),
                           information.end());
@@ -262,7 +262,7 @@ TEST_F(TokenKeys, EcBlobHasTheCertificatesPoint)
     }
 }
 
-// Another provider in the same process, at the same time: the library underneath has but one state.
+// Another provider in the same process, at the same time: the library has only one state.
 TEST_F(TokenKeys, TwoProvidersWorkSideBySide)
 {
     const OpenedProvider another(module());
@@ -277,8 +277,8 @@ TEST_F(TokenKeys, TwoProvidersWorkSideBySide)
     thread.join();
 }
 
-// Another part of the process has the library initialised: the provider works with it as it is and
-// leaves it as it was.
+// Another part of the process has initialized the library: the provider uses it and leaves it
+// initialized.
 TEST_F(TokenKeys, WorkWhileSomebodyElseUsesTheLibrary)
 {
     const LibraryUser somebody;
@@ -293,7 +293,7 @@ TEST_F(TokenKeys, WorkWhileSomebodyElseUsesTheLibrary)
     EXPECT_EQ(somebody->C_GetInfo(&information), CKR_OK);
 }
 
-// With certificates that nobody has published before: Wine writes the provider information of a
+// With certificates that were never published before: Wine writes the provider information of a
 // certificate only once.
 TEST(Publication, PutsEachCertificateInTheUsersStoreWithItsKey)
 {

@@ -1,5 +1,5 @@
-// RSA encryption with keys on the token: what the provider encrypts OpenSSL decrypts, and the other
-// way round.
+// RSA encryption with keys on the token: OpenSSL decrypts what the provider encrypts, and vice
+// versa.
 
 #include <string>
 
@@ -19,7 +19,7 @@ protected:
         for (const DWORD size : {shortest, longest}) {
             SCOPED_TRACE(size);
             Bytes plain = arbitraryBytes(size);
-            // As a number it must be below the modulus, for the case that nothing pads it.
+            // As a number it must be less than the modulus, for the case without padding.
             plain.front() &= 0x3F;
             const Outcome cipher = key.encrypt(padding, plain);
             ASSERT_EQ(cipher.status, ERROR_SUCCESS);
@@ -58,8 +58,8 @@ TEST_P(RsaEncryption, OaepBothWays)
     expectBothWays(Padding::oaep(sha1.cng), oaep, 1, GetParam().bytes() - 2 * sha1.size - 2);
 }
 
-// SoftHSM2 knows OAEP with SHA-1 and without a label alone. Its refusal must arrive, not a cipher
-// text that somebody expects to be bound to the label.
+// SoftHSM2 supports OAEP only with SHA-1 and without a label. The caller must get its error, not a
+// ciphertext that is not bound to the label.
 TEST_P(RsaEncryption, OaepThatTheTokenDoesNotKnowFails)
 {
     const OpenedKey key = open(GetParam());
@@ -88,8 +88,8 @@ TEST_P(RsaEncryption, PlainTextThatDoesNotFitFails)
               NTE_INTERNAL_ERROR);
     EXPECT_EQ(key.encrypt(Padding::oaep(sha1.cng), arbitraryBytes(size - 41)).status,
               NTE_INTERNAL_ERROR);
-    // A number above the modulus is no message. (One of more bytes than the modulus would make
-    // SoftHSM2 end the process.)
+    // A number above the modulus is not a valid message. (A number with more bytes than the modulus
+    // makes SoftHSM2 end the process.)
     EXPECT_EQ(key.encrypt(Padding::raw(), Bytes(size, 0xFF)).status, NTE_INTERNAL_ERROR);
 }
 
@@ -115,7 +115,7 @@ TEST_P(RsaEncryption, CancelledDialogDecryptsNothing)
               ERROR_SUCCESS);
 }
 
-// A length query of Decrypt asks for the PIN like any other, and tells at least the length needed.
+// A length query of Decrypt asks for the PIN like any call, and returns at least the needed length.
 TEST_P(RsaEncryption, LengthQueries)
 {
     const OpenedKey key = open(GetParam());

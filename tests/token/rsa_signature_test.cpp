@@ -1,5 +1,5 @@
-// RSA signatures with keys on the token: PKCS #1 v1.5 and PSS, judged by OpenSSL, and the provider's
-// verification of its own and of OpenSSL's.
+// RSA signatures with keys on the token: PKCS #1 v1.5 and PSS, verified by OpenSSL, and the
+// provider's verification of its own signatures and of OpenSSL's.
 
 #include <optional>
 #include <string>
@@ -45,7 +45,7 @@ TEST_P(RsaSignature, Pkcs1WithAHashNameVerifiesInOpenSsl)
         EXPECT_TRUE(openSsl().verifies(GetParam(), value, signature.bytes, pkcs1For(hash)));
         EXPECT_FALSE(
             openSsl().verifies(GetParam(), changed(value), signature.bytes, pkcs1For(hash)));
-        // PKCS #1 v1.5 leaves nothing to chance: the signature is OpenSSL's own.
+        // PKCS #1 v1.5 is deterministic: the signature is equal to OpenSSL's.
         EXPECT_EQ(signature.bytes, openSsl().sign(GetParam(), value, pkcs1For(hash)));
     }
 }
@@ -80,7 +80,7 @@ TEST_P(RsaSignature, Pkcs1WithoutAKnownHashNameSignsWhatIsGiven)
               NTE_INTERNAL_ERROR);
 }
 
-// No flag at all, and PSS with a hash that it does not know, are PKCS #1 v1.5 as well.
+// No flag, and PSS with an unknown hash, are PKCS #1 v1.5 as well.
 TEST_P(RsaSignature, NoUsablePaddingIsPkcs1)
 {
     const OpenedKey key = open(GetParam());
@@ -141,8 +141,8 @@ TEST_P(RsaSignature, ProviderVerifiesPssOfItsOwnAndOfOpenSsl)
     }
 }
 
-// Verification leaves the DigestInfo to the caller where no hash is named. Where one is named, the
-// token hashes what it is given: the value that was signed does not verify, the message does.
+// If no hash is named, verification leaves the DigestInfo to the caller. If a hash is named, the
+// token hashes its input: the signed value does not verify, the message does.
 TEST_P(RsaSignature, ProviderVerifiesPkcs1OverDigestInfoAndHash)
 {
     const OpenedKey key = open(GetParam());
@@ -216,7 +216,7 @@ TEST_F(Pin, CancelledDialogIsSaidSoAndTheNextCallAsksAgain)
     EXPECT_TRUE(openSsl().verifies(rsa2048, value, right.bytes, pkcs1For(sha256)));
 }
 
-// A second signature without the PIN would mean that something kept it, or the login.
+// A second signature without the PIN would mean that the PIN or the login was retained.
 TEST_F(Pin, IsAskedForEachSignature)
 {
     const OpenedKey key = open(rsa2048);

@@ -1,5 +1,5 @@
-// Eight threads at once on the module and on its objects, with SoftHSM2: every result is OpenSSL's,
-// or right by OpenSSL's judgement.
+// Eight threads at once use the module and its objects, with SoftHSM2: every result is equal to
+// OpenSSL's, or OpenSSL verifies it.
 
 #include <gtest/gtest.h>
 
@@ -31,7 +31,7 @@ Bytes joined(Bytes first, const Bytes& second)
     return first;
 }
 
-// What OpenSSL makes of inputs that no other thread has.
+// OpenSSL's results for inputs that no other thread has.
 KnownResults knownToOpenSsl(const OpenSsl& openSsl, unsigned thread, const Bytes& secret)
 {
     KnownResults known;
@@ -39,7 +39,7 @@ KnownResults knownToOpenSsl(const OpenSsl& openSsl, unsigned thread, const Bytes
     known.rsaSignature = openSsl.sign(rsa2048, known.hash, "-pkeyopt rsa_padding_mode:pkcs1");
     known.ecSignature = rawFromDer(openSsl.sign(p256, known.hash), p256.bytes());
     known.plain = arbitraryBytes(256, thread);
-    known.plain.front() &= 0x3F;  // as a number it must be below the modulus
+    known.plain.front() &= 0x3F;  // as a number it must be less than the modulus
     known.cipher = openSsl.encrypt(rsa2048, known.plain, "-pkeyopt rsa_padding_mode:none");
     known.prepend = arbitraryBytes(7, thread);
     known.digest = openSsl.digest(sha256, joined(known.prepend, secret));
@@ -48,7 +48,7 @@ KnownResults knownToOpenSsl(const OpenSsl& openSsl, unsigned thread, const Bytes
     return known;
 }
 
-// Without a log: what is meant to meet here are the threads, not the writers.
+// Without a log, so that threads compete for the module and the token, not for the log file.
 class QuietToken {
 public:
     QuietToken()
@@ -126,7 +126,7 @@ TEST_F(TokenThreads, workWithPinOnTwoSetsOfObjects)
     EXPECT_EQ(workWithPins(bridge(), token().facts(), token().known(), rounds(10)), "");
 }
 
-// The signatures that the token itself judges otherwise.
+// ECDSA signatures differ each time, so OpenSSL verifies those of each thread.
 TEST_F(TokenThreads, openSslVerifiesTheSignaturesOfThreads)
 {
     loggerSettings().types = 0;

@@ -1,4 +1,4 @@
-// Attribute templates on their way to the native library and back.
+// Converts attribute templates for the native library and back.
 
 #include "attributes.h"
 
@@ -15,7 +15,7 @@ enum class Shape {
     Number,    // one CK_ULONG
     Numbers,   // an array of CK_ULONG
     Template,  // an array of CK_ATTRIBUTE
-    Unknown,   // vendor-defined, or younger than the table
+    Unknown,   // vendor-defined, or newer than the table
 };
 
 constexpr CK_ATTRIBUTE_TYPE numberAttributes[] = {
@@ -56,8 +56,8 @@ constexpr CK_ATTRIBUTE_TYPE knownAttributes[] = {
 #undef NV_VALUE
 };
 
-// The most numbers that one attribute is given room for. Lists of allowed mechanisms are shorter
-// by far; a caller's wrong length must not become a huge allocation.
+// The maximum of numbers in one attribute. Lists of allowed mechanisms are much shorter; a wrong
+// length from the caller must not become a huge allocation.
 constexpr CK_ULONG mostNumbers = 65536;
 
 Shape shapeOf(CK_ATTRIBUTE_TYPE type)
@@ -186,7 +186,7 @@ void OutputTemplate::add(CK_ATTRIBUTE& attribute)
         converted.pValue = attribute.pValue;
         converted.ulValueLen = attribute.ulValueLen;
     } else if (attribute.pValue != nullptr) {
-        // One more than is offered, so that a buffer for no number is not a null pointer.
+        // One more than requested, so that a buffer for no number is not a null pointer.
         const CK_ULONG room =
             std::min(attribute.ulValueLen / CK_ULONG{sizeof(CK_ULONG)}, mostNumbers);
         entry.numbers.resize(size_t{room} + 1);
@@ -223,7 +223,7 @@ void OutputTemplate::copyBack(const Entry& entry, const native::CK_ATTRIBUTE& fi
     if (filled.ulValueLen % sizeof(native::CK_ULONG) != 0)
         throw Failure{CKR_GENERAL_ERROR};
     if (caller.pValue != nullptr) {
-        // A library that answers more than it was given room for left nothing behind that room.
+        // If the library reports more values than the buffer has room for, the rest does not exist.
         if (size >= entry.numbers.size())
             throw Failure{CKR_GENERAL_ERROR};
         for (size_t i = 0; i < size; ++i)

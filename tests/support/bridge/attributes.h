@@ -1,5 +1,5 @@
-// Attribute templates on their way to the native library and back. Used by the exports that take
-// templates; knows which attributes hold a CK_ULONG and so change their width.
+// Converts attribute templates for the native library and back. Used by the exports that take
+// templates; knows which attributes contain a CK_ULONG, whose width changes.
 
 #pragma once
 
@@ -12,10 +12,10 @@
 namespace NV::bridge {
 
 // A template whose values the native library reads (C_CreateObject, C_FindObjectsInit, ...).
-// Byte values stay where the caller has them; numbers are held here in their native width.
+// Byte values stay in the caller's memory; numbers are stored here in their native width.
 class InputTemplate {
 public:
-    // Throws Failure: CKR_FUNCTION_NOT_SUPPORTED for an attribute that holds a template,
+    // Throws Failure: CKR_FUNCTION_NOT_SUPPORTED for an attribute that contains a template,
     // CKR_ATTRIBUTE_TYPE_INVALID for one whose shape is not known, CKR_ATTRIBUTE_VALUE_INVALID for
     // a number of the wrong length and for the length (CK_ULONG)-1.
     InputTemplate(const CK_ATTRIBUTE* attributes, CK_ULONG count);
@@ -47,16 +47,16 @@ public:
     native::CK_ATTRIBUTE* data();
     native::CK_ULONG count() const;
 
-    // Writes values and lengths back into the caller's template after the native call, and answers
-    // the call's return value. Attributes that cannot be carried over have the length (CK_ULONG)-1
-    // and make a successful call CKR_ATTRIBUTE_TYPE_INVALID (holds a template, or shape unknown) or
-    // CKR_GENERAL_ERROR (value does not fit into 32 bits).
+    // Writes values and lengths back to the caller's template after the native call, and returns
+    // the call's return value. Attributes that cannot be converted get the length (CK_ULONG)-1, and
+    // a successful call becomes CKR_ATTRIBUTE_TYPE_INVALID (contains a template, or unknown shape)
+    // or CKR_GENERAL_ERROR (value does not fit in 32 bits).
     CK_RV finish(CK_RV result);
 
 private:
     struct Entry {
         CK_ATTRIBUTE* caller;
-        std::vector<native::CK_ULONG> numbers;  // empty unless the attribute holds numbers
+        std::vector<native::CK_ULONG> numbers;  // empty unless the attribute contains numbers
         bool holdsNumbers;
     };
 

@@ -1,5 +1,5 @@
-// Tests of p11bridge.dll with SoftHSM2 behind it: mechanisms and their parameters, and operations.
-// OpenSSL on the host judges the results.
+// Tests p11bridge.dll with SoftHSM2: mechanisms and their parameters, and operations. OpenSSL on
+// the host verifies the results.
 
 #include <algorithm>
 
@@ -69,7 +69,7 @@ TEST_F(Bridge, OutputStaysInsideTheCallersLength)
     EXPECT_EQ(44, std::count(room.begin() + 256, room.end(), 0x55));
 }
 
-// SoftHSM2 knows OAEP with SHA-1 only.
+// SoftHSM2 supports OAEP with SHA-1 only.
 TEST_F(Bridge, EncryptsAndDecryptsWithOaep)
 {
     ASSERT_EQ(CKR_OK, login(userPin));
@@ -113,7 +113,7 @@ TEST_F(Bridge, DerivesWithEcdh)
     const std::string peer = unixFile("peer.pem");
     ASSERT_EQ(0, host::run("openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out " +
                            peer));
-    // The point ends the DER form of the public key.
+    // The point is at the end of the DER form of the public key.
     Bytes point = outputOf("openssl pkey -in " + peer + " -pubout -outform DER | tail -c 65");
     ASSERT_EQ(65U, point.size());
 

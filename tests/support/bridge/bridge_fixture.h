@@ -1,5 +1,5 @@
-// What the tests of p11bridge.dll with SoftHSM2 behind it share: a token made for them, a session,
-// and short ways to objects, attributes, signatures and files of the host.
+// Shared by the tests of p11bridge.dll with SoftHSM2: their token, a session, and helpers for
+// objects, attributes, signatures and files of the host.
 
 #pragma once
 
@@ -67,7 +67,7 @@ protected:
         return p11->C_Login(session, CKU_USER, bytesOf(pin), static_cast<CK_ULONG>(pin.size()));
     }
 
-    // The objects of a class with that CKA_ID; nothing but this is searched for.
+    // The objects of a class with that CKA_ID.
     std::vector<CK_OBJECT_HANDLE> find(CK_OBJECT_CLASS objectClass, Bytes id)
     {
         CK_ATTRIBUTE attributes[] = {{CKA_CLASS, &objectClass, sizeof(objectClass)},

@@ -1,5 +1,6 @@
-// Tests of p11bridge.dll with a native library whose answers do not fit, or are late: odd_module.
-// Nothing may be cut off silently, and nothing of Windows may reach the native library as a call.
+// Tests p11bridge.dll with odd_module, a native library whose values do not fit or that reads its
+// parameters late. No value may be truncated silently, and the native library may call no Windows
+// code.
 
 #include <gtest/gtest.h>
 
@@ -26,7 +27,7 @@ protected:
 
     void SetUp() override { ASSERT_EQ(CKR_OK, p11->C_Initialize(nullptr)); }
 
-    // What the module says that it saw: callbacks, flags, notify callback, closed session.
+    // What the module reports: callbacks, flags, notify callback, closed session.
     std::string seen()
     {
         CK_INFO info{};
@@ -191,7 +192,7 @@ TEST_F(OddModule, MechanismParameterOutlivesItsInit)
     ASSERT_EQ(CKR_OK, p11->C_SignInit(7, &mechanism, 1));
     CK_RSA_PKCS_PSS_PARAMS other{CKM_SHA_1, CKG_MGF1_SHA1, 20};
     CK_MECHANISM otherMechanism{CKM_RSA_PKCS_PSS, &other, sizeof(other)};
-    ASSERT_EQ(CKR_OK, p11->C_SignInit(8, &otherMechanism, 1));  // would take freed memory over
+    ASSERT_EQ(CKR_OK, p11->C_SignInit(8, &otherMechanism, 1));  // would reuse freed memory
 
     uint64_t native[3] = {};
     CK_BYTE bytes[sizeof(native)] = {};

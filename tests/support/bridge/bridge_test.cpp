@@ -1,5 +1,5 @@
-// Tests of p11bridge.dll with SoftHSM2 behind it: loading, information, sessions, objects and their
-// attributes come through the Windows interface with right values.
+// Tests p11bridge.dll with SoftHSM2: loading, information, sessions, objects and their attributes
+// have the right values in the Windows interface.
 
 #include <algorithm>
 
@@ -20,7 +20,7 @@ TEST(BridgeExports, AreTheFunctionList)
     EXPECT_EQ(CKR_ARGUMENTS_BAD, p11->C_GetFunctionList(nullptr));
 }
 
-// The library is looked for again each time, so the tests that follow are not disturbed.
+// The bridge searches for the library again each time, so later tests are not affected.
 TEST(BridgeLoading, FailsForAModuleThatIsNotThere)
 {
     const LoadedBridge p11;

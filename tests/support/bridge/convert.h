@@ -1,5 +1,6 @@
-// Numbers on their way between the 64-bit CK_ULONG of a native library and the 32-bit one of
-// Windows, and the error that ends a call whose answer does not fit. For the bridge's own files.
+// Converts numbers between the 64-bit CK_ULONG of a native library and the 32-bit CK_ULONG of
+// Windows, and defines the error that ends a call whose result does not fit. For the bridge's own
+// files.
 
 #pragma once
 
@@ -27,8 +28,8 @@ inline CK_ULONG narrow(native::CK_ULONG value)
     return static_cast<CK_ULONG>(value);
 }
 
-// Lengths, counts and values of attributes: "all ones" has a meaning of its own in both widths, so
-// a native number that would turn into it is one that does not fit.
+// Lengths, counts and values of attributes. "All ones" has a special meaning in both widths, so a
+// native number that would become "all ones" does not fit.
 inline CK_ULONG narrowAmount(native::CK_ULONG value)
 {
     if (value == nativeUnavailable)
@@ -43,7 +44,7 @@ inline native::CK_ULONG widenAmount(CK_ULONG value)
     return value == unavailable ? nativeUnavailable : value;
 }
 
-// A native return value; one that does not fit is a general error.
+// A native return value; a value that does not fit becomes a general error.
 inline CK_RV narrowResult(native::CK_RV value)
 {
     return value > unavailable ? CK_RV{CKR_GENERAL_ERROR} : static_cast<CK_RV>(value);

@@ -1,6 +1,6 @@
-// The bridge's exported functions and what all of them share. In C++ the export C_X is called
-// p11bridge_C_X, because the native header claims the plain names; the export list, which
-// CMakeLists.txt makes out of NV_CK_FUNCTIONS, gives them their names for the outside.
+// The bridge's exported functions and their shared parts. In C++ the export C_X has the name
+// p11bridge_C_X, because the native header declares the plain names. The export list, which
+// CMakeLists.txt makes from NV_CK_FUNCTIONS, gives them their public names.
 
 #pragma once
 
@@ -16,7 +16,7 @@ NV_CK_FUNCTIONS(NV_DECLARE)
 
 namespace NV::bridge {
 
-// Runs an export's work; no exception leaves the bridge.
+// Runs the work of an export; no exception leaves the bridge.
 template <typename Work>
 CK_RV guarded(Work work)
 {
@@ -31,8 +31,8 @@ CK_RV guarded(Work work)
     }
 }
 
-// A number of the caller's that the native library reads, writes, or both (lengths, handles).
-// Written back only if the native call changed it; a null pointer stays null.
+// A number of the caller that the native library reads, writes, or both (lengths, handles). It is
+// written back only if the native call changed it; a null pointer stays null.
 class InOut {
 public:
     explicit InOut(CK_ULONG* caller) : caller_{caller}, before_{caller != nullptr ? *caller : 0}
@@ -42,7 +42,7 @@ public:
 
     native::CK_ULONG* get() { return caller_ != nullptr ? &native_ : nullptr; }
 
-    // Answers result, or CKR_GENERAL_ERROR if the call succeeded with a number that does not fit.
+    // Returns result, or CKR_GENERAL_ERROR if the call succeeded with a number that does not fit.
     CK_RV finish(CK_RV result) const
     {
         if (caller_ == nullptr || native_ == before_)
@@ -61,7 +61,7 @@ private:
     native::CK_ULONG native_;
 };
 
-// A handle that the native library gives out: written on success only, and then always.
+// A handle that the native library returns: written on success only, and then always.
 class NewHandle {
 public:
     explicit NewHandle(CK_ULONG* caller) : caller_{caller} {}
@@ -85,7 +85,7 @@ private:
 
 }  // namespace NV::bridge
 
-// Writes one export. work is the body of a lambda that answers a CK_RV.
+// Defines one export. work is the body of a lambda that returns a CK_RV.
 #define NV_EXPORT(name, parameters, ...)                                                           \
     CK_RV NV_CK_CALL p11bridge_##name parameters                                                   \
     {                                                                                              \

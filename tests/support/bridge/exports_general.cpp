@@ -1,4 +1,4 @@
-// Exports: library, slots, tokens, mechanisms lists, sessions and log-in.
+// Exports: library, slots, tokens, mechanism lists, sessions and login.
 
 #include <algorithm>
 #include <cstring>
@@ -87,7 +87,7 @@ CK_MECHANISM_INFO converted(const native::CK_MECHANISM_INFO& info)
     return result;
 }
 
-// A function that fills a structure; the caller's is written on success only.
+// A function that fills a structure; the caller's structure is written on success only.
 template <typename Native, typename Member, typename Caller, typename... Arguments>
 CK_RV fill(Member member, Caller* caller, Arguments... arguments)
 {
@@ -99,10 +99,10 @@ CK_RV fill(Member member, Caller* caller, Arguments... arguments)
     return result;
 }
 
-// No list is longer than this; a caller's wrong count must not become a huge allocation.
+// No list is longer than this; a wrong count from the caller must not become a huge allocation.
 constexpr native::CK_ULONG longestList = 65536;
 
-// A function that fills a list of identifiers; call is given the list and its length.
+// A function that fills a list of identifiers; call gets the list and its length.
 template <typename Call>
 CK_RV fillList(CK_ULONG* caller, CK_ULONG* callerCount, Call call)
 {
@@ -110,7 +110,7 @@ CK_RV fillList(CK_ULONG* caller, CK_ULONG* callerCount, Call call)
         return CKR_ARGUMENTS_BAD;
 
     native::CK_ULONG count = std::min<native::CK_ULONG>(*callerCount, longestList);
-    // One more than is offered, so that a list of none is not a null pointer.
+    // One more than requested, so that an empty list is not a null pointer.
     std::vector<native::CK_ULONG> list(caller != nullptr ? count + 1 : 0);
     const CK_RV result = call(caller != nullptr ? list.data() : nullptr, &count);
     if (result != CKR_OK && result != CKR_BUFFER_TOO_SMALL)
@@ -126,7 +126,7 @@ CK_RV fillList(CK_ULONG* caller, CK_ULONG* callerCount, Call call)
     return result;
 }
 
-// Windows callbacks mean nothing to the native library: it locks with what its own system offers.
+// The native library cannot use Windows callbacks: it locks with its own system's functions.
 CK_RV initializeWith(const CK_C_INITIALIZE_ARGS& arguments)
 {
     const int callbacks = (arguments.CreateMutex != nullptr) + (arguments.DestroyMutex != nullptr) +
@@ -216,7 +216,8 @@ NV_EXPORT(C_SetPIN,
                                 ulNewLen);
           })
 
-// The native library never sees the Windows callback: it would call it the wrong way.
+// The native library does not get the Windows callback, because its calling convention is
+// different.
 NV_EXPORT(C_OpenSession,
           (CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication, CK_NOTIFY,
            CK_SESSION_HANDLE_PTR phSession),
@@ -227,7 +228,7 @@ NV_EXPORT(C_OpenSession,
               try {
                   return session.finish(result);
               } catch (const Failure&) {
-                  // Nobody could ever name the session again.
+                  // The caller could not refer to the session.
                   callNative(NV_NATIVE(C_CloseSession), session.value());
                   throw;
               }

@@ -1,4 +1,4 @@
-// Exports: objects, searches, and the functions that make keys.
+// Exports: objects, searches, and the functions that create keys.
 
 #include <algorithm>
 #include <vector>
@@ -11,7 +11,7 @@ using namespace NV::bridge;
 
 namespace {
 
-// Searches are passed on in pieces of this many handles, whatever number the caller allows.
+// Searches are forwarded in pieces of this many handles, regardless of the caller's maximum.
 constexpr native::CK_ULONG searchPiece = 1024;
 
 CK_RV findObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE* found, CK_ULONG most,

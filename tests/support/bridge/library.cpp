@@ -1,4 +1,4 @@
-// The native library behind the bridge: finding, loading and calling it.
+// Finds, loads and calls the native library behind the bridge.
 
 #include "library.h"
 
@@ -11,13 +11,13 @@
 #include <mutex>
 #include <string>
 
-// From Wine's kernel32; its headers and the native PKCS#11 header do not go together.
+// From Wine's kernel32, whose headers conflict with the native PKCS#11 header.
 extern "C" __attribute__((ms_abi)) int GetModuleHandleExW(uint32_t flags, const void* address,
                                                           void** module);
 extern "C" __attribute__((ms_abi)) int DllMain(void* instance, uint32_t reason, void* reserved);
 
 // Wine cannot load a Winelib DLL again after its last FreeLibrary, since the Linux library behind
-// it stays in the process. So the bridge never leaves: users may free and load it as they like.
+// it stays in the process. So the bridge is never unloaded; users may free and load it at any time.
 int DllMain(void* instance, uint32_t reason, void*)
 {
     constexpr uint32_t processAttach = 1;
@@ -53,8 +53,8 @@ CK_RV loadFailure(const std::string& name, const char* reason)
     return CKR_LIBRARY_LOAD_FAILED;
 }
 
-// The library stays loaded for good: what it registered in the process (exit handlers, threads)
-// would outlive it otherwise.
+// The library is never unloaded: what it registered in the process (exit handlers, threads) would
+// outlive it.
 CK_RV load(const std::string& name)
 {
     void* library = dlopen(name.c_str(), RTLD_NOW | RTLD_LOCAL);

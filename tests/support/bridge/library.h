@@ -1,4 +1,4 @@
-// The native library behind the bridge: finding, loading and calling it. Used by the exports.
+// Finds, loads and calls the native library behind the bridge. Used by the exports.
 
 #pragma once
 
@@ -7,9 +7,9 @@
 namespace NV::bridge {
 
 // Loads the library that the Unix environment variable P11_BRIDGE_MODULE names (default: SoftHSM2)
-// unless it is loaded already, and initialises it. What cannot be loaded is reported on stderr and
-// answered with CKR_LIBRARY_LOAD_FAILED; the next call tries again. While a library is initialised,
-// a change of the variable has no effect.
+// unless it is already loaded, and initializes it. A library that cannot be loaded is reported on
+// stderr, the result is CKR_LIBRARY_LOAD_FAILED, and the next call tries again. While a library is
+// initialized, a change of the variable has no effect.
 CK_RV initializeLibrary(native::CK_C_INITIALIZE_ARGS* arguments);
 
 CK_RV finalizeLibrary(void* reserved);

@@ -1,4 +1,4 @@
-// p11bridge.dll, loaded into a test: the owner of the module handle and its function list.
+// Loads p11bridge.dll into a test and owns the module handle and the function list.
 // For the bridge's own tests.
 
 #pragma once
@@ -32,7 +32,7 @@ public:
 
     const CK_FUNCTION_LIST* operator->() const { return functions_; }
 
-    // An export as a function; null if there is none.
+    // An export as a function; null if it does not exist.
     template <typename Function>
     Function symbol(const char* name) const
     {

@@ -1,4 +1,4 @@
-// Mechanisms and their parameters on their way to the native library.
+// Converts mechanisms and their parameters for the native library.
 
 #include "mechanisms.h"
 
@@ -13,7 +13,7 @@ namespace {
 
 enum class ParameterShape { Bytes, Pss, Oaep, Ecdh1, Unknown };
 
-// RC2_CBC and RC5_CBC are missing from the byte strings on purpose: theirs are structures.
+// RC2_CBC and RC5_CBC are not in this list: their parameters are structures, not byte strings.
 ParameterShape parameterShapeOf(CK_MECHANISM_TYPE type)
 {
     switch (type) {

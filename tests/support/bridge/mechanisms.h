@@ -1,5 +1,5 @@
-// Mechanisms and their parameters on their way to the native library. Used by the exports that
-// start an operation or make a key.
+// Converts mechanisms and their parameters for the native library. Used by the exports that start
+// an operation or create a key.
 
 #pragma once
 
@@ -10,15 +10,15 @@
 
 namespace NV::bridge {
 
-// A mechanism in the native layout. Byte strings that its parameter points to stay where the
-// caller has them.
+// A mechanism in the native layout. Byte strings that its parameter points to stay in the caller's
+// memory.
 class Mechanism {
 public:
     // Null stays null. Throws Failure: CKR_MECHANISM_PARAM_INVALID for a known parameter structure
-    // of the wrong length, CKR_FUNCTION_NOT_SUPPORTED for a parameter whose shape is not known.
+    // of the wrong length, CKR_FUNCTION_NOT_SUPPORTED for a parameter of unknown shape.
     explicit Mechanism(const CK_MECHANISM* mechanism);
 
-    // The parameter is inside the object and pointed to.
+    // Not movable: the mechanism points to the parameter inside the object.
     Mechanism(const Mechanism&) = delete;
     Mechanism& operator=(const Mechanism&) = delete;
 
@@ -35,9 +35,9 @@ private:
         parameter_;
 };
 
-// Keeps the mechanism of a session's operation alive: a native library may go on using the
-// parameter until the operation's work is done, and the caller's own one does live as long.
-// operation: any value that tells the kinds of operations apart.
+// Keeps the mechanism of a session's operation alive, because a native library may use the
+// parameter until the operation is complete; the caller's own parameter lives as long. operation:
+// any value that distinguishes the kinds of operations.
 void keepMechanism(CK_SESSION_HANDLE session, int operation, std::unique_ptr<Mechanism> mechanism);
 void forgetMechanisms(CK_SESSION_HANDLE session);
 void forgetAllMechanisms();

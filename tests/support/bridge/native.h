@@ -1,10 +1,10 @@
-// PKCS#11 as Linux libraries lay it out (64-bit CK_ULONG, natural alignment), in namespace native,
-// beside the Windows layout of cryptoki.h. For the bridge's own files.
+// PKCS#11 in the layout of Linux libraries (64-bit CK_ULONG, natural alignment), in namespace
+// native, in addition to the Windows layout of cryptoki.h. For the bridge's own files.
 //
-// The native header's constants are macros, and not all of its values are the standard's
-// (CKR_LIBRARY_LOAD_FAILED): native_undef.h, which CMakeLists.txt makes, takes them away again, so
-// that constants are always those of cryptoki.h. The header declares C_* functions with C linkage;
-// the bridge's exports have another name in C++ for that reason (see exports.h).
+// The constants of the native header are macros, and not all of its values are those of the
+// standard (CKR_LIBRARY_LOAD_FAILED). native_undef.h, which CMakeLists.txt makes, undefines them,
+// so that constants are always those of cryptoki.h. The header declares C_* functions with C
+// linkage; therefore the bridge's exports have another name in C++ (see exports.h).
 
 #pragma once
 

@@ -1,6 +1,6 @@
-// A native PKCS#11 library that answers what no sane token does: numbers beyond 32 bits, parameters
-// read late, more objects than one call takes. It also tells what it was called with: as text in
-// C_GetInfo's library description. Loaded by p11bridge.dll for bridge_odd_test.cpp only.
+// A native PKCS#11 library with unusual behavior: numbers beyond 32 bits, parameters that it reads
+// late, more objects than one call returns. It also reports the arguments of its calls, as text in
+// the library description of C_GetInfo. p11bridge.dll loads it for bridge_odd_test.cpp only.
 
 #include <algorithm>
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace {
 
 constexpr CK_ULONG beyond = CK_ULONG{1} << 32;
 
-// What the description tells.
+// What the description reports.
 bool sawCallbacks = false;
 CK_FLAGS sawFlags = 0;
 bool sawNotify = false;
@@ -59,7 +59,7 @@ CK_RV getSlotList(CK_BBOOL, CK_SLOT_ID* list, CK_ULONG* count)
     return CKR_OK;
 }
 
-// A return value beyond 32 bits, whose lower half says that all is well.
+// A return value beyond 32 bits, whose lower half is CKR_OK.
 CK_RV getSlotInfo(CK_SLOT_ID, CK_SLOT_INFO*)
 {
     return beyond;
@@ -87,7 +87,7 @@ CK_RV closeSession(CK_SESSION_HANDLE session)
     return CKR_OK;
 }
 
-// Keeps the list of allowed mechanisms; other attributes do not matter.
+// Stores the list of allowed mechanisms and ignores other attributes.
 CK_RV createObject(CK_SESSION_HANDLE, CK_ATTRIBUTE* attributes, CK_ULONG count,
                    CK_OBJECT_HANDLE* object)
 {
@@ -114,11 +114,11 @@ CK_RV getAttribute(CK_ATTRIBUTE& attribute)
     case CKA_KEY_GEN_MECHANISM:
         value = {CK_UNAVAILABLE_INFORMATION};
         break;
-    case CKA_LABEL:  // a length that is out of this world
+    case CKA_LABEL:  // an impossible length
         attribute.ulValueLen = beyond;
         return CKR_OK;
     default:
-        // The bridge must not ask for what it cannot carry over: see that it shows.
+        // The bridge must not request what it cannot convert; the error shows if it does.
         return CKR_DEVICE_ERROR;
     }
     const CK_ULONG size = value.size() * sizeof(CK_ULONG);
@@ -142,8 +142,7 @@ CK_RV getAttributeValue(CK_SESSION_HANDLE, CK_OBJECT_HANDLE, CK_ATTRIBUTE* attri
     return result;
 }
 
-// Reads the parameter only when the work is done, as a library is free to do. One session's is
-// enough.
+// Reads the parameter only at the end of the operation, as a library may. Supports one session.
 CK_RV signInit(CK_SESSION_HANDLE session, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE)
 {
     if (session == 7)
@@ -176,7 +175,7 @@ CK_RV findObjects(CK_SESSION_HANDLE, CK_OBJECT_HANDLE* objects, CK_ULONG most, C
 
 extern "C" __attribute__((visibility("default"))) CK_RV C_GetFunctionList(CK_FUNCTION_LIST** list)
 {
-    // What is not set here stays null: such a library has to be survived as well.
+    // All other entries stay null; the bridge must tolerate such a library as well.
     static CK_FUNCTION_LIST functions = [] {
         CK_FUNCTION_LIST made{};
         made.version = {2, 40};

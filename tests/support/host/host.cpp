@@ -1,4 +1,4 @@
-// The Linux host as seen from a test that runs under Wine: the caller's side of hostrun.dll.
+// The Linux host for tests that run under Wine: the caller's side of hostrun.dll.
 
 #include "host.h"
 
@@ -77,7 +77,7 @@ Output runOutput(const std::string& command)
 {
     const TemporaryFolder folder;
     const std::filesystem::path file = folder.path() / "output";
-    // The line break ends a command that ends in a comment or a here-document.
+    // The line break completes a command that ends in a comment or a here-document.
     const int exitCode = run("{ " + command + "\n} > " + quoted(unixPath(file)));
     std::ifstream stream{file, std::ios::binary};
     if (!stream)

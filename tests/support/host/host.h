@@ -1,6 +1,6 @@
-// The Linux host as seen from a test that runs under Wine: commands, the Unix environment, and
-// paths. For all tests that need OpenSSL's or SoftHSM2's tools. All texts are UTF-8. Everything
-// here throws std::runtime_error when the host cannot be reached.
+// The Linux host for tests that run under Wine: commands, the Unix environment, and paths. For
+// tests that need the tools of OpenSSL or SoftHSM2. All texts are UTF-8. All functions throw
+// std::runtime_error when they cannot reach the host.
 
 #pragma once
 
@@ -14,14 +14,14 @@ struct Output {
     std::string text;  // standard output, byte for byte
 };
 
-// Runs /bin/sh -c command and waits. Answers the exit code (128 and more: ended by a signal).
+// Runs /bin/sh -c command and waits. Returns the exit code (128 and more: ended by a signal).
 int run(const std::string& command);
 Output runOutput(const std::string& command);
 
-// The text as one word of a shell command.
+// The text, quoted as one word of a shell command.
 std::string quoted(const std::string& text);
 
-// The environment that native libraries in this process and commands see.
+// The environment of commands and of native libraries in this process.
 void setEnvironment(const std::string& name, const std::string& value);
 void removeEnvironment(const std::string& name);
 
@@ -29,10 +29,10 @@ void removeEnvironment(const std::string& name);
 std::string unixPath(const std::filesystem::path& windowsPath);
 std::filesystem::path windowsPath(const std::string& unixPath);
 
-// A DLL of the build's winelib folder, to be given to LoadLibraryW: winelibPath("p11bridge.dll").
+// The path of a DLL in the build's winelib folder, for LoadLibraryW: winelibPath("p11bridge.dll").
 std::filesystem::path winelibPath(const std::string& fileName);
 
-// A new folder that is removed with its content at the end of the object's life.
+// A new folder; the destructor removes it with its content.
 class TemporaryFolder {
 public:
     TemporaryFolder();

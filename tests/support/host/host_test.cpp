@@ -1,4 +1,4 @@
-// Tests of the way from a test under Wine to its Linux host.
+// Tests the access from a test under Wine to its Linux host.
 
 #include "host.h"
 

@@ -1,12 +1,12 @@
-// hostrun.dll: runs commands of the Linux host and changes the Unix environment of the process, on
-// behalf of a Windows program under Wine. host.h is the way to it.
+// hostrun.dll: runs commands of the Linux host and changes the Unix environment of the process for
+// a Windows program under Wine. Programs use it through host.h.
 
 #include <sys/wait.h>
 
 #include <cstdlib>
 
-// The exit code of /bin/sh -c command; 128 and the signal's number if a signal ended it, -1 if it
-// could not be started.
+// Returns the exit code of /bin/sh -c command; 128 plus the signal's number if a signal ended it,
+// -1 if it could not be started.
 extern "C" __attribute__((ms_abi)) int HostRun(const char* command)
 {
     if (command == nullptr)
@@ -17,8 +17,8 @@ extern "C" __attribute__((ms_abi)) int HostRun(const char* command)
     return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
 }
 
-// Sets the variable, or removes it if value is null. Native libraries of this process see it, and
-// so do commands; Windows code of the process does not. 0 if it worked.
+// Sets the variable, or removes it if value is null. Commands and native libraries of this process
+// see it; Windows code of the process does not. Returns 0 on success.
 extern "C" __attribute__((ms_abi)) int HostSetEnv(const char* name, const char* value)
 {
     if (name == nullptr)

@@ -1,16 +1,16 @@
-# Host code for the tests, built beside the cross build: Winelib DLLs, which Windows programs load
-# under Wine while their code is Linux code, and plain Linux libraries. All of it goes to
-# ${CMAKE_BINARY_DIR}/winelib, which cmake/run-under-wine names to Wine.
+# Host code for the tests, built with the cross build: Winelib DLLs, which contain Linux code and which
+# Windows programs load under Wine, and plain Linux libraries. All of it goes to
+# ${CMAKE_BINARY_DIR}/winelib, which cmake/run-under-wine passes to Wine.
 include_guard(GLOBAL)
 
 find_program(KEYWARDEN_HOST_CXX g++ REQUIRED)
 find_program(KEYWARDEN_WINEGXX wineg++ REQUIRED)
 find_program(KEYWARDEN_WINEBUILD winebuild REQUIRED)
-# In the cache, because the guard above keeps other folders from running this line for themselves.
+# In the cache, because the guard above stops other folders from running this line.
 set(KEYWARDEN_WINELIB ${CMAKE_BINARY_DIR}/winelib CACHE INTERNAL "Folder of the host's code")
 file(MAKE_DIRECTORY ${KEYWARDEN_WINELIB})
 
-# Compiles host sources; the list of objects goes into the variable named by result.
+# Compiles host sources and stores the list of objects in the variable that result names.
 function(_host_objects result name)
   cmake_parse_arguments(PARSE_ARGV 2 arg "" "" "SOURCES;INCLUDES;SYSTEM_INCLUDES")
   get_target_property(warnings keywarden_warnings INTERFACE_COMPILE_OPTIONS)

@@ -1,4 +1,4 @@
-// Records calls, lets faults strike, and judges which thread may call when.
+// Records calls, applies faults, and checks which thread may call when.
 
 #include "call.h"
 
@@ -19,7 +19,7 @@ bool actsOnBuffer(test::Fault fault)
            fault == test::Fault::lengthPastBuffer;
 }
 
-// The faults that strike this call; those for a single call are used up by it.
+// The faults that apply to this call; a fault for a single call is removed by it.
 std::vector<PlannedFault> strike(std::string_view function, bool bufferGiven)
 {
     std::vector<PlannedFault> striking;
@@ -43,7 +43,7 @@ void record(std::string_view function, const Line& arguments)
         const std::string name = std::string(throughList ? "list:" : "").append(function);
         journal().calls.push_back({name, name + "(" + arguments.str() + ")", thread});
     }
-    // The function list may be fetched at any time: no state of the library hangs on it.
+    // The function list may be fetched at any time: it does not depend on the state of the library.
     if (token().initialised && journal().sequenceThread != thread &&
         function != "C_GetFunctionList")
         ++journal().sequenceViolations;

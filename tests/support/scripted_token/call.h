@@ -1,5 +1,5 @@
-// What every call of a PKCS#11 function goes through before its own work: it is recorded, the
-// faults set for it strike, and the order of calls is judged. Used by calls_*.cpp and control.cpp.
+// The common course of all PKCS#11 functions before their own work: records the call, applies its
+// faults, and checks the order of calls. Used by calls_*.cpp and control.cpp.
 
 #pragma once
 
@@ -14,11 +14,11 @@
 
 namespace NV::scripted {
 
-// The fault that touches the output of one call, if any.
+// The fault that affects the output of one call, if any.
 using Lie = std::optional<test::Fault>;
 
 struct RecordedCall {
-    std::string name;  // with "list:" before it when it came through a list of other functions
+    std::string name;  // with the prefix "list:" when it came through a list of other functions
     std::string line;  // the name and the arguments
     uint32_t thread;
 };
@@ -27,13 +27,13 @@ struct PlannedFault {
     std::string function;
     test::Fault fault;
     uint32_t value;
-    uint32_t nth;  // calls still to come, this one included; 0: every call
+    uint32_t nth;  // remaining calls, including this one; 0: every call
 };
 
 struct Journal {
     std::vector<RecordedCall> calls;
     std::vector<PlannedFault> faults;
-    uint32_t sequenceThread = 0;  // the thread that initialised the library
+    uint32_t sequenceThread = 0;  // the thread that initialized the library
     uint32_t sequenceViolations = 0;
     uint32_t overlappingCalls = 0;
     uint32_t sessionsFinalized = 0;
@@ -41,10 +41,10 @@ struct Journal {
     uint32_t inside = 0;  // calls that have not returned yet; survives a reset
 };
 
-// Call with tokenMutex held.
+// The caller holds tokenMutex.
 Journal& journal();
 
-// While one lives, the calls of its thread are recorded with "list:" before the name.
+// While an object exists, the calls of its thread are recorded with the prefix "list:".
 class ListCall {
 public:
     ListCall();
@@ -53,11 +53,11 @@ public:
     ListCall& operator=(const ListCall&) = delete;
 };
 
-// One call from its entry to its return.
+// One call, from its entry to its return.
 class Arrival {
 public:
     // Records the call, waits if a delay is set, throws if an exception is set.
-    // `buffer` is the output buffer of a call that has one, else null.
+    // `buffer` is the output buffer of the call, or null if it has none.
     Arrival(const char* function, const Line& arguments, const void* buffer);
 
     const std::optional<CK_RV>& answer() const { return answer_; }
@@ -80,8 +80,8 @@ private:
 
 enum class Needs { nothing, initialised };
 
-// Runs `work(token, lie)` unless a fault or the library's state answers first. A fault may also
-// answer in the place of what the work says.
+// Runs `work(token, lie)` unless a fault or the state of the library determines the result. A fault
+// can also replace the result of the work.
 template <typename Work>
 CK_RV serve(const char* function, const Line& arguments, Needs needs, const void* buffer, Work work)
 {
@@ -111,8 +111,8 @@ inline Line sessionLine(CK_SESSION_HANDLE handle)
     return Line{}.hex("session", handle);
 }
 
-// Hands out a list or bytes in the usual way: null buffer: the count; too small: says so. A lie
-// changes what is reported, never what is written.
+// Returns a list or bytes in the usual way: the count for a null buffer, an error for a buffer that
+// is too small. A lie changes what is reported, never what is written.
 template <typename Element>
 CK_RV give(std::span<const Element> output, Element* buffer, CK_ULONG* count, Lie lie)
 {

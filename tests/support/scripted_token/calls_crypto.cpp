@@ -1,5 +1,5 @@
 // The scripted token's encryption, digest, signature and verification functions: C_EncryptInit to
-// C_DecryptVerifyUpdate. What they compute is in crypto.cpp.
+// C_DecryptVerifyUpdate. crypto.cpp has their computations.
 
 #include "calls.h"
 #include "crypto.h"
@@ -35,7 +35,7 @@ Line lineOf(CK_SESSION_HANDLE session, const Input& input, const Output& output)
     return lineOf(session, input).room(output.name, output.buffer, output.length);
 }
 
-// Hands out the result. Every answer ends the operation but a length query that succeeded and a
+// Returns the result. Every result ends the operation, except a successful length query and a
 // buffer that was too small.
 CK_RV finish(Token& token, std::optional<Operation>& operation, Computation compute,
              const Output& output, Lie lie)
@@ -118,7 +118,7 @@ CK_RV last(const char* function, CK_SESSION_HANDLE handle, const Output& output,
                         });
 }
 
-// Compares with the signature that C_Sign makes of the same data, and ends the operation.
+// Compares with the signature that C_Sign makes from the same data, and ends the operation.
 CK_RV compare(Token& token, std::optional<Operation>& operation, const Input& given)
 {
     if (given.missing())

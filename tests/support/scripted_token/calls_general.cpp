@@ -47,7 +47,7 @@ CK_RV initialise(Token& token, const CK_C_INITIALIZE_ARGS* arguments)
     return CKR_OK;
 }
 
-// The sessions and logins that C_Finalize ends, because nobody else has.
+// The sessions and logins that C_Finalize ends because the caller has not.
 void noteWhatIsLeft(const Token& token)
 {
     journal().sessionsFinalized += static_cast<uint32_t>(token.sessions.size());
@@ -202,7 +202,7 @@ CK_RV C_GetMechanismInfo(CK_SLOT_ID slotID, CK_MECHANISM_TYPE type, CK_MECHANISM
     });
 }
 
-// Setting up a token and its PINs is accepted and changes nothing.
+// Functions that set up a token and its PINs succeed and change nothing.
 
 CK_RV C_InitToken(CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen,
                   CK_UTF8CHAR_PTR pLabel)
@@ -232,7 +232,7 @@ CK_RV C_SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulO
                         [](Token&, Session&, Lie) { return CKR_OK; });
 }
 
-// Answers at once, always that something happened in the first slot.
+// Returns at once, always with an event in the first slot.
 CK_RV C_WaitForSlotEvent(CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, CK_VOID_PTR pReserved)
 {
     const Line line =

@@ -20,7 +20,7 @@ CK_RV checkMechanism(const CK_MECHANISM* mechanism, CK_FLAGS flag)
     return row == nullptr || (row->flags & flag) == 0 ? CKR_MECHANISM_INVALID : CKR_OK;
 }
 
-// A key as the template wants it; the class is added where the template leaves it out.
+// A key with the attributes of the template; the class is added if the template does not have it.
 Object keyFrom(const CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_CLASS objectClass)
 {
     Object key = objectFrom(attributes, count);
@@ -125,7 +125,7 @@ CK_RV C_GenerateKeyPair(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
         });
 }
 
-// Wrapping looks at no key: the wrapped form is a fixed text, and any text unwraps to a new key.
+// Wrapping ignores the key: the wrapped form is a fixed text, and any text unwraps to a new key.
 
 CK_RV C_WrapKey(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
                 CK_OBJECT_HANDLE hWrappingKey, CK_OBJECT_HANDLE hKey, CK_BYTE_PTR pWrappedKey,

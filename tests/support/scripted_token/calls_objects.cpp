@@ -56,7 +56,7 @@ CK_RV readAttribute(const Object& object, CK_ATTRIBUTE& wanted, Lie lie)
     return rv;
 }
 
-// Every attribute is answered; the first failure decides the result.
+// Processes every attribute; the first failure determines the result.
 CK_RV readAttributes(const Object& object, std::span<CK_ATTRIBUTE> wanted, Lie lie)
 {
     CK_RV result = CKR_OK;
@@ -68,7 +68,7 @@ CK_RV readAttributes(const Object& object, std::span<CK_ATTRIBUTE> wanted, Lie l
     return result;
 }
 
-// The first buffer of a template, or null when it only asks for lengths.
+// The first buffer of a template, or null for a length query.
 const void* firstBuffer(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
     for (CK_ULONG i = 0; attributes != nullptr && i < count; ++i) {

@@ -1,5 +1,5 @@
 // The scripted token's session functions: C_OpenSession to C_Logout, and the two functions that
-// parallel sessions left behind.
+// remain from parallel sessions.
 
 #include <span>
 
@@ -46,7 +46,7 @@ CK_RV checkOpening(Token& token, CK_SLOT_ID id, CK_FLAGS flags)
     return CKR_OK;
 }
 
-// Whether this login may be tried at all, before its PIN is looked at.
+// Whether this login is allowed, before its PIN is checked.
 CK_RV checkLogin(const Token& token, const Slot& slot, CK_USER_TYPE userType)
 {
     if (userType != CKU_USER && userType != CKU_SO)
@@ -147,7 +147,7 @@ CK_RV C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo)
         });
 }
 
-// The saved state is a fixed text; restoring one is accepted and changes nothing.
+// The saved state is a fixed text; restoring it succeeds and changes nothing.
 
 CK_RV C_GetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState,
                           CK_ULONG_PTR pulOperationStateLen)
@@ -199,7 +199,7 @@ CK_RV C_Logout(CK_SESSION_HANDLE hSession)
                         });
 }
 
-// The standard keeps these two for old callers; this token accepts them.
+// The standard retains these two for old callers; with this token they succeed.
 
 CK_RV C_GetFunctionStatus(CK_SESSION_HANDLE hSession)
 {

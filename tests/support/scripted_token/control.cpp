@@ -1,4 +1,4 @@
-// The control interface that scripted_token.dll exports: plain functions over the token, the
+// The control interface that scripted_token.dll exports: plain functions for the token, the
 // recorded calls and the faults.
 
 #include "call.h"

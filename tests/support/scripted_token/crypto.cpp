@@ -1,4 +1,4 @@
-// What the scripted token computes instead of cryptography.
+// The computations of the scripted token, in place of cryptography.
 
 #include "crypto.h"
 
@@ -13,10 +13,10 @@ using test::MechanismFamily;
 constexpr size_t kHeaderLength = 8;  // of a padded block: the mark, the length, four check bytes
 constexpr CK_BYTE kMark = 0x2E;
 constexpr CK_BYTE kFiller = 0xD7;
-constexpr CK_ULONG kPkcsPadding = 11;   // the least number of padding bytes of PKCS #1 v1.5
+constexpr CK_ULONG kPkcsPadding = 11;   // the minimum number of padding bytes of PKCS #1 v1.5
 constexpr CK_ULONG kLeastModulus = 16;  // bytes
 
-// Attribute that says whether a key may do this work; absent means that it may.
+// The attribute that allows a key to do this work; if it is absent, the key may.
 CK_ATTRIBUTE_TYPE permissionFor(Work work)
 {
     switch (work) {
@@ -64,7 +64,7 @@ CK_RV checkKey(Token& token, const Session& session, CK_OBJECT_HANDLE handle,
     return key->flag(permissionFor(work), true) ? CKR_OK : CKR_KEY_FUNCTION_NOT_PERMITTED;
 }
 
-// The parameter block and the data that it points at, as bytes that can be compared.
+// The parameter block and the data that it points to, as bytes that can be compared.
 Bytes parameterBytes(const CK_MECHANISM& mechanism)
 {
     if (mechanism.pParameter == nullptr)
@@ -76,7 +76,7 @@ Bytes parameterBytes(const CK_MECHANISM& mechanism)
         CK_RSA_PKCS_OAEP_PARAMS oaep{};
         std::memcpy(&oaep, bytes.data(), sizeof(oaep));
         const auto* label = static_cast<const CK_BYTE*>(oaep.pSourceData);
-        // The label's place in memory must not count, only what it says.
+        // Compares the content of the label, not its address.
         oaep.pSourceData = nullptr;
         std::memcpy(bytes.data(), &oaep, sizeof(oaep));
         if (label != nullptr)
@@ -101,7 +101,7 @@ Parameters parametersOf(const Operation& operation)
     return parameters;
 }
 
-// How many bytes of data an RSA operation with a modulus of `modulus` bytes takes at most.
+// The maximum number of data bytes for an RSA operation with a modulus of `modulus` bytes.
 CK_ULONG maxData(const Operation& operation, CK_ULONG modulus)
 {
     CK_ULONG padding = kPkcsPadding;
@@ -126,8 +126,8 @@ CK_RV checkSignedLength(const Operation& operation, const Object& key)
                                                                        : CKR_OK;
 }
 
-// With parametersReread, a caller must keep the block until the work is done. Only its leading
-// numbers are read again: a pointer in a block that was released must not be followed.
+// With parametersReread, a caller must keep the block until the operation ends. Only its leading
+// numbers are read again: a pointer in a released block must not be followed.
 CK_RV checkParameters(const Token& token, const Operation& operation)
 {
     constexpr size_t kLeadingNumbers = 12;  // of the PSS and of the OAEP block
@@ -139,7 +139,7 @@ CK_RV checkParameters(const Token& token, const Operation& operation)
                : CKR_MECHANISM_PARAM_INVALID;
 }
 
-// The four bytes by which decryption knows that it was given what encryption was.
+// The four bytes with which decryption checks that it has the parameters of the encryption.
 Bytes checkBytes(const Operation& operation)
 {
     return test::pattern(operation.mechanism->type, operation.parameter, 4);

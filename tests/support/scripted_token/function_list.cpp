@@ -1,4 +1,4 @@
-// The scripted token's function list: C_GetFunctionList and the variants of what it hands out.
+// The scripted token's function list: C_GetFunctionList and the variants of its result.
 
 #include "function_list.h"
 
@@ -22,14 +22,14 @@ ListScript& script()
     return theScript;
 }
 
-// The list that is handed out; callers may write into it.
+// The list that callers get; they may write to it.
 CK_FUNCTION_LIST& handedOut()
 {
     static CK_FUNCTION_LIST list;
     return list;
 }
 
-// A second function for each of the 68, at another address than the exported one.
+// A second function for each of the 68, at a different address than the exported one.
 template <auto exported>
 struct OtherEntry;
 

@@ -8,7 +8,7 @@
 
 namespace NV::scripted {
 
-// How the list is made whenever C_GetFunctionList is called. Call with tokenMutex held.
+// How C_GetFunctionList makes the list at each call. The caller holds tokenMutex.
 void resetFunctionList();
 void setListMode(test::ListMode mode);
 void addNullListEntry(std::string function);

@@ -1,6 +1,6 @@
-// Renders a call's arguments as one line of text, in the form that tests compare literally.
-// Used by the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms. A line
-// stays empty while calls are not recorded.
+// Renders a call's arguments as one line of text, in the form that tests compare literally. Used by
+// the PKCS#11 functions of the scripted token (calls_*.cpp). README.md lists the forms. A line is
+// empty while calls are not recorded.
 
 #pragma once
 
@@ -22,12 +22,12 @@ public:
     Line& bytes(const char* name, const void* data, CK_ULONG length);
     // Input characters, as they are.
     Line& text(const char* name, const CK_UTF8CHAR* data, CK_ULONG length);
-    // A pointer of which only the presence counts: `given` or `null`.
+    // A pointer of which only the presence matters: `given` or `null`.
     Line& pointer(const char* name, const void* value);
     // An output buffer with its in/out length: `null`, `room[LENGTH]` or `room[?]`.
     Line& room(const char* name, const void* buffer, const CK_ULONG* length);
     Line& mechanism(const CK_MECHANISM* mechanism);
-    // A template with values, and one whose values are to be filled in.
+    // A template with values, and a template whose values the call fills in.
     Line& attributes(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG count);
     Line& wanted(const char* name, const CK_ATTRIBUTE* attributes, CK_ULONG count);
     Line& initArguments(const CK_C_INITIALIZE_ARGS* arguments);

@@ -1,7 +1,7 @@
-// partial_exports.dll: a PKCS#11 library whose function list is complete, but whose list has
-// another C_Initialize than its exports, of which there are only five: C_GetFunctionList,
-// C_Initialize, C_Finalize, C_GetInfo and C_GetSlotList. A list that is repaired from the exports
-// is left with the other 63 entries null. It has no slots; its list says version 2.11.
+// partial_exports.dll: a PKCS#11 library with a complete function list, whose C_Initialize differs
+// from the export of that name, and with only five exports: C_GetFunctionList, C_Initialize,
+// C_Finalize, C_GetInfo and C_GetSlotList. In a list that is repaired from the exports, the other
+// 63 entries are null. The library has no slots; the version of its list is 2.11.
 
 #include <cstring>
 

@@ -12,12 +12,13 @@ namespace NV::test {
 
 namespace {
 
-// A function of a library by its name; null when there is none.
+// A function of a library by its name; null when it does not exist.
 template <typename Function>
 Function exportOf(void* library, const char* name)
 {
     const FARPROC address = GetProcAddress(static_cast<HMODULE>(library), name);
-    // Through a generic function type: the compiler warns of casts between unlike ones.
+    // Through a generic function type, because the compiler warns about casts between different
+    // types.
     return reinterpret_cast<Function>(reinterpret_cast<void (*)()>(address));
 }
 
@@ -61,7 +62,7 @@ Bytes digestOf(CK_MECHANISM_TYPE mechanism, std::span<const CK_BYTE> data)
 
 std::wstring widePathBesideTest(const std::wstring& fileName)
 {
-    std::wstring path(32768, L'\0');  // the longest path that Windows knows
+    std::wstring path(32768, L'\0');  // the longest path in Windows
     path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
     return path.substr(0, path.find_last_of(L'\\') + 1) + fileName;
 }
@@ -245,7 +246,7 @@ void ScriptedToken::clearObjects()
 
 CK_OBJECT_HANDLE ScriptedToken::addObject(const std::vector<Attribute>& attributes, CK_SLOT_ID slot)
 {
-    std::vector<Attribute> values = attributes;  // CK_ATTRIBUTE points at bytes that may change
+    std::vector<Attribute> values = attributes;  // CK_ATTRIBUTE points to non-const bytes
     std::vector<CK_ATTRIBUTE> entries;
     entries.reserve(values.size());
     for (Attribute& each : values)

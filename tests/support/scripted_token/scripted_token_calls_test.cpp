@@ -1,5 +1,5 @@
-// The scripted token's test, second part: how calls are recorded, what the operations answer, and
-// that each of the 68 functions can be called with success.
+// The scripted token's test, second part: how calls are recorded, what the operations return, and
+// that each of the 68 functions can succeed.
 
 #include <array>
 #include <thread>
@@ -54,7 +54,7 @@ protected:
         EXPECT_EQ(CKR_OK, p11.C_DecryptInit(session, &mechanism, rsa.privateKey));
         EXPECT_EQ(CKR_OK, p11.C_Decrypt(session, encrypted.data(), 128, nullptr, &length));
         const CK_ULONG expected = length;
-        Bytes decrypted(128);  // never empty: a null buffer would only ask for the length
+        Bytes decrypted(128);  // never empty: a null buffer would be a length query
         length = 128;
         EXPECT_EQ(CKR_OK, p11.C_Decrypt(session, encrypted.data(), 128, decrypted.data(), &length));
         EXPECT_EQ(expected, length);
@@ -348,7 +348,7 @@ TEST_F(ScriptedOperationTest, AgreesOnASecretOfTheCoordinateSize)
               p11.C_DeriveKey(session, &mechanism, rsa.privateKey, nullptr, 0, &secret));
 }
 
-// The functions that the tests above do not reach, called once each with success.
+// The functions that the tests above do not call; each is called once and succeeds.
 TEST_F(ScriptedOperationTest, AnswersTheOtherFunctionsWithFixedOutput)
 {
     Bytes out(128);

@@ -1,6 +1,7 @@
-// The control interface of the scripted token: what scripted_token.dll exports as
-// ScriptedTokenControl beside its PKCS#11 functions. Plain C types only, so that library and test
-// may be built apart. Tests use the class ScriptedToken (scripted_token.h), not this table.
+// The control interface of the scripted token, which scripted_token.dll exports as
+// ScriptedTokenControl in addition to its PKCS#11 functions. Plain C types only, so that library
+// and test can be built separately. Tests use the class ScriptedToken (scripted_token.h), not this
+// table.
 
 #pragma once
 
@@ -8,27 +9,27 @@
 
 namespace NV::test {
 
-// A fault makes one call, or every call, of one function misbehave.
+// A fault changes the behavior of one call, or of every call, of one function.
 enum class Fault : uint32_t {
-    returnValue,       // answer `value`, a CK_RV, and do nothing else
-    throwException,    // let std::runtime_error("scripted fault in NAME") leave the call
-    returnAfterWork,   // do all the call does, then answer `value`
-    delay,             // wait `value` milliseconds, then go on as usual
+    returnValue,       // return `value`, a CK_RV, and do nothing else
+    throwException,    // throw std::runtime_error("scripted fault in NAME")
+    returnAfterWork,   // do the work of the call, then return `value`
+    delay,             // wait `value` milliseconds, then continue as usual
     valueUnavailable,  // C_GetAttributeValue: CKR_OK, but no value and CK_UNAVAILABLE_INFORMATION
-    // The rest act on, and count, only the calls that give a buffer for the output.
-    bufferTooSmall,     // answer CKR_BUFFER_TOO_SMALL and the length needed, however large it is
+    // The rest apply to, and count, only calls with an output buffer.
+    bufferTooSmall,  // return CKR_BUFFER_TOO_SMALL and the needed length, for a buffer of any size
     secondCountLarger,  // CKR_OK, but the count or length reported is larger than the true one
     lengthPastBuffer,   // CKR_OK, but the count or length reported is larger than the buffer
 };
 
-// What C_GetFunctionList hands out.
+// What C_GetFunctionList returns.
 enum class ListMode : uint32_t {
     exports,              // the exported functions
-    differentInitialize,  // C_Initialize is another function than the export of that name
-    allDifferent,         // every entry is another function than the export of its name
+    differentInitialize,  // C_Initialize is not the exported function of that name
+    allDifferent,         // no entry is the exported function of its name
 };
 
-// The function of CK_C_INITIALIZE_ARGS that the control is to call.
+// The function of CK_C_INITIALIZE_ARGS that the control calls.
 enum class MutexCallback : uint32_t { create, destroy, lock, unlock };
 
 #pragma pack(push, 8)
@@ -40,7 +41,7 @@ struct TokenState {
     uint32_t securityOfficerLoggedIn;
     uint32_t objects;             // token and session objects
     uint32_t sequenceViolations;  // calls of a thread inside another's C_Initialize..C_Finalize
-    uint32_t overlappingCalls;    // calls entered while a call of another thread was inside
+    uint32_t overlappingCalls;    // calls entered during a call of another thread
     uint32_t initArgumentsGiven;  // 1 when the latest C_Initialize had CK_C_INITIALIZE_ARGS
     uint32_t initFlags;           // their flags
     uint32_t callbacksGiven;      // number of the four callbacks that were not null
@@ -51,8 +52,8 @@ struct TokenState {
 struct ScriptedTokenControl {
     void (*reset)();
 
-    // Calls, in order of arrival. Texts are not terminated; a copy takes at most `capacity`
-    // characters, and both functions return the whole length.
+    // Calls, in order of arrival. Texts are not terminated; at most `capacity` characters are
+    // copied, and both functions return the whole length.
     uint32_t (*callCount)();
     uint32_t (*callLine)(uint32_t index, char* text, uint32_t capacity);
     uint32_t (*callName)(uint32_t index, char* text, uint32_t capacity);
@@ -75,7 +76,7 @@ struct ScriptedTokenControl {
     void (*setParametersReread)(uint32_t on);
 
     void (*state)(TokenState* state);
-    // Calls the callback that the latest C_Initialize brought; CKR_GENERAL_ERROR without one.
+    // Calls the callback that the latest C_Initialize passed; CKR_GENERAL_ERROR without one.
     CK_RV (*callMutexCallback)(MutexCallback which, void* mutex, void** created);
 };
 

@@ -1,5 +1,5 @@
 // The scripted token's test, third part: faults, function lists, callbacks, threads, and the two
-// libraries that are wrong in other ways.
+// other faulty libraries.
 
 #include <chrono>
 #include <cstring>
@@ -108,7 +108,7 @@ TEST_F(ScriptedFaultTest, ExceptionLeavesTheCall)
     EXPECT_FALSE(token.initialised());
     EXPECT_EQ((Strings{"C_Initialize(initArgs=null)"}), token.calls());
     EXPECT_EQ(CKR_OK, p11.C_Initialize(nullptr));
-    EXPECT_EQ(0U, token.overlappingCalls());  // the call that threw is no longer inside
+    EXPECT_EQ(0U, token.overlappingCalls());  // the call that threw has ended
 }
 
 TEST_F(ScriptedFaultTest, DelayWaitsThenAnswers)
@@ -243,7 +243,7 @@ TEST_F(ScriptedFaultTest, ListCanDifferFromTheExports)
     EXPECT_EQ("list:C_Initialize", token.callNames().front());
 }
 
-// Callbacks that note what they were given.
+// Callbacks that record their arguments.
 struct MutexLog {
     void* destroyed = nullptr;
     void* locked = nullptr;

@@ -1,5 +1,5 @@
-// What the scripted token's own tests (scripted_token*_test.cpp) share: a fresh token, its exported
-// functions, and short ways to the states that most tests start from.
+// Shared by the scripted token's own tests (scripted_token*_test.cpp): a new token, its exported
+// functions, and helpers for the states that most tests start from.
 
 #pragma once
 
@@ -18,7 +18,7 @@ protected:
 
     void initialise() const { ASSERT_EQ(CKR_OK, p11.C_Initialize(nullptr)); }
 
-    // An initialised library and a session; `flags` are added to the serial flag.
+    // An initialized library and a session; `flags` are added to the serial flag.
     CK_SESSION_HANDLE openSession(CK_FLAGS flags = 0)
     {
         if (!token.initialised())
@@ -34,7 +34,7 @@ protected:
         return p11.C_Login(session, CKU_USER, bytesOf(pin), static_cast<CK_ULONG>(pin.size()));
     }
 
-    // All objects that match, by one search from its beginning to its end.
+    // All objects that match, found in one complete search.
     std::vector<CK_OBJECT_HANDLE> find(CK_SESSION_HANDLE session,
                                        std::vector<Attribute> wanted) const
     {

@@ -1,5 +1,6 @@
 // The fixed identifiers, texts and byte patterns of the scripted token, for the token itself and
-// for the tests that compute what it must have answered. All odd, so that a mixed-up value shows.
+// for the tests that compute its results. All values are unusual, so that a mixed-up value is
+// visible.
 
 #pragma once
 
@@ -13,7 +14,7 @@ namespace NV::test {
 
 using Bytes = std::vector<CK_BYTE>;
 
-// Slot 52 holds an initialised token; slot 77 is empty until a test fills it.
+// Slot 52 has an initialized token; slot 77 is empty until a test fills it.
 inline constexpr CK_SLOT_ID kSlot = 52;
 inline constexpr CK_SLOT_ID kOtherSlot = 77;
 inline constexpr CK_FLAGS kSlotFlags = CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT;
@@ -21,7 +22,7 @@ inline constexpr CK_FLAGS kEmptySlotFlags = CKF_REMOVABLE_DEVICE | CKF_HW_SLOT;
 inline constexpr CK_FLAGS kTokenFlags =
     CKF_RNG | CKF_LOGIN_REQUIRED | CKF_USER_PIN_INITIALIZED | CKF_TOKEN_INITIALIZED;
 
-// The first of each kind; the following ones count up by one and never repeat before a reset.
+// The first of each kind; the next ones count up by one and never repeat before a reset.
 inline constexpr CK_SESSION_HANDLE kFirstSession = 0x5E55;
 inline constexpr CK_OBJECT_HANDLE kFirstObject = 0xB1;           // on the token, by control
 inline constexpr CK_OBJECT_HANDLE kFirstSessionObject = 0xD501;  // made by a call
@@ -55,7 +56,7 @@ inline constexpr CK_ULONG kFreePrivateMemory = 10007;
 inline constexpr CK_ULONG kDeviceError = 0xDE7;
 inline constexpr CK_ULONG kObjectOverhead = 13;  // C_GetObjectSize: this and all value bytes
 
-// A count or length that lies exceeds the true one, or the buffer, by this much.
+// A false count or length exceeds the true one, or the buffer, by this much.
 inline constexpr CK_ULONG kLieExcess = 7;
 
 inline constexpr CK_FLAGS CKF_HW = 0x1;
@@ -87,7 +88,7 @@ inline constexpr CK_FLAGS kSignAndVerify = CKF_SIGN | CKF_VERIFY;
 inline constexpr CK_FLAGS kRawRsa = CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | kSignAndVerify |
                                     CKF_SIGN_RECOVER | CKF_VERIFY_RECOVER | CKF_WRAP | CKF_UNWRAP;
 
-// In the order in which C_GetMechanismList tells them; not sorted on purpose.
+// In the order in which C_GetMechanismList returns them; intentionally not sorted.
 inline constexpr MechanismRow kMechanisms[] = {
     {CKM_ECDSA, 161, 571, CKF_HW | kSignAndVerify, MechanismFamily::ec, 0},
     {CKM_ECDH1_DERIVE, 163, 569, CKF_HW | CKF_DERIVE, MechanismFamily::ec, 0},
@@ -145,7 +146,7 @@ inline Bytes pattern(CK_MECHANISM_TYPE mechanism, std::span<const CK_BYTE> data,
     return result;
 }
 
-// What an operation without meaningful output answers.
+// The result of an operation without meaningful output.
 inline constexpr CK_BYTE kOperationState[] = {0x57, 0xA7, 0x0E, 0x13, 0x99};
 inline constexpr CK_BYTE kWrappedKey[] = {0x3B, 0xAD, 0xC0, 0xDE, 0x71, 0x05, 0xE9};
 inline constexpr CK_BYTE kRecoveredData[] = {0x2E, 0xC0, 0x7E, 0x2D};
@@ -164,7 +165,7 @@ inline Bytes repeated(std::span<const CK_BYTE> bytes, size_t length)
     return result;
 }
 
-// The named curves that the token knows: CKA_EC_PARAMS and the coordinate size in bytes.
+// The named curves of the token: CKA_EC_PARAMS and the coordinate size in bytes.
 inline constexpr CK_BYTE kCurveP256[] = {0x06, 0x08, 0x2A, 0x86, 0x48,
                                          0xCE, 0x3D, 0x03, 0x01, 0x07};
 inline constexpr CK_BYTE kCurveP384[] = {0x06, 0x05, 0x2B, 0x81, 0x04, 0x00, 0x22};

@@ -1,4 +1,4 @@
-// The scripted token's memory and the rules that hold between its parts.
+// The scripted token's memory and the rules for its parts.
 
 #include "token.h"
 
@@ -190,7 +190,7 @@ CK_ULONG Token::sessionCount(CK_SLOT_ID id, bool readWriteOnly) const
 void Token::logOut(Slot& from)
 {
     from.login = Login::nobody;
-    // Private session objects do not outlive the login, nor does work with private keys.
+    // Private session objects and operations with private keys end with the login.
     for (auto& [handle, each] : sessions) {
         for (std::optional<Operation>& operation : each.operations) {
             const Object* key = operation ? object(operation->key) : nullptr;

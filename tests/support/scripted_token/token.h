@@ -1,5 +1,5 @@
-// The scripted token's memory: slots, sessions, logins and objects, and the rules that hold
-// between them. The PKCS#11 functions (calls_*.cpp) and the control (control.cpp) work on it.
+// The scripted token's memory: slots, sessions, logins and objects, and the rules for them. The
+// PKCS#11 functions (calls_*.cpp) and the control (control.cpp) use it.
 
 #pragma once
 
@@ -29,14 +29,14 @@ struct Slot {
 
 struct Object {
     CK_SLOT_ID slot = 0;
-    CK_SESSION_HANDLE session = 0;  // 0: lives on the token
+    CK_SESSION_HANDLE session = 0;  // 0: on the token
     std::map<CK_ATTRIBUTE_TYPE, Bytes> attributes;
 
     const Bytes* find(CK_ATTRIBUTE_TYPE type) const;
     CK_ULONG number(CK_ATTRIBUTE_TYPE type, CK_ULONG otherwise) const;
     bool flag(CK_ATTRIBUTE_TYPE type, bool otherwise) const;
     CK_OBJECT_CLASS objectClass() const;
-    bool isPrivate() const;                      // CKA_PRIVATE; where absent, only private keys are
+    bool isPrivate() const;  // CKA_PRIVATE; if it is absent, only private keys are
     bool reveals(CK_ATTRIBUTE_TYPE type) const;  // false: CKR_ATTRIBUTE_SENSITIVE
     CK_ULONG modulusLength() const;              // bytes; 0: not an RSA key
     CK_ULONG coordinateSize() const;             // bytes; 0: not a key on a known curve
@@ -72,13 +72,13 @@ class Token {
 public:
     Token() { reset(); }
 
-    // Everything as it was when the library was loaded.
+    // Restores the state after loading.
     void reset();
-    // What C_Finalize leaves: slots and the objects that live on the token.
+    // Removes all that does not outlive C_Finalize; slots and the objects on the token remain.
     void finalise();
 
     Slot* slot(CK_SLOT_ID id);
-    CK_RV checkToken(CK_SLOT_ID id);  // CKR_OK: the slot is known and holds a token
+    CK_RV checkToken(CK_SLOT_ID id);  // CKR_OK: the slot exists and has a token
 
     Session* session(CK_SESSION_HANDLE handle);
     Session& openSession(CK_SLOT_ID id, CK_FLAGS flags);
@@ -86,7 +86,7 @@ public:
     CK_ULONG sessionCount(CK_SLOT_ID id, bool readWriteOnly) const;
     void logOut(Slot& from);
 
-    // False for a private object while the user is not logged in to a token that wants it.
+    // False for a private object while the user is not logged in to a token that requires it.
     bool visible(const Object& seen);
     Object* object(CK_OBJECT_HANDLE handle);
     CK_OBJECT_HANDLE addTokenObject(Object added);
@@ -109,10 +109,10 @@ private:
     CK_OBJECT_HANDLE nextSessionObject_ = test::kFirstSessionObject;
 };
 
-// Guards the token, the recorded calls and the faults. Not held while a delay runs.
+// Guards the token, the recorded calls and the faults. Not held during a delay.
 std::mutex& tokenMutex();
 
-// The one token of this library. Call with tokenMutex held.
+// The only token of this library. The caller holds tokenMutex.
 Token& token();
 
 Bytes valueOf(const CK_ATTRIBUTE& attribute);

@@ -1,4 +1,4 @@
-// A writer and a reader for the one structure that both sides exchange.
+// A writer and a reader for the only structure that both sides exchange.
 
 #include "ecdsa_der.h"
 
@@ -24,7 +24,7 @@ void append(Bytes& der, unsigned char tag, const Bytes& content)
     der.insert(der.end(), content.begin(), content.end());
 }
 
-// As short as it can be, and not negative.
+// As short as possible, and not negative.
 Bytes integer(Bytes::const_iterator begin, Bytes::const_iterator end)
 {
     begin = std::find_if(begin, end, [](unsigned char byte) { return byte != 0; });

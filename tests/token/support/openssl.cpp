@@ -1,4 +1,4 @@
-// OpenSSL's command line, with files in a folder of its own as input and output.
+// Runs OpenSSL's command line, with files in its own folder as input and output.
 
 #include "openssl.h"
 
@@ -75,7 +75,7 @@ bool OpenSsl::verifies(const TokenKey& key, const Bytes& data, const Bytes& sign
     const std::string arguments =
         "pkeyutl -verify -in data -sigfile signature" + withCertificate(key) + options;
     const int exitCode = start(arguments);
-    // The exit code alone would take a wrong option for a wrong signature.
+    // The exit code alone would not distinguish a wrong option from a wrong signature.
     if (exitCode == 0 && log().find("Signature Verified Successfully") != std::string::npos)
         return true;
     if (exitCode == 1 && log().find("Signature Verification Failure") != std::string::npos)

@@ -1,9 +1,9 @@
-// OpenSSL's command line on the host: the judge of what the provider did with the token, and the
-// other party of encryption, signatures and key agreement. For all tests on a real token.
+// OpenSSL's command line on the host: verifies what the provider did with the token, and is the
+// other party of encryption, signatures and key agreement. For all tests with a real token.
 //
-// Private keys and certificates are those of the token's folder. Options are OpenSSL's own words,
-// such as "-pkeyopt rsa_padding_mode:pss". Everything throws std::runtime_error with OpenSSL's
-// words when OpenSSL cannot do what it is asked for.
+// Private keys and certificates are those in the token's folder. Options are those of OpenSSL, such
+// as "-pkeyopt rsa_padding_mode:pss". All functions throw std::runtime_error with OpenSSL's message
+// when OpenSSL fails.
 
 #pragma once
 
@@ -18,12 +18,12 @@ namespace NV::test {
 
 class OpenSsl {
 public:
-    // A signature of this data, as it is, by the certificate's key. False is OpenSSL's own verdict;
-    // any other failure throws.
+    // Verifies a signature of exactly this data by the certificate's key. False means that OpenSSL
+    // rejects the signature; any other failure throws.
     bool verifies(const TokenKey& key, const Bytes& data, const Bytes& signature,
                   const std::string& options = "") const;
 
-    // What a PKCS #1 v1.5 signature was made of; nothing when the padding is wrong.
+    // The data of a PKCS #1 v1.5 signature; nothing when the padding is wrong.
     std::optional<Bytes> recovered(const TokenKey& key, const Bytes& signature) const;
 
     Bytes sign(const TokenKey& key, const Bytes& data, const std::string& options = "") const;
@@ -37,13 +37,15 @@ public:
     Bytes publicKeyInfo(const TokenKey& key) const;
     Bytes modulus(const TokenKey& key) const;
 
-    // Makes the other party's key pair on this curve ("P-256"); gives its SubjectPublicKeyInfo. The
-    // agreement is between the token's key, whose file OpenSSL reads, and the last one made.
+    // Makes the other party's key pair on this curve ("P-256") and returns its
+    // SubjectPublicKeyInfo. The agreement is between the token's key, whose file OpenSSL reads, and
+    // the latest such key pair.
     Bytes makePeer(const std::string& curve) const;
     Bytes agreedWithPeer(const TokenKey& key) const;
 
 private:
-    // Runs openssl in the folder; its exit code, 0 or 1. What it printed is in the file "log".
+    // Runs openssl in the folder and returns its exit code, 0 or 1. Its output is in the file
+    // "log".
     int start(const std::string& arguments) const;
     void run(const std::string& arguments) const;
     Bytes output(const std::string& arguments) const;  // the file "output" that it wrote

@@ -1,4 +1,4 @@
-// CNG's padding information as one value: flags and structure that belong together. For tests of
+// CNG's padding information as one value: the flags and the matching structure. For tests of
 // operations with RSA keys.
 
 #pragma once
@@ -11,7 +11,7 @@ namespace NV::test {
 
 class Padding {
 public:
-    // Algorithm names may be null; they and the label are the caller's and outlive the object.
+    // Algorithm names may be null; they and the label belong to the caller and outlive the object.
     static Padding none() { return Padding(0); }
     static Padding raw() { return Padding(BCRYPT_PAD_NONE); }
     static Padding pkcs1WithoutInformation()

@@ -1,5 +1,5 @@
-// The keys that make-token.sh puts on the token, and the hashes that operations with them know. For
-// all tests on a real token.
+// The keys that make-token.sh creates on the token, and the hashes that operations with them
+// support. For all tests with a real token.
 
 #pragma once
 

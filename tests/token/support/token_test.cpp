@@ -1,4 +1,4 @@
-// The provider on the token of the tests, and its operations.
+// Opens the provider on the token of the tests and runs its operations.
 
 #include "token_test.h"
 
@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned char untouched = 0xA5;
 constexpr size_t guardSize = 16;
 
-// A buffer for an operation, with some bytes behind its given size that nobody may touch.
+// A buffer for an operation, with guard bytes after its given size.
 class GuardedBuffer {
 public:
     explicit GuardedBuffer(DWORD size) : size_(size), bytes_(size + guardSize, untouched) {}
@@ -24,7 +24,7 @@ public:
     PBYTE data() { return bytes_.data(); }
     DWORD size() const { return size_; }
 
-    // The first bytes, after a look at those behind the size and behind what was written.
+    // The first bytes, after a check of those after the size and after the output.
     Bytes content(DWORD written) const
     {
         const size_t end = std::min(written, size_);
@@ -42,7 +42,7 @@ private:
 
 PBYTE in(const Bytes& bytes)
 {
-    // CNG takes input by a pointer to non-const.
+    // CNG takes input through a pointer to non-const.
     return const_cast<PBYTE>(bytes.data());
 }
 
@@ -58,8 +58,8 @@ std::string tokenFolder()
     return NV_TEST_TOKEN_FOLDER;
 }
 
-// SoftHSM2 writes to its files at every login, and a process that reads them meanwhile may find
-// half of a token: hence the copy.
+// A copy, because SoftHSM2 writes to its files at every login, and a process that reads them at
+// that moment may find half of a token.
 TokenProfile::TokenProfile(const std::string& made)
 {
     const std::string tokens = host::quoted(made + "/tokens");
@@ -169,7 +169,7 @@ Outcome OpenedKey::property(const wchar_t* name) const
     return {status, value.content(length)};
 }
 
-// In the order in which one needs the other.
+// In the order in which they depend on each other.
 struct TokenTest::Opened {
     TokenProfile profile;
     ProviderModule module;

@@ -1,4 +1,4 @@
-// What every test on a real token stands on: a profile, the module, an opened provider on the token
+// The base of all tests with a real token: a profile, the module, an opened provider on the token
 // that make-token.sh made, and its operations with results as values.
 
 #pragma once
@@ -19,19 +19,19 @@
 
 namespace NV::test {
 
-// The folder that make-token.sh made, as the host names it, and the user PIN given to it.
+// The host path of the folder that make-token.sh made, and the user PIN of the token.
 std::string tokenFolder();
 inline constexpr wchar_t tokenPin[] = L"keywarden-pin-4711";
 
-// A status and what the operation wrote: as many bytes as it says. The caller's buffer ends behind
-// them or at its given size; writing past that fails the test.
+// A status and the output of the operation: as many bytes as it reports. The caller's buffer ends
+// after them or at its given size; a write past the end fails the test.
 struct Outcome {
     SECURITY_STATUS status = 0;
     Bytes bytes;
 };
 
 // A profile for the module and a copy of the token for the library. Made before the module is
-// loaded, so that both find what they read.
+// loaded, because both read them when they load.
 class TokenProfile {
 public:
     // The folder that make-token.sh made.
@@ -44,7 +44,7 @@ private:
     Profile profile_;
 };
 
-// A key opened through the provider's table, closed at the end of its life.
+// A key opened through the provider's table; the destructor closes it.
 class OpenedKey {
 public:
     OpenedKey(const ProviderModule& module, NCRYPT_PROV_HANDLE provider, const wchar_t* name);
@@ -52,7 +52,7 @@ public:
     OpenedKey(const OpenedKey&) = delete;
     OpenedKey& operator=(const OpenedKey&) = delete;
 
-    // Operations. The dialog is the answer that the user gives.
+    // Operations. The dialog is the user's answer.
     Outcome sign(Padding padding, const Bytes& hash,
                  const DialogDriver::Script& dialog = DialogDriver::entering(tokenPin)) const;
     // With a buffer of this size.
@@ -77,8 +77,8 @@ private:
     NCRYPT_KEY_HANDLE handle_ = 0;
 };
 
-// One profile, module and provider for all cases of a suite: what the cases do leaves nothing
-// behind, since every operation on the token is complete in itself.
+// One profile, module and provider for all cases of a suite. A case does not affect the others,
+// because every operation on the token is complete in itself.
 class TokenTest : public testing::Test {
 public:
     static void SetUpTestSuite();
@@ -100,7 +100,7 @@ private:
 // Bytes without a pattern, the same in every run.
 Bytes arbitraryBytes(size_t size, unsigned seed = 1);
 
-// The same bytes with one bit of one byte turned.
+// The same bytes with one bit of one byte inverted.
 Bytes changed(Bytes bytes, size_t position = 0);
 
 }  // namespace NV::test
