@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "base/secret.h"
+#include "base/text.h"
 #include "logger/logger_rotation.h"
 
 namespace NV {
@@ -30,19 +31,10 @@ struct Folder {
     }
 };
 
-std::wstring widen(const std::string& ansi)
-{
-    const int size = static_cast<int>(ansi.size());
-    const int length = MultiByteToWideChar(CP_ACP, 0, ansi.data(), size, nullptr, 0);
-    std::wstring wide(static_cast<size_t>(length), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, ansi.data(), size, wide.data(), length);
-    return wide;
-}
-
 Folder folderOf(const LoggerSettings& settings)
 {
     constexpr std::wstring_view separators = L"\\/";
-    const std::wstring configured = widen(settings.store + "\\" + settings.fileName);
+    const std::wstring configured = fromAnsi(settings.store + "\\" + settings.fileName);
     const size_t nameAt = configured.find_last_of(separators) + 1;
     // Behind "\\?\" the system would not take several in a row for one.
     const size_t end = configured.find_last_not_of(separators, nameAt - 1) + 1;

@@ -16,24 +16,6 @@ namespace NV {
 
 namespace {
 
-std::wstring utf8ToWide(const std::string& text)
-{
-    const int size = static_cast<int>(text.size());
-    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
-    std::wstring wide(static_cast<size_t>(length), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
-    return wide;
-}
-
-std::wstring widenEachCharacter(const std::string& text)
-{
-    std::wstring wide;
-    wide.reserve(text.size());
-    for (const char c : text)
-        wide.push_back(static_cast<unsigned char>(c));
-    return wide;
-}
-
 bool fileExists(const std::wstring& path)
 {
     if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
@@ -114,7 +96,7 @@ bool P11Module::checkPath(const Site& load) const
         NV_UNDER(ERR, load, "FAILURE: the name module is empty");
         return false;
     }
-    const std::wstring path = utf8ToWide(path_);
+    const std::wstring path = fromUtf8(path_);
     NV_UNDER(DBG, load, "Path (u8) = %s", toUtf8(path).c_str());
     if (!fileExists(path)) {
         NV_UNDER(ERR, load, "FAILURE: %s file does not exist", path_.c_str());
@@ -132,9 +114,9 @@ bool P11Module::loadLibrary(const Site& load)
                  static_cast<const void*>(library_.get()));
         return false;
     }
-    // Unlike the check above, this takes each byte for a character: a path outside ASCII that
-    // exists does not load. Meant so; the log then shows both lines.
-    const std::wstring path = widenEachCharacter(path_);
+    // Compat: unlike checkPath, this makes each byte a character. A path outside ASCII that exists
+    // does not load, and the log shows both lines.
+    const std::wstring path = widenBytes(path_);
     library_.reset(LoadLibraryExW(path.c_str(), nullptr, 0));
     if (library_ == nullptr)
         library_.reset(LoadLibraryW(path.c_str()));
@@ -438,21 +420,24 @@ bool P11Module::clean()
         library_.reset();
         NV_TRC("Module [%s] has been unloaded", path_.c_str());
     }
-    // Neither the function list nor the init arguments are cleared: clean runs once, at the end.
-    if (ownsInitArgs_ && initArgs_ != nullptr) {
-        NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(initArgs_));
-        const std::unique_ptr<CK_C_INITIALIZE_ARGS> owned(initArgs_);
+    // The pointers to the function list and to the init arguments stay: clean runs once, at the end.
+    if (ownedInitArgs_ != nullptr) {
+        NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(ownedInitArgs_.get()));
+        ownedInitArgs_.reset();
     }
     return trace.leave(true);
 }
 
-std::unique_ptr<CK_C_INITIALIZE_ARGS> P11Module::replaceInitArgs(CK_C_INITIALIZE_ARGS* initArgs,
-                                                                 bool owned)
+P11Module::InitArgs P11Module::replaceInitArgs(InitArgs owned)
 {
-    std::unique_ptr<CK_C_INITIALIZE_ARGS> previous(ownsInitArgs_ ? initArgs_ : nullptr);
-    initArgs_ = initArgs;
-    ownsInitArgs_ = owned;
-    return previous;
+    initArgs_ = owned.get();
+    return std::exchange(ownedInitArgs_, std::move(owned));
+}
+
+P11Module::InitArgs P11Module::replaceInitArgs(CK_C_INITIALIZE_ARGS& foreign)
+{
+    initArgs_ = &foreign;
+    return std::exchange(ownedInitArgs_, nullptr);
 }
 
 }  // namespace NV

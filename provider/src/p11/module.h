@@ -113,11 +113,14 @@ public:
     P11Slot* firstActiveSlot() const;
 
     CK_C_INITIALIZE_ARGS* initArgs() const { return initArgs_; }
-    bool ownsInitArgs() const { return ownsInitArgs_; }
-    // Replaces the init arguments; owned ones come from new and are freed by the module. Gives back
-    // the replaced ones if they were owned, to be kept until the library has taken the new ones.
-    std::unique_ptr<CK_C_INITIALIZE_ARGS> replaceInitArgs(CK_C_INITIALIZE_ARGS* initArgs,
-                                                          bool owned);
+    bool ownsInitArgs() const { return ownedInitArgs_ != nullptr; }
+
+    using InitArgs = std::unique_ptr<CK_C_INITIALIZE_ARGS>;
+    // Replaces the init arguments, by ones that the module owns or by ones of the caller, which must
+    // outlive the module. Returns the replaced ones if the module owned them, otherwise null. Keep
+    // them until the library has taken the new ones.
+    InitArgs replaceInitArgs(InitArgs owned);
+    InitArgs replaceInitArgs(CK_C_INITIALIZE_ARGS& foreign);
 
     void setRepairFunctionList(bool repair) { repairFunctionList_ = repair; }
 
@@ -142,8 +145,8 @@ private:
     CK_VERSION version_{};
     CK_INFO libraryInfo_{};
     CK_FUNCTION_LIST* functionList_ = nullptr;
-    CK_C_INITIALIZE_ARGS* initArgs_ = nullptr;
-    bool ownsInitArgs_ = false;
+    CK_C_INITIALIZE_ARGS* initArgs_ = nullptr;  // ownedInitArgs_, or the caller's
+    InitArgs ownedInitArgs_;
     std::vector<std::unique_ptr<P11Slot>> slots_;
     bool repairFunctionList_ = true;
     CK_VOID_PTR mutexHandle_ = nullptr;
