@@ -9,8 +9,8 @@
 #include <optional>
 #include <span>
 
+#include "base/curve.h"
 #include "base/encoding.h"
-#include "keystore/keystore_curve.h"
 
 namespace NV {
 

@@ -1,4 +1,4 @@
-// A named value of a provider or a key, as CNG's property functions hand it out.
+// A named value of a provider or a key, which CNG's property functions return.
 
 #pragma once
 
@@ -12,9 +12,8 @@ namespace NV {
 // The low 32 bits of the wall clock in milliseconds: when an object was made.
 uint32_t creationStamp();
 
-// Copies share one value buffer, and the destructor of any of them empties it: after a copy is
-// gone, the others still have the name and no bytes. Meant so; applications see it after they have
-// freed the first handle of a key.
+// Compat: copies share one value buffer, and the destructor of any copy empties it. The others then
+// have the name and no bytes. An application sees that after it has freed the first handle of a key.
 class Property {
 public:
     // Takes a copy of the `size` bytes at `data`. The type is CNG's to interpret.
