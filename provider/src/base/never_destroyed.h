@@ -14,7 +14,7 @@ namespace NV {
 //     static NeverDestroyed<Config> config;
 //     return *config;
 //
-// A class whose constructor is private declares NeverDestroyed of itself a friend.
+// A class with a private constructor must declare its NeverDestroyed a friend.
 template <typename T>
 class NeverDestroyed {
 public:

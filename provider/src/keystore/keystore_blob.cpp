@@ -16,7 +16,7 @@ static_assert(sizeof(LegacyRsaHead) == 20 && sizeof(RsaBlobHead) == 24);
 
 constexpr unsigned char uncompressedMark = 0x04;
 
-// The bytes as far as there are any; the rest of the record is zero.
+// The first bytes as a record. If there are too few, the rest of the record is zero.
 template <typename Record>
 Record beginningOf(std::span<const unsigned char> bytes)
 {

@@ -8,8 +8,8 @@ namespace NV {
 
 class P11ECKeyObject : public P11KeyObject {
 public:
-    // The coordinates of a public point, big-endian, as wide as the curve's field. Empty when the
-    // point was malformed.
+    // The coordinates of a public point, big-endian, with the size of the curve's field. Empty for
+    // a malformed point.
     struct ECPoint {
         Bytes x;
         Bytes y;
@@ -23,8 +23,8 @@ public:
     P11ECKeyObject& operator=(const P11ECKeyObject&) = delete;
     ~P11ECKeyObject() override = default;
 
-    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve; the header
-    // alone for a malformed point.
+    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve. Only the
+    // header for a malformed point.
     Bytes getPubkeyBlob() const override;
     // CKM_ECDSA for all arguments.
     OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
@@ -36,7 +36,7 @@ public:
                          const SecretBytes& pin) override;
     SECURITY_STATUS verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                            PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) override;
-    // NTE_NOT_SUPPORTED, both.
+    // Both return NTE_NOT_SUPPORTED.
     SECURITY_STATUS encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput, DWORD cbInput,
                             PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
                             DWORD dwFlags) override;

@@ -1,4 +1,4 @@
-// ECDH on the token: the private key's secret agreement with a peer's public point.
+// ECDH on the token: a private key and a peer's public point give a secret.
 
 #include "keystore/keystore_ec.h"
 
@@ -20,7 +20,7 @@ OwnedMechanism ecdhMechanism(PBYTE pbPeerPubkey, DWORD cbPeerPubkey)
             CK_ECDH1_DERIVE_PARAMS{CKD_NULL, 0, nullptr, cbPeerPubkey, pbPeerPubkey}};
 }
 
-// The secret as a session object whose value can be read.
+// Derives the secret as a session object with a readable value.
 CK_RV deriveSecretKey(TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE& secretKey)
 {
     constexpr CK_OBJECT_CLASS objectClass = CKO_SECRET_KEY;

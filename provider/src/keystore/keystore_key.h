@@ -36,7 +36,7 @@ public:
     P11KeyObject& operator=(const P11KeyObject&) = delete;
     ~P11KeyObject() override;
 
-    // CNG's public key blob of the key's own kind; empty when the public key is malformed.
+    // CNG's public key blob for the type of the key. Empty when the public key is malformed.
     virtual Bytes getPubkeyBlob() const = 0;
     // The mechanism of a padding. What the padding information points at stays the caller's.
     virtual OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const = 0;

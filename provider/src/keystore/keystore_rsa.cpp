@@ -19,7 +19,7 @@ namespace {
 static_assert(sizeof(LegacyRsaHead) == sizeof(BLOBHEADER) + sizeof(RSAPUBKEY));
 static_assert(sizeof(RsaBlobHead) == sizeof(BCRYPT_RSAKEY_BLOB));
 
-// The legacy blob that crypt32 makes of an RSAPublicKey; empty when it cannot.
+// The legacy blob that crypt32 makes of an RSAPublicKey. Empty when crypt32 fails.
 Bytes decodePublicKey(const Bytes& der)
 {
     DWORD size = 0;

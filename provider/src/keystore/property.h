@@ -9,14 +9,14 @@
 
 namespace NV {
 
-// The low 32 bits of the wall clock in milliseconds: when an object was made.
+// The creation time of an object: the low 32 bits of the system clock in milliseconds.
 uint32_t creationStamp();
 
 // Compat: copies share one value buffer, and the destructor of any copy empties it. The others then
 // have the name and no bytes. An application sees that after it has freed the first handle of a key.
 class Property {
 public:
-    // Takes a copy of the `size` bytes at `data`. The type is CNG's to interpret.
+    // Copies the `size` bytes at `data`. Only CNG interprets the type.
     Property(std::wstring name, uint32_t type, const void* data, int32_t size);
     Property(const Property& source);
     Property& operator=(const Property&) = delete;

@@ -1,4 +1,4 @@
-// Loading a PKCS#11 library and finding out what it holds.
+// Loading of a PKCS#11 library, and the discovery of its slots, tokens and mechanisms.
 
 #include "p11/module.h"
 
@@ -32,11 +32,11 @@ bool fileExists(const std::wstring& path)
 template <typename Function>
 Function exportOf(HMODULE library, const char* name)
 {
-    // A detour through void*, because every export comes as a FARPROC.
+    // Through void*, because GetProcAddress returns a FARPROC for every export.
     return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
-// A repaired list has null entries where the library lacks an export.
+// A repaired list has a null entry for each export that the library does not have.
 template <typename Function>
 Function present(Function entry)
 {
@@ -182,8 +182,8 @@ void P11Module::verifyFunctionList(const Site& load)
         repairFunctionList(load);
 }
 
-// Writes into the library's own list. An export that is missing leaves a null entry: each call
-// through the list tests for that, the repair does not.
+// Writes into the library's own list. A missing export becomes a null entry, which each call
+// through the list tests for.
 void P11Module::repairFunctionList(const Site& load)
 {
     NV_UNDER(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
@@ -217,8 +217,7 @@ bool P11Module::initializeLibrary(const Site& init)
 {
     CK_RV rv = CKR_GENERAL_ERROR;
     try {
-        // Clears whatever initialisation an earlier user of the library left; the answer is of no
-        // interest.
+        // Ends an initialization by an earlier user of the library. The result does not matter.
         NV_UNDER(TRC, init, "Call C_Finalize():START");
         rv = present(functionList_->C_Finalize)(nullptr);
         NV_UNDER(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
@@ -227,7 +226,7 @@ bool P11Module::initializeLibrary(const Site& init)
         rv = present(functionList_->C_Initialize)(nullptr);
         NV_UNDER(TRC, init, "Call C_Initialize():END RV=%s", returnValueText(rv));
     } catch (...) {
-        // Spelt like this on purpose, here and in finalizeLibrary.
+        // Compat: misspelled here and in finalizeLibrary; people search logs for it.
         NV_UNDER(ERR, init, "Caught Enxception");
         return false;
     }
@@ -266,7 +265,7 @@ bool P11Module::readSlots(const Site& init)
     if (counted) {
         ids.resize(count);
         rv = getSlotList(CK_TRUE, ids.data(), &count);
-        // A count that grew between the calls does not make the buffer larger.
+        // The count may have grown between the calls; the buffer has not.
         ids.resize(std::min<size_t>(ids.size(), count));
     }
     NV_UNDER(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
@@ -280,8 +279,8 @@ bool P11Module::readSlots(const Site& init)
         for (size_t i = 0; i < ids.size(); ++i)
             NV_UNDER(DBG, init, "Slot[%d] = %lu", static_cast<int>(i), asLong(ids[i]));
     }
-    // One buffer for all slots: a slot whose information cannot be read shows what the slot before
-    // it left there.
+    // Compat: one buffer for all slots. A slot whose information cannot be read shows that of the
+    // slot before it.
     CK_SLOT_INFO slotInfo{};
     for (const CK_SLOT_ID id : ids)
         slots_.push_back(readSlot(init, id, slotInfo));
@@ -420,7 +419,8 @@ bool P11Module::clean()
         library_.reset();
         NV_TRC("Module [%s] has been unloaded", path_.c_str());
     }
-    // The pointers to the function list and to the init arguments stay: clean runs once, at the end.
+    // The pointers to the function list and the init arguments are not cleared, because clean runs
+    // once, at the end.
     if (ownedInitArgs_ != nullptr) {
         NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(ownedInitArgs_.get()));
         ownedInitArgs_.reset();

@@ -16,7 +16,7 @@
 
 namespace NV {
 
-// A mechanism of a slot, as C_GetMechanismInfo described it.
+// A mechanism of a slot, as C_GetMechanismInfo describes it.
 class P11Mechanism {
 public:
     P11Mechanism(std::string name, CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info);
@@ -39,8 +39,8 @@ private:
     CK_FLAGS flags_;
 };
 
-// A slot with the token in it. Identifier and information stay zero when the token information
-// could not be read.
+// A slot with the token in it. The identifier and the information are zero when the token
+// information could not be read.
 class P11Slot {
 public:
     using Mechanisms = std::map<CK_MECHANISM_TYPE, P11Mechanism>;
@@ -60,7 +60,7 @@ public:
     void setId(CK_SLOT_ID id) { id_ = id; }
     void setSlotInfo(const CK_SLOT_INFO& info) { slotInfo_ = info; }
     void setTokenInfo(const CK_TOKEN_INFO& info) { tokenInfo_ = info; }
-    // The first mechanism of a type stays.
+    // Ignores a second mechanism of a type.
     void addMechanism(CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info);
     void setChosen(bool chosen) { chosen_ = chosen; }
 
@@ -72,8 +72,8 @@ private:
     bool chosen_ = false;
 };
 
-// Owns the loaded library. load, init and the destructor run once each and take no lock of their
-// own: the caller must keep every other use of the library in the process away meanwhile.
+// Owns the loaded library. load, init and the destructor run once each and take no lock: nothing
+// else in the process may use the library at that time.
 class P11Module {
 public:
     // The path is UTF-8.
@@ -82,27 +82,26 @@ public:
     P11Module(const P11Module&) = delete;
     P11Module& operator=(const P11Module&) = delete;
 
-    // Loads the library, fetches its function list and repairs the list when it does not agree
-    // with the library's exports. True when the list is usable. A second call is refused with
-    // false. Throws std::filesystem::filesystem_error when the file system cannot say whether the
-    // file exists.
+    // Loads the library, gets its function list, and repairs the list when it does not match the
+    // library's exports. True when the list is usable. A second call returns false. Throws
+    // std::filesystem::filesystem_error when the file system cannot tell whether the file exists.
     virtual bool load();
 
-    // The discovery pass: library information, slots with a token, their mechanisms. Leaves the
-    // library finalised. A second call lists the slots again behind the first ones.
+    // The discovery: library information, slots with a token, their mechanisms. The library is
+    // finalized afterwards. A second call appends the slots again.
     virtual bool init();
 
-    // Finalises and unloads the library and frees owned init arguments; for the destructor.
+    // Finalizes and unloads the library and frees owned init arguments. For the destructor.
     virtual bool clean();
 
-    // A lock made of the init arguments' own callbacks; without init arguments nothing is locked.
-    // Always true.
+    // A lock that uses the callbacks of the init arguments. Without init arguments nothing is
+    // locked. Always true.
     virtual bool lock();
     virtual bool unlock();
 
     // Null until load succeeded. It belongs to the library.
     CK_FUNCTION_LIST* functionList() const { return functionList_; }
-    // "UNINITIALIZED", "LOADED" or "INITIALIZED"; only for people to read.
+    // "UNINITIALIZED", "LOADED" or "INITIALIZED". Informational: nothing depends on it.
     const std::string& state() const { return state_; }
     const std::string& path() const { return path_; }
     CK_VERSION cryptokiVersion() const { return version_; }
@@ -125,7 +124,7 @@ public:
     void setRepairFunctionList(bool repair) { repairFunctionList_ = repair; }
 
 private:
-    // The steps of load and of init. They log under the name of the whole.
+    // The steps of load and of init. They log under the name of the operation.
     bool checkPath(const Site& load) const;
     bool loadLibrary(const Site& load);
     bool fetchFunctionList(const Site& load);

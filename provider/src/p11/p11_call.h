@@ -105,8 +105,8 @@ Call(Site, const char*, Outcome, EntryOf) -> Call<EntryOf>;
 
 }  // namespace call_layer
 
-// A wrapper's place, name, outcome style and entry in the function list. The entry is read by a
-// function, because a pointer to a member of a packed structure loses the packing.
+// A wrapper's place, name, outcome style and entry in the function list. A function reads the
+// entry, because a pointer to a member of a packed structure ignores the packing.
 #define NV_CALL(function, outcome)                                                                 \
     call_layer::Call                                                                               \
     {                                                                                              \
@@ -114,7 +114,7 @@ Call(Site, const char*, Outcome, EntryOf) -> Call<EntryOf>;
             [](const CK_FUNCTION_LIST& list) { return list.function; }                             \
     }
 
-// A wrapper that adds nothing of its own.
+// A wrapper without lines of its own.
 #define NV_PLAIN_CALL(function, outcome, ...)                                                      \
     call(NV_CALL(function, outcome), call_layer::nothingBefore, call_layer::nothingAfter,          \
          __VA_ARGS__)

@@ -1,4 +1,4 @@
-// The tables behind the names, and the renderings of the structures.
+// The tables of names, and the texts of the structures.
 
 #include "p11/p11text.h"
 
@@ -105,7 +105,8 @@ using Buffer = std::array<char, bufferSize>;
 
 constexpr const char* unknown = "UNKNOWN";
 
-// The name of every set bit that has one, in ascending order, joined by commas.
+// The names of the set bits in ascending order, separated by commas. Bits without a name are left
+// out.
 std::string flagNames(std::span<const Name> names, CK_FLAGS flags)
 {
     std::string text;
@@ -119,7 +120,7 @@ std::string flagNames(std::span<const Name> names, CK_FLAGS flags)
     return text;
 }
 
-// A blank-padded field without the blanks at both ends. It has no terminator.
+// A blank-padded field, which has no terminator, without the blanks at both ends.
 template <size_t N>
 std::string trimmed(const CK_UTF8CHAR (&field)[N])
 {
@@ -144,7 +145,7 @@ public:
         return *this;
     }
 
-    // Prints like "%s": a zero byte, with which some tokens pad, ends the value.
+    // A zero byte ends the value, as with "%s": some tokens pad with zeros.
     Rendering& field(const char* name, const std::string& value)
     {
         text_.append(name).append("=").append(value, 0, value.find('\0')).append(",");
@@ -163,7 +164,7 @@ public:
         return append("%s=%d.%d,", name, version.major, version.minor);
     }
 
-    // Ends the text. The last field carries no comma.
+    // Ends the text. Removes the comma of the last field.
     std::string finish()
     {
         if (text_.back() == ',')
