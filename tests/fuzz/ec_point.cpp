@@ -9,7 +9,8 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     using namespace NV::fuzz;
     Input input(data, size);
     const uint8_t choice = input.byte();
-    const size_t half = choice < std::size(NV::curves) ? NV::curves[choice].coordinateSize : choice;
+    const size_t half =
+        choice < NV::cngCurves.size() ? NV::cngCurves[choice].coordinateSize() : choice;
     const NV::Bytes point = input.rest();
     const NV::PointCoordinates split = NV::splitPoint(point, half);
 

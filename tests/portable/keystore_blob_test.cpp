@@ -28,7 +28,7 @@ TEST(EccBlob, TheMagicTellsTheCurve)
     EXPECT_EQ(256U, readEccBlob(hexDecode("45434B31")).curve->keyLength);
     EXPECT_EQ(384U, readEccBlob(hexDecode("45434B33")).curve->keyLength);
     EXPECT_EQ(521U, readEccBlob(hexDecode("45434B35")).curve->keyLength);
-    for (const char* other : {"45435331", "52534131", "45434B32", "45434B", ""})
+    for (const char* other : {"45435331", "52534131", "45434B32", "00000000", "45434B", ""})
         EXPECT_EQ(nullptr, readEccBlob(hexDecode(other)).curve) << other;
 }
 

@@ -42,6 +42,12 @@ TEST(ToUtf8, ReplacesASurrogateWithoutItsPartner)
     EXPECT_EQ("a\xEF\xBF\xBD", toUtf8(atEnd));
 }
 
+TEST(WidenBytes, MakesACharacterOfEachByte)
+{
+    EXPECT_EQ(L"", widenBytes(""));
+    EXPECT_EQ(L"a\u0080\u00FF", widenBytes("a\x80\xFF"));
+}
+
 TEST(Printable, ShowsANullPointer)
 {
     const wchar_t* none = nullptr;

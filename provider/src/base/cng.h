@@ -3,11 +3,11 @@
 // ncrypt_provider.h; written from Microsoft's public documentation of NCrypt.
 //
 // Every callback has the signature of the NCrypt function that it serves, with the provider handle
-// in front. A handle is whatever the provider returned when the object was opened.
+// in front. A handle is the value that the provider returned when the object was opened.
 
 #pragma once
 
-// winsock2.h is not wanted, and windows.h must come before the headers that build on it.
+// windows.h must come before the other two headers.
 #include <windows.h>
 
 #include <bcrypt.h>

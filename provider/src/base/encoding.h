@@ -1,8 +1,8 @@
 // Codecs between bytes and text: upper-case hexadecimal, and base64 (RFC 4648, standard alphabet,
 // padded, no line breaks). Used for log lines, key names, DigestInfo headers and certificates.
 //
-// None of them fails. A decoder gives what the well-formed beginning of its input holds (base64)
-// or a defined byte for every pair of characters (hexadecimal).
+// None of them fails. The base64 decoder stops at the first invalid character. The hexadecimal
+// decoder returns a defined byte for every pair of characters.
 
 #pragma once
 
@@ -25,11 +25,11 @@ namespace detail {
 inline constexpr std::string_view base64Alphabet =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-// The three bytes of a group, and in a fourth one a bit for each place, from the lowest, where a
-// character stood that is not in the alphabet.
+// The three bytes of a group. The fourth byte has one bit for each place, from the lowest, which is
+// set when the character at that place is not in the alphabet.
 using Base64Group = std::array<unsigned char, 4>;
 
-// What each character at each of the four places adds to its group.
+// The bits that each character adds to its group at each of the four places.
 consteval std::array<std::array<uint32_t, 256>, 4> makeBase64Shares()
 {
     const auto byte = [](size_t bits) { return static_cast<unsigned char>(bits); };
@@ -46,8 +46,8 @@ consteval std::array<std::array<uint32_t, 256>, 4> makeBase64Shares()
     return shares;
 }
 
-// ((c mod 32) + 9) mod 25 over the signed character: exact for the hexadecimal digits of both
-// cases, and a fixed number, not an error, for everything else.
+// ((c mod 32) + 9) mod 25 over the signed character: the value of a hexadecimal digit of either
+// case, and a fixed number for any other character.
 consteval std::array<unsigned char, 256> makeHexValues()
 {
     std::array<unsigned char, 256> values{};
@@ -58,7 +58,7 @@ consteval std::array<unsigned char, 256> makeHexValues()
     return values;
 }
 
-// Every two characters of an alphabet in order, so that one look-up writes two of them.
+// All pairs of characters of an alphabet in order, so that one look-up writes two characters.
 template <size_t Size>
 consteval std::array<std::array<char, 2>, Size * Size> makePairs(std::string_view alphabet)
 {
@@ -75,7 +75,7 @@ inline constexpr auto hexValues = makeHexValues();
 
 }  // namespace detail
 
-// Two characters a byte, no separators. A length below 1 gives the empty text.
+// Two characters for each byte, without separators. A length below 1 gives an empty text.
 inline std::string hexEncode(const unsigned char* data, int32_t length)
 {
     if (length < 1)
@@ -111,7 +111,7 @@ inline std::string base64Encode(const unsigned char* data, uint32_t length)
     const auto writePair = [](char* to, uint64_t index) {
         std::memcpy(to, &detail::base64Pairs[index & 0xFFF], 2);
     };
-    // Eight bytes are read at once, of which six count; then four, of which three do.
+    // Reads eight bytes at once and uses six; then reads four and uses three.
     for (; length >= 8; length -= 6, data += 6, out += 8) {
         uint64_t bits = 0;
         std::memcpy(&bits, data, 8);
@@ -147,11 +147,12 @@ inline std::string base64Encode(const Bytes& data)
     return base64Encode(data.data(), static_cast<uint32_t>(data.size()));
 }
 
-// Reads up to the first character outside the alphabet, padding included. A last group of k
+// Stops at the first character outside the alphabet; padding is outside it. A last group of k
 // characters gives k - 1 bytes.
 inline Bytes base64Decode(std::string_view text)
 {
-    // Writes four bytes, of which three count. Gives the places that end the decoding, as bits.
+    // Writes four bytes, of which three are data. Returns the places that end the decoding, as
+    // bits.
     const auto decodeGroup = [](const char* from, unsigned char* to) {
         const auto share = [from](size_t place) {
             return detail::base64Shares[place][static_cast<unsigned char>(from[place])];
@@ -175,7 +176,7 @@ inline Bytes base64Decode(std::string_view text)
         text.copy(last, 3, i);
         end = decodeGroup(last, out);
     }
-    // The bytes in front of the end depend on nothing behind it.
+    // The bytes before the end do not depend on the characters after it.
     out += std::max(std::countr_zero(end), 1) - 1;
     data.resize(static_cast<size_t>(out - data.data()));
     return data;

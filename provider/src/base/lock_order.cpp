@@ -1,4 +1,4 @@
-// The watch over the order of locks. Not part of the module that is shipped.
+// The check of the lock order. Not part of the released module.
 
 #include "base/lock_order.h"
 
@@ -16,8 +16,8 @@ struct HeldLock {
     LockRank rank;
 };
 
-// The locks that a thread holds, in the order in which it took them. Has nothing to construct or to
-// destroy, so that a thread may use it from its first to its last moment.
+// The locks that a thread holds, in the order in which it took them. Needs no construction or
+// destruction, so that it is usable for the whole life of a thread.
 struct HeldLocks {
     std::array<HeldLock, 16> locks;
     size_t count;

@@ -1,5 +1,5 @@
-// The order in which a thread may take the module's locks, and the watch over it, which stands in
-// the build of the tests only. For mutex.h.
+// The order in which a thread may take the module's locks, and the check of that order, which only
+// the build of the tests contains. For mutex.h.
 
 #pragma once
 
@@ -15,22 +15,23 @@ enum class LockRank : uint8_t {
     keyStore,
     callLayer,
     log,
-    severeLog,  // a crash report may come in the middle of an ordinary record
-    leaf,       // of the small locks that nothing else is done under
+    severeLog,  // a crash report may interrupt an ordinary record
+    leaf,       // no other lock is taken under it
 };
 
 #ifdef KEYWARDEN_CHECK_LOCK_ORDER
 
-// A lock's place in the order. What breaks the order ends the process at once, with an illegal
-// instruction, after a line on standard error that names both ranks.
+// A lock's place in the order. A violation writes a line with both ranks to standard error and ends
+// the process with an illegal instruction.
 class LockOrder {
 public:
     explicit LockOrder(LockRank rank) : rank_(rank) {}
 
-    // Before this thread waits for the lock: it holds none of this rank or a higher one.
+    // Call it before this thread waits for the lock. The thread may hold no lock of this rank or a
+    // higher one.
     void expectFree() const;
     void taken() const;
-    // This thread has taken the lock.
+    // Called by the thread that has taken the lock.
     void released() const;
 
 private:
@@ -39,7 +40,7 @@ private:
 
 #else
 
-// Takes neither room nor time.
+// Has no size and no code.
 class LockOrder {
 public:
     explicit LockOrder(LockRank) {}

@@ -9,8 +9,8 @@
 
 namespace NV {
 
-// One std::mutex, not recursive. Locking throws std::system_error when the platform refuses, and
-// no caller catches that. Use it with std::lock_guard or std::unique_lock.
+// A std::mutex, not recursive. lock throws std::system_error when the platform refuses, which no
+// caller catches. Use it with std::lock_guard or std::unique_lock.
 class Mutex {
 public:
     explicit Mutex(LockRank rank) : order_(rank) {}
@@ -18,7 +18,7 @@ public:
     Mutex& operator=(const Mutex&) = delete;
     virtual ~Mutex() = default;
 
-    // The names are the standard library's, so that its guards take a Mutex.
+    // Named as in the standard library, so that its guards accept a Mutex.
     void lock()
     {
         order_.expectFree();
@@ -26,7 +26,7 @@ public:
         order_.taken();
     }
 
-    // Out of order as well: whoever does not wait can stand in nobody's way.
+    // The order does not matter here: a thread that does not wait cannot cause a deadlock.
     bool try_lock()
     {
         if (!mutex_.try_lock())
@@ -41,8 +41,8 @@ public:
         mutex_.unlock();
     }
 
-    // Waits until the condition is notified and the predicate holds. The caller holds the lock, and
-    // holds it again afterwards.
+    // Waits until the condition is notified and the predicate is true. The caller holds the lock
+    // before and after the call.
     template <typename Predicate>
     void wait(std::condition_variable& condition, const Predicate& predicate)
     {

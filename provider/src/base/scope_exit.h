@@ -1,5 +1,4 @@
-// Work that must be done when a scope is left, whichever way, and clean-up whose own errors must not
-// get out.
+// Work that must be done on every way out of a scope, and clean-up whose errors must not propagate.
 
 #pragma once
 
@@ -7,8 +6,8 @@
 
 namespace NV {
 
-// Does the work when run is called, or else in the destructor, where what it throws is swallowed:
-// that is the way out for an exception that is on its way already.
+// Does the work in run, or in the destructor if run was not called. The destructor ignores
+// exceptions of the work, because it then usually runs while another exception unwinds.
 template <typename Work>
 class ScopeExit {
 public:
@@ -20,7 +19,7 @@ public:
         try {
             work_();
         } catch (...) {
-            // The exception that ends the scope is the one to be heard.
+            // The exception that ends the scope is the one to report.
         }
     }
     ScopeExit(const ScopeExit&) = delete;
@@ -45,7 +44,7 @@ void quietly(Work&& work) noexcept
     try {
         work();
     } catch (...) {
-        // Nothing can be reported where reporting itself failed.
+        // The log itself has failed, so there is nowhere to report this.
     }
 }
 

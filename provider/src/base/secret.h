@@ -12,8 +12,7 @@
 
 namespace NV {
 
-// Overwrites with zeros in a way that the compiler does not leave out: the statement behind it may
-// read the memory, as far as the compiler knows.
+// Zeroes memory; the barrier stops the compiler from removing it.
 inline void wipe(void* data, size_t size)
 {
     if (size == 0)
@@ -42,13 +41,13 @@ struct WipingAllocator {
     friend bool operator==(const WipingAllocator&, const WipingAllocator&) { return true; }
 };
 
-// A vector, because a short std::string lies in the object itself and would not be wiped.
+// Vectors, because a short std::string is stored in the object and would not be wiped.
 using SecretBytes = std::vector<unsigned char, WipingAllocator<unsigned char>>;
 using SecretText = std::vector<char, WipingAllocator<char>>;
 using SecretWideText = std::vector<wchar_t, WipingAllocator<wchar_t>>;
 
-// Wipes memory of somebody else's when the scope is left: a text or a buffer through which a secret
-// may have passed on its way. The memory must outlive it and stay where it is.
+// Wipes memory of another owner at the end of the scope: a text or a buffer that may have contained
+// a secret. The memory must outlive this object and must not move.
 class WipedAtEnd {
 public:
     WipedAtEnd(void* data, size_t size) : data_(data), size_(size) {}
@@ -62,7 +61,7 @@ private:
     size_t size_;
 };
 
-// Upper-case hexadecimal with a terminating zero. The text of a secret is the secret, too.
+// Upper-case hexadecimal with a terminating zero. The text is as secret as the bytes.
 inline SecretText secretHex(const unsigned char* data, size_t length)
 {
     SecretText text;

@@ -4,6 +4,10 @@
 
 #include <cstdint>
 
+#if defined(_WIN32)
+#include <windows.h>
+#endif
+
 namespace NV {
 
 namespace {
@@ -38,6 +42,19 @@ void appendUtf8(std::string& text, uint32_t point)
     }
 }
 
+#if defined(_WIN32)
+
+std::wstring fromCodePage(UINT codePage, std::string_view text)
+{
+    const int size = static_cast<int>(text.size());
+    const int length = MultiByteToWideChar(codePage, 0, text.data(), size, nullptr, 0);
+    std::wstring wide(static_cast<size_t>(length), L'\0');
+    MultiByteToWideChar(codePage, 0, text.data(), size, wide.data(), length);
+    return wide;
+}
+
+#endif
+
 }  // namespace
 
 std::string toUtf8(std::wstring_view text)
@@ -62,5 +79,28 @@ std::string printable(const wchar_t* text)
 {
     return text != nullptr ? toUtf8(text) : "(null)";
 }
+
+std::wstring widenBytes(std::string_view text)
+{
+    std::wstring wide;
+    wide.reserve(text.size());
+    for (const char c : text)
+        wide.push_back(static_cast<unsigned char>(c));
+    return wide;
+}
+
+#if defined(_WIN32)
+
+std::wstring fromUtf8(std::string_view text)
+{
+    return fromCodePage(CP_UTF8, text);
+}
+
+std::wstring fromAnsi(std::string_view text)
+{
+    return fromCodePage(CP_ACP, text);
+}
+
+#endif
 
 }  // namespace NV

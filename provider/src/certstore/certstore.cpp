@@ -5,10 +5,10 @@
 #include <algorithm>
 #include <array>
 #include <optional>
-#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "base/curve.h"
 #include "base/scope_exit.h"
 #include "base/text.h"
 
@@ -38,33 +38,11 @@ CertContext createContext(const std::string& base64)
         CertCreateCertificateContext(anyEncoding, der.data(), static_cast<DWORD>(der.size())));
 }
 
-std::wstring widen(std::string_view text)
-{
-    return {text.begin(), text.end()};
-}
-
-struct NamedCurve {
-    std::string_view oid;
-    uint32_t bits;
-};
-
-constexpr NamedCurve namedCurves[] = {
-    {"1.2.840.10045.3.1.1", 192},    // P-192
-    {"1.3.132.0.33", 224},           // P-224
-    {"1.2.840.10045.3.1.7", 256},    // P-256
-    {"1.3.132.0.34", 384},           // P-384
-    {"1.3.132.0.35", 521},           // P-521
-    {"1.3.132.0.10", 256},           // secp256k1
-    {"1.3.36.3.3.2.8.1.1.7", 256},   // brainpoolP256r1
-    {"1.3.36.3.3.2.8.1.1.11", 384},  // brainpoolP384r1
-    {"1.3.36.3.3.2.8.1.1.13", 512},  // brainpoolP512r1
-};
-
-// The length of an elliptic-curve key, by the named curve in the algorithm's parameters (RFC 5480,
-// 2.1.1). 0 for anything else.
+// The length of an elliptic-curve key in bits, by the named curve in the algorithm's parameters
+// (RFC 5480, 2.1.1). 0 for anything else.
 uint32_t namedCurveBits(const CRYPT_OBJID_BLOB& parameters)
 {
-    // The decoded text lies behind the pointer to it, in the same buffer.
+    // The buffer begins with a pointer to the decoded text, which follows in the same buffer.
     DWORD size = 0;
     if (!CryptDecodeObject(X509_ASN_ENCODING, X509_OBJECT_IDENTIFIER, parameters.pbData,
                            parameters.cbData, 0, nullptr, &size))
@@ -73,9 +51,8 @@ uint32_t namedCurveBits(const CRYPT_OBJID_BLOB& parameters)
     if (!CryptDecodeObject(X509_ASN_ENCODING, X509_OBJECT_IDENTIFIER, parameters.pbData,
                            parameters.cbData, 0, buffer.data(), &size))
         return 0;
-    const std::string_view oid = buffer.front();
-    const auto* curve = std::ranges::find(namedCurves, oid, &NamedCurve::oid);
-    return curve != std::end(namedCurves) ? curve->bits : 0;
+    const Curve* curve = findNamedCurve(buffer.front());
+    return curve != nullptr ? curve->keyLength : 0;
 }
 
 uint32_t keyBits(const CERT_CONTEXT& certificate)
@@ -86,13 +63,13 @@ uint32_t keyBits(const CERT_CONTEXT& certificate)
         return bits;
     // Older systems do not have the property.
     CERT_PUBLIC_KEY_INFO& key = certificate.pCertInfo->SubjectPublicKeyInfo;
-    if (std::string_view(key.Algorithm.pszObjId) == szOID_RSA_RSA)
+    if (widenBytes(key.Algorithm.pszObjId) == rsaOid)
         return CertGetPublicKeyLength(X509_ASN_ENCODING, &key);
     return namedCurveBits(key.Algorithm.Parameters);
 }
 
-// An attribute's bytes, asked for in two calls: the length, then the value. Nothing when either
-// fails. `found` hears the length between the two.
+// The bytes of an attribute, read in two calls: the length, then the value. Nothing when either
+// fails. Calls `found` with the length between the two.
 template <typename Found>
 std::optional<Bytes> readAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                                    CK_ATTRIBUTE_TYPE type, const Found& found)
@@ -166,7 +143,7 @@ void P11CertObject::readKeyName(const Site& find, Pkcs11& p11, CK_SESSION_HANDLE
     });
     if (!id)
         return;
-    keyName_ = widen(hexEncode(*id));
+    keyName_ = widenBytes(hexEncode(*id));
     NV_UNDER(DBG, find, "CKA_ID = %s", toUtf8(keyName_).c_str());
 }
 
@@ -188,7 +165,7 @@ std::wstring P11CertObject::extractAlgoOid(const std::string& certificate)
     const Trace trace(NV_HERE);
     std::wstring oid;
     if (const CertContext context = createContext(certificate))
-        oid = widen(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
+        oid = widenBytes(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.pszObjId);
     else
         NV_ERR("CertCreateCertificateContext() failed");
     return trace.leaving(std::move(oid));
@@ -212,7 +189,7 @@ bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,
                                     const std::string& base64)
 {
     Trace trace(NV_HERE);
-    // The provider name has no argument line; the numbers begin with the container.
+    // Compat: the provider name has no argument line; the numbers begin with the container.
     trace.arguments(text("pwszContainerName", pwszContainerName.c_str()),
                     text("base64", base64.c_str()));
 

@@ -23,20 +23,20 @@ class P11CertObject : public P11Object {
 public:
     using ByHandle = std::map<CK_OBJECT_HANDLE, std::unique_ptr<P11CertObject>>;
 
-    // The X.509 certificates that an open session of the slot can see, at most 1024. A search that
-    // fails finds none; an attribute that cannot be read leaves its fields empty.
+    // The X.509 certificates that an open session of the slot finds, at most 1024. Empty when the
+    // search fails. The fields of an attribute that cannot be read are empty.
     static ByHandle FindCertificates(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE session);
 
-    // What a certificate, given as base64 of its DER, says about its public key: the contents of
-    // the subjectPublicKey bit string as base64, the algorithm's OID, the length in bits. Empty
-    // texts and 0 when it is no certificate.
+    // The public key of a certificate, which is given as base64 of its DER: the contents of the
+    // subjectPublicKey bit string as base64, the algorithm's OID, the length in bits. Empty texts
+    // and 0 for anything that is not a certificate.
     static std::string extractPublicKey(const std::string& certificate);
     static std::wstring extractAlgoOid(const std::string& certificate);
     static uint32_t extractKeyLength(const std::string& certificate);
 
-    // Puts the certificate into the user's "My" store, in place of an equal one, with key provider
+    // Adds the certificate to the user's "My" store, or replaces an equal one, with key provider
     // information that names the provider and the container. True even when that information could
-    // not be attached, which is only logged.
+    // not be attached, which is logged.
     static bool AddToLocalStore(const std::wstring& pwszProvName,
                                 const std::wstring& pwszContainerName, const std::string& base64);
 
@@ -63,7 +63,7 @@ private:
 };
 
 // The certificates of one provider's token, by key name. It has no lock: the provider fills it
-// while it initialises.
+// during initialization.
 class CertStore {
 public:
     using ByKeyName = std::map<std::wstring, std::unique_ptr<P11CertObject>>;
@@ -73,9 +73,9 @@ public:
     CertStore(const CertStore&) = delete;
     CertStore& operator=(const CertStore&) = delete;
 
-    // Finds the slot's certificates, keeps them by key name (the first of a name stays) and
-    // publishes every one. False without a slot or a session; whatever fails later is skipped. The
-    // library must be initialised.
+    // Finds the slot's certificates, files the first of each key name, and publishes all of them.
+    // False without a slot or a session. Later failures are ignored. The library must be
+    // initialized.
     bool loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::wstring& providerName);
 
     const ByKeyName& certificates() const { return certificates_; }

@@ -2,10 +2,11 @@
 
 #include "keystore/keystore.h"
 
+#include <algorithm>
 #include <mutex>
 #include <span>
-#include <string_view>
 
+#include "base/curve.h"
 #include "base/text.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_ec.h"
@@ -14,9 +15,6 @@
 namespace NV {
 
 namespace {
-
-constexpr std::wstring_view rsaOid = L"1.2.840.113549.1.1.1";
-constexpr std::wstring_view ecOid = L"1.2.840.10045.2.1";
 
 NCRYPT_KEY_HANDLE handleOf(const P11KeyObject& key)
 {
@@ -36,13 +34,13 @@ void addNumber(P11KeyObject& key, const wchar_t* name, DWORD value)
 
 std::wstring algorithmName(const P11KeyObject& key, const std::wstring& group)
 {
-    const Curve* curve = findCurve(&Curve::keyLength, key.keyLength());
+    const Curve* curve = findCngCurve(&Curve::keyLength, key.keyLength());
     return group == L"ECDSA" && curve != nullptr ? curve->algorithmName : group;
 }
 
 void addKeyProperties(P11KeyObject& key)
 {
-    const std::wstring group(key.algorithm().begin(), key.algorithm().end());
+    const std::wstring group = widenBytes(key.algorithm());
     addText(key, NCRYPT_NAME_PROPERTY, key.keyId());
     addText(key, NCRYPT_UNIQUE_NAME_PROPERTY, key.keyId());
     addNumber(key, NCRYPT_KEY_USAGE_PROPERTY,
@@ -71,9 +69,20 @@ std::string pointText(const Site& site, std::span<const BYTE> coordinates)
 
 KeyStore::~KeyStore()
 {
+    // Compat: not the order of the members; the log shows the destructors.
     openedKeys_.clear();
     ephemeralKeys_.clear();
     managedKeys_.clear();
+}
+
+std::vector<KeyStore::ManagedKey>::iterator KeyStore::placeOf(const std::wstring& name)
+{
+    return std::ranges::lower_bound(managedKeys_, name, {}, &ManagedKey::name);
+}
+
+bool KeyStore::isFiledAt(std::vector<ManagedKey>::iterator place, const std::wstring& name) const
+{
+    return place != managedKeys_.end() && place->name == name;
 }
 
 bool KeyStore::addPublicKey(const P11Slot& slot, const std::wstring& id, const std::wstring& oid,
@@ -102,11 +111,11 @@ bool KeyStore::addPublicKey(const P11Slot& slot, const std::wstring& id, const s
     key->setKeyLength(length);
     addKeyProperties(*key);
 
-    // A second key of a name is neither filed nor deleted: its properties would be emptied. Kept.
-    if (const auto [entry, filed] = managedKeys_.try_emplace(id); filed)
-        entry->second = std::move(key);
-    else
+    // Compat: a second key of a name is neither filed nor deleted; the log shows no destructor for it.
+    if (const auto place = placeOf(id); isFiledAt(place, id))
         static_cast<void>(key.release());
+    else
+        managedKeys_.insert(place, {id, std::move(key)});
     return trace.leaving(true);
 }
 
@@ -149,7 +158,7 @@ NCRYPT_KEY_HANDLE KeyStore::fileClone(const P11KeyObject& source)
 {
     auto clone = std::make_unique<Key>(static_cast<const Key&>(source));
     const NCRYPT_KEY_HANDLE handle = handleOf(*clone);
-    // An entry without a key may stand here, left by a close of this address.
+    // A close of this address may have left an entry without a key.
     openedKeys_[handle] = std::move(clone);
     return handle;
 }
@@ -159,8 +168,11 @@ NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
     const std::lock_guard guard(lock_);
     const Trace trace(NV_HERE);
     NV_TRC("Try to find [%s] from managed keys", toUtf8(name).c_str());
-    // An unknown name leaves an entry without a key behind. Kept: it counts in enumerations.
-    const P11KeyObject* key = managedKeys_[name].get();
+    auto place = placeOf(name);
+    // Compat: an unknown name leaves an entry without a key behind, which counts in enumerations.
+    if (!isFiledAt(place, name))
+        place = managedKeys_.insert(place, {name, nullptr});
+    const P11KeyObject* key = place->key.get();
     NCRYPT_KEY_HANDLE handle = 0;
     if (key == nullptr) {
         NV_ERR("Failed to open the key because Not Found KeyId = %s", toUtf8(name).c_str());
@@ -184,7 +196,7 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     const Trace trace(NV_HERE);
     const bool imported = ephemeralKeys_.contains(handle);
     ByHandle& keys = imported ? ephemeralKeys_ : openedKeys_;
-    // An unknown handle leaves an entry without a key behind, as in open.
+    // Compat: an unknown handle leaves an entry without a key behind, as in open.
     const P11KeyObject* key = keys[handle].get();
     const bool found = key != nullptr;
     if (found) {
@@ -215,13 +227,7 @@ P11KeyObject* KeyStore::findOpenedOrImported(NCRYPT_KEY_HANDLE handle)
 P11KeyObject* KeyStore::keyAt(size_t position)
 {
     const std::lock_guard guard(lock_);
-    // Entries are only ever added, so that a list of another length is an old one.
-    if (keysInOrder_.size() != managedKeys_.size()) {
-        keysInOrder_.clear();
-        for (const auto& [name, key] : managedKeys_)
-            keysInOrder_.push_back(key.get());
-    }
-    return position < keysInOrder_.size() ? keysInOrder_[position] : nullptr;
+    return position < managedKeys_.size() ? managedKeys_[position].key.get() : nullptr;
 }
 
 size_t KeyStore::keyCount()

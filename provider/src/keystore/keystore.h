@@ -1,5 +1,4 @@
-// The register of a provider's key objects: filing them, handing out clones by name, taking them
-// back by handle.
+// The key objects of a provider: filed by name, cloned for each handle.
 
 #pragma once
 
@@ -20,9 +19,9 @@
 
 namespace NV {
 
-// Owns every key object that it files or hands out. A key handle is the address of a clone; clones
-// that an application never frees die with the store. Every operation takes the store's lock,
-// before anything is logged; the destructor does not, the store must not be in use then.
+// Owns every key object. A key handle is the address of a clone; the destructor deletes the clones
+// that the application did not free. Every operation takes the store's lock before it logs anything.
+// The destructor does not, so the store must not be in use then.
 class KeyStore {
 public:
     KeyStore() = default;
@@ -31,20 +30,20 @@ public:
     KeyStore& operator=(const KeyStore&) = delete;
 
     // Files a key object with its seven CNG properties under `id`, the key name. `base64` is the
-    // certificate's public key, `length` its length in bits. False when the OID is neither RSA's
-    // nor that of elliptic curves. A name that is filed already keeps its first key.
+    // certificate's public key, `length` its length in bits. False when the OID is neither rsaOid nor
+    // ecOid. A name that already exists keeps its first key.
     bool addPublicKey(const P11Slot& slot, const std::wstring& id, const std::wstring& oid,
                       const std::string& base64, uint32_t length);
 
-    // Files the public key of a BCRYPT_ECCKEY_BLOB with an ECDH magic as an imported key and gives
-    // its handle. 0 for any other magic and for a blob shorter than its header says; nothing past
-    // cbData is read.
+    // Files the public key of a BCRYPT_ECCKEY_BLOB with an ECDH magic as an imported key and returns
+    // its handle. Returns 0 for any other magic and for a blob shorter than its header says. Reads
+    // nothing past cbData bytes.
     NCRYPT_KEY_HANDLE addEphemeralKey(const BYTE* pbData, DWORD cbData);
 
-    // What a key is derived from, and where to.
+    // The input of a derivation, and the buffer of its result.
     struct Derivation {
         Pkcs11* p11;
-        CK_SLOT_ID slotId;                    // of the session; no login is made
+        CK_SLOT_ID slotId;                    // of the session, which does not log in
         NCRYPT_SECRET_HANDLE phAgreedSecret;  // only logged
         const SecretBytes& secret;
         PBYTE pbDerivedKey;  // null asks for the length
@@ -57,13 +56,13 @@ public:
         const SecretBytes& kdfAppend;
     };
 
-    // Digests prepend || secret || append on the token, or signs it with the HMAC key. The result
-    // is the whole digest: ERROR_SUCCESS, or NTE_INTERNAL_ERROR for whatever fails on the token, an
-    // output that is too small among it. *pcbResult is written once the token has derived, also
-    // when closing then fails.
+    // Digests prepend || secret || append on the token, or signs it with the HMAC key; the derived key
+    // is the whole digest. Returns ERROR_SUCCESS, or NTE_INTERNAL_ERROR for anything that fails on the
+    // token, including an output buffer that is too small. Sets *pcbResult when the token has derived
+    // the key, even if a clean-up step fails afterwards.
     SECURITY_STATUS derive(const Derivation& derivation);
 
-    // A new clone's handle, 0 when no key of the name is filed.
+    // The handle of a new clone; 0 when no key has the name.
     NCRYPT_KEY_HANDLE open(const std::wstring& name);
 
     // Deletes a clone or an imported key. False when the handle is neither.
@@ -74,23 +73,29 @@ public:
     // The clone or the imported public key behind a handle, null for any other handle.
     P11KeyObject* findOpenedOrImported(NCRYPT_KEY_HANDLE handle);
 
-    // The filed key at a position in name order. Null past the end, and where open has left an
-    // entry without a key.
+    // The filed key at a position in name order. Null past the end, and at an entry without a key,
+    // which open leaves behind.
     P11KeyObject* keyAt(size_t position);
-    // The number of entries, those without a key included.
+    // The number of entries, including those without a key.
     size_t keyCount();
 
 private:
     using ByHandle = std::map<NCRYPT_KEY_HANDLE, std::unique_ptr<P11KeyObject>>;
 
+    struct ManagedKey {
+        std::wstring name;
+        std::unique_ptr<P11KeyObject> key;
+    };
+
+    // Where the name is in managedKeys_, or would be.
+    std::vector<ManagedKey>::iterator placeOf(const std::wstring& name);
+    bool isFiledAt(std::vector<ManagedKey>::iterator place, const std::wstring& name) const;
+
     template <typename Key>
     NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source);
 
-    // The destructor empties the maps in an order of its own: opened, ephemeral, managed.
     Mutex lock_{LockRank::keyStore};
-    std::map<std::wstring, std::unique_ptr<P11KeyObject>> managedKeys_;
-    // What keyAt has made of managedKeys_, so that a position need not be counted out each time.
-    std::vector<P11KeyObject*> keysInOrder_;
+    std::vector<ManagedKey> managedKeys_;  // in name order, without duplicates
     ByHandle openedKeys_;
     ByHandle ephemeralKeys_;
 };

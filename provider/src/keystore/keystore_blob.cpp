@@ -16,7 +16,7 @@ static_assert(sizeof(LegacyRsaHead) == 20 && sizeof(RsaBlobHead) == 24);
 
 constexpr unsigned char uncompressedMark = 0x04;
 
-// The bytes as far as there are any; the rest of the record is zero.
+// The first bytes as a record. If there are too few, the rest of the record is zero.
 template <typename Record>
 Record beginningOf(std::span<const unsigned char> bytes)
 {
@@ -37,12 +37,12 @@ void append(Bytes& bytes, const Record& record)
 
 EccBlob readEccBlob(std::span<const unsigned char> blob)
 {
-    // The magic is looked at first, even if not much follows it.
+    // The curve is reported even for a blob that ends after the magic.
     const auto head = beginningOf<EccBlobHead>(blob);
     EccBlob key;
     key.coordinateSize = head.coordinateSize;
     if (blob.size() >= sizeof head.magic)
-        key.curve = findCurve(&Curve::ecdhMagic, head.magic);
+        key.curve = findCngCurve(&Curve::ecdhMagic, head.magic);
     if (blob.size() >= sizeof head && (blob.size() - sizeof head) / 2 >= head.coordinateSize)
         key.coordinates = blob.subspan(sizeof head, 2 * size_t{head.coordinateSize});
     return key;
@@ -78,7 +78,7 @@ Bytes rsaPublicKeyBlob(const LegacyRsaHead& head, std::span<const unsigned char>
     const uint32_t modulusSize = head.modulusSize();
     if (legacy.size() < sizeof head || legacy.size() - sizeof head < modulusSize)
         return {};
-    // The exponent is always written as 65537; the key's own is only logged. Meant so.
+    // Compat: the exponent is always written as 65537; the key's own is only logged.
     const unsigned char exponent[] = {0x01, 0x00, 0x01};
     Bytes blob;
     append(blob, RsaBlobHead{head.magic, head.bitLength, sizeof exponent, modulusSize, 0, 0});

@@ -1,6 +1,6 @@
-// Public keys as bytes that come from outside: CNG's blob of an import, the point in a certificate,
-// and the legacy blob that crypt32 makes of an RSA key. Portable, without logging; used by the key
-// store and the key objects. Nothing past the given bytes is read, whatever they say.
+// Public keys as bytes from untrusted sources: CNG's blob of an import, the point in a certificate,
+// and crypt32's legacy blob of an RSA key. Portable, without logging; used by the key store and the
+// key objects. Never reads past the given bytes.
 
 #pragma once
 
@@ -9,8 +9,8 @@
 #include <optional>
 #include <span>
 
+#include "base/curve.h"
 #include "base/encoding.h"
-#include "keystore/keystore_curve.h"
 
 namespace NV {
 
@@ -20,19 +20,19 @@ struct EccBlobHead {
     uint32_t coordinateSize;  // bytes
 };
 
-// What a public key blob of an elliptic curve says.
+// The contents of an elliptic-curve public key blob.
 struct EccBlob {
-    // By the ECDH magic; null for any other magic, and when the bytes hold no whole one.
+    // The curve of the ECDH magic. Null for any other magic and for fewer than four bytes.
     const Curve* curve = nullptr;
-    // As the head has it, not as the curve has it. What is missing of the head counts as zero.
+    // From the head, not from the curve. Missing bytes of the head count as zero.
     uint32_t coordinateSize = 0;
-    // X and Y, one right behind the other; nothing when the blob is shorter than its head says.
+    // X followed by Y. Nothing when the blob is shorter than its head says.
     std::optional<std::span<const unsigned char>> coordinates;
 };
 
 EccBlob readEccBlob(std::span<const unsigned char> blob);
 
-// 04 || X || Y (SEC 1, 2.3.3), of both coordinates one right behind the other.
+// 04 || X || Y (SEC 1, 2.3.3), made of X followed by Y.
 Bytes uncompressedPoint(std::span<const unsigned char> coordinates);
 
 // The coordinates of a point, big-endian.
@@ -41,7 +41,7 @@ struct PointCoordinates {
     Bytes y;
 };
 
-// Splits an uncompressed point. Both stay empty unless the bytes begin with 04 and hold both.
+// Splits an uncompressed point. Both are empty unless the bytes begin with 04 and contain both.
 PointCoordinates splitPoint(std::span<const unsigned char> point, size_t coordinateSize);
 
 // The head of crypt32's RSA_CSP_PUBLICKEYBLOB, little-endian: BLOBHEADER and RSAPUBKEY. The modulus
@@ -69,10 +69,10 @@ struct RsaBlobHead {
     uint32_t prime2Size;
 };
 
-// Nothing when the bytes hold no whole head.
+// Nothing when there are too few bytes for a head.
 std::optional<LegacyRsaHead> readLegacyRsaHead(std::span<const unsigned char> legacy);
 
-// CNG's public key blob of a legacy one whose head was read. Empty when the modulus is cut short.
+// CNG's public key blob, made of a legacy blob and its head. Empty when the modulus is incomplete.
 Bytes rsaPublicKeyBlob(const LegacyRsaHead& head, std::span<const unsigned char> legacy);
 
 }  // namespace NV

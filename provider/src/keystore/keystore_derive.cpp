@@ -22,7 +22,7 @@ int asInt(size_t size)
 void logArguments(Trace& trace, const KeyStore::Derivation& d)
 {
     trace.arguments(pointer("p11", d.p11), pointer("phAgreedSecret", d.phAgreedSecret));
-    trace.skipArgument();  // Compat: the numbers go on with 3.
+    trace.skipArgument();  // Compat: there is no ARG[2].
     trace.arguments(
         pointer("pbDerivedKey", d.pbDerivedKey), number("cbDerivedKey", d.cbDerivedKey),
         pointer("pcbResult", d.pcbResult), text("hashAlgo", d.hashAlgo.name.data()),
@@ -32,7 +32,7 @@ void logArguments(Trace& trace, const KeyStore::Derivation& d)
         number("cbKdfAppend", d.kdfAppend.size()));
 }
 
-// The HMAC key as a session object: closing the session discards it.
+// Creates the HMAC key as a session object, which C_CloseSession deletes.
 bool createHmacKey(TokenSequence& token, const KeyStore::Derivation& d, CK_OBJECT_HANDLE& key)
 {
     constexpr CK_OBJECT_CLASS objectClass = CKO_SECRET_KEY;
@@ -71,39 +71,56 @@ SecretBytes inputData(const Site& site, const KeyStore::Derivation& d)
     return input;
 }
 
-bool runHmac(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
-             CK_OBJECT_HANDLE key, SecretBytes& input, CK_ULONG& length)
-{
-    CK_MECHANISM mechanism{d.hashAlgo.hmac, nullptr, 0};
-    if (!token.check(token.p11().C_SignInit(token.session(), &mechanism, key),
-                     "Failed to initialize HMAC Process "))
-        return false;
-    NV_UNDER(TRC, site, "Success to initialize HMAC process");
-    const CK_RV rv =
-        token.p11().C_Sign(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
-                           d.pbDerivedKey, &length);
-    if (!token.check(rv, "Failed to HMAC data, error-code:"))
-        return false;
-    length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
-    NV_UNDER(TRC, site, "Success to HMAC data %d(bytes)", asInt(length));
-    return true;
-}
+// How a digest and an HMAC differ.
+struct Computation {
+    CK_MECHANISM_TYPE HashAlgorithm::*mechanism;
+    CK_RV (*init)(TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key);
+    const char* initFailure;
+    const char* initSuccess;
+    CK_RV (Pkcs11::*run)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR);
+    const char* runFailure;
+    const char* runSuccess;
+};
 
-bool runDigest(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
-               SecretBytes& input, CK_ULONG& length)
+constexpr Computation hmacComputation = {
+    &HashAlgorithm::hmac,
+    [](TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE key) {
+        return token.p11().C_SignInit(token.session(), mechanism, key);
+    },
+    "Failed to initialize HMAC Process ",
+    "Success to initialize HMAC process",
+    &Pkcs11::C_Sign,
+    "Failed to HMAC data, error-code:",
+    "Success to HMAC data "};
+
+constexpr Computation digestComputation = {
+    &HashAlgorithm::digest,
+    [](TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE) {
+        return token.p11().C_DigestInit(token.session(), mechanism);
+    },
+    "Failed to initialize Digest Process ",
+    "Success to initialize Digest process",
+    &Pkcs11::C_Digest,
+    "Failed to Digest data, error-code:",
+    "Success to Digest data "};
+
+// Sets `length` to the length that the token reported, limited to the buffer. False after a failure,
+// which is logged.
+bool compute(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
+             const Computation& how, CK_OBJECT_HANDLE key, SecretBytes& input, CK_ULONG& length)
 {
-    CK_MECHANISM mechanism{d.hashAlgo.digest, nullptr, 0};
-    if (!token.check(token.p11().C_DigestInit(token.session(), &mechanism),
-                     "Failed to initialize Digest Process "))
+    CK_MECHANISM mechanism{d.hashAlgo.*how.mechanism, nullptr, 0};
+    if (!token.check(how.init(token, &mechanism, key), how.initFailure))
         return false;
-    NV_UNDER(TRC, site, "Success to initialize Digest process");
+    NV_UNDER(TRC, site, "%s", how.initSuccess);
+    length = d.cbDerivedKey;
     const CK_RV rv =
-        token.p11().C_Digest(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
-                             d.pbDerivedKey, &length);
-    if (!token.check(rv, "Failed to Digest data, error-code:"))
+        (token.p11().*how.run)(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
+                               d.pbDerivedKey, &length);
+    if (!token.check(rv, how.runFailure))
         return false;
     length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
-    NV_UNDER(TRC, site, "Success to Digest data %d(bytes)", asInt(length));
+    NV_UNDER(TRC, site, "%s%d(bytes)", how.runSuccess, asInt(length));
     return true;
 }
 
@@ -127,10 +144,9 @@ void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
     SecretBytes input = inputData(site, d);
     NV_UNDER(TRC, site, "4) Trying to derive the key using [%s] based KDF..",
              printable(d.useHmacKdf ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH).c_str());
-    CK_ULONG length = d.cbDerivedKey;
-    const bool derived = d.useHmacKdf ? runHmac(token, site, d, key, input, length)
-                                      : runDigest(token, site, d, input, length);
-    if (!derived)
+    CK_ULONG length = 0;
+    if (!compute(token, site, d, d.useHmacKdf ? hmacComputation : digestComputation, key, input,
+                 length))
         return;
     *d.pcbResult = length;
     if (d.pbDerivedKey != nullptr)

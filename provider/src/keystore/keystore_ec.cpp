@@ -4,7 +4,9 @@
 
 #include <utility>
 
+#include "base/curve.h"
 #include "keystore/keystore_blob.h"
+#include "keystore/keystore_sign.h"
 
 namespace NV {
 
@@ -47,8 +49,8 @@ P11ECKeyObject::ECPoint P11ECKeyObject::getPointFromPublicKey(const Bytes& publi
 {
     const Trace trace(NV_HERE);
     ECPoint point;
-    if (const Curve* curve = findCurve(&Curve::keyLength, keyLength())) {
-        PointCoordinates coordinates = splitPoint(publicKeyBytes, curve->coordinateSize);
+    if (const Curve* curve = findCngCurve(&Curve::keyLength, keyLength())) {
+        PointCoordinates coordinates = splitPoint(publicKeyBytes, curve->coordinateSize());
         point = {std::move(coordinates.x), std::move(coordinates.y)};
     }
     NV_TRC("x = %s(%d bytes)", hexEncode(point.x).c_str(), static_cast<int>(point.x.size()));
@@ -65,8 +67,8 @@ Bytes P11ECKeyObject::getPubkeyBlob() const
         NV_TRC("EC PublicKey = %s(%d bytes)", hexEncode(publicKeyBytes).c_str(),
                static_cast<int>(publicKeyBytes.size()));
         const ECPoint point = getPointFromPublicKey(publicKeyBytes);
-        if (const Curve* curve = findCurve(&Curve::keyLength, keyLength())) {
-            const EccBlobHead header{curve->ecdsaMagic, curve->coordinateSize};
+        if (const Curve* curve = findCngCurve(&Curve::keyLength, keyLength())) {
+            const EccBlobHead header{curve->ecdsaMagic, curve->coordinateSize()};
             const auto* begin = reinterpret_cast<const unsigned char*>(&header);
             blob.assign(begin, begin + sizeof header);
             const Bytes coordinates = point.toBlob();
@@ -78,18 +80,18 @@ Bytes P11ECKeyObject::getPubkeyBlob() const
     return trace.leaving(std::move(blob));
 }
 
-CK_MECHANISM P11ECKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
+OwnedMechanism P11ECKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
 {
     Trace trace(NV_HERE);
     logPadding(trace, pPaddingInfo, dwFlags);
-    return trace.leaving(CK_MECHANISM{CKM_ECDSA, nullptr, 0});
+    return trace.leaving(OwnedMechanism(CKM_ECDSA));
 }
 
-CK_MECHANISM P11ECKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
+OwnedMechanism P11ECKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
 {
     Trace trace(NV_HERE);
     logPadding(trace, pPaddingInfo, dwFlags);
-    return trace.leaving(CK_MECHANISM{CKM_ECDSA, nullptr, 0});
+    return trace.leaving(OwnedMechanism(CKM_ECDSA));
 }
 
 SECURITY_STATUS P11ECKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
@@ -98,11 +100,12 @@ SECURITY_STATUS P11ECKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHa
 {
     const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
                              pbSignature, cbSignature,  dwFlags};
-    // The finalise step carries the number 5 again. Kept: logs are searched by it.
-    return signOnToken(NV_HERE, call, pin, CKK_EC, {.logout = 5, .close = 6, .finalize = 5}, [&] {
-        return SignInput{mechanismSignature(pPaddingInfo, dwFlags),
-                         Bytes(pbHashValue, pbHashValue + cbHashValue)};
-    });
+    // Compat: the finalize step has the number 5 again; people search logs for it.
+    return signOnToken(NV_HERE, *this, CKK_EC, call, pin, {.logout = 5, .close = 6, .finalize = 5},
+                       [&] {
+                           return SignInput{mechanismSignature(pPaddingInfo, dwFlags),
+                                            Bytes(pbHashValue, pbHashValue + cbHashValue)};
+                       });
 }
 
 SECURITY_STATUS P11ECKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
@@ -110,8 +113,8 @@ SECURITY_STATUS P11ECKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pb
                                        DWORD dwFlags)
 {
     return verifyOnToken(
-        NV_HERE, {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
-        CKK_EC);
+        NV_HERE, *this, CKK_EC,
+        {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags});
 }
 
 SECURITY_STATUS P11ECKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,
@@ -119,9 +122,10 @@ SECURITY_STATUS P11ECKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
                                         DWORD* pcbResult, DWORD dwFlags)
 {
     Trace trace(NV_HERE);
-    logArguments(trace,
-                 {p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
-                 nullptr);
+    logArguments(
+        trace,
+        CipherCall{p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
+        nullptr);
     return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
 }
 
@@ -131,7 +135,9 @@ SECURITY_STATUS P11ECKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
 {
     Trace trace(NV_HERE);
     logArguments(
-        trace, {p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}, &pin);
+        trace,
+        CipherCall{p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
+        &pin);
     return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
 }
 

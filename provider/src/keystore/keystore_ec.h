@@ -8,8 +8,8 @@ namespace NV {
 
 class P11ECKeyObject : public P11KeyObject {
 public:
-    // The coordinates of a public point, big-endian, as wide as the curve's field. Empty when the
-    // point was malformed.
+    // The coordinates of a public point, big-endian, with the size of the curve's field. Empty for
+    // a malformed point.
     struct ECPoint {
         Bytes x;
         Bytes y;
@@ -23,20 +23,20 @@ public:
     P11ECKeyObject& operator=(const P11ECKeyObject&) = delete;
     ~P11ECKeyObject() override = default;
 
-    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve; the header
-    // alone for a malformed point.
+    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve. Only the
+    // header for a malformed point.
     Bytes getPubkeyBlob() const override;
-    // CKM_ECDSA, whatever the arguments.
-    CK_MECHANISM mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
-    CK_MECHANISM mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
+    // CKM_ECDSA for all arguments.
+    OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
+    OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
 
-    // The signature is r followed by s, as token and CNG both have it.
+    // The signature is r followed by s, the format of both PKCS#11 and CNG.
     SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                          PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags,
                          const SecretBytes& pin) override;
     SECURITY_STATUS verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                            PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) override;
-    // NTE_NOT_SUPPORTED, both.
+    // Both return NTE_NOT_SUPPORTED.
     SECURITY_STATUS encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput, DWORD cbInput,
                             PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
                             DWORD dwFlags) override;
@@ -50,8 +50,8 @@ public:
     // Twice the coordinate size.
     DWORD signatureLength() const override { return (keyLength() + 7) / 8 * 2; }
 
-    // Splits an uncompressed point (SEC 1, 2.3.3) by the key length. The point stays empty unless
-    // the bytes begin with 04, hold both coordinates and the key length has a curve.
+    // Splits an uncompressed point (SEC 1, 2.3.3) by the key length. The result is empty unless the
+    // bytes begin with 04, contain both coordinates, and CNG has a curve of the key length.
     ECPoint getPointFromPublicKey(const Bytes& publicKeyBytes) const;
 };
 

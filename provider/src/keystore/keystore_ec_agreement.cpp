@@ -1,25 +1,26 @@
-// ECDH on the token: the private key's secret agreement with a peer's public point.
+// ECDH on the token: a private key and a peer's public point give a secret.
 
 #include "keystore/keystore_ec.h"
 
 #include <array>
 #include <utility>
 
+#include "keystore/keystore_call.h"
 #include "keystore/keystore_secret.h"
+#include "keystore/keystore_token.h"
 
 namespace NV {
 
 namespace {
 
-// CKM_ECDH1_DERIVE without a key derivation function. The block is on the C heap; the point stays
-// the caller's.
-CK_MECHANISM ecdhMechanism(PBYTE pbPeerPubkey, DWORD cbPeerPubkey)
+// CKM_ECDH1_DERIVE without a key derivation function. The point stays the caller's.
+OwnedMechanism ecdhMechanism(PBYTE pbPeerPubkey, DWORD cbPeerPubkey)
 {
-    return withParameters(CKM_ECDH1_DERIVE,
-                          CK_ECDH1_DERIVE_PARAMS{CKD_NULL, 0, nullptr, cbPeerPubkey, pbPeerPubkey});
+    return {CKM_ECDH1_DERIVE,
+            CK_ECDH1_DERIVE_PARAMS{CKD_NULL, 0, nullptr, cbPeerPubkey, pbPeerPubkey}};
 }
 
-// The secret as a session object whose value can be read.
+// Derives the secret as a session object with a readable value.
 CK_RV deriveSecretKey(TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_HANDLE& secretKey)
 {
     constexpr CK_OBJECT_CLASS objectClass = CKO_SECRET_KEY;
@@ -37,7 +38,7 @@ CK_RV deriveSecretKey(TokenSequence& token, CK_MECHANISM* mechanism, CK_OBJECT_H
                                    secret.size(), &secretKey);
 }
 
-// CKA_VALUE of the derived key, asked for in two calls. Null after a failure, which is logged.
+// CKA_VALUE of the derived key, read in two calls. Null after a failure, which is logged.
 OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE secretKey)
 {
     CK_ATTRIBUTE value{CKA_VALUE, nullptr, 0};
@@ -51,7 +52,7 @@ OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE 
                      "C_GetAttributeValue() failed with error-code:"))
         return nullptr;
     const uint32_t length = lengthWithin(secret->bytes, secret->length, value.ulValueLen);
-    // The record wipes no more than its length when it is freed.
+    // Freeing the record wipes only its length.
     wipe(secret->bytes + length, secret->length - length);
     secret->length = length;
     NV_UNDER(DBG, site, "Agreed SharedSecret(%d bytes)=[%s], ", static_cast<int>(secret->length),
@@ -67,13 +68,13 @@ SECURITY_STATUS P11ECKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,
 {
     constexpr Site here = NV_HERE;
     Trace trace(here);
-    logArguments(trace, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
+    logArguments(trace, AgreementCall{p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
     OwnedSecret secret;
     TokenSequence token(*p11, slotId(), here);
     if (token.initialize() && token.openSession() && token.login(pin) &&
         token.findKey(3, CKO_PRIVATE_KEY, CKK_EC, tokenId())) {
         NV_TRC("4) Try to derive the secret key using peer's public key..");
-        OwnedMechanism mechanism(ecdhMechanism(pbPeerPubkey, cbPeerPubkey));
+        OwnedMechanism mechanism = ecdhMechanism(pbPeerPubkey, cbPeerPubkey);
         CK_OBJECT_HANDLE secretKey = 0;
         if (token.check(deriveSecretKey(token, mechanism.get(), secretKey),
                         "C_DeriveKey(): Failed with error-code:")) {
@@ -83,7 +84,7 @@ SECURITY_STATUS P11ECKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,
         }
     }
     const SECURITY_STATUS status = token.finish({.logout = 5, .close = 6, .finalize = 7});
-    // Handed out only now: a clean-up that failed keeps the secret from the caller.
+    // Only now: after a failed clean-up step the caller gets no secret.
     if (status == ERROR_SUCCESS)
         *phAgreedSecret = reinterpret_cast<NCRYPT_SECRET_HANDLE>(secret.release());
     return trace.leaving(status);

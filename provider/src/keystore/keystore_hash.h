@@ -1,5 +1,4 @@
-// The hash algorithms that key operations know, one row each: what CNG calls them and what PKCS#11
-// needs for them.
+// The hash algorithms of key operations, one row each: the name in CNG and the values for PKCS#11.
 
 #pragma once
 
@@ -10,14 +9,14 @@
 namespace NV {
 
 struct HashAlgorithm {
-    std::wstring_view name;    // BCRYPT_SHA1_ALGORITHM and its kin
-    CK_MECHANISM_TYPE digest;  // of data, and as PSS and OAEP parameter
+    std::wstring_view name;    // BCRYPT_SHA1_ALGORITHM and so on
+    CK_MECHANISM_TYPE digest;  // also the hash parameter of PSS and OAEP
     CK_MECHANISM_TYPE hmac;
     CK_KEY_TYPE hmacKey;
     CK_RSA_PKCS_MGF_TYPE mgf;
     CK_MECHANISM_TYPE rsaPkcs;  // hash and PKCS #1 v1.5 signature in one
-    // DER header of the DigestInfo (RFC 8017, 9.2) in hexadecimal. SHA-1 has none on purpose: its
-    // bare hash is signed.
+    // DER header of the DigestInfo (RFC 8017, 9.2) in hexadecimal. Compat: SHA-1 has none, so the
+    // token signs the bare hash.
     std::string_view digestInfo;
 };
 
@@ -31,7 +30,7 @@ inline constexpr HashAlgorithm hashAlgorithms[] = {
      "3051300D060960864801650304020305000440"},
 };
 
-// The row of a name, compared exactly; null for a null or any other name.
+// The row of a name, compared exactly. Null for a null name or an unknown one.
 constexpr const HashAlgorithm* findHashAlgorithm(const wchar_t* name)
 {
     for (const HashAlgorithm& row : hashAlgorithms) {

@@ -1,33 +1,31 @@
 // The key object: what the provider knows about a key pair on the token, its CNG properties, and
-// the operations that each key type performs. The key store makes, clones and deletes key objects.
+// the operations of each key type. The key store makes, clones and deletes key objects.
 
 #pragma once
 
 #include "base/cng.h"
 
 #include <cstdint>
-#include <functional>
 #include <map>
 #include <memory>
 #include <string>
 
 #include "base/encoding.h"
 #include "base/secret.h"
-#include "keystore/keystore_token.h"
+#include "keystore/keystore_mechanism.h"
 #include "keystore/property.h"
-#include "logger/trace.h"
 #include "p11/cryptoki.h"
 #include "p11/p11.h"
 #include "p11/p11object.h"
 
 namespace NV {
 
-// Holds no token state between operations: each one runs its own session. It has no lock; the key
-// store guards making and deleting, the provider its use.
+// Has no token state between operations: each one runs its own session. It has no lock: the key store
+// guards construction and deletion, the provider guards the use.
 //
-// Token operations return ERROR_SUCCESS, or NTE_INTERNAL_ERROR for whatever fails on the token. All
-// lengths are in bytes. Paddings are the BCRYPT_*_PADDING_INFO records that the BCRYPT_PAD_* bit in
-// dwFlags calls for, or null.
+// Token operations return ERROR_SUCCESS, or NTE_INTERNAL_ERROR for anything that fails on the token.
+// All lengths are in bytes. A padding is the BCRYPT_*_PADDING_INFO record that the BCRYPT_PAD_* bit in
+// dwFlags needs, or null.
 class P11KeyObject : public P11Object {
 public:
     using Properties = std::map<std::wstring, std::shared_ptr<Property>>;
@@ -38,11 +36,11 @@ public:
     P11KeyObject& operator=(const P11KeyObject&) = delete;
     ~P11KeyObject() override;
 
-    // CNG's public key blob of the key's own kind; empty when the public key is malformed.
+    // CNG's public key blob for the type of the key. Empty when the public key is malformed.
     virtual Bytes getPubkeyBlob() const = 0;
-    // The parameter block of a mechanism is on the C heap and belongs to the caller.
-    virtual CK_MECHANISM mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
-    virtual CK_MECHANISM mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
+    // The mechanism of a padding. What the padding information points at stays the caller's.
+    virtual OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
+    virtual OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
 
     virtual SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                  DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
@@ -65,15 +63,18 @@ public:
     // Length of a signature in bytes.
     virtual DWORD signatureLength() const = 0;
 
-    // Adds a property of type 0 with a copy of the bytes. A name that is there keeps its first
-    // value; null data or a size below 1 adds nothing.
+    // Adds a property of type 0 with a copy of the bytes. A name that already exists keeps its first
+    // value. Null data or a size below 1 adds nothing.
     void addProperty(const std::wstring& name, const void* data, int32_t size);
-    // Null when there is none of the name. It stays the key's: a copy that dies empties the value.
+    // Null when no property has the name. The key owns it; destroying a copy of the key empties the
+    // value.
     const Property* findProperty(const std::wstring& name) const;
     const Properties& properties() const { return properties_; }
 
     CK_SLOT_ID slotId() const { return slotId_; }
     const std::wstring& keyId() const { return keyId_; }
+    // CKA_ID of the key on the token: the key identifier's hexadecimal text decoded.
+    Bytes tokenId() const;
     const std::string& algorithm() const { return algorithm_; }
     const std::string& publicKey() const { return publicKey_; }
     const std::wstring& algorithmOid() const { return algorithmOid_; }
@@ -91,59 +92,6 @@ public:
 
 protected:
     void setAlgorithm(std::string algorithm) { algorithm_ = std::move(algorithm); }
-
-    // CKA_ID of the key on the token: the key identifier's hexadecimal text decoded.
-    Bytes tokenId() const;
-
-    // The arguments of sign and verify, of encrypt and decrypt, and of secretAgreement.
-    struct SignatureCall {
-        Pkcs11* p11;
-        VOID* pPaddingInfo;
-        PBYTE pbHashValue;
-        DWORD cbHashValue;
-        PBYTE pbSignature;
-        DWORD cbSignature;
-        DWORD dwFlags;
-    };
-    struct CipherCall {
-        Pkcs11* p11;
-        VOID* pPaddingInfo;
-        PBYTE pbInput;
-        DWORD cbInput;
-        PBYTE pbOutput;
-        DWORD cbOutput;
-        DWORD* pcbResult;
-        DWORD dwFlags;
-    };
-    struct AgreementCall {
-        Pkcs11* p11;
-        PBYTE pbPeerPubkey;
-        DWORD cbPeerPubkey;
-        NCRYPT_SECRET_HANDLE* phAgreedSecret;
-    };
-
-    // Their argument lines, and those of the mechanism functions, under the operation's name. The
-    // PIN shows by its length only; null: the operation takes none.
-    static void logArguments(Trace& trace, const SignatureCall& call, const SecretBytes* pin);
-    static void logArguments(Trace& trace, const CipherCall& call, const SecretBytes* pin);
-    static void logArguments(Trace& trace, const AgreementCall& call, const SecretBytes& pin);
-    static void logPadding(Trace& trace, const VOID* pPaddingInfo, DWORD dwFlags);
-
-    // What the token is to sign, and how.
-    struct SignInput {
-        CK_MECHANISM mechanism;
-        Bytes data;
-    };
-
-    // The whole of sign. `input` is asked for once the private key is found.
-    SECURITY_STATUS signOnToken(const Site& site, const SignatureCall& call, const SecretBytes& pin,
-                                CK_KEY_TYPE keyType, const TokenSequence::CleanUp& cleanUp,
-                                const std::function<SignInput()>& input) const;
-    static void runSign(TokenSequence& token, const Site& site, const SignatureCall& call,
-                        Bytes& data);
-    // The whole of verify, with mechanismSignature as it stands over the hash.
-    SECURITY_STATUS verifyOnToken(const Site& site, const SignatureCall& call,
-                                  CK_KEY_TYPE keyType) const;
 
 private:
     uint32_t stamp_;

@@ -2,11 +2,15 @@
 
 #include "keystore/keystore_rsa.h"
 
+#include <algorithm>
+#include <iterator>
 #include <optional>
+#include <utility>
 
 #include "base/text.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_hash.h"
+#include "keystore/keystore_sign.h"
 
 namespace NV {
 
@@ -15,7 +19,7 @@ namespace {
 static_assert(sizeof(LegacyRsaHead) == sizeof(BLOBHEADER) + sizeof(RSAPUBKEY));
 static_assert(sizeof(RsaBlobHead) == sizeof(BCRYPT_RSAKEY_BLOB));
 
-// The legacy blob that crypt32 makes of an RSAPublicKey; empty when it cannot.
+// The legacy blob that crypt32 makes of an RSAPublicKey. Empty when crypt32 fails.
 Bytes decodePublicKey(const Bytes& der)
 {
     DWORD size = 0;
@@ -31,9 +35,52 @@ Bytes decodePublicKey(const Bytes& der)
     return blob;
 }
 
-CK_MECHANISM plain(CK_MECHANISM_TYPE type)
+// How encryption and decryption differ after the key is found.
+struct CipherWork {
+    CK_RV (Pkcs11::*init)(CK_SESSION_HANDLE, CK_MECHANISM_PTR, CK_OBJECT_HANDLE);
+    const char* initFailure;
+    const char* initSuccess;
+    CK_RV (Pkcs11::*run)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR);
+    const char* runFailure;
+};
+
+constexpr CipherWork encryption = {
+    &Pkcs11::C_EncryptInit, "Failed to initialize encrypt, C_EncryptInit() returned ",
+    "Success to initiate encrypt, C_EncryptInit() returned CKR_OK", &Pkcs11::C_Encrypt,
+    "Failed to encrypt data, C_Encrypt() returned "};
+
+constexpr CipherWork decryption = {
+    &Pkcs11::C_DecryptInit, "Failed to initialize decrypt, C_DecryptInit() returned ",
+    "Success to initiate decrypt, C_DecryptInit() returned CKR_OK", &Pkcs11::C_Decrypt,
+    "Failed to decrypt data, C_Decrypt() returned "};
+
+// Sets `length` to the length that the token reported, limited to the buffer. False after a failure,
+// which is logged.
+bool runCipher(TokenSequence& token, const Site& operation, const CipherCall& call,
+               const CipherWork& work, OwnedMechanism mechanism, CK_ULONG& length)
 {
-    return {type, nullptr, 0};
+    CK_RV rv = (call.p11->*work.init)(token.session(), mechanism.get(), token.key());
+    if (!token.check(rv, work.initFailure))
+        return false;
+    NV_UNDER(TRC, operation, "%s", work.initSuccess);
+    length = call.cbOutput;
+    rv = (call.p11->*work.run)(token.session(), call.pbInput, call.cbInput, call.pbOutput, &length);
+    if (!token.check(rv, work.runFailure))
+        return false;
+    length = lengthWithin(call.pbOutput, call.cbOutput, length);
+    return true;
+}
+
+// Everything but PSS is signed as raw PKCS #1 v1.5, and the DigestInfo is put before the hash here.
+SignInput signInput(const P11RSAKeyObject& key, const SignatureCall& call)
+{
+    SignInput input{key.mechanismSignature(call.pPaddingInfo, call.dwFlags), {}};
+    const auto* hash =
+        std::ranges::find(hashAlgorithms, input.mechanism.type(), &HashAlgorithm::rsaPkcs);
+    if (hash != std::end(hashAlgorithms))
+        input = {OwnedMechanism(CKM_RSA_PKCS), hexDecode(hash->digestInfo)};
+    input.data.insert(input.data.end(), call.pbHashValue, call.pbHashValue + call.cbHashValue);
+    return input;
 }
 
 }  // namespace
@@ -73,17 +120,17 @@ Bytes P11RSAKeyObject::getPubkeyBlob() const
     return trace.leaving(std::move(blob));
 }
 
-CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
+OwnedMechanism P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
 {
     Trace trace(NV_HERE);
     logPadding(trace, pPaddingInfo, dwFlags);
-    OwnedMechanism mechanism(plain(CKM_RSA_PKCS));
+    OwnedMechanism mechanism(CKM_RSA_PKCS);
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
         if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo)) {
             NV_DBG("pkcs1PaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism.replace(plain(hash->rsaPkcs));
+                mechanism = OwnedMechanism(hash->rsaPkcs);
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_PKCS1");
         }
@@ -94,29 +141,28 @@ CK_MECHANISM P11RSAKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFla
             NV_DBG("pssPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
             NV_DBG("pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism.replace(
-                    withParameters(CKM_RSA_PKCS_PSS,
-                                   CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt}));
+                mechanism =
+                    OwnedMechanism(CKM_RSA_PKCS_PSS,
+                                   CK_RSA_PKCS_PSS_PARAMS{hash->digest, hash->mgf, info->cbSalt});
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_PSS");
         }
     }
-    trace.leave();
-    return mechanism.release();
+    return trace.leaving(std::move(mechanism));
 }
 
-CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
+OwnedMechanism P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const
 {
     Trace trace(NV_HERE);
     logPadding(trace, pPaddingInfo, dwFlags);
-    OwnedMechanism mechanism(plain(0));
+    OwnedMechanism mechanism(0);
     if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
         NV_DBG("BCRYPT_PAD_NONE is enabled");
-        mechanism.replace(plain(CKM_RSA_X_509));
+        mechanism = OwnedMechanism(CKM_RSA_X_509);
     }
     if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
         NV_DBG("BCRYPT_PAD_PKCS1 is enabled");
-        mechanism.replace(plain(CKM_RSA_PKCS));
+        mechanism = OwnedMechanism(CKM_RSA_PKCS);
         if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
             NV_DBG("pkcs1PaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
         else
@@ -129,31 +175,15 @@ CK_MECHANISM P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwFl
             NV_DBG("oaepPaddingInfo->pbLabel=%p", static_cast<const void*>(info->pbLabel));
             NV_DBG("oaepPaddingInfo->cbLabel=%d", static_cast<int>(info->cbLabel));
             if (const HashAlgorithm* hash = findHashAlgorithm(info->pszAlgId))
-                mechanism.replace(withParameters(
-                    CKM_RSA_PKCS_OAEP,
-                    CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf, CKZ_DATA_SPECIFIED,
-                                            info->pbLabel, info->cbLabel}));
+                mechanism = OwnedMechanism(CKM_RSA_PKCS_OAEP,
+                                           CK_RSA_PKCS_OAEP_PARAMS{hash->digest, hash->mgf,
+                                                                   CKZ_DATA_SPECIFIED,
+                                                                   info->pbLabel, info->cbLabel});
         } else {
             NV_DBG("There is no padding info for BCRYPT_PAD_OAEP");
         }
     }
-    trace.leave();
-    return mechanism.release();
-}
-
-// Everything but PSS is signed as raw PKCS #1 v1.5, with the DigestInfo put before the hash here.
-P11KeyObject::SignInput P11RSAKeyObject::signInput(const SignatureCall& call) const
-{
-    OwnedMechanism mechanism(mechanismSignature(call.pPaddingInfo, call.dwFlags));
-    Bytes data;
-    for (const HashAlgorithm& hash : hashAlgorithms) {
-        if (mechanism.type() == hash.rsaPkcs) {
-            data = hexDecode(hash.digestInfo);
-            mechanism.replace(plain(CKM_RSA_PKCS));
-        }
-    }
-    data.insert(data.end(), call.pbHashValue, call.pbHashValue + call.cbHashValue);
-    return {mechanism.release(), std::move(data)};
+    return trace.leaving(std::move(mechanism));
 }
 
 SECURITY_STATUS P11RSAKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
@@ -162,8 +192,8 @@ SECURITY_STATUS P11RSAKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbH
 {
     const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
                              pbSignature, cbSignature,  dwFlags};
-    return signOnToken(NV_HERE, call, pin, CKK_RSA, {.logout = 5, .close = 6, .finalize = 7},
-                       [&] { return signInput(call); });
+    return signOnToken(NV_HERE, *this, CKK_RSA, call, pin, {.logout = 5, .close = 6, .finalize = 7},
+                       [&] { return signInput(*this, call); });
 }
 
 SECURITY_STATUS P11RSAKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
@@ -171,8 +201,8 @@ SECURITY_STATUS P11RSAKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
                                         DWORD dwFlags)
 {
     return verifyOnToken(
-        NV_HERE, {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
-        CKK_RSA);
+        NV_HERE, *this, CKK_RSA,
+        {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags});
 }
 
 SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,
@@ -189,9 +219,10 @@ SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
     if (token.initialize() && token.openSession() &&
         token.findKey(2, CKO_PUBLIC_KEY, CKK_RSA, tokenId())) {
         NV_TRC("3) Try to encrypt the input data using the public key");
-        length = runCipher(token, here, call,
-                           {"encrypt", "C_EncryptInit()", &Pkcs11::C_EncryptInit, "C_Encrypt()",
-                            &Pkcs11::C_Encrypt});
+        if (runCipher(token, here, call, encryption, mechanismEncryption(pPaddingInfo, dwFlags),
+                      length))
+            NV_TRC("Success to encrypt data(%ld bytes), C_Encrypt() returned CKR_OK",
+                   static_cast<long>(length));
     }
     const SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
     if (status == ERROR_SUCCESS)
@@ -213,34 +244,15 @@ SECURITY_STATUS P11RSAKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
     if (token.initialize() && token.openSession() && token.login(pin) &&
         token.findKey(3, CKO_PRIVATE_KEY, CKK_RSA, tokenId())) {
         NV_TRC("4) Try to decrypt the input data using the private key");
-        length = runCipher(token, here, call,
-                           {"decrypt", "C_DecryptInit()", &Pkcs11::C_DecryptInit, "C_Decrypt()",
-                            &Pkcs11::C_Decrypt});
+        if (runCipher(token, here, call, decryption, mechanismEncryption(pPaddingInfo, dwFlags),
+                      length))
+            NV_TRC("Success to decrypt data(%ld bytes), C_Decrypt() returned CKR_OK",
+                   static_cast<long>(length));
     }
     const SECURITY_STATUS status = token.finish({.logout = 5, .close = 6, .finalize = 7});
     if (status == ERROR_SUCCESS)
         *pcbResult = length;
     return trace.leaving(status);
-}
-
-CK_ULONG P11RSAKeyObject::runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
-                                    const CipherWork& work) const
-{
-    const std::string verb = work.verb;
-    OwnedMechanism mechanism(mechanismEncryption(call.pPaddingInfo, call.dwFlags));
-    CK_RV rv = (call.p11->*work.init)(token.session(), mechanism.get(), token.key());
-    if (!token.check(rv, "Failed to initialize " + verb + ", " + work.initName + " returned "))
-        return 0;
-    NV_UNDER(TRC, site, "Success to initiate %s, %s returned CKR_OK", work.verb, work.initName);
-
-    CK_ULONG length = call.cbOutput;
-    rv = (call.p11->*work.run)(token.session(), call.pbInput, call.cbInput, call.pbOutput, &length);
-    if (!token.check(rv, "Failed to " + verb + " data, " + work.runName + " returned "))
-        return 0;
-    length = lengthWithin(call.pbOutput, call.cbOutput, length);
-    NV_UNDER(TRC, site, "Success to %s data(%ld bytes), %s returned CKR_OK", work.verb,
-             static_cast<long>(length), work.runName);
-    return length;
 }
 
 SECURITY_STATUS P11RSAKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey,
@@ -249,7 +261,7 @@ SECURITY_STATUS P11RSAKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey
                                                  const SecretBytes& pin)
 {
     Trace trace(NV_HERE);
-    logArguments(trace, {p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
+    logArguments(trace, AgreementCall{p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
     NV_WRN("RSA_secretAgreement NOT supported yet!!");
     return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
 }

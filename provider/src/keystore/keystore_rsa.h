@@ -13,13 +13,15 @@ public:
     P11RSAKeyObject& operator=(const P11RSAKeyObject&) = delete;
     ~P11RSAKeyObject() override = default;
 
-    // A BCRYPT_RSAKEY_BLOB with exponent bytes 01 00 01 whatever the key's exponent is, and the
-    // modulus, most significant byte first. Empty when the public key cannot be decoded.
+    // A BCRYPT_RSAKEY_BLOB with the modulus, most significant byte first. Empty when the public key
+    // cannot be decoded. Compat: the exponent is always 01 00 01, not the key's own.
     Bytes getPubkeyBlob() const override;
-    // BCRYPT_PAD_PKCS1 and BCRYPT_PAD_PSS, the latter wins; anything unknown is CKM_RSA_PKCS.
-    CK_MECHANISM mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
-    // BCRYPT_PAD_NONE, BCRYPT_PAD_PKCS1 and BCRYPT_PAD_OAEP, the last one set wins.
-    CK_MECHANISM mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
+    // For BCRYPT_PAD_PKCS1 and BCRYPT_PAD_PSS; with both, PSS is used. CKM_RSA_PKCS for anything
+    // unknown.
+    OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
+    // For BCRYPT_PAD_NONE, BCRYPT_PAD_PKCS1 and BCRYPT_PAD_OAEP. With several, the last of these is
+    // used; with none, the mechanism is 0.
+    OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
 
     SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                          PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags,
@@ -39,21 +41,6 @@ public:
 
     // The modulus length.
     DWORD signatureLength() const override { return (keyLength() + 7) / 8; }
-
-private:
-    SignInput signInput(const SignatureCall& call) const;
-
-    // What tells encryption and decryption apart once the key is found.
-    struct CipherWork {
-        const char* verb;
-        const char* initName;
-        CK_RV (Pkcs11::*init)(CK_SESSION_HANDLE, CK_MECHANISM_PTR, CK_OBJECT_HANDLE);
-        const char* runName;
-        CK_RV (Pkcs11::*run)(CK_SESSION_HANDLE, CK_BYTE_PTR, CK_ULONG, CK_BYTE_PTR, CK_ULONG_PTR);
-    };
-    // The length that the token reported, bounded by the buffer; 0 after a failure.
-    CK_ULONG runCipher(TokenSequence& token, const Site& site, const CipherCall& call,
-                       const CipherWork& work) const;
 };
 
 }  // namespace NV

@@ -1,4 +1,4 @@
-// Agreed secrets: what an NCRYPT_SECRET_HANDLE points at, and the list of all of them.
+// Agreed secrets: the record behind an NCRYPT_SECRET_HANDLE, and the list of all records.
 
 #pragma once
 
@@ -16,7 +16,7 @@ namespace NV {
 
 #pragma pack(push, 1)
 
-// The record behind a secret handle, on the C heap, with the secret in a block of its own there.
+// The record behind a secret handle. The record and the secret are two blocks on the C heap.
 struct AgreedSecret {
     uint32_t length;  // bytes
     unsigned char* bytes;
@@ -32,11 +32,11 @@ struct AgreedSecretFreer {
 };
 using OwnedSecret = std::unique_ptr<AgreedSecret, AgreedSecretFreer>;
 
-// A record with room for `length` bytes, zero-filled. Throws std::bad_alloc.
+// A record for `length` bytes, filled with zeros. Throws std::bad_alloc.
 OwnedSecret makeSecret(uint32_t length);
 
-// The secrets of the whole process. A secret outlives the provider that made it. The list has a
-// lock of its own, because providers on different threads reach it; nothing else is done under it.
+// The secrets of the whole process. A secret outlives the provider that made it. The list has its
+// own lock, because providers use it from different threads. No other lock is taken under it.
 class SecretList {
 public:
     static SecretList& instance();
@@ -44,8 +44,8 @@ public:
     void add(OwnedSecret secret);
     // A copy of the secret's bytes; nothing when the handle is not in the list.
     std::optional<SecretBytes> copy(NCRYPT_SECRET_HANDLE handle);
-    // Takes a secret out of the list; null when it is not there. `size` receives the number of
-    // secrets that the list held before.
+    // Removes a secret from the list and returns it; null when the handle is not in the list.
+    // `size` receives the number of secrets before the removal.
     OwnedSecret remove(NCRYPT_SECRET_HANDLE handle, size_t& size);
 
 private:

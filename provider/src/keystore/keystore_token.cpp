@@ -4,8 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <utility>
 #include <vector>
 
 #include "p11/p11text.h"
@@ -18,6 +16,27 @@ constexpr CK_ULONG maxFoundObjects = 1024;
 
 }  // namespace
 
+// What the log says about a search for a key.
+struct TokenSequence::KeyTexts {
+    const char* search;
+    const char* none;
+    const char* several;
+    const char* found;
+
+    static constexpr KeyTexts of(CK_OBJECT_CLASS objectClass)
+    {
+        if (objectClass == CKO_PRIVATE_KEY)
+            return {") Try to find private key object of the token ",
+                    "There is no suitable private key object",
+                    "There are multiple private key objects for the token (use first one)",
+                    "Found private key object = "};
+        return {") Try to find public key object of the token ",
+                "There is no suitable public key object",
+                "There are multiple public key objects for the token (use first one)",
+                "Found public key object = "};
+    }
+};
+
 TokenSequence::TokenSequence(Pkcs11& p11, CK_SLOT_ID slotId, const Site& operation)
     : p11_(p11), slotId_(slotId), operation_(operation)
 {
@@ -25,7 +44,7 @@ TokenSequence::TokenSequence(Pkcs11& p11, CK_SLOT_ID slotId, const Site& operati
 
 TokenSequence::~TokenSequence()
 {
-    // Not by the wrappers: when the log is broken, they do not get as far as the library.
+    // Without the wrappers: when the log fails, they do not reach the library.
     if (loggedIn_)
         p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_Logout; }, session_);
     if (opened_)
@@ -58,7 +77,7 @@ bool TokenSequence::initialize()
 bool TokenSequence::openSession(const char* heading)
 {
     NV_UNDER(TRC, operation_, "%s", heading);
-    // A wrapper that throws may have opened the session, or logged in, all the same.
+    // A wrapper that throws may still have opened the session; the same applies in login.
     opened_ = true;
     opened_ = check(p11_.C_OpenSession(slotId_, CKF_SERIAL_SESSION, nullptr, nullptr, &session_),
                     "Failed to open session ");
@@ -84,8 +103,8 @@ bool TokenSequence::login(const SecretBytes& pin)
 bool TokenSequence::findKey(int step, CK_OBJECT_CLASS objectClass, CK_KEY_TYPE keyType,
                             const Bytes& id)
 {
-    const char* kind = objectClass == CKO_PRIVATE_KEY ? "private" : "public";
-    NV_UNDER(TRC, operation_, "%d) Try to find %s key object of the token ", step, kind);
+    const KeyTexts texts = KeyTexts::of(objectClass);
+    NV_UNDER(TRC, operation_, "%d%s", step, texts.search);
     std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
                          attribute(CKA_KEY_TYPE, &keyType, sizeof keyType),
                          attribute(CKA_ID, id.data(), id.size())};
@@ -93,11 +112,11 @@ bool TokenSequence::findKey(int step, CK_OBJECT_CLASS objectClass, CK_KEY_TYPE k
     if (!check(rv, "Failed to initialize FindObject "))
         return false;
     NV_UNDER(TRC, operation_, "Success to initialize FindObject of the token");
-    return findFirst(kind);
+    return findFirst(texts);
 }
 
-// A search that failed or found nothing is not finalised.
-bool TokenSequence::findFirst(const char* kind)
+// Compat: a search that failed or found nothing is not finalized.
+bool TokenSequence::findFirst(const KeyTexts& texts)
 {
     std::vector<CK_OBJECT_HANDLE> found(maxFoundObjects);
     CK_ULONG count = 0;
@@ -108,22 +127,21 @@ bool TokenSequence::findFirst(const char* kind)
     NV_UNDER(DBG, operation_, "Success to Found %d Object (must be 1)",
              static_cast<int>(found.size()));
     if (found.empty()) {
-        NV_UNDER(ERR, operation_, "There is no suitable %s key object", kind);
+        NV_UNDER(ERR, operation_, "%s", texts.none);
         fail();
         return false;
     }
     if (found.size() > 1)
-        NV_UNDER(WRN, operation_, "There are multiple %s key objects for the token (use first one)",
-                 kind);
+        NV_UNDER(WRN, operation_, "%s", texts.several);
     key_ = found.front();
-    NV_UNDER(TRC, operation_, "Found %s key object = %p", kind, asPointer(key_));
+    NV_UNDER(TRC, operation_, "%s%p", texts.found, asPointer(key_));
     if (!check(p11_.C_FindObjectsFinal(session_), "Failed to finalize the FindObject "))
         return false;
     NV_UNDER(TRC, operation_, "Success to finalize the FindObject");
     return true;
 }
 
-// Each step counts as done when its wrapper has returned.
+// A step is not repeated in the destructor after its wrapper has returned.
 SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
 {
     if (loggedIn_) {
@@ -148,22 +166,6 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
         check(rv, "Failed C_Finalize ");
     }
     return status_;
-}
-
-OwnedMechanism::~OwnedMechanism()
-{
-    std::free(mechanism_.pParameter);
-}
-
-void OwnedMechanism::replace(const CK_MECHANISM& mechanism)
-{
-    std::free(mechanism_.pParameter);
-    mechanism_ = mechanism;
-}
-
-CK_MECHANISM OwnedMechanism::release()
-{
-    return std::exchange(mechanism_, {0, nullptr, 0});
 }
 
 CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported)

@@ -1,13 +1,10 @@
-// The sequence that every token operation runs: initialise, open a session, log in, find the key,
-// work, log out, close, finalise. Used by the key objects and by derivation.
+// The sequence of every token operation: initialize, open a session, log in, find the key, work, log
+// out, close, finalize. Used by the key objects and by derivation.
 
 #pragma once
 
 #include <windows.h>
 
-#include <cstdlib>
-#include <cstring>
-#include <new>
 #include <string_view>
 
 #include "base/encoding.h"
@@ -19,14 +16,14 @@
 namespace NV {
 
 // One run of the sequence. Its lines appear under the operation's name. A failed step logs an error
-// with the PKCS#11 result's name and settles the status; the operation then goes straight to
-// finish, which undoes what was done.
+// with the PKCS#11 result's name and sets the status. The operation then calls finish, which undoes
+// the steps so far.
 //
-// The steps answer true when the operation may go on, so that they chain with &&. The caller holds
-// the process-wide sequence lock.
+// A step returns true when the operation can go on, so that steps chain with &&. The caller holds the
+// process-wide sequence lock.
 class TokenSequence {
 public:
-    // The numbers that the clean-up steps carry in their headings.
+    // The numbers in the headings of the clean-up steps.
     struct CleanUp {
         int logout;
         int close;
@@ -34,29 +31,29 @@ public:
     };
 
     TokenSequence(Pkcs11& p11, CK_SLOT_ID slotId, const Site& operation);
-    // Undoes what an exception kept finish from undoing.
+    // Undoes the steps if an exception prevented the call of finish.
     ~TokenSequence();
     TokenSequence(const TokenSequence&) = delete;
     TokenSequence& operator=(const TokenSequence&) = delete;
 
-    // "0) Try to initialize". A library that another part of the process has initialised already
-    // will do, and is then left initialised.
+    // "0) Try to initialize". If another part of the process has initialized the library, the step
+    // succeeds and finish leaves the library initialized.
     bool initialize();
     // A serial session, read-only, without callback.
     bool openSession(const char* heading = "1) Try to open a new session ");
-    // As user; the PIN is passed as it is.
+    // As the user. The PIN's bytes are passed unchanged.
     bool login(const SecretBytes& pin);
     // The first key object of a class (CKO_PRIVATE_KEY or CKO_PUBLIC_KEY), type and CKA_ID.
     bool findKey(int step, CK_OBJECT_CLASS objectClass, CK_KEY_TYPE keyType, const Bytes& id);
 
-    // True for CKR_OK; otherwise logs `failure` with the result's name in parentheses behind it.
+    // True for CKR_OK. Otherwise logs `failure`, followed by the result's name in parentheses.
     bool check(CK_RV rv, std::string_view failure);
 
-    // A step of the operation's own that failed without a token call, already logged.
+    // Sets the status for a step that failed without a token call and is already logged.
     void fail() { status_ = NTE_INTERNAL_ERROR; }
 
-    // Logs out, closes and finalises as far as that applies. ERROR_SUCCESS when every step of the
-    // whole sequence went well, otherwise NTE_INTERNAL_ERROR.
+    // Logs out, closes and finalizes, as far as the steps were done. ERROR_SUCCESS when every step of
+    // the whole sequence succeeded, otherwise NTE_INTERNAL_ERROR.
     SECURITY_STATUS finish(const CleanUp& steps);
 
     Pkcs11& p11() const { return p11_; }
@@ -64,7 +61,9 @@ public:
     CK_OBJECT_HANDLE key() const { return key_; }
 
 private:
-    bool findFirst(const char* kind);
+    struct KeyTexts;
+
+    bool findFirst(const KeyTexts& texts);
 
     Pkcs11& p11_;
     CK_SLOT_ID slotId_;
@@ -77,40 +76,8 @@ private:
     SECURITY_STATUS status_ = ERROR_SUCCESS;
 };
 
-// A mechanism whose parameter block lies on the C heap and is freed with this object: after the
-// work call, because a token may keep the pointer from the init call.
-class OwnedMechanism {
-public:
-    explicit OwnedMechanism(const CK_MECHANISM& mechanism) : mechanism_(mechanism) {}
-    ~OwnedMechanism();
-    OwnedMechanism(const OwnedMechanism&) = delete;
-    OwnedMechanism& operator=(const OwnedMechanism&) = delete;
-
-    CK_MECHANISM* get() { return &mechanism_; }
-    CK_MECHANISM_TYPE type() const { return mechanism_.mechanism; }
-
-    // Frees the parameter block and takes another mechanism.
-    void replace(const CK_MECHANISM& mechanism);
-    // Gives mechanism and parameter block away.
-    CK_MECHANISM release();
-
-private:
-    CK_MECHANISM mechanism_;
-};
-
-// A mechanism with a copy of its parameters on the C heap. Throws std::bad_alloc.
-template <typename Parameters>
-CK_MECHANISM withParameters(CK_MECHANISM_TYPE type, const Parameters& parameters)
-{
-    void* block = std::malloc(sizeof parameters);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    std::memcpy(block, &parameters, sizeof parameters);
-    return {type, block, sizeof parameters};
-}
-
-// The length that a token reported for an output, but never more than the buffer holds. A null
-// buffer was a question for the length and has no bound.
+// The length that a token reported for an output, limited to the buffer's capacity. Not limited when
+// the buffer is null, because the call then asked for the length.
 CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported);
 
 }  // namespace NV

@@ -1,4 +1,4 @@
-// A named value of a provider or a key, as CNG's property functions hand it out.
+// A named value of a provider or a key, which CNG's property functions return.
 
 #pragma once
 
@@ -9,15 +9,14 @@
 
 namespace NV {
 
-// The low 32 bits of the wall clock in milliseconds: when an object was made.
+// The creation time of an object: the low 32 bits of the system clock in milliseconds.
 uint32_t creationStamp();
 
-// Copies share one value buffer, and the destructor of any of them empties it: after a copy is
-// gone, the others still have the name and no bytes. Meant so; applications see it after they have
-// freed the first handle of a key.
+// Compat: copies share one value buffer, and the destructor of any copy empties it. The others then
+// have the name and no bytes. An application sees that after it has freed the first handle of a key.
 class Property {
 public:
-    // Takes a copy of the `size` bytes at `data`. The type is CNG's to interpret.
+    // Copies the `size` bytes at `data`. Only CNG interprets the type.
     Property(std::wstring name, uint32_t type, const void* data, int32_t size);
     Property(const Property& source);
     Property& operator=(const Property&) = delete;

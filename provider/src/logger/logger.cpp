@@ -1,4 +1,4 @@
-// The level functions: gate, count, lock, buffer, and the choice of outputs.
+// The level functions: filter, count, lock, buffer, and the choice of outputs.
 
 #include "logger/logger.h"
 
@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/mutex.h"
+#include "base/never_destroyed.h"
 #include "base/secret.h"
 #include "logger/logger_file.h"
 #include "logger/logger_record.h"
@@ -25,7 +26,7 @@ struct Channel {
     std::array<char, 65536> buffer{};
 };
 
-// SEV has a channel of its own, so that a crash report does not wait for a record under way.
+// SEV has its own channel, so that a crash report does not wait for another record.
 Channel severeChannel{Mutex(LockRank::severeLog)};
 Channel ordinaryChannel{Mutex(LockRank::log)};
 
@@ -33,7 +34,7 @@ void writeRecord(const LoggerSettings& settings, std::string_view tag, std::stri
 {
     const LocalTime time = toLocalTime(settings.now());
     const std::string who = identity(GetCurrentProcessId(), GetCurrentThreadId());
-    // The record may spell a secret out, and then it is one.
+    // The record may contain a secret.
     std::string record = recordLine(time, tag, who, message);
     const WipedAtEnd wipedRecord(record);
     std::string lines;
@@ -50,7 +51,7 @@ void writeRecord(const LoggerSettings& settings, std::string_view tag, std::stri
 
 std::atomic<bool> processEnding{false};
 
-// Whether the lock was taken. Only an ending process goes without.
+// Whether the lock was taken. False only while the process ends.
 bool take(std::unique_lock<Mutex>& guard)
 {
     if (processEnding)
@@ -70,7 +71,7 @@ void log(Channel& channel, std::string_view tag, const char* format, va_list arg
         return;
     const size_t length =
         formatMessage(channel.buffer.data(), channel.buffer.size(), format, arguments);
-    // A message that was too long has length 0 and has filled the buffer.
+    // A message that is too long has length 0 and has filled the buffer.
     const WipedAtEnd wiped(channel.buffer.data(), length != 0 ? length : channel.buffer.size());
     writeRecord(loggerSettings(), tag, {channel.buffer.data(), length});
     ++loggerRecordCount();
@@ -89,8 +90,7 @@ struct ArgumentListEnd {
 
 LoggerSettings& loggerSettings()
 {
-    // Never destroyed: other modules' exit code may still call in.
-    static LoggerSettings* const settings = new LoggerSettings;
+    static NeverDestroyed<LoggerSettings> settings;
     return *settings;
 }
 
@@ -118,8 +118,8 @@ bool beginRecord(LogLevel level)
         return false;
     if (loggerHasOutput())
         return true;
-    // Without a lock: the two channels count by one counter, which neither lock guards, and a record
-    // that is not written has nothing else in common with one that is.
+    // No lock: the counter is atomic, because both channels use it, and a record that is not
+    // written shares nothing else.
     ++loggerRecordCount();
     return false;
 }

@@ -1,6 +1,5 @@
-// The trace logger: six printf-like level functions that write one record line each to the
-// console, to a dated file, or to both. Every function of the module traces itself through it,
-// mostly by the macros and the scope of trace.h.
+// The trace logger: six printf-like level functions that write one record line each to the console,
+// to a dated file, or to both. The functions of the module use it mostly through trace.h.
 
 #pragma once
 
@@ -17,7 +16,7 @@
 
 namespace NV {
 
-// Level masks as the configuration names them; each holds the more severe ones too.
+// The level masks of the configuration. Each includes the more severe levels.
 inline constexpr uint32_t logMaskTrace = 0x7F;
 inline constexpr uint32_t logMaskDebug = 0x7E;
 inline constexpr uint32_t logMaskInfo = 0x7C;
@@ -28,46 +27,47 @@ inline constexpr uint32_t logMaskSevere = 0x40;
 inline constexpr uint32_t logToConsole = 0x01;
 inline constexpr uint32_t logToFile = 0x02;
 
-// Process-wide settings. They are written once, when the module is attached, and read without a
-// lock on every record.
+// Process-wide settings. The attach handler writes them once; every record reads them without a
+// lock.
 struct LoggerSettings {
     uint32_t levelMask = logMaskTrace;
     uint32_t types = logToFile;
-    // Folder of the dated files, in the ANSI code page; empty: no file. "~" is not expanded here.
+    // The folder of the dated files, in the ANSI code page. Empty for no file. "~" is not expanded
+    // here.
     std::string store = "~/.norvanta-keywarden/logs";
-    // Days that a dated file is kept after its date.
+    // Days after which a dated file is deleted, counted from its date.
     int32_t rotate = 7;
-    // Stem and extension of this name frame the date: nvksprovider-20260304.log.
+    // The date goes between the stem and the extension of this name: nvksprovider-20260304.log.
     std::string fileName = "nvksprovider.log";
-    // The clock of the time stamps, of the files' dates and of their ages.
+    // The clock for the time stamps and for the files' dates and ages.
     std::chrono::system_clock::time_point (*now)() = &std::chrono::system_clock::now;
 };
 
 LoggerSettings& loggerSettings();
 
-// Whether records go anywhere: to the console, or to files in a folder that is named.
+// Whether there is any output: the console, or files in a folder that has a name.
 bool loggerHasOutput();
 
-// Counts every record, those that no output takes included. The banner goes out with the record
-// that finds it 0, so a process that begins without outputs never writes one.
+// The number of records, including those without an output. The record that finds it 0 is written
+// with the banner, so a process that starts without an output never writes a banner.
 std::atomic<uint32_t>& loggerRecordCount();
 
-// From now on a record is dropped rather than waited for: the process is ending, and a thread that
-// holds a lock of the logger may be gone, or be the one that crashed inside it.
+// From now on a record that would have to wait is dropped. For the end of the process, when the
+// thread that holds a lock of the logger may no longer exist, or may be the one that crashed.
 void stopWaitingForLogger();
 
-// The levels; each has its function below, of the same name.
+// The levels. Each has a function of the same name below.
 enum class LogLevel : uint8_t { SEV, ERR, WRN, INF, DBG, TRC };
 
-// Begins a record: whether it is to be written. One that no output takes is counted here and over.
-// The level functions ask themselves; who asks before works out no arguments for nothing.
+// Whether to write a record. Counts a record that has no output. The level functions call it too; a
+// caller that calls it first need not evaluate arguments for a record that is not written.
 bool beginRecord(LogLevel level);
 
-// Write one record of their level. Only SEV asks the level mask; the other five write whatever the
-// mask holds. A message of more than 65,535 bytes is written as an empty one. Wide texts are converted
-// by the caller (base/text.h). Throw std::filesystem::filesystem_error when the log folder can neither be listed nor
-// made, and std::system_error when the lock is refused; a file that cannot be opened drops the
-// record without a word.
+// Write one record of their level. A message of more than 65,535 bytes is written as an empty one.
+// The caller converts wide texts (base/text.h). Throw std::filesystem::filesystem_error when the
+// log folder can neither be listed nor created, and std::system_error when the platform refuses the
+// lock. If the file cannot be opened, the record is dropped without an error. Compat: only SEV uses
+// the level mask.
 void SEV(const char* format, ...) NV_PRINTF(1, 2);
 void ERR(const char* format, ...) NV_PRINTF(1, 2);
 void WRN(const char* format, ...) NV_PRINTF(1, 2);

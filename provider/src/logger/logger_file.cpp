@@ -1,5 +1,5 @@
-// Listing, clean-up and writing of the log folder with the system's own calls: a record costs one
-// listing and one open, write and close, so each of them is asked for in its cheapest form.
+// Listing, clean-up and writing of the log folder. Each record needs one listing and one open,
+// write and close, so this uses the fastest system calls for them.
 
 #include "logger/logger_file.h"
 
@@ -11,13 +11,14 @@
 #include <vector>
 
 #include "base/secret.h"
+#include "base/text.h"
 #include "logger/logger_rotation.h"
 
 namespace NV {
 
 namespace {
 
-// The configured path, cut by hand: a record has no time for std::filesystem::path's parsing.
+// The configured path. Split by hand, because std::filesystem::path is too slow for each record.
 struct Folder {
     std::wstring name;  // ends in one separator
     std::wstring configuredName;
@@ -30,26 +31,17 @@ struct Folder {
     }
 };
 
-std::wstring widen(const std::string& ansi)
-{
-    const int size = static_cast<int>(ansi.size());
-    const int length = MultiByteToWideChar(CP_ACP, 0, ansi.data(), size, nullptr, 0);
-    std::wstring wide(static_cast<size_t>(length), L'\0');
-    MultiByteToWideChar(CP_ACP, 0, ansi.data(), size, wide.data(), length);
-    return wide;
-}
-
 Folder folderOf(const LoggerSettings& settings)
 {
     constexpr std::wstring_view separators = L"\\/";
-    const std::wstring configured = widen(settings.store + "\\" + settings.fileName);
+    const std::wstring configured = fromAnsi(settings.store + "\\" + settings.fileName);
     const size_t nameAt = configured.find_last_of(separators) + 1;
-    // Behind "\\?\" the system would not take several in a row for one.
+    // After "\\?\", the system does not accept several separators in a row.
     const size_t end = configured.find_last_not_of(separators, nameAt - 1) + 1;
     return {configured.substr(0, end) + L'\\', configured.substr(nameAt)};
 }
 
-// A handle of the system with the function that ends it.
+// A system handle with the function that closes it.
 template <BOOL(WINAPI* close)(HANDLE)>
 class OwnedHandle {
 public:
@@ -100,7 +92,7 @@ HANDLE openListing(const Folder& folder, WIN32_FIND_DATAW& entry)
         throwListingError(folder, error);
     std::filesystem::create_directories(pathOf(folder), ignored);
     handle = findFirst(folder, entry);
-    // The root of an empty drive is there and has not one entry.
+    // The root of an empty drive exists but has no entry.
     if (handle == INVALID_HANDLE_VALUE && GetLastError() != ERROR_FILE_NOT_FOUND)
         throwListingError(folder, GetLastError());
     return handle;

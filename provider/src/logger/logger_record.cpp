@@ -1,4 +1,4 @@
-// Builds record lines. No state, no output.
+// Builds record lines. Has no state and writes nothing.
 
 #include "logger/logger_record.h"
 

@@ -23,7 +23,7 @@ int number(std::wstring_view digits)
     return value;
 }
 
-// 00:00:00 local time on the date; days and months past their end run on into the next.
+// 00:00:00 local time on the date. A day or month out of range continues in the next one.
 std::time_t midnight(std::wstring_view date)
 {
     std::tm day{};
@@ -56,13 +56,13 @@ std::wstring datedFileName(const FileName& configured, const std::tm& day)
 bool isOutdated(std::wstring_view name, const FileName& configured, std::time_t now,
                 int32_t daysKept)
 {
-    // First what most other files' names lack: this is asked for every entry with every record.
+    // First the test that most other files fail: this runs for every entry with every record.
     if (!name.starts_with(configured.stem))
         return false;
     const FileName parts = splitFileName(name);
     if (parts.extension != L".log" || parts.stem.size() <= configured.stem.size())
         return false;
-    // One character of any kind stands between the stem and the date.
+    // Compat: any character may be between the stem and the date.
     const std::wstring_view date = parts.stem.substr(configured.stem.size() + 1);
     if (date.size() < dateLength || !isDigits(date))
         return false;

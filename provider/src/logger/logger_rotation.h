@@ -1,5 +1,5 @@
-// Which file a record of a day goes to, and which files of earlier days are to be deleted.
-// Portable, no file access; used by the logger's file output.
+// The name of the file for a day, and the choice of the files to delete. Portable, without file
+// access; used by the logger's file output.
 
 #pragma once
 
@@ -10,8 +10,8 @@
 
 namespace NV {
 
-// A file name cut at its last dot: "nvksprovider.log" is "nvksprovider" and ".log". A name without
-// a dot, or with its only dot in front, has no extension.
+// A file name split at its last dot: "nvksprovider.log" is "nvksprovider" and ".log". A name
+// without a dot, or whose only dot is the first character, has no extension.
 struct FileName {
     std::wstring_view stem;
     std::wstring_view extension;
@@ -22,8 +22,8 @@ FileName splitFileName(std::wstring_view name);
 // stem + "-" + "%Y%m%d" + extension.
 std::wstring datedFileName(const FileName& configured, const std::tm& day);
 
-// Whether `name` is a dated log file of `configured` whose date, at 00:00 local time, lies more
-// than `daysKept` whole days before `now`. A name that carries no full date is never outdated.
+// Whether `name` is a dated log file of `configured` whose date, at 00:00 local time, is more than
+// `daysKept` whole days before `now`. A name without a full date is never outdated.
 bool isOutdated(std::wstring_view name, const FileName& configured, std::time_t now,
                 int32_t daysKept);
 

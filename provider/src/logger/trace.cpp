@@ -15,7 +15,7 @@ using LevelFunction = void (*)(const char* format, ...);
 // In the order of LogLevel.
 constexpr LevelFunction levelFunctions[] = {SEV, ERR, WRN, INF, DBG, TRC};
 
-// In the order of Format. A wide text is converted before it is printed.
+// In the order of Format. A wide text is converted first.
 constexpr const char* argumentFormats[] = {
     "%.*s[%s:%d]:ARG[%d]:%s%s%p",       "%.*s[%s:%d]:ARG[%d]:%s%s%d",
     "%.*s[%s:%d]:ARG[%d]:%s%s0x%x",     "%.*s[%s:%d]:ARG[%d]:%s%s%x",
@@ -43,21 +43,21 @@ void logArgument(LogLevel level, const Site& operation, int index,
                                                 argument.name, argument.separator, value);
     };
     switch (argument.format) {
-    case Format::Pointer:
+    case Format::pointer:
         write(asPointer(argument.value));
         break;
-    case Format::Text: {
+    case Format::text: {
         const char* value = asText<char>(argument.value);
         write(value != nullptr ? value : "(null)");
         break;
     }
-    case Format::WideText:
+    case Format::wideText:
         write(printable(asText<wchar_t>(argument.value)).c_str());
         break;
-    case Format::Number:
-    case Format::Flags:
-    case Format::BareFlags:
-    case Format::ByteCount:
+    case Format::number:
+    case Format::flags:
+    case Format::bareFlags:
+    case Format::byteCount:
         write(static_cast<unsigned>(argument.value));
         break;
     }

@@ -1,5 +1,6 @@
-// How a function speaks in the log: where it stands, the macros that put that in front of a message,
-// how an argument prints, and the scope that writes a function's ENTER, ARG, STATUS and LEAVE lines.
+// The trace: the place of a function, the macros that put the place in front of a message, the
+// format of argument lines, and the class that writes a function's ENTER, ARG, STATUS and LEAVE
+// lines.
 //
 // A line reads "NV::Provider::init[nvvtoken.cpp:87]:ENTER": the qualified name of the operation, and
 // the file and line of the statement that writes it.
@@ -15,7 +16,7 @@
 
 namespace NV {
 
-// The part of a path behind its last separator.
+// The part of a path after its last separator.
 constexpr const char* baseName(const char* path)
 {
     const char* name = path;
@@ -31,8 +32,7 @@ consteval const char* baseNameAtCompileTime(const char* path)
     return baseName(path);
 }
 
-// An operation and the place where it begins. Function and file are parts of string literals and live
-// as long as the module.
+// An operation and the place where it begins. Function and file point into string literals.
 struct Site {
     const char* function;
     int functionLength;
@@ -40,8 +40,8 @@ struct Site {
     int line;
 };
 
-// Cuts "NV::Provider::init" out of "bool NV::Provider::init(int)", the compiler's own text for the
-// function: the name ends at the first parenthesis outside template brackets and begins behind the
+// Cuts "NV::Provider::init" out of "bool NV::Provider::init(int)", the compiler's text for the
+// function. The name ends at the first parenthesis outside template brackets and begins after the
 // last blank before it.
 consteval Site makeSite(const char* prettyFunction, const char* path, int line)
 {
@@ -64,8 +64,8 @@ consteval Site makeSite(const char* prettyFunction, const char* path, int line)
 
 #define NV_HERE NV::makeSite(__PRETTY_FUNCTION__, __FILE__, __LINE__)
 
-// A record: an operation's name, a place, a message. As with all of these macros, the arguments are
-// worked out only for a record that an output takes; they may be long texts of keys.
+// A record: an operation's name, a place, a message. All of these macros evaluate the arguments
+// only for a record that is written, because they may be long texts of keys.
 #define NV_LINE(level, operation, file, line, format, ...)                                         \
     do {                                                                                           \
         if (NV::beginRecord(NV::LogLevel::level))                                                  \
@@ -74,12 +74,12 @@ consteval Site makeSite(const char* prettyFunction, const char* path, int line)
     } while (false)
 
 // Writes a message under an operation's name, with the file and line of this statement:
-// NV_UNDER(ERR, operation, "format", ...). For helpers that do a step of the operation.
+// NV_UNDER(ERR, operation, "format", ...). For functions that do a step of the operation.
 #define NV_UNDER(level, operation, format, ...)                                                    \
     NV_LINE(level, operation, NV::baseNameAtCompileTime(__FILE__), __LINE__,                       \
             format __VA_OPT__(, ) __VA_ARGS__)
 
-// Writes a message under the name of the function that it stands in.
+// Writes a message under the name of the function that contains it.
 #define NV_LOG(level, format, ...)                                                                 \
     do {                                                                                           \
         constexpr NV::Site nvSite = NV_HERE;                                                       \
@@ -100,11 +100,11 @@ inline const void* asPointer(uintptr_t handle)
     return reinterpret_cast<const void*>(handle);
 }
 
-// How an argument prints: %p, %d, 0x%x, %x, %s twice, %d(bytes).
-enum class Format : uint8_t { Pointer, Number, Flags, BareFlags, Text, WideText, ByteCount };
+// The format of an argument: %p, %d, 0x%x, %x, %s for both texts, %d(bytes).
+enum class Format : uint8_t { pointer, number, flags, bareFlags, text, wideText, byteCount };
 
 // An argument line: "ARG[2]:cbHashValue=32". The value keeps its type, because the call layer also
-// passes it on. A text belongs to the caller and must live until the line is written.
+// passes it to the library. A text must live until the line is written.
 template <typename T>
 struct Argument {
     const char* name;
@@ -115,15 +115,14 @@ struct Argument {
     const char* separator = "=";
 };
 
-// The descriptors of arguments. Casts and the index take care of themselves; the place is that of the
-// statement.
+// Descriptors of arguments. They need no casts and no index; the place is that of the statement.
 
 // Pointers, handles and function pointers.
 template <typename T>
 Argument<T> pointer(const char* name, T value, int line = __builtin_LINE(),
                     const char* path = __builtin_FILE())
 {
-    return {name, value, Format::Pointer, line, path};
+    return {name, value, Format::pointer, line, path};
 }
 
 // Lengths in bytes, counts, identifiers.
@@ -131,21 +130,21 @@ template <typename T>
 Argument<T> number(const char* name, T value, int line = __builtin_LINE(),
                    const char* path = __builtin_FILE())
 {
-    return {name, value, Format::Number, line, path};
+    return {name, value, Format::number, line, path};
 }
 
 template <typename T>
 Argument<T> flagBits(const char* name, T value, int line = __builtin_LINE(),
                      const char* path = __builtin_FILE())
 {
-    return {name, value, Format::Flags, line, path};
+    return {name, value, Format::flags, line, path};
 }
 
 // Zero-terminated; null prints as "(null)".
 inline Argument<const char*> text(const char* name, const char* value, int line = __builtin_LINE(),
                                   const char* path = __builtin_FILE())
 {
-    return {name, value, Format::Text, line, path};
+    return {name, value, Format::text, line, path};
 }
 
 // Zero-terminated UTF-16, written as UTF-8; null prints as "(null)".
@@ -153,15 +152,15 @@ inline Argument<const wchar_t*> text(const char* name, const wchar_t* value,
                                      int line = __builtin_LINE(),
                                      const char* path = __builtin_FILE())
 {
-    return {name, value, Format::WideText, line, path};
+    return {name, value, Format::wideText, line, path};
 }
 
-// The length of a PIN, never its bytes.
+// The length of a PIN. Never log its bytes.
 template <typename T>
 Argument<T> byteCount(const char* name, T value, int line = __builtin_LINE(),
                       const char* path = __builtin_FILE())
 {
-    return {name, value, Format::ByteCount, line, path};
+    return {name, value, Format::byteCount, line, path};
 }
 
 // In hexadecimal without "0x".
@@ -169,10 +168,10 @@ template <typename T>
 Argument<T> bareFlagBits(const char* name, T value, int line = __builtin_LINE(),
                          const char* path = __builtin_FILE())
 {
-    return {name, value, Format::BareFlags, line, path};
+    return {name, value, Format::bareFlags, line, path};
 }
 
-// With blanks around the equals sign, as some functions have always written their arguments.
+// Compat: some functions write blanks around the equals sign.
 template <typename T>
 Argument<T> spaced(Argument<T> argument)
 {
@@ -184,7 +183,7 @@ Argument<T> spaced(Argument<T> argument)
 void logArgument(LogLevel level, const Site& operation, int index,
                  const Argument<uintptr_t>& argument);
 
-// Writes a line for each argument, numbered from `first`, at the level that the template names.
+// Writes a line for each argument, numbered from `first`, at the level of the template argument.
 template <LogLevel level = LogLevel::TRC, typename... Values>
 void logArguments(const Site& operation, int first, const Argument<Values>&... arguments)
 {
@@ -201,8 +200,8 @@ void logArguments(const Site& operation, int first, const Argument<Values>&... a
      ...);
 }
 
-// The monotonic high-resolution clock, read at construction. Only the log shows such times: where no
-// output takes records, the clock is left alone and the time is 0.
+// The monotonic high-resolution clock, read at construction. Only the log shows these times:
+// without an output the clock is not read and the time is 0.
 class Stopwatch {
 public:
     double milliseconds() const
@@ -220,34 +219,34 @@ private:
         loggerHasOutput() ? std::optional(Clock::now()) : std::nullopt;
 };
 
-// One run of a function. The constructor writes ENTER; exactly one of the end functions is called on
-// each way out. An exception that unwinds the function writes nothing, so there is no destructor: a
-// function that was left by one shows ENTER without LEAVE.
+// One run of a function. The constructor writes ENTER. Call exactly one of the end functions on
+// each way out. There is no destructor, because an exception that leaves the function must write
+// nothing: the log then shows ENTER without LEAVE.
 class Trace {
 public:
     explicit Trace(const Site& site);
 
-    // Writes a line for each argument: trace.arguments(pointer("phKey", phKey), ...). Indexes go on
-    // from one call to the next; one that is not written counts all the same.
+    // Writes a line for each argument: trace.arguments(pointer("phKey", phKey), ...). Indexes
+    // continue from one call to the next. A line that is not written also counts.
     template <LogLevel level = LogLevel::TRC, typename... Values>
     void arguments(const Argument<Values>&... arguments)
     {
         logArguments<level>(site_, argument_, arguments...);
         argument_ += static_cast<int>(sizeof...(Values));
     }
-    // Leaves one index out.
+    // Skips one index.
     void skipArgument() { ++argument_; }
 
-    // Begins the measured time, usually right after the lock was taken.
+    // Starts the measured time, usually after the lock is taken.
     void startClock() { clock_ = Stopwatch(); }
 
     // "LEAVE".
     void leave(int line = __builtin_LINE(), const char* path = __builtin_FILE()) const;
 
-    // "LEAVE(1)": with the result of a step that answers yes or no. Gives it back.
+    // "LEAVE(1)", with the result of a step. Returns it.
     bool leave(bool result, int line = __builtin_LINE(), const char* path = __builtin_FILE()) const;
 
-    // "LEAVE"; gives the value back.
+    // "LEAVE". Returns the value.
     template <typename Value>
     Value leaving(Value value, int line = __builtin_LINE(),
                   const char* path = __builtin_FILE()) const
@@ -256,11 +255,11 @@ public:
         return value;
     }
 
-    // "STATUS=0x80090027, ELAPSED:0.012(ms)" and "LEAVE"; gives the status, a SECURITY_STATUS, back.
+    // "STATUS=0x80090027, ELAPSED:0.012(ms)" and "LEAVE". Returns the status, a SECURITY_STATUS.
     int32_t end(int32_t status, int line = __builtin_LINE(),
                 const char* path = __builtin_FILE()) const;
 
-    // "RESULT=1, ELAPSED:0.012(ms)" and "LEAVE"; gives the result back.
+    // "RESULT=1, ELAPSED:0.012(ms)" and "LEAVE". Returns the result.
     bool endWithResult(bool result, int line = __builtin_LINE(),
                        const char* path = __builtin_FILE()) const;
 

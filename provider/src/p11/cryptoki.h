@@ -1,8 +1,8 @@
-// PKCS#11 (Cryptoki) 2.40 as Windows libraries lay it out: CK_ULONG is 32 bits wide and every
-// structure is packed to one byte. Declares only what the standard defines; no code of our own.
+// PKCS#11 (Cryptoki) 2.40 in the layout of Windows libraries: CK_ULONG is 32 bits wide and every
+// structure is packed to one byte. Contains only declarations of the standard.
 //
 // CK_ULONG is uint32_t and not unsigned long, so that a build for another system, where a long is
-// wider, still describes the Windows binary interface.
+// wider, also declares the Windows binary interface.
 
 #pragma once
 
@@ -12,7 +12,7 @@
 
 // Functions of a library, and callbacks given to it, use the Windows calling convention.
 #if defined(__MINGW32__)
-// The Windows headers make CreateMutex a macro, and here it names a member: they come first.
+// Include the Windows headers first: they define CreateMutex as a macro, which is a member below.
 #include <windows.h>
 #undef CreateMutex
 #define NV_CK_CALL
@@ -371,7 +371,7 @@ using CK_FUNCTION_LIST_PTR_PTR = CK_FUNCTION_LIST_PTR*;
     X(C_CancelFunction, (CK_SESSION_HANDLE hSession))                                              \
     X(C_WaitForSlotEvent, (CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, CK_VOID_PTR pReserved))
 
-// The list of a library's functions: the version, and right behind it, unaligned, the pointers.
+// A library's function list: the version, followed without padding by the pointers.
 struct CK_FUNCTION_LIST {
     CK_VERSION version;
 #define NV_ENTRY(name, parameters) CK_RV(NV_CK_CALL* name) parameters;

@@ -1,11 +1,11 @@
 // The named constants of PKCS#11 (OASIS 2.40 errata 01 and the 3.0 drafts), each written once.
 //
-// cryptoki.h makes a constant of every row and p11text makes the row's name, so that a value and
-// the text that the log shows for it cannot drift apart. Rows ascend by value; p11text asserts it.
+// cryptoki.h defines a constant for every row, and p11text uses the row's name for the log. Rows
+// ascend by value; p11text asserts that.
 
 #pragma once
 
-// One row a line, without a column of continuation marks.
+// clang-format would align the continuation marks.
 // clang-format off
 
 // Return values, CK_RV.
@@ -103,8 +103,8 @@
     X(CKR_PUBLIC_KEY_INVALID, 0x000001B9) \
     X(CKR_FUNCTION_REJECTED, 0x00000200)
 
-// Mechanisms, CK_MECHANISM_TYPE. Families that the standard dropped long ago are left out, and so
-// are the version 3 additions after the SHA-3 signature mechanisms.
+// Mechanisms, CK_MECHANISM_TYPE. Without the families that the standard has removed, and without
+// the version 3 additions after the SHA-3 signature mechanisms.
 #define NV_CKM_VALUES(X) \
     X(CKM_RSA_PKCS_KEY_PAIR_GEN, 0x00000000) \
     X(CKM_RSA_PKCS, 0x00000001) \

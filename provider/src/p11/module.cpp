@@ -1,4 +1,4 @@
-// Loading a PKCS#11 library and finding out what it holds.
+// Loading of a PKCS#11 library, and the discovery of its slots, tokens and mechanisms.
 
 #include "p11/module.h"
 
@@ -16,24 +16,6 @@ namespace NV {
 
 namespace {
 
-std::wstring utf8ToWide(const std::string& text)
-{
-    const int size = static_cast<int>(text.size());
-    const int length = MultiByteToWideChar(CP_UTF8, 0, text.data(), size, nullptr, 0);
-    std::wstring wide(static_cast<size_t>(length), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), size, wide.data(), length);
-    return wide;
-}
-
-std::wstring widenEachCharacter(const std::string& text)
-{
-    std::wstring wide;
-    wide.reserve(text.size());
-    for (const char c : text)
-        wide.push_back(static_cast<unsigned char>(c));
-    return wide;
-}
-
 bool fileExists(const std::wstring& path)
 {
     if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
@@ -50,11 +32,11 @@ bool fileExists(const std::wstring& path)
 template <typename Function>
 Function exportOf(HMODULE library, const char* name)
 {
-    // A detour through void*, because every export comes as a FARPROC.
+    // Through void*, because GetProcAddress returns a FARPROC for every export.
     return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(library, name)));
 }
 
-// A repaired list has null entries where the library lacks an export.
+// A repaired list has a null entry for each export that the library does not have.
 template <typename Function>
 Function present(Function entry)
 {
@@ -114,7 +96,7 @@ bool P11Module::checkPath(const Site& load) const
         NV_UNDER(ERR, load, "FAILURE: the name module is empty");
         return false;
     }
-    const std::wstring path = utf8ToWide(path_);
+    const std::wstring path = fromUtf8(path_);
     NV_UNDER(DBG, load, "Path (u8) = %s", toUtf8(path).c_str());
     if (!fileExists(path)) {
         NV_UNDER(ERR, load, "FAILURE: %s file does not exist", path_.c_str());
@@ -132,9 +114,9 @@ bool P11Module::loadLibrary(const Site& load)
                  static_cast<const void*>(library_.get()));
         return false;
     }
-    // Unlike the check above, this takes each byte for a character: a path outside ASCII that
-    // exists does not load. Meant so; the log then shows both lines.
-    const std::wstring path = widenEachCharacter(path_);
+    // Compat: unlike checkPath, this makes each byte a character. A path outside ASCII that exists
+    // does not load, and the log shows both lines.
+    const std::wstring path = widenBytes(path_);
     library_.reset(LoadLibraryExW(path.c_str(), nullptr, 0));
     if (library_ == nullptr)
         library_.reset(LoadLibraryW(path.c_str()));
@@ -200,8 +182,8 @@ void P11Module::verifyFunctionList(const Site& load)
         repairFunctionList(load);
 }
 
-// Writes into the library's own list. An export that is missing leaves a null entry: each call
-// through the list tests for that, the repair does not.
+// Writes into the library's own list. A missing export becomes a null entry, which each call
+// through the list tests for.
 void P11Module::repairFunctionList(const Site& load)
 {
     NV_UNDER(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
@@ -235,8 +217,7 @@ bool P11Module::initializeLibrary(const Site& init)
 {
     CK_RV rv = CKR_GENERAL_ERROR;
     try {
-        // Clears whatever initialisation an earlier user of the library left; the answer is of no
-        // interest.
+        // Ends an initialization by an earlier user of the library. The result does not matter.
         NV_UNDER(TRC, init, "Call C_Finalize():START");
         rv = present(functionList_->C_Finalize)(nullptr);
         NV_UNDER(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
@@ -245,7 +226,7 @@ bool P11Module::initializeLibrary(const Site& init)
         rv = present(functionList_->C_Initialize)(nullptr);
         NV_UNDER(TRC, init, "Call C_Initialize():END RV=%s", returnValueText(rv));
     } catch (...) {
-        // Spelt like this on purpose, here and in finalizeLibrary.
+        // Compat: misspelled here and in finalizeLibrary; people search logs for it.
         NV_UNDER(ERR, init, "Caught Enxception");
         return false;
     }
@@ -284,7 +265,7 @@ bool P11Module::readSlots(const Site& init)
     if (counted) {
         ids.resize(count);
         rv = getSlotList(CK_TRUE, ids.data(), &count);
-        // A count that grew between the calls does not make the buffer larger.
+        // The count may have grown between the calls; the buffer has not.
         ids.resize(std::min<size_t>(ids.size(), count));
     }
     NV_UNDER(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
@@ -298,8 +279,8 @@ bool P11Module::readSlots(const Site& init)
         for (size_t i = 0; i < ids.size(); ++i)
             NV_UNDER(DBG, init, "Slot[%d] = %lu", static_cast<int>(i), asLong(ids[i]));
     }
-    // One buffer for all slots: a slot whose information cannot be read shows what the slot before
-    // it left there.
+    // Compat: one buffer for all slots. A slot whose information cannot be read shows that of the
+    // slot before it.
     CK_SLOT_INFO slotInfo{};
     for (const CK_SLOT_ID id : ids)
         slots_.push_back(readSlot(init, id, slotInfo));
@@ -387,6 +368,15 @@ bool P11Module::finalizeLibrary(const Site& init)
     return true;
 }
 
+P11Slot* P11Module::firstActiveSlot() const
+{
+    const auto active = std::ranges::find_if(slots_, [](const auto& slot) {
+        return (slot->slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+               (slot->tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+    });
+    return active != slots_.end() ? active->get() : nullptr;
+}
+
 bool P11Module::lock()
 {
     const Trace trace(NV_HERE);
@@ -429,21 +419,25 @@ bool P11Module::clean()
         library_.reset();
         NV_TRC("Module [%s] has been unloaded", path_.c_str());
     }
-    // Neither the function list nor the init arguments are cleared: clean runs once, at the end.
-    if (ownsInitArgs_ && initArgs_ != nullptr) {
-        NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(initArgs_));
-        const std::unique_ptr<CK_C_INITIALIZE_ARGS> owned(initArgs_);
+    // The pointers to the function list and the init arguments are not cleared, because clean runs
+    // once, at the end.
+    if (ownedInitArgs_ != nullptr) {
+        NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(ownedInitArgs_.get()));
+        ownedInitArgs_.reset();
     }
     return trace.leave(true);
 }
 
-std::unique_ptr<CK_C_INITIALIZE_ARGS> P11Module::replaceInitArgs(CK_C_INITIALIZE_ARGS* initArgs,
-                                                                 bool owned)
+P11Module::InitArgs P11Module::replaceInitArgs(InitArgs owned)
 {
-    std::unique_ptr<CK_C_INITIALIZE_ARGS> previous(ownsInitArgs_ ? initArgs_ : nullptr);
-    initArgs_ = initArgs;
-    ownsInitArgs_ = owned;
-    return previous;
+    initArgs_ = owned.get();
+    return std::exchange(ownedInitArgs_, std::move(owned));
+}
+
+P11Module::InitArgs P11Module::replaceInitArgs(CK_C_INITIALIZE_ARGS& foreign)
+{
+    initArgs_ = &foreign;
+    return std::exchange(ownedInitArgs_, nullptr);
 }
 
 }  // namespace NV

@@ -8,15 +8,15 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <type_traits>
 #include <vector>
 
+#include "base/loaded_library.h"
 #include "logger/trace.h"
 #include "p11/cryptoki.h"
 
 namespace NV {
 
-// A mechanism of a slot, as C_GetMechanismInfo described it.
+// A mechanism of a slot, as C_GetMechanismInfo describes it.
 class P11Mechanism {
 public:
     P11Mechanism(std::string name, CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info);
@@ -39,8 +39,8 @@ private:
     CK_FLAGS flags_;
 };
 
-// A slot with the token in it. Identifier and information stay zero when the token information
-// could not be read.
+// A slot with the token in it. The identifier and the information are zero when the token
+// information could not be read.
 class P11Slot {
 public:
     using Mechanisms = std::map<CK_MECHANISM_TYPE, P11Mechanism>;
@@ -60,7 +60,7 @@ public:
     void setId(CK_SLOT_ID id) { id_ = id; }
     void setSlotInfo(const CK_SLOT_INFO& info) { slotInfo_ = info; }
     void setTokenInfo(const CK_TOKEN_INFO& info) { tokenInfo_ = info; }
-    // The first mechanism of a type stays.
+    // Ignores a second mechanism of a type.
     void addMechanism(CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info);
     void setChosen(bool chosen) { chosen_ = chosen; }
 
@@ -72,8 +72,8 @@ private:
     bool chosen_ = false;
 };
 
-// Owns the loaded library. load, init and the destructor run once each and take no lock of their
-// own: the caller must keep every other use of the library in the process away meanwhile.
+// Owns the loaded library. load, init and the destructor run once each and take no lock: nothing
+// else in the process may use the library at that time.
 class P11Module {
 public:
     // The path is UTF-8.
@@ -82,49 +82,49 @@ public:
     P11Module(const P11Module&) = delete;
     P11Module& operator=(const P11Module&) = delete;
 
-    // Loads the library, fetches its function list and repairs the list when it does not agree
-    // with the library's exports. True when the list is usable. A second call is refused with
-    // false. Throws std::filesystem::filesystem_error when the file system cannot say whether the
-    // file exists.
+    // Loads the library, gets its function list, and repairs the list when it does not match the
+    // library's exports. True when the list is usable. A second call returns false. Throws
+    // std::filesystem::filesystem_error when the file system cannot tell whether the file exists.
     virtual bool load();
 
-    // The discovery pass: library information, slots with a token, their mechanisms. Leaves the
-    // library finalised. A second call lists the slots again behind the first ones.
+    // The discovery: library information, slots with a token, their mechanisms. The library is
+    // finalized afterwards. A second call appends the slots again.
     virtual bool init();
 
-    // Finalises and unloads the library and frees owned init arguments; for the destructor.
+    // Finalizes and unloads the library and frees owned init arguments. For the destructor.
     virtual bool clean();
 
-    // A lock made of the init arguments' own callbacks; without init arguments nothing is locked.
-    // Always true.
+    // A lock that uses the callbacks of the init arguments. Without init arguments nothing is
+    // locked. Always true.
     virtual bool lock();
     virtual bool unlock();
 
     // Null until load succeeded. It belongs to the library.
     CK_FUNCTION_LIST* functionList() const { return functionList_; }
-    // "UNINITIALIZED", "LOADED" or "INITIALIZED"; only for people to read.
+    // "UNINITIALIZED", "LOADED" or "INITIALIZED". Informational: nothing depends on it.
     const std::string& state() const { return state_; }
     const std::string& path() const { return path_; }
     CK_VERSION cryptokiVersion() const { return version_; }
     const CK_INFO& libraryInfo() const { return libraryInfo_; }
     const std::vector<std::unique_ptr<P11Slot>>& slots() const { return slots_; }
+    // The slot that the provider serves: the first one with an initialized token in it. Null when
+    // there is none. The module owns it.
+    P11Slot* firstActiveSlot() const;
 
     CK_C_INITIALIZE_ARGS* initArgs() const { return initArgs_; }
-    bool ownsInitArgs() const { return ownsInitArgs_; }
-    // Replaces the init arguments; owned ones come from new and are freed by the module. Gives back
-    // the replaced ones if they were owned, to be kept until the library has taken the new ones.
-    std::unique_ptr<CK_C_INITIALIZE_ARGS> replaceInitArgs(CK_C_INITIALIZE_ARGS* initArgs,
-                                                          bool owned);
+    bool ownsInitArgs() const { return ownedInitArgs_ != nullptr; }
+
+    using InitArgs = std::unique_ptr<CK_C_INITIALIZE_ARGS>;
+    // Replaces the init arguments, by ones that the module owns or by ones of the caller, which must
+    // outlive the module. Returns the replaced ones if the module owned them, otherwise null. Keep
+    // them until the library has taken the new ones.
+    InitArgs replaceInitArgs(InitArgs owned);
+    InitArgs replaceInitArgs(CK_C_INITIALIZE_ARGS& foreign);
 
     void setRepairFunctionList(bool repair) { repairFunctionList_ = repair; }
 
 private:
-    struct LibraryUnloader {
-        void operator()(HMODULE library) const { FreeLibrary(library); }
-    };
-    using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryUnloader>;
-
-    // The steps of load and of init. They log under the name of the whole.
+    // The steps of load and of init. They log under the name of the operation.
     bool checkPath(const Site& load) const;
     bool loadLibrary(const Site& load);
     bool fetchFunctionList(const Site& load);
@@ -140,12 +140,12 @@ private:
 
     std::string state_ = "UNINITIALIZED";
     std::string path_;
-    Library library_;
+    LoadedLibrary library_;
     CK_VERSION version_{};
     CK_INFO libraryInfo_{};
     CK_FUNCTION_LIST* functionList_ = nullptr;
-    CK_C_INITIALIZE_ARGS* initArgs_ = nullptr;
-    bool ownsInitArgs_ = false;
+    CK_C_INITIALIZE_ARGS* initArgs_ = nullptr;  // ownedInitArgs_, or the caller's
+    InitArgs ownedInitArgs_;
     std::vector<std::unique_ptr<P11Slot>> slots_;
     bool repairFunctionList_ = true;
     CK_VOID_PTR mutexHandle_ = nullptr;

@@ -1,6 +1,5 @@
-// The call layer's shared pieces, its life, and the wrappers of the general, slot, token and
-// session functions. A wrapper states its name, its arguments with the way they print, how its
-// outcome is told, and what it adds.
+// Loading, and the wrappers of the general, slot, token and session functions. A wrapper states its
+// name, its arguments with their formats, how its outcome is logged, and any lines of its own.
 
 #include "p11/p11.h"
 
@@ -17,16 +16,9 @@ using namespace call_layer;
 
 namespace call_layer {
 
-bool hasFunctionList(const Site& site, const CK_FUNCTION_LIST* list)
-{
-    if (list == nullptr)
-        NV_UNDER(ERR, site, "Function List is not initialized");
-    return list != nullptr;
-}
-
 void logOutcome(const Site& site, const char* name, Outcome outcome, CK_RV rv, double milliseconds)
 {
-    if (outcome == Outcome::End)
+    if (outcome == Outcome::end)
         NV_UNDER(TRC, site, "CALL %s(): END [%.3f msec]", name, milliseconds);
     else
         NV_UNDER(TRC, site, "CALL %s(): Result = %s, Elapsed [%.3f msec]", name,
@@ -37,7 +29,7 @@ void logOutcome(const Site& site, const char* name, Outcome outcome, CK_RV rv, d
 
 namespace {
 
-// The locking that the library is offered when the caller brings none.
+// The mutex callbacks that the library gets when the caller passes none.
 CK_RV NV_CK_CALL createMutex(CK_VOID_PTR_PTR handle)
 {
     *handle = new std::mutex;
@@ -77,64 +69,60 @@ bool Pkcs11::loadModule(std::string path)
     return trace.leaving(module_->load() && module_->init());
 }
 
-CK_C_INITIALIZE_ARGS* Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs,
-                                              std::unique_ptr<CK_C_INITIALIZE_ARGS>& replaced)
+P11Module::InitArgs Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs)
 {
-    auto* args = static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs);
-    const bool generated = args == nullptr;
-    if (generated) {
+    P11Module::InitArgs replaced;
+    if (pInitArgs == nullptr) {
         NV_UNDER(INF, site, "InitArgs will be generated because it is null");
-        args = std::make_unique<CK_C_INITIALIZE_ARGS>(
-                   CK_C_INITIALIZE_ARGS{createMutex, destroyMutex, lockMutex, unlockMutex,
-                                        CKF_LIBRARY_CANT_CREATE_OS_THREADS | CKF_OS_LOCKING_OK,
-                                        nullptr})
-                   .release();
+        replaced = module_->replaceInitArgs(std::make_unique<CK_C_INITIALIZE_ARGS>(
+            CK_C_INITIALIZE_ARGS{createMutex, destroyMutex, lockMutex, unlockMutex,
+                                 CKF_LIBRARY_CANT_CREATE_OS_THREADS | CKF_OS_LOCKING_OK, nullptr}));
+    } else {
+        replaced = module_->replaceInitArgs(*static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs));
     }
-    replaced = module_->replaceInitArgs(args, generated);
+    const CK_C_INITIALIZE_ARGS& args = *module_->initArgs();
     const auto code = [](auto function) { return reinterpret_cast<const void*>(function); };
-    NV_UNDER(INF, site, "ARGS.CreateMutex=%p", code(args->CreateMutex));
-    NV_UNDER(INF, site, "ARGS.DestroyMutex=%p", code(args->DestroyMutex));
-    NV_UNDER(INF, site, "ARGS.LockMutex=%p", code(args->LockMutex));
-    NV_UNDER(INF, site, "ARGS.UnlockMutex=%p", code(args->UnlockMutex));
-    NV_UNDER(INF, site, "ARGS.pReserved=%p", args->pReserved);
-    NV_UNDER(INF, site, "ARGS.flags=0x%02x", args->flags);
-    return args;
+    NV_UNDER(INF, site, "ARGS.CreateMutex=%p", code(args.CreateMutex));
+    NV_UNDER(INF, site, "ARGS.DestroyMutex=%p", code(args.DestroyMutex));
+    NV_UNDER(INF, site, "ARGS.LockMutex=%p", code(args.LockMutex));
+    NV_UNDER(INF, site, "ARGS.UnlockMutex=%p", code(args.UnlockMutex));
+    NV_UNDER(INF, site, "ARGS.pReserved=%p", args.pReserved);
+    NV_UNDER(INF, site, "ARGS.flags=0x%02x", args.flags);
+    return replaced;
 }
 
 CK_RV Pkcs11::C_Initialize(CK_VOID_PTR pInitArgs)
 {
     constexpr Site here = NV_HERE;
-    const Trace trace(here);
-    const std::lock_guard guard(lock_);
-    logArguments<LogLevel::DBG>(here, 0, pointer("pInitArgs", pInitArgs));
-    CK_RV rv = CKR_GENERAL_ERROR;
-    if (hasFunctionList(here, functionList())) {
-        // Kept until the library has taken the new ones: it may still look at the old ones.
-        std::unique_ptr<CK_C_INITIALIZE_ARGS> replaced;
-        CK_C_INITIALIZE_ARGS* args = prepareInitArgs(here, pInitArgs, replaced);
-        const auto remember = [this](CK_RV result) { initialized_ |= result == CKR_OK; };
-        rv = guarded(here, "C_Initialize", Outcome::Result, functionList()->C_Initialize, remember,
-                     static_cast<CK_VOID_PTR>(args));
-    }
-    NV_INF("RETURN CODE:%s", returnValueText(rv));
-    trace.leave();
-    return rv;
+    const auto initialize = [&](const CK_FUNCTION_LIST& list) {
+        // The library may use the old arguments until it has taken the new ones.
+        const P11Module::InitArgs replaced = prepareInitArgs(here, pInitArgs);
+        const auto remember = [this](CK_RV rv) { initialized_ |= rv == CKR_OK; };
+        return guarded(here, "C_Initialize", Outcome::result, list.C_Initialize, remember,
+                       static_cast<CK_VOID_PTR>(module_->initArgs()));
+    };
+    const auto work = [&] {
+        const CK_RV rv = withFunctionList(here, initialize);
+        NV_UNDER(INF, here, "RETURN CODE:%s", returnValueText(rv));
+        return rv;
+    };
+    return traced(here, work, pointer("pInitArgs", pInitArgs));
 }
 
 CK_RV Pkcs11::C_Finalize(CK_VOID_PTR pReserved)
 {
-    return NV_PLAIN_CALL(C_Finalize, Result, pointer("pReserved", pReserved));
+    return NV_PLAIN_CALL(C_Finalize, result, pointer("pReserved", pReserved));
 }
 
 CK_RV Pkcs11::C_GetInfo(CK_INFO_PTR pInfo)
 {
-    return call(NV_CALL(C_GetInfo, End), nothingBefore, logInfo(NV_HERE, "CK_INFO", pInfo),
+    return call(NV_CALL(C_GetInfo, end), nothingBefore, logInfo(NV_HERE, "CK_INFO = ", pInfo),
                 pointer("pInfo", pInfo));
 }
 
 CK_RV Pkcs11::C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR ppFunctionList)
 {
-    return NV_PLAIN_CALL(C_GetFunctionList, End, pointer("ppFunctionList", ppFunctionList));
+    return NV_PLAIN_CALL(C_GetFunctionList, end, pointer("ppFunctionList", ppFunctionList));
 }
 
 CK_RV Pkcs11::C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR pSlotList, CK_ULONG_PTR pulCount)
@@ -144,55 +132,56 @@ CK_RV Pkcs11::C_GetSlotList(CK_BBOOL tokenPresent, CK_SLOT_ID_PTR pSlotList, CK_
         if (rv == CKR_OK && pulCount != nullptr)
             NV_UNDER(TRC, here, "Slot Count: %d", static_cast<int>(*pulCount));
     };
-    return call(NV_CALL(C_GetSlotList, End), nothingBefore, logCount,
+    return call(NV_CALL(C_GetSlotList, end), nothingBefore, logCount,
                 number("tokenPresent", tokenPresent), pointer("pSlotList", pSlotList),
                 pointer("pulCount", pulCount));
 }
 
 CK_RV Pkcs11::C_GetSlotInfo(CK_SLOT_ID slotID, CK_SLOT_INFO_PTR pInfo)
 {
-    return call(NV_CALL(C_GetSlotInfo, End), nothingBefore, logInfo(NV_HERE, "CK_SLOT_INFO", pInfo),
-                number("slotID", slotID), pointer("pInfo", pInfo));
+    return call(NV_CALL(C_GetSlotInfo, end), nothingBefore,
+                logInfo(NV_HERE, "CK_SLOT_INFO = ", pInfo), number("slotID", slotID),
+                pointer("pInfo", pInfo));
 }
 
 CK_RV Pkcs11::C_GetTokenInfo(CK_SLOT_ID slotID, CK_TOKEN_INFO_PTR pInfo)
 {
-    return call(NV_CALL(C_GetTokenInfo, End), nothingBefore,
-                logInfo(NV_HERE, "CK_TOKEN_INFO", pInfo), number("slotID", slotID),
+    return call(NV_CALL(C_GetTokenInfo, end), nothingBefore,
+                logInfo(NV_HERE, "CK_TOKEN_INFO = ", pInfo), number("slotID", slotID),
                 pointer("pInfo", pInfo));
 }
 
 CK_RV Pkcs11::C_GetMechanismList(CK_SLOT_ID slotID, CK_MECHANISM_TYPE_PTR pMechanismList,
                                  CK_ULONG_PTR pulCount)
 {
-    return NV_PLAIN_CALL(C_GetMechanismList, End, number("slotID", slotID),
+    return NV_PLAIN_CALL(C_GetMechanismList, end, number("slotID", slotID),
                          pointer("pMechanismList", pMechanismList), pointer("pulCount", pulCount));
 }
 
 CK_RV Pkcs11::C_GetMechanismInfo(CK_SLOT_ID slotID, CK_MECHANISM_TYPE type,
                                  CK_MECHANISM_INFO_PTR pInfo)
 {
-    return NV_PLAIN_CALL(C_GetMechanismInfo, End, number("slotID", slotID), number("type", type),
+    return NV_PLAIN_CALL(C_GetMechanismInfo, end, number("slotID", slotID), number("type", type),
                          pointer("pInfo", pInfo));
 }
 
 CK_RV Pkcs11::C_InitToken(CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen,
                           CK_UTF8CHAR_PTR pLabel)
 {
-    return NV_PLAIN_CALL(C_InitToken, End, number("slotID", slotID), pointer("pPin", pPin),
+    return NV_PLAIN_CALL(C_InitToken, end, number("slotID", slotID), pointer("pPin", pPin),
                          number("ulPinLen", ulPinLen), pointer("pLabel", pLabel));
 }
 
 CK_RV Pkcs11::C_InitPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen)
 {
-    return NV_PLAIN_CALL(C_InitPIN, End, pointer("hSession", hSession), pointer("pPin", pPin),
+    return NV_PLAIN_CALL(C_InitPIN, end, pointer("hSession", hSession), pointer("pPin", pPin),
                          number("ulPinLen", ulPinLen));
 }
 
 CK_RV Pkcs11::C_SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulOldLen,
                        CK_UTF8CHAR_PTR pNewPin, CK_ULONG ulNewLen)
 {
-    return NV_PLAIN_CALL(C_SetPIN, End, pointer("hSession", hSession), pointer("pOldPin", pOldPin),
+    return NV_PLAIN_CALL(C_SetPIN, end, pointer("hSession", hSession), pointer("pOldPin", pOldPin),
                          number("ulOldLen", ulOldLen), pointer("pNewPin", pNewPin),
                          number("ulNewLen", ulNewLen));
 }
@@ -207,32 +196,32 @@ CK_RV Pkcs11::C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pAppl
         if ((flags & CKF_RW_SESSION) != 0)
             NV_UNDER(DBG, here, "CKF_RW_SESSION is enabled");
     };
-    return call(NV_CALL(C_OpenSession, Result), logFlags, nothingAfter, number("slotID", slotID),
+    return call(NV_CALL(C_OpenSession, result), logFlags, nothingAfter, number("slotID", slotID),
                 flagBits("flags", flags), pointer("pApplication", pApplication),
                 pointer("Notify", Notify), pointer("phSession", phSession));
 }
 
 CK_RV Pkcs11::C_CloseSession(CK_SESSION_HANDLE hSession)
 {
-    return NV_PLAIN_CALL(C_CloseSession, Result, pointer("hSession", hSession));
+    return NV_PLAIN_CALL(C_CloseSession, result, pointer("hSession", hSession));
 }
 
 CK_RV Pkcs11::C_CloseAllSessions(CK_SLOT_ID slotID)
 {
-    return NV_PLAIN_CALL(C_CloseAllSessions, End, number("slotID", slotID));
+    return NV_PLAIN_CALL(C_CloseAllSessions, end, number("slotID", slotID));
 }
 
 CK_RV Pkcs11::C_GetSessionInfo(CK_SESSION_HANDLE hSession, CK_SESSION_INFO_PTR pInfo)
 {
-    return call(NV_CALL(C_GetSessionInfo, End), nothingBefore,
-                logInfo(NV_HERE, "CK_SESSION_INFO", pInfo), pointer("hSession", hSession),
+    return call(NV_CALL(C_GetSessionInfo, end), nothingBefore,
+                logInfo(NV_HERE, "CK_SESSION_INFO = ", pInfo), pointer("hSession", hSession),
                 pointer("pInfo", pInfo));
 }
 
 CK_RV Pkcs11::C_GetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState,
                                   CK_ULONG_PTR pulOperationStateLen)
 {
-    return NV_PLAIN_CALL(C_GetOperationState, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_GetOperationState, end, pointer("hSession", hSession),
                          pointer("pOperationState", pOperationState),
                          pointer("pulOperationStateLen", pulOperationStateLen));
 }
@@ -241,7 +230,7 @@ CK_RV Pkcs11::C_SetOperationState(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOpera
                                   CK_ULONG ulOperationStateLen, CK_OBJECT_HANDLE hEncryptionKey,
                                   CK_OBJECT_HANDLE hAuthenticationKey)
 {
-    return NV_PLAIN_CALL(C_SetOperationState, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_SetOperationState, end, pointer("hSession", hSession),
                          pointer("pOperationState", pOperationState),
                          number("ulOperationStateLen", ulOperationStateLen),
                          pointer("hEncryptionKey", hEncryptionKey),
@@ -252,25 +241,19 @@ CK_RV Pkcs11::C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8
                       CK_ULONG ulPinLen)
 {
     constexpr Site here = NV_HERE;
-    const Trace trace(here);
-    const std::lock_guard guard(lock_);
-    logArguments<LogLevel::DBG>(here, 0, pointer("hSession", hSession),
-                                number("userType", userType), pointer("pPin", pPin),
-                                number("ulPinLen", ulPinLen));
-    CK_RV rv = CKR_GENERAL_ERROR;
-    if (!hasFunctionList(here, functionList())) {
-        // Said there already.
-    } else if (pPin != nullptr) {
-        rv = guarded(here, "C_Login", Outcome::End, functionList()->C_Login, nothingAfter, hSession,
-                     userType, pPin, ulPinLen);
-    } else if (ulPinLen != 0) {
-        // The text says the opposite of what is wrong. Kept: logs are searched by it.
-        NV_ERR("Invalid Argument ulPinLen is zero");
-    } else {
-        rv = loginWithoutPin(here, hSession, userType);
-    }
-    trace.leave();
-    return rv;
+    const auto login = [&](const CK_FUNCTION_LIST& list) {
+        if (pPin != nullptr)
+            return guarded(here, "C_Login", Outcome::end, list.C_Login, nothingAfter, hSession,
+                           userType, pPin, ulPinLen);
+        if (ulPinLen == 0)
+            return loginWithoutPin(here, hSession, userType);
+        // Compat: the text says the opposite of what is wrong; people search logs for it.
+        NV_UNDER(ERR, here, "Invalid Argument ulPinLen is zero");
+        return CKR_GENERAL_ERROR;
+    };
+    return traced(
+        here, [&] { return withFunctionList(here, login); }, pointer("hSession", hSession),
+        number("userType", userType), pointer("pPin", pPin), number("ulPinLen", ulPinLen));
 }
 
 CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType)
@@ -289,7 +272,7 @@ CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_U
 
 CK_RV Pkcs11::C_Logout(CK_SESSION_HANDLE hSession)
 {
-    return NV_PLAIN_CALL(C_Logout, End, pointer("hSession", hSession));
+    return NV_PLAIN_CALL(C_Logout, end, pointer("hSession", hSession));
 }
 
 }  // namespace NV
@@ -305,7 +288,7 @@ CK_RV NVEnterPIN(const NV::P11Module& module, CK_SESSION_HANDLE hSession, CK_USE
     if (pin.empty()) {
         NV_ERR("Entered PIN is empty");
     } else {
-        // In clear text on purpose: this path serves set-ups that are being debugged.
+        // Compat: the PIN is in clear text. This path is for installations that are being debugged.
         NV_DBG("Entered Pin=%s[%dbytes]", pin.c_str(), static_cast<int>(pin.size()));
         NV_TRC("CALL C_Login(): START");
         const NV::Stopwatch clock;

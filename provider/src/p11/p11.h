@@ -1,4 +1,4 @@
-// The traced call layer: the one door to the PKCS#11 library after its discovery.
+// The traced call layer: every call of the PKCS#11 library after its discovery goes through it.
 
 #pragma once
 
@@ -14,13 +14,13 @@
 namespace NV {
 
 // Owns the library's module and has one member for each of the 68 functions, with the standard's
-// name, arguments and result. Each member logs its arguments, holds the object's lock for its whole
-// run, times the library call alone and logs the outcome. The lock is not recursive: no member
+// name, arguments and result. Each member logs its arguments, holds the object's lock until it
+// returns, times the library call alone, and logs the outcome. The lock is not recursive: no member
 // calls another.
 //
-// Results are the library's own, except: no function list yet gives CKR_GENERAL_ERROR, an exception
-// out of the library or a null entry in its list CKR_FUNCTION_FAILED. A refused lock throws
-// std::system_error.
+// Results are the library's own, with two exceptions. Without a function list the result is
+// CKR_GENERAL_ERROR. An exception out of the library and a null entry in its list give
+// CKR_FUNCTION_FAILED. Throws std::system_error when the platform refuses the lock.
 class Pkcs11 {
 public:
     Pkcs11() = default;
@@ -28,13 +28,13 @@ public:
     Pkcs11(const Pkcs11&) = delete;
     Pkcs11& operator=(const Pkcs11&) = delete;
 
-    // Loads the library at the UTF-8 path and runs the discovery, which leaves it finalised. False
-    // when either fails, and for every call after the first: the first module stays.
+    // Loads the library at the UTF-8 path and runs the discovery, which finalizes the library at its
+    // end. Returns false when either fails, and for every call after the first, which changes nothing.
     virtual bool loadModule(std::string path);
 
     // C_Initialize with null makes init arguments with our mutex callbacks, which the module owns.
-    // C_Login with a null PIN of length 0 asks NVEnterPIN.
-    // The macro makes clang-format take what follows for something else.
+    // C_Login with a null PIN of length 0 calls NVEnterPIN.
+    // clang-format misreads the lines after the macro.
     // clang-format off
 #define NV_WRAPPER(name, parameters) virtual CK_RV name parameters;
     NV_CK_FUNCTIONS(NV_WRAPPER)
@@ -42,12 +42,12 @@ public:
 
     // Null before loadModule.
     const P11Module* module() const { return module_.get(); }
-    // Whether C_Initialize ever returned CKR_OK.
+    // Whether any C_Initialize returned CKR_OK.
     bool initialized() const { return initialized_; }
     // clang-format on
 
-    // A call of the library past the trace, whatever comes of it: for clean-up where the log may be
-    // what failed. `entryOf` takes the function out of the list.
+    // Calls the library without trace lines and ignores the result: for clean-up after the log itself
+    // may have failed. `entryOf` takes the function out of the list.
     template <typename EntryOf, typename... Values>
     void callUntraced(EntryOf entryOf, Values... values) noexcept
     {
@@ -59,7 +59,7 @@ public:
             if (const auto entry = entryOf(*list); entry != nullptr)
                 entry(values...);
         } catch (...) {
-            // The exception that led here is the one to be heard.
+            // The caller is already handling the exception that matters.
         }
     }
 
@@ -69,39 +69,47 @@ private:
         return module_ != nullptr ? module_->functionList() : nullptr;
     }
 
-    // The course of every wrapper but C_Initialize and C_Login; see p11_call.h.
+    // The parts of a wrapper; see p11_call.h. `traced` is what all wrappers have in common: ENTER, the
+    // lock, the argument lines, the result of `work`, LEAVE.
+    template <typename Work, typename... Arguments>
+    CK_RV traced(const Site& site, const Work& work, const Arguments&... arguments);
+    // Calls `work` with the function list. Without one it logs an error.
+    template <typename Work>
+    CK_RV withFunctionList(const Site& site, const Work& work) const;
+    // A whole wrapper that passes its arguments on: all but C_Initialize and C_Login.
     template <typename Call, typename Before, typename After, typename... Arguments>
     CK_RV call(const Call& which, const Before& before, const After& after,
                const Arguments&... arguments);
 
     CK_RV loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType);
 
-    CK_C_INITIALIZE_ARGS* prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs,
-                                          std::unique_ptr<CK_C_INITIALIZE_ARGS>& replaced);
+    // Makes the module's init arguments the given ones, or new ones for null. Returns the replaced
+    // ones; see P11Module::replaceInitArgs.
+    P11Module::InitArgs prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs);
 
     std::unique_ptr<P11Module> module_;
     Mutex lock_{LockRank::callLayer};
     bool initialized_ = false;
 };
 
-// C_GetAttributeValue for one attribute, its length or its value. A token that answers CKR_OK, but
-// with the length that stands for no information, has told nothing: CKR_ATTRIBUTE_SENSITIVE.
+// C_GetAttributeValue for one attribute, its length or its value. CKR_OK with the length that means
+// "unavailable information" becomes CKR_ATTRIBUTE_SENSITIVE.
 CK_RV askForAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                       CK_ATTRIBUTE& wanted);
 
-// An attribute of a template whose value is one of our own; the library only reads it.
+// A row of a template. The library only reads the value, which must outlive the call.
 inline CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t length)
 {
     return {type, const_cast<void*>(value), static_cast<CK_ULONG>(length)};
 }
 
-// Where NVEnterPIN takes a PIN from: the entry "pin". No prompt is attached to it, so it is empty.
+// Where NVEnterPIN takes a PIN from: the entry "pin". No prompt fills it, so the PIN is empty.
 using PinSource = std::map<std::string, std::string>;
 
 }  // namespace NV
 
-// Logs in with the PIN of the source through the module's function list: the library's result, or
-// CKR_GENERAL_ERROR when the PIN is empty. The caller holds the lock of its Pkcs11 object, and the
-// module must hold a function list.
+// Logs in with the PIN of the source through the module's function list. Returns the library's
+// result, or CKR_GENERAL_ERROR when the PIN is empty. The caller holds the lock of its Pkcs11 object,
+// and the module has a function list.
 CK_RV NVEnterPIN(const NV::P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
                  NV::PinSource source = {});

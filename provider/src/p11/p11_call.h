@@ -1,4 +1,4 @@
-// What the wrappers of the call layer share: how the outcome of a call is told, and the course of a
+// What the wrappers of the call layer share: how the outcome of a call is logged, and the steps of a
 // call. Only the p11*.cpp files include it.
 
 #pragma once
@@ -14,16 +14,13 @@
 
 namespace NV::call_layer {
 
-// Logs an error when there is no list.
-bool hasFunctionList(const Site& site, const CK_FUNCTION_LIST* list);
-
-// How the outcome of a call is told: "Result = NAME, Elapsed [...]" or "END [...]".
-enum class Outcome { Result, End };
+// How the outcome of a call is logged: "Result = NAME, Elapsed [...]" or "END [...]".
+enum class Outcome { result, end };
 
 void logOutcome(const Site& site, const char* name, Outcome outcome, CK_RV rv, double milliseconds);
 
-// The library call between its START and outcome lines, and what follows it. An exception, that
-// for a null entry among them, becomes CKR_FUNCTION_FAILED.
+// Makes the library call between its START and outcome lines, and then calls `after`. Any exception,
+// including the one for a null entry, becomes CKR_FUNCTION_FAILED.
 template <typename Entry, typename After, typename... Values>
 CK_RV guarded(const Site& site, const char* name, Outcome outcome, Entry entry, const After& after,
               Values... values)
@@ -46,13 +43,14 @@ CK_RV guarded(const Site& site, const char* name, Outcome outcome, Entry entry, 
 inline constexpr auto nothingBefore = [] {};
 inline constexpr auto nothingAfter = [](CK_RV) {};
 
-// Logs an information structure that a successful call has filled.
+// Logs an information structure that a successful call has filled. The heading is "CK_INFO = " or
+// similar.
 template <typename Info>
-auto logInfo(const Site& site, const char* name, const Info* pInfo)
+auto logInfo(const Site& site, const char* heading, const Info* pInfo)
 {
     return [=](CK_RV rv) {
         if (rv == CKR_OK && pInfo != nullptr)
-            NV_UNDER(TRC, site, "%s = %s", name, toText(*pInfo).c_str());
+            NV_UNDER(TRC, site, "%s%s", heading, toText(*pInfo).c_str());
     };
 }
 
@@ -60,27 +58,40 @@ auto logInfo(const Site& site, const char* name, const Info* pInfo)
 
 namespace NV {
 
+template <typename Work, typename... Arguments>
+CK_RV Pkcs11::traced(const Site& site, const Work& work, const Arguments&... arguments)
+{
+    const Trace trace(site);
+    const std::lock_guard guard(lock_);
+    logArguments<LogLevel::DBG>(site, 0, arguments...);
+    return trace.leaving(work());
+}
+
+template <typename Work>
+CK_RV Pkcs11::withFunctionList(const Site& site, const Work& work) const
+{
+    if (const CK_FUNCTION_LIST* list = functionList())
+        return work(*list);
+    NV_UNDER(ERR, site, "Function List is not initialized");
+    return CKR_GENERAL_ERROR;
+}
+
 template <typename Call, typename Before, typename After, typename... Arguments>
 CK_RV Pkcs11::call(const Call& which, const Before& before, const After& after,
                    const Arguments&... arguments)
 {
-    using namespace call_layer;
-    const Trace trace(which.site);
-    const std::lock_guard guard(lock_);
-    logArguments<LogLevel::DBG>(which.site, 0, arguments...);
-    CK_RV rv = CKR_GENERAL_ERROR;
-    if (const CK_FUNCTION_LIST* list = functionList(); hasFunctionList(which.site, list)) {
+    const auto callEntry = [&](const CK_FUNCTION_LIST& list) {
         before();
-        rv = guarded(which.site, which.name, which.outcome, which.entryOf(*list), after,
-                     arguments.value...);
-    }
-    trace.leave();
-    return rv;
+        return call_layer::guarded(which.site, which.name, which.outcome, which.entryOf(list),
+                                   after, arguments.value...);
+    };
+    return traced(
+        which.site, [&] { return withFunctionList(which.site, callEntry); }, arguments...);
 }
 
 namespace call_layer {
 
-// Which function a wrapper calls, and how it tells the outcome.
+// Which function a wrapper calls, and how it logs the outcome.
 template <typename EntryOf>
 struct Call {
     Site site;
@@ -94,8 +105,8 @@ Call(Site, const char*, Outcome, EntryOf) -> Call<EntryOf>;
 
 }  // namespace call_layer
 
-// A wrapper's place, name, outcome style and entry in the function list. The entry is read by a
-// function, because a pointer to a member of a packed structure loses the packing.
+// A wrapper's place, name, outcome style and entry in the function list. A function reads the
+// entry, because a pointer to a member of a packed structure ignores the packing.
 #define NV_CALL(function, outcome)                                                                 \
     call_layer::Call                                                                               \
     {                                                                                              \
@@ -103,7 +114,7 @@ Call(Site, const char*, Outcome, EntryOf) -> Call<EntryOf>;
             [](const CK_FUNCTION_LIST& list) { return list.function; }                             \
     }
 
-// A wrapper that adds nothing of its own.
+// A wrapper without lines of its own.
 #define NV_PLAIN_CALL(function, outcome, ...)                                                      \
     call(NV_CALL(function, outcome), call_layer::nothingBefore, call_layer::nothingAfter,          \
          __VA_ARGS__)

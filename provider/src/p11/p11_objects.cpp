@@ -13,7 +13,7 @@ using namespace call_layer;
 CK_RV Pkcs11::C_CreateObject(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTemplate,
                              CK_ULONG ulCount, CK_OBJECT_HANDLE_PTR phObject)
 {
-    return NV_PLAIN_CALL(C_CreateObject, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_CreateObject, end, pointer("hSession", hSession),
                          pointer("pTemplate", pTemplate), number("ulCount", ulCount),
                          pointer("phObject", phObject));
 }
@@ -22,28 +22,28 @@ CK_RV Pkcs11::C_CopyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                            CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount,
                            CK_OBJECT_HANDLE_PTR phNewObject)
 {
-    return NV_PLAIN_CALL(C_CopyObject, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_CopyObject, end, pointer("hSession", hSession),
                          pointer("hObject", hObject), pointer("pTemplate", pTemplate),
                          number("ulCount", ulCount), pointer("phNewObject", phNewObject));
 }
 
 CK_RV Pkcs11::C_DestroyObject(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject)
 {
-    return NV_PLAIN_CALL(C_DestroyObject, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_DestroyObject, end, pointer("hSession", hSession),
                          pointer("hObject", hObject));
 }
 
 CK_RV Pkcs11::C_GetObjectSize(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                               CK_ULONG_PTR pulSize)
 {
-    return NV_PLAIN_CALL(C_GetObjectSize, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_GetObjectSize, end, pointer("hSession", hSession),
                          pointer("hObject", hObject), pointer("pulSize", pulSize));
 }
 
 CK_RV Pkcs11::C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                                   CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
 {
-    return NV_PLAIN_CALL(C_GetAttributeValue, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_GetAttributeValue, end, pointer("hSession", hSession),
                          pointer("hObject", hObject), pointer("pTemplate", pTemplate),
                          number("ulCount", ulCount));
 }
@@ -51,7 +51,7 @@ CK_RV Pkcs11::C_GetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE h
 CK_RV Pkcs11::C_SetAttributeValue(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject,
                                   CK_ATTRIBUTE_PTR pTemplate, CK_ULONG ulCount)
 {
-    return NV_PLAIN_CALL(C_SetAttributeValue, End, pointer("hSession", hSession),
+    return NV_PLAIN_CALL(C_SetAttributeValue, end, pointer("hSession", hSession),
                          pointer("hObject", hObject), pointer("pTemplate", pTemplate),
                          number("ulCount", ulCount));
 }
@@ -64,7 +64,7 @@ CK_RV Pkcs11::C_FindObjectsInit(CK_SESSION_HANDLE hSession, CK_ATTRIBUTE_PTR pTe
         for (CK_ULONG i = 0; pTemplate != nullptr && i < ulCount; ++i)
             NV_UNDER(TRC, here, "ATTR[%d]=%s", static_cast<int>(i), toText(pTemplate[i]).c_str());
     };
-    return call(NV_CALL(C_FindObjectsInit, Result), logTemplate, nothingAfter,
+    return call(NV_CALL(C_FindObjectsInit, result), logTemplate, nothingAfter,
                 pointer("hSession", hSession), pointer("pTemplate", pTemplate),
                 number("ulCount", ulCount));
 }
@@ -77,12 +77,12 @@ CK_RV Pkcs11::C_FindObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE_PTR phO
         if (rv != CKR_OK || pulObjectCount == nullptr)
             return;
         NV_UNDER(TRC, here, "OBJECT COUNT = %d", static_cast<int>(*pulObjectCount));
-        // Never past the caller's buffer, whatever count the library reports.
+        // Do not read past the caller's buffer if the library reports a larger count.
         const CK_ULONG count = std::min(*pulObjectCount, ulMaxObjectCount);
         for (CK_ULONG i = 0; phObject != nullptr && i < count; ++i)
             NV_UNDER(TRC, here, "OBJECT[%d]=%p", static_cast<int>(i), asPointer(phObject[i]));
     };
-    return call(NV_CALL(C_FindObjects, Result), nothingBefore, logObjects,
+    return call(NV_CALL(C_FindObjects, result), nothingBefore, logObjects,
                 pointer("hSession", hSession), pointer("phObject", phObject),
                 number("ulMaxObjectCount", ulMaxObjectCount),
                 pointer("pulObjectCount", pulObjectCount));
@@ -90,7 +90,7 @@ CK_RV Pkcs11::C_FindObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE_PTR phO
 
 CK_RV Pkcs11::C_FindObjectsFinal(CK_SESSION_HANDLE hSession)
 {
-    return NV_PLAIN_CALL(C_FindObjectsFinal, Result, pointer("hSession", hSession));
+    return NV_PLAIN_CALL(C_FindObjectsFinal, result, pointer("hSession", hSession));
 }
 
 CK_RV askForAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,

@@ -1,4 +1,4 @@
-// The root of the objects that stand for something on the token: keys and certificates.
+// The base class of the objects that represent something on the token: keys and certificates.
 
 #pragma once
 

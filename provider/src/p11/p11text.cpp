@@ -1,4 +1,4 @@
-// The tables behind the names, and the renderings of the structures.
+// The tables of names, and the texts of the structures.
 
 #include "p11/p11text.h"
 
@@ -27,7 +27,8 @@ constexpr Name attributes[] = {NV_CKA_VALUES(NV_NAME)};
 constexpr Name mechanisms[] = {NV_CKM_VALUES(NV_NAME)};
 #undef NV_NAME
 
-// Two mechanisms that the log has always spelt in a way of its own. Kept: logs are searched by it.
+// Compat: two mechanisms that the log spells differently from the standard; people search logs for
+// them.
 constexpr Name mechanismSpellings[] = {
     {CKM_KIP_DERIVE, "CKM_KIP_DERIVE\t"},
     {CKM_DSA_PROBABILISTIC_PARAMETER_GEN, "CKM_DSA_PROBABLISTIC_PARAMETER_GEN"},
@@ -60,8 +61,8 @@ constexpr Name objectClasses[] = {
 constexpr Name slotFlags[] = {NV_FLAG(CKF_TOKEN_PRESENT), NV_FLAG(CKF_REMOVABLE_DEVICE),
                               NV_FLAG(CKF_HW_SLOT)};
 
-// The lock and change-me flags of the user PIN and the low-count flags of the SO PIN have no name
-// here; they show in the hexadecimal number only.
+// Compat: CKF_USER_PIN_LOCKED, CKF_USER_PIN_TO_BE_CHANGED, CKF_SO_PIN_COUNT_LOW and
+// CKF_SO_PIN_FINAL_TRY have no name here; they appear only in the hexadecimal number.
 constexpr Name tokenFlags[] = {
     NV_FLAG(CKF_RNG),
     NV_FLAG(CKF_WRITE_PROTECTED),
@@ -104,7 +105,8 @@ using Buffer = std::array<char, bufferSize>;
 
 constexpr const char* unknown = "UNKNOWN";
 
-// The name of every set bit that has one, in ascending order, joined by commas.
+// The names of the set bits in ascending order, separated by commas. Bits without a name are left
+// out.
 std::string flagNames(std::span<const Name> names, CK_FLAGS flags)
 {
     std::string text;
@@ -118,7 +120,7 @@ std::string flagNames(std::span<const Name> names, CK_FLAGS flags)
     return text;
 }
 
-// A blank-padded field without the blanks at both ends. It has no terminator.
+// A blank-padded field, which has no terminator, without the blanks at both ends.
 template <size_t N>
 std::string trimmed(const CK_UTF8CHAR (&field)[N])
 {
@@ -132,7 +134,7 @@ std::string trimmed(const CK_UTF8CHAR (&field)[N])
 // Collects "name=value," fields between braces.
 class Rendering {
 public:
-    Rendering& field(const char* format, ...) NV_PRINTF(2, 3)
+    Rendering& append(const char* format, ...) NV_PRINTF(2, 3)
     {
         char piece[bufferSize];
         va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
@@ -143,7 +145,7 @@ public:
         return *this;
     }
 
-    // Prints like "%s": a zero byte, with which some tokens pad, ends the value.
+    // A zero byte ends the value, as with "%s": some tokens pad with zeros.
     Rendering& field(const char* name, const std::string& value)
     {
         text_.append(name).append("=").append(value, 0, value.find('\0')).append(",");
@@ -152,17 +154,17 @@ public:
 
     Rendering& flags(CK_FLAGS flags, std::span<const Name> names)
     {
-        field("flags=0x%x[", flags);
+        append("flags=0x%x[", flags);
         text_ += flagNames(names, flags) + "],";
         return *this;
     }
 
     Rendering& version(const char* name, const CK_VERSION& version)
     {
-        return field("%s=%d.%d,", name, version.major, version.minor);
+        return append("%s=%d.%d,", name, version.major, version.minor);
     }
 
-    // Ends the text. The last field carries no comma.
+    // Ends the text. Removes the comma of the last field.
     std::string finish()
     {
         if (text_.back() == ',')
@@ -220,10 +222,10 @@ std::string toText(const CK_ATTRIBUTE& attribute)
     text.field("type", attributeText(attribute.type));
     const std::string objectClass = objectClassText(attribute.pValue, attribute.ulValueLen);
     if (objectClass.empty())
-        text.field("pValue=%p,", attribute.pValue);
+        text.append("pValue=%p,", attribute.pValue);
     else
         text.field("pValue", objectClass);
-    return text.field("ulValueLen=%d", static_cast<int>(attribute.ulValueLen)).finish();
+    return text.append("ulValueLen=%d", static_cast<int>(attribute.ulValueLen)).finish();
 }
 
 std::string toText(const CK_INFO& info)
@@ -231,7 +233,7 @@ std::string toText(const CK_INFO& info)
     return Rendering()
         .version("cryptokiVersion", info.cryptokiVersion)
         .field("manufacturerID", trimmed(info.manufacturerID))
-        .field("flags=0x%x[must be zero],", info.flags)
+        .append("flags=0x%x[must be zero],", info.flags)
         .field("libraryDescription", trimmed(info.libraryDescription))
         .version("libraryVersion", info.libraryVersion)
         .finish();
@@ -257,16 +259,16 @@ std::string toText(const CK_TOKEN_INFO& info)
         .field("model", trimmed(info.model))
         .field("serialNumber", trimmed(info.serialNumber))
         .flags(info.flags, tokenFlags)
-        .field("ulMaxSessionCount=%d,", number(info.ulMaxSessionCount))
-        .field("ulSessionCount=%d,", number(info.ulSessionCount))
-        .field("ulMaxRwSessionCount=%d,", number(info.ulMaxRwSessionCount))
-        .field("ulRwSessionCount=%d,", number(info.ulRwSessionCount))
-        .field("ulMaxPinLen=%d,", number(info.ulMaxPinLen))
-        .field("ulMinPinLen=%d,", number(info.ulMinPinLen))
-        .field("ulTotalPublicMemory=%d,", number(info.ulTotalPublicMemory))
-        .field("ulFreePublicMemory=%d,", number(info.ulFreePublicMemory))
-        .field("ulTotalPrivateMemory=%d,", number(info.ulTotalPrivateMemory))
-        .field("ulFreePrivateMemory=%d,", number(info.ulFreePrivateMemory))
+        .append("ulMaxSessionCount=%d,", number(info.ulMaxSessionCount))
+        .append("ulSessionCount=%d,", number(info.ulSessionCount))
+        .append("ulMaxRwSessionCount=%d,", number(info.ulMaxRwSessionCount))
+        .append("ulRwSessionCount=%d,", number(info.ulRwSessionCount))
+        .append("ulMaxPinLen=%d,", number(info.ulMaxPinLen))
+        .append("ulMinPinLen=%d,", number(info.ulMinPinLen))
+        .append("ulTotalPublicMemory=%d,", number(info.ulTotalPublicMemory))
+        .append("ulFreePublicMemory=%d,", number(info.ulFreePublicMemory))
+        .append("ulTotalPrivateMemory=%d,", number(info.ulTotalPrivateMemory))
+        .append("ulFreePrivateMemory=%d,", number(info.ulFreePrivateMemory))
         .version("hardwareVersion", info.hardwareVersion)
         .version("firmwareVersion", info.firmwareVersion)
         .field("utcTime", std::string(std::begin(info.utcTime), std::end(info.utcTime)))
@@ -276,9 +278,9 @@ std::string toText(const CK_TOKEN_INFO& info)
 std::string toText(const CK_SESSION_INFO& info)
 {
     Rendering text;
-    text.field("slotID=%ld,", static_cast<long>(static_cast<int32_t>(info.slotID)));
-    text.field("state=%d,", static_cast<int>(info.state)).flags(info.flags, sessionFlags);
-    return text.field("ulDeviceError=0x%lx", static_cast<unsigned long>(info.ulDeviceError))
+    text.append("slotID=%ld,", static_cast<long>(static_cast<int32_t>(info.slotID)));
+    text.append("state=%d,", static_cast<int>(info.state)).flags(info.flags, sessionFlags);
+    return text.append("ulDeviceError=0x%lx", static_cast<unsigned long>(info.ulDeviceError))
         .finish();
 }
 
@@ -287,7 +289,7 @@ std::string toText(const CK_FUNCTION_LIST& list)
     Rendering text;
     text.version("version", list.version);
 #define NV_ENTRY(name, parameters)                                                                 \
-    text.field(#name "=%p,", reinterpret_cast<const void*>(list.name));
+    text.append(#name "=%p,", reinterpret_cast<const void*>(list.name));
     NV_CK_FUNCTIONS(NV_ENTRY)
 #undef NV_ENTRY
     return text.finish();

@@ -3,8 +3,6 @@
 
 #include <malloc.h>
 
-#include <cstdlib>
-
 #include "key_fixture.h"
 
 namespace NV::test {
@@ -13,14 +11,13 @@ namespace {
 
 class MechanismTest : public KeyTest {
 protected:
-    // Frees the parameter block, as its owner does.
     CK_MECHANISM_TYPE ofSignature(void* padding, DWORD flags)
     {
-        return released(rsa->mechanismSignature(padding, flags));
+        return checkedType(rsa->mechanismSignature(padding, flags));
     }
     CK_MECHANISM_TYPE ofEncryption(void* padding, DWORD flags)
     {
-        return released(rsa->mechanismEncryption(padding, flags));
+        return checkedType(rsa->mechanismEncryption(padding, flags));
     }
 
     BCRYPT_PKCS1_PADDING_INFO pkcs1{L"SHA256"};
@@ -29,15 +26,15 @@ protected:
     BCRYPT_OAEP_PADDING_INFO oaep{L"SHA512", label, sizeof label};
 
 private:
-    static CK_MECHANISM_TYPE released(const CK_MECHANISM& mechanism)
+    static CK_MECHANISM_TYPE checkedType(OwnedMechanism owned)
     {
+        const CK_MECHANISM& mechanism = *owned.get();
         EXPECT_EQ(mechanism.pParameter == nullptr, mechanism.ulParameterLen == 0);
         // The block has room for what was written into it.
         if (mechanism.pParameter != nullptr) {
             EXPECT_EQ(mechanism.ulParameterLen, _msize(mechanism.pParameter));
         }
-        std::free(mechanism.pParameter);
-        return mechanism.mechanism;
+        return owned.type();
     }
 };
 
@@ -155,8 +152,8 @@ TRC NV::P11RSAKeyObject::mechanismEncryption:LEAVE
 TEST_F(MechanismTest, ecAlwaysAnswersEcdsa)
 {
     for (const DWORD flags : {0x0U, 0x1U, 0x2U, 0x4U, 0x8U, 0xFFU}) {
-        const CK_MECHANISM signature = ec->mechanismSignature(&pss, flags);
-        const CK_MECHANISM encryption = ec->mechanismEncryption(&oaep, flags);
+        const CK_MECHANISM signature = *ec->mechanismSignature(&pss, flags).get();
+        const CK_MECHANISM encryption = *ec->mechanismEncryption(&oaep, flags).get();
         EXPECT_EQ(0x1041U, signature.mechanism);
         EXPECT_EQ(0x1041U, encryption.mechanism);
         EXPECT_EQ(nullptr, signature.pParameter);

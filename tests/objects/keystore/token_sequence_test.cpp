@@ -3,6 +3,7 @@
 #include <cstring>
 #include <stdexcept>
 
+#include "keystore/keystore_mechanism.h"
 #include "keystore/keystore_token.h"
 #include "token_layer_fixture.h"
 
@@ -435,7 +436,7 @@ TEST(TokenSequencePartsTest, AttributesPointAtTheirValues)
 TEST(TokenSequencePartsTest, MechanismParametersAreCopied)
 {
     CK_RSA_PKCS_PSS_PARAMS parameters{CKM_SHA256, CKG_MGF1_SHA256, 32};
-    OwnedMechanism mechanism(withParameters(CKM_RSA_PKCS_PSS, parameters));
+    OwnedMechanism mechanism(CKM_RSA_PKCS_PSS, parameters);
     const CK_RSA_PKCS_PSS_PARAMS before = parameters;
     parameters.sLen = 99;
     ASSERT_NE(nullptr, mechanism.get()->pParameter);
@@ -443,9 +444,19 @@ TEST(TokenSequencePartsTest, MechanismParametersAreCopied)
     EXPECT_EQ(12U, mechanism.get()->ulParameterLen);
     EXPECT_EQ(0, std::memcmp(&before, mechanism.get()->pParameter, sizeof before));
     EXPECT_EQ(CKM_RSA_PKCS_PSS, mechanism.type());
-    mechanism.replace({CKM_RSA_PKCS, nullptr, 0});
-    EXPECT_EQ(CKM_RSA_PKCS, mechanism.release().mechanism);
-    EXPECT_EQ(0U, mechanism.type());
+}
+
+TEST(TokenSequencePartsTest, MovingAMechanismKeepsItsParametersInPlace)
+{
+    OwnedMechanism first(CKM_RSA_PKCS_PSS, CK_RSA_PKCS_PSS_PARAMS{CKM_SHA256, CKG_MGF1_SHA256, 32});
+    const void* parameters = first.get()->pParameter;
+    OwnedMechanism second = std::move(first);
+    EXPECT_EQ(parameters, second.get()->pParameter);
+    EXPECT_EQ(CKM_RSA_PKCS_PSS, second.type());
+    second = OwnedMechanism(CKM_RSA_PKCS);
+    EXPECT_EQ(CKM_RSA_PKCS, second.type());
+    EXPECT_EQ(nullptr, second.get()->pParameter);
+    EXPECT_EQ(0U, second.get()->ulParameterLen);
 }
 
 }  // namespace

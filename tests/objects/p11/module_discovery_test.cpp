@@ -228,6 +228,26 @@ TEST_F(P11ModuleDiscoveryTest, ListsSlotsInTheLibrarysOrder)
                                             "DBG NV::P11Module::init:Slot[2] = 33\n"));
 }
 
+TEST_F(P11ModuleDiscoveryTest, TheFirstActiveSlotHasAnInitializedToken)
+{
+    EXPECT_EQ(nullptr, module.firstActiveSlot());
+    token.clearSlots();
+    token.addSlot(91, kSlotFlags, kTokenFlags & ~CKF_TOKEN_INITIALIZED);
+    token.addSlot(8);
+    token.addSlot(33);
+    EXPECT_TRUE(discoverSilently());
+    EXPECT_EQ(&slot(1), module.firstActiveSlot());
+}
+
+// A slot whose information could not be read has no flags, whatever its token says.
+TEST_F(P11ModuleDiscoveryTest, ASlotWithoutInformationIsNotActive)
+{
+    token.fail("C_GetSlotInfo", CKR_DEVICE_ERROR);
+    EXPECT_TRUE(discoverSilently());
+    ASSERT_NE(0U, slot(0).tokenInfo().flags & CKF_TOKEN_INITIALIZED);
+    EXPECT_EQ(nullptr, module.firstActiveSlot());
+}
+
 TEST_F(P11ModuleDiscoveryTest, NeedsALoadedLibrary)
 {
     P11Module empty("");

@@ -382,8 +382,9 @@ TEST_F(P11ModuleEndTest, FinalisesUnloadsAndFreesOwnedInitArguments)
     {
         P11Module module(ScriptedToken::path());
         ASSERT_TRUE(module.load());
-        EXPECT_EQ(nullptr, module.replaceInitArgs(args.get(), true));
-        EXPECT_EQ(args.release(), module.initArgs());
+        const CK_C_INITIALIZE_ARGS* address = args.get();
+        EXPECT_EQ(nullptr, module.replaceInitArgs(std::move(args)));
+        EXPECT_EQ(address, module.initArgs());
         EXPECT_TRUE(module.ownsInitArgs());
         token.clearCalls();
         log();
@@ -410,7 +411,7 @@ TEST_F(P11ModuleEndTest, LeavesInitArgumentsOfTheCaller)
     const WatchedBlock watched(args.get());
     {
         P11Module module("never loaded");
-        module.replaceInitArgs(args.get(), false);
+        module.replaceInitArgs(*args);
         log();
     }
     expectLines(R"(
@@ -430,11 +431,11 @@ TEST_F(P11ModuleEndTest, ReplacingGivesOwnedInitArgumentsBack)
     CK_C_INITIALIZE_ARGS second{};
     CK_C_INITIALIZE_ARGS third{};
     const CK_C_INITIALIZE_ARGS* firstAddress = first.get();
-    EXPECT_EQ(nullptr, module.replaceInitArgs(first.release(), true));
-    EXPECT_EQ(firstAddress, module.replaceInitArgs(&second, false).get());
+    EXPECT_EQ(nullptr, module.replaceInitArgs(std::move(first)));
+    EXPECT_EQ(firstAddress, module.replaceInitArgs(second).get());
     EXPECT_EQ(&second, module.initArgs());
     EXPECT_FALSE(module.ownsInitArgs());
-    EXPECT_EQ(nullptr, module.replaceInitArgs(&third, false));
+    EXPECT_EQ(nullptr, module.replaceInitArgs(third));
 }
 
 TEST_F(P11ModuleEndTest, UnloadsTheLibrary)
@@ -542,7 +543,7 @@ TEST_F(P11ModuleLockTest, MakesItsMutexOnce)
 {
     {
         P11Module module("");
-        module.replaceInitArgs(&args, false);
+        module.replaceInitArgs(args);
         log();
         EXPECT_TRUE(module.lock());
         EXPECT_TRUE(module.unlock());
@@ -568,7 +569,7 @@ TEST_F(P11ModuleLockTest, LocksNothingWhenNoMutexIsMade)
 {
     createResult = CKR_HOST_MEMORY;
     P11Module module("");
-    module.replaceInitArgs(&args, false);
+    module.replaceInitArgs(args);
     log();
     EXPECT_TRUE(module.lock());
     EXPECT_TRUE(module.unlock());
@@ -590,7 +591,7 @@ TRC NV::P11Module::unlock:LEAVE(1)
 TEST_F(P11ModuleLockTest, UnlocksNothingBeforeTheFirstLock)
 {
     P11Module module("");
-    module.replaceInitArgs(&args, false);
+    module.replaceInitArgs(args);
     EXPECT_TRUE(module.unlock());
     EXPECT_EQ(Strings{}, lockCalls);
 }
@@ -599,7 +600,7 @@ TEST_F(P11ModuleLockTest, InitArgumentsWithoutCallbacksLockNothing)
 {
     args = {};
     P11Module module("");
-    module.replaceInitArgs(&args, false);
+    module.replaceInitArgs(args);
     EXPECT_TRUE(module.lock());
     EXPECT_TRUE(module.unlock());
 }
