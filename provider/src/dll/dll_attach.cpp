@@ -18,7 +18,8 @@
 
 #include "base/scope_exit.h"
 #include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_keys.h"
+#include "config/config_path.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
 
@@ -71,17 +72,11 @@ void restoreSignalHandlers()
     }
 }
 
-std::string userProfile()
-{
-    const char* profile = std::getenv("USERPROFILE");
-    return profile != nullptr ? profile : "";
-}
-
 void applyConfiguration(HINSTANCE instance)
 {
-    const std::string profile = userProfile();
+    const std::string profile = NV::userProfile();
     NV::Config& config = NV::Config::instance();
-    config.load(profile + "\\.norvanta-keywarden\\nvksprovider.conf");
+    config.load(NV::configurationFile(profile));
     config.setModuleInstance(instance);
     NV::applyLogSettings(config, profile, NV::loggerSettings());
 }
