@@ -7,6 +7,8 @@
 #include <new>
 #include <utility>
 
+#include "base/never_destroyed.h"
+
 namespace NV {
 
 void AgreedSecretFreer::operator()(AgreedSecret* secret) const
@@ -31,8 +33,7 @@ OwnedSecret makeSecret(uint32_t length)
 
 SecretList& SecretList::instance()
 {
-    // Never destroyed: other modules' exit code may still call in.
-    static SecretList* const list = new SecretList;
+    static NeverDestroyed<SecretList> list;
     return *list;
 }
 

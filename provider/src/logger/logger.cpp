@@ -11,6 +11,7 @@
 #include <string_view>
 
 #include "base/mutex.h"
+#include "base/never_destroyed.h"
 #include "base/secret.h"
 #include "logger/logger_file.h"
 #include "logger/logger_record.h"
@@ -89,8 +90,7 @@ struct ArgumentListEnd {
 
 LoggerSettings& loggerSettings()
 {
-    // Never destroyed: other modules' exit code may still call in.
-    static LoggerSettings* const settings = new LoggerSettings;
+    static NeverDestroyed<LoggerSettings> settings;
     return *settings;
 }
 

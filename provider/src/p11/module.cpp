@@ -387,6 +387,15 @@ bool P11Module::finalizeLibrary(const Site& init)
     return true;
 }
 
+P11Slot* P11Module::firstActiveSlot() const
+{
+    const auto active = std::ranges::find_if(slots_, [](const auto& slot) {
+        return (slot->slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+               (slot->tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+    });
+    return active != slots_.end() ? active->get() : nullptr;
+}
+
 bool P11Module::lock()
 {
     const Trace trace(NV_HERE);

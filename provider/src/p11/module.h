@@ -8,9 +8,9 @@
 #include <map>
 #include <memory>
 #include <string>
-#include <type_traits>
 #include <vector>
 
+#include "base/loaded_library.h"
 #include "logger/trace.h"
 #include "p11/cryptoki.h"
 
@@ -108,6 +108,9 @@ public:
     CK_VERSION cryptokiVersion() const { return version_; }
     const CK_INFO& libraryInfo() const { return libraryInfo_; }
     const std::vector<std::unique_ptr<P11Slot>>& slots() const { return slots_; }
+    // The slot that the provider serves: the first one with an initialized token in it. Null when
+    // there is none. The module owns it.
+    P11Slot* firstActiveSlot() const;
 
     CK_C_INITIALIZE_ARGS* initArgs() const { return initArgs_; }
     bool ownsInitArgs() const { return ownsInitArgs_; }
@@ -119,11 +122,6 @@ public:
     void setRepairFunctionList(bool repair) { repairFunctionList_ = repair; }
 
 private:
-    struct LibraryUnloader {
-        void operator()(HMODULE library) const { FreeLibrary(library); }
-    };
-    using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryUnloader>;
-
     // The steps of load and of init. They log under the name of the whole.
     bool checkPath(const Site& load) const;
     bool loadLibrary(const Site& load);
@@ -140,7 +138,7 @@ private:
 
     std::string state_ = "UNINITIALIZED";
     std::string path_;
-    Library library_;
+    LoadedLibrary library_;
     CK_VERSION version_{};
     CK_INFO libraryInfo_{};
     CK_FUNCTION_LIST* functionList_ = nullptr;

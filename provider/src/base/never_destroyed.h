@@ -1,0 +1,37 @@
+// The owner of the process-wide objects that outlive static destruction.
+
+#pragma once
+
+#include <cstddef>
+#include <new>
+#include <utility>
+
+namespace NV {
+
+// An object that is made with its owner and never destroyed: the exit code of other modules may call
+// into this one after its static objects are gone. Use it for a static variable of a function:
+//
+//     static NeverDestroyed<Config> config;
+//     return *config;
+//
+// A class whose constructor is private declares NeverDestroyed of itself a friend.
+template <typename T>
+class NeverDestroyed {
+public:
+    template <typename... Arguments>
+    explicit NeverDestroyed(Arguments&&... arguments)
+        : object_(new (storage_) T(std::forward<Arguments>(arguments)...))
+    {
+    }
+    NeverDestroyed(const NeverDestroyed&) = delete;
+    NeverDestroyed& operator=(const NeverDestroyed&) = delete;
+
+    T& operator*() { return *object_; }
+    T* operator->() { return object_; }
+
+private:
+    alignas(T) std::byte storage_[sizeof(T)];
+    T* object_;
+};
+
+}  // namespace NV
