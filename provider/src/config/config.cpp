@@ -23,8 +23,7 @@ void readSettings(std::istream& text, Settings& settings)
 
 Config& Config::instance()
 {
-    // Never destroyed: other modules' exit code may still call in.
-    static Config* const config = new Config;
+    static NeverDestroyed<Config> config;
     return *config;
 }
 

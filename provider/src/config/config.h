@@ -6,6 +6,8 @@
 #include <map>
 #include <string>
 
+#include "base/never_destroyed.h"
+
 // The target of an HINSTANCE, declared as the Windows headers do.
 struct HINSTANCE__;
 
@@ -41,6 +43,7 @@ public:
     void setModuleInstance(HINSTANCE__* instance) { moduleInstance_ = instance; }
 
 private:
+    friend NeverDestroyed<Config>;
     Config() = default;
 
     HINSTANCE__* moduleInstance_ = nullptr;

@@ -37,12 +37,6 @@ bool contains(const std::vector<const wchar_t*>& names, std::wstring_view name)
            }) != names.end();
 }
 
-bool isActive(const P11Slot& slot)
-{
-    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
-           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
-}
-
 }  // namespace
 
 Provider::Provider() : pkcs11_(std::make_unique<Pkcs11>())
@@ -95,15 +89,16 @@ bool Provider::openToken(const Site& init)
 
 void Provider::serveFirstActiveSlot(const Site& init)
 {
-    const auto& slots = pkcs11_->module()->slots();
+    const P11Module& module = *pkcs11_->module();
+    const auto& slots = module.slots();
     NV_UNDER(TRC, init, "Slot Count = %d", static_cast<int>(slots.size()));
-    const auto active =
-        std::ranges::find_if(slots, [](const auto& slot) { return isActive(*slot); });
-    if (active == slots.end())
+    P11Slot* active = module.firstActiveSlot();
+    if (active == nullptr)
         return;
-    serveSlot(**active);
-    NV_UNDER(INF, init, "Use first active slot[%d]", static_cast<int>(active - slots.begin()));
-    slot_ = active->get();
+    serveSlot(*active);
+    const auto place = std::ranges::find(slots, active, &std::unique_ptr<P11Slot>::get);
+    NV_UNDER(INF, init, "Use first active slot[%d]", static_cast<int>(place - slots.begin()));
+    slot_ = active;
     slot_->setChosen(true);
 }
 

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/never_destroyed.h"
 #include "base/secret.h"
 #include "certstore/certstore.h"
 #include "keystore/keystore.h"
@@ -204,6 +205,7 @@ public:
     void clear();
 
 private:
+    friend NeverDestroyed<ProviderManager>;
     ProviderManager() = default;
 
     bool isOpen(NCRYPT_PROV_HANDLE hProvider);
@@ -214,7 +216,7 @@ private:
 
     // Guards the map and the visits while they are read or changed, never longer.
     Mutex mapLock_{LockRank::leaf};
-    std::map<NCRYPT_PROV_HANDLE, Provider*> providers_;
+    std::map<NCRYPT_PROV_HANDLE, std::unique_ptr<Provider>> providers_;
     std::map<Provider*, unsigned> visits_;
     std::condition_variable visitEnded_;
 };
