@@ -114,8 +114,7 @@ SECURITY_STATUS WINAPI NVKSPFreeBuffer(PVOID pvInput)
 {
     const NV::Trace trace(NV_HERE);
     std::free(pvInput);
-    return trace.leaving(
-        SECURITY_STATUS{pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER});
+    return trace.leaving(pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER);
 }
 
 SECURITY_STATUS WINAPI NVKSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,

@@ -127,8 +127,7 @@ private:
                                           PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult);
     void setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput);
 
-    // The opened key behind a handle, with the line that says whether it was found; null when not.
-    P11KeyObject* findKey(const Site& site, NCRYPT_KEY_HANDLE hKey);
+    // Logs whether a key was found, and returns it.
     static P11KeyObject* logFound(const Site& site, P11KeyObject* key);
 
     SECURITY_STATUS exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, PBYTE pbOutput,
@@ -141,8 +140,12 @@ private:
     // Asks the user for the PIN. Status 0 and the PIN, possibly empty; or the status to return.
     SecretBytes enterPIN(SECURITY_STATUS& status);
 
-    // Asks for the PIN and runs the work with it, under the sequence lock. An empty PIN skips the
-    // work; the status is then 0.
+    // Runs the work with the opened key of a handle. NTE_INVALID_HANDLE if there is none.
+    template <typename Work>
+    SECURITY_STATUS withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work);
+
+    // Asks for the PIN and runs the work with it, under the sequence lock. Compat: an empty PIN
+    // skips the work, and the status is 0.
     template <typename Work>
     SECURITY_STATUS withPIN(const Site& site, const Work& work);
 

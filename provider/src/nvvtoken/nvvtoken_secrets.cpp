@@ -11,7 +11,7 @@
 #include "keystore/keystore_secret.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_parameters.h"
-#include "nvvtoken/nvvtoken_pin.h"
+#include "nvvtoken/nvvtoken_work.h"
 
 namespace NV {
 
@@ -107,11 +107,10 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
         return trace.end(NTE_INVALID_PARAMETER);
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
-    P11KeyObject* key = findKey(here, hPrivKey);
-    if (key == nullptr)
-        return trace.end(NTE_INVALID_HANDLE);
-    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
-        return agree(here, *key, hPubKey, phAgreedSecret, pin);
+    return trace.end(withKey(here, hPrivKey, [&](P11KeyObject& key) {
+        return withPIN(here, [&](const SecretBytes& pin) {
+            return agree(here, key, hPubKey, phAgreedSecret, pin);
+        });
     }));
 }
 
