@@ -31,7 +31,8 @@ protected:
 
     std::string written() const { return readFile(profile.configFile()); }
 
-    // A value of the file, by the module's own parser, which also keeps the values of earlier tests.
+    // A value of the file, by the module's own parser, which also keeps the values of earlier
+    // tests.
     std::string value(const std::string& key) const
     {
         Config::instance().load(narrowPath(profile.configFile()));

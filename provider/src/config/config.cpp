@@ -29,7 +29,8 @@ Config& Config::instance()
 
 void Config::load(const std::string& path)
 {
-    // Binary, so that the carriage return of a CR LF line stays in the value on every system.
+    // Compat: binary, so that the carriage return of a CR LF line stays in the value on every
+    // system.
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw std::runtime_error("Cannot open file: " + path);

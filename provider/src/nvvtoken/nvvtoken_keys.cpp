@@ -122,6 +122,7 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
         NV_ERR("Not Found key");
         return trace.end(NTE_NOT_FOUND);
     }
+    // Compat: FreeBuffer releases the record, but not its names.
     auto name = copyToHeap(key->keyId().c_str());
     auto algorithm = copyToHeap(key->algorithmOid().c_str());
     auto record = allocateOnHeap<NCryptKeyName>();

@@ -86,8 +86,8 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
     return trace.end(status);
 }
 
-// Compat: an unknown handle gets an entry without a provider, so that later calls answer it as invalid
-// and do not throw.
+// Compat: an unknown handle gets an entry without a provider, so that later calls answer it as
+// invalid and do not throw.
 bool ProviderManager::isOpen(NCRYPT_PROV_HANDLE hProvider)
 {
     const std::lock_guard guard(mapLock_);
@@ -100,8 +100,9 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
         NV_UNDER(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
         return NTE_INVALID_PARAMETER;
     }
-    // Compat: nothing owns the provider until it is open, so one that fails to open is never destroyed.
-    // Destroying it unloads the library, and a library may not survive that after a failed start.
+    // Compat: nothing owns the provider until it is open, so one that fails to open is never
+    // destroyed. Destroying it unloads the library, and a library may not survive that after a
+    // failed start.
     auto* provider = new (std::nothrow) Provider;
     if (provider == nullptr) {
         NV_UNDER(ERR, site, "Failure: Failed to allocate memory");
@@ -113,8 +114,9 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
         return NTE_INTERNAL_ERROR;
     }
     const std::lock_guard guard(mapLock_);
-    // Compat: freeing a handle twice leaves an entry without a provider. A provider that is opened at
-    // that address later is not put there: its handle answers as invalid, and nothing destroys it.
+    // Compat: freeing a handle twice leaves an entry without a provider. A provider that is opened
+    // at that address later is not put there: its handle answers as invalid, and nothing destroys
+    // it.
     const auto [entry, added] = providers_.try_emplace(handleOf(provider));
     if (added)
         entry->second.reset(provider);
@@ -158,7 +160,8 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
         const std::lock_guard guard(mapLock_);
         mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider.get()); });
     }
-    // The destructor finalises the library, which must not happen inside another provider's sequence.
+    // The destructor finalizes the library, which must not happen inside another provider's
+    // sequence.
     const std::lock_guard guard(sequenceLock());
     provider.reset();
     return ERROR_SUCCESS;

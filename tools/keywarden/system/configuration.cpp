@@ -39,8 +39,8 @@ constexpr UsualPlace usualPlaces[] = {
     {"p11-kit", L"ProgramFiles", L"p11-kit\\bin\\p11-kit-client.dll"},
 };
 
-// Throws Failure for a value that the module would not read back as it is: it takes each byte of the
-// library's path for a character, and each "~" of a folder for the user's profile.
+// Throws Failure for a value that the module would not read back as it is: it takes each byte of
+// the library's path for a character, and each "~" of a folder for the user's profile.
 void checkValue(const ConfigKey& key, const std::string& value)
 {
     if (value.find_first_of("\r\n") != std::string::npos || value.starts_with(' ') ||

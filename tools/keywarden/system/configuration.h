@@ -1,5 +1,5 @@
-// The user's configuration file as this program writes it. The program reads one through the module's
-// own parser.
+// The user's configuration file as this program writes it. The program reads one through the
+// module's own parser.
 
 #pragma once
 
@@ -14,8 +14,8 @@ namespace NV::tool {
 // %USERPROFILE%\.norvanta-keywarden\nvksprovider.conf. Throws Failure if USERPROFILE is not set.
 std::filesystem::path configurationFile();
 
-// Reads the file into this program's Config, as the module does. Throws Failure if it does not exist
-// or contains a line that the module rejects.
+// Reads the file into this program's Config, as the module does. Throws Failure if it does not
+// exist or contains a line that the module rejects.
 void loadConfiguration();
 
 // The log folder of the loaded configuration, with "~" replaced. Throws Failure if there is none.
@@ -25,8 +25,8 @@ std::filesystem::path configuredLogFolder();
 std::vector<std::string> levelNames();
 std::string choiceOf(const std::vector<std::string>& names);
 
-// The values of a new file, UTF-8, a value for each key of the module's table. The library's path is
-// empty.
+// The values of a new file, UTF-8, a value for each key of the module's table. The library's path
+// is empty.
 Settings newConfiguration();
 
 // The text of the file: every key, each explained in comments, with line feeds as line ends. The
