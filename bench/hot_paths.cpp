@@ -15,7 +15,7 @@
 #include "base/encoding.h"
 #include "base/text.h"
 #include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_values.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_hash.h"
 #include "logger/logger_record.h"

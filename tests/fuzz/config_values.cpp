@@ -7,7 +7,7 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "config/config_apply.h"
+#include "config/config_values.h"
 #include "target.h"
 
 namespace NV::fuzz {

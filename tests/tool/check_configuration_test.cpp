@@ -1,4 +1,4 @@
-// keywarden check on configurations that are wrong in one way each.
+// keywarden check on configurations with one problem each.
 
 #include <gtest/gtest.h>
 
@@ -13,10 +13,10 @@ namespace NV::test {
 
 namespace {
 
-// A configuration, the step that must tell of it, and what that step must say.
+// A configuration, the step that must report it, and what that step must say.
 struct BrokenConfiguration {
     const char* name;
-    std::string content;  // "{LIB}" stands for a library that is good
+    std::string content;  // "{LIB}" becomes the path of a good library
     const char* step;
     const char* outcome;
     const char* text;
@@ -31,20 +31,20 @@ const std::string rest = "logLevel=INFO\nlogTypes=FILE\nlogStore=~\\l\nlogRotate
 
 const BrokenConfiguration brokenConfigurations[] = {
     {"LineWithoutSign", library + "logLevel INFO\n" + rest, lines, "failed",
-     R"(line 2: "logLevel INFO" has no "=")", "Mend or remove the line"},
+     R"(line 2: "logLevel INFO" has no "=")", "Fix or remove the line"},
     {"CommentBehindSpaces", library + "  # a remark\n" + rest, lines, "failed",
-     R"(line 2: "  # a remark" has no "=")", "# as its first character"},
+     R"(line 2: "  # a remark" has no "=")", "A comment begins with # in the first column"},
     {"SpacesOnly", library + rest + "   \n", lines, "failed", R"(line 6: "   " has no "=")",
      "an empty line has no spaces"},
-    {"UnknownKey", library + rest + "P11file=x\n", lines, "warning", "keys that nothing reads",
+    {"UnknownKey", library + rest + "P11file=x\n", lines, "warning", "unknown keys",
      "Keys are case-sensitive", R"(line 6: "P11file=x")"},
-    {"RepeatedKey", library + rest + "logLevel=TRACE\n", lines, "warning", "stand there twice",
-     "Remove the others", R"(line 6: "logLevel=TRACE")"},
+    {"RepeatedKey", library + rest + "logLevel=TRACE\n", lines, "warning",
+     "duplicate keys; the last one is used", "Remove the others", R"(line 6: "logLevel=TRACE")"},
     {"CarriageReturn", library + "logLevel=INFO\r\nlogTypes=FILE\nlogRotate=7\n", lines, "failed",
      "a carriage return becomes part of the value of 1 lines", "line feeds alone",
      R"(line 2: "logLevel=INFO\r")"},
     {"EmptyLineWithCarriageReturn", library + "\r\n" + rest, lines, "failed",
-     R"(line 2: "\r" has no "=", since its carriage return counts)", "line feeds alone"},
+     R"(line 2: "\r" has no "="; the carriage return is part of the line)", "line feeds alone"},
     {"ByteOrderMark", "\xEF\xBB\xBF" + library + rest, lines, "failed", "byte order mark",
      "without a byte order mark"},
     {"ByteOrderMarkBeforeComment", "\xEF\xBB\xBF# remark\n" + library + rest, lines, "failed",
@@ -52,25 +52,26 @@ const BrokenConfiguration brokenConfigurations[] = {
     {"Utf16", std::string("\xFF\xFEp\0=\0", 6), lines, "failed", "byte order mark",
      "Save it as UTF-8"},
     {"RotateMissing", library + "logTypes=FILE\nlogStore=~\\l\n", values, "failed",
-     "logRotate is missing or empty, so the module does not load", "Add a line like logRotate=7"},
+     "logRotate is missing or empty, so the module does not load", "for example logRotate=7"},
     {"RotateEmpty", library + "logRotate=\n", values, "failed", "logRotate is missing or empty",
-     "Add a line like logRotate=7"},
+     "for example logRotate=7"},
     {"RotateTooLarge", library + "logRotate=2147483648\n", values, "failed",
-     "logRotate=2147483648 is too large, so the module does not load", "Give a number of days"},
+     "logRotate=2147483648 is too large, so the module does not load", "Specify a number of days"},
     {"RotateNotANumber", library + "logRotate=7 days\n", values, "warning",
-     "logRotate=7 days is not a number, so 7 days hold", "Give digits only"},
+     "logRotate=7 days is not a number, so 7 days are used", "Specify digits only"},
     {"UnknownLevel", library + "logLevel=VERBOSE\nlogRotate=7\n", values, "warning",
-     "logLevel=VERBOSE is no level; INFO holds", "Give TRACE, DEBUG"},
+     "logLevel=VERBOSE is not a level; INFO is used",
+     "Specify TRACE, DEBUG, INFO, WARN, ERROR, or SEVERE."},
     {"TypesWithSemicolon", library + "logTypes=FILE;CONSOLE\nlogRotate=7\n", values, "warning",
-     "logTypes=FILE;CONSOLE names no output, so nothing is logged", "with a comma between"},
+     "logTypes=FILE;CONSOLE does not name an output, so nothing is logged", "with a comma between"},
     {"TypesHalfKnown", library + "logTypes=FILE,SCREEN\nlogRotate=7\n", values, "warning",
-     R"("SCREEN" is no output)", "with a comma between"},
+     R"("SCREEN" is not an output and is ignored)", "with a comma between"},
     {"LibraryMissing", rest, values, "failed", "p11File is missing or empty",
      "keywarden init --p11 PATH"},
     {"CommentBehindLibrary", "p11File={LIB} # the card\n" + rest, values, "warning",
-     "the # belongs to the path", "A comment needs a line of its own"},
+     "the # is part of the path", "Put a comment on a line of its own"},
     {"TwoProblems", library + "logLevel=VERBOSE\n", values, "failed", "logRotate is missing",
-     "Add a line", "logLevel=VERBOSE is no level; INFO holds"},
+     "Add a line", "logLevel=VERBOSE is not a level; INFO is used"},
     {"CommentBehindLibraryFile", "p11File={LIB} # the card\n" + rest, "library-file", "failed",
      "there is no file", "no comment either"},
     {"LibraryFileMissing", "p11File=C:\\nowhere\\odd.dll\n" + rest, "library-file", "failed",
@@ -78,9 +79,9 @@ const BrokenConfiguration brokenConfigurations[] = {
     {"LogFolderUnderAFile",
      library + "logTypes=FILE\nlogStore=~\\.norvanta-keywarden\\nvksprovider.conf\\logs\n"
                "logRotate=7\n",
-     "log-folder", "failed", "is not there and cannot be made", "Choose another logStore"},
+     "log-folder", "failed", "does not exist and cannot be created", "Choose another logStore"},
     {"LogFolderNotFull", library + "logTypes=FILE\nlogStore=odd-logs\nlogRotate=7\n", "log-folder",
-     "warning", "is no full path", "Begin logStore with a drive"},
+     "warning", "is not a full path", "Begin logStore with a drive"},
 };
 
 // For the names in GoogleTest's output.
@@ -121,7 +122,7 @@ TEST_P(CheckBrokenConfiguration, IsNamedWithAdvice)
         ASSERT_FALSE(step["details"].empty()) << step;
         EXPECT_EQ(step["details"][0].get<std::string>().find(broken.detail), 0U) << step;
     }
-    // Nothing was written but by this test.
+    // The command wrote nothing.
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
 }
 
@@ -133,13 +134,13 @@ protected:
     ToolProfile profile;
 };
 
-TEST_F(CheckConfiguration, SaysThatThereIsNoFile)
+TEST_F(CheckConfiguration, ReportsAMissingFile)
 {
     const Json document = profile.json({"check"}, 1);
     const Json step = stepOf(document, "configuration-file");
     EXPECT_EQ(step["outcome"], "failed");
-    EXPECT_NE(step["text"].get<std::string>().find("there is no "), std::string::npos);
-    EXPECT_EQ(step["advice"], "\"keywarden init\" writes one.");
+    EXPECT_NE(step["text"].get<std::string>().find(" does not exist"), std::string::npos);
+    EXPECT_EQ(step["advice"], "Run \"keywarden init\" to write it.");
     EXPECT_EQ(stepOf(document, "log-folder")["outcome"], "skipped");
     EXPECT_EQ(stepOf(document, "library-file")["outcome"], "skipped");
     EXPECT_EQ(stepOf(document, "slots")["outcome"], "skipped");
@@ -150,7 +151,7 @@ TEST_F(CheckConfiguration, SaysThatThereIsNoFile)
 TEST_F(CheckConfiguration, TakesAGoodFileAndLeavesNothingBehind)
 {
     profile.writeConfig("# remark\n\n" + goodConfig(ScriptedToken::widePath()));
-    // The token is without a certificate.
+    // The one failure: the token has no certificate.
     const Json document = profile.json({"check"}, 1);
     for (const char* name :
          {"configuration-file", lines, values, "log-folder", "library-file", "library-architecture",
@@ -160,7 +161,7 @@ TEST_F(CheckConfiguration, TakesAGoodFileAndLeavesNothingBehind)
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
 }
 
-TEST_F(CheckConfiguration, LeavesALogFolderThatIsThere)
+TEST_F(CheckConfiguration, LeavesAnExistingLogFolder)
 {
     profile.writeConfig(goodConfig(ScriptedToken::widePath()));
     writeFile(profile.folder() / "logs" / "mine.log", "kept\n");

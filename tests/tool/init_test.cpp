@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_keys.h"
+#include "config/config_values.h"
 #include "failure.h"
 #include "system/configuration.h"
 #include "tool_program.h"
@@ -26,19 +26,20 @@ class Init : public testing::Test {
 protected:
     Init() : library(narrowPath(tokens.path() / "odd.dll"))
     {
-        writeFile(tokens.path() / "odd.dll", "stands for a library");
+        writeFile(tokens.path() / "odd.dll", "a placeholder for a library");
     }
 
     std::string written() const { return readFile(profile.configFile()); }
 
-    // The file through the module's own parser, which keeps what other tests have read before.
+    // A value of the file, by the module's own parser, which also keeps the values of earlier
+    // tests.
     std::string value(const std::string& key) const
     {
         Config::instance().load(narrowPath(profile.configFile()));
         return Config::instance().get(key);
     }
 
-    // The configuration's folder holds nothing, or is not there.
+    // The configuration's folder is empty or missing.
     void expectNothingWritten() const
     {
         EXPECT_FALSE(exists(profile.folder()) && !entryNames(profile.folder()).empty());
@@ -82,8 +83,13 @@ TEST_F(Init, ExplainsEachKeyAboveIt)
         }
         before = line;
     }
-    EXPECT_EQ(keys, (std::vector<std::string>{"p11File", "logLevel", "logTypes", "logStore",
-                                              "logRotate"}));
+    std::vector<std::string> expected;
+    for (const ConfigKey& key : configKeys()) {
+        expected.emplace_back(key.name);
+        const std::string help = key.help;
+        EXPECT_TRUE(contains(text, "\n# " + help.substr(0, help.find('\n')) + "\n")) << key.name;
+    }
+    EXPECT_EQ(keys, expected);
 }
 
 TEST_F(Init, NeverOverwritesUnlessForced)
@@ -91,7 +97,7 @@ TEST_F(Init, NeverOverwritesUnlessForced)
     profile.writeConfig("mine\n");
     ChildResult result = profile.run({"init", "--p11", library});
     EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "is there already")) << result.output;
+    EXPECT_TRUE(contains(result.output, "already exists")) << result.output;
     EXPECT_TRUE(contains(result.output, "--force replaces it")) << result.output;
     EXPECT_EQ(written(), "mine\n");
 
@@ -110,7 +116,7 @@ TEST_F(Init, TakesFolderAndLevel)
     EXPECT_EQ(value("logLevel"), "TRACE");
 }
 
-// The module looks both up in processes of any working folder.
+// The processes that load the module have working folders of their own.
 TEST_F(Init, MakesPathsFull)
 {
     const auto old = std::filesystem::current_path();
@@ -122,7 +128,7 @@ TEST_F(Init, MakesPathsFull)
     EXPECT_EQ(value("logStore"), narrowPath(tokens.path() / "logs"));
 }
 
-TEST_F(Init, TellsWhatItWroteAsJson)
+TEST_F(Init, ReportsWhatItWroteAsJson)
 {
     const Json document = profile.json({"init", "--p11", library}, 0);
     EXPECT_EQ(document["file"], narrowPath(profile.configFile()));
@@ -131,7 +137,7 @@ TEST_F(Init, TellsWhatItWroteAsJson)
     EXPECT_EQ(document["logLevel"], "INFO");
 }
 
-TEST_F(Init, RefusesALibraryThatIsNotThere)
+TEST_F(Init, RefusesAMissingLibrary)
 {
     const ChildResult result = profile.run({"init", "--p11", "C:\\nowhere\\odd.dll"});
     EXPECT_EQ(result.exitCode, 1U);
@@ -142,7 +148,7 @@ TEST_F(Init, RefusesALibraryThatIsNotThere)
 TEST_F(Init, RefusesALibraryOutsideAscii)
 {
     const auto odd = tokens.path() / L"t\u00f6ken.dll";
-    writeFile(odd, "stands for a library");
+    writeFile(odd, "a placeholder for a library");
     const ChildResult result = profile.run({"init", "--p11", narrowPath(odd)});
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_TRUE(contains(result.output, "the library's path has characters outside ASCII"))
@@ -162,7 +168,7 @@ TEST_F(Init, RefusesAFolderWithATildeInside)
 
 TEST_F(Init, LeavesNothingBehindWhenTheFileCannotBeReplaced)
 {
-    // A folder stands in the file's place.
+    // A folder is where the file should be.
     create_directories(profile.configFile());
     const ChildResult result = profile.run({"init", "--p11", library, "--force"});
     EXPECT_EQ(result.exitCode, 1U);
@@ -173,15 +179,15 @@ TEST_F(Init, LeavesNothingBehindWhenTheFileCannotBeReplaced)
 
 TEST_F(Init, SaysWhenTheFolderCannotBeMade)
 {
-    writeFile(profile.folder(), "a file in the folder's place");
+    writeFile(profile.folder(), "a file where the folder should be");
     const ChildResult result = profile.run({"init", "--p11", library});
     EXPECT_EQ(result.exitCode, 1U);
     EXPECT_TRUE(contains(result.output, "cannot be ")) << result.output;
-    EXPECT_EQ(readFile(profile.folder()), "a file in the folder's place");
+    EXPECT_EQ(readFile(profile.folder()), "a file where the folder should be");
 }
 
-// Two products where their vendors install them; a process cannot be told of other places, since
-// the system sets these variables itself.
+// Two products where their vendors install them. The test uses the real folders, because the system
+// sets these variables of a process and ignores other values.
 class InitAsks : public Init {
 protected:
     InitAsks()
@@ -190,8 +196,8 @@ protected:
             if (exists(programs / product))
                 throw std::runtime_error("this machine has the products that the test puts there");
         }
-        writeFile(programs / opensc, "stands for OpenSC");
-        writeFile(programs / yubico, "stands for Yubico");
+        writeFile(programs / opensc, "a placeholder for OpenSC");
+        writeFile(programs / yubico, "a placeholder for Yubico");
         writeFile(programs / "OpenSC Project/OpenSC/other.dll", "not one of them");
     }
     void TearDown() override { removeProducts(); }
@@ -232,7 +238,7 @@ TEST_F(InitAsks, AndWritesNothingAfterAWrongAnswer)
          {"3\n", "0\n", "-1\n", "yes\n", "\n", "", "1x\n", "99999999999999999999999\n"}) {
         const ChildResult result = profile.run({"init"}, answering(answer));
         EXPECT_EQ(result.exitCode, 1U) << answer;
-        EXPECT_TRUE(contains(result.output, "is none of them; nothing was written"))
+        EXPECT_TRUE(contains(result.output, "is not one of them; nothing was written"))
             << answer << result.output;
         expectNothingWritten();
     }
@@ -269,22 +275,22 @@ TEST(ConfigurationText, RefusesValuesThatWouldNotComeBack)
 {
     for (const char* path : {"C:\\odd\n.dll", "C:\\odd.dll ", " C:\\odd.dll", "C:\\odd\r.dll",
                              "C:\\t\xC3\xB6ken.dll"}) {
-        tool::NewConfiguration configuration;
-        configuration.p11File = path;
+        Settings configuration = tool::newConfiguration();
+        configuration["p11File"] = path;
         EXPECT_THROW(tool::configurationText(configuration), tool::Failure) << path;
     }
-    tool::NewConfiguration configuration;
-    configuration.p11File = "C:\\odd.dll";
-    configuration.logStore = "C:\\\xE6\x97\xA5";  // not in this code page
+    Settings configuration = tool::newConfiguration();
+    configuration["p11File"] = "C:\\odd.dll";
+    configuration["logStore"] = "C:\\\xE6\x97\xA5";  // not in this code page
     EXPECT_THROW(tool::configurationText(configuration), tool::Failure);
 }
 
-// The log's folder is read as text of the code page, whatever the rest of the file is.
+// The module reads the log folder in the ANSI code page and the library's path in UTF-8.
 TEST(ConfigurationText, WritesTheLogFolderInTheCodePage)
 {
-    tool::NewConfiguration configuration;
-    configuration.p11File = "C:\\odd.dll";
-    configuration.logStore = "C:\\L\xC3\xB6gs";
+    Settings configuration = tool::newConfiguration();
+    configuration["p11File"] = "C:\\odd.dll";
+    configuration["logStore"] = "C:\\L\xC3\xB6gs";
     const TemporaryFolder folder;
     const auto file = folder.path() / "odd.conf";
     tool::writeConfiguration(file, tool::configurationText(configuration));

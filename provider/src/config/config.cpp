@@ -23,14 +23,14 @@ void readSettings(std::istream& text, Settings& settings)
 
 Config& Config::instance()
 {
-    // Never destroyed: other modules' exit code may still call in.
-    static Config* const config = new Config;
+    static NeverDestroyed<Config> config;
     return *config;
 }
 
 void Config::load(const std::string& path)
 {
-    // Binary, so that the carriage return of a CR LF line stays in the value on every system.
+    // Compat: binary, so that the carriage return of a CR LF line stays in the value on every
+    // system.
     std::ifstream file(path, std::ios::binary);
     if (!file)
         throw std::runtime_error("Cannot open file: " + path);

@@ -10,9 +10,9 @@
 
 namespace {
 
-// The course of an entry point that acts on an open provider. It neither logs its arguments nor
-// measures time; the provider's operation does both. An unknown handle leaves it as an exception,
-// without a LEAVE line.
+// The body of an entry point that acts on an open provider. It does not log arguments or measure
+// time; the provider's operation does both. Compat: an unknown handle throws std::out_of_range, so
+// that the log shows ENTER without LEAVE.
 template <typename... Parameters, typename... Arguments>
 SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
                          SECURITY_STATUS (NV::Provider::*operation)(Parameters...),
@@ -109,13 +109,12 @@ SECURITY_STATUS WINAPI NVKSPFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAN
     return dispatch(NV_HERE, hProvider, &NV::Provider::FreeKey, hKey);
 }
 
-// Every block that an operation hands out lies on the C heap.
+// Operations allocate every block that they return on the C heap.
 SECURITY_STATUS WINAPI NVKSPFreeBuffer(PVOID pvInput)
 {
     const NV::Trace trace(NV_HERE);
     std::free(pvInput);
-    return trace.leaving(
-        SECURITY_STATUS{pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER});
+    return trace.leaving(pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER);
 }
 
 SECURITY_STATUS WINAPI NVKSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
@@ -228,7 +227,7 @@ SECURITY_STATUS WINAPI NVKSPFreeSecret(NCRYPT_PROV_HANDLE hProvider,
 
 namespace {
 
-// What the key storage router works with. Direct key derivation and claims are not offered.
+// The table for the key storage router. Direct key derivation and claims are not supported.
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE functionTable = {
     .Version = NCRYPT_KEY_STORAGE_INTERFACE_VERSION_2,
     .OpenProvider = NVKSPOpenProvider,
@@ -264,7 +263,7 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE functionTable = {
 
 }  // namespace
 
-// The module's one export. Name and flags do not matter: there is one provider in here.
+// The module's one export. It ignores name and flags, because the module contains one provider.
 extern "C" NTSTATUS WINAPI
 GetKeyStorageInterface(LPCWSTR, NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppFunctionTable, DWORD)
 {

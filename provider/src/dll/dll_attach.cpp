@@ -1,4 +1,4 @@
-// The module's attach and detach handler, its signal handler, and the application of the
+// The module's attach and detach handler and its signal handler. Attaching applies the
 // configuration.
 
 #include <windows.h>
@@ -18,7 +18,8 @@
 
 #include "base/scope_exit.h"
 #include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_keys.h"
+#include "config/config_path.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
 
@@ -31,17 +32,17 @@ Handler previousHandlers[std::size(handledSignals)];
 
 bool attached = false;
 
-// The handler's name in the log, for what it does through the functions here.
-constexpr NV::Site dllMain{"DllMain", 7, NV_HERE.file, __LINE__};
+// For the lines that the functions below write under the handler's name.
+constexpr NV::Site dllMain = NV::makeSite("DllMain", __FILE__, __LINE__);
 
-// The switch that DisableThreadLibraryCalls turns off has no effect on a module with thread-local
-// storage, so that the lines are kept away here.
+// Whether to log thread notifications. DisableThreadLibraryCalls has no effect on a module with
+// thread-local storage, so the notifications still arrive after it.
 bool threadNotifications = true;
 
 }  // namespace
 
-// Ends the process with the signal's number, whatever the log says to it and whichever call of the
-// module the signal came in: the program's exit code may still come back here with its handles.
+// Ends the process with the signal's number, even if the log fails or the signal interrupts a call
+// of this module. The program's exit code may still call the module with its handles.
 extern "C" void SignalHandler(int signal)
 {
     static constexpr NV::Site here = NV_HERE;
@@ -61,7 +62,7 @@ void installSignalHandlers()
         previousHandlers[i] = std::signal(handledSignals[i], SignalHandler);
 }
 
-// Where they are still ours: after the module is unloaded nothing may jump into it.
+// Restores the handlers that are still the module's: after it is unloaded, nothing may call it.
 void restoreSignalHandlers()
 {
     for (size_t i = 0; i < std::size(handledSignals); ++i) {
@@ -71,17 +72,11 @@ void restoreSignalHandlers()
     }
 }
 
-std::string userProfile()
-{
-    const char* profile = std::getenv("USERPROFILE");
-    return profile != nullptr ? profile : "";
-}
-
 void applyConfiguration(HINSTANCE instance)
 {
-    const std::string profile = userProfile();
+    const std::string profile = NV::userProfile();
     NV::Config& config = NV::Config::instance();
-    config.load(profile + "\\.norvanta-keywarden\\nvksprovider.conf");
+    config.load(NV::configurationFile(profile));
     config.setModuleInstance(instance);
     NV::applyLogSettings(config, profile, NV::loggerSettings());
 }
@@ -95,7 +90,7 @@ void attach(HINSTANCE instance)
     threadNotifications = false;
 }
 
-// The error that ended the attach, kept to be thrown again.
+// The error that ended the attach, for DllMain to throw again.
 std::filesystem::filesystem_error* filesystemError = nullptr;
 std::invalid_argument* invalidArgument = nullptr;
 std::out_of_range* outOfRange = nullptr;
@@ -117,9 +112,9 @@ bool keepError()
     return false;
 }
 
-// The loader reports an exception that leaves the handler as a failed load, but hangs when it
-// passes a frame that has something to destroy. So the work throws in here, and the handler throws
-// the same error again out of a frame that has nothing.
+// The loader reports an exception that leaves the handler as a failed load, but hangs if the
+// exception passes a frame with objects to destroy. So this function catches the error, and the
+// handler throws the same error again from a frame without such objects.
 bool attachWithoutThrowing(HINSTANCE instance)
 {
     try {
@@ -128,7 +123,7 @@ bool attachWithoutThrowing(HINSTANCE instance)
         attached = true;
         return true;
     } catch (...) {
-        // The module is about to be unloaded.
+        // The loader unloads the module after a failed attach.
         restoreSignalHandlers();
         return keepError();
     }
@@ -171,7 +166,7 @@ extern "C" BOOL WINAPI DllMain(HINSTANCE hinstDLL, DWORD fdwReason, LPVOID)
         logThreadNotification("DLL_THREAD_DETACH");
         break;
     case DLL_PROCESS_DETACH:
-        // After a failed attach there is nothing to end, and no log.
+        // After a failed attach there is no provider and no log.
         if (attached)
             detach();
         break;

@@ -1,5 +1,5 @@
-// The provider object: initialisation against the token, properties, algorithms, the operations
-// that it refuses, and the PIN.
+// The provider object: initialization with the token, properties, algorithms, refused operations,
+// and the PIN.
 
 #include "nvvtoken/nvvtoken.h"
 
@@ -23,7 +23,7 @@ namespace {
 
 constexpr size_t maxPropertyNameLength = 64;  // characters
 
-// A property's size is a signed number.
+// A property stores its size as a signed number.
 constexpr DWORD maxPropertySize = INT32_MAX;
 
 // Types of the provider's own properties: a text with its terminating zero, and plain bytes.
@@ -35,12 +35,6 @@ bool contains(const std::vector<const wchar_t*>& names, std::wstring_view name)
     return std::ranges::find(names, name, [](const wchar_t* entry) {
                return std::wstring_view(entry);
            }) != names.end();
-}
-
-bool isActive(const P11Slot& slot)
-{
-    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
-           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
 }
 
 }  // namespace
@@ -80,7 +74,7 @@ bool Provider::openToken(const Site& init)
 {
     NV_UNDER(TRC, init, "Try to load PKCS11 library by configuration");
     if (!pkcs11_->loadModule(Config::instance().get("p11File"))) {
-        // Said of any failure to load, a library that would not load among them. Kept.
+        // Compat: the text blames the configuration file for every failure to load the library.
         NV_UNDER(ERR, init, "Failed to load config file");
         return false;
     }
@@ -95,15 +89,16 @@ bool Provider::openToken(const Site& init)
 
 void Provider::serveFirstActiveSlot(const Site& init)
 {
-    const auto& slots = pkcs11_->module()->slots();
+    const P11Module& module = *pkcs11_->module();
+    const auto& slots = module.slots();
     NV_UNDER(TRC, init, "Slot Count = %d", static_cast<int>(slots.size()));
-    const auto active =
-        std::ranges::find_if(slots, [](const auto& slot) { return isActive(*slot); });
-    if (active == slots.end())
+    P11Slot* active = module.firstActiveSlot();
+    if (active == nullptr)
         return;
-    serveSlot(**active);
-    NV_UNDER(INF, init, "Use first active slot[%d]", static_cast<int>(active - slots.begin()));
-    slot_ = active->get();
+    serveSlot(*active);
+    const auto place = std::ranges::find(slots, active, &std::unique_ptr<P11Slot>::get);
+    NV_UNDER(INF, init, "Use first active slot[%d]", static_cast<int>(place - slots.begin()));
+    slot_ = active;
     slot_->setChosen(true);
 }
 
@@ -129,12 +124,14 @@ void Provider::setDefaultProperties()
     add(NCRYPT_NAME_PROPERTY, textProperty, name.c_str(), (name.size() + 1) * sizeof(wchar_t));
     add(NCRYPT_VERSION_PROPERTY, textProperty, version.c_str(),
         (version.size() + 1) * sizeof(wchar_t));
+    // Compat: the value is the first bytes of the provider and not its address.
     add(NCRYPT_PROVIDER_HANDLE_PROPERTY, binaryProperty, this, sizeof(NCRYPT_PROV_HANDLE));
     add(NCRYPT_IMPL_TYPE_PROPERTY, binaryProperty, &implementation, sizeof implementation);
     trace.leave();
 }
 
-// The lists do not depend on what the token offers.
+// Compat: the lists do not depend on the token's mechanisms, and the log shows the name of this
+// function.
 void Provider::setAlgorisms(const P11Slot&)
 {
     const Trace trace(NV_HERE);
@@ -182,7 +179,7 @@ SECURITY_STATUS Provider::GetProviderProperty(LPCWSTR pszProperty, PBYTE pbOutpu
         return trace.end(NTE_INVALID_PARAMETER);
     const auto property = properties_.find(pszProperty);
     if (property == properties_.end()) {
-        // "Key" stands here for the provider's properties too. Kept.
+        // Compat: the text says "Key Property" for a property of the provider.
         NV_ERR("Not Found Key Property (%s)", printable(pszProperty).c_str());
         return trace.end(NTE_NOT_SUPPORTED);
     }
@@ -235,7 +232,8 @@ SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput
     return trace.end(ERROR_SUCCESS);
 }
 
-// More bytes than a handle has leave the owner window as it was; of fewer, the rest is zero.
+// Compat: a value longer than a handle does not change the owner window; a shorter one is filled up
+// with zeros.
 void Provider::setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput)
 {
     NV_UNDER(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
@@ -278,7 +276,7 @@ SECURITY_STATUS Provider::IsAlgSupported(LPCWSTR pszAlgId, DWORD dwFlags)
 
     if (pszAlgId == nullptr)
         return trace.end(NTE_INVALID_PARAMETER);
-    // The signature list is not searched: its names are answered as not supported. Meant so.
+    // Compat: the names of signature algorithms count as not supported.
     for (const auto* names : {&hashAlgorithms_, &asymmetricEncryptionAlgorithms_,
                               &cipherAlgorithms_, &rngAlgorithms_, &secretAgreementAlgorithms_}) {
         if (contains(*names, pszAlgId))
@@ -299,7 +297,8 @@ SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCou
 
     if (pdwAlgCount == nullptr || ppAlgList == nullptr || dwAlgOperations == 0)
         return trace.end(NTE_INVALID_PARAMETER);
-    // The record's class carries the operation bit, and its operations the interface number.
+    // Compat: in a record, dwClass is the operation's bit and dwAlgOperations the interface number.
+    // FreeBuffer releases the array, but not the names.
     struct Row {
         DWORD operation;
         const AlgorithmNames& names;

@@ -1,5 +1,5 @@
-// The object behind an opened provider, and the registry of all opened ones. The entry points of
-// the operation table forward to them.
+// The object of an opened provider, and the registry of all open providers. The entry points of the
+// operation table forward to them.
 
 #pragma once
 
@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "base/mutex.h"
+#include "base/never_destroyed.h"
 #include "base/secret.h"
 #include "certstore/certstore.h"
 #include "keystore/keystore.h"
@@ -23,23 +24,22 @@ namespace NV {
 // The name under which the provider is registered with CNG.
 inline constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
 
-// Serialises whole token sequences of all providers in the process: they share the one initialised
-// state of the PKCS#11 library, and a finalise inside another's sequence would end it. Taken after
-// the provider's lock and before the key store's, never while the PIN dialog is open and never at
-// process detach.
+// Serializes the token sequences of all providers in the process. The providers share the PKCS#11
+// library's one initialized state, which a C_Finalize inside another provider's sequence would end.
+// Take this lock after the provider's lock and before the key store's, never while the PIN dialog
+// is open, and never at process detach.
 Mutex& sequenceLock();
 
-// From now on the calling thread finds no provider: it ends the process from inside whatever call it
-// was in, and the locks that the call holds are never let go. What the program's exit code still
-// asks for is answered at once, and the providers are left to the process detach. Takes no lock and
-// no memory; for the signal handler.
+// For the signal handler. From now on, the calling thread finds no provider. The thread ends the
+// process from inside a call that never releases its locks, so calls from the program's exit code
+// must return at once. The process detach destroys the providers. Takes no lock and no memory.
 void endProvidersOnThisThread();
 
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
-// The public operations have the names, arguments and results of CNG's callbacks without the
-// provider handle. Each holds the provider's lock for its whole run, the PIN dialog included, so
-// that calls on one provider are serialised. All lengths are in bytes.
+// The public operations have the names, arguments, and results of CNG's callbacks, without the
+// provider handle. Each one holds the provider's lock until it returns, also while the PIN dialog
+// is open, so that calls on one provider are serialized. All lengths are in bytes.
 class Provider {
 public:
     // Touches neither the configuration nor the token.
@@ -48,9 +48,10 @@ public:
     Provider(const Provider&) = delete;
     Provider& operator=(const Provider&) = delete;
 
-    // Loads the configured library, takes the first slot with an initialised token, publishes its
-    // certificates and files their keys. True also when no slot qualifies: the provider then has no
-    // keys and no algorithms. Throws std::filesystem::filesystem_error as P11Module::load does.
+    // Loads the configured library, chooses the first slot with an initialized token, publishes its
+    // certificates, and adds their keys to the key store. Also true if there is no such slot: the
+    // provider then has no keys and no algorithms. Throws std::filesystem::filesystem_error as
+    // P11Module::load does.
     bool init();
 
     // Properties. A null pbOutput asks for the length.
@@ -63,12 +64,12 @@ public:
     SECURITY_STATUS SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty, PBYTE pbInput,
                                    DWORD cbInput, DWORD dwFlags);
 
-    // Algorithms. *ppAlgList is one block for FreeBuffer; the names in it are not released with it.
+    // Algorithms. *ppAlgList is one block for FreeBuffer, which does not release the names in it.
     SECURITY_STATUS IsAlgSupported(LPCWSTR pszAlgId, DWORD dwFlags);
     SECURITY_STATUS EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCount,
                                    NCryptAlgorithmName** ppAlgList, DWORD dwFlags);
 
-    // Operations that this provider refuses.
+    // Operations that this provider does not support.
     SECURITY_STATUS CreatePersistedKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszAlgId,
                                        LPCWSTR pszKeyName, DWORD dwLegacyKeySpec, DWORD dwFlags);
     SECURITY_STATUS FinalizeKey(NCRYPT_KEY_HANDLE hKey, DWORD dwFlags);
@@ -76,8 +77,8 @@ public:
     SECURITY_STATUS PromptUser(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszOperation, DWORD dwFlags);
     SECURITY_STATUS NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags);
 
-    // Keys. Record and state of EnumKeys are for FreeBuffer; the names in the record are not
-    // released with it.
+    // Keys. The record and the state of EnumKeys are blocks for FreeBuffer, which does not release
+    // the names in the record.
     SECURITY_STATUS OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
                             DWORD dwFlags);
     SECURITY_STATUS FreeKey(NCRYPT_KEY_HANDLE hKey);
@@ -90,8 +91,8 @@ public:
                               LPCWSTR pszBlobType, NCryptBufferDesc* pParameterList, PBYTE pbOutput,
                               DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags);
 
-    // Token operations. SignHash with a signature buffer, Decrypt and SecretAgreement ask the user
-    // for the PIN, each time anew; NCRYPT_SILENT_FLAG does not suppress that.
+    // Token operations. SignHash with a signature buffer, Decrypt, and SecretAgreement ask the user
+    // for the PIN on each call. Compat: NCRYPT_SILENT_FLAG does not suppress the dialog.
     SECURITY_STATUS SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue,
                              DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                              DWORD* pcbResult, DWORD dwFlags);
@@ -105,7 +106,7 @@ public:
                             VOID* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
                             DWORD dwFlags);
 
-    // Secrets. A secret lives in a list of the process and outlives the provider that made it.
+    // Secrets. A secret is in a list of the process and outlives the provider that made it.
     SECURITY_STATUS SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY_HANDLE hPubKey,
                                     NCRYPT_SECRET_HANDLE* phAgreedSecret, DWORD dwFlags);
     SECURITY_STATUS DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR pwszKDF,
@@ -126,22 +127,26 @@ private:
                                           PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult);
     void setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput);
 
-    // The opened key behind a handle, with the line that says whether it was found; null when not.
-    P11KeyObject* findKey(const Site& site, NCRYPT_KEY_HANDLE hKey);
+    // Logs whether a key was found, and returns it.
     static P11KeyObject* logFound(const Site& site, P11KeyObject* key);
 
     SECURITY_STATUS exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, PBYTE pbOutput,
                                     DWORD cbOutput, DWORD* pcbResult);
 
-    // Agrees a secret of the key with an imported public key and lists it.
+    // Agrees on a secret with the owner of an imported public key, and adds it to the list.
     SECURITY_STATUS agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_HANDLE hPubKey,
                           NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin);
 
-    // Asks the user for the PIN. Status 0 and the PIN, possibly empty; or the status to return.
+    // Asks the user for the PIN. Sets the status to 0 and returns the PIN, which can be empty;
+    // otherwise sets the status that the operation must return.
     SecretBytes enterPIN(SECURITY_STATUS& status);
 
-    // Asks for the PIN and runs the work with it, under the sequence lock. An empty PIN skips the
-    // work; the status is then 0.
+    // Runs the work with the opened key of a handle. NTE_INVALID_HANDLE if there is none.
+    template <typename Work>
+    SECURITY_STATUS withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work);
+
+    // Asks for the PIN and runs the work with it, under the sequence lock. Compat: an empty PIN
+    // skips the work, and the status is 0.
     template <typename Work>
     SECURITY_STATUS withPIN(const Site& site, const Work& work);
 
@@ -161,8 +166,8 @@ private:
     AlgorithmNames rngAlgorithms_;
 };
 
-// The registry of opened providers, one per process, made on first use and never destroyed. It owns
-// them; a provider's handle is its address.
+// The registry of the open providers, which it owns. There is one per process, created on first use
+// and never destroyed. A provider's handle is its address.
 class ProviderManager {
 public:
     static ProviderManager& instance();
@@ -171,13 +176,13 @@ public:
     ProviderManager(const ProviderManager&) = delete;
     ProviderManager& operator=(const ProviderManager&) = delete;
 
-    // As CNG's callbacks. Both hold the manager's lock for their whole run. On a thread that ends
-    // the process nothing is opened, and freeing succeeds without doing anything.
+    // As CNG's callbacks. Both hold the manager's lock until they return. On a thread that ends the
+    // process, opening fails, and freeing succeeds without doing anything.
     SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                  DWORD dwFlags);
     SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider);
 
-    // A call inside a provider. While it lives, FreeProvider waits with the destruction.
+    // A call inside a provider. FreeProvider destroys the provider only after its last visit.
     class Visit {
     public:
         Visit(ProviderManager& manager, Provider* provider) : manager_(manager), provider_(provider)
@@ -187,7 +192,7 @@ public:
         Visit(const Visit&) = delete;
         Visit& operator=(const Visit&) = delete;
 
-        // Null when the handle is known but stands for no provider.
+        // Null if the handle is known but has no provider.
         Provider* provider() const { return provider_; }
 
     private:
@@ -195,26 +200,27 @@ public:
         Provider* provider_;
     };
 
-    // Looks a handle up. Throws std::out_of_range, "invalid map<K, T> key", for a handle that was
-    // never seen. No handle stands for a provider on a thread that ends the process.
+    // Looks up a handle. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
+    // On a thread that ends the process, no handle has a provider.
     Visit visit(NCRYPT_PROV_HANDLE hProvider);
 
-    // Destroys every provider; for process detach. Takes no lock and waits for nobody: the other
-    // threads of the process may be gone, with locks in their hands.
+    // Destroys every provider, at process detach. Takes no lock and does not wait: the system may
+    // have ended the other threads while they held locks.
     void clear();
 
 private:
+    friend NeverDestroyed<ProviderManager>;
     ProviderManager() = default;
 
     bool isOpen(NCRYPT_PROV_HANDLE hProvider);
     SECURITY_STATUS open(const Site& site, NCRYPT_PROV_HANDLE* phProvider);
     SECURITY_STATUS free(const Site& site, NCRYPT_PROV_HANDLE hProvider);
 
-    Mutex lock_{LockRank::registry};  // serialises OpenProvider and FreeProvider
+    Mutex lock_{LockRank::registry};  // serializes OpenProvider and FreeProvider
 
-    // Guards the map and the visits while they are read or changed, never longer.
+    // Guards the map and the visits, only while they are read or changed.
     Mutex mapLock_{LockRank::leaf};
-    std::map<NCRYPT_PROV_HANDLE, Provider*> providers_;
+    std::map<NCRYPT_PROV_HANDLE, std::unique_ptr<Provider>> providers_;
     std::map<Provider*, unsigned> visits_;
     std::condition_variable visitEnded_;
 };

@@ -1,5 +1,4 @@
-// The provider's key operations: opening, listing, import and export, and the four that work on the
-// token.
+// The provider's operations on keys: opening, listing, import and export.
 
 #include "nvvtoken/nvvtoken.h"
 
@@ -11,7 +10,6 @@
 #include "base/text.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
-#include "nvvtoken/nvvtoken_pin.h"
 
 namespace NV {
 
@@ -26,78 +24,11 @@ bool isOneOf(std::span<const wchar_t* const> names, std::wstring_view name)
     return std::ranges::any_of(names, [name](const wchar_t* entry) { return name == entry; });
 }
 
-void logPkcs1(const Site& site, const VOID* pPaddingInfo)
-{
-    NV_UNDER(DBG, site, "BCRYPT_PAD_PKCS1 is enabled");
-    if (const auto* info = static_cast<const BCRYPT_PKCS1_PADDING_INFO*>(pPaddingInfo))
-        NV_UNDER(DBG, site, "pkcs1PaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
-}
-
-// The padding of signatures: both kinds need their information. ERROR_SUCCESS, or the status that
-// the missing information gives.
-SECURITY_STATUS checkSignaturePadding(const Site& site, DWORD dwFlags, const VOID* pPaddingInfo)
-{
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
-        logPkcs1(site, pPaddingInfo);
-        if (pPaddingInfo == nullptr) {
-            NV_UNDER(ERR, site, "There is no padding info for BCRYPT_PAD_PKCS1");
-            status = NTE_INVALID_PARAMETER;
-        }
-    }
-    if ((dwFlags & BCRYPT_PAD_PSS) != 0) {
-        NV_UNDER(DBG, site, "BCRYPT_PAD_PSS is enabled");
-        if (const auto* info = static_cast<const BCRYPT_PSS_PADDING_INFO*>(pPaddingInfo)) {
-            NV_UNDER(DBG, site, "pssPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
-            NV_UNDER(DBG, site, "pssPaddingInfo->cbSalt=%d", static_cast<int>(info->cbSalt));
-        } else {
-            NV_UNDER(ERR, site, "There is no padding info for BCRYPT_PAD_PSS");
-            status = NTE_INVALID_PARAMETER;
-        }
-    }
-    return status;
-}
-
-// The padding of encryption. Unlike signing it does without the information for PKCS #1.
-SECURITY_STATUS checkCipherPadding(const Site& site, DWORD dwFlags, const VOID* pPaddingInfo)
-{
-    if ((dwFlags & BCRYPT_PAD_NONE) != 0) {
-        NV_UNDER(DBG, site, "BCRYPT_PAD_NONE is enabled");
-        return ERROR_SUCCESS;
-    }
-    if ((dwFlags & BCRYPT_PAD_PKCS1) != 0) {
-        logPkcs1(site, pPaddingInfo);
-        if (pPaddingInfo == nullptr)
-            NV_UNDER(WRN, site, "There is no padding info for BCRYPT_PAD_PKCS1");
-    }
-    if ((dwFlags & BCRYPT_PAD_OAEP) != 0) {
-        NV_UNDER(DBG, site, "BCRYPT_PAD_OAEP is enabled");
-        if (const auto* info = static_cast<const BCRYPT_OAEP_PADDING_INFO*>(pPaddingInfo)) {
-            NV_UNDER(DBG, site, "oaepPaddingInfo->pszAlgId=%s", printable(info->pszAlgId).c_str());
-        } else {
-            NV_UNDER(ERR, site, "There is no padding info for BCRYPT_PAD_OAEP");
-            return NTE_INVALID_PARAMETER;
-        }
-    }
-    return ERROR_SUCCESS;
-}
-
-void logSilentFlag(const Site& site, DWORD dwFlags)
-{
-    if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
-        NV_UNDER(DBG, site, "NCRYPT_SILENT_FLAG is enabled");
-}
-
 }  // namespace
-
-P11KeyObject* Provider::findKey(const Site& site, NCRYPT_KEY_HANDLE hKey)
-{
-    return logFound(site, keyStore_.findOpened(hKey));
-}
 
 P11KeyObject* Provider::logFound(const Site& site, P11KeyObject* key)
 {
-    // What was not found prints, and that is null whatever the handle. Kept.
+    // Compat: the line shows the null pointer and not the handle that was looked up.
     if (key == nullptr)
         NV_UNDER(ERR, site, "Not Found Key = %p", static_cast<const void*>(key));
     else
@@ -146,7 +77,7 @@ SECURITY_STATUS Provider::FreeKey(NCRYPT_KEY_HANDLE hKey)
 
     if (hKey == 0)
         return trace.end(NTE_INVALID_HANDLE);
-    // These two print the low 32 bits of the handle.
+    // Compat: the log shows the low 32 bits of the handle.
     const auto printed = static_cast<unsigned>(hKey);
     if (!keyStore_.close(hKey)) {
         NV_ERR("Failed to free the key(0x%0x)", printed);
@@ -167,13 +98,14 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
 
     if (ppKeyName == nullptr || ppEnumState == nullptr)
         return trace.end(NTE_INVALID_PARAMETER);
-    // The state is one index. A new one is handed out on success only.
+    // The state is one index. The caller gets a new one only on success.
     auto* state = static_cast<uint32_t*>(*ppEnumState);
     HeapBlock<uint32_t> created;
     if (state == nullptr) {
         created = allocateOnHeap<uint32_t>();
         state = created.get();
         *state = 0;
+        // Compat: spelled like this, because people search the log for this text.
         NV_TRC("Aloocate index %p for enumulation", static_cast<const void*>(state));
     } else {
         NV_TRC("The given index is %d", static_cast<int>(*state));
@@ -190,6 +122,7 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
         NV_ERR("Not Found key");
         return trace.end(NTE_NOT_FOUND);
     }
+    // Compat: FreeBuffer releases the record, but not its names.
     auto name = copyToHeap(key->keyId().c_str());
     auto algorithm = copyToHeap(key->algorithmOid().c_str());
     auto record = allocateOnHeap<NCryptKeyName>();
@@ -226,7 +159,7 @@ SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlo
                printable(pszBlobType).c_str());
         status = NTE_NOT_SUPPORTED;
     }
-    // A blob that the store does not accept gives a null handle and still success. Kept.
+    // Compat: a blob that the store rejects gives a null handle and success.
     if (status == ERROR_SUCCESS)
         *phKey = keyStore_.addEphemeralKey(pbData, cbData);
     return trace.end(status);
@@ -263,7 +196,7 @@ SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hE
     return trace.end(status);
 }
 
-// All blob types give the blob of the key's own kind.
+// Compat: every blob type gives the blob of the key's own type.
 SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, PBYTE pbOutput,
                                           DWORD cbOutput, DWORD* pcbResult)
 {
@@ -282,148 +215,13 @@ SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hK
     if (pbOutput == nullptr)
         return ERROR_SUCCESS;
     if (blob.size() > cbOutput) {
-        // Not a buffer-too-small status. Kept.
+        // Compat: the status is not NTE_BUFFER_TOO_SMALL, and the line is no error.
         NV_UNDER(TRC, site, "The allocated buffer length is too short");
         return NTE_INVALID_PARAMETER;
     }
     NV_UNDER(TRC, site, "Copy the public key data");
     std::copy(blob.begin(), blob.end(), pbOutput);
     return ERROR_SUCCESS;
-}
-
-SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue,
-                                   DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
-                                   DWORD* pcbResult, DWORD dwFlags)
-{
-    constexpr Site here = NV_HERE;
-    Trace trace(here);
-    trace.arguments(pointer("hKey", hKey), pointer("pPaddingInfo", pPaddingInfo),
-                    pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
-                    pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
-                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
-    trace.startClock();
-
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    if (cbHashValue == 0 || pcbResult == nullptr || pbHashValue == nullptr ||
-        (pbSignature != nullptr && cbSignature == 0))
-        status = NTE_INVALID_PARAMETER;
-    logSilentFlag(here, dwFlags);
-    if (const SECURITY_STATUS padding = checkSignaturePadding(here, dwFlags, pPaddingInfo);
-        padding != ERROR_SUCCESS)
-        status = padding;
-    if (status != ERROR_SUCCESS)
-        return trace.end(status);
-
-    P11KeyObject* key = findKey(here, hKey);
-    if (key == nullptr)
-        return trace.end(NTE_INVALID_HANDLE);
-    if (pbSignature == nullptr) {
-        *pcbResult = key->signatureLength();
-        return trace.end(ERROR_SUCCESS);
-    }
-    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
-        const SECURITY_STATUS result =
-            key->sign(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                      cbSignature, dwFlags, pin);
-        if (result == ERROR_SUCCESS)
-            *pcbResult = key->signatureLength();
-        return result;
-    }));
-}
-
-SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo,
-                                          PBYTE pbHashValue, DWORD cbHashValue, PBYTE pbSignature,
-                                          DWORD cbSignature, DWORD dwFlags)
-{
-    constexpr Site here = NV_HERE;
-    Trace trace(here);
-    trace.arguments(pointer("hKey", hKey), pointer("pPaddingInfo", pPaddingInfo),
-                    pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
-                    pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
-                    flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
-    trace.startClock();
-
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    if (pbHashValue == nullptr || cbHashValue == 0 || (pbSignature != nullptr && cbSignature == 0))
-        status = NTE_INVALID_PARAMETER;
-    if (const SECURITY_STATUS padding = checkSignaturePadding(here, dwFlags, pPaddingInfo);
-        padding != ERROR_SUCCESS)
-        status = padding;
-    if (status != ERROR_SUCCESS)
-        return trace.end(status);
-
-    P11KeyObject* key = findKey(here, hKey);
-    if (key == nullptr)
-        return trace.end(NTE_INVALID_HANDLE);
-    const std::lock_guard sequence(sequenceLock());
-    return trace.end(key->verify(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                                 cbSignature, dwFlags));
-}
-
-SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput,
-                                  VOID* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
-                                  DWORD* pcbResult, DWORD dwFlags)
-{
-    constexpr Site here = NV_HERE;
-    Trace trace(here);
-    trace.arguments(pointer("hKey", hKey), pointer("pbInput", pbInput), number("cbInput", cbInput),
-                    pointer("pPaddingInfo", pPaddingInfo), pointer("pbOutput", pbOutput),
-                    number("cbOutput", cbOutput), pointer("pcbResult", pcbResult),
-                    flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
-    trace.startClock();
-
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    if ((pbOutput != nullptr && cbOutput == 0) || pcbResult == nullptr)
-        status = NTE_INVALID_PARAMETER;
-    if (const SECURITY_STATUS padding = checkCipherPadding(here, dwFlags, pPaddingInfo);
-        padding != ERROR_SUCCESS)
-        status = padding;
-    if (status != ERROR_SUCCESS)
-        return trace.end(status);
-
-    P11KeyObject* key = findKey(here, hKey);
-    if (key == nullptr)
-        return trace.end(NTE_INVALID_HANDLE);
-    const std::lock_guard sequence(sequenceLock());
-    return trace.end(key->encrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
-                                  pcbResult, dwFlags));
-}
-
-SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput,
-                                  VOID* pPaddingInfo, PBYTE pbOutput, DWORD cbOutput,
-                                  DWORD* pcbResult, DWORD dwFlags)
-{
-    constexpr Site here = NV_HERE;
-    Trace trace(here);
-    trace.arguments(pointer("hKey", hKey), pointer("pbInput", pbInput), number("cbInput", cbInput),
-                    pointer("pPaddingInfo", pPaddingInfo));
-    trace.skipArgument();  // Compat: the numbers go on with 5.
-    trace.arguments(pointer("pbOutput", pbOutput), number("cbOutput", cbOutput),
-                    pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
-    trace.startClock();
-
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    if (cbInput == 0 || pbInput == nullptr || (pbOutput != nullptr && cbOutput == 0) ||
-        pcbResult == nullptr)
-        status = NTE_INVALID_PARAMETER;
-    logSilentFlag(here, dwFlags);
-    if (const SECURITY_STATUS padding = checkCipherPadding(here, dwFlags, pPaddingInfo);
-        padding != ERROR_SUCCESS)
-        status = padding;
-    if (status != ERROR_SUCCESS)
-        return trace.end(status);
-
-    P11KeyObject* key = findKey(here, hKey);
-    if (key == nullptr)
-        return trace.end(NTE_INVALID_HANDLE);
-    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
-        return key->decrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
-                            pcbResult, dwFlags, pin);
-    }));
 }
 
 }  // namespace NV

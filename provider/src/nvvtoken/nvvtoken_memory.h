@@ -1,4 +1,5 @@
-// Blocks of the C heap: what CNG releases through FreeBuffer, and what travels with it.
+// Blocks of the C heap: those that CNG releases through FreeBuffer, and the texts that they refer
+// to.
 
 #pragma once
 

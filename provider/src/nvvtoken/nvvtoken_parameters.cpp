@@ -1,7 +1,8 @@
-// Reading the buffers of a derivation's parameter list.
+// The table of the buffers that a derivation knows.
 
 #include "nvvtoken/nvvtoken_parameters.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace NV {
@@ -14,12 +15,41 @@ void addTo(SecretBytes& bytes, const ParameterBuffer& buffer)
     bytes.insert(bytes.end(), data, data + buffer.size);
 }
 
-std::wstring textOf(const ParameterBuffer& buffer)
+void takeHashName(const ParameterBuffer& buffer, DerivationParameters& parameters)
 {
     std::wstring text(buffer.size / sizeof(wchar_t), L'\0');
     std::memcpy(text.data(), buffer.bytes, text.size() * sizeof(wchar_t));
-    return text.substr(0, text.find(L'\0'));
+    parameters.hashName = text.substr(0, text.find(L'\0'));
 }
+
+void takePrepend(const ParameterBuffer& buffer, DerivationParameters& parameters)
+{
+    addTo(parameters.prepend, buffer);
+}
+
+void takeAppend(const ParameterBuffer& buffer, DerivationParameters& parameters)
+{
+    addTo(parameters.append, buffer);
+}
+
+void takeHmacKey(const ParameterBuffer& buffer, DerivationParameters& parameters)
+{
+    parameters.hmacKey.clear();
+    addTo(parameters.hmacKey, buffer);
+}
+
+struct KnownParameter {
+    uint32_t type;
+    ParameterKind kind;
+    void (*take)(const ParameterBuffer& buffer, DerivationParameters& parameters);
+};
+
+constexpr KnownParameter knownParameters[] = {
+    {bufferTypeHashAlgorithm, ParameterKind::hashName, takeHashName},
+    {bufferTypePrepend, ParameterKind::prepend, takePrepend},
+    {bufferTypeAppend, ParameterKind::append, takeAppend},
+    {bufferTypeHmacKey, ParameterKind::hmacKey, takeHmacKey},
+};
 
 }  // namespace
 
@@ -27,44 +57,20 @@ ParameterKind parameterKind(const ParameterBuffer& buffer, bool useHmacKdf)
 {
     if (buffer.bytes == nullptr && buffer.size != 0)
         return ParameterKind::unreadable;
-    switch (buffer.type) {
-    case bufferTypeHashAlgorithm:
-        return ParameterKind::hashName;
-    case bufferTypePrepend:
-        return ParameterKind::prepend;
-    case bufferTypeAppend:
-        return ParameterKind::append;
-    case bufferTypeHmacKey:
-        return useHmacKdf ? ParameterKind::hmacKey : ParameterKind::misplacedHmacKey;
-    default:
+    const auto* row = std::ranges::find(knownParameters, buffer.type, &KnownParameter::type);
+    if (row == std::end(knownParameters))
         return ParameterKind::unknown;
-    }
+    if (row->kind == ParameterKind::hmacKey && !useHmacKdf)
+        return ParameterKind::misplacedHmacKey;
+    return row->kind;
 }
 
 void takeParameter(ParameterKind kind, const ParameterBuffer& buffer,
                    DerivationParameters& parameters)
 {
-    if (buffer.size == 0)
-        return;
-    switch (kind) {
-    case ParameterKind::hashName:
-        parameters.hashName = textOf(buffer);
-        break;
-    case ParameterKind::prepend:
-        addTo(parameters.prepend, buffer);
-        break;
-    case ParameterKind::append:
-        addTo(parameters.append, buffer);
-        break;
-    case ParameterKind::hmacKey:
-        parameters.hmacKey.clear();
-        addTo(parameters.hmacKey, buffer);
-        break;
-    case ParameterKind::misplacedHmacKey:
-    case ParameterKind::unknown:
-    case ParameterKind::unreadable:
-        break;
-    }
+    const auto* row = std::ranges::find(knownParameters, kind, &KnownParameter::kind);
+    if (row != std::end(knownParameters) && buffer.size != 0)
+        row->take(buffer, parameters);
 }
 
 }  // namespace NV

@@ -1,5 +1,5 @@
-// The parameter list of a key derivation: what one of its buffers is, and taking its bytes over.
-// Portable, without logging; used by Provider::DeriveKey.
+// The parameter list of a key derivation: the kind of a buffer, and copying its bytes. Portable,
+// without logging; for Provider::DeriveKey.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace NV {
 
-// CNG's BufferType: KDF_HASH_ALGORITHM and its kin; nvvtoken_secrets.cpp holds them to those.
+// Values of BCryptBuffer::BufferType. nvvtoken_secrets.cpp compares them with CNG's constants.
 inline constexpr uint32_t bufferTypeHashAlgorithm = 0;
 inline constexpr uint32_t bufferTypePrepend = 1;
 inline constexpr uint32_t bufferTypeAppend = 2;
@@ -23,19 +23,19 @@ struct ParameterBuffer {
     const void* bytes;
 };
 
-enum class ParameterKind {
+enum class ParameterKind : uint8_t {
     hashName,
     prepend,
     append,
     hmacKey,
-    misplacedHmacKey,  // a key, but the derivation is not by HMAC
+    misplacedHmacKey,  // an HMAC key for a derivation without HMAC
     unknown,
-    unreadable,  // null with a size
+    unreadable,  // a null pointer with a size
 };
 
 ParameterKind parameterKind(const ParameterBuffer& buffer, bool useHmacKdf);
 
-// What the whole list says.
+// The content of the whole list.
 struct DerivationParameters {
     std::wstring hashName;
     SecretBytes hmacKey;
@@ -43,10 +43,10 @@ struct DerivationParameters {
     SecretBytes append;
 };
 
-// Takes over the bytes of a buffer whose kind is one of the first four. Prepend and append items add
-// up in the order of the list, of names and keys the last one holds; an empty buffer changes nothing.
-// The name is a text of at most the buffer's size: it may lack its terminator and need not be
-// aligned. Throws std::bad_alloc.
+// Copies the bytes of a buffer whose kind is one of the first four. Several prepend or append items
+// are joined in the order of the list; of several names or keys the last one is used. An empty
+// buffer changes nothing. The name is a text of at most the buffer's size: it may lack its
+// terminator, and it need not be aligned. Throws std::bad_alloc.
 void takeParameter(ParameterKind kind, const ParameterBuffer& buffer,
                    DerivationParameters& parameters);
 

@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <cwchar>
+#include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
@@ -22,7 +23,7 @@ NCRYPT_PROV_HANDLE handleOf(const Provider* provider)
     return reinterpret_cast<NCRYPT_PROV_HANDLE>(provider);
 }
 
-// The thread that ends the process; 0: none does.
+// The thread that ends the process; 0 if there is none.
 std::atomic<DWORD> endingThread{0};
 
 bool processEndsOnThisThread()
@@ -39,15 +40,13 @@ void endProvidersOnThisThread()
 
 Mutex& sequenceLock()
 {
-    // Never destroyed: a provider may be freed by another module's exit code.
-    static Mutex* const lock = new Mutex(LockRank::sequence);
+    static NeverDestroyed<Mutex> lock(LockRank::sequence);
     return *lock;
 }
 
 ProviderManager& ProviderManager::instance()
 {
-    // Never destroyed: other modules' exit code may still call in.
-    static ProviderManager* const manager = new ProviderManager;
+    static NeverDestroyed<ProviderManager> manager;
     return *manager;
 }
 
@@ -72,14 +71,14 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
         NV_ERR("Invalid Argument[1]:pszProviderName is null");
         status = NTE_INVALID_PARAMETER;
     }
-    const bool goOn = status == ERROR_SUCCESS;
+    const bool pointersValid = status == ERROR_SUCCESS;
     const size_t nameLength = pszProviderName != nullptr ? std::wcslen(pszProviderName) : 0;
     if ((nameLength + 1) * sizeof(wchar_t) > maxProviderNameSize) {
-        // Only reported: the provider is opened all the same. Kept.
+        // Compat: a name that is too long gives an error status, but the provider is opened.
         NV_ERR("Invalid Argument[1]:pszProviderName is too long");
         status = NTE_INVALID_PARAMETER;
     }
-    if (goOn) {
+    if (pointersValid) {
         const SECURITY_STATUS opened = open(here, phProvider);
         if (opened != ERROR_SUCCESS)
             status = opened;
@@ -87,7 +86,8 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
     return trace.end(status);
 }
 
-// A value that is not known yet gets an entry without a provider and is known from then on.
+// Compat: an unknown handle gets an entry without a provider, so that later calls answer it as
+// invalid and do not throw.
 bool ProviderManager::isOpen(NCRYPT_PROV_HANDLE hProvider)
 {
     const std::lock_guard guard(mapLock_);
@@ -100,6 +100,9 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
         NV_UNDER(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
         return NTE_INVALID_PARAMETER;
     }
+    // Compat: nothing owns the provider until it is open, so one that fails to open is never
+    // destroyed. Destroying it unloads the library, and a library may not survive that after a
+    // failed start.
     auto* provider = new (std::nothrow) Provider;
     if (provider == nullptr) {
         NV_UNDER(ERR, site, "Failure: Failed to allocate memory");
@@ -107,15 +110,16 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
     }
     NV_UNDER(DBG, site, "Success: Provider[%p] Allocated", static_cast<const void*>(provider));
     if (!provider->init()) {
-        // The object stays as it is, for good: what a library does when it is unloaded after a
-        // failed start is not to be found out in somebody else's process.
         NV_UNDER(ERR, site, "Failure: Failed to Load PKCS#11");
         return NTE_INTERNAL_ERROR;
     }
     const std::lock_guard guard(mapLock_);
-    // An entry without a provider that an earlier free of this address has left stays: the handle
-    // then answers as invalid. Kept.
-    providers_.try_emplace(handleOf(provider), provider);
+    // Compat: freeing a handle twice leaves an entry without a provider. A provider that is opened
+    // at that address later is not put there: its handle answers as invalid, and nothing destroys
+    // it.
+    const auto [entry, added] = providers_.try_emplace(handleOf(provider));
+    if (added)
+        entry->second.reset(provider);
     *phProvider = handleOf(provider);
     return ERROR_SUCCESS;
 }
@@ -138,10 +142,11 @@ SECURITY_STATUS ProviderManager::FreeProvider(NCRYPT_PROV_HANDLE hProvider)
 
 SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProvider)
 {
-    Provider* provider = nullptr;
+    std::unique_ptr<Provider> provider;
     {
         const std::lock_guard guard(mapLock_);
-        provider = providers_[hProvider];
+        // Compat: an unknown handle gets an entry, see isOpen.
+        provider = std::move(providers_[hProvider]);
         if (provider != nullptr)
             providers_.erase(hProvider);
     }
@@ -149,15 +154,16 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
         NV_UNDER(ERR, site, "Failure: Provider[%p] not found", asPointer(hProvider));
         return NTE_INVALID_HANDLE;
     }
-    // The handle is gone: from here on nothing may keep the provider from being destroyed.
+    // The map no longer has the handle, so an error of the log must not stop the rest.
     quietly([&] { NV_UNDER(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
     {
         const std::lock_guard guard(mapLock_);
-        mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider); });
+        mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider.get()); });
     }
-    // Its library is finalised once more: not inside another provider's sequence.
+    // The destructor finalizes the library, which must not happen inside another provider's
+    // sequence.
     const std::lock_guard guard(sequenceLock());
-    const std::unique_ptr<Provider> owned(provider);
+    provider.reset();
     return ERROR_SUCCESS;
 }
 
@@ -169,9 +175,10 @@ ProviderManager::Visit ProviderManager::visit(NCRYPT_PROV_HANDLE hProvider)
     const auto entry = providers_.find(hProvider);
     if (entry == providers_.end())
         throw std::out_of_range("invalid map<K, T> key");
-    if (entry->second != nullptr)
-        ++visits_[entry->second];
-    return {*this, entry->second};
+    Provider* provider = entry->second.get();
+    if (provider != nullptr)
+        ++visits_[provider];
+    return {*this, provider};
 }
 
 ProviderManager::Visit::~Visit()
@@ -187,8 +194,9 @@ ProviderManager::Visit::~Visit()
 
 void ProviderManager::clear()
 {
-    for (const auto& [handle, provider] : providers_)
-        delete provider;
+    // In the order of the handles, as the log shows it.
+    for (auto& [handle, provider] : providers_)
+        provider.reset();
     providers_.clear();
 }
 

@@ -11,7 +11,7 @@
 #include "keystore/keystore_secret.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_parameters.h"
-#include "nvvtoken/nvvtoken_pin.h"
+#include "nvvtoken/nvvtoken_work.h"
 
 namespace NV {
 
@@ -107,18 +107,17 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
         return trace.end(NTE_INVALID_PARAMETER);
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
-    P11KeyObject* key = findKey(here, hPrivKey);
-    if (key == nullptr)
-        return trace.end(NTE_INVALID_HANDLE);
-    return trace.end(withPIN(here, [&](const SecretBytes& pin) {
-        return agree(here, *key, hPubKey, phAgreedSecret, pin);
+    return trace.end(withKey(here, hPrivKey, [&](P11KeyObject& key) {
+        return withPIN(here, [&](const SecretBytes& pin) {
+            return agree(here, key, hPubKey, phAgreedSecret, pin);
+        });
     }));
 }
 
 SECURITY_STATUS Provider::agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_HANDLE hPubKey,
                                 NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin)
 {
-    // Taken as it is, without a look-up: it is the handle that ImportKey gave.
+    // Compat: there is no look-up of this handle. It must be one that ImportKey returned.
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     const auto* peer = reinterpret_cast<const P11KeyObject*>(hPubKey);
     Bytes peerKey = base64Decode(peer->publicKey());
@@ -173,7 +172,7 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
         NV_ERR("Unsupported KDF Hash Algorithm [%s]", toUtf8(parameters.hashName).c_str());
         return trace.end(NTE_INVALID_PARAMETER);
     }
-    // A copy: another provider's thread may free the secret meanwhile.
+    // A copy, because a thread with another provider may free the secret during the derivation.
     const auto secret = SecretList::instance().copy(hSharedSecret);
     if (!secret) {
         NV_ERR("Not found secretHandle(%p) in managed Global SecretHandle List",

@@ -16,7 +16,7 @@ constexpr int showButton = 1008;
 constexpr WPARAM bullet = 0x2022;
 constexpr WPARAM unmasked = 0;
 
-// The typed characters. They are read as one line of the field.
+// Reads the typed characters as one line of the field.
 SecretWideText readLine(HWND field, size_t length)
 {
     SecretWideText line(length + 1);
@@ -27,8 +27,8 @@ SecretWideText readLine(HWND field, size_t length)
     return line;
 }
 
-// The window system keeps the field's text in memory of its own, which it releases as it is. So each
-// character is overwritten in its place before the text is made empty.
+// The window system has the field's text in its own memory and does not wipe it. So this function
+// overwrites each character in place before it empties the text.
 void clearField(HWND field)
 {
     const LRESULT length = SendMessageW(field, EM_LINELENGTH, 0, 0);
@@ -150,7 +150,7 @@ void PINDialog::prepare(const Site& site, HWND hDlg) const
         NV_UNDER(TRC, site, "WM_INITDIALOG: EM_SETPASSWORDCHAR hwnd=%p",
                  static_cast<const void*>(field));
     } else {
-        // Spelt so, here and below; logs are searched by it.
+        // Compat: spelled like this, here and below, because people search the log for these texts.
         NV_UNDER(ERR, site, "Failed to change password charactor");
     }
     RECT frame;
@@ -158,7 +158,7 @@ void PINDialog::prepare(const Site& site, HWND hDlg) const
         NV_UNDER(ERR, site, "Failed to move to center");
         return;
     }
-    // The template's DS_CENTER has centred the window; the position is only logged.
+    // Only for the log: DS_CENTER in the template has already centered the window.
     const int width = frame.right - frame.left;
     const int height = frame.bottom - frame.top;
     NV_UNDER(TRC, site, "WM_INITDIALOG: GetWindowRect() w=%d, h=%d", width, height);
@@ -179,7 +179,7 @@ void PINDialog::accept(const Site& site, HWND hDlg)
     }
     SecretBytes pin;
     pin.reserve(length);
-    // Each UTF-16 unit gives its low byte; no code page is involved.
+    // Compat: the PIN is the low byte of each UTF-16 unit, without a code page.
     const SecretWideText line = readLine(field, length);
     for (size_t i = 0; i < length; ++i)
         pin.push_back(static_cast<unsigned char>(line[i]));

@@ -1,5 +1,5 @@
-// The modal dialog that asks the user for the token's PIN. It knows nothing of the provider: it is
-// given the owner window and the length limits.
+// The modal dialog that asks the user for the token's PIN. It does not depend on the provider: the
+// caller passes the owner window and the length limits.
 
 #pragma once
 
@@ -15,9 +15,9 @@
 
 namespace NV {
 
-// What the dialog needs from whoever asks.
+// What the caller passes to the dialog.
 struct PINRequest {
-    HINSTANCE instance;      // of the module that holds the template
+    HINSTANCE instance;      // of the module that contains the template
     HWND parent;             // null: the desktop window
     CK_ULONG minimumLength;  // bytes, CK_TOKEN_INFO.ulMinPinLen
     CK_ULONG maximumLength;  // bytes, CK_TOKEN_INFO.ulMaxPinLen
@@ -42,12 +42,11 @@ private:
     uint32_t code_;
 };
 
-// Shows the dialog and gives the PIN, one byte for each character. Throws PINDialogException when
-// the user cancels. A dialog that cannot be shown gives an empty PIN, and so does a null request.
+// Shows the dialog and returns the PIN, one byte for each character. Throws PINDialogException if
+// the user cancels. Compat: the PIN is empty if the dialog cannot be shown, and for a null request.
 SecretBytes requestPIN(const PINRequest* request);
 
-// One showing of the dialog, on the stack of requestPIN. Runs on the calling thread and returns
-// when the user has answered.
+// One run of the dialog, on the calling thread, until the user answers.
 class PINDialog {
 public:
     explicit PINDialog(const PINRequest& request);
@@ -55,7 +54,7 @@ public:
     PINDialog(const PINDialog&) = delete;
     PINDialog& operator=(const PINDialog&) = delete;
 
-    // Runs the dialog. Always true: a failing DialogBoxParamW is only logged.
+    // Runs the dialog. Compat: always true; a failure of DialogBoxParamW is only logged.
     bool open();
 
     const SecretBytes& pin() const { return pin_; }
@@ -64,7 +63,7 @@ public:
 private:
     static INT_PTR CALLBACK DialogProc(HWND hDlg, UINT message, WPARAM wParam, LPARAM lParam);
 
-    // The steps take the place of the procedure under whose name they log.
+    // The steps of the dialog procedure. They log under its name.
     INT_PTR forward(const Site& site, HWND hDlg, UINT message, WPARAM wParam,
                     LPARAM lParam) noexcept;
     INT_PTR Procedure(HWND hDlg, UINT message, WPARAM wParam, LPARAM lParam);
@@ -82,7 +81,7 @@ private:
     bool canceled_ = false;
     CK_ULONG minimumLength_;
     CK_ULONG maximumLength_;
-    // An exception must not cross the window manager's frames: it is kept and thrown by open.
+    // An exception must not pass through the frames of the window manager, so open throws it again.
     std::exception_ptr error_;
 };
 

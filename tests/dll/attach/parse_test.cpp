@@ -6,7 +6,8 @@
 #include <string>
 
 #include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_keys.h"
+#include "config/config_values.h"
 #include "folder.h"
 #include "logger/logger.h"
 

@@ -1,4 +1,4 @@
-// Steps on the configuration file and on the log folder that it names.
+// The steps for the configuration file and for its log folder.
 
 #include <algorithm>
 #include <cctype>
@@ -12,8 +12,8 @@
 #include <stdexcept>
 
 #include "check/check.h"
-#include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_keys.h"
+#include "config/config_values.h"
 #include "failure.h"
 #include "system/configuration.h"
 #include "text.h"
@@ -21,9 +21,6 @@
 namespace NV::tool {
 
 namespace {
-
-constexpr const char* knownKeys[] = {"p11File", "logLevel", "logTypes", "logStore", "logRotate"};
-constexpr const char* levelNames[] = {"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "SEVERE"};
 
 struct Line {
     size_t number;
@@ -51,7 +48,7 @@ std::string keyOf(const Line& line)
     return trimSpaces(line.text.substr(0, line.text.find('=')));
 }
 
-// Control characters become visible, "\r" as \r.
+// Shows control characters, for example a carriage return as \r.
 std::string printable(const std::string& text)
 {
     std::string result;
@@ -76,7 +73,7 @@ std::string quoted(const Line& line)
     return "line " + std::to_string(line.number) + ": \"" + printable(line.text) + "\"";
 }
 
-// Of UTF-8 or UTF-16, as editors write it unasked.
+// Some editors write the mark of UTF-8 or UTF-16 without asking.
 bool hasByteOrderMark(const std::vector<Line>& lines)
 {
     return !lines.empty() && (lines.front().text.starts_with("\xEF\xBB\xBF") ||
@@ -84,7 +81,7 @@ bool hasByteOrderMark(const std::vector<Line>& lines)
                               lines.front().text.starts_with("\xFE\xFF"));
 }
 
-// The first line that the module does not take; it reads no further.
+// The first line that the module rejects. It does not read the lines after that.
 const Line* firstBadLine(const std::vector<Line>& lines)
 {
     const auto bad = std::ranges::find_if(lines, [](const Line& line) {
@@ -93,7 +90,7 @@ const Line* firstBadLine(const std::vector<Line>& lines)
     return bad == lines.end() ? nullptr : &*bad;
 }
 
-// Why the module does not take the file.
+// Reports why the module rejects the file.
 void reportRefusal(Findings& findings, const std::vector<Line>& lines, const Failure& refusal)
 {
     constexpr const char* name = "configuration-lines";
@@ -104,21 +101,35 @@ void reportRefusal(Findings& findings, const std::vector<Line>& lines, const Fai
     else if (bad == nullptr)
         findings.fail(name, refusal.what(), "The module must be able to read the file.");
     else if (bad->text.ends_with('\r'))
-        findings.fail(name, quoted(*bad) + " has no \"=\", since its carriage return counts",
+        findings.fail(name, quoted(*bad) + " has no \"=\"; the carriage return is part of the line",
                       "Save the file with line feeds alone (LF, not CRLF). The module does not "
-                      "load with it.");
+                      "load with this line.");
     else
         findings.fail(name, quoted(*bad) + " has no \"=\"",
-                      "Mend or remove the line; # as its first character makes it a comment, and "
-                      "an empty line has no spaces. The module does not load with it.");
+                      "Fix or remove the line. A comment begins with # in the first column, and an "
+                      "empty line has no spaces. The module does not load with this line.");
 }
 
-// Lines that are read, but not as they were meant.
+// Lines that the module reads, but probably not as the user means them.
 struct OddLines {
     std::vector<Line> withReturn;
-    std::vector<Line> unknown;   // keys that nothing reads
-    std::vector<Line> repeated;  // keys that an earlier line has
+    std::vector<Line> unknown;   // keys that the module does not know
+    std::vector<Line> repeated;  // keys of an earlier line
 };
+
+bool isKnown(const std::string& name)
+{
+    return std::ranges::any_of(configKeys(),
+                               [&](const ConfigKey& key) { return key.name == name; });
+}
+
+std::string knownKeys()
+{
+    std::string names;
+    for (const ConfigKey& key : configKeys())
+        names += (names.empty() ? "" : ", ") + std::string(key.name);
+    return names;
+}
 
 OddLines findOddLines(const std::vector<Line>& lines)
 {
@@ -129,7 +140,7 @@ OddLines findOddLines(const std::vector<Line>& lines)
             continue;
         if (line.text.ends_with('\r'))
             odd.withReturn.push_back(line);
-        if (std::ranges::find(knownKeys, keyOf(line)) == std::end(knownKeys))
+        if (!isKnown(keyOf(line)))
             odd.unknown.push_back(line);
         if (!keys.insert(keyOf(line)).second)
             odd.repeated.push_back(line);
@@ -142,21 +153,20 @@ void reportLines(Findings& findings, const std::vector<Line>& lines)
     constexpr const char* name = "configuration-lines";
     const OddLines odd = findOddLines(lines);
     if (hasByteOrderMark(lines))
-        findings.fail(name, "the file begins with a byte order mark, which spoils its first line",
-                      "Save it as UTF-8 without a byte order mark.");
+        findings.fail(
+            name, "the file begins with a byte order mark, which becomes part of its first line",
+            "Save it as UTF-8 without a byte order mark.");
     else if (!odd.withReturn.empty())
         findings.fail(name,
                       "a carriage return becomes part of the value of " +
                           std::to_string(odd.withReturn.size()) + " lines",
                       "Save the file with line feeds alone (LF, not CRLF).");
     else if (!odd.unknown.empty())
-        findings.warn(name, "keys that nothing reads",
-                      "Keys are case-sensitive: p11File, logLevel, logTypes, logStore, logRotate.");
+        findings.warn(name, "unknown keys", "Keys are case-sensitive: " + knownKeys() + ".");
     else if (!odd.repeated.empty())
-        findings.warn(name, "keys that stand there twice; the last line holds",
-                      "Remove the others.");
+        findings.warn(name, "duplicate keys; the last one is used", "Remove the others.");
     else
-        findings.ok(name, std::to_string(lines.size()) + " lines, all good");
+        findings.ok(name, std::to_string(lines.size()) + " lines, no problems found");
     for (const auto* group : {&odd.withReturn, &odd.unknown, &odd.repeated}) {
         for (const Line& line : *group)
             findings.detail(quoted(line));
@@ -169,79 +179,89 @@ struct ValueProblem {
     std::string advice;
 };
 
-std::optional<ValueProblem> problemOfRotate(Config& config)
+std::optional<ValueProblem> problemOfLibrary(const std::string& name, const std::string& value)
 {
-    const std::string& value = config.get("logRotate");
-    try {
-        parseLogRotate(value, 7);
-    } catch (const std::out_of_range&) {
-        return ValueProblem{true,
-                            "logRotate=" + value + " is too large, so the module does not load",
-                            "Give a number of days, like logRotate=7."};
-    } catch (const std::exception&) {
-        return ValueProblem{true, "logRotate is missing or empty, so the module does not load",
-                            "Add a line like logRotate=7."};
-    }
-    if (!std::ranges::all_of(value, [](unsigned char c) { return std::isdigit(c) != 0; }))
-        return ValueProblem{false, "logRotate=" + value + " is not a number, so 7 days hold",
-                            "Give digits only."};
+    if (value.empty())
+        return ValueProblem{true, name + " is missing or empty, so the provider does not open",
+                            "Run \"keywarden init --p11 PATH\" to write it."};
+    if (value.find('#') != std::string::npos)
+        return ValueProblem{false, name + "=" + value + ": the # is part of the path",
+                            "Put a comment on a line of its own."};
     return std::nullopt;
 }
 
-std::optional<ValueProblem> problemOfLevel(Config& config)
+std::optional<ValueProblem> problemOfLevel(const std::string& name, const std::string& value)
 {
-    std::string value = config.get("logLevel");
-    std::ranges::transform(value, value.begin(),
-                           [](unsigned char c) { return static_cast<char>(std::toupper(c)); });
-    if (value.empty() || std::ranges::find(levelNames, value) != std::end(levelNames))
+    if (value.empty() || isLogLevel(value))
         return std::nullopt;
-    return ValueProblem{false, "logLevel=" + config.get("logLevel") + " is no level; INFO holds",
-                        "Give TRACE, DEBUG, INFO, WARN, ERROR or SEVERE."};
+    return ValueProblem{false, name + "=" + value + " is not a level; INFO is used",
+                        "Specify " + choiceOf(levelNames()) + "."};
 }
 
-std::optional<ValueProblem> problemOfTypes(Config& config)
+std::optional<ValueProblem> problemOfTypes(const std::string& name, const std::string& value)
 {
-    const std::string& value = config.get("logTypes");
-    constexpr const char* advice = "Give FILE, CONSOLE, or both with a comma between them.";
     const auto problem = [&](const std::string& text) {
-        return ValueProblem{false, "logTypes=" + value + text, advice};
+        return ValueProblem{false, name + "=" + value + text,
+                            "Specify FILE, CONSOLE, or both with a comma between them."};
     };
     if (!value.empty() && parseLogTypes(value) == 0)
-        return problem(" names no output, so nothing is logged");
-    std::istringstream names(value);
-    for (std::string name; std::getline(names, name, ',');) {
-        if (parseLogTypes(name) == 0)
-            return problem(": \"" + name + "\" is no output and counts for nothing");
+        return problem(" does not name an output, so nothing is logged");
+    std::istringstream outputs(value);
+    for (std::string output; std::getline(outputs, output, ',');) {
+        if (parseLogTypes(output) == 0)
+            return problem(": \"" + output + "\" is not an output and is ignored");
     }
     return std::nullopt;
 }
 
-std::optional<ValueProblem> problemOfLibrary(Config& config)
+std::optional<ValueProblem> problemOfDays(const std::string& name, const std::string& value)
 {
-    const std::string& value = config.get("p11File");
-    if (value.empty())
-        return ValueProblem{true, "p11File is missing or empty, so the provider does not open",
-                            "\"keywarden init --p11 PATH\" writes it."};
-    if (value.find('#') != std::string::npos)
-        return ValueProblem{false, "p11File=" + value + ": the # belongs to the path",
-                            "A comment needs a line of its own."};
+    const std::string days = std::to_string(LoggerSettings().rotate);
+    try {
+        parseLogRotate(value, LoggerSettings().rotate);
+    } catch (const std::out_of_range&) {
+        return ValueProblem{true, name + "=" + value + " is too large, so the module does not load",
+                            "Specify a number of days, for example " + name + "=7."};
+    } catch (const std::exception&) {
+        return ValueProblem{true, name + " is missing or empty, so the module does not load",
+                            "Add a line, for example " + name + "=7."};
+    }
+    if (!std::ranges::all_of(value, [](unsigned char c) { return std::isdigit(c) != 0; }))
+        return ValueProblem{false,
+                            name + "=" + value + " is not a number, so " + days + " days are used",
+                            "Specify digits only."};
+    return std::nullopt;
+}
+
+std::optional<ValueProblem> problemOf(const ConfigKey& key, const std::string& value)
+{
+    switch (key.kind) {
+    case ConfigKind::library:
+        return problemOfLibrary(key.name, value);
+    case ConfigKind::logLevel:
+        return problemOfLevel(key.name, value);
+    case ConfigKind::logTypes:
+        return problemOfTypes(key.name, value);
+    case ConfigKind::days:
+        return problemOfDays(key.name, value);
+    case ConfigKind::folder:
+        break;  // checkLogFolder
+    }
     return std::nullopt;
 }
 
 void checkValues(Findings& findings)
 {
-    Config& config = Config::instance();
     std::vector<ValueProblem> problems;
-    for (const auto& problem : {problemOfLibrary(config), problemOfRotate(config),
-                                problemOfLevel(config), problemOfTypes(config)}) {
-        if (problem)
+    for (const ConfigKey& key : configKeys()) {
+        if (const auto problem = problemOf(key, Config::instance().get(key.name)))
             problems.push_back(*problem);
     }
     if (problems.empty()) {
-        findings.ok("configuration-values", "every value is good");
+        findings.ok("configuration-values", "no problems found");
         return;
     }
-    // What keeps the module from working comes first.
+    // Problems that stop the module come first.
     std::stable_partition(problems.begin(), problems.end(),
                           [](const ValueProblem& problem) { return problem.fatal; });
     const ValueProblem& first = problems.front();
@@ -253,7 +273,7 @@ void checkValues(Findings& findings)
         findings.detail(problems[i].text + ". " + problems[i].advice);
 }
 
-// ERROR_SUCCESS if a file can be made there, otherwise the system's error. Leaves nothing behind.
+// Creates and deletes a file there. ERROR_SUCCESS, or the system's error.
 DWORD tryToWriteInto(const std::filesystem::path& folder)
 {
     const std::filesystem::path probe =
@@ -273,8 +293,8 @@ void checkConfiguration(Findings& findings)
     const std::filesystem::path file = configurationFile();
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) {
-        findings.fail("configuration-file", "there is no " + toUtf8(file),
-                      "\"keywarden init\" writes one.");
+        findings.fail("configuration-file", toUtf8(file) + " does not exist",
+                      "Run \"keywarden init\" to write it.");
         return;
     }
     const std::vector<Line> lines = readLines(file);
@@ -290,7 +310,7 @@ void checkConfiguration(Findings& findings)
     checkValues(findings);
     Config& config = Config::instance();
     findings.library = config.get("p11File");
-    const bool toFile = (parseLogTypes(config.get("logTypes")) & 2U) != 0;
+    const bool toFile = (parseLogTypes(config.get("logTypes")) & logToFile) != 0;
     if (toFile && !config.get("logStore").empty())
         findings.logFolder = configuredLogFolder();
 }
@@ -304,25 +324,26 @@ void checkLogFolder(Findings& findings)
     }
     const std::filesystem::path& folder = findings.logFolder;
     if (folder.empty()) {
-        findings.ok(name, "no log files are written (logTypes without FILE, or no logStore)");
+        findings.ok(name, "no log files: logTypes lacks FILE, or logStore is empty");
         return;
     }
     std::error_code error;
     const bool made = std::filesystem::create_directories(folder, error);
     if (!std::filesystem::is_directory(folder, error))
-        findings.fail(name, toUtf8(folder) + " is not there and cannot be made",
-                      "Without it every call of the provider fails. Choose another logStore, or "
-                      "empty logTypes.");
+        findings.fail(name, toUtf8(folder) + " does not exist and cannot be created",
+                      "Without the folder, every call of the provider fails. Choose another "
+                      "logStore, or leave logTypes empty.");
     else if (const DWORD refusal = tryToWriteInto(folder); refusal != ERROR_SUCCESS)
-        findings.warn(name, "no file can be made in " + toUtf8(folder) + ": " + errorText(refusal),
+        findings.warn(name,
+                      "no file can be created in " + toUtf8(folder) + ": " + errorText(refusal),
                       "Records are dropped. Grant the user write access, or choose another "
                       "logStore.");
     else if (!folder.is_absolute())
-        findings.warn(name,
-                      toUtf8(folder) + " is no full path, so each program logs somewhere else",
-                      "Begin logStore with a drive, or with ~ for the user's profile.");
+        findings.warn(
+            name, toUtf8(folder) + " is not a full path, so each program logs to a different place",
+            "Begin logStore with a drive, or with ~ for the user's profile.");
     else
-        findings.ok(name, toUtf8(folder) + " can be written to");
+        findings.ok(name, toUtf8(folder) + " is writable");
     if (made)
         std::filesystem::remove(folder, error);
 }

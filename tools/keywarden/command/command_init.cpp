@@ -16,19 +16,19 @@ namespace NV::tool {
 namespace {
 
 struct InitOptions {
-    NewConfiguration configuration;
+    Settings configuration = newConfiguration();
     bool force = false;
 };
 
-// Asks which of the libraries that are there is to be used.
+// Asks the user to choose one of the libraries that are installed.
 std::string chooseLibrary(Session& session)
 {
     const std::vector<FoundLibrary> found = findLibraries();
     if (found.empty())
         throw Failure("no PKCS#11 library was found in the usual places",
-                      "Name it with --p11 PATH.");
+                      "Specify it with --p11 PATH.");
     if (session.out.json())
-        throw Failure("--json does not ask", "Name the library with --p11 PATH.");
+        throw Failure("--json does not ask", "Specify the library with --p11 PATH.");
     session.out.line("PKCS#11 libraries on this machine:");
     for (size_t i = 0; i < found.size(); ++i)
         session.out.line("  " + std::to_string(i + 1) + "  " + found[i].product + "  " +
@@ -39,7 +39,7 @@ std::string chooseLibrary(Session& session)
     size_t number = 0;
     if (!CLI::detail::lexical_cast(CLI::detail::trim(answer), number) || number < 1 ||
         number > found.size())
-        throw Failure("\"" + answer + "\" is none of them; nothing was written");
+        throw Failure("\"" + answer + "\" is not one of them; nothing was written");
     return toUtf8(found[number - 1].file);
 }
 
@@ -48,48 +48,46 @@ void init(Session& session, InitOptions& options)
     const std::filesystem::path file = configurationFile();
     std::error_code error;
     if (std::filesystem::exists(file, error) && !options.force)
-        throw Failure(toUtf8(file) + " is there already", "--force replaces it.");
-    NewConfiguration& configuration = options.configuration;
-    if (configuration.p11File.empty())
-        configuration.p11File = chooseLibrary(session);
-    if (!std::filesystem::is_regular_file(toPath(configuration.p11File), error))
-        throw Failure("there is no file " + configuration.p11File,
-                      "--p11 wants the full path of the token's PKCS#11 library.");
-    // Both are looked up in processes of any working folder.
-    configuration.p11File = toUtf8(std::filesystem::absolute(toPath(configuration.p11File)));
-    if (!configuration.logStore.empty() && !configuration.logStore.starts_with('~'))
-        configuration.logStore = toUtf8(std::filesystem::absolute(toPath(configuration.logStore)));
-    writeConfiguration(file, configurationText(configuration));
+        throw Failure(toUtf8(file) + " already exists", "--force replaces it.");
+    std::string& library = options.configuration["p11File"];
+    std::string& logFolder = options.configuration["logStore"];
+    if (library.empty())
+        library = chooseLibrary(session);
+    if (!std::filesystem::is_regular_file(toPath(library), error))
+        throw Failure("there is no file " + library,
+                      "Give --p11 the full path of the token's PKCS#11 library.");
+    // Full paths, because the processes that load the module have working folders of their own.
+    library = toUtf8(std::filesystem::absolute(toPath(library)));
+    if (!logFolder.empty() && !logFolder.starts_with('~'))
+        logFolder = toUtf8(std::filesystem::absolute(toPath(logFolder)));
+    writeConfiguration(file, configurationText(options.configuration));
     session.out.line("Written: " + toUtf8(file));
-    session.out.line("Next: \"keywarden check\" looks whether all is in order.");
+    session.out.line("Next: run \"keywarden check\" to check it.");
     session.out.document({{"file", toUtf8(file)},
-                          {"p11File", configuration.p11File},
-                          {"logStore", configuration.logStore},
-                          {"logLevel", configuration.logLevel}});
+                          {"p11File", library},
+                          {"logStore", logFolder},
+                          {"logLevel", options.configuration["logLevel"]}});
 }
 
 }  // namespace
 
 void addInit(CLI::App& program, Session& session)
 {
-    CLI::App& command =
-        *program.add_subcommand("init", "Write the configuration file of this user");
+    CLI::App& command = *program.add_subcommand("init", "Write this user's configuration file");
     const auto options = std::make_shared<InitOptions>();
+    const std::vector<std::string> levels = levelNames();
     command
-        .add_option("--p11", options->configuration.p11File,
-                    "The token's PKCS#11 library; without it, those that are found are listed")
+        .add_option("--p11", options->configuration["p11File"],
+                    "The token's PKCS#11 library; without it, the command lists the ones it finds")
         ->option_text("PATH");
     command
-        .add_option("--log-dir", options->configuration.logStore,
-                    "Folder of the log files; ~ stands for the user's profile")
+        .add_option("--log-dir", options->configuration["logStore"],
+                    "Folder of the log files; ~ is the user's profile folder")
         ->option_text("DIR");
-    command
-        .add_option("--log-level", options->configuration.logLevel,
-                    "TRACE, DEBUG, INFO, WARN, ERROR or SEVERE")
+    command.add_option("--log-level", options->configuration["logLevel"], choiceOf(levels))
         ->option_text("LEVEL")
-        ->transform(
-            CLI::IsMember({"TRACE", "DEBUG", "INFO", "WARN", "ERROR", "SEVERE"}, CLI::ignore_case));
-    command.add_flag("--force", options->force, "Replace a file that is there");
+        ->transform(CLI::IsMember(levels, CLI::ignore_case));
+    command.add_flag("--force", options->force, "Replace an existing file");
     command.callback([&session, options] { init(session, *options); });
 }
 

@@ -1,4 +1,4 @@
-// The text of a new configuration file, and the usual places of PKCS#11 libraries.
+// The text of a new configuration file, and the usual locations of PKCS#11 libraries.
 
 #include "system/configuration.h"
 
@@ -8,8 +8,9 @@
 #include <fstream>
 #include <system_error>
 
-#include "config/config.h"
-#include "config/config_apply.h"
+#include "config/config_keys.h"
+#include "config/config_path.h"
+#include "config/config_values.h"
 #include "failure.h"
 #include "text.h"
 
@@ -38,28 +39,22 @@ constexpr UsualPlace usualPlaces[] = {
     {"p11-kit", L"ProgramFiles", L"p11-kit\\bin\\p11-kit-client.dll"},
 };
 
-void checkValue(const std::string& key, const std::string& value)
+// Throws Failure for a value that the module would not read back as it is: it takes each byte of
+// the library's path for a character, and each "~" of a folder for the user's profile.
+void checkValue(const ConfigKey& key, const std::string& value)
 {
     if (value.find_first_of("\r\n") != std::string::npos || value.starts_with(' ') ||
         value.ends_with(' '))
-        throw Failure("the value of " + key +
-                      " cannot be written: it has a line break in it or "
-                      "a space at an end");
-}
-
-// The module takes each byte of the path for a character when it loads the library, and each "~" of
-// the log's folder for the user's profile.
-void checkPaths(const NewConfiguration& configuration)
-{
-    if (!isAscii(configuration.p11File))
-        throw Failure("the library's path has characters outside ASCII, and the provider loads no "
-                      "such library: " +
-                          configuration.p11File,
+        throw Failure(std::string("the value of ") + key.name +
+                      " cannot be written: it contains a line break, or a space at one end");
+    if (key.kind == ConfigKind::library && !isAscii(value))
+        throw Failure("the library's path has characters outside ASCII, and the provider does not "
+                      "load such a library: " +
+                          value,
                       "Copy the library to a folder with a plain name.");
-    if (configuration.logStore.find('~', 1) != std::string::npos)
-        throw Failure("the log's folder has a ~ in it, which stands for the user's profile: " +
-                          configuration.logStore,
-                      "Give the folder's long name.");
+    if (key.kind == ConfigKind::folder && value.find('~', 1) != std::string::npos)
+        throw Failure("the log folder contains a ~, which stands for the user's profile: " + value,
+                      "Specify the folder's long name.");
 }
 
 std::wstring fromAnsi(const std::string& text)
@@ -72,7 +67,7 @@ std::wstring fromAnsi(const std::string& text)
 }
 
 // The same text in the ANSI code page.
-std::string toAnsi(const std::string& key, const std::string& value)
+std::string toAnsi(const ConfigKey& key, const std::string& value)
 {
     const std::wstring wide = toUtf16(value);
     const auto length = static_cast<int>(wide.size());
@@ -83,17 +78,29 @@ std::string toAnsi(const std::string& key, const std::string& value)
     WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), length, ansi.data(), size,
                         nullptr, &replaced);
     if (replaced != FALSE)
-        throw Failure("the value of " + key + " has characters that the system's code page lacks",
-                      "Choose a folder with a plainer name.");
+        throw Failure(std::string("the value of ") + key.name +
+                          " has characters that the system's code page lacks",
+                      "Choose a folder with a plain name.");
     return ansi;
 }
 
-// In the ANSI code page, as the module takes it.
-std::string narrowProfile()
+// The lines of the text, each as a comment.
+std::string asComment(const std::string& text)
 {
-    const char* profile = std::getenv("USERPROFILE");
-    return profile != nullptr ? profile : "";
+    std::string comment = "# ";
+    for (const char c : text) {
+        comment += c;
+        if (c == '\n')
+            comment += "# ";
+    }
+    return comment + "\n";
 }
+
+constexpr const char* fileComment =
+    "Norvanta KeyWarden: read once, when the module is loaded into a process.\n"
+    "key=value, one a line. A line that begins with # is a comment; further on in a line\n"
+    "a # belongs to the value. Lines end in a line feed alone: a carriage return would\n"
+    "become part of the value.";
 
 }  // namespace
 
@@ -101,17 +108,15 @@ std::filesystem::path configurationFile()
 {
     const wchar_t* profile = _wgetenv(L"USERPROFILE");
     if (profile == nullptr || *profile == L'\0')
-        throw Failure("USERPROFILE is not set, so there is no place for the configuration");
-    return std::filesystem::path(profile) / L".norvanta-keywarden" / L"nvksprovider.conf";
+        throw Failure("USERPROFILE is not set, so there is no folder for the configuration");
+    return NV::configurationFile(std::filesystem::path(profile));
 }
 
 void loadConfiguration()
 {
-    configurationFile();  // says so when there is no USERPROFILE
-    const std::string profile = narrowProfile();
+    configurationFile();  // reports a missing USERPROFILE
     try {
-        // The narrow path is in the ANSI code page, as the module takes it.
-        Config::instance().load(profile + "\\.norvanta-keywarden\\nvksprovider.conf");
+        Config::instance().load(NV::configurationFile(userProfile()));
     } catch (const std::runtime_error& error) {
         throw Failure(error.what(), "\"keywarden check\" finds the reason.");
     }
@@ -119,48 +124,46 @@ void loadConfiguration()
 
 std::filesystem::path configuredLogFolder()
 {
-    const std::string folder = expandLogStore(Config::instance().get("logStore"), narrowProfile());
+    const std::string folder = expandLogStore(Config::instance().get("logStore"), userProfile());
     if (folder.empty())
-        throw Failure("the configuration names no folder for the log (logStore)");
+        throw Failure("the configuration does not specify a log folder (logStore)");
     return {fromAnsi(folder)};
 }
 
-std::string configurationText(const NewConfiguration& configuration)
+std::vector<std::string> levelNames()
 {
-    checkValue("p11File", configuration.p11File);
-    checkValue("logStore", configuration.logStore);
-    checkPaths(configuration);
-    return "# Norvanta KeyWarden: read once, when the module is loaded into a process.\n"
-           "# key=value, one a line. A line that begins with # is a comment; further on in a line\n"
-           "# a # belongs to the value. Lines end in a line feed alone: a carriage return would\n"
-           "# become part of the value.\n"
-           "\n"
-           "# The PKCS#11 library of the token, a 64-bit DLL. UTF-8.\n"
-           "p11File=" +
-           configuration.p11File +
-           "\n"
-           "\n"
-           "# TRACE, DEBUG, INFO, WARN, ERROR or SEVERE. Only records marked SEV obey it; the log\n"
-           "# is switched off by an empty logTypes, not by a level.\n"
-           "logLevel=" +
-           configuration.logLevel +
-           "\n"
-           "\n"
-           "# FILE, CONSOLE, or both with a comma; empty for no log at all. The log holds agreed\n"
-           "# secrets and what keys are derived from.\n"
-           "logTypes=" +
-           configuration.logTypes +
-           "\n"
-           "\n"
-           "# The folder of the log files; ~ stands for the user's profile. ANSI code page.\n"
-           "logStore=" +
-           toAnsi("logStore", configuration.logStore) +
-           "\n"
-           "\n"
-           "# How many days log files are kept: digits only. Without this key the module does not\n"
-           "# load.\n"
-           "logRotate=" +
-           std::to_string(configuration.logRotate) + "\n";
+    std::vector<std::string> names;
+    for (const NamedBits& level : logLevelNames)
+        names.emplace_back(level.name);
+    return names;
+}
+
+std::string choiceOf(const std::vector<std::string>& names)
+{
+    std::string text;
+    for (size_t i = 0; i < names.size(); ++i)
+        text += (i == 0 ? "" : i + 1 < names.size() ? ", " : ", or ") + names[i];
+    return text;
+}
+
+Settings newConfiguration()
+{
+    Settings values;
+    for (const ConfigKey& key : configKeys())
+        values[key.name] = key.initialValue;
+    return values;
+}
+
+std::string configurationText(const Settings& values)
+{
+    std::string text = asComment(fileComment);
+    for (const ConfigKey& key : configKeys()) {
+        const std::string& value = values.at(key.name);
+        checkValue(key, value);
+        text += "\n" + asComment(key.help) + key.name + "=" +
+                (key.kind == ConfigKind::folder ? toAnsi(key, value) : value) + "\n";
+    }
+    return text;
 }
 
 void writeConfiguration(const std::filesystem::path& file, const std::string& text)
@@ -169,7 +172,7 @@ void writeConfiguration(const std::filesystem::path& file, const std::string& te
     std::filesystem::create_directories(file.parent_path(), error);
     if (error)
         throw Failure("the folder " + toUtf8(file.parent_path()) +
-                      " cannot be made: " + errorText(static_cast<DWORD>(error.value())));
+                      " cannot be created: " + errorText(static_cast<DWORD>(error.value())));
     std::filesystem::path temporary = file;
     temporary += L".new";
     {

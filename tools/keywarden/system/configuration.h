@@ -1,4 +1,4 @@
-// The user's configuration file as this program writes it. What it reads of one goes through the
+// The user's configuration file as this program writes it. The program reads one through the
 // module's own parser.
 
 #pragma once
@@ -7,40 +7,40 @@
 #include <string>
 #include <vector>
 
+#include "config/config.h"
+
 namespace NV::tool {
 
-// %USERPROFILE%\.norvanta-keywarden\nvksprovider.conf. Throws Failure when USERPROFILE is not set.
+// %USERPROFILE%\.norvanta-keywarden\nvksprovider.conf. Throws Failure if USERPROFILE is not set.
 std::filesystem::path configurationFile();
 
-// Reads the file into this program's Config, as the module does. Throws Failure when it is not there
-// or has a line that the module does not take.
+// Reads the file into this program's Config, as the module does. Throws Failure if it does not
+// exist or contains a line that the module rejects.
 void loadConfiguration();
 
-// The folder that the loaded configuration names for the log, "~" replaced. Throws Failure when it
-// names none.
+// The log folder of the loaded configuration, with "~" replaced. Throws Failure if there is none.
 std::filesystem::path configuredLogFolder();
 
-// The values of a new file, UTF-8.
-struct NewConfiguration {
-    std::string p11File;
-    std::string logStore = "~\\.norvanta-keywarden\\logs";
-    std::string logLevel = "INFO";
-    std::string logTypes = "FILE";
-    int logRotate = 7;
-};
+// The names that logLevel can have, and "FIRST, SECOND, or THIRD" of such names.
+std::vector<std::string> levelNames();
+std::string choiceOf(const std::vector<std::string>& names);
 
-// The text of the file: every key, each explained in comments, lines ended by a line feed alone.
-// The module takes p11File for UTF-8 and logStore for text of the ANSI code page, so the text is
-// bytes of both. Throws Failure when p11File is not ASCII, since the module loads no such library,
-// when logStore has a character that the code page lacks or a "~" that is not its first, or when a
-// value would not come back as it is (a line feed in it, a space at its end).
-std::string configurationText(const NewConfiguration& configuration);
+// The values of a new file, UTF-8, a value for each key of the module's table. The library's path
+// is empty.
+Settings newConfiguration();
 
-// Writes the text beside the file and moves it into place, so that no reader ever sees half of it.
-// The folder is made if it is missing. Throws Failure.
+// The text of the file: every key, each explained in comments, with line feeds as line ends. The
+// module reads p11File as UTF-8 and logStore in the ANSI code page, so the text contains bytes of
+// both. Throws Failure if p11File is not ASCII, because the module does not load such a library, if
+// logStore has a character that the code page lacks or a "~" that is not its first character, or if
+// the module would read a value differently (a line feed in it, a space at its end).
+std::string configurationText(const Settings& values);
+
+// Writes the text to a temporary file and moves it into place, so that no reader sees half of it.
+// Creates the folder if it is missing. Throws Failure.
 void writeConfiguration(const std::filesystem::path& file, const std::string& text);
 
-// PKCS#11 libraries that are there, from the places where vendors install them.
+// The installed PKCS#11 libraries, from the places where vendors install them.
 struct FoundLibrary {
     std::string product;
     std::filesystem::path file;

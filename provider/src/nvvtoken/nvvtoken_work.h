@@ -1,4 +1,4 @@
-// How a provider operation runs token work that needs the PIN. For the provider's own files.
+// How a provider operation works with an opened key and with the PIN. For the provider's own files.
 
 #pragma once
 
@@ -10,17 +10,25 @@
 namespace NV {
 
 template <typename Work>
+SECURITY_STATUS Provider::withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work)
+{
+    P11KeyObject* key = logFound(site, keyStore_.findOpened(hKey));
+    return key != nullptr ? work(*key) : NTE_INVALID_HANDLE;
+}
+
+template <typename Work>
 SECURITY_STATUS Provider::withPIN(const Site& site, const Work& work)
 {
     SECURITY_STATUS status = ERROR_SUCCESS;
     const SecretBytes pin = enterPIN(status);
     if (status != ERROR_SUCCESS)
         return status;
+    // Compat: "retrive", because people search the log for this text.
     NV_UNDER(TRC, site, "Success to retrive the entered pin = %d (bytes)",
              static_cast<int>(pin.size()));
     if (pin.empty())
         return ERROR_SUCCESS;
-    // Only now: the dialog may stay open for as long as the user likes.
+    // Locked only after the dialog has closed: the user may leave it open for any time.
     const std::lock_guard sequence(sequenceLock());
     return work(pin);
 }

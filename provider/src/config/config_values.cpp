@@ -1,26 +1,17 @@
-// Parsing of the four logging keys.
+// Parsing of the values.
 
-#include "config/config_apply.h"
+#include "config/config_values.h"
 
 #include <algorithm>
 #include <charconv>
 #include <stdexcept>
-#include <string_view>
 #include <system_error>
+
+#include "config/config.h"
 
 namespace NV {
 
 namespace {
-
-struct NamedBits {
-    std::string_view name;
-    uint32_t bits;
-};
-
-constexpr NamedBits levels[] = {{"TRACE", logMaskTrace}, {"DEBUG", logMaskDebug},
-                                {"INFO", logMaskInfo},   {"WARN", logMaskWarn},
-                                {"ERROR", logMaskError}, {"SEVERE", logMaskSevere}};
-constexpr NamedBits outputs[] = {{"CONSOLE", logToConsole}, {"FILE", logToFile}};
 
 std::string upperCase(std::string text)
 {
@@ -31,12 +22,23 @@ std::string upperCase(std::string text)
     return text;
 }
 
+const NamedBits* findLogLevel(const std::string& value)
+{
+    const auto* level = std::ranges::find(logLevelNames, upperCase(value), &NamedBits::name);
+    return level != std::end(logLevelNames) ? level : nullptr;
+}
+
 }  // namespace
+
+bool isLogLevel(const std::string& value)
+{
+    return findLogLevel(value) != nullptr;
+}
 
 uint32_t parseLogLevel(const std::string& value)
 {
-    const auto* level = std::ranges::find(levels, upperCase(value), &NamedBits::name);
-    return level != std::end(levels) ? level->bits : logMaskInfo;
+    const NamedBits* level = findLogLevel(value);
+    return level != nullptr ? level->bits : logMaskInfo;
 }
 
 uint32_t parseLogTypes(const std::string& value)
@@ -46,8 +48,8 @@ uint32_t parseLogTypes(const std::string& value)
     for (size_t begin = 0; begin <= names.size();) {
         const size_t comma = std::min(names.find(',', begin), names.size());
         const std::string name = trimSpaces(names.substr(begin, comma - begin));
-        const auto* output = std::ranges::find(outputs, name, &NamedBits::name);
-        if (output != std::end(outputs))
+        const auto* output = std::ranges::find(logTypeNames, name, &NamedBits::name);
+        if (output != std::end(logTypeNames))
             types |= output->bits;
         begin = comma + 1;
     }
@@ -77,18 +79,6 @@ std::string expandLogStore(const std::string& value, const std::string& profile)
             path += c;
     }
     return path;
-}
-
-void applyLogSettings(Config& config, const std::string& profile, LoggerSettings& settings)
-{
-    const std::string level = config.get("logLevel");
-    const std::string types = config.get("logTypes");
-    const std::string store = config.get("logStore");
-    const std::string rotate = config.get("logRotate");
-    settings.levelMask = parseLogLevel(level);
-    settings.types = parseLogTypes(types);
-    settings.store = expandLogStore(store, profile);
-    settings.rotate = parseLogRotate(rotate, settings.rotate);
 }
 
 }  // namespace NV

@@ -1,0 +1,31 @@
+// The path of the configuration file.
+
+#include "config/config_path.h"
+
+#include <cstdlib>
+
+namespace NV {
+
+namespace {
+
+constexpr const char* fileInProfile = ".norvanta-keywarden\\nvksprovider.conf";
+
+}  // namespace
+
+std::string userProfile()
+{
+    const char* profile = std::getenv("USERPROFILE");
+    return profile != nullptr ? profile : "";
+}
+
+std::string configurationFile(const std::string& profile)
+{
+    return profile + "\\" + fileInProfile;
+}
+
+std::filesystem::path configurationFile(const std::filesystem::path& profile)
+{
+    return profile / fileInProfile;
+}
+
+}  // namespace NV
