@@ -1,4 +1,4 @@
-// Conversions by the system's own functions, and the table of status names.
+// Conversions with the functions of the system, and the table of status names.
 
 #include "text.h"
 
@@ -43,16 +43,6 @@ std::string toUtf8(std::wstring_view text)
     std::string result(static_cast<size_t>(size), '\0');
     WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
     return result;
-}
-
-std::string toUtf8(const std::wstring& text)
-{
-    return toUtf8(std::wstring_view(text));
-}
-
-std::string toUtf8(const std::filesystem::path& path)
-{
-    return toUtf8(std::wstring_view(path.native()));
 }
 
 std::wstring toUtf16(std::string_view text)

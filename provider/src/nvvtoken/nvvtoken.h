@@ -16,12 +16,10 @@
 #include "certstore/certstore.h"
 #include "keystore/keystore.h"
 #include "keystore/property.h"
+#include "nvvtoken/nvvtoken_name.h"
 #include "p11/p11.h"
 
 namespace NV {
-
-// The name under which the provider is registered with CNG.
-inline constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
 
 // Serialises whole token sequences of all providers in the process: they share the one initialised
 // state of the PKCS#11 library, and a finalise inside another's sequence would end it. Taken after

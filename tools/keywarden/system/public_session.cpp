@@ -1,12 +1,23 @@
-// The calls of a session without login.
+// Reading a token without a login.
 
 #include "system/public_session.h"
 
+#include <algorithm>
 #include <array>
 
 #include "p11/p11text.h"
 
 namespace NV::tool {
+
+const P11Slot* firstActiveSlot(const P11Module& module)
+{
+    const auto& slots = module.slots();
+    const auto active = std::ranges::find_if(slots, [](const auto& slot) {
+        return (slot->slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+               (slot->tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+    });
+    return active == slots.end() ? nullptr : active->get();
+}
 
 PublicSession::PublicSession(Pkcs11& p11, CK_SLOT_ID slot)
     : p11_(p11), rv_(p11.C_Initialize(nullptr)), initialised_(rv_ == CKR_OK)
