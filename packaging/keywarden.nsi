@@ -1,16 +1,16 @@
-; The installer of Norvanta KeyWarden for 64-bit Windows, and its uninstaller. Made by
+; The installer of Norvanta KeyWarden for 64-bit Windows, and its uninstaller. Built by
 ; scripts/package.sh, which defines:
 ;   VERSION         1.2.3
 ;   OUTPUT          the file to write
 ;   MODULE          nvksprovider.dll
 ;   ICON            the product's icon
-;   INSTALL_FILES   a list of File commands: all that goes below $INSTDIR
+;   INSTALL_FILES   a list of File commands: all files for $INSTDIR
 ;   UNINSTALL_FILES the same files as Delete commands
-;   SIZE_KB         what they take, for the list of installed programs
-;   SIGN            optional: a command that signs the file behind it, for the uninstaller
+;   SIZE_KB         their size, for the list of installed programs
+;   SIGN            optional: a command that signs the file given as its last argument, for the uninstaller
 ;
-; Exit codes of both: 0 done, 1 cancelled, 2 broken off, 3 done, but the registration with CNG (or its
-; removal) was refused.
+; Exit codes of both: 0 success, 1 cancelled, 2 aborted, 3 success except that the registration with CNG
+; (or its removal) failed.
 
 Target amd64-unicode
 SetCompressor /SOLID lzma
@@ -48,7 +48,7 @@ VIAddVersionKey "LegalCopyright" "Norvanta"
 !define MUI_FINISHPAGE_NOAUTOCLOSE
 !define MUI_FINISHPAGE_TITLE "${PRODUCT} is installed"
 !define MUI_FINISHPAGE_TEXT "Next, in a new terminal: $\"keywarden init$\" writes your \
-    configuration, $\"keywarden check$\" looks whether all is in order."
+    configuration, $\"keywarden check$\" checks it."
 !insertmacro MUI_PAGE_WELCOME
 !insertmacro MUI_PAGE_DIRECTORY
 !insertmacro MUI_PAGE_INSTFILES
@@ -61,17 +61,17 @@ VIAddVersionKey "LegalCopyright" "Norvanta"
     !uninstfinalize `${SIGN} "%1"`
 !endif
 
-Var PathText  ; the machine's PATH as it stands in the registry
+Var PathText  ; the machine's PATH as it is in the registry
 Var PathType  ; 1 REG_SZ, 2 REG_EXPAND_SZ
-Var PathFits  ; 1: PathText is all of it and has room for one more folder
+Var PathFits  ; 1: PathText is complete and has room for one more folder
 Var PathRest  ; PathText without the product's folder
 Var PathFound ; 1: the folder was in it
 
-; What installer and uninstaller share. Functions of the uninstaller must begin with "un.".
+; Shared by installer and uninstaller. Names of functions of the uninstaller must begin with "un.".
 !macro SHARED UN
 
-; A string here has ${NSIS_MAX_STRLEN} characters at most, and a longer value reads as an empty one.
-; So its length is asked of Windows first: a PATH that does not fit must not be written back.
+; A string has at most ${NSIS_MAX_STRLEN} characters here, and a longer value is read as an empty one. So
+; the function first asks Windows for the length: a PATH that does not fit must not be written back.
 Function ${UN}ReadPath
     StrCpy $PathText ""
     StrCpy $PathType 2
@@ -84,14 +84,14 @@ Function ${UN}ReadPath
     ${EndIf}
     System::Call 'advapi32::RegQueryValueExW(p r1, w "Path", p 0, *i .r2, p 0, *i .r3) i .r0'
     System::Call 'advapi32::RegCloseKey(p r1)'
-    ${If} $0 = 2 ; ERROR_FILE_NOT_FOUND: there is none, which is as good as an empty one
+    ${If} $0 = 2 ; ERROR_FILE_NOT_FOUND: no PATH, which is treated like an empty one
         StrCpy $PathFits 1
         Return
     ${EndIf}
     IntOp $3 $3 / 2
     StrLen $4 $INSTDIR
     IntOp $3 $3 + $4
-    IntOp $3 $3 + 2 ; the semicolon in between and the end
+    IntOp $3 $3 + 2 ; the separating semicolon and the terminator
     ${If} $0 != 0
     ${OrIf} $2 < 1
     ${OrIf} $2 > 2
@@ -106,7 +106,7 @@ Function ${UN}ReadPath
     ${EndIf}
 FunctionEnd
 
-; Writes $0 and tells the programs that are running.
+; Writes $0 and notifies the running programs.
 Function ${UN}WritePath
     ${If} $0 == ""
         DeleteRegValue HKLM "${ENVIRONMENT_KEY}" "Path"
@@ -118,13 +118,13 @@ Function ${UN}WritePath
     SendMessage ${HWND_BROADCAST} ${WM_WININICHANGE} 0 "STR:Environment" /TIMEOUT=5000
 FunctionEnd
 
-; Splits $PathText into $PathRest and $PathFound. Entries that are not ours stay letter by letter,
-; empty ones too.
+; Splits $PathText into $PathRest and $PathFound. The entries of other products do not change, and
+; neither do empty ones.
 Function ${UN}SplitPath
     StrCpy $PathRest ""
     StrCpy $PathFound 0
-    StrCpy $0 $PathText ; what is still to be looked at
-    StrCpy $1 ""        ; what stands before the next entry that is kept
+    StrCpy $0 $PathText ; the part that is not yet examined
+    StrCpy $1 ""        ; the separator before the next entry of $PathRest
     ${Do}
         StrCpy $2 0 ; the length of the first entry
         ${Do}
@@ -153,8 +153,8 @@ Function ${UN}SplitPath
     ${Loop}
 FunctionEnd
 
-; Takes the module out of the system's folder. One that a program has loaded cannot be removed, but
-; renamed; it goes when Windows starts the next time.
+; Removes the module from the system's folder. A module that a program has loaded cannot be removed, but
+; it can be renamed; Windows then removes it at the next start.
 Function ${UN}RemoveModule
     ${IfNot} ${FileExists} "$SYSDIR\nvksprovider.dll"
         Return
@@ -167,10 +167,10 @@ Function ${UN}RemoveModule
         ClearErrors
         Rename "$SYSDIR\nvksprovider.dll" $0
         ${If} ${Errors}
-            DetailPrint "$SYSDIR\nvksprovider.dll is in use and stays."
+            DetailPrint "$SYSDIR\nvksprovider.dll is in use and was not removed."
         ${Else}
             Delete /REBOOTOK $0
-            DetailPrint "The module is in use; its old file goes with the next start of Windows."
+            DetailPrint "The module is in use. Windows removes its old file at the next start."
         ${EndIf}
     ${EndIf}
 FunctionEnd
@@ -191,7 +191,7 @@ Function AddToPath
     ${If} $PathFound = 1
         Return
     ${EndIf}
-    ; Without the folder it must be what it was, so a semicolon at the end stays at the end.
+    ; Removing the folder later must restore the same text, so a semicolon at the end stays there.
     StrCpy $1 $PathText 1 -1
     ${If} $PathText == ""
         StrCpy $0 $INSTDIR
@@ -231,7 +231,7 @@ FunctionEnd
 Section
     SetRegView 64
     SetShellVarContext all
-    ; Documents of an earlier version may have had other names.
+    ; Documents of an earlier version can have other names.
     ${If} ${FileExists} "$INSTDIR\keywarden.exe"
         RMDir /r "$INSTDIR\docs"
     ${EndIf}
@@ -247,12 +247,12 @@ Section
     ${EndIf}
     SetOverwrite on
 
-    ; A console that stays open, in the folder of whoever opens it.
+    ; Opens a console that stays open, in the folder of the current user.
     CreateDirectory "$SMPROGRAMS\${PRODUCT}"
     StrCpy $OUTDIR "%USERPROFILE%"
     CreateShortcut "$SMPROGRAMS\${PRODUCT}\Check KeyWarden.lnk" "$SYSDIR\cmd.exe" \
         '/k ""$INSTDIR\keywarden.exe" check"' "$INSTDIR\keywarden.exe" 0 SW_SHOWNORMAL "" \
-        "Looks for what is wrong with the token's set-up"
+        "Checks the configuration of the token"
     SetOutPath $INSTDIR
 
     WriteUninstaller "$INSTDIR\uninstall.exe"
@@ -271,7 +271,7 @@ Section
     Call RegisterModule
 SectionEnd
 
-; What belongs to the user who runs this; other users' files are never touched.
+; Removes the files of the user who runs this. Files of other users are never touched.
 Function un.RemoveConfiguration
     SetShellVarContext current
     StrCpy $0 "$PROFILE\.norvanta-keywarden"
@@ -284,7 +284,7 @@ Function un.RemoveConfiguration
 remove:
     Delete "$0\nvksprovider.conf"
     Delete "$0\logs\nvksprovider-*.log"
-    RMDir "$0\logs" ; both only when nothing else is in them
+    RMDir "$0\logs" ; removes both folders only if they are empty
     RMDir $0
 FunctionEnd
 
@@ -298,8 +298,8 @@ Section Uninstall
     DetailPrint $1
     ${If} $0 != 0
         SetErrorLevel ${NOT_REGISTERED}
-        MessageBox MB_OK|MB_ICONEXCLAMATION "The module's registration with CNG could not be taken \
-            back.$\r$\n$\r$\n$1" /SD IDOK
+        MessageBox MB_OK|MB_ICONEXCLAMATION "The module's registration with CNG could not be \
+            removed.$\r$\n$\r$\n$1" /SD IDOK
     ${EndIf}
     Call un.RemoveModule
     Call un.RemoveFromPath
@@ -308,7 +308,7 @@ Section Uninstall
     RMDir "$SMPROGRAMS\${PRODUCT}"
     DeleteRegKey HKLM "${UNINSTALL_KEY}"
     Delete "$INSTDIR\uninstall.exe"
-    SetOutPath $TEMP ; a folder that is in use cannot go
-    RMDir $INSTDIR   ; only when nothing else is in it
+    SetOutPath $TEMP ; a folder that is in use cannot be removed
+    RMDir $INSTDIR   ; only if it is empty
     Call un.RemoveConfiguration
 SectionEnd

@@ -1,6 +1,6 @@
 #!/bin/bash
-# The bill of materials of a release as SPDX 2.3 (JSON), on standard output: the product's files with
-# their checksums, and what is linked into them, in the versions that this machine has installed.
+# Prints the bill of materials of a release as SPDX 2.3 (JSON): the product's files with their checksums,
+# and the components that are linked into them, in the versions installed on this machine.
 set -euo pipefail
 
 if [ "$#" -ne 3 ]; then
@@ -12,7 +12,7 @@ folder=$2
 created=$(date -u -d "@$3" +%Y-%m-%dT%H:%M:%SZ)
 
 runtimeLicence="GPL-3.0-or-later WITH GCC-exception-3.1"
-# identifier | name | Debian package | licence | which files it is part of
+# identifier | name | Debian package | licence | files that contain it
 components=(
     "mingw-w64|MinGW-w64 runtime|mingw-w64-x86-64-dev|NOASSERTION|nvksprovider.dll keywarden.exe"
     "winpthreads|winpthreads|mingw-w64-x86-64-dev|NOASSERTION|nvksprovider.dll keywarden.exe"
@@ -20,10 +20,10 @@ components=(
     "libgcc|libgcc|gcc-mingw-w64-x86-64-posix|$runtimeLicence|nvksprovider.dll keywarden.exe"
     "cli11|CLI11|libcli11-dev|BSD-3-Clause|keywarden.exe"
     "nlohmann-json|nlohmann-json|nlohmann-json3-dev|MIT|keywarden.exe"
-    "nsis|NSIS|nsis-common|NOASSERTION|" # the code of the installer and uninstaller themselves
+    "nsis|NSIS|nsis-common|NOASSERTION|" # the code of the installer and the uninstaller
 )
 
-# fileId NAME: letters, digits, dots and hyphens alone are allowed.
+# fileId NAME: SPDX allows only letters, digits, dots and hyphens.
 fileId()
 {
     echo "SPDXRef-File-$(tr -c 'A-Za-z0-9.\n' '-' <<<"$1")"

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Signs a Windows program in place, with a certificate and its key.
-#   KEYWARDEN_TIMESTAMP_URL  a time stamping service; without it the signature ends with the
-#                            certificate
+#   KEYWARDEN_TIMESTAMP_URL  a time-stamping service; without it, the signature is valid only as long as
+#                            the certificate
 set -euo pipefail
 
 if [ "$#" -ne 3 ]; then
@@ -14,4 +14,4 @@ stamp=()
 [ -z "${KEYWARDEN_TIMESTAMP_URL:-}" ] || stamp=(-ts "$KEYWARDEN_TIMESTAMP_URL")
 osslsigncode sign -certs "$1" -key "$2" -n "Norvanta KeyWarden" -h sha256 "${stamp[@]}" \
     -in "$3" -out "$signed" >&2
-cat "$signed" >"$3" # the file keeps its mode
+cat "$signed" >"$3" # writing into the file keeps its mode

@@ -245,7 +245,7 @@ checkStartMenu()
 checkRuns()
 {
     same "the version" "keywarden $version" "$(windows cmd /c keywarden --version)"
-    windows cmd /c keywarden status | grep -qx "This system cannot tell .*" ||
+    windows cmd /c keywarden status | grep -qx "This system cannot report .*" ||
         echo "status: $(cat "$work/output")"
 }
 
@@ -254,7 +254,7 @@ checkUsesInstalledModule()
 {
     local text
     text=$(timeout 60 wine cmd /c keywarden --json keys </dev/null 2>/dev/null | tr -d '\r') || true
-    grep -q '"error": "the provider does not open: ' <<<"$text" || echo "keys: $text"
+    grep -q '"error": "the provider cannot be opened: ' <<<"$text" || echo "keys: $text"
 }
 
 checkStepRegistered()

@@ -1,7 +1,6 @@
-// certified_token.dll: the scripted token with one certificate and its key pair, for programs that no
-// test can script from outside. The certificate is the file that the environment variable
-// ODD_CERTIFICATE names. Its other functions are those of scripted_token.dll, which lies beside the
-// program.
+// certified_token.dll: the scripted token with one certificate and its key pair, for programs that a
+// test cannot script from outside. The environment variable ODD_CERTIFICATE names the certificate's
+// file. The functions are those of scripted_token.dll, which is beside the program.
 
 #include <windows.h>
 
@@ -41,7 +40,7 @@ void addObjects(const ScriptedTokenControl& control)
     constexpr CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
     constexpr CK_CERTIFICATE_TYPE x509 = CKC_X_509;
     constexpr CK_OBJECT_CLASS publicClass = CKO_PUBLIC_KEY;
-    // A program may load this library twice.
+    // A program can load this library twice.
     control.clearObjects();
     const Bytes der = certificate();
     const CK_ATTRIBUTE certificateObject[] = {

@@ -73,9 +73,9 @@ const BrokenConfiguration brokenConfigurations[] = {
     {"TwoProblems", library + "logLevel=VERBOSE\n", values, "failed", "logRotate is missing",
      "Add a line", "logLevel=VERBOSE is not a level; INFO is used"},
     {"CommentBehindLibraryFile", "p11File={LIB} # the card\n" + rest, "library-file", "failed",
-     "there is no file", "no comment either"},
+     "there is no file", "not even a comment"},
     {"LibraryFileMissing", "p11File=C:\\nowhere\\odd.dll\n" + rest, "library-file", "failed",
-     "there is no file C:\\nowhere\\odd.dll", "p11File must hold the full path"},
+     "there is no file C:\\nowhere\\odd.dll", "p11File must contain the full path"},
     {"LogFolderUnderAFile",
      library + "logTypes=FILE\nlogStore=~\\.norvanta-keywarden\\nvksprovider.conf\\logs\n"
                "logRotate=7\n",

@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-#include <cstring>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -36,7 +35,7 @@ std::string imageFor(WORD machine)
 
 class CheckLibrary : public testing::Test {
 protected:
-    // The document of a check with that library; one step at least fails.
+    // The document of a check with that library. At least one step must fail.
     Json check(const std::filesystem::path& library, const ChildOptions& options = {})
     {
         profile.writeConfig(goodConfig(library));
@@ -65,7 +64,7 @@ protected:
         EXPECT_EQ(step["outcome"], "failed") << step;
         EXPECT_NE(step["text"].get<std::string>().find(text), std::string::npos) << step;
         EXPECT_NE(step["advice"].get<std::string>().find(advice), std::string::npos) << step;
-        // What stands on the library is not looked at.
+        // Steps that need the library are skipped.
         EXPECT_EQ(stepOf(document, "slots")["outcome"], "skipped");
     }
 
@@ -76,7 +75,7 @@ protected:
 TEST_F(CheckLibrary, For32Bit)
 {
     expectFailed(check(write("odd.dll", imageFor(IMAGE_FILE_MACHINE_I386))), "library-architecture",
-                 "the library is for 32-bit x86", "install the vendor's 64-bit library");
+                 "the library is for 32-bit x86", "Install the vendor's 64-bit library");
 }
 
 TEST_F(CheckLibrary, ForArm)
@@ -88,13 +87,13 @@ TEST_F(CheckLibrary, ForArm)
 TEST_F(CheckLibrary, ThatIsNoDll)
 {
     expectFailed(check(write("odd.dll", "#!/bin/sh\n")), "library-architecture",
-                 "the file is not a Windows DLL", "the vendor's PKCS#11 DLL itself");
+                 "the file is not a Windows DLL", "the vendor's PKCS#11 DLL");
 }
 
 TEST_F(CheckLibrary, ThatIsEmpty)
 {
     expectFailed(check(write("odd.dll", "")), "library-architecture",
-                 "the file is not a Windows DLL", "the vendor's PKCS#11 DLL itself");
+                 "the file is not a Windows DLL", "the vendor's PKCS#11 DLL");
 }
 
 TEST_F(CheckLibrary, ThatIsAFolder)
@@ -113,38 +112,38 @@ TEST_F(CheckLibrary, WithADependencyThatIsNotThere)
     Json document = check(library, options);
     EXPECT_EQ(stepOf(document, "library-dependencies")["outcome"], "ok")
         << stepOf(document, "library-dependencies");
-    EXPECT_EQ(stepOf(document, "library-loads")["text"], "it has no C_GetFunctionList");
+    EXPECT_EQ(stepOf(document, "library-loads")["text"], "it does not export C_GetFunctionList");
 
     remove(dependency);
     document = check(library, options);
     expectFailed(document, "library-dependencies",
-                 "DLLs that it needs are not found: odd_dependency.dll",
-                 "add their folder to PATH");
+                 "required DLLs were not found: odd_dependency.dll", "add their folder to PATH");
     expectFailed(document, "library-loads",
-                 "the system does not load it: ", "the library's own documentation");
+                 "the system cannot load it: ", "the library's documentation");
 }
 
-// As the module loads it, the library's own folder is not searched.
+// The check agrees with the loader, which does not search the library's own folder.
 TEST_F(CheckLibrary, WithADependencyBesideIt)
 {
     const auto library = copy(oddLibrary(L"needs_dependency.dll"), "needs_dependency.dll");
     copy(oddLibrary(L"odd_dependency.dll"), "odd_dependency.dll");
     const Json document = check(library);
     const bool found = stepOf(document, "library-dependencies")["outcome"] == "ok";
-    const bool loads = stepOf(document, "library-loads")["text"] == "it has no C_GetFunctionList";
+    const bool loads =
+        stepOf(document, "library-loads")["text"] == "it does not export C_GetFunctionList";
     EXPECT_EQ(found, loads) << document.dump(1);
 }
 
 TEST_F(CheckLibrary, WithoutGetFunctionList)
 {
     expectFailed(check(widePathBesideTest(L"not_pkcs11.dll")), "library-loads",
-                 "it has no C_GetFunctionList", "This is no PKCS#11 library");
+                 "it does not export C_GetFunctionList", "This is not a PKCS#11 library");
 }
 
 TEST_F(CheckLibrary, WhoseGetFunctionListRefuses)
 {
     expectFailed(check(oddLibrary(L"no_function_list.dll")), "library-loads",
-                 "its C_GetFunctionList gives no list", "log");
+                 "its C_GetFunctionList returns no list", "log");
 }
 
 TEST_F(CheckLibrary, WithFewExports)
@@ -152,54 +151,31 @@ TEST_F(CheckLibrary, WithFewExports)
     const Json document = check(widePathBesideTest(L"partial_exports.dll"));
     const Json step = stepOf(document, "function-list");
     EXPECT_EQ(step["outcome"], "warning");
-    EXPECT_EQ(step["text"], "does not agree with the library's exports; the provider takes these, "
+    EXPECT_EQ(step["text"], "does not match the library's exports; the provider uses the exports, "
                             "and 63 of 68 are missing");
     EXPECT_NE(step["advice"].get<std::string>().find("complete library"), std::string::npos);
-    // It has no slot either.
-    EXPECT_EQ(stepOf(document, "slots")["text"], "no slot holds a token");
+    // It has no slots either.
+    EXPECT_EQ(stepOf(document, "slots")["text"], "no slot contains a token");
 }
 
 TEST_F(CheckLibrary, BehindANameThatIsNotAscii)
 {
     const auto library = folder.path() / L"t\u00f6ken.dll";
     copy_file(ScriptedToken::widePath(), library);
-    // The configuration holds UTF-8.
+    // The configuration is UTF-8.
     const auto utf8 = library.u8string();
     profile.writeConfig("p11File=" + std::string(utf8.begin(), utf8.end()) + "\nlogRotate=7\n");
     expectFailed(profile.json({"check"}, 1), "library-file", "characters outside ASCII",
-                 "a folder with a plain name");
+                 "only ASCII characters");
 }
 
 TEST_F(CheckLibrary, WithoutAFullPath)
 {
     profile.writeConfig("p11File=scripted_token.dll\nlogRotate=7\n");
     const Json step = stepOf(profile.json({"check"}, 1), "library-file");
-    // Whether it is there depends on the working folder.
+    // Whether the file exists depends on the working folder.
     EXPECT_TRUE(step["outcome"] == "warning" || step["outcome"] == "failed") << step;
     EXPECT_FALSE(step["advice"].get<std::string>().empty());
-}
-
-// Every cut of a real image, and odd numbers in its headers, are read without harm.
-TEST(PeFile, TakesBrokenImages)
-{
-    const TemporaryFolder folder;
-    const auto file = folder.path() / "odd.dll";
-    const std::string whole = readFile(oddLibrary(L"needs_dependency.dll"));
-    const auto image = tool::readPeFile(oddLibrary(L"needs_dependency.dll"));
-    ASSERT_TRUE(image);
-    EXPECT_EQ(image->machine, tool::machineAmd64);
-    EXPECT_NE(std::ranges::find(image->imports, "odd_dependency.dll"), image->imports.end());
-    for (size_t size = 0; size < 1024; size += 7) {
-        writeFile(file, whole.substr(0, size));
-        tool::readPeFile(file);
-    }
-    for (size_t at = 0x3C; at < 0x300; at += 2) {
-        std::string spoilt = whole;
-        std::memset(spoilt.data() + at, 0xFF, 4);
-        writeFile(file, spoilt);
-        const auto read = tool::readPeFile(file);
-        EXPECT_TRUE(!read || read->imports.size() <= 4096);
-    }
 }
 
 }  // namespace

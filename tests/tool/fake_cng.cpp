@@ -1,4 +1,4 @@
-// The functions behind the fake: plain functions, since that is what CNG's are.
+// The functions of the fake. They are free functions because CNG's are.
 
 #include "fake_cng.h"
 
@@ -7,6 +7,7 @@
 #include <cstdlib>
 #include <iterator>
 
+#include "nvvtoken/nvvtoken_name.h"
 #include "text.h"
 
 namespace NV::test {
@@ -30,7 +31,7 @@ std::string hex(ULONG value)
     return number;
 }
 
-// Notes the call; whether it is to fail is said by status.
+// Records the call. Returns whether it must fail, and with which status.
 bool fails(const std::string& name, const std::string& arguments, NTSTATUS& status)
 {
     cng.calls.push_back(name + " " + arguments);
@@ -113,7 +114,7 @@ NTSTATUS WINAPI remove(ULONG table, LPCWSTR context, ULONG interfaceId, LPCWSTR 
     return std::erase(cng.listed, provider) == 0 ? notFound : 0;
 }
 
-// A buffer as CNG gives them out: its structures and texts stand in one block of memory.
+// Like a buffer of CNG, this is one block of memory with all structures and texts.
 struct RegistrationBuffer {
     CRYPT_PROVIDER_REG provider;  // first: its address is the buffer's
     CRYPT_IMAGE_REG image;
@@ -195,13 +196,13 @@ std::vector<std::string> FakeCng::changes() const
 
 bool FakeCng::isListed() const
 {
-    return std::ranges::find(listed, tool::registeredProvider) != listed.end();
+    return std::ranges::find(listed, providerName) != listed.end();
 }
 
 void FakeCng::setRegistered()
 {
     present = true;
-    listed.emplace_back(tool::registeredProvider);
+    listed.emplace_back(providerName);
 }
 
 tool::CngSystem fakeSystem()

@@ -1,7 +1,9 @@
-// CNG's registration functions, played: they keep what is registered as CNG does, note each call with
-// its arguments, and answer a chosen status where a test wants a call to fail.
+// A fake of CNG's registration functions. It stores registrations like CNG, records each call with its
+// arguments, and returns a status of the test's choice for a call that must fail.
 
 #pragma once
+
+#include <gtest/gtest.h>
 
 #include <map>
 #include <string>
@@ -21,24 +23,33 @@ struct FakeCng {
     std::vector<std::wstring> listed = {L"Microsoft Software Key Storage Provider",
                                         L"Microsoft Smart Card Key Storage Provider"};
 
-    // Answers of the calls by their short names ("register", "unregister", "add", "remove", "query",
-    // "list"); a call that has one changes nothing.
+    // The statuses of calls, by their short names ("register", "unregister", "add", "remove", "query",
+    // "list"). A call that is in the map changes nothing.
     std::map<std::string, NTSTATUS> answers;
-    // What the calls asked for, in their order.
+    // The calls with their arguments, in order.
     std::vector<std::string> calls;
-    // Of them, those that change something.
+    // Only the calls that change something.
     std::vector<std::string> changes() const;
-    // Buffers given out and not yet freed.
+    // The number of buffers that were returned and not freed.
     int buffers = 0;
 
     bool isListed() const;
     void setRegistered();
 };
 
-// The one that the functions below work on; a test makes it new.
+// The fake behind fakeSystem(). Each test starts with a new one.
 extern FakeCng cng;
 
-// An administrator on a system that answers, with the system's folder where a test wants it.
+// A system that can be queried, in a process with administrator rights. A test can change the result.
 tool::CngSystem fakeSystem();
+
+// A test on a new fake. Fails if the test leaves a buffer that was not freed.
+class RegistrationTest : public testing::Test {
+protected:
+    void SetUp() override { cng = {}; }
+    void TearDown() override { EXPECT_EQ(0, cng.buffers) << "buffers that were not freed"; }
+
+    tool::CngSystem system_ = fakeSystem();
+};
 
 }  // namespace NV::test

@@ -1,18 +1,19 @@
 #!/bin/bash
-# Opens the page of "keywarden log --html" in a browser without a window and looks at what it shows:
-# its operations, its bars and their places, what it does with markup in a log, and that it asks the
-# network for nothing. Prints "ok NAME" or "FAIL NAME: reason" a check, then the counts; the status is
-# 1 if any failed.
-#   --picture PNG  makes the picture of the documents as well
+# Opens the page of "keywarden log --html" in a headless browser and checks its content: the operations,
+# the bars and their positions, the escaping of markup in a log, and that the page has no external
+# resources. Prints "ok NAME" or "FAIL NAME: reason" for each check, then the counts. The status is 1 if
+# a check failed.
+#   --picture PNG  also makes the picture for the documentation
 set -euo pipefail
 
 usage="usage: tests/tool/html_test.sh [--picture PNG]"
 here=$(cd "$(dirname "$0")" && pwd)
 root=$(cd "$here/../.." && pwd)
 tool=$root/build/windows/bin/keywarden.exe
+# shellcheck source=tests/support/checks.sh
 . "$root/tests/support/checks.sh"
 
-# browse ARGUMENTS...: with nothing of a person's own and nothing to fetch.
+# browse ARGUMENTS...: runs the browser with an empty profile and without background network access.
 browse()
 {
     timeout 120 chromium --headless --no-sandbox --disable-gpu --disable-quic --no-first-run \
@@ -20,8 +21,8 @@ browse()
         --hide-scrollbars --user-data-dir="$work/profile" "$@" 2>"$work/browser.log"
 }
 
-# The page with a script behind it that writes down what the browser has laid out: a line an
-# operation, "name bars=N overlaps=N outside=N thin=N named=N failed=N rows=N widest=PERCENT".
+# The page with an additional script that writes down the browser's layout, a line for each operation:
+# "name bars=N overlaps=N outside=N thin=N named=N failed=N rows=N widest=PERCENT".
 measuredPage()
 {
     cat "$1"
@@ -47,7 +48,7 @@ document.getElementById("measured").textContent = lines.join("\n");
 SCRIPT
 }
 
-# measured NAME: what the script wrote down of the operations of that name.
+# measured NAME: prints the layout of the operations of that name.
 measured()
 {
     grep "^$1 " "$work/measured" || true
@@ -60,7 +61,7 @@ checkOperations()
     [ "$names" = "OpenProvider OpenKey SignHash SignHash Decrypt" ] || echo "found: $names"
 }
 
-# checkBars NAME N TEXT: the Nth operation of that name measures so.
+# checkBars NAME N TEXT: the layout of the Nth operation of that name contains TEXT.
 checkBars()
 {
     local line
@@ -75,7 +76,7 @@ checkPlaces()
 
 checkMarkup()
 {
-    # A script of the log's own would have changed the title.
+    # The script in the log would change the title if the browser ran it.
     grep -q '<title>sample.log</title>' "$work/dom.html" || echo "the title was changed"
     grep -q '&lt;script&gt;document.title' "$work/dom.html" || echo "the text is not there"
 }
@@ -95,13 +96,13 @@ checkPicture()
     local size colours
     size=$(identify -format '%wx%h' "$work/page.png")
     [ "$size" = 1100x900 ] || echo "it is $size"
-    # A page without its style has few colours.
+    # Without its style, the page would not have these colours.
     colours=$(convert "$work/page.png" -format %c histogram:info: |
         grep -ciE '#(2F6F9A|B3261E|C9D6DF|F0F3F6)' || true)
     [ "$colours" -eq 4 ] || echo "$colours of the 4 colours of bars and line are in it"
 }
 
-# drawPage LOG PAGE: by the tool.
+# drawPage LOG PAGE: writes the page with the tool.
 drawPage()
 {
     "$root/cmake/run-under-wine" "$tool" log "Z:$1" --html "Z:$2" >"$work/tool.log" 2>&1 ||
@@ -114,7 +115,7 @@ takePicture()
     browse --window-size="$3" --screenshot="$2" "file://$1" || cat "$work/browser.log"
 }
 
-# makePicture PNG: of the same log without the lines that only these checks need.
+# makePicture PNG: the picture of the same log without the lines that only these checks need.
 makePicture()
 {
     local log=$work/nvksprovider-20260304.log
@@ -144,8 +145,8 @@ takePicture "$work/page.html" "$work/page.png" 1100,900
 [ -z "$picture" ] || makePicture "$picture"
 
 check "each operation has its line" checkOperations
-check "a bar a call" checkBars SignHash 1 "bars=12 "
-check "a row a call" checkBars SignHash 1 "overlaps=0 outside=0 thin=0 named=3 failed=0 rows=12"
+check "a bar for each call" checkBars SignHash 1 "bars=12 "
+check "a row for each call" checkBars SignHash 1 "overlaps=0 outside=0 thin=0 named=3 failed=0 rows=12"
 check "a bar is as long as its share of the time" checkBars SignHash 1 "widest=48"
 check "the failed call is marked" checkBars SignHash 2 "overlaps=0 outside=0 thin=0 named=2 failed=1"
 check "the call without return is marked" checkBars Decrypt 1 "bars=6 overlaps=0 outside=0 thin=0 named=3 failed=1"

@@ -1,10 +1,11 @@
 #!/bin/bash
 # keywarden's key commands on a SoftHSM2 token: keys, sign, verify, encrypt, decrypt, export, derive.
-# OpenSSL judges every result, jq what --json prints; the PIN is typed into the dialog.
+# OpenSSL checks every result and jq the output of --json. The PIN is typed into the dialog.
 #   tests/tool/key_commands.sh [AREA...]    areas: keys signatures ciphers exports agreements pins
-#                                           files usage json cng progress; all without an argument
+#                                           files usage json cng progress; default: all
 set -euo pipefail
 area=tool-keys
+# shellcheck source=tests/tool/support.sh
 . "$(dirname "$0")/support.sh"
 onOwnScreen "$@"
 
@@ -19,7 +20,7 @@ at()
     windowsPath "$files/$1"
 }
 
-# tokenKey NAME ENDING: a file that make-token.sh left of a key.
+# tokenKey NAME ENDING: a file that make-token.sh wrote for a key.
 tokenKey()
 {
     echo "$work/token/keys/$1.$2"
@@ -51,6 +52,7 @@ addKey()
 
 prepare()
 {
+    # shellcheck disable=SC2119 # makeToken gets no argument on purpose: all keys
     makeOwnPrefix && makeToken &&
         addKey exponent3 0E03 3650 yes -algorithm RSA -pkeyopt rsa_keygen_bits:2048 \
             -pkeyopt rsa_keygen_pubexp:3 &&
@@ -66,7 +68,7 @@ prepare()
     head -c 32 /dev/urandom >"$files/secret"
 }
 
-# publicKey NAME:ID: exports it once as PEM; prints the host's path.
+# publicKey NAME:ID: exports it as PEM, once, and prints its path on this machine.
 publicKey()
 {
     local file=$files/${1##*:}.pem
@@ -76,7 +78,7 @@ publicKey()
 
 # ---- keys
 
-# rowIs ID FIELDS: the blanks between the columns as one.
+# rowIs ID FIELDS: the fields are separated by one space each.
 rowIs()
 {
     local row
@@ -117,7 +119,7 @@ testKeys()
 
 # ---- sign and verify
 
-# opensslOptions PAD: of dgst.
+# opensslOptions PAD: the options of "openssl dgst".
 opensslOptions()
 {
     if [ "$1" = pss ]; then
@@ -134,10 +136,10 @@ signAndVerify()
     public=$(publicKey "$1")
     succeeds "sign: $what" withPin sign "$(at document)" --key "$id" --hash "$hash" --pad "$pad" \
         -o "$(at "$id.sig")"
-    # shellcheck disable=SC2086 # words are meant
+    # shellcheck disable=SC2086 # the words are separate arguments
     holds "OpenSSL verifies: $what" openssl dgst "-$hash" -verify "$public" $options \
         -signature "$files/$id.sig" "$files/document"
-    # shellcheck disable=SC2086 # words are meant
+    # shellcheck disable=SC2086 # the words are separate arguments
     openssl dgst "-$hash" -sign "$(tokenKey "$name" key.pem)" $options -out "$files/openssl.sig" \
         "$files/document"
     succeeds "verify OpenSSL's: $what" keywarden verify "$(at document)" --key "$id" \
@@ -175,7 +177,7 @@ testSignatures()
     signAndVerify p521:0521 sha512 pkcs1
     signAndVerify p521:0521 sha256 pkcs1
     succeeds "sign SHA-1" withPin sign "$(at document)" --key 01AB --hash SHA1 -o "$(at sha1.sig)"
-    holds "a SHA-1 signature holds the standard DigestInfo" recoversDigestInfo "$files/sha1.sig"
+    holds "a SHA-1 signature contains the standard DigestInfo" recoversDigestInfo "$files/sha1.sig"
     succeeds "sign an empty file" withPin sign "$(at empty)" --key 0256 -o "$(at empty.sig)"
     holds "OpenSSL verifies an empty file" openssl dgst -sha256 -verify "$(publicKey p256:0256)" \
         -signature "$files/empty.sig" "$files/empty"
@@ -209,11 +211,11 @@ bothWays()
     public=$(publicKey "$1")
     succeeds "encrypt: $name $pad $plain" keywarden encrypt "$(at "$plain")" --key "$id" --pad "$pad" \
         -o "$(at cipher)"
-    # shellcheck disable=SC2086 # words are meant
+    # shellcheck disable=SC2086 # the words are separate arguments
     openssl pkeyutl -decrypt -inkey "$(tokenKey "$name" key.pem)" $options -in "$files/cipher" \
         -out "$files/plain" || true
     holds "OpenSSL decrypts: $name $pad $plain" cmp "$files/$plain" "$files/plain"
-    # shellcheck disable=SC2086 # words are meant
+    # shellcheck disable=SC2086 # the words are separate arguments
     openssl pkeyutl -encrypt -pubin -inkey "$public" $options -in "$files/$plain" \
         -out "$files/cipher"
     rm -f "$files/plain"
@@ -242,12 +244,12 @@ testCiphers()
     for hash in sha256 sha384 sha512; do
         fails 1 "encrypting failed: NTE_INTERNAL_ERROR.*" "encrypt: the token does not know OAEP with $hash" \
             keywarden encrypt "$(at secret)" --key 01AB --pad oaep --hash "$hash" -o "$(at out)"
-        holds "and is said to: $hash" grep -q "know OAEP with --hash sha1 alone" "$work/out"
+        holds "and the advice says so: $hash" grep -q "support OAEP only with --hash sha1" "$work/out"
     done
     holds "a failure leaves no file" test ! -e "$files/out"
     fails 1 "empty has 0 bytes" "encrypt an empty file" \
         keywarden encrypt "$(at empty)" --key 01AB -o "$(at out)"
-    fails 1 "what this key encrypted has 256" "decrypt what is too long" \
+    fails 1 "data encrypted with this key has 256" "decrypt what is too long" \
         keywarden decrypt "$(at document)" --key 01AB -o "$(at out)"
     openssl pkeyutl -encrypt -pubin -inkey "$(publicKey rsa2048:01AB)" -in "$files/secret" \
         -pkeyopt rsa_padding_mode:oaep -out "$files/cipher"
@@ -269,7 +271,7 @@ exponentIs3()
     openssl pkey -pubin -in "$files/0E03.pem" -noout -text | grep '^Exponent: 3 '
 }
 
-# blobIs NAME:ID MAGIC BYTES: the header's magic, and modulus or point as OpenSSL has them.
+# blobIs NAME:ID MAGIC BYTES: the magic of the header, and OpenSSL's modulus or point of BYTES bytes.
 blobIs()
 {
     local name=${1%%:*} id=${1##*:} magic=$2 length=$3 tail wanted
@@ -316,8 +318,8 @@ testExports()
 
 # ---- derive
 
-# deriveLike KEY HASH KDF NAME OPTIONS...: compared with OpenSSL's on the other side, which gets the
-# bytes $before, the secret and the bytes $behind.
+# deriveLike KEY HASH KDF OPTIONS...: compares with OpenSSL on the peer's side, whose input is the bytes
+# $before, the secret and the bytes $behind.
 deriveLike()
 {
     local name=${1%%:*} id=${1##*:} hash=$2 kdf=$3 what
@@ -378,8 +380,8 @@ testAgreements()
     rm -f "$files/out"
     fails 1 "the peer's key is on P-384, the token's on P-256" "derive with another curve" \
         derives peer.p384.pem
-    fails 1 "not one of P-256, P-384 or P-521" "derive with an unknown curve" derives peer.secp256k1.pem
-    fails 1 "not one of P-256, P-384 or P-521" "derive with an RSA key as peer" \
+    fails 1 "is not on P-256, P-384 or P-521" "derive with an unknown curve" derives peer.secp256k1.pem
+    fails 1 "is not on P-256, P-384 or P-521" "derive with an RSA key as peer" \
         derives "$(basename "$(publicKey rsa2048:01AB)")"
     fails 1 '"01AB" is not an elliptic curve key' "derive with an RSA key" \
         keywarden derive --key 01AB --peer "$(at peer.pem)" -o "$(at out)"
@@ -388,24 +390,24 @@ testAgreements()
     sed '2s/[A-Za-z]/!/' "$files/peer.pem" >"$files/broken.pem"
     fails 1 "the PEM file is damaged" "derive with a PEM with a wrong character" derives broken.pem
     sed '2d' "$files/peer.pem" >"$files/broken.pem"
-    fails 1 "this is no public key" "derive with a PEM that lacks a line" derives broken.pem
-    fails 1 "this is no public key" "derive with something else" derives document
-    fails 1 "this is no public key" "derive with an empty file" derives empty
-    fails 1 "this is no public key" "derive with a private key" derives peer.p256.key
-    fails 1 "deriving the key failed: NTE_INTERNAL_ERROR" "derive: the token wants a longer HMAC key" \
+    fails 1 "does not contain a public key" "derive with a PEM that lacks a line" derives broken.pem
+    fails 1 "does not contain a public key" "derive with something else" derives document
+    fails 1 "does not contain a public key" "derive with an empty file" derives empty
+    fails 1 "does not contain a public key" "derive with a private key" derives peer.p256.key
+    fails 1 "deriving the key failed: NTE_INTERNAL_ERROR" "derive: the token requires a longer HMAC key" \
         withPin derive --key 0256 --peer "$(at peer.pem)" --kdf hmac --hmac-key 00 -o "$(at out)"
     holds "a failed derivation leaves no file" test ! -e "$files/out"
 }
 
 # ---- the dialog
 
-# Where no window can be made, the dialog ends at once, as if an empty PIN had been accepted.
+# Without a screen the dialog ends at once, as if the user had accepted an empty PIN.
 withoutScreen()
 {
     (unset DISPLAY && keywarden "$@")
 }
 
-# pinCases NAME COMMAND...: cancelled, wrong, and no dialog at all.
+# pinCases NAME COMMAND...: a cancelled dialog, a wrong PIN, and no dialog.
 pinCases()
 {
     local name=$1
@@ -414,7 +416,7 @@ pinCases()
     holds "$name: cancelled, in words" grep -q "The PIN dialog was cancelled" "$work/out"
     fails 1 "failed: NTE_INTERNAL_ERROR" "$name: wrong PIN" \
         answering "" "enter not-the-pin" keywarden "$@"
-    holds "$name: wrong PIN, in words" grep -q "a wrong PIN is the usual reason" "$work/out"
+    holds "$name: wrong PIN, in words" grep -q "usually because of a wrong PIN" "$work/out"
     fails 1 "failed: no PIN was entered" "$name: no screen" withoutScreen "$@"
     holds "$name: leaves no file" test ! -e "$files/out"
 }
@@ -443,16 +445,16 @@ testFiles()
         "verify $(at document) --signature $(at signature)" \
         "encrypt $(at secret) -o $(at out)" "decrypt $(at secret) -o $(at out)" \
         "export -o $(at out)" "derive --peer $(at peer.p256.pem) -o $(at out)"; do
-        # shellcheck disable=SC2086 # words are meant
+        # shellcheck disable=SC2086 # the words are separate arguments
         fails 1 'there is no key "01ab"' "${command%% *}: unknown key" keywarden $command --key 01ab
-        holds "${command%% *}: the keys that there are" grep -q "$names" "$work/out"
+        holds "${command%% *}: lists the keys" grep -q "$names" "$work/out"
     done
     for command in "sign $(at none) --key 01AB -o $(at out)" \
         "verify $(at none) --key 01AB --signature $(at signature)" \
         "verify $(at document) --key 01AB --signature $(at none)" \
         "encrypt $(at none) --key 01AB -o $(at out)" "decrypt $(at none) --key 01AB -o $(at out)" \
         "derive --key 0256 --peer $(at none) -o $(at out)"; do
-        # shellcheck disable=SC2086 # words are meant
+        # shellcheck disable=SC2086 # the words are separate arguments
         fails 1 'none cannot be read: .+\([0-9]+\)' "${command%% *}: missing file" keywarden $command
     done
     fails 1 'cannot be written: .+\([0-9]+\)' "export: unwritable output" \
@@ -473,7 +475,7 @@ testFiles()
 
 # ---- usage
 
-# usage TEXT ARGUMENTS...: exit code 2, and the text.
+# usage TEXT ARGUMENTS...: exit code 2, and the text in the output.
 usage()
 {
     local text=$1
@@ -489,7 +491,7 @@ testUsage()
         [ "$command" != verify ] || option=--signature
         usage "FILE is required" "$command" --key 01AB "$option" out
         usage "--key is required" "$command" file "$option" out
-        usage "none of sha1, sha256, sha384, sha512" "$command" file --key 01AB "$option" out \
+        usage "not one of sha1, sha256, sha384, sha512" "$command" file --key 01AB "$option" out \
             --hash md5
         usage "--pad" "$command" file --key 01AB "$option" out --pad none
         usage "excludes" "$command" file --key 01AB "$option" out --cng --module x.dll
@@ -502,21 +504,21 @@ testUsage()
     usage "--key is required" export -o out
     usage "--peer is required" derive --key 0256 -o out
     usage "--kdf" derive --key 0256 --peer peer -o out --kdf tls
-    usage "none of sha1" derive --key 0256 --peer peer -o out --hash sha3
+    usage "not one of sha1" derive --key 0256 --peer peer -o out --hash sha3
     usage "hexadecimal digits" derive --key 0256 --peer peer -o out --prepend abc
     usage "hexadecimal digits" derive --key 0256 --peer peer -o out --append xy
-    usage "hmac needs --hmac-key" derive --key 0256 --peer peer -o out --kdf hmac
-    usage "goes with --kdf hmac" derive --key 0256 --peer peer -o out --hmac-key 00
+    usage "hmac requires --hmac-key" derive --key 0256 --peer peer -o out --kdf hmac
+    usage "requires --kdf hmac" derive --key 0256 --peer peer -o out --hmac-key 00
     usage "not expected" keys superfluous
     for command in keys sign verify encrypt decrypt export derive; do
         succeeds "$command --help" keywarden "$command" --help
-        holds "$command --help tells the usage" grep -q "^Usage: keywarden.*$command" "$work/out"
+        holds "$command --help shows the usage" grep -q "^Usage: keywarden.*$command" "$work/out"
     done
 }
 
 # ---- --json
 
-# prints FILTER NAME COMMAND...: jq's filter is true of the one document that was printed.
+# prints FILTER NAME COMMAND...: one document is printed, and jq's filter is true for it.
 prints()
 {
     local filter=$1 name=$2
@@ -560,13 +562,13 @@ testJson()
 
 # ---- --cng and --module
 
-# Wine's ncrypt.dll does not hand calls on to providers of others, so that only the failure can be
-# seen here; that --cng reaches the registered module needs Windows.
+# Wine's ncrypt.dll does not forward calls to other providers, so only the failure can be tested here.
+# That --cng reaches the registered module can be tested only on Windows.
 testCng()
 {
-    fails 1 "the provider does not (open|list)" "--cng where the provider is not registered: keys" \
+    fails 1 "the provider cannot (be opened|list)" "--cng where the provider is not registered: keys" \
         keywarden keys --cng
-    holds "--cng: advice" grep -q '"keywarden status" says whether it is registered' "$work/out"
+    holds "--cng: advice" grep -q '"keywarden status" to see whether it is registered' "$work/out"
     fails 1 "keywarden status" "--cng where the provider is not registered: sign" \
         keywarden sign "$(at document)" --key 01AB -o "$(at out)" --cng
     succeeds "--module" keywarden keys --module "$(windowsPath "$windows/bin/nvksprovider.dll")"
@@ -582,8 +584,8 @@ testCng()
 
 # ---- the progress bar
 
-# On a terminal, which is made by script(1); the status of the program is its own. Sequences that
-# move the cursor or hide it do not count.
+# Runs the program on a terminal, created by script(1), and returns the program's status. Removes
+# sequences that move or hide the cursor from the output.
 onTerminal()
 {
     local status=0

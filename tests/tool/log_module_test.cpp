@@ -1,4 +1,4 @@
-// keywarden log on what the module itself writes.
+// keywarden log on logs of the module itself.
 
 #include <algorithm>
 #include <chrono>
@@ -9,6 +9,7 @@
 #include "dialog_driver.h"
 #include "log/log_operation.h"
 #include "log/log_report.h"
+#include "log_text.h"
 #include "module_fixture.h"
 #include "tool_program.h"
 
@@ -41,16 +42,10 @@ protected:
 
     std::vector<Operation> operations(size_t* foreign = nullptr) const
     {
-        tool::OperationReader reader;
-        std::istringstream stream(readFile(logFile()));
-        for (std::string line; std::getline(stream, line);)
-            reader.addLine(line);
-        if (foreign != nullptr)
-            *foreign = reader.foreignLines();
-        return reader.finish();
+        return operationsOf(readFile(logFile()), foreign);
     }
 
-    // The latest of that name.
+    // The latest operation of that name.
     Operation last(const std::string& name) const
     {
         const auto all = operations();
@@ -113,7 +108,7 @@ TEST_F(LogOfTheModule, ASignatureHasItsCallsTimesAndTheDialog)
     EXPECT_GE(callOf(operation, "C_Sign").elapsed, 55);
     EXPECT_GE(callOf(operation, "C_Login").elapsed, 25);
     EXPECT_GT(operation.elapsed, 85);
-    // The dialog's time is told to a millisecond only.
+    // The dialog's time is accurate only to a millisecond.
     EXPECT_LE(sum, operation.elapsed + 5);
 }
 
@@ -175,7 +170,7 @@ TEST_F(LogOfTheModule, NothingSecretIsPrinted)
                                  &length, 0),
               ERROR_SUCCESS);
     table()->FreeSecret(handle(), secret);
-    // The token's agreed secrets repeat this.
+    // The scripted token's agreed secrets repeat these bytes.
     const std::string agreed = "C35A17E18DC35A17E18D";
     ASSERT_NE(readFile(logFile()).find(agreed), std::string::npos);
 
@@ -204,7 +199,7 @@ TEST_F(LogOfTheModule, RandomCutsAreRead)
         size_t count = 0;
         for (std::string line; std::getline(stream, line); ++count)
             reader.addLine(line);
-        // At most the two lines that the cut went through are none.
+        // At most the first and the last line are incomplete.
         EXPECT_LE(reader.foreignLines(), 2U);
         EXPECT_GE(reader.records() + 2, count);
         const auto all = reader.finish();
@@ -225,7 +220,7 @@ TEST_F(LogOfTheModule, IsReadByTheProgram)
         std::ranges::find_if(calls, [](const Json& call) { return call["name"] == "C_Login"; });
     ASSERT_NE(login, calls.end());
     EXPECT_EQ((*login)["result"], "CKR_PIN_INCORRECT");
-    // The same by way of the configuration.
+    // The same log, found through the configuration.
     const ChildResult unnamed = runTool({"--profile", narrowPath(profile.path()), "--json", "log"});
     EXPECT_EQ(parsed(unnamed.output)["failed"], document["failed"]);
 }

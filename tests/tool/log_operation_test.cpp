@@ -1,14 +1,12 @@
-// Putting operations together from lines, and counting them.
+// Assembling operations from lines.
 
 #include <gtest/gtest.h>
 
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "log/log_operation.h"
-#include "log/log_record.h"
 #include "log/log_report.h"
 #include "log_text.h"
 #include "tool_program.h"
@@ -18,20 +16,8 @@ namespace NV::test {
 namespace {
 
 using tool::Operation;
-using tool::OperationReader;
 
-std::vector<Operation> operationsOf(const std::string& text, size_t* foreign = nullptr)
-{
-    OperationReader reader;
-    std::istringstream stream(text);
-    for (std::string line; std::getline(stream, line);)
-        reader.addLine(line);
-    if (foreign != nullptr)
-        *foreign = reader.foreignLines();
-    return reader.finish();
-}
-
-// "C_Login CKR_OK" a call.
+// Each call as "C_Login CKR_OK".
 std::vector<std::string> callsOf(const Operation& operation)
 {
     std::vector<std::string> calls;
@@ -90,7 +76,7 @@ TEST(LogOperation, HasItsCallsWithResults)
     EXPECT_TRUE(operations[0].calls[3].failed());
 }
 
-// The discovery's form, whose times are those of the records.
+// The discovery's records have no times of their own; those of the records count.
 TEST(LogOperation, HasTheCallsOfTheDiscovery)
 {
     const auto operations = operationsOf(
@@ -184,7 +170,7 @@ TEST(LogOperation, UnfinishedHasTheCallThatDidNotReturn)
     EXPECT_TRUE(operations[0].calls[1].failed());
 }
 
-// What an exception leaves is over with the thread's next operation.
+// The thread's next operation ends one that was left by an exception.
 TEST(LogOperation, UnfinishedDoesNotSwallowWhatFollows)
 {
     const auto operations = operationsOf(LogText()
@@ -265,69 +251,7 @@ TEST(LogOperation, CarriageReturnsDoNoHarm)
     EXPECT_TRUE(operations[0].finished);
 }
 
-TEST(LogFigures, MedianNearestRankAndMaximum)
-{
-    LogText log;
-    for (int i = 20; i >= 1; --i)
-        log.operation("SignHash", std::to_string(i), i % 5 == 0 ? "0x80090027" : "0x0");
-    for (const char* time : {"30", "10", "20"})
-        log.operation("OpenKey", time);
-    log.enter("Decrypt");  // never finished
-    const auto figures = tool::figuresOf(operationsOf(log.text()));
-    ASSERT_EQ(figures.size(), 2U);
-    EXPECT_EQ(figures[0].name, "OpenKey");
-    EXPECT_EQ(figures[0].count, 3U);
-    EXPECT_EQ(figures[0].median, 20);
-    EXPECT_EQ(figures[0].percentile95, 30);
-    EXPECT_EQ(figures[1].name, "SignHash");
-    EXPECT_EQ(figures[1].count, 20U);
-    EXPECT_EQ(figures[1].failures, 4U);
-    EXPECT_EQ(figures[1].median, 10.5);
-    EXPECT_EQ(figures[1].percentile95, 19);
-    EXPECT_EQ(figures[1].maximum, 20);
-}
-
-TEST(LogFigures, TakeNoTimeFromWhatIsNone)
-{
-    LogText log;
-    for (const char* time : {"nan", "inf", "-5", "1e999", "odd", "", "3"})
-        log.operation("SignHash", time);
-    const auto figures = tool::figuresOf(operationsOf(log.text()));
-    ASSERT_EQ(figures.size(), 1U);
-    EXPECT_EQ(figures[0].count, 7U);
-    EXPECT_EQ(figures[0].median, 0);
-    EXPECT_EQ(figures[0].maximum, 3);
-}
-
-TEST(LogCalls, NeighboursShareALine)
-{
-    const auto lines = tool::describe(
-        {{"C_Sign", "", 0, 1.5}, {"C_Sign", "", 0, 2.5}, {"C_Login", "CKR_PIN_LOCKED", 0, 1}});
-    ASSERT_EQ(lines.size(), 2U);
-    EXPECT_EQ(lines[0].text, "     4.000 ms  C_Sign (2 calls)");
-    EXPECT_FALSE(lines[0].failed);
-    EXPECT_EQ(lines[1].text, "     1.000 ms  C_Login  CKR_PIN_LOCKED");
-    EXPECT_TRUE(lines[1].failed);
-}
-
-TEST(LogSecrets, AreNotShown)
-{
-    const std::string hex = "C35A17E18D";
-    for (const char* form :
-         {"Agreed SharedSecret(5 bytes)=[", "Retrieved SharedSecret(5 bytes)=[",
-          "KDFInputData(5 bytes)=[", "HMAC_KEY(5 bytes)=[", "Derived Key(5 bytes): ["}) {
-        for (const char* before : {"", "Failed after "}) {
-            const std::string shown = tool::withoutSecrets(before + (form + hex) + "], ");
-            EXPECT_EQ(shown, before + std::string(form).substr(0, std::string(form).size() - 1) +
-                                 "(not shown)");
-        }
-    }
-    EXPECT_EQ(tool::withoutSecrets("Entered Pin=odd-PIN-7391[12bytes]"), "Entered Pin=(not shown)");
-    EXPECT_EQ(tool::withoutSecrets("Entered Pin is 12 bytes"), "Entered Pin is 12 bytes");
-    EXPECT_EQ(tool::withoutSecrets("Not Found key [x]"), "Not Found key [x]");
-}
-
-// Any bytes are taken; the cuts of a log, its lines in another order, and odd bytes in it.
+// The reader accepts any bytes: a log that is cut off anywhere, and one with bytes changed or missing.
 TEST(LogFuzz, NothingBreaksTheReader)
 {
     LogText log;
@@ -365,26 +289,6 @@ TEST(LogFuzz, NothingBreaksTheReader)
                              .empty());
         EXPECT_TRUE(tool::toHtml(operations, "odd", false).ends_with("</html>\n"));
     }
-}
-
-TEST(LogHtml, EscapesWhatTheLogSays)
-{
-    const auto operations = operationsOf(
-        LogText()
-            .enter("SignHash")
-            .call("C_Sign", "00000005(CKR_<b>&\"'x)")
-            .record("ERR", "NV::Provider::SignHash", "<script>alert(\"1\")</script> & more")
-            .leave("SignHash", "2.0", "0x8009002d")
-            .text());
-    const std::string page = tool::toHtml(operations, "<odd> & \"log\"", false);
-    EXPECT_EQ(page.find("<script"), std::string::npos);
-    EXPECT_EQ(page.find("<b>&"), std::string::npos);
-    EXPECT_NE(page.find("&lt;script&gt;alert(&quot;1&quot;)&lt;/script&gt; &amp; more"),
-              std::string::npos);
-    EXPECT_NE(page.find("<title>&lt;odd&gt; &amp; &quot;log&quot;</title>"), std::string::npos);
-    // Nothing is fetched from anywhere.
-    EXPECT_EQ(page.find("http"), std::string::npos);
-    EXPECT_EQ(page.find("src="), std::string::npos);
 }
 
 }  // namespace

@@ -1,16 +1,21 @@
-// Lines of a trace log, made by hand. For the tests of keywarden log.
+// Trace logs written line by line, and their operations. For the tests of keywarden log.
 
 #pragma once
 
+#include <cstddef>
 #include <cstdio>
+#include <sstream>
 #include <string>
+#include <vector>
+
+#include "log/log_operation.h"
 
 namespace NV::test {
 
-// A log that grows line by line; each is a tenth of a second later than the one before.
+// A log that grows line by line. Each line is a tenth of a second later than the one before.
 class LogText {
 public:
-    // The process and the thread that write what follows.
+    // Sets the process and the thread of the lines that follow.
     LogText& as(const std::string& process, const std::string& thread)
     {
         identity_ = process + "," + thread;
@@ -79,5 +84,17 @@ private:
     std::string identity_ = "04312,1a2b3c4d";
     int tenths_ = 0;
 };
+
+// The operations of a log. `foreign` receives the number of lines that are no records.
+inline std::vector<tool::Operation> operationsOf(const std::string& text, size_t* foreign = nullptr)
+{
+    tool::OperationReader reader;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);)
+        reader.addLine(line);
+    if (foreign != nullptr)
+        *foreign = reader.foreignLines();
+    return reader.finish();
+}
 
 }  // namespace NV::test

@@ -1,4 +1,4 @@
-// needs_dependency.dll: does not load without odd_dependency.dll, and is no PKCS#11 library with it.
+// needs_dependency.dll: does not load without odd_dependency.dll, and is not a PKCS#11 library.
 
 extern "C" __declspec(dllimport) int oddDependency();
 

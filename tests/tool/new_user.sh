@@ -1,17 +1,18 @@
 #!/bin/bash
-# The path of a new user, from installation to a verified signature and back: install, init, check,
-# keys, sign, verification by OpenSSL, uninstall. In a Wine prefix of its own, in the profile of its
-# own user, with SoftHSM2 as the token.
+# The way of a new user from the installation to a verified signature: install, init, check, keys, sign,
+# verification by OpenSSL, uninstall. Runs in a Wine prefix of its own, in the profile of that prefix's
+# user, with SoftHSM2 as the token.
 #   tests/tool/new_user.sh
 set -euo pipefail
 area=new-user
+# shellcheck source=tests/tool/support.sh
 . "$(dirname "$0")/support.sh"
 onOwnScreen "$@"
 
 installed="$WINEPREFIX/drive_c/Program Files/Norvanta KeyWarden"
 module=$WINEPREFIX/drive_c/windows/system32/nvksprovider.dll
 
-# The installer is made afresh: one that lies there may be of another state of the sources.
+# Builds the installer anew, because an existing one may be out of date.
 install()
 {
     "$root/scripts/package.sh" >"$work/package.log" 2>&1 || {
@@ -21,7 +22,7 @@ install()
     timeout 120 wine "$build"/package/keywarden-*-setup.exe /S </dev/null >"$work/out" 2>&1
 }
 
-# The uninstaller goes on in a copy of itself, which the first process does not wait for.
+# The uninstaller continues in a copy of itself, and the first process does not wait for it.
 uninstall()
 {
     local tries
@@ -34,7 +35,7 @@ uninstall()
     return 1
 }
 
-# As the user runs it: no profile is named, so that it is the user's own.
+# Without --profile, like a user: the profile is the user's own.
 keywarden()
 {
     local status=0
@@ -44,13 +45,13 @@ keywarden()
     return "$status"
 }
 
-# Profiles of the prefix: the one of the user who runs this.
+# The configuration folder in the profile of the user who runs this script.
 ownFolder()
 {
     echo "$WINEPREFIX/drive_c/users/$(id -un)/.norvanta-keywarden"
 }
 
-# The user is new: no configuration, no log, no certificate.
+# A new user has no configuration, no log and no certificate.
 prepare()
 {
     makeOwnPrefix && makeToken --small || return 1
@@ -65,9 +66,9 @@ prepare || {
     exit 1
 }
 succeeds "install" install
-succeeds "keywarden says its version" keywarden --version
+succeeds "keywarden prints its version" keywarden --version
 fails 1 "it cannot read its configuration" "before init, the keys cannot be listed" keywarden keys
-fails 1 "keywarden init" "and check says what to do" keywarden check
+fails 1 "keywarden init" "and check gives advice" keywarden check
 succeeds "init" keywarden init --p11 "$(windowsPath "$windows/winelib/p11bridge.dll")"
 holds "the configuration is in the user's profile" test -f "$(ownFolder)/nvksprovider.conf"
 succeeds "check" keywarden check

@@ -1,4 +1,4 @@
-// no_function_list.dll: a PKCS#11 library whose C_GetFunctionList refuses.
+// no_function_list.dll: a PKCS#11 library whose C_GetFunctionList fails.
 
 #include "p11/cryptoki.h"
 

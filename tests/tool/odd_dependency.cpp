@@ -1,4 +1,4 @@
-// odd_dependency.dll: what needs_dependency.dll needs.
+// odd_dependency.dll: the dependency of needs_dependency.dll.
 
 extern "C" __declspec(dllexport) int oddDependency()
 {

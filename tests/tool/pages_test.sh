@@ -1,12 +1,12 @@
 #!/bin/bash
-# Runs the commands that the pages show, in the order in which they stand there: every line that begins
-# with "> keywarden" in a block marked "console". A page that shows a command which does not work is
-# found here. Commands that only a real Windows can run stand in blocks marked "windows", which are
-# left out; so that none hides there, their commands must be of the few that are known to need it.
-# Prints "ok NAME" or "FAIL NAME: reason" a command, then the counts.
+# Runs the commands in the pages, in their order: each line that begins with "> keywarden" in a block
+# marked "console". Fails for a command that does not work. Blocks marked "windows" contain commands that
+# need a real Windows; these are not run, but must be among the few that are known to need it.
+# Prints "ok NAME" or "FAIL NAME: reason" for each command, then the counts.
 #   tests/tool/pages_test.sh
 set -euo pipefail
 area=pages
+# shellcheck source=tests/tool/support.sh
 . "$(dirname "$0")/support.sh"
 onOwnScreen "$@"
 
@@ -17,7 +17,7 @@ pages()
     (cd "$root" && ls README.md SECURITY.md CONTRIBUTING.md docs/*.md)
 }
 
-# commandsIn PAGE KIND: the commands of the page's blocks of that kind, without "> keywarden ".
+# commandsIn PAGE KIND: prints the commands in the page's blocks of that kind, without "> keywarden ".
 commandsIn()
 {
     awk -v kind="$2" '
@@ -26,8 +26,8 @@ commandsIn()
     ' "$root/$1"
 }
 
-# run COMMAND: as a person types it, in a folder that has the files which the pages speak of. The
-# library of the examples stands for the bridge to SoftHSM2.
+# run COMMAND: runs the command in a folder with the files that the pages mention. Replaces the library
+# of the examples with the bridge to SoftHSM2.
 run()
 {
     local arguments library

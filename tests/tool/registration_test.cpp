@@ -1,15 +1,15 @@
-// Registration with CNG: the exact calls, what is put back when one is refused, and what is told of
-// the state. Stands on a fake: no Wine keeps registrations, and no test is to change a real machine.
+// Registration with CNG: the exact calls, what is undone when one is refused, and the reported state.
+// Runs on a fake, because Wine does not store registrations and a test must not change a real machine.
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
-#include <fstream>
 
-#include "check/check.h"
+#include "contains.h"
 #include "failure.h"
 #include "fake_cng.h"
+#include "nvvtoken/nvvtoken_name.h"
 
 namespace NV::test {
 
@@ -17,7 +17,6 @@ namespace {
 
 using tool::Change;
 using tool::Failure;
-using tool::Outcome;
 using tool::Registration;
 using Calls = std::vector<std::string>;
 
@@ -40,14 +39,6 @@ std::string overwriteCall(const std::string& image)
            " [10001 flags 1 KEY_STORAGE], kernel none";
 }
 
-class RegistrationTest : public testing::Test {
-protected:
-    void SetUp() override { cng = {}; }
-    void TearDown() override { EXPECT_EQ(0, cng.buffers) << "buffers of CNG's not freed"; }
-
-    tool::CngSystem system_ = fakeSystem();
-};
-
 // The reason and the advice of the Failure that the action throws.
 template <typename Action>
 std::string failureOf(const Action& action)
@@ -58,11 +49,6 @@ std::string failureOf(const Action& action)
         return std::string(failure.what()) + " | " + failure.advice();
     }
     return "no failure";
-}
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
 }
 
 // Registering.
@@ -76,7 +62,7 @@ TEST_F(RegistrationTest, RegistersTheProviderAndListsItLast)
     EXPECT_EQ(3U, cng.listed.size());
 }
 
-TEST_F(RegistrationTest, AsksInTheRightPlaceWhatIsRegistered)
+TEST_F(RegistrationTest, QueriesWithTheRightArguments)
 {
     readRegistration(system_);
     EXPECT_EQ(
@@ -92,16 +78,16 @@ TEST_F(RegistrationTest, ASecondTimeChangesNothing)
     EXPECT_EQ(Calls{}, cng.changes());
 }
 
-TEST_F(RegistrationTest, MendsAMissingListEntryAlone)
+TEST_F(RegistrationTest, AddsOnlyAMissingListEntry)
 {
     cng.present = true;
     EXPECT_EQ(Change::made, registerModule(system_));
     EXPECT_EQ(Calls{addCall}, cng.changes());
 }
 
-TEST_F(RegistrationTest, MendsAMissingProviderAlone)
+TEST_F(RegistrationTest, AddsOnlyAMissingProvider)
 {
-    cng.listed.emplace_back(tool::registeredProvider);
+    cng.listed.emplace_back(providerName);
     EXPECT_EQ(Change::made, registerModule(system_));
     EXPECT_EQ(Calls{registerCall}, cng.changes());
 }
@@ -142,27 +128,27 @@ TEST_F(RegistrationTest, RefusesWithoutElevation)
     EXPECT_EQ(Calls{}, cng.calls);
 }
 
-TEST_F(RegistrationTest, ARefusedFirstStepIsTheLast)
+TEST_F(RegistrationTest, StopsAfterARefusedFirstStep)
 {
     cng.answers["register"] = accessDenied;
     const std::string text = failureOf([this] { registerModule(system_); });
-    EXPECT_TRUE(contains(text, "BCryptRegisterProvider answers STATUS_ACCESS_DENIED (0xc0000022)"))
+    EXPECT_TRUE(contains(text, "BCryptRegisterProvider returned STATUS_ACCESS_DENIED (0xc0000022)"))
         << text;
     EXPECT_TRUE(contains(text, "Run as administrator")) << text;
     EXPECT_EQ(Calls{registerCall}, cng.changes());
 }
 
-TEST_F(RegistrationTest, ARefusedSecondStepTakesTheFirstBack)
+TEST_F(RegistrationTest, ARefusedSecondStepUndoesTheFirst)
 {
     cng.answers["add"] = noMemory;
     const std::string text = failureOf([this] { registerModule(system_); });
-    EXPECT_TRUE(contains(text, "BCryptAddContextFunctionProvider answers 0xc0000017")) << text;
-    EXPECT_FALSE(contains(text, "taken back")) << text;
+    EXPECT_TRUE(contains(text, "BCryptAddContextFunctionProvider returned 0xc0000017")) << text;
+    EXPECT_FALSE(contains(text, "undone")) << text;
     EXPECT_EQ((Calls{registerCall, addCall, unregisterCall}), cng.changes());
     EXPECT_FALSE(cng.present);
 }
 
-TEST_F(RegistrationTest, ARefusedSecondStepPutsAnotherDllBack)
+TEST_F(RegistrationTest, ARefusedSecondStepRestoresAnotherDll)
 {
     cng.present = true;
     cng.image = L"older.dll";
@@ -173,7 +159,7 @@ TEST_F(RegistrationTest, ARefusedSecondStepPutsAnotherDllBack)
     EXPECT_EQ(L"older.dll", cng.image);
 }
 
-TEST_F(RegistrationTest, ARefusedSecondStepLeavesWhatWasThereBefore)
+TEST_F(RegistrationTest, ARefusedSecondStepKeepsAnExistingRegistration)
 {
     cng.present = true;
     cng.answers["add"] = noMemory;
@@ -182,32 +168,32 @@ TEST_F(RegistrationTest, ARefusedSecondStepLeavesWhatWasThereBefore)
     EXPECT_TRUE(cng.present);
 }
 
-TEST_F(RegistrationTest, SaysSoWhenTheFirstStepCannotBeTakenBack)
+TEST_F(RegistrationTest, ReportsAFirstStepThatCannotBeUndone)
 {
     cng.answers["add"] = noMemory;
     cng.answers["unregister"] = accessDenied;
     const std::string text = failureOf([this] { registerModule(system_); });
-    EXPECT_TRUE(contains(text, "cannot be taken back: STATUS_ACCESS_DENIED")) << text;
+    EXPECT_TRUE(contains(text, "could not be undone: STATUS_ACCESS_DENIED")) << text;
     EXPECT_TRUE(contains(text, "keywarden status")) << text;
 }
 
-// A system that answers 0 and does nothing, but can be asked.
-TEST_F(RegistrationTest, DoesNotBelieveASuccessThatIsNotToBeSeen)
+// A system that returns 0 and does nothing, but can be queried.
+TEST_F(RegistrationTest, DoesNotTrustASuccessWithoutEffect)
 {
     system_.addContextFunctionProvider = [](ULONG, LPCWSTR, ULONG, LPCWSTR, LPCWSTR,
                                             ULONG) -> NTSTATUS { return 0; };
     const std::string text = failureOf([this] { registerModule(system_); });
-    EXPECT_TRUE(contains(text, "does not show it")) << text;
+    EXPECT_TRUE(contains(text, "does not report it")) << text;
 }
 
-TEST_F(RegistrationTest, ARefusedQuestionIsAFailure)
+TEST_F(RegistrationTest, ARefusedQueryIsAFailure)
 {
     cng.answers["query"] = accessDenied;
     EXPECT_TRUE(contains(failureOf([this] { registerModule(system_); }),
-                         "BCryptQueryProviderRegistration answers STATUS_ACCESS_DENIED"));
+                         "BCryptQueryProviderRegistration returned STATUS_ACCESS_DENIED"));
     cng.answers = {{"list", noMemory}};
     EXPECT_TRUE(contains(failureOf([this] { registerModule(system_); }),
-                         "BCryptEnumContextFunctionProviders answers 0xc0000017"));
+                         "BCryptEnumContextFunctionProviders returned 0xc0000017"));
     EXPECT_EQ(Calls{}, cng.changes());
 }
 
@@ -228,13 +214,13 @@ TEST_F(RegistrationTest, UnregisteringASecondTimeChangesNothing)
     EXPECT_EQ(Calls{}, cng.changes());
 }
 
-TEST_F(RegistrationTest, UnregistersHalfARegistration)
+TEST_F(RegistrationTest, UnregistersAPartialRegistration)
 {
     cng.present = true;
     EXPECT_EQ(Change::made, unregisterModule(system_));
     EXPECT_EQ(Calls{unregisterCall}, cng.changes());
     cng.calls.clear();
-    cng.listed.emplace_back(tool::registeredProvider);
+    cng.listed.emplace_back(providerName);
     EXPECT_EQ(Change::made, unregisterModule(system_));
     EXPECT_EQ(Calls{removeCall}, cng.changes());
 }
@@ -248,7 +234,7 @@ TEST_F(RegistrationTest, UnregisteringRefusesWithoutElevation)
     EXPECT_EQ(Calls{}, cng.calls);
 }
 
-TEST_F(RegistrationTest, ARefusedRemovalFromTheListIsTheLast)
+TEST_F(RegistrationTest, StopsAfterARefusedRemovalFromTheList)
 {
     cng.setRegistered();
     cng.answers["remove"] = accessDenied;
@@ -262,14 +248,14 @@ TEST_F(RegistrationTest, ARefusedUnregistrationListsTheProviderAgain)
     cng.setRegistered();
     cng.answers["unregister"] = accessDenied;
     const std::string text = failureOf([this] { unregisterModule(system_); });
-    EXPECT_TRUE(contains(text, "BCryptUnregisterProvider answers STATUS_ACCESS_DENIED")) << text;
+    EXPECT_TRUE(contains(text, "BCryptUnregisterProvider returned STATUS_ACCESS_DENIED")) << text;
     EXPECT_EQ((Calls{removeCall, unregisterCall, addCall}), cng.changes());
     EXPECT_TRUE(cng.isListed());
 }
 
-// A system that cannot be asked.
+// A system that cannot be queried.
 
-TEST_F(RegistrationTest, ASystemThatCannotBeAskedIsNotAsked)
+TEST_F(RegistrationTest, DoesNotQueryASystemWithoutQueries)
 {
     system_.answersQueries = false;
     EXPECT_FALSE(readRegistration(system_).known);
@@ -280,7 +266,7 @@ TEST_F(RegistrationTest, ASystemThatCannotBeAskedIsNotAsked)
     EXPECT_EQ((Calls{removeCall, unregisterCall}), cng.calls);
 }
 
-TEST_F(RegistrationTest, ThereAProviderThatIsPresentIsNoFailure)
+TEST_F(RegistrationTest, WithoutQueriesAnExistingProviderIsNoFailure)
 {
     system_.answersQueries = false;
     cng.present = true;
@@ -291,13 +277,13 @@ TEST_F(RegistrationTest, ThereAProviderThatIsPresentIsNoFailure)
     EXPECT_EQ((Calls{registerCall, addCall}), cng.calls) << "takes back what it did not make";
 }
 
-TEST_F(RegistrationTest, ThereUnregisteringNothingChangesNothing)
+TEST_F(RegistrationTest, WithoutQueriesUnregisteringNothingChangesNothing)
 {
     system_.answersQueries = false;
     EXPECT_EQ(Change::none, unregisterModule(system_));
 }
 
-TEST_F(RegistrationTest, ThereAMissingFunctionIsAFailure)
+TEST_F(RegistrationTest, WithoutQueriesAMissingFunctionIsAFailure)
 {
     system_.answersQueries = false;
     cng.answers["remove"] = notImplemented;
@@ -305,9 +291,9 @@ TEST_F(RegistrationTest, ThereAMissingFunctionIsAFailure)
     EXPECT_TRUE(contains(text, "STATUS_NOT_IMPLEMENTED (0xc0000002)")) << text;
 }
 
-// What is told of the state.
+// The reported state.
 
-TEST_F(RegistrationTest, TellsWhereTheFileIs)
+TEST_F(RegistrationTest, ReportsThePathOfTheFile)
 {
     cng.setRegistered();
     const Registration now = readRegistration(system_);
@@ -317,7 +303,7 @@ TEST_F(RegistrationTest, TellsWhereTheFileIs)
     EXPECT_EQ(L"C:\\windows\\system32\\nvksprovider.dll", now.file);
 }
 
-TEST_F(RegistrationTest, TellsTheFileOfARegistrationWithAPath)
+TEST_F(RegistrationTest, ReportsTheFileOfARegistrationWithAPath)
 {
     cng.setRegistered();
     cng.image = L"D:\\elsewhere\\nvksprovider.dll";
@@ -326,7 +312,7 @@ TEST_F(RegistrationTest, TellsTheFileOfARegistrationWithAPath)
     EXPECT_EQ(L"D:\\elsewhere\\nvksprovider.dll", now.file);
 }
 
-TEST_F(RegistrationTest, TellsNothingOfWhatIsNotThere)
+TEST_F(RegistrationTest, ReportsNoRegistration)
 {
     const Registration now = readRegistration(system_);
     EXPECT_TRUE(now.known);
@@ -334,7 +320,7 @@ TEST_F(RegistrationTest, TellsNothingOfWhatIsNotThere)
     EXPECT_TRUE(now.file.empty());
 }
 
-// An imported function without dllimport is known by the jump to it: jmp [rip + distance].
+// A call of an imported function without dllimport goes through a jump: jmp [rip + distance].
 const void* behindJump(const void* function)
 {
     const auto* code = static_cast<const unsigned char*>(function);
@@ -347,7 +333,7 @@ const void* behindJump(const void* function)
     return target;
 }
 
-// MinGW-w64's library of ncrypt.dll has the same names, so the order of linking decides.
+// MinGW-w64's library of ncrypt.dll exports the same names, so the result depends on the link order.
 TEST_F(RegistrationTest, TheSystemsFunctionsAreThoseOfBcrypt)
 {
     const tool::CngSystem real = tool::thisSystem();
@@ -364,66 +350,6 @@ TEST_F(RegistrationTest, TheSystemsFunctionsAreThoseOfBcrypt)
     expectSame("BCryptRemoveContextFunctionProvider", real.removeContextFunctionProvider);
     expectSame("BCryptFreeBuffer", real.freeBuffer);
     EXPECT_TRUE(std::filesystem::is_regular_file(real.systemFolder / "bcrypt.dll"));
-}
-
-// The step of "keywarden check".
-
-class RegisteredStepTest : public RegistrationTest {
-protected:
-    tool::Step step()
-    {
-        tool::Findings findings;
-        checkRegistration(findings, system_);
-        EXPECT_EQ(1U, findings.steps.size());
-        EXPECT_EQ("registered", findings.steps.front().name);
-        return findings.steps.front();
-    }
-};
-
-TEST_F(RegisteredStepTest, NotRegisteredIsAWarning)
-{
-    const tool::Step found = step();
-    EXPECT_EQ(Outcome::warning, found.outcome);
-    EXPECT_TRUE(contains(found.text, "not registered")) << found.text;
-    EXPECT_TRUE(contains(found.advice, "keywarden register")) << found.advice;
-}
-
-TEST_F(RegisteredStepTest, HalfARegistrationIsAWarning)
-{
-    cng.present = true;
-    const tool::Step found = step();
-    EXPECT_EQ(Outcome::warning, found.outcome);
-    EXPECT_TRUE(contains(found.text, "not complete")) << found.text;
-}
-
-TEST_F(RegisteredStepTest, ARegistrationWithoutItsFileIsAFailure)
-{
-    cng.setRegistered();
-    system_.systemFolder = L"C:\\no such folder";
-    const tool::Step found = step();
-    EXPECT_EQ(Outcome::failed, found.outcome);
-    EXPECT_TRUE(contains(found.text, "C:\\no such folder\\nvksprovider.dll")) << found.text;
-}
-
-TEST_F(RegisteredStepTest, RegisteredWithItsFileIsInOrder)
-{
-    cng.setRegistered();
-    system_.systemFolder = std::filesystem::temp_directory_path();
-    const std::filesystem::path file = system_.systemFolder / tool::registeredImage;
-    std::ofstream(file) << "a module";
-    const tool::Step found = step();
-    std::filesystem::remove(file);
-    EXPECT_EQ(Outcome::ok, found.outcome) << found.text;
-    EXPECT_EQ(file.string(), found.text);
-}
-
-TEST_F(RegisteredStepTest, ASystemThatCannotTellIsSkipped)
-{
-    system_.answersQueries = false;
-    const tool::Step found = step();
-    EXPECT_EQ(Outcome::skipped, found.outcome);
-    EXPECT_TRUE(contains(found.text, "cannot tell")) << found.text;
-    EXPECT_EQ(Calls{}, cng.calls);
 }
 
 }  // namespace

@@ -1,14 +1,15 @@
 #!/bin/bash
-# A token that another process has: `p11-kit server` exports a SoftHSM2 token over a Unix socket, and
-# the bridge loads p11-kit-client.so, which speaks to it. keywarden lists the keys and signs.
+# A token of another process: `p11-kit server` exports a SoftHSM2 token through a Unix socket, and the
+# bridge loads p11-kit-client.so, which connects to it. keywarden lists the keys and signs.
 #   tests/tool/remote_token.sh
 set -euo pipefail
 area=remote-token
+# shellcheck source=tests/tool/support.sh
 . "$(dirname "$0")/support.sh"
 onOwnScreen "$@"
 
 client=/usr/lib/x86_64-linux-gnu/pkcs11/p11-kit-client.so
-socket=$(mktemp -d)/socket # the path of a socket is short, that of a build folder may not be
+socket=$(mktemp -d)/socket # a path in the build folder can be too long for a socket
 server=
 
 startServer()
@@ -48,7 +49,7 @@ prepare()
     keywarden init --p11 "$(windowsPath "$windows/winelib/p11bridge.dll")" --log-level TRACE
 }
 
-# From here on, this script and what it starts reach the token by the socket alone.
+# From here on, this script and its child processes reach the token only through the socket.
 goRemote()
 {
     startServer || return 1
@@ -71,7 +72,7 @@ fi
 succeeds "keys" keywarden keys
 holds "keys names those of the remote token" grep -q "^01AB .*sign, verify, encrypt, decrypt" "$work/out"
 succeeds "check" keywarden check
-holds "check tells the remote token" grep -q '"keywarden"' "$work/out"
+holds "check names the remote token" grep -q '"keywarden"' "$work/out"
 succeeds "sign" withPin sign "$(windowsPath "$work/document")" --key 01AB \
     -o "$(windowsPath "$work/signature")"
 succeeds "export" keywarden export --key 01AB -o "$(windowsPath "$work/key.pem")"
@@ -82,13 +83,13 @@ fails 1 "signing failed" "a wrong PIN is refused over the socket" \
     -o "$(windowsPath "$work/none")"
 stopServer
 succeeds "a server that is gone: keys" keywarden keys
-holds "which are none" grep -q "The provider serves no key" "$work/out"
+holds "a server that is gone: no keys" grep -q "The provider has no keys" "$work/out"
 fails 1 "FAILED +slots" "a server that is gone: check" keywarden check
 succeedsAgain()
 {
     startServer && withPin sign "$(windowsPath "$work/document")" --key 0256 \
         -o "$(windowsPath "$work/signature.ec")"
 }
-export SOFTHSM2_CONF=$work/token/softhsm2.conf # for the server alone; the bridge loads the client
+export SOFTHSM2_CONF=$work/token/softhsm2.conf # only for the server; the bridge loads the client
 succeeds "a server that is back: sign" succeedsAgain
 finish

@@ -1,12 +1,16 @@
-# What the shell tests of keywarden share: a screen and a Wine prefix of their own, a token, the
-# program, and the lines that report. Sourced; not run by itself.
+# Shared by the shell tests of keywarden: a screen and a Wine prefix of their own, a token, the program,
+# and the report of checks. Sourced by these tests, never run.
 #
-# A script sets `area`, its folder below build/, before it sources this file. It prints "ok NAME" or
-# "FAIL NAME: reason" a check; `finish` prints the counts and gives the status.
+# A script sets `area`, its folder in build/, before it sources this file. Each check prints "ok NAME" or
+# "FAIL NAME: reason"; `finish` prints the counts and returns the status.
+# shellcheck shell=bash
+# shellcheck disable=SC2034 # the variables without a use in this file are for the scripts
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
-export KEYWARDEN_WINEPREFIX=$root/build/$area/wine
+export KEYWARDEN_WINEPREFIX=$root/build/${area:?}/wine
+# shellcheck source=scripts/lib.sh
 . "$root/scripts/lib.sh"
+# shellcheck source=scripts/dialog.sh
 . "$root/scripts/dialog.sh"
 
 work=$root/build/$area
@@ -17,7 +21,7 @@ pin=keywarden-pin-4711
 passed=0
 failed=0
 
-# ok NAME, bad NAME REASON...: the outcome of a check.
+# ok NAME, bad NAME REASON...: report the outcome of a check.
 ok()
 {
     passed=$((passed + 1))
@@ -36,16 +40,16 @@ finish()
     [ "$failed" -eq 0 ] && [ "$passed" -gt 0 ]
 }
 
-# onOwnScreen ARGUMENTS...: runs the calling script again below a virtual screen that nothing else
-# uses, unless it runs there already.
+# onOwnScreen ARGUMENTS...: runs the calling script again on a virtual screen of its own, unless it
+# already has one.
 onOwnScreen()
 {
     [ "${KEYWARDEN_SCREEN:-}" != "$area" ] || return 0
     KEYWARDEN_SCREEN=$area exec xvfb-run -a -s "-screen 0 1280x1024x24 -nolisten tcp" "$0" "$@"
 }
 
-# makeOwnPrefix: a Wine prefix that no other test knows, so that neither its dialogs nor its "My"
-# store meet theirs. Ended when the script ends.
+# makeOwnPrefix: creates a Wine prefix for this script alone, with its own dialogs and its own "My"
+# store. Its processes end with the script.
 makeOwnPrefix()
 {
     mkdir -p "$work"
@@ -54,7 +58,7 @@ makeOwnPrefix()
         return 1
     }
     trap stopWine EXIT
-    stopWine # a server that an earlier run left would know an earlier screen
+    stopWine # a server of an earlier run would use that run's screen
     wineserver -p </dev/null >/dev/null 2>&1
     clearStore
 }
@@ -70,7 +74,7 @@ windowsPath()
     echo "Z:${1//\//\\}"
 }
 
-# makeToken [--small]: a new SoftHSM2 token, which the bridge is to load.
+# makeToken [--small]: creates a SoftHSM2 token and makes the bridge load it.
 makeToken()
 {
     "$root/tests/support/fixtures/make-token.sh" "$@" "$work/token" "$pin" >"$work/token.log" || return 1
@@ -81,8 +85,8 @@ makeToken()
 program=$windows/bin/keywarden.exe
 profile=$work/profile
 
-# keywarden ARGUMENTS...: runs the program with the profile of this script; what it printed, both
-# outputs in one, is in $work/out and its status is returned.
+# keywarden ARGUMENTS...: runs the program with the profile of this script and returns its status. Both
+# outputs go to $work/out.
 keywarden()
 {
     local status=0
@@ -92,13 +96,13 @@ keywarden()
     return "$status"
 }
 
-# withPin ARGUMENTS...: a run of keywarden whose dialog gets the PIN.
+# withPin ARGUMENTS...: runs keywarden and enters the PIN into its dialog.
 withPin()
 {
     answering "" "enter $pin" keywarden "$@"
 }
 
-# succeeds NAME COMMAND...; the output is shown when it does not.
+# succeeds NAME COMMAND...: checks that the command succeeds. Prints its output if it fails.
 succeeds()
 {
     local name=$1 status=0
@@ -111,7 +115,8 @@ succeeds()
     fi
 }
 
-# fails STATUS TEXT NAME COMMAND...: that status, and the text (a regular expression) in the output.
+# fails STATUS TEXT NAME COMMAND...: checks for that status, and for the text (a regular expression) in
+# the output.
 fails()
 {
     local wanted=$1 text=$2 name=$3 status=0
@@ -126,7 +131,7 @@ fails()
     fi
 }
 
-# holds NAME COMMAND...: a judgement that prints nothing that matters but its reason.
+# holds NAME COMMAND...: checks that the command succeeds. Its output is the reason of a failure.
 holds()
 {
     local name=$1 reason status=0

@@ -1,4 +1,4 @@
-// Starting the program and reading what it prints.
+// Starting the program and reading its output.
 
 #include "tool_program.h"
 

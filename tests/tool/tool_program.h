@@ -1,4 +1,4 @@
-// keywarden.exe as a child process, in a profile of the test's own.
+// Runs keywarden.exe as a child process, with a user profile of its own.
 
 #pragma once
 
@@ -18,21 +18,21 @@ namespace NV::test {
 
 using NV::tool::Json;
 
-// Runs `keywarden ARGUMENTS`. The output is without carriage returns, which the C library adds.
+// Runs `keywarden ARGUMENTS`. Removes carriage returns, which the C library adds, from the output.
 ChildResult runTool(std::vector<std::string> arguments, ChildOptions options = {});
 
-// The program with a profile folder that it takes for the user's.
+// Runs the program with a temporary folder as the user's profile.
 class ToolProfile {
 public:
     // Runs `keywarden --profile FOLDER ARGUMENTS`.
     ChildResult run(std::vector<std::string> arguments, ChildOptions options = {}) const;
-    // The same with --json; fails the test when the output is not one JSON document.
+    // The same with --json. Fails the test if the output is not exactly one JSON document.
     Json json(std::vector<std::string> arguments, unsigned long exitCode,
               ChildOptions options = {}) const;
 
     void writeConfig(std::string_view content) const { writeFile(configFile(), content); }
     std::filesystem::path configFile() const { return folder() / "nvksprovider.conf"; }
-    // That of the configuration; made by whoever writes into it first.
+    // The folder of the configuration. It exists only after something was written into it.
     std::filesystem::path folder() const { return path() / ".norvanta-keywarden"; }
     const std::filesystem::path& path() const { return folder_.path(); }
 
@@ -40,19 +40,19 @@ private:
     TemporaryFolder folder_;
 };
 
-// Fails the test for anything but one JSON document.
+// Fails the test if the text is not exactly one JSON document.
 Json parsed(const std::string& text);
 
-// A configuration in which nothing is wrong but what the library brings.
+// A configuration without errors. The library may have some.
 std::string goodConfig(const std::filesystem::path& library);
 
-// One of the libraries that the build puts into a folder of their own.
+// The path of one of the faulty libraries of this folder.
 std::filesystem::path oddLibrary(const std::wstring& name);
 
-// The step of that name in a document of "keywarden check"; null when there is none.
+// The step of that name in a document of "keywarden check"; null if it has none.
 Json stepOf(const Json& document, const std::string& name);
 
-// The same in what the steps found; fails the test and gives an empty one when there is none.
+// The same for Findings. Fails the test and returns an empty step if there is none.
 tool::Step stepOf(const tool::Findings& findings, const std::string& name);
 
 }  // namespace NV::test

@@ -1,4 +1,4 @@
-// How a command says that it could not do what was asked.
+// The exception with which a command reports that it could not do what was asked.
 
 #pragma once
 
@@ -8,8 +8,8 @@
 
 namespace NV::tool {
 
-// Ends the program with exit code 1: the reason is printed, and the next thing to do, if one is
-// known. Both are UTF-8.
+// Ends the program with exit code 1. The reason is printed, and the advice: what to do next, if that
+// is known. Both are UTF-8.
 class Failure : public std::runtime_error {
 public:
     explicit Failure(const std::string& reason, std::string advice = {})

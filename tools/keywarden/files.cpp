@@ -1,4 +1,4 @@
-// Reading and writing whole files, with errors that name them.
+// Reading and writing whole files, with errors that name the file.
 
 #include "files.h"
 
@@ -20,7 +20,7 @@ Bytes readFile(const std::filesystem::path& file)
         throw Failure(toUtf8(file) + " cannot be read: " + errorText(GetLastError()));
     Bytes data{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     if (stream.bad())
-        throw Failure(toUtf8(file) + " cannot be read to its end");
+        throw Failure(toUtf8(file) + " cannot be read completely");
     return data;
 }
 
@@ -35,7 +35,7 @@ void writeFile(const std::filesystem::path& file, const Bytes& data)
     if (!stream) {
         std::error_code ignored;
         std::filesystem::remove(file, ignored);
-        throw Failure(toUtf8(file) + " cannot be written to its end");
+        throw Failure(toUtf8(file) + " cannot be written completely");
     }
 }
 

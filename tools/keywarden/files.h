@@ -11,7 +11,8 @@ namespace NV::tool {
 // Throws Failure when the file cannot be read.
 Bytes readFile(const std::filesystem::path& file);
 
-// Replaces what was there. Throws Failure when the file cannot be written; none is left half done.
+// Replaces an existing file. Throws Failure when the file cannot be written; an incomplete file is
+// removed.
 void writeFile(const std::filesystem::path& file, const Bytes& data);
 
 }  // namespace NV::tool

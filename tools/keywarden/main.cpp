@@ -1,6 +1,6 @@
-// keywarden: sets the provider up, looks for what is wrong, and works with its keys.
+// keywarden: configures and checks the provider, and works with its keys.
 //
-// Exit codes: 0 done, 1 the thing asked for failed, 2 wrong usage.
+// Exit codes: 0 success, 1 failure, 2 invalid arguments.
 
 #include <windows.h>
 
@@ -13,23 +13,11 @@
 #include "command/commands.h"
 #include "failure.h"
 #include "logger/logger.h"
+#include "session.h"
 #include "text.h"
 #include "version.h"
 
 namespace NV::tool {
-
-void addModuleOptions(CLI::App& command, Session& session)
-{
-    auto* cng = command.add_flag("--cng", session.cng,
-                                 "Go through CNG (ncrypt.dll); the provider must be registered");
-    command
-        .add_option_function<std::string>(
-            "--module", [&session](const std::string& path) { session.module = toPath(path); },
-            "The module to use; without it, nvksprovider.dll beside this program, else the "
-            "installed one")
-        ->option_text("DLL")
-        ->excludes(cng);
-}
 
 namespace {
 
@@ -50,7 +38,8 @@ void addCommands(CLI::App& program, Session& session)
     addLog(program, session);
 }
 
-// What stands where a command is expected and is none; CLI11 would only say that one is missing.
+// The first argument if it looks like a command but is none. CLI11 would only report that a command
+// is missing.
 std::string unknownCommand(const CLI::App& program, const std::vector<std::string>& arguments)
 {
     if (arguments.empty() || arguments.front().starts_with('-'))
@@ -72,24 +61,24 @@ int run(const std::vector<std::string>& arguments)
     program
         .add_option_function<std::string>(
             "--profile",
-            [](const std::string& path) { _wputenv((L"USERPROFILE=" + toUtf16(path)).c_str()); },
-            "Folder of the user profile; without it, the caller's own")
+            [](const std::string& path) { _wputenv((L"USERPROFILE=" + fromUtf8(path)).c_str()); },
+            "User profile folder (default: that of the current user)")
         ->option_text("DIR")
         ->trigger_on_parse();
     program.require_subcommand(1);
     program.fallthrough();
     addCommands(program, session);
     if (const std::string name = unknownCommand(program, arguments); !name.empty()) {
-        session.out.failure("there is no command \"" + name + "\"",
-                            "\"keywarden --help\" lists them.");
+        session.out.failure("unknown command \"" + name + "\"",
+                            "\"keywarden --help\" lists the commands.");
         return exitUsage;
     }
     try {
-        // CLI11 takes them from the end.
+        // CLI11 expects them in reverse order.
         program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
         return 0;
     } catch (const CLI::RuntimeError& error) {
-        // A command that has said itself what is wrong.
+        // The command has already printed what is wrong.
         return error.get_exit_code();
     } catch (const CLI::ParseError& error) {
         return program.exit(error) == 0 ? 0 : exitUsage;
@@ -108,10 +97,11 @@ int run(const std::vector<std::string>& arguments)
 int wmain(int argc, wchar_t** argv)
 {
     SetConsoleOutputCP(CP_UTF8);
-    // The module's sources in this program trace themselves as well; not into the user's log.
+    // The module's sources that are linked into this program also write a trace. Keep it out of the
+    // user's log.
     NV::loggerSettings().types = 0;
     std::vector<std::string> arguments;
     for (int i = 1; i < argc; ++i)
-        arguments.push_back(NV::tool::toUtf8(std::wstring_view(argv[i])));
+        arguments.push_back(NV::tool::toUtf8(argv[i]));
     return NV::tool::run(arguments);
 }

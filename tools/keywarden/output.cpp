@@ -1,4 +1,4 @@
-// Writing to the console or to a file, with one table of escape sequences.
+// Writing to the console or to a file, in colour on terminals that support it.
 
 #include "output.h"
 
@@ -19,7 +19,7 @@ bool isTerminal(DWORD which)
     return GetConsoleMode(GetStdHandle(which), &mode) != 0;
 }
 
-// Consoles before Windows 10 show escape sequences as they are.
+// Consoles before Windows 10 print escape sequences instead of interpreting them.
 bool understandsColours()
 {
     const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
@@ -47,7 +47,7 @@ const char* sequence(Colour colour)
     return "";
 }
 
-// Characters, not bytes: those that continue a UTF-8 sequence do not count.
+// In characters: the continuation bytes of UTF-8 do not count.
 size_t width(std::string_view text)
 {
     return static_cast<size_t>(

@@ -1,4 +1,4 @@
-// What the program prints: text for people, or one JSON document for scripts. All text is UTF-8.
+// The program's output: text for people, or one JSON document for scripts. All text is UTF-8.
 
 #pragma once
 
@@ -16,11 +16,11 @@ using Json = nlohmann::ordered_json;
 
 enum class Colour { none, green, red, yellow, dim, bold };
 
-// Standard output and standard error of this process. With --json, text for people is dropped and
-// the command prints one document; without it, the document is dropped. So a command may do both.
+// Standard output and standard error of this process. A command produces both text and a document:
+// with --json the text is dropped, without it the document.
 class Output {
 public:
-    // Colours only where standard output is a terminal and NO_COLOR is not set.
+    // Uses colours only if standard output is a terminal and NO_COLOR is not set.
     Output();
 
     void setJson(bool json) { json_ = json; }
@@ -28,18 +28,18 @@ public:
     // Whether standard error is a terminal, so that a progress bar can be drawn on it.
     bool errorIsTerminal() const { return errorIsTerminal_; }
 
-    // A line of text; the line feed is added.
+    // Prints a line of text; adds the line feed.
     void line(std::string_view text = {});
-    // Left-aligned columns two blanks apart, the heading first. Widths are counted in characters.
+    // Prints left-aligned columns two spaces apart, the heading first. Widths are in characters.
     void table(const std::vector<std::string>& heading,
                const std::vector<std::vector<std::string>>& rows);
-    // The text in a colour, where colours are on.
+    // The text in a colour if colours are on.
     std::string coloured(Colour colour, std::string_view text) const;
 
     void document(const Json& document);
 
-    // Standard error: a reason, and the next thing to do if that is known. With --json the two
-    // become the document {"error": ..., "advice": ...} on standard output.
+    // Prints a reason and, if it is not empty, an advice to standard error. With --json it prints
+    // the document {"error": ..., "advice": ...} to standard output instead.
     void failure(std::string_view reason, std::string_view advice);
 
 private:

@@ -1,4 +1,4 @@
-// Conversions by the system's own functions, and the table of status names.
+// Paths, and the table of status names.
 
 #include "text.h"
 
@@ -35,38 +35,9 @@ constexpr std::array statusNames = {
 
 }  // namespace
 
-std::string toUtf8(std::wstring_view text)
-{
-    const auto length = static_cast<int>(text.size());
-    const int size =
-        WideCharToMultiByte(CP_UTF8, 0, text.data(), length, nullptr, 0, nullptr, nullptr);
-    std::string result(static_cast<size_t>(size), '\0');
-    WideCharToMultiByte(CP_UTF8, 0, text.data(), length, result.data(), size, nullptr, nullptr);
-    return result;
-}
-
-std::string toUtf8(const std::wstring& text)
-{
-    return toUtf8(std::wstring_view(text));
-}
-
-std::string toUtf8(const std::filesystem::path& path)
-{
-    return toUtf8(std::wstring_view(path.native()));
-}
-
-std::wstring toUtf16(std::string_view text)
-{
-    const auto length = static_cast<int>(text.size());
-    const int size = MultiByteToWideChar(CP_UTF8, 0, text.data(), length, nullptr, 0);
-    std::wstring result(static_cast<size_t>(size), L'\0');
-    MultiByteToWideChar(CP_UTF8, 0, text.data(), length, result.data(), size);
-    return result;
-}
-
 std::filesystem::path toPath(std::string_view utf8)
 {
-    return {toUtf16(utf8)};
+    return {fromUtf8(utf8)};
 }
 
 bool isAscii(std::string_view text)

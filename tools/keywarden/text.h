@@ -1,29 +1,34 @@
-// Text between Windows' UTF-16 and the tool's UTF-8, and statuses as people read them.
+// Paths as UTF-8, and texts for statuses and errors. base/text.h converts all other texts.
 
 #pragma once
 
 #include <windows.h>
 
+#include <concepts>
 #include <filesystem>
 #include <string>
 #include <string_view>
 
+#include "base/text.h"
+
 namespace NV::tool {
 
-// What has no counterpart becomes U+FFFD.
-std::string toUtf8(std::wstring_view text);
-std::string toUtf8(const std::wstring& text);
-std::string toUtf8(const std::filesystem::path& path);
-std::wstring toUtf16(std::string_view text);
+using NV::toUtf8;
+
+// Only a path itself matches, so that other texts are not ambiguous.
+std::string toUtf8(const std::same_as<std::filesystem::path> auto& path)
+{
+    return toUtf8(std::wstring_view(path.native()));
+}
 std::filesystem::path toPath(std::string_view utf8);
 
 bool isAscii(std::string_view text);
 
-// "NTE_INVALID_HANDLE (0x80090026)", or the number alone for one without a known name.
+// "NTE_INVALID_HANDLE (0x80090026)", or only the number if the status has no known name.
 std::string statusText(SECURITY_STATUS status);
 
-// The system's text for a Win32 error code, without a full stop or line feed at its end, and the
-// number: "Access is denied (5)".
+// The system's text for a Win32 error code, without a trailing period or line feed, and the number:
+// "Access is denied (5)".
 std::string errorText(DWORD error);
 
 }  // namespace NV::tool

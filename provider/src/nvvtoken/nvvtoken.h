@@ -17,12 +17,10 @@
 #include "certstore/certstore.h"
 #include "keystore/keystore.h"
 #include "keystore/property.h"
+#include "nvvtoken/nvvtoken_name.h"
 #include "p11/p11.h"
 
 namespace NV {
-
-// The name under which the provider is registered with CNG.
-inline constexpr const wchar_t* providerName = L"Norvanta Software KeyStore Provider";
 
 // Serializes the token sequences of all providers in the process. The providers share the PKCS#11
 // library's one initialized state, which a C_Finalize inside another provider's sequence would end.

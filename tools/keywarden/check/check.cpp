@@ -1,4 +1,4 @@
-// Collecting the steps of the check.
+// Collecting the results of the steps.
 
 #include "check/check.h"
 

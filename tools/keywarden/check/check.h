@@ -1,4 +1,4 @@
-// keywarden check: the steps, one file a subject, and what they hand on to each other.
+// keywarden check: its steps, one file for each subject, and the results that they share.
 
 #pragma once
 
@@ -21,34 +21,34 @@ enum class Outcome { ok, warning, failed, skipped };
 
 // One step of the list. Texts are UTF-8.
 struct Step {
-    std::string name;  // "library-loads": for scripts, never changed
+    std::string name;  // "library-loads"; scripts rely on it, so it never changes
     Outcome outcome = Outcome::ok;
-    std::string text;    // what was found
-    std::string advice;  // the next thing to do; empty where all is well
+    std::string text;    // the result
+    std::string advice;  // what to do next; empty if nothing is wrong
     std::vector<std::string> details;
 };
 
-// What earlier steps found out. A step whose ground is missing is skipped.
+// The results of all steps so far. A step whose preconditions are missing is skipped.
 struct Findings {
     std::vector<Step> steps;
 
     bool configurationRead = false;
-    std::filesystem::path logFolder;  // empty: no log files
-    std::string library;              // p11File; empty: none to look at
+    std::filesystem::path logFolder;  // empty: no log files are written
+    std::string library;              // p11File; empty: no library to check
     std::unique_ptr<Pkcs11> p11;      // null: no usable function list
     bool discovered = false;          // slots and tokens could be read
-    const P11Slot* slot = nullptr;    // that the provider would choose
+    const P11Slot* slot = nullptr;    // the slot that the provider would use
 
-    // Adds a step that went well, and the kinds that did not.
+    // Each adds a step with that outcome.
     void ok(const std::string& name, const std::string& text);
     void warn(const std::string& name, const std::string& text, const std::string& advice);
     void fail(const std::string& name, const std::string& text, const std::string& advice);
     void skip(const std::string& name, const std::string& text);
-    // A line below the latest step.
+    // Adds a line of details to the latest step.
     void detail(const std::string& text);
 };
 
-// Each adds its steps. None asks for a PIN or logs in.
+// Each function adds the steps named beside it. None asks for a PIN or logs in.
 void checkConfiguration(Findings& findings);  // configuration-file, configuration-lines,
                                               // configuration-values
 void checkLogFolder(Findings& findings);      // log-folder
@@ -59,7 +59,7 @@ void checkTokens(Findings& findings);         // slots, chosen-slot, pin
 void checkCertificates(Findings& findings);   // certificates, public-keys, published
 void checkSystem(Findings& findings);         // registered
 
-// The step of checkSystem, on a system that tests put in its place.
+// The step of checkSystem, for a system that a test can replace.
 void checkRegistration(Findings& findings, const CngSystem& system);
 
 }  // namespace NV::tool

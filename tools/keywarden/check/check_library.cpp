@@ -1,4 +1,4 @@
-// Steps on the PKCS#11 library: the file, what it needs, loading, its function list.
+// Steps on the PKCS#11 library: the file, its dependencies, loading it, its function list.
 
 #include <algorithm>
 #include <memory>
@@ -32,19 +32,19 @@ std::string machineName(uint16_t machine)
     }
 }
 
-// Virtual DLLs, which the system resolves by itself.
+// Virtual DLLs; the system maps them to real ones.
 bool isApiSet(const std::string& name)
 {
     return name.starts_with("api-ms-") || name.starts_with("ext-ms-");
 }
 
-// As the loader looks for it: in the program's folder, the system's, and along PATH. Nothing of the
-// DLL is run.
+// Searches like the loader: in the program's folder, in the system's, and in PATH. Does not run code of
+// the DLL.
 bool canBeFound(const std::string& name)
 {
-    if (GetModuleHandleW(toUtf16(name).c_str()) != nullptr || isApiSet(name))
+    if (GetModuleHandleW(fromUtf8(name).c_str()) != nullptr || isApiSet(name))
         return true;
-    const HMODULE file = LoadLibraryExW(toUtf16(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
+    const HMODULE file = LoadLibraryExW(fromUtf8(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
     if (file == nullptr)
         return false;
     FreeLibrary(file);
@@ -58,17 +58,19 @@ bool checkFile(Findings& findings)
     std::error_code error;
     if (!std::filesystem::is_regular_file(toPath(path), error)) {
         findings.fail(name, "there is no file " + path,
-                      "p11File must hold the full path and nothing behind it, no comment either.");
+                      "p11File must contain the full path and nothing else, not even a comment.");
         return false;
     }
     if (!isAscii(path)) {
-        findings.fail(name, path + " has characters outside ASCII, and is not loaded for that",
-                      "Copy the library to a folder with a plain name.");
+        findings.fail(name,
+                      path + " has characters outside ASCII, so the provider does not load it",
+                      "Copy the library to a path that has only ASCII characters.");
         return false;
     }
     if (!toPath(path).is_absolute())
-        findings.warn(name, path + " is no full path, so each program looks for it somewhere else",
-                      "Give p11File with its drive and folder.");
+        findings.warn(
+            name, path + " is not a full path, so each program looks for it in a different place",
+            "Set p11File to a path with a drive and a folder.");
     else
         findings.ok(name, path);
     return true;
@@ -80,12 +82,12 @@ bool checkArchitecture(Findings& findings, std::vector<std::string>& imports)
     const auto image = readPeFile(toPath(findings.library));
     if (!image) {
         findings.fail(name, "the file is not a Windows DLL",
-                      "p11File must name the vendor's PKCS#11 DLL itself.");
+                      "p11File must name the vendor's PKCS#11 DLL.");
         return false;
     }
     if (image->machine != machineAmd64) {
         findings.fail(name, "the library is for " + machineName(image->machine),
-                      "The provider is 64-bit x86; install the vendor's 64-bit library.");
+                      "The provider is 64-bit x86. Install the vendor's 64-bit library.");
         return false;
     }
     findings.ok(name, machineName(image->machine));
@@ -102,12 +104,12 @@ void checkDependencies(Findings& findings, const std::vector<std::string>& impor
             missing += (missing.empty() ? "" : ", ") + import;
     }
     if (missing.empty())
-        findings.ok(name,
-                    "all " + std::to_string(imports.size()) + " DLLs that it needs are found");
+        findings.ok(name, "all " + std::to_string(imports.size()) + " required DLLs were found");
     else
-        findings.fail(name, "DLLs that it needs are not found: " + missing,
-                      "Install what the vendor asks for, or add their folder to PATH: the "
-                      "library's own folder is not searched.");
+        findings.fail(
+            name, "required DLLs were not found: " + missing,
+            "Install the vendor's prerequisites, or add their folder to PATH. The library's "
+            "own folder is not searched.");
 }
 
 size_t missingExports(HMODULE library)
@@ -121,22 +123,22 @@ size_t missingExports(HMODULE library)
     return missing;
 }
 
-// Whether the list agrees with the exports, which decides whether the provider repairs it.
+// The provider repairs a list that does not match the exports.
 void checkFunctionList(Findings& findings, const P11Module& unrepaired)
 {
     constexpr const char* name = "function-list";
     const HMODULE library = GetModuleHandleW(toPath(findings.library).c_str());
     const auto exported = reinterpret_cast<void*>(GetProcAddress(library, "C_Initialize"));
     if (exported == reinterpret_cast<void*>(unrepaired.functionList()->C_Initialize)) {
-        findings.ok(name, "agrees with the library's exports");
+        findings.ok(name, "matches the library's exports");
         return;
     }
     const size_t missing = missingExports(library);
     if (missing == 0)
-        findings.ok(name, "does not agree with the library's exports; the provider repairs it");
+        findings.ok(name, "does not match the library's exports; the provider repairs it");
     else
         findings.warn(name,
-                      "does not agree with the library's exports; the provider takes these, and " +
+                      "does not match the library's exports; the provider uses the exports, and " +
                           std::to_string(missing) + " of 68 are missing",
                       "Calls of the missing functions fail. Ask the vendor for a complete "
                       "library.");
@@ -151,14 +153,14 @@ bool checkLoading(Findings& findings)
         const Library library(LoadLibraryW(toPath(findings.library).c_str()));
         const DWORD error = GetLastError();
         if (library == nullptr)
-            findings.fail(name, "the system does not load it: " + errorText(error),
-                          "See the library's own documentation for what it needs.");
+            findings.fail(name, "the system cannot load it: " + errorText(error),
+                          "See the library's documentation for its requirements.");
         else if (GetProcAddress(library.get(), "C_GetFunctionList") == nullptr)
-            findings.fail(name, "it has no C_GetFunctionList",
-                          "This is no PKCS#11 library; p11File must name one.");
+            findings.fail(name, "it does not export C_GetFunctionList",
+                          "This is not a PKCS#11 library. p11File must name one.");
         else
-            findings.fail(name, "its C_GetFunctionList gives no list",
-                          "See the library's own documentation and log.");
+            findings.fail(name, "its C_GetFunctionList returns no list",
+                          "See the library's documentation and log.");
         return false;
     }
     findings.ok(name, "PKCS#11 " + std::to_string(module.cryptokiVersion().major) + "." +

@@ -1,16 +1,15 @@
-// Steps on slots and tokens: what is there, the state of the PIN, which slot the provider takes.
-
-#include <algorithm>
+// Steps on slots and tokens: which ones exist, which slot the provider uses, the state of the PIN.
 
 #include "check/check.h"
 #include "p11/p11text.h"
+#include "system/public_session.h"
 #include "text.h"
 
 namespace NV::tool {
 
 namespace {
 
-// A field of a PKCS#11 structure without the blanks that fill it up.
+// A field of a PKCS#11 structure without its padding.
 template <size_t size>
 std::string field(const CK_UTF8CHAR (&bytes)[size])
 {
@@ -29,11 +28,11 @@ constexpr FlagText flagTexts[] = {
     {CKF_WRITE_PROTECTED, "write-protected"},
     {CKF_LOGIN_REQUIRED, "login required"},
     {CKF_USER_PIN_INITIALIZED, "PIN set"},
-    {CKF_PROTECTED_AUTHENTICATION_PATH, "PIN pad of its own"},
+    {CKF_PROTECTED_AUTHENTICATION_PATH, "own PIN pad"},
     {CKF_USER_PIN_COUNT_LOW, "a wrong PIN was entered"},
-    {CKF_USER_PIN_FINAL_TRY, "last try"},
+    {CKF_USER_PIN_FINAL_TRY, "last PIN try"},
     {CKF_USER_PIN_LOCKED, "PIN locked"},
-    {CKF_USER_PIN_TO_BE_CHANGED, "PIN to be changed"},
+    {CKF_USER_PIN_TO_BE_CHANGED, "PIN must be changed"},
 };
 
 std::string describe(const P11Slot& slot)
@@ -48,14 +47,7 @@ std::string describe(const P11Slot& slot)
     return text;
 }
 
-// As the provider chooses.
-bool isServed(const P11Slot& slot)
-{
-    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
-           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
-}
-
-// The first call of the discovery that does not succeed, with its result.
+// The first call of the discovery that fails, with its result.
 std::string failingCall(Pkcs11& p11)
 {
     CK_RV rv = p11.C_Initialize(nullptr);
@@ -70,7 +62,7 @@ std::string failingCall(Pkcs11& p11)
         failing = std::string("C_GetSlotList: ") + returnValueText(rv);
     if ((rv = p11.C_Finalize(nullptr)) != CKR_OK && failing.empty())
         failing = std::string("C_Finalize: ") + returnValueText(rv);
-    return failing.empty() ? "it succeeded when tried again" : failing;
+    return failing.empty() ? "a second attempt succeeded" : failing;
 }
 
 void checkPin(Findings& findings, const CK_TOKEN_INFO& token)
@@ -79,18 +71,17 @@ void checkPin(Findings& findings, const CK_TOKEN_INFO& token)
     const auto has = [&token](CK_FLAGS flag) { return (token.flags & flag) != 0; };
     if (has(CKF_USER_PIN_LOCKED))
         findings.fail(name, "the PIN is locked",
-                      "The token's security officer unlocks it, with the vendor's tool.");
+                      "Ask the token's security officer to unlock it with the vendor's tool.");
     else if (!has(CKF_USER_PIN_INITIALIZED) && has(CKF_LOGIN_REQUIRED))
         findings.fail(name, "no PIN has been set", "Set one with the vendor's tool.");
     else if (has(CKF_USER_PIN_FINAL_TRY))
-        findings.warn(name, "one wrong PIN more locks it",
-                      "Have the PIN at hand before the next signature.");
+        findings.warn(name, "one more wrong PIN will lock the token",
+                      "Make sure that you have the correct PIN before the next signature.");
     else if (has(CKF_USER_PIN_COUNT_LOW))
-        findings.warn(name, "a wrong PIN was entered since the last right one",
-                      "The right PIN sets the count back.");
+        findings.warn(name, "a wrong PIN was entered since the last correct one",
+                      "The correct PIN resets the count.");
     else if (has(CKF_USER_PIN_TO_BE_CHANGED))
-        findings.warn(name, "the token wants the PIN to be changed",
-                      "Change it with the vendor's tool.");
+        findings.warn(name, "the token requires a new PIN", "Change it with the vendor's tool.");
     else
         findings.ok(name, std::to_string(token.ulMinPinLen) + " to " +
                               std::to_string(token.ulMaxPinLen) + " characters, not locked");
@@ -101,31 +92,31 @@ void checkPin(Findings& findings, const CK_TOKEN_INFO& token)
 void checkTokens(Findings& findings)
 {
     if (findings.p11 == nullptr) {
-        findings.skip("slots", "there is no library to ask");
+        findings.skip("slots", "there is no library to query");
         return;
     }
     if (!findings.discovered) {
-        findings.fail("slots", "the library does not tell its slots; " + failingCall(*findings.p11),
-                      "See the library's own configuration and log; is its service running?");
+        findings.fail(
+            "slots", "the library does not list its slots; " + failingCall(*findings.p11),
+            "Check the library's configuration and log, and whether its service is running.");
         return;
     }
     const auto& slots = findings.p11->module()->slots();
     if (slots.empty()) {
-        findings.fail("slots", "no slot holds a token",
-                      "Insert the card or plug the token in; is the reader's driver installed?");
+        findings.fail("slots", "no slot contains a token",
+                      "Insert the card or connect the token, and check that the reader's driver is "
+                      "installed.");
         return;
     }
     findings.ok("slots", std::to_string(slots.size()) + " with a token");
     for (const auto& slot : slots)
         findings.detail(describe(*slot));
-    const auto served =
-        std::ranges::find_if(slots, [](const auto& slot) { return isServed(*slot); });
-    if (served == slots.end()) {
-        findings.fail("chosen-slot", "no token is initialised, so the provider serves no key",
+    findings.slot = findings.p11->module()->firstActiveSlot();
+    if (findings.slot == nullptr) {
+        findings.fail("chosen-slot", "no token is initialised, so the provider has no keys",
                       "Initialise the token with the vendor's tool.");
         return;
     }
-    findings.slot = served->get();
     findings.ok("chosen-slot", "slot " + std::to_string(findings.slot->id()) +
                                    ", the first with an initialised token");
     checkPin(findings, findings.slot->tokenInfo());

@@ -1,4 +1,4 @@
-// keywarden check: runs all steps and prints the list.
+// keywarden check: runs all steps and prints their outcomes.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -7,7 +7,7 @@
 
 #include "check/check.h"
 #include "command/commands.h"
-#include "failure.h"
+#include "session.h"
 
 namespace NV::tool {
 
@@ -58,7 +58,7 @@ size_t count(const Findings& findings, Outcome outcome)
     return static_cast<size_t>(std::ranges::count(findings.steps, outcome, &Step::outcome));
 }
 
-// A failed step is the answer that was asked for; the exit code says it to scripts.
+// A failed step is a result, not a Failure; the exit code reports it to scripts.
 void check(Session& session)
 {
     Findings findings;
@@ -76,7 +76,7 @@ void check(Session& session)
     }
     const size_t failed = count(findings, Outcome::failed);
     session.out.line();
-    session.out.line(failed == 0 ? "All is in order."
+    session.out.line(failed == 0 ? "No problems found."
                                  : std::to_string(failed) + " of " +
                                        std::to_string(findings.steps.size()) + " steps failed.");
     session.out.document(document);
@@ -89,7 +89,7 @@ void check(Session& session)
 void addCheck(CLI::App& program, Session& session)
 {
     CLI::App& command = *program.add_subcommand(
-        "check", "Look for what is wrong, step by step; never asks for a PIN");
+        "check", "Check configuration, library, token and registration; never asks for a PIN");
     command.callback([&session] { check(session); });
 }
 

@@ -1,4 +1,4 @@
-// keywarden derive: agrees a secret with a peer's public key and derives a key from it.
+// keywarden derive: agrees on a secret with a peer's public key and derives a key from the secret.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -9,10 +9,12 @@
 #include <vector>
 
 #include "command/commands.h"
+#include "command/options.h"
 #include "failure.h"
 #include "files.h"
 #include "formats/hashing.h"
 #include "formats/public_key.h"
+#include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
 
@@ -31,7 +33,7 @@ struct DeriveOptions {
     std::string output;
 };
 
-// The parameter list of DeriveKey; it points into itself.
+// The parameter list of DeriveKey. It contains pointers to its own members.
 class Parameters {
 public:
     explicit Parameters(const DeriveOptions& options)
@@ -69,15 +71,15 @@ private:
     NCryptBufferDesc list_{};
 };
 
-// An agreed secret; released at the end.
+// An agreed secret; the destructor releases it.
 class Secret {
 public:
     Secret(const Key& key, const Key& peer) : storage_(key.storage())
     {
         require(
             storage_->SecretAgreement(storage_.handle(), key.handle(), peer.handle(), &handle_, 0),
-            "agreeing the secret");
-        requireResult(handle_ != 0, "agreeing the secret");
+            "agreeing on the secret");
+        requireResult(handle_ != 0, "agreeing on the secret");
     }
     ~Secret()
     {
@@ -107,7 +109,7 @@ private:
     NCRYPT_SECRET_HANDLE handle_ = 0;
 };
 
-// The token would refuse the point as well, but only after the PIN and without saying why.
+// The token would reject the point too, but only after the PIN was entered, and without a reason.
 void requireSameCurve(const Key& key, const Bytes& peerBlob)
 {
     const DWORD own = key.bits();
@@ -117,13 +119,13 @@ void requireSameCurve(const Key& key, const Bytes& peerBlob)
                       std::to_string(own));
 }
 
-// Options that are right by themselves may not fit together.
+// Options that are valid on their own can contradict each other.
 void checkTogether(const DeriveOptions& options)
 {
     if (options.kdf == "hmac" && options.hmacKey.empty())
-        throw CLI::ValidationError("--kdf", "hmac needs --hmac-key");
+        throw CLI::ValidationError("--kdf", "hmac requires --hmac-key");
     if (options.kdf != "hmac" && !options.hmacKey.empty())
-        throw CLI::ValidationError("--hmac-key", "goes with --kdf hmac");
+        throw CLI::ValidationError("--hmac-key", "requires --kdf hmac");
 }
 
 void derive(Session& session, const DeriveOptions& options)
@@ -132,7 +134,7 @@ void derive(Session& session, const DeriveOptions& options)
     Parameters parameters(options);
     const Bytes peerBlob = ecdhBlob(publicKeyFromFile(readFile(toPath(options.peer))));
     const KeyStorage storage(session);
-    const Key key(storage, toUtf16(options.key));
+    const Key key(storage, fromUtf8(options.key));
     if (key.isRsa())
         throw Failure("the key \"" + options.key + "\" is not an elliptic curve key");
     requireSameCurve(key, peerBlob);
@@ -147,7 +149,7 @@ void derive(Session& session, const DeriveOptions& options)
         {{"key", options.key}, {"output", options.output}, {"bytes", derived.size()}});
 }
 
-// The codec takes anything for digits, so what is typed is looked at here.
+// The decoder accepts any characters as digits, so the input is checked here.
 std::string checkHex(const std::string& text)
 {
     const bool good = text.size() % 2 == 0 && std::ranges::all_of(text, [](unsigned char c) {
@@ -156,37 +158,29 @@ std::string checkHex(const std::string& text)
     return good ? "" : "\"" + text + "\" is not an even number of hexadecimal digits";
 }
 
+void addHexOption(CLI::App& command, const std::string& option, std::string& value,
+                  const std::string& help)
+{
+    command.add_option(option, value, help + ", hexadecimal")->option_text("HEX")->check(checkHex);
+}
+
 }  // namespace
 
 void addDerive(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<DeriveOptions>();
     CLI::App& command = *program.add_subcommand(
-        "derive", "Agree a secret with a peer and derive a key from it; asks for the PIN");
-    command.add_option("--key", options->key, "Name of an elliptic curve key")
-        ->required()
-        ->option_text("NAME");
+        "derive", "Agree on a secret with a peer and derive a key from it; asks for the PIN");
+    addKeyOption(command, options->key, "an elliptic curve key");
     command.add_option("--peer", options->peer, "The peer's public key, PEM or DER")
         ->required()
         ->option_text("FILE");
-    command.add_option("--kdf", options->kdf, "hash or hmac (default: hash)")
-        ->option_text("hash|hmac")
-        ->check(CLI::IsMember({"hash", "hmac"}));
-    command.add_option("--hash", options->hash, "sha1, sha256, sha384 or sha512 (default: sha256)")
-        ->option_text("HASH")
-        ->check(checkHashName);
-    command.add_option("--hmac-key", options->hmacKey, "Key of the HMAC, hexadecimal")
-        ->option_text("HEX")
-        ->check(checkHex);
-    command.add_option("--prepend", options->prepend, "Put before the secret, hexadecimal")
-        ->option_text("HEX")
-        ->check(checkHex);
-    command.add_option("--append", options->append, "Put behind the secret, hexadecimal")
-        ->option_text("HEX")
-        ->check(checkHex);
-    command.add_option("-o,--output", options->output, "Where the derived key goes")
-        ->required()
-        ->option_text("OUT");
+    addChoiceOption(command, "--kdf", options->kdf, {"hash", "hmac"}, "Key derivation function");
+    addHashOption(command, options->hash, "Hash algorithm of the key derivation function");
+    addHexOption(command, "--hmac-key", options->hmacKey, "HMAC key, for --kdf hmac");
+    addHexOption(command, "--prepend", options->prepend, "Bytes to put before the secret");
+    addHexOption(command, "--append", options->append, "Bytes to put after the secret");
+    addOutputOption(command, options->output, "OUT", "File for the derived key");
     addModuleOptions(command, session);
     command.callback([&session, options] { derive(session, *options); });
 }

@@ -1,4 +1,4 @@
-// keywarden encrypt and decrypt: short messages, such as keys, with an RSA key.
+// keywarden encrypt and decrypt: short files, such as keys, with an RSA key.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -6,9 +6,11 @@
 #include <memory>
 
 #include "command/commands.h"
+#include "command/options.h"
 #include "failure.h"
 #include "files.h"
 #include "formats/hashing.h"
+#include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
 
@@ -24,10 +26,10 @@ struct CipherOptions {
     std::string output;
 };
 
-// A length that no result has. 0 is that of an empty message.
+// A length that no result has. 0 is the length of an empty message.
 constexpr DWORD notWritten = 0xFFFFFFFF;
 
-// Encrypt and Decrypt have one shape.
+// Encrypt and Decrypt have the same signature.
 using CipherFn = NCryptEncryptFn;
 
 bool isOaep(const CipherOptions& options)
@@ -40,13 +42,13 @@ size_t modulusSize(const Key& key)
     return (key.bits() + 7) / 8;
 }
 
-// What the padding leaves of the modulus (RFC 8017, 7.1.1 and 7.2.1).
+// In bytes: the modulus without the padding (RFC 8017, 7.1.1 and 7.2.1).
 size_t longestPlainText(const CipherOptions& options, const Key& key)
 {
     return modulusSize(key) - (isOaep(options) ? 2 * hashSize(hashNamed(options.hash)) + 2 : 11);
 }
 
-// Lengths that cannot be right are told apart here, before anybody types a PIN.
+// Rejects invalid lengths before the user types a PIN.
 void checkInput(const CipherOptions& options, const Key& key, size_t size, bool encrypt)
 {
     const std::string length = options.file + " has " + std::to_string(size) + " bytes";
@@ -55,7 +57,8 @@ void checkInput(const CipherOptions& options, const Key& key, size_t size, bool 
                           " can be encrypted with this key and padding",
                       "Encrypt the file with a symmetric key, and that key with this command.");
     if (!encrypt && size != modulusSize(key))
-        throw Failure(length + "; what this key encrypted has " + std::to_string(modulusSize(key)));
+        throw Failure(length + "; data encrypted with this key has " +
+                      std::to_string(modulusSize(key)));
 }
 
 Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, Bytes input,
@@ -64,8 +67,8 @@ Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, B
     const KeyStorage& storage = key.storage();
     const std::string what = encrypt ? "encrypting" : "decrypting";
     BCRYPT_OAEP_PADDING_INFO padding{hashNamed(options.hash).name.data(), nullptr, 0};
-    // Either result is at most as long as the modulus, so there is no need to ask for the length,
-    // which would cost a second PIN.
+    // The result is never longer than the modulus. Asking the provider for the length would make it
+    // ask for the PIN twice.
     Bytes output(modulusSize(key));
     DWORD size = notWritten;
     const SECURITY_STATUS status = cipher(
@@ -74,7 +77,7 @@ Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, B
         &size, isOaep(options) ? BCRYPT_PAD_OAEP : BCRYPT_PAD_PKCS1);
     if (status == NTE_INTERNAL_ERROR && isOaep(options) && options.hash != "sha1")
         throw Failure(what + " failed: " + statusText(status),
-                      "Many tokens know OAEP with --hash sha1 alone.");
+                      "Many tokens support OAEP only with --hash sha1.");
     require(status, what);
     requireResult(size != notWritten, what);
     output.resize(size);
@@ -84,7 +87,7 @@ Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, B
 void run(Session& session, const CipherOptions& options, bool encrypt)
 {
     const KeyStorage storage(session);
-    const Key key(storage, toUtf16(options.key));
+    const Key key(storage, fromUtf8(options.key));
     if (!key.isRsa())
         throw Failure("the key \"" + options.key + "\" is not an RSA key");
     Bytes input = readFile(toPath(options.file));
@@ -105,19 +108,11 @@ void addCommand(CLI::App& program, Session& session, const char* name, const cha
 {
     const auto options = std::make_shared<CipherOptions>();
     CLI::App& command = *program.add_subcommand(name, help);
-    command.add_option("FILE", options->file, "The file")->required();
-    command.add_option("--key", options->key, "Name of an RSA key; \"keywarden keys\" lists them")
-        ->required()
-        ->option_text("NAME");
-    command.add_option("--pad", options->pad, "Padding (default: pkcs1)")
-        ->option_text("pkcs1|oaep")
-        ->check(CLI::IsMember({"pkcs1", "oaep"}));
-    command.add_option("--hash", options->hash, "Hash of OAEP (default: sha1)")
-        ->option_text("HASH")
-        ->check(checkHashName);
-    command.add_option("-o,--output", options->output, "Where the result goes")
-        ->required()
-        ->option_text("OUT");
+    addFileArgument(command, options->file, std::string("File to ") + name);
+    addKeyOption(command, options->key, "an RSA key");
+    addChoiceOption(command, "--pad", options->pad, {"pkcs1", "oaep"}, "Padding");
+    addHashOption(command, options->hash, "Hash algorithm of OAEP");
+    addOutputOption(command, options->output, "OUT", "File for the result");
     addModuleOptions(command, session);
     command.callback([&session, options, encrypt] { run(session, *options, encrypt); });
 }
@@ -131,7 +126,8 @@ void addEncrypt(CLI::App& program, Session& session)
 
 void addDecrypt(CLI::App& program, Session& session)
 {
-    addCommand(program, session, "decrypt", "Decrypt it on the token; asks for the PIN", false);
+    addCommand(program, session, "decrypt", "Decrypt a short file on the token; asks for the PIN",
+               false);
 }
 
 }  // namespace NV::tool

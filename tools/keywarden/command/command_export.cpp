@@ -1,4 +1,4 @@
-// keywarden export: a key's public half.
+// keywarden export: writes a public key to a file.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -6,10 +6,12 @@
 #include <memory>
 
 #include "command/commands.h"
+#include "command/options.h"
 #include "failure.h"
 #include "files.h"
 #include "formats/certificate.h"
 #include "formats/public_key.h"
+#include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
 
@@ -23,15 +25,16 @@ struct ExportOptions {
     std::string output;
 };
 
-// PEM and DER come from the certificate: the provider's blob always says that the exponent is 65537.
+// PEM and DER come from the certificate, because the provider's blob always states the exponent
+// 65537.
 Bytes publicKey(const Key& key, const ExportOptions& options)
 {
     if (options.format == "blob")
         return key.publicBlob();
-    const Certificate certificate = publishedCertificate(toUtf16(options.key));
+    const Certificate certificate = publishedCertificate(fromUtf8(options.key));
     if (certificate == nullptr)
-        throw Failure("\"My\" holds no certificate of the key \"" + options.key + "\"",
-                      "\"keywarden check\" says whether it was published.");
+        throw Failure("\"My\" contains no certificate for the key \"" + options.key + "\"",
+                      "Run \"keywarden check\" to see whether it was published.");
     const Bytes der = publicKeyOf(*certificate);
     if (options.format == "der")
         return der;
@@ -42,7 +45,7 @@ Bytes publicKey(const Key& key, const ExportOptions& options)
 void exportKey(Session& session, const ExportOptions& options)
 {
     const KeyStorage storage(session);
-    const Key key(storage, toUtf16(options.key));
+    const Key key(storage, fromUtf8(options.key));
     const Bytes data = publicKey(key, options);
     writeFile(toPath(options.output), data);
     session.out.line("Exported: " + options.output + " (" + std::to_string(data.size()) +
@@ -59,17 +62,10 @@ void addExport(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<ExportOptions>();
     CLI::App& command = *program.add_subcommand("export", "Write the public key to a file");
-    command.add_option("--key", options->key, "Name of the key; \"keywarden keys\" lists them")
-        ->required()
-        ->option_text("NAME");
-    command
-        .add_option("--format", options->format,
-                    "pem, der, or blob: CNG's public key blob (default: pem)")
-        ->option_text("pem|der|blob")
-        ->check(CLI::IsMember({"pem", "der", "blob"}));
-    command.add_option("-o,--output", options->output, "Where it goes")
-        ->required()
-        ->option_text("OUT");
+    addKeyOption(command, options->key, "the key");
+    addChoiceOption(command, "--format", options->format, {"pem", "der", "blob"},
+                    "Format; blob is CNG's public key blob");
+    addOutputOption(command, options->output, "OUT", "File for the public key");
     addModuleOptions(command, session);
     command.callback([&session, options] { exportKey(session, *options); });
 }

@@ -8,6 +8,7 @@
 
 #include "command/commands.h"
 #include "failure.h"
+#include "session.h"
 #include "system/configuration.h"
 #include "text.h"
 

@@ -1,15 +1,16 @@
-// keywarden keys: the keys that the provider serves.
+// keywarden keys: lists the provider's keys.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <optional>
 
 #include "command/commands.h"
+#include "command/options.h"
 #include "config/config.h"
 #include "formats/certificate.h"
-#include "p11/module.h"
+#include "p11/p11.h"
+#include "session.h"
 #include "system/configuration.h"
 #include "system/key_storage.h"
 #include "system/public_session.h"
@@ -19,21 +20,17 @@ namespace NV::tool {
 
 namespace {
 
-// The public key objects of the token that the provider serves.
+// The public key objects of the token that the provider uses.
 class PublicKeyObjects {
 public:
-    // Where the token cannot be asked, the operations will say why; nothing is said here.
+    // A token that cannot be read is no error here: the operations on it report the reason.
     PublicKeyObjects()
     {
         loadConfiguration();
         if (!p11_.loadModule(Config::instance().get("p11File")))
             return;
-        const auto& slots = p11_.module()->slots();
-        const auto served = std::ranges::find_if(slots, [](const auto& slot) {
-            return (slot->tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
-        });
-        if (served != slots.end())
-            session_.emplace(p11_, (*served)->id());
+        if (const P11Slot* slot = p11_.module()->firstActiveSlot())
+            session_.emplace(p11_, slot->id());
     }
 
     bool has(const std::wstring& keyName)
@@ -57,8 +54,8 @@ struct KeyRow {
     std::vector<std::string> operations = {};
 };
 
-// Verifying and encrypting are done by the token, with its public key object. What the private key
-// may do shows only after a login.
+// The token verifies and encrypts with its public key object. What the private key can do is visible
+// only after a login.
 std::vector<std::string> operationsOf(const Key& key, bool hasPublicKey)
 {
     if (key.isRsa() && hasPublicKey)
@@ -126,7 +123,7 @@ void listKeys(Session& session)
                         joined(row.operations)});
     }
     if (rows.empty())
-        session.out.line("The provider serves no key; \"keywarden check\" says why.");
+        session.out.line("The provider has no keys. Run \"keywarden check\" to find the reason.");
     else
         session.out.table({"KEY", "ALGORITHM", "BITS", "SUBJECT", "EXPIRES", "OPERATIONS"}, rows);
     session.out.document(document);
@@ -136,7 +133,7 @@ void listKeys(Session& session)
 
 void addKeys(CLI::App& program, Session& session)
 {
-    CLI::App& command = *program.add_subcommand("keys", "List the keys that the provider serves");
+    CLI::App& command = *program.add_subcommand("keys", "List the provider's keys");
     addModuleOptions(command, session);
     command.callback([&session] { listKeys(session); });
 }

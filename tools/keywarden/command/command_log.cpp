@@ -1,4 +1,4 @@
-// keywarden log: what a trace log tells.
+// keywarden log: summarises a trace log.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -14,6 +14,7 @@
 #include "failure.h"
 #include "files.h"
 #include "log/log_report.h"
+#include "session.h"
 #include "system/configuration.h"
 #include "text.h"
 
@@ -44,7 +45,7 @@ std::filesystem::path newestLog()
     const std::filesystem::path folder = configuredLogFolder();
     std::filesystem::path newest;
     std::error_code error;
-    // The date is in the name.
+    // The name contains the date, so the last name is the newest.
     for (const auto& entry : std::filesystem::directory_iterator(folder, error)) {
         const std::wstring name = entry.path().filename().wstring();
         if (name.starts_with(L"nvksprovider-") && name.ends_with(L".log") &&
@@ -53,7 +54,7 @@ std::filesystem::path newestLog()
     }
     if (newest.empty())
         throw Failure("there is no log in " + toUtf8(folder),
-                      "logTypes must hold FILE for one; the file can also be named: "
+                      "Set logTypes=FILE in the configuration to write one, or name a log file: "
                       "keywarden log FILE");
     return newest;
 }
@@ -79,7 +80,7 @@ Log readLog(const LogOptions& options)
     return log;
 }
 
-// The slowest first: those past the limit, or the first few without one.
+// The slowest first: all that reach the limit, or the first few if there is no limit.
 std::vector<const Operation*> slowest(const std::vector<Operation>& operations,
                                       const LogOptions& options)
 {
@@ -142,7 +143,7 @@ void showText(Session& session, const Log& log, const LogOptions& options)
     session.out.table({"OPERATION", "COUNT", "FAILED", "MEDIAN ms", "95 % ms", "MAX ms"}, rows);
     session.out.line();
     session.out.line(options.slow ? "Slower than " + formatTime(*options.slow) + " ms:"
-                                  : "The slowest:");
+                                  : "The slowest operations:");
     for (const Operation* operation : slowest(log.operations, options))
         show(session, *operation, options.secrets);
     session.out.line();
@@ -189,20 +190,24 @@ void readAndShow(Session& session, const LogOptions& options)
 void addLog(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<LogOptions>();
-    CLI::App& command = *program.add_subcommand("log", "Show what a trace log tells");
+    CLI::App& command = *program.add_subcommand("log", "Summarise a trace log");
     command
         .add_option("FILE", options->file,
-                    "The log; without it, the newest of the configured folder")
+                    "Log file (default: the newest one in the configured folder)")
         ->type_name("");
-    command.add_option("--op", options->operation, "Only operations of that name, like SignHash")
+    command
+        .add_option("--op", options->operation,
+                    "Show only operations of this name, such as SignHash")
         ->option_text("NAME");
-    command.add_option("--slow", options->slow, "List those that took at least so long")
+    command
+        .add_option("--slow", options->slow,
+                    "List all operations that took at least this many milliseconds")
         ->option_text("MS")
         ->check(CLI::NonNegativeNumber);
-    command.add_option("--html", options->html, "Write the time lines as a page")
+    command.add_option("--html", options->html, "Write the time lines to an HTML page")
         ->option_text("OUT");
     command.add_flag("--show-secrets", options->secrets,
-                     "Show secrets that error messages carry as well");
+                     "Show the secrets that error messages contain");
     command.callback([&session, options] { readAndShow(session, *options); });
 }
 

@@ -4,6 +4,8 @@
 #include <nlohmann/json.hpp>
 
 #include "command/commands.h"
+#include "nvvtoken/nvvtoken_name.h"
+#include "session.h"
 #include "system/registration.h"
 #include "text.h"
 
@@ -11,11 +13,11 @@ namespace NV::tool {
 
 namespace {
 
-constexpr const char* cannotTell = "This system cannot tell what is registered with CNG.";
+constexpr const char* cannotReport = "This system cannot report what is registered with CNG.";
 
 std::string quotedName()
 {
-    return "\"" + toUtf8(std::wstring_view(registeredProvider)) + "\"";
+    return "\"" + toUtf8(providerName) + "\"";
 }
 
 const char* jsonOf(Change change)
@@ -37,17 +39,24 @@ bool isFile(const std::filesystem::path& path)
     return std::filesystem::is_regular_file(path, error);
 }
 
-void report(Session& session, Change change, const char* already, const char* now)
+// What a command prints, by outcome.
+struct Report {
+    const char* none;         // "is already registered"
+    const char* made;         // "is registered"
+    const char* unconfirmed;  // "Registered."
+};
+
+void print(Session& session, Change change, const Report& report)
 {
     switch (change) {
     case Change::none:
-        session.out.line(quotedName() + " " + already + "; nothing was changed.");
+        session.out.line(quotedName() + " " + report.none + "; nothing was changed.");
         break;
     case Change::made:
-        session.out.line(quotedName() + " " + now + ".");
+        session.out.line(quotedName() + " " + report.made + ".");
         break;
     case Change::unconfirmed:
-        session.out.line("CNG took the calls. " + std::string(cannotTell));
+        session.out.line(std::string(report.unconfirmed) + " " + cannotReport);
         break;
     }
 }
@@ -56,11 +65,11 @@ void registerNow(Session& session)
 {
     const CngSystem system = thisSystem();
     const Change change = registerModule(system);
-    report(session, change, "is registered already", "is registered");
+    print(session, change, {"is already registered", "is registered", "Registered."});
     const std::filesystem::path file = system.systemFolder / registeredImage;
     if (!isFile(file))
-        session.out.line("Note: CNG will look for " + toUtf8(file) + ", which is not there.");
-    session.out.document({{"provider", toUtf8(std::wstring_view(registeredProvider))},
+        session.out.line("Note: CNG will look for " + toUtf8(file) + ", which does not exist.");
+    session.out.document({{"provider", toUtf8(providerName)},
                           {"change", jsonOf(change)},
                           {"file", toUtf8(file)},
                           {"fileExists", isFile(file)}});
@@ -69,35 +78,36 @@ void registerNow(Session& session)
 void unregisterNow(Session& session)
 {
     const Change change = unregisterModule(thisSystem());
-    report(session, change, "is not registered", "is no longer registered");
-    session.out.document(
-        {{"provider", toUtf8(std::wstring_view(registeredProvider))}, {"change", jsonOf(change)}});
+    print(session, change, {"is not registered", "is no longer registered", "Unregistered."});
+    session.out.document({{"provider", toUtf8(providerName)}, {"change", jsonOf(change)}});
 }
 
 void showState(Session& session, const Registration& now)
 {
     if (!now.known) {
-        session.out.line(cannotTell);
+        session.out.line(cannotReport);
         return;
     }
     if (now.absent()) {
         session.out.line(quotedName() + " is not registered.");
-        session.out.line("\"keywarden register\" does it, in an administrator's terminal.");
+        session.out.line(
+            "To register it, run \"keywarden register\" in an administrator's terminal.");
         return;
     }
     session.out.line(quotedName() +
-                     (now.complete() ? " is registered." : " is registered in part."));
+                     (now.complete() ? " is registered." : " is only partly registered."));
     if (now.present) {
         session.out.line("  DLL:     " + toUtf8(now.image) + (now.asWritten ? "" : " (differs)"));
         session.out.line("  file:    " + toUtf8(now.file) +
-                         (isFile(now.file) ? "" : " (is not there)"));
+                         (isFile(now.file) ? "" : " (does not exist)"));
     } else {
         session.out.line("  DLL:     none");
     }
     session.out.line("  offered: " + std::string(now.listed ? "yes" : "no") +
                      " (among CNG's key storage providers)");
     if (!now.complete())
-        session.out.line("\"keywarden register\" mends it, in an administrator's terminal.");
+        session.out.line(
+            "To repair it, run \"keywarden register\" in an administrator's terminal.");
 }
 
 void status(Session& session)
@@ -105,7 +115,7 @@ void status(Session& session)
     const Registration now = readRegistration(thisSystem());
     showState(session, now);
     const auto orNull = [&now](const Json& value) { return now.known ? value : Json(nullptr); };
-    session.out.document({{"provider", toUtf8(std::wstring_view(registeredProvider))},
+    session.out.document({{"provider", toUtf8(providerName)},
                           {"known", now.known},
                           {"registered", orNull(now.complete())},
                           {"present", orNull(now.present)},
@@ -126,13 +136,13 @@ void addRegister(CLI::App& program, Session& session)
 
 void addUnregister(CLI::App& program, Session& session)
 {
-    program.add_subcommand("unregister", "Take the registration back (as an administrator)")
+    program.add_subcommand("unregister", "Remove the registration (as an administrator)")
         ->callback([&session] { unregisterNow(session); });
 }
 
 void addStatus(CLI::App& program, Session& session)
 {
-    program.add_subcommand("status", "Tell what is registered with CNG, and where its file is")
+    program.add_subcommand("status", "Show what is registered with CNG, and where its file is")
         ->callback([&session] { status(session); });
 }
 

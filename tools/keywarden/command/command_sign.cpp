@@ -6,10 +6,12 @@
 #include <memory>
 
 #include "command/commands.h"
+#include "command/options.h"
 #include "failure.h"
 #include "files.h"
 #include "formats/ecdsa_signature.h"
 #include "formats/hashing.h"
+#include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
 
@@ -26,10 +28,11 @@ struct SignOptions {
     std::string signature;
 };
 
-// What the provider is to sign or to verify, and with which padding.
+// The data that the provider signs or verifies, and the padding.
 //
-// For PKCS #1 v1.5 the DigestInfo is made here and no hash is named: where one is, the provider
-// leaves the header of SHA-1 out, and has the token hash once more when it verifies.
+// For PKCS #1 v1.5 the DigestInfo is built here and the padding names no hash algorithm. If it named
+// one, the provider would omit the DigestInfo header for SHA-1, and the token would hash the data
+// again when it verifies.
 class SignatureInput {
 public:
     SignatureInput(const Session& session, const SignOptions& options, const Key& key)
@@ -46,7 +49,7 @@ public:
         }
     }
 
-    // Null with an EC key.
+    // Null for an EC key.
     void* padding()
     {
         if (flags_ == BCRYPT_PAD_PSS)
@@ -68,7 +71,7 @@ private:
 void sign(Session& session, const SignOptions& options)
 {
     const KeyStorage storage(session);
-    const Key key(storage, toUtf16(options.key));
+    const Key key(storage, fromUtf8(options.key));
     SignatureInput input(session, options, key);
     DWORD size = 0;
     const auto run = [&](PBYTE buffer, DWORD room) {
@@ -96,7 +99,7 @@ void sign(Session& session, const SignOptions& options)
 void verify(Session& session, const SignOptions& options)
 {
     const KeyStorage storage(session);
-    const Key key(storage, toUtf16(options.key));
+    const Key key(storage, fromUtf8(options.key));
     SignatureInput input(session, options, key);
     Bytes signature = readFile(toPath(options.signature));
     if (!key.isRsa() && options.ecFormat == "der")
@@ -104,34 +107,26 @@ void verify(Session& session, const SignOptions& options)
     const SECURITY_STATUS status = storage->VerifySignature(
         storage.handle(), key.handle(), input.padding(), input.data(), input.size(),
         signature.data(), static_cast<DWORD>(signature.size()), input.flags());
-    // The provider has one status for a wrong signature and for a token that does not answer.
+    // The provider returns the same status for a wrong signature and for a token that does not respond.
     if (status != ERROR_SUCCESS)
-        throw Failure("the signature does not verify: " + statusText(status),
-                      "If the token is in place, the file, the key, the hash or the padding is not "
-                      "the one that was signed with.");
+        throw Failure(
+            "the signature does not verify: " + statusText(status),
+            "If the token is present, the file, key, hash or padding differs from the one "
+            "that was used for signing.");
     session.out.line("The signature is good.");
     session.out.document({{"file", options.file}, {"key", options.key}, {"good", true}});
 }
 
 CLI::App& addCommand(CLI::App& program, Session& session, const char* name, const char* help,
-                     SignOptions& options)
+                     const char* file, SignOptions& options)
 {
     CLI::App& command = *program.add_subcommand(name, help);
-    command.add_option("FILE", options.file, "The file")->required();
-    command.add_option("--key", options.key, "Name of the key; \"keywarden keys\" lists them")
-        ->required()
-        ->option_text("NAME");
-    command.add_option("--hash", options.hash, "sha1, sha256, sha384 or sha512 (default: sha256)")
-        ->option_text("HASH")
-        ->check(checkHashName);
-    command.add_option("--pad", options.pad, "Padding with an RSA key (default: pkcs1)")
-        ->option_text("pkcs1|pss")
-        ->check(CLI::IsMember({"pkcs1", "pss"}));
-    command
-        .add_option("--ec-format", options.ecFormat,
-                    "Form of an ECDSA signature: der as OpenSSL has it, or r and s (default: der)")
-        ->option_text("der|raw")
-        ->check(CLI::IsMember({"der", "raw"}));
+    addFileArgument(command, options.file, file);
+    addKeyOption(command, options.key, "the key");
+    addHashOption(command, options.hash, "Hash algorithm");
+    addChoiceOption(command, "--pad", options.pad, {"pkcs1", "pss"}, "Padding for an RSA key");
+    addChoiceOption(command, "--ec-format", options.ecFormat, {"der", "raw"},
+                    "Format of an ECDSA signature; der is OpenSSL's, raw is r and s");
     addModuleOptions(command, session);
     return command;
 }
@@ -141,11 +136,9 @@ CLI::App& addCommand(CLI::App& program, Session& session, const char* name, cons
 void addSign(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<SignOptions>();
-    CLI::App& command =
-        addCommand(program, session, "sign", "Sign a file; asks for the PIN", *options);
-    command.add_option("-o,--output", options->signature, "Where the signature goes")
-        ->required()
-        ->option_text("SIG");
+    CLI::App& command = addCommand(program, session, "sign", "Sign a file; asks for the PIN",
+                                   "File to sign", *options);
+    addOutputOption(command, options->signature, "SIG", "File for the signature");
     command.callback([&session, options] { sign(session, *options); });
 }
 
@@ -153,8 +146,9 @@ void addVerify(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<SignOptions>();
     CLI::App& command =
-        addCommand(program, session, "verify", "Verify a file's signature on the token", *options);
-    command.add_option("--signature", options->signature, "The signature")
+        addCommand(program, session, "verify", "Verify the signature of a file on the token",
+                   "File that was signed", *options);
+    command.add_option("--signature", options->signature, "File with the signature")
         ->required()
         ->option_text("SIG");
     command.callback([&session, options] { verify(session, *options); });

@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "failure.h"
-#include "system/registration.h"
+#include "nvvtoken/nvvtoken_name.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -23,7 +23,7 @@ void readKeyInformation(StoredCertificate& entry)
     const CERT_CONTEXT* context = entry.certificate.get();
     if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, nullptr, &size))
         return;
-    // The texts lie behind the structure, in the same block.
+    // The block contains the structure, followed by the texts that it points to.
     std::vector<CRYPT_KEY_PROV_INFO> block(size / sizeof(CRYPT_KEY_PROV_INFO) + 1);
     if (!CertGetCertificateContextProperty(context, CERT_KEY_PROV_INFO_PROP_ID, block.data(),
                                            &size))
@@ -41,7 +41,8 @@ std::vector<StoredCertificate> certificatesInMy()
 {
     const std::unique_ptr<void, StoreCloser> store(CertOpenSystemStoreW(0, L"MY"));
     if (store == nullptr)
-        throw Failure("the certificate store \"My\" does not open: " + errorText(GetLastError()));
+        throw Failure("the certificate store \"My\" cannot be opened: " +
+                      errorText(GetLastError()));
     std::vector<StoredCertificate> found;
     const CERT_CONTEXT* context = nullptr;
     while ((context = CertEnumCertificatesInStore(store.get(), context)) != nullptr) {
@@ -55,7 +56,7 @@ std::vector<StoredCertificate> certificatesInMy()
 Certificate publishedCertificate(const std::wstring& keyName)
 {
     for (StoredCertificate& entry : certificatesInMy()) {
-        if (entry.provider == registeredProvider && entry.container == keyName)
+        if (entry.provider == providerName && entry.container == keyName)
             return std::move(entry.certificate);
     }
     return nullptr;

@@ -1,5 +1,4 @@
-// Certificates in the user's "My" store, as the provider publishes them: the way from a key's name
-// to its certificate.
+// Certificates in the user's "My" store, and how to find the certificate of a key by the key's name.
 
 #pragma once
 
@@ -18,8 +17,8 @@ struct CertificateFreer {
 };
 using Certificate = std::unique_ptr<const CERT_CONTEXT, CertificateFreer>;
 
-// A certificate of the store with the provider and the container that its key information names;
-// both are empty when it has none.
+// A certificate of the store with the provider and the container in its key information. Both are
+// empty if it has none.
 struct StoredCertificate {
     Certificate certificate;
     std::wstring provider;
@@ -29,12 +28,12 @@ struct StoredCertificate {
 // All of "My", in the store's order. Throws Failure when it cannot be opened.
 std::vector<StoredCertificate> certificatesInMy();
 
-// The certificate published for a key of this provider; null when there is none.
+// The certificate that is published for a key of this provider; null if there is none.
 Certificate publishedCertificate(const std::wstring& keyName);
 
-// "Norvanta test RSA", the common name, or what stands for it; UTF-8.
+// "Norvanta test RSA": the common name, or what the system displays in its place; UTF-8.
 std::string subjectOf(const CERT_CONTEXT& certificate);
-// "2027-03-01", UTC.
+// "2027-03-01"; the date in UTC.
 std::string expiryOf(const CERT_CONTEXT& certificate);
 bool isExpired(const CERT_CONTEXT& certificate);
 

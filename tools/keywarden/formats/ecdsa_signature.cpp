@@ -1,4 +1,4 @@
-// The few rules of DER that two integers need: lengths below 256, the shortest form.
+// The part of DER that two integers need: lengths below 256, always in the shortest form.
 
 #include "formats/ecdsa_signature.h"
 
@@ -26,7 +26,7 @@ void appendElement(Bytes& der, unsigned char tag, const Bytes& content)
     der.insert(der.end(), content.begin(), content.end());
 }
 
-// Without leading zeros, but with one where the top bit would mean a negative number.
+// Without leading zeros, except for the one that keeps a number with its top bit set positive.
 Bytes integerContent(ByteSpan number)
 {
     auto first = std::ranges::find_if(number, [](unsigned char byte) { return byte != 0; });
@@ -39,10 +39,10 @@ Bytes integerContent(ByteSpan number)
 [[noreturn]] void refuse()
 {
     throw Failure("the signature is not a DER-encoded ECDSA signature",
-                  "If it is r and s one behind the other, say --ec-format raw.");
+                  "If the file contains r followed by s, use --ec-format raw.");
 }
 
-// Takes one element of that tag off the front.
+// Removes an element with that tag from the front and returns its content.
 ByteSpan takeElement(ByteSpan& der, unsigned char tag)
 {
     if (der.size() < 2 || der[0] != tag)
@@ -62,7 +62,7 @@ ByteSpan takeElement(ByteSpan& der, unsigned char tag)
     return content;
 }
 
-// A number that is not negative, and in the shortest form: a zero byte leads only where it must.
+// Whether the number is not negative and in the shortest form, without a needless leading zero byte.
 bool isUnsignedInteger(ByteSpan content)
 {
     if (content.empty() || (content[0] & 0x80) != 0)

@@ -1,4 +1,4 @@
-// ECDSA signatures in their two forms: CNG's, r and s one behind the other, each as long as a
+// Conversion between the two formats of ECDSA signatures: CNG's, r followed by s, each as long as a
 // coordinate; and the DER SEQUENCE of two INTEGERs (RFC 3279, 2.2.3) that OpenSSL and X.509 use.
 
 #pragma once
@@ -12,7 +12,7 @@ namespace NV::tool {
 // `raw` has an even number of bytes.
 Bytes ecdsaToDer(const Bytes& raw);
 
-// `coordinateSize` in bytes: 32, 48 or 66. Throws Failure when the bytes are no such signature.
+// `coordinateSize` in bytes: 32, 48 or 66. Throws Failure for an invalid signature.
 Bytes ecdsaFromDer(const Bytes& der, size_t coordinateSize);
 
 }  // namespace NV::tool

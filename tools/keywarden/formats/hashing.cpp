@@ -25,7 +25,7 @@ namespace {
 constexpr size_t pieceSize = size_t{1} << 20;
 constexpr uintmax_t largeFile = uintmax_t{64} << 20;
 
-// SHA-1's header, which the provider's own table leaves out on purpose.
+// The header for SHA-1. The provider's table has none for it, on purpose.
 constexpr std::string_view sha1Header = "3021300906052B0E03021A05000414";
 
 struct AlgorithmCloser {
@@ -41,7 +41,7 @@ void requireHash(NTSTATUS status)
         throw Failure("the system's hash function failed: " + statusText(status));
 }
 
-// A hash that is being computed.
+// One computation of a hash.
 class Hasher {
 public:
     explicit Hasher(const HashAlgorithm& hash)
@@ -75,7 +75,7 @@ private:
     std::unique_ptr<void, HashDestroyer> hash_;
 };
 
-// A bar of 40 characters on standard error, drawn anew as the work goes on and wiped at the end.
+// A bar of 40 characters on standard error, redrawn as the work advances and erased at the end.
 class ProgressBar {
 public:
     ProgressBar(const Output& out, uintmax_t total)
@@ -92,7 +92,7 @@ public:
 
     void show(uintmax_t done)
     {
-        // A file may grow while it is read.
+        // A file can grow while it is read.
         const auto percent = shown_ ? static_cast<int>(std::min(done, total_) * 100 / total_) : -1;
         if (percent == percent_)
             return;
@@ -103,8 +103,8 @@ public:
     }
 
 private:
-    // In one piece: through the C library each character would go by itself, which takes a console
-    // longer than hashing.
+    // One call for the whole text. The C library would write each character separately, which takes
+    // longer on a console than hashing does.
     static void write(const std::string& text)
     {
         DWORD written = 0;
@@ -119,7 +119,7 @@ private:
 
 std::wstring upperCase(const std::string& name)
 {
-    std::wstring upper = toUtf16(name);
+    std::wstring upper = fromUtf8(name);
     for (wchar_t& c : upper)
         c = static_cast<wchar_t>(std::towupper(static_cast<wint_t>(c)));
     return upper;
@@ -131,7 +131,7 @@ std::string checkHashName(const std::string& name)
 {
     return findHashAlgorithm(upperCase(name).c_str()) != nullptr
                ? ""
-               : "\"" + name + "\" is none of sha1, sha256, sha384, sha512";
+               : "\"" + name + "\" is not one of sha1, sha256, sha384, sha512";
 }
 
 const HashAlgorithm& hashNamed(const std::string& name)
@@ -142,7 +142,7 @@ const HashAlgorithm& hashNamed(const std::string& name)
     return *hash;
 }
 
-// The last byte of the header is the length of the value behind it.
+// The last byte of the header is the length of the hash value that follows.
 size_t hashSize(const HashAlgorithm& hash)
 {
     const Bytes header = hexDecode(hash.digestInfo.empty() ? sha1Header : hash.digestInfo);
@@ -168,7 +168,7 @@ Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashA
         bar.show(done);
     }
     if (stream.bad())
-        throw Failure(toUtf8(file) + " cannot be read to its end");
+        throw Failure(toUtf8(file) + " cannot be read completely");
     return hasher.finish();
 }
 

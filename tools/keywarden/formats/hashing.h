@@ -1,4 +1,4 @@
-// Hashes of files, computed by the system.
+// Hashes of files, computed by the system, and the hash algorithms of the command line.
 
 #pragma once
 
@@ -12,21 +12,21 @@ namespace NV::tool {
 
 class Output;
 
-// The row of a hash as it is named on the command line: "sha1", "sha256", "sha384", "sha512" in any
-// case. Throws CLI::ValidationError for any other.
+// The row of a hash algorithm by its name on the command line: "sha1", "sha256", "sha384" or "sha512",
+// in upper or lower case. Throws CLI::ValidationError for any other name.
 const HashAlgorithm& hashNamed(const std::string& name);
 
-// Of its value, in bytes.
+// Length of a hash value, in bytes.
 size_t hashSize(const HashAlgorithm& hash);
 
-// For CLI11: what is wrong with the name, or nothing.
+// For CLI11: the error message for an invalid name; empty for a valid one.
 std::string checkHashName(const std::string& name);
 
-// The file is read piece by piece; on a terminal a large one gets a progress bar on standard error.
-// Throws Failure.
+// Reads the file in pieces. Shows a progress bar on standard error for a large file, if that is a
+// terminal. Throws Failure.
 Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash);
 
-// The DER DigestInfo (RFC 8017, 9.2) of a hash: what PKCS #1 v1.5 pads, SHA-1 included.
+// The DER DigestInfo (RFC 8017, 9.2) of a hash, which PKCS #1 v1.5 pads; also for SHA-1.
 Bytes digestInfo(const HashAlgorithm& hash, const Bytes& digest);
 
 }  // namespace NV::tool

@@ -1,4 +1,4 @@
-// Reading an image's headers. Every offset comes from the file, so each is checked before use.
+// Reads the headers of an image. All offsets come from the file, so each is checked before use.
 
 #include "formats/pe_file.h"
 
@@ -20,7 +20,7 @@ class Image {
 public:
     explicit Image(const Bytes& bytes) : bytes_(bytes) {}
 
-    // Nothing past the end.
+    // Empty if the structure does not fit before the end of the file.
     template <typename Structure>
     std::optional<Structure> at(uint64_t offset) const
     {
@@ -31,7 +31,7 @@ public:
         return structure;
     }
 
-    // Up to the terminator, or to the end of the file.
+    // The text up to its terminator or the end of the file.
     std::string textAt(uint64_t offset) const
     {
         if (offset >= bytes_.size())
@@ -44,7 +44,7 @@ private:
     std::span<const unsigned char> bytes_;
 };
 
-// Where the bytes of an address of the loaded image lie in the file.
+// The position in the file of an address of the loaded image.
 std::optional<uint64_t> fileOffset(const std::vector<IMAGE_SECTION_HEADER>& sections,
                                    uint32_t address)
 {
@@ -93,7 +93,7 @@ std::optional<PeFile> readPeFile(const std::filesystem::path& file)
     result.machine = header->Machine;
     const uint64_t optionalAt = begin + sizeof(DWORD) + sizeof(IMAGE_FILE_HEADER);
     const auto optionalHeader = image.at<IMAGE_OPTIONAL_HEADER64>(optionalAt);
-    // Imports are asked for only where the image can be loaded at all.
+    // Imports matter only for an image that this system can load.
     if (header->Machine != machineAmd64 || !optionalHeader)
         return result;
     std::vector<IMAGE_SECTION_HEADER> sections;

@@ -1,5 +1,5 @@
-// What a Windows image says of itself without being loaded: for which processor it is, and which
-// DLLs it needs. The format is Microsoft's "PE Format".
+// Reads from a Windows image, without loading it, its processor and the DLLs that it needs. The format
+// is Microsoft's "PE Format".
 
 #pragma once
 
@@ -17,10 +17,10 @@ inline constexpr uint16_t machineArm64 = 0xAA64;
 
 struct PeFile {
     uint16_t machine = 0;
-    std::vector<std::string> imports;  // names of DLLs, as they stand
+    std::vector<std::string> imports;  // names of DLLs, as in the file
 };
 
-// Nothing for a file that is no such image. A broken import table gives the names before the break.
+// Empty for a file that is not an image. A damaged import table gives the names before the damage.
 // Throws Failure when the file cannot be read.
 std::optional<PeFile> readPeFile(const std::filesystem::path& file);
 

@@ -1,4 +1,4 @@
-// Encoding and decoding of public keys by the system's functions.
+// Encoding and decoding of public keys with the functions of the system.
 
 #include "formats/public_key.h"
 
@@ -9,6 +9,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/curve.h"
 #include "failure.h"
 
 namespace NV::tool {
@@ -19,23 +20,11 @@ constexpr std::string_view pemBegin = "-----BEGIN PUBLIC KEY-----";
 constexpr std::string_view pemEnd = "-----END PUBLIC KEY-----";
 constexpr size_t pemLine = 64;
 
-struct CurveRow {
-    std::string_view oid;
-    ULONG magic;
-    ULONG coordinateSize;  // bytes
-};
-
-constexpr CurveRow curves[] = {
-    {"1.2.840.10045.3.1.7", BCRYPT_ECDH_PUBLIC_P256_MAGIC, 32},
-    {"1.3.132.0.34", BCRYPT_ECDH_PUBLIC_P384_MAGIC, 48},
-    {"1.3.132.0.35", BCRYPT_ECDH_PUBLIC_P521_MAGIC, 66},
-};
-
 struct LocalFreer {
     void operator()(void* block) const { LocalFree(block); }
 };
 
-// The structure that the DER holds; it lies in one block with what it points to.
+// The decoded structure, in one block with the data that it points to. Null if the DER is invalid.
 template <typename Structure>
 std::unique_ptr<Structure, LocalFreer> decode(LPCSTR type, const BYTE* der, DWORD size)
 {
@@ -47,7 +36,7 @@ std::unique_ptr<Structure, LocalFreer> decode(LPCSTR type, const BYTE* der, DWOR
     return std::unique_ptr<Structure, LocalFreer>(static_cast<Structure*>(block));
 }
 
-// Empty when it cannot be encoded.
+// Empty if it cannot be encoded.
 Bytes encode(const CERT_PUBLIC_KEY_INFO& info)
 {
     DWORD size = 0;
@@ -96,11 +85,10 @@ Bytes publicKeyFromFile(const Bytes& content)
         throw Failure("the PEM file has no line \"" + std::string(pemEnd) + "\"");
     std::string body = text.substr(begin + pemBegin.size(), end - begin - pemBegin.size());
     std::erase_if(body, [](char c) { return c == '\r' || c == '\n' || c == ' ' || c == '\t'; });
-    // The codec stops at the first character that is none of its own.
+    // The decoder stops at the first character that is not base64.
     Bytes der = base64Decode(body);
     if (base64Encode(der) != body)
-        throw Failure(
-            "the PEM file is damaged: there is something else than base64 between its lines");
+        throw Failure("the PEM file is damaged: its text is not valid base64");
     return der;
 }
 
@@ -108,18 +96,18 @@ Bytes ecdhBlob(const Bytes& publicKey)
 {
     const auto info = decode<CERT_PUBLIC_KEY_INFO>(X509_PUBLIC_KEY_INFO, publicKey.data(),
                                                    static_cast<DWORD>(publicKey.size()));
-    // The system's decoder does not mind what lies behind the structure.
+    // The system's decoder ignores bytes after the structure.
     if (info == nullptr || encode(*info) != publicKey)
-        throw Failure("this is no public key",
-                      "A PEM file with BEGIN PUBLIC KEY is wanted, or the same as DER.");
+        throw Failure("the file does not contain a public key",
+                      "Use a PEM file that begins with BEGIN PUBLIC KEY, or the same key as DER.");
     const std::string oid = curveOid(info->Algorithm.Parameters);
-    const auto* curve = std::ranges::find(curves, oid, &CurveRow::oid);
+    const auto curve = std::ranges::find(cngCurves, std::string_view(oid), &Curve::oid);
     const CRYPT_BIT_BLOB& point = info->PublicKey;
     if (std::string_view(info->Algorithm.pszObjId) != szOID_ECC_PUBLIC_KEY ||
-        curve == std::end(curves) || point.cbData != 1 + 2 * curve->coordinateSize ||
+        curve == cngCurves.end() || point.cbData != 1 + 2 * curve->coordinateSize() ||
         point.pbData[0] != 0x04)
-        throw Failure("the public key is not one of P-256, P-384 or P-521");
-    const BCRYPT_ECCKEY_BLOB header{curve->magic, curve->coordinateSize};
+        throw Failure("the public key is not on P-256, P-384 or P-521");
+    const BCRYPT_ECCKEY_BLOB header{curve->ecdhMagic, curve->coordinateSize()};
     Bytes blob(sizeof header + point.cbData - 1);
     std::memcpy(blob.data(), &header, sizeof header);
     std::copy(point.pbData + 1, point.pbData + point.cbData, blob.begin() + sizeof header);

@@ -1,5 +1,5 @@
-// Public keys in the forms that other programs read: SubjectPublicKeyInfo (RFC 5280) as DER and PEM,
-// and CNG's blob of an elliptic curve key.
+// Public keys in the formats of other programs: SubjectPublicKeyInfo (RFC 5280) as DER and PEM, and
+// CNG's blob of an elliptic curve key.
 
 #pragma once
 
@@ -13,13 +13,13 @@
 
 namespace NV::tool {
 
-// The SubjectPublicKeyInfo of a certificate, DER. Throws Failure.
+// The SubjectPublicKeyInfo of a certificate as DER. Throws Failure.
 Bytes publicKeyOf(const CERT_CONTEXT& certificate);
 
-// "-----BEGIN PUBLIC KEY-----" and so on, 64 characters a line, line feeds.
+// "-----BEGIN PUBLIC KEY-----" and so on, in lines of 64 characters that end in line feeds.
 std::string toPem(const Bytes& publicKey);
 
-// The content of a file that holds a public key as PEM or DER, as DER. Throws Failure.
+// The DER of a public key, from the content of a PEM or DER file. Throws Failure.
 Bytes publicKeyFromFile(const Bytes& content);
 
 // A BCRYPT_ECCPUBLIC_BLOB with an ECDH magic, from a SubjectPublicKeyInfo with one of the curves

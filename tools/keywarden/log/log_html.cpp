@@ -1,4 +1,4 @@
-// The time lines as a page: plain HTML and CSS, no script, nothing fetched from anywhere.
+// The time lines as a page of plain HTML and CSS, without scripts and external resources.
 
 #include <algorithm>
 #include <cstdio>
@@ -41,7 +41,7 @@ summary { cursor: pointer; color: #55606b; font-size: 12px; }
 .error { font-family: monospace; font-size: 12px; overflow-wrap: anywhere; }
 )";
 
-// A bar at least this wide, in percent of the line, has its call's name in it.
+// The least width of a bar that contains the name of its call, in percent of the line.
 constexpr double widthForName = 9;
 
 std::string escape(const std::string& text)
@@ -92,20 +92,20 @@ const char* callClass(const TokenCall& call)
     return call.name == "PIN dialog" ? "call dialog" : "call";
 }
 
-// A call's place on the operation's line, in milliseconds.
+// The position of a call on the line of its operation, in milliseconds.
 struct Bar {
     double begin;
     double width;
 };
 
-// A call that did not return has a width of its own, so that it is seen: a tenth of what came before.
+// A call that did not return gets a visible width: a tenth of the time before it.
 double widthOf(const TokenCall& call, double begin)
 {
     return call.result == noReturn ? std::max(begin / 10, 1.0) : call.elapsed;
 }
 
-// One after another, since a thread makes one call at a time: the records' clock tells whole
-// milliseconds, and without this the short calls of one would lie on top of each other.
+// A bar never begins before the end of the previous one, because a thread makes one call at a time.
+// The records have whole milliseconds only, so short calls would overlap otherwise.
 std::vector<Bar> barsOf(const Operation& operation)
 {
     std::vector<Bar> bars;
@@ -121,8 +121,8 @@ std::vector<Bar> barsOf(const Operation& operation)
 void appendBars(std::string& page, const Operation& operation)
 {
     const std::vector<Bar> bars = barsOf(operation);
-    // Never zero, and long enough for every call: the records' clock and that of ELAPSED do not
-    // agree to the last millisecond.
+    // Never zero, and long enough for every call: the times of the records and ELAPSED can differ by
+    // a millisecond.
     double span = std::max(operation.elapsed, 0.001);
     for (const Bar& bar : bars)
         span = std::max(span, bar.begin + bar.width);
@@ -140,7 +140,7 @@ void appendBars(std::string& page, const Operation& operation)
     page += "</div>\n";
 }
 
-// Open where something has failed, so that nobody has to look for it.
+// Shows the list opened if something failed.
 void appendCalls(std::string& page, const Operation& operation, bool open)
 {
     page += std::string(open ? "<details open>" : "<details>") + "<summary>" +
@@ -194,7 +194,7 @@ std::string toHtml(const std::vector<Operation>& operations, const std::string& 
         "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">\n<title>" +
         escape(title) + "</title>\n<style>" + style + "</style></head><body>\n<h1>" +
         escape(title) + "</h1>\n<p class=\"key\">" + std::to_string(operations.size()) +
-        " operations, each on a scale of its own."
+        " operations, each on its own scale."
         "<i class=\"call\"></i>call of the PKCS#11 library"
         "<i class=\"call bad\"></i>call that failed"
         "<i class=\"call dialog\"></i>PIN dialog</p>\n";

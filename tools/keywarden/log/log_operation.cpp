@@ -1,4 +1,4 @@
-// Putting operations together from the lines of a log.
+// Assembling operations from the lines of a log.
 
 #include "log/log_operation.h"
 
@@ -15,7 +15,7 @@ namespace {
 
 constexpr uint32_t noMoreItems = 0x8009002A;
 
-// The text between two marks; nothing when one is missing.
+// The text between two marks; empty if one is missing.
 std::optional<std::string> between(std::string_view text, std::string_view before,
                                    std::string_view after)
 {
@@ -29,21 +29,21 @@ std::optional<std::string> between(std::string_view text, std::string_view befor
     return std::string(rest.substr(0, end));
 }
 
-// "CKR_OK" out of "... 00000000(CKR_OK)...", or the number for one without a name.
+// "CKR_OK" from "... 00000000(CKR_OK)...", or the number of a result without a name.
 std::string resultName(std::string_view text)
 {
     const std::string value(text.substr(0, text.find_first_of(", ")));
     return between(value, "(", ")").value_or(value);
 }
 
-// Milliseconds; 0 for what is no time.
+// Milliseconds; 0 for an invalid time.
 double toTime(const std::string& text)
 {
     const double value = std::strtod(text.c_str(), nullptr);
     return std::isfinite(value) && value > 0 ? value : 0;
 }
 
-// The local time that a log has goes back once a year.
+// Never negative: a log has local times, which go back when daylight saving time ends.
 double timeBetween(int64_t begin, int64_t end)
 {
     return static_cast<double>(std::max<int64_t>(end - begin, 0));
@@ -59,7 +59,7 @@ std::string lastName(const std::string& function)
     return function.substr(function.rfind(':') + 1);
 }
 
-// What the table offers is named like it, SignHash; the steps within begin with a small letter.
+// Functions of the operation table begin with a capital letter (SignHash), their steps do not.
 bool isOfTable(const std::string& function)
 {
     const std::string name = lastName(function);
@@ -67,8 +67,8 @@ bool isOfTable(const std::string& function)
            !name.starts_with("Provider");  // constructors
 }
 
-// "CKR_PIN_INCORRECT" out of "Failed to login the token (000000a0(CKR_PIN_INCORRECT))", as the steps
-// of a token operation end when their call has failed.
+// "CKR_PIN_INCORRECT" from "Failed to login the token (000000a0(CKR_PIN_INCORRECT))", the form in which
+// the steps of a token operation report a failed call.
 std::string resultInError(std::string_view text)
 {
     const size_t begin = text.rfind('(');
@@ -117,8 +117,8 @@ void OperationReader::enter(Thread& thread, const LogRecord& record)
         thread.dialogBegun = record.milliseconds;
     if (!isOperation(record.function))
         return;
-    // Such a one runs in no other: what is still open was left by an exception, or by the end of
-    // its process.
+    // A function of the table never runs inside another one. A frame that is still open was left by
+    // an exception or by the end of its process.
     if (isOfTable(record.function))
         abandon(thread);
     Frame frame;
@@ -132,7 +132,7 @@ void OperationReader::enter(Thread& thread, const LogRecord& record)
     thread.frames.push_back(std::move(frame));
 }
 
-// Frames above the one that is left were left by an exception, without a line.
+// An exception leaves frames without a record, so all frames inside this one are closed too.
 void OperationReader::leave(Thread& thread, const LogRecord& record)
 {
     if (record.function == "NV::PINDialog::open") {
@@ -156,7 +156,7 @@ void OperationReader::close(Thread& thread)
     Frame frame = std::move(frames.back());
     frames.pop_back();
     if (!frames.empty()) {
-        // What a step did, the operation did.
+        // The calls and errors of a step belong to the operation.
         Operation& outer = frames.back().operation;
         const Operation& inner = frame.operation;
         outer.calls.insert(outer.calls.end(), inner.calls.begin(), inner.calls.end());
@@ -166,8 +166,8 @@ void OperationReader::close(Thread& thread)
         operations_.push_back(std::move(frame.operation));
 }
 
-// What was entered and never left is one unfinished operation, the outermost. A token call that did
-// not return is its last.
+// The outermost of the open frames becomes an unfinished operation. A token call that did not return
+// is its last one.
 void OperationReader::abandon(Thread& thread)
 {
     if (thread.frames.empty())
@@ -181,12 +181,12 @@ void OperationReader::abandon(Thread& thread)
     thread.frames.clear();
 }
 
-// A call whose own record has no result gets it from the error that follows it.
+// A call without a result in its own record gets it from the error record that follows.
 void OperationReader::addError(Thread& thread, const LogRecord& record)
 {
     Operation& operation = thread.frames.back().operation;
     operation.errors.push_back(record);
-    // An exception out of the library ends a call without a record of its end.
+    // After an exception from the library there is no record of the end of the call.
     if (!thread.callName.empty() && record.message.starts_with("Caught E")) {
         addCall(thread, {thread.callName, "exception", thread.callBegun,
                          timeBetween(thread.callBegun, record.milliseconds)});
@@ -217,7 +217,7 @@ void OperationReader::readCall(Thread& thread, const LogRecord& record)
         thread.callBegun = record.milliseconds;
         return;
     }
-    // Some calls tell their result in a record of its own, after that of their end.
+    // Some calls have their result in a separate record after that of their end.
     if (const size_t code = text.find("RETURN CODE:"); code != std::string::npos) {
         auto& calls = thread.frames.back().operation.calls;
         if (!calls.empty() && calls.back().name == name && calls.back().result.empty())

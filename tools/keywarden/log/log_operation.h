@@ -1,4 +1,4 @@
-// What a log tells: the operations of the provider, each with its token calls.
+// The operations of the provider in a log, each with its token calls.
 
 #pragma once
 
@@ -13,17 +13,17 @@
 
 namespace NV::tool {
 
-// In the place of a call's result, when the log ends within the call.
+// The result of a call in which the log ends.
 inline constexpr const char* noReturn = "no return";
 
 // A PKCS#11 call, or the time that the PIN dialog was open ("PIN dialog").
 struct TokenCall {
     std::string name;  // "C_Sign"
-    // "CKR_OK"; empty where the log does not say it; noReturn; "exception".
+    // "CKR_OK"; empty if the log does not contain it; noReturn; "exception".
     std::string result;
-    int64_t begun = 0;   // milliseconds, as LogRecord has them
+    int64_t begun = 0;   // milliseconds, as in LogRecord
     double elapsed = 0;  // milliseconds
-    // A finalise of a library that was not initialised is none: opening begins with one.
+    // CKR_CRYPTOKI_NOT_INITIALIZED is no failure: opening the provider begins with C_Finalize.
     bool failed() const
     {
         return !result.empty() && result != "CKR_OK" && result != "CKR_CRYPTOKI_NOT_INITIALIZED";
@@ -44,22 +44,21 @@ struct Operation {
     std::vector<TokenCall> calls;
     std::vector<LogRecord> errors;  // records of the levels ERR and SEV
 
-    // A status of failure; the end of an enumeration is none.
+    // Whether the status is a failure. The end of an enumeration is not.
     bool failed() const;
 };
 
-// Takes the lines of a log one after another and puts the operations together, for each thread of
-// each process on its own.
+// Reads a log line by line and assembles its operations, separately for each thread of each process.
 class OperationReader {
 public:
     void addLine(const std::string& line);
 
-    // All operations in the order in which they began. Those that the log leaves open are among
-    // them, unfinished. To be called once, at the end.
+    // Returns all operations in the order in which they began, including those that the log does not
+    // finish. Call it once, after the last line.
     std::vector<Operation> finish();
 
     size_t records() const { return records_; }
-    // Lines that are no record; empty ones do not count.
+    // The number of lines that are not a record and not empty.
     size_t foreignLines() const { return foreignLines_; }
 
 private:
@@ -69,7 +68,7 @@ private:
         Operation operation;
         bool hasStatus = false;
     };
-    // What one thread is at.
+    // The state of one thread.
     struct Thread {
         std::vector<Frame> frames;
         std::string callName;
@@ -80,9 +79,9 @@ private:
     void add(const LogRecord& record);
     void enter(Thread& thread, const LogRecord& record);
     void leave(Thread& thread, const LogRecord& record);
-    // Takes the innermost frame away.
+    // Removes the innermost frame.
     void close(Thread& thread);
-    // Takes all of them away.
+    // Removes all frames; they become one unfinished operation.
     void abandon(Thread& thread);
     static void addError(Thread& thread, const LogRecord& record);
     static void addCall(Thread& thread, TokenCall call);

@@ -1,4 +1,4 @@
-// Cutting a line of the log into its fields.
+// Splitting a line of the log into its fields.
 
 #include "log/log_record.h"
 
@@ -10,11 +10,11 @@ namespace NV::tool {
 
 namespace {
 
-// "2026-03-04 17:05:09.042 TRC [04312,1a2b3c4d] message"; a 0 stands for a digit.
+// "2026-03-04 17:05:09.042 TRC [04312,1a2b3c4d] message"; each 0 of the form is any digit.
 constexpr std::string_view timeForm = "0000-00-00 00:00:00.000";
 constexpr std::string_view levels[] = {"TRC", "DBG", "INF", "WRN", "ERR", "SEV"};
 
-// Beginnings of the messages whose text in brackets is a secret.
+// Beginnings of messages that contain a secret.
 constexpr std::string_view secretMessages[] = {"Agreed SharedSecret(", "Retrieved SharedSecret(",
                                                "KDFInputData(",        "HMAC_KEY(",
                                                "Derived Key(",         "Entered Pin="};
@@ -59,7 +59,8 @@ int64_t toMilliseconds(std::string_view time)
     return seconds * 1000 + numberAt(time, 20, 3);
 }
 
-// Takes the text up to the separator off the front, and the separator; nothing without one.
+// Removes the text up to the separator and the separator from the front, and returns the text. Empty if
+// there is no separator.
 std::optional<std::string_view> takeTo(std::string_view& text, std::string_view separator)
 {
     const size_t end = text.find(separator);
@@ -70,7 +71,8 @@ std::optional<std::string_view> takeTo(std::string_view& text, std::string_view 
     return taken;
 }
 
-// "NV::Provider::init[nvvtoken.cpp:87]:ENTER": the place, if there is one, and the message.
+// Splits "NV::Provider::init[nvvtoken.cpp:87]:ENTER" into function, place and message. Not every record
+// has a function and a place.
 void splitMessage(std::string_view text, LogRecord& record)
 {
     std::string_view rest = text;
@@ -115,12 +117,12 @@ std::optional<LogRecord> parseRecord(std::string_view line)
 
 std::string withoutSecrets(const std::string& message)
 {
-    // Wherever it stands: a record may be cut or prefixed by somebody else.
+    // Not only at the beginning: a record can be cut off, or have a prefix from another program.
     for (const std::string_view beginning : secretMessages) {
         const size_t found = message.find(beginning);
         if (found == std::string::npos)
             continue;
-        // A PIN stands behind the sign, everything else in brackets.
+        // A PIN follows the equals sign; all other secrets are in brackets.
         const size_t open =
             beginning.ends_with('=') ? found + beginning.size() : message.find('[', found);
         if (open != std::string::npos)

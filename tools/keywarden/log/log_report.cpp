@@ -1,4 +1,4 @@
-// Counting operations, and their shape as JSON.
+// Figures, lines and JSON of operations.
 
 #include "log/log_report.h"
 
@@ -15,7 +15,7 @@ namespace NV::tool {
 
 namespace {
 
-// The smallest value that at least this share of the values does not exceed.
+// The smallest value that is not exceeded by at least this share of the values (nearest rank).
 double percentile(const std::vector<double>& sorted, double share)
 {
     const auto rank = static_cast<size_t>(std::ceil(share * static_cast<double>(sorted.size())));

@@ -1,4 +1,4 @@
-// Figures of a log's operations, for people and for scripts.
+// The operations of a log as figures, lines, JSON and HTML.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace NV::tool {
 
-// One row for each operation name, times in milliseconds.
+// The figures of all operations of one name. Times are in milliseconds.
 struct OperationFigures {
     std::string name;
     size_t count = 0;
@@ -20,25 +20,25 @@ struct OperationFigures {
     double maximum = 0;
 };
 
-// Finished operations only, in the order of their names.
+// Counts only finished operations. Sorted by name.
 std::vector<OperationFigures> figuresOf(const std::vector<Operation>& operations);
 
-// Calls as lines for people: time, name, result. Neighbours of one name and result share a line,
-// with their number and the sum of their times.
+// Calls as lines for people: time, name, result. Consecutive calls with the same name and result share
+// a line with their number and total time.
 struct CallLine {
     std::string text;
     bool failed = false;
 };
 std::vector<CallLine> describe(const std::vector<TokenCall>& calls);
 
-// "ok" or "NTE_INTERNAL_ERROR (0x8009002d)"; empty for an operation that is not finished.
+// "ok" or "NTE_INTERNAL_ERROR (0x8009002d)"; empty for an unfinished operation.
 std::string statusOf(const Operation& operation);
 
 Json toJson(const OperationFigures& figures);
-// `secrets`: show what messages say of secrets, too.
+// `secrets`: whether to show the secrets that messages contain.
 Json toJson(const Operation& operation, bool secrets);
 
-// A page that needs nothing else: each operation as a time line of its token calls.
+// A page without external resources: each operation as a time line of its token calls.
 std::string toHtml(const std::vector<Operation>& operations, const std::string& title,
                    bool secrets);
 

@@ -69,7 +69,7 @@ std::wstring fromAnsi(const std::string& text)
 // The same text in the ANSI code page.
 std::string toAnsi(const ConfigKey& key, const std::string& value)
 {
-    const std::wstring wide = toUtf16(value);
+    const std::wstring wide = fromUtf8(value);
     const auto length = static_cast<int>(wide.size());
     BOOL replaced = FALSE;
     const int size = WideCharToMultiByte(CP_ACP, WC_NO_BEST_FIT_CHARS, wide.data(), length, nullptr,

@@ -1,12 +1,14 @@
-// Loading the module or routing through CNG, and the calls that several commands need.
+// Loading the module or routing through CNG, and the operations that several commands need.
 
 #include "system/key_storage.h"
 
 #include <algorithm>
 #include <cstring>
 
-#include "command/commands.h"
+#include "base/curve.h"
 #include "failure.h"
+#include "nvvtoken/nvvtoken_name.h"
+#include "session.h"
 #include "system/registration.h"
 #include "text.h"
 
@@ -14,8 +16,8 @@ namespace NV::tool {
 
 namespace {
 
-// What the loader says when the module's attach handler was left by an exception: that happens when
-// its configuration is missing or wrong.
+// The loader's error when an exception leaves the module's attach handler, which happens when the
+// configuration is missing or invalid.
 constexpr DWORD refusedToAttach = 0x20474343;
 
 std::filesystem::path besideProgram(const wchar_t* name)
@@ -29,7 +31,7 @@ std::filesystem::path besideProgram(const wchar_t* name)
     return std::filesystem::path(path).replace_filename(name);
 }
 
-// The DLL beside this program; where the product is installed, it is in the system's folder alone.
+// The DLL beside this program. An installed product has the DLL only in the system's folder.
 std::filesystem::path defaultModule()
 {
     const std::filesystem::path beside = besideProgram(registeredImage);
@@ -40,7 +42,7 @@ std::filesystem::path defaultModule()
                : beside;
 }
 
-// The table of the module itself. The module stays loaded until the program ends.
+// The operation table of the module. The module stays loaded until the program ends.
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& file)
 {
     static HMODULE module = nullptr;
@@ -50,19 +52,19 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& fil
         throw Failure(
             toUtf8(file) + " does not load: " +
                 (error == refusedToAttach ? "it cannot read its configuration" : errorText(error)),
-            "\"keywarden check\" finds the reason.");
+            "Run \"keywarden check\" to find the reason.");
     }
     const auto getInterface = reinterpret_cast<GetKeyStorageInterfaceFn>(
         reinterpret_cast<void*>(GetProcAddress(module, "GetKeyStorageInterface")));
     if (getInterface == nullptr)
         throw Failure(toUtf8(file) + " is not a key storage provider");
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
-    getInterface(registeredProvider, &table, 0);
+    getInterface(providerName, &table, 0);
     return *table;
 }
 
-// NCrypt's functions in the shape of a provider's table: they need no provider handle beside a
-// key's or a secret's.
+// The functions of ncrypt.dll in the form of a provider's table. They take no provider handle in
+// addition to the handle of a key or a secret.
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfCng()
 {
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE table{};
@@ -131,8 +133,9 @@ void require(SECURITY_STATUS status, const std::string& what)
     if (status == NTE_USER_CANCELLED)
         advice = "The PIN dialog was cancelled.";
     else if (status == NTE_INTERNAL_ERROR)
-        advice = "The token refused; a wrong PIN is the usual reason. \"keywarden log\" shows the "
-                 "call that failed.";
+        advice =
+            "The token refused the operation, usually because of a wrong PIN. \"keywarden log\" "
+            "shows the call that failed.";
     throw Failure(what + " failed: " + statusText(status), advice);
 }
 
@@ -147,12 +150,12 @@ KeyStorage::KeyStorage(const Session& session)
     : table_(session.cng
                  ? tableOfCng()
                  : tableOfModule(session.module.empty() ? defaultModule() : session.module)),
-      advice_(session.cng ? "\"keywarden status\" says whether it is registered."
-                          : "\"keywarden check\" finds the reason.")
+      advice_(session.cng ? "Run \"keywarden status\" to see whether it is registered."
+                          : "Run \"keywarden check\" to find the reason.")
 {
-    const SECURITY_STATUS status = table_.OpenProvider(&handle_, registeredProvider, 0);
+    const SECURITY_STATUS status = table_.OpenProvider(&handle_, providerName, 0);
     if (status != ERROR_SUCCESS)
-        throw Failure("the provider does not open: " + statusText(status), advice_);
+        throw Failure("the provider cannot be opened: " + statusText(status), advice_);
 }
 
 KeyStorage::~KeyStorage()
@@ -173,12 +176,12 @@ std::vector<std::wstring> KeyStorage::keyNames() const
     if (state != nullptr)
         table_.FreeBuffer(state);
     if (status != NTE_NO_MORE_ITEMS)
-        throw Failure("the provider does not list its keys: " + statusText(status), advice_);
+        throw Failure("the provider cannot list its keys: " + statusText(status), advice_);
     return names;
 }
 
-// The names are asked for first: the provider remembers a name that it was asked for in vain, and
-// cannot list its keys any more.
+// Compares the name with the list first: after a request for a name that does not exist, the provider
+// can no longer list its keys.
 Key::Key(const KeyStorage& storage, const std::wstring& name) : storage_(storage)
 {
     const std::vector<std::wstring> names = storage_.keyNames();
@@ -194,9 +197,9 @@ Key::Key(const KeyStorage& storage, const wchar_t* blobType, Bytes blob) : stora
     require(storage_->ImportKey(storage_.handle(), 0, blobType, nullptr, &handle_, blob.data(),
                                 static_cast<DWORD>(blob.size()), 0),
             "importing the public key");
-    // A blob that the provider does not take comes back as success without a key.
+    // For a blob that it does not accept, the provider returns success and no key.
     if (handle_ == 0)
-        throw Failure("the provider does not take this public key");
+        throw Failure("the provider does not accept this public key");
 }
 
 Key::~Key()
@@ -209,7 +212,7 @@ std::wstring Key::text(const wchar_t* name) const
     DWORD size = 0;
     const auto read = [&](PBYTE output, DWORD room) {
         require(storage_->GetKeyProperty(storage_.handle(), handle_, name, output, room, &size, 0),
-                "reading \"" + toUtf8(std::wstring_view(name)) + "\"");
+                "reading \"" + toUtf8(name) + "\"");
     };
     read(nullptr, 0);
     std::wstring text(size / sizeof(wchar_t), L'\0');
@@ -251,8 +254,8 @@ DWORD bitsOfEcBlob(const Bytes& blob)
 {
     BCRYPT_ECCKEY_BLOB header{};
     std::memcpy(&header, blob.data(), std::min(blob.size(), sizeof header));
-    // The coordinates of P-521 are whole bytes.
-    return header.cbKey == 66 ? 521 : header.cbKey * 8;
+    const auto curve = std::ranges::find(cngCurves, header.cbKey, &Curve::coordinateSize);
+    return curve != cngCurves.end() ? curve->keyLength : header.cbKey * 8;
 }
 
 }  // namespace NV::tool

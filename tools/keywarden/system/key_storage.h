@@ -1,5 +1,5 @@
-// The key storage provider as this program calls it: through the module's own operation table, or
-// through the system's ncrypt.dll. Used by every command that works with keys.
+// Access to the key storage provider: through the module's own operation table, or through the
+// system's ncrypt.dll. Used by every command that works with keys.
 
 #pragma once
 
@@ -15,8 +15,8 @@ namespace NV::tool {
 
 struct Session;
 
-// An opened provider. The module reads its configuration from the user's profile while it is
-// loaded. Throws Failure when it cannot be loaded or opened, with what to do next.
+// An opened provider. The module reads its configuration from the user's profile when it is loaded.
+// The constructor throws Failure with an advice when the module cannot be loaded or opened.
 class KeyStorage {
 public:
     explicit KeyStorage(const Session& session);
@@ -33,15 +33,15 @@ public:
 private:
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE table_{};
     NCRYPT_PROV_HANDLE handle_ = 0;
-    const char* advice_;  // when the provider does not do what it always can
+    const char* advice_;  // for calls that succeed on every working provider
 };
 
-// An opened or imported key; closed at the end. The storage must outlive it.
+// An opened or imported key; the destructor closes it. The storage must outlive it.
 class Key {
 public:
-    // Throws Failure when the provider has no key of that name, with the names that it has.
+    // Throws Failure when the provider has no key of that name. The advice lists its keys.
     Key(const KeyStorage& storage, const std::wstring& name);
-    // A public key blob of CNG's (BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB).
+    // Imports one of CNG's public key blobs (BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB).
     Key(const KeyStorage& storage, const wchar_t* blobType, Bytes blob);
     ~Key();
     Key(const Key&) = delete;
@@ -50,15 +50,15 @@ public:
     NCRYPT_KEY_HANDLE handle() const { return handle_; }
     const KeyStorage& storage() const { return storage_; }
 
-    // A text property without its terminator. Throws Failure when there is none.
+    // A text property without its terminator. Throws Failure when the key does not have it.
     std::wstring text(const wchar_t* name) const;
 
-    // "RSA" or "ECDSA", whatever the curve.
+    // False for a key on any elliptic curve.
     bool isRsa() const;
 
-    // The public key as CNG's blob.
+    // The public key as a blob of CNG.
     Bytes publicBlob() const;
-    // Of the modulus, or of the curve.
+    // Length of the modulus, or of the curve.
     DWORD bits() const;
 
 private:
@@ -66,15 +66,15 @@ private:
     NCRYPT_KEY_HANDLE handle_ = 0;
 };
 
-// Of the curve of a BCRYPT_ECCPUBLIC_BLOB.
+// Length of the curve of a BCRYPT_ECCPUBLIC_BLOB, in bits.
 DWORD bitsOfEcBlob(const Bytes& blob);
 
-// Throws Failure "<what> failed: <status>" unless the status is ERROR_SUCCESS. A cancelled dialog
-// and a refused PIN get their advice here.
+// Throws Failure "<what> failed: <status>" unless the status is ERROR_SUCCESS. Adds an advice for a
+// cancelled dialog and for a PIN that the token refused.
 void require(SECURITY_STATUS status, const std::string& what);
 
-// Where the dialog cannot be shown, the provider has an empty PIN, does nothing, and says
-// ERROR_SUCCESS. Then there is no result, and this throws Failure.
+// Throws Failure when a successful call gave no result: if the provider cannot show the PIN dialog, it
+// takes the PIN for empty, does nothing, and returns ERROR_SUCCESS.
 void requireResult(bool given, const std::string& what);
 
 }  // namespace NV::tool

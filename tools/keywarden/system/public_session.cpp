@@ -1,7 +1,8 @@
-// The calls of a session without login.
+// Reading a token without a login.
 
 #include "system/public_session.h"
 
+#include <algorithm>
 #include <array>
 
 #include "p11/p11text.h"

@@ -1,14 +1,16 @@
-// A session without login: what any program may see of a token.
+// What a program can read from a token without a login: the slot that the provider uses, and a
+// session on it.
 
 #pragma once
 
 #include "base/encoding.h"
+#include "p11/module.h"
 #include "p11/p11.h"
 
 namespace NV::tool {
 
-// The library is initialised for as long as the object lives. Its callers must not use the same
-// library in another way meanwhile.
+// Keeps the library initialised while the object exists. The caller must not use the same library in
+// another way during that time.
 class PublicSession {
 public:
     PublicSession(Pkcs11& p11, CK_SLOT_ID slot);
@@ -20,7 +22,7 @@ public:
     CK_RV result() const { return rv_; }
     CK_SESSION_HANDLE handle() const { return handle_; }
 
-    // Whether the token shows a public key object with that CKA_ID.
+    // Whether the token has a visible public key object with that CKA_ID.
     bool hasPublicKey(const Bytes& id);
 
 private:

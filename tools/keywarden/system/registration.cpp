@@ -1,4 +1,4 @@
-// Registering with CNG, in two steps each of which can be taken back.
+// Registration with CNG, in two steps that can each be undone.
 
 #include "system/registration.h"
 
@@ -8,9 +8,10 @@
 #include <memory>
 
 #include "failure.h"
+#include "nvvtoken/nvvtoken_name.h"
 #include "text.h"
 
-// Exported by bcrypt.dll; MinGW-w64 declares the structures alone.
+// Exported by bcrypt.dll; MinGW-w64 declares only the structures.
 extern "C" {
 NTSTATUS WINAPI BCryptRegisterProvider(LPCWSTR pszProvider, ULONG dwFlags,
                                        PCRYPT_PROVIDER_REG pReg);
@@ -33,6 +34,10 @@ constexpr auto accessDenied = static_cast<NTSTATUS>(0xC0000022);
 constexpr auto nameNotFound = static_cast<NTSTATUS>(0xC0000034);
 constexpr auto nameCollision = static_cast<NTSTATUS>(0xC0000035);
 constexpr auto notFound = static_cast<NTSTATUS>(0xC0000225);
+
+constexpr const char* runAsAdministrator =
+    "Open a terminal with \"Run as administrator\" and repeat the command.";
+constexpr const char* statusAdvice = "Run \"keywarden status\" to see the current registration.";
 
 struct NtStatusName {
     NTSTATUS status;
@@ -65,7 +70,8 @@ bool sameText(const wchar_t* left, const wchar_t* right)
     return left != nullptr && CompareStringOrdinal(left, -1, right, -1, TRUE) == CSTR_EQUAL;
 }
 
-// The structures that BCryptRegisterProvider takes. They point at each other, so they stay in place.
+// The structures for BCryptRegisterProvider. They contain pointers to each other, so the object is
+// neither copied nor moved.
 class OwnRegistration {
 public:
     OwnRegistration() = default;
@@ -76,7 +82,7 @@ public:
     PCRYPT_PROVIDER_REG get() { return &provider_; }
 
 private:
-    // CNG's structures have no const; it only reads what it is given here.
+    // The structures of CNG have no const, but CNG only reads them here.
     std::wstring imageName_ = registeredImage;
     std::wstring functionName_ = NCRYPT_KEY_STORAGE_ALGORITHM;
     std::array<PWSTR, 1> functions_ = {functionName_.data()};
@@ -87,7 +93,7 @@ private:
     CRYPT_PROVIDER_REG provider_ = {0, nullptr, &image_, nullptr};
 };
 
-// Whether the registration is the one of the class above.
+// Whether the registration is the same as that of OwnRegistration.
 bool isOwn(const CRYPT_PROVIDER_REG& provider)
 {
     const CRYPT_IMAGE_REG* image = provider.pUM;
@@ -102,9 +108,9 @@ bool isOwn(const CRYPT_PROVIDER_REG& provider)
 template <typename T>
 using CngBuffer = std::unique_ptr<T, VOID(WINAPI*)(PVOID)>;
 
-[[noreturn]] void refuseToTell(const char* call, NTSTATUS status)
+[[noreturn]] void queryRefused(const char* call, NTSTATUS status)
 {
-    throw Failure("CNG does not tell what is registered: " + std::string(call) + " answers " +
+    throw Failure("CNG does not report what is registered: " + std::string(call) + " returned " +
                   nameOf(status));
 }
 
@@ -114,9 +120,9 @@ CngBuffer<CRYPT_PROVIDER_REG> queryProvider(const CngSystem& system)
     ULONG size = 0;
     PCRYPT_PROVIDER_REG provider = nullptr;
     const NTSTATUS status = system.queryProviderRegistration(
-        registeredProvider, CRYPT_UM, NCRYPT_KEY_STORAGE_INTERFACE, &size, &provider);
+        providerName, CRYPT_UM, NCRYPT_KEY_STORAGE_INTERFACE, &size, &provider);
     if (status != done && !isMissing(status))
-        refuseToTell("BCryptQueryProviderRegistration", status);
+        queryRefused("BCryptQueryProviderRegistration", status);
     return {status == done ? provider : nullptr, system.freeBuffer};
 }
 
@@ -130,10 +136,10 @@ bool isListed(const CngSystem& system)
     if (isMissing(status))
         return false;
     if (status != done)
-        refuseToTell("BCryptEnumContextFunctionProviders", status);
+        queryRefused("BCryptEnumContextFunctionProviders", status);
     const CngBuffer<CRYPT_CONTEXT_FUNCTION_PROVIDERS> owner(providers, system.freeBuffer);
     for (ULONG i = 0; owner != nullptr && i < owner->cProviders; ++i) {
-        if (sameText(owner->rgpszProviders[i], registeredProvider))
+        if (sameText(owner->rgpszProviders[i], providerName))
             return true;
     }
     return false;
@@ -143,35 +149,33 @@ NTSTATUS addToList(const CngSystem& system)
 {
     return system.addContextFunctionProvider(
         CRYPT_LOCAL, CRYPT_DEFAULT_CONTEXT, NCRYPT_KEY_STORAGE_INTERFACE,
-        NCRYPT_KEY_STORAGE_ALGORITHM, registeredProvider, CRYPT_PRIORITY_BOTTOM);
+        NCRYPT_KEY_STORAGE_ALGORITHM, providerName, CRYPT_PRIORITY_BOTTOM);
 }
 
 NTSTATUS removeFromList(const CngSystem& system)
 {
     return system.removeContextFunctionProvider(CRYPT_LOCAL, CRYPT_DEFAULT_CONTEXT,
                                                 NCRYPT_KEY_STORAGE_INTERFACE,
-                                                NCRYPT_KEY_STORAGE_ALGORITHM, registeredProvider);
+                                                NCRYPT_KEY_STORAGE_ALGORITHM, providerName);
 }
 
 void requireElevation(const CngSystem& system, const char* command)
 {
     if (!system.elevated)
         throw Failure(std::string("only an administrator may ") + command +
-                          " a provider, and this process has no administrator's rights",
-                      "Open a terminal by \"Run as administrator\" and repeat the command.");
+                          " a provider, and this process does not have administrator rights",
+                      runAsAdministrator);
 }
 
-// Throws the Failure of a refused call; undone is the answer of the call that put an earlier one
-// back, if there was one.
+// Throws the Failure for a refused call. `undone` is the status of the call that was to undo an
+// earlier one, or success if there was none.
 [[noreturn]] void refused(const char* call, NTSTATUS status, NTSTATUS undone)
 {
-    std::string reason = "CNG refuses: " + std::string(call) + " answers " + nameOf(status);
-    std::string advice = status == accessDenied
-                             ? "Open a terminal by \"Run as administrator\" and repeat the command."
-                             : "";
+    std::string reason = "CNG refused: " + std::string(call) + " returned " + nameOf(status);
+    std::string advice = status == accessDenied ? runAsAdministrator : "";
     if (undone != done) {
-        reason += "; and the step before it cannot be taken back: " + nameOf(undone);
-        advice = "\"keywarden status\" shows what is left.";
+        reason += "; the previous step could not be undone: " + nameOf(undone);
+        advice = "Run \"keywarden status\" to see what is left.";
     }
     throw Failure(reason, advice);
 }
@@ -227,16 +231,16 @@ Change registerModule(const CngSystem& system)
     const Registration before = readRegistration(system);
     if (before.complete())
         return Change::none;
-    // Another registration of the name is put back when the second step fails.
+    // If the second step fails, an existing registration of the same name is restored.
     const CngBuffer<CRYPT_PROVIDER_REG> earlier =
         before.present ? queryProvider(system)
                        : CngBuffer<CRYPT_PROVIDER_REG>(nullptr, system.freeBuffer);
     bool written = false;
     if (!before.asWritten) {
         OwnRegistration own;
-        const NTSTATUS status = system.registerProvider(
-            registeredProvider, before.present ? CRYPT_OVERWRITE : 0, own.get());
-        // Where CNG cannot be asked beforehand, it says only now that the provider is there.
+        const NTSTATUS status =
+            system.registerProvider(providerName, before.present ? CRYPT_OVERWRITE : 0, own.get());
+        // If CNG cannot be queried, it reports only here that the provider already exists.
         if (status != done && status != nameCollision)
             refused("BCryptRegisterProvider", status, done);
         written = status == done;
@@ -246,17 +250,16 @@ Change registerModule(const CngSystem& system)
         if (status != done && status != nameCollision) {
             NTSTATUS undone = done;
             if (written)
-                undone = earlier ? system.registerProvider(registeredProvider, CRYPT_OVERWRITE,
-                                                           earlier.get())
-                                 : system.unregisterProvider(registeredProvider);
+                undone = earlier
+                             ? system.registerProvider(providerName, CRYPT_OVERWRITE, earlier.get())
+                             : system.unregisterProvider(providerName);
             refused("BCryptAddContextFunctionProvider", status, undone);
         }
     }
     if (!before.known)
         return Change::unconfirmed;
     if (!readRegistration(system).complete())
-        throw Failure("CNG took the registration, but does not show it",
-                      "\"keywarden status\" shows what it has.");
+        throw Failure("CNG accepted the registration, but does not report it", statusAdvice);
     return Change::made;
 }
 
@@ -274,7 +277,7 @@ Change unregisterModule(const CngSystem& system)
         removed = status == done;
     }
     if (!before.known || before.present) {
-        const NTSTATUS status = system.unregisterProvider(registeredProvider);
+        const NTSTATUS status = system.unregisterProvider(providerName);
         if (status != done && !isMissing(status))
             refused("BCryptUnregisterProvider", status, removed ? addToList(system) : done);
         removed = removed || status == done;
@@ -282,8 +285,7 @@ Change unregisterModule(const CngSystem& system)
     if (!before.known)
         return removed ? Change::unconfirmed : Change::none;
     if (!readRegistration(system).absent())
-        throw Failure("CNG took the calls, but still shows the registration",
-                      "\"keywarden status\" shows what it has.");
+        throw Failure("CNG accepted the calls, but still reports the registration", statusAdvice);
     return Change::made;
 }
 

@@ -1,5 +1,5 @@
-// The module's registration with CNG as a key storage provider: two entries of the machine, one that
-// names the provider and its DLL, one that puts it among the key storage providers that are offered.
+// The module's registration with CNG as a key storage provider. It has two machine-wide entries: one
+// names the provider and its DLL, the other adds it to the list of key storage providers.
 
 #pragma once
 
@@ -10,11 +10,10 @@
 
 namespace NV::tool {
 
-inline constexpr const wchar_t* registeredProvider = L"Norvanta Software KeyStore Provider";
-// A bare file name: CNG looks for it in the system's folder.
+// A file name without a path: CNG looks for it in the system's folder.
 inline constexpr const wchar_t* registeredImage = L"nvksprovider.dll";
 
-// What registration needs of the system. Tests put their own functions here.
+// The functions and facts of the system that registration needs. Tests replace them.
 struct CngSystem {
     NTSTATUS(WINAPI* registerProvider)(LPCWSTR provider, ULONG flags, PCRYPT_PROVIDER_REG reg);
     NTSTATUS(WINAPI* unregisterProvider)(LPCWSTR provider);
@@ -30,10 +29,10 @@ struct CngSystem {
      PCRYPT_CONTEXT_FUNCTION_PROVIDERS* providers);
     VOID(WINAPI* freeBuffer)(PVOID buffer);
 
-    // Whether the two functions that read can be called. Wine has them by name alone: calling one
-    // ends the process.
+    // Whether the two functions that read can be called. Wine only exports their names: a call ends
+    // the process.
     bool answersQueries;
-    // Whether this process has an administrator's rights.
+    // Whether this process has administrator rights.
     bool elevated;
     std::filesystem::path systemFolder;
 };
@@ -41,30 +40,30 @@ struct CngSystem {
 // bcrypt.dll and this process.
 CngSystem thisSystem();
 
-// What is registered now.
+// The current registration.
 struct Registration {
-    bool known = false;          // false: the system cannot be asked, and nothing below is set
+    bool known = false;          // false: the system cannot be queried, and nothing below is set
     bool present = false;        // CNG knows a key storage provider of the name
-    bool asWritten = false;      // and everything about it is what registerModule writes
-    bool listed = false;         // it is among the key storage providers that CNG offers
-    std::wstring image;          // its DLL, as it is registered
-    std::filesystem::path file;  // where CNG looks for that DLL; empty when nothing is registered
+    bool asWritten = false;      // and its entry is exactly what registerModule writes
+    bool listed = false;         // it is in CNG's list of key storage providers
+    std::wstring image;          // its DLL, as registered
+    std::filesystem::path file;  // where CNG looks for that DLL; empty if nothing is registered
 
     bool complete() const { return present && asWritten && listed; }
     bool absent() const { return !present && !listed; }
 };
 
-// Throws Failure when CNG refuses to tell.
+// Throws Failure when CNG refuses a query.
 Registration readRegistration(const CngSystem& system);
 
 enum class Change {
-    none,        // it was so already
-    made,        // and seen to be so now
-    unconfirmed  // CNG took the calls, but cannot be asked what came of them
+    none,        // nothing had to be changed
+    made,        // changed, and confirmed by a query
+    unconfirmed  // the calls succeeded, but CNG cannot be queried
 };
 
-// Both need an administrator's rights, and throw Failure when they are missing or when CNG refuses.
-// What a call had changed before a later one was refused is put back.
+// Both throw Failure without administrator rights, or when CNG refuses a call. Before that they undo
+// the changes of the calls that succeeded.
 Change registerModule(const CngSystem& system);
 Change unregisterModule(const CngSystem& system);
 

@@ -1,20 +1,16 @@
-// keywarden log as a whole: what it prints of a log, and the page that it writes.
+// keywarden log: what it prints about a log, and the page that it writes.
 
 #include <gtest/gtest.h>
 
 #include <string>
 
+#include "contains.h"
 #include "log_text.h"
 #include "tool_program.h"
 
 namespace NV::test {
 
 namespace {
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 class LogCommand : public testing::Test {
 protected:
@@ -95,7 +91,7 @@ TEST_F(LogCommand, HasItsShapeAsJson)
     EXPECT_TRUE(open["elapsed"].is_null());
 }
 
-TEST_F(LogCommand, KeepsToOneOperationAndToSlowOnes)
+TEST_F(LogCommand, FiltersByNameAndBySlowness)
 {
     Json document = profile.json({"log", file, "--op", "OpenKey"}, 0);
     EXPECT_EQ(document["operations"].size(), 1U);
@@ -122,7 +118,7 @@ TEST_F(LogCommand, WritesThePage)
     EXPECT_EQ(profile.json({"log", file, "--html", narrowPath(page)}, 0)["html"], narrowPath(page));
 }
 
-TEST_F(LogCommand, SaysWhenThePageCannotBeWritten)
+TEST_F(LogCommand, ReportsAPageThatCannotBeWritten)
 {
     const ChildResult result =
         profile.run({"log", file, "--html", narrowPath(folder.path() / "no" / "odd.html")});
@@ -130,7 +126,7 @@ TEST_F(LogCommand, SaysWhenThePageCannotBeWritten)
     EXPECT_TRUE(contains(result.output, "cannot be written: ")) << result.output;
 }
 
-TEST_F(LogCommand, TakesTheNewestOfTheConfiguredFolder)
+TEST_F(LogCommand, ReadsTheNewestLogOfTheConfiguredFolder)
 {
     profile.writeConfig("p11File=x\nlogStore=~\\l\nlogRotate=7\n");
     ChildResult result = profile.run({"log"});
@@ -145,7 +141,7 @@ TEST_F(LogCommand, TakesTheNewestOfTheConfiguredFolder)
     EXPECT_EQ(document["operations"].size(), 1U);
 }
 
-TEST_F(LogCommand, SaysWhenThereIsNoConfiguration)
+TEST_F(LogCommand, ReportsAMissingConfiguration)
 {
     const ChildResult result = profile.run({"log"});
     EXPECT_EQ(result.exitCode, 1U);

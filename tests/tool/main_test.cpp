@@ -1,10 +1,11 @@
-// What all commands share: help, exit codes, standard output without a terminal.
+// The command line as a whole: help, exit codes, standard output without a terminal.
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
+#include "contains.h"
 #include "tool_program.h"
 
 namespace NV::test {
@@ -14,11 +15,6 @@ namespace {
 const std::vector<std::string> commands = {"init",     "check",      "keys",   "sign",   "verify",
                                            "encrypt",  "decrypt",    "export", "derive", "log",
                                            "register", "unregister", "status"};
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 TEST(CommandLine, HelpListsTheCommands)
 {
@@ -43,7 +39,7 @@ TEST(CommandLine, EachCommandHasHelp)
     }
 }
 
-TEST(CommandLine, TellsItsVersion)
+TEST(CommandLine, PrintsItsVersion)
 {
     const ChildResult result = runTool({"--version"});
     EXPECT_EQ(result.exitCode, 0U);
@@ -78,11 +74,11 @@ TEST(CommandLine, WrongUsageIsExitCode2)
 TEST(CommandLine, NamesTheUnknownCommand)
 {
     const ChildResult result = runTool({"chekc"});
-    EXPECT_TRUE(contains(result.output, "there is no command \"chekc\"")) << result.output;
+    EXPECT_TRUE(contains(result.output, "unknown command \"chekc\"")) << result.output;
     EXPECT_TRUE(contains(result.output, "keywarden --help")) << result.output;
 }
 
-TEST(CommandLine, OptionsOfAllCommandsStandAnywhere)
+TEST(CommandLine, CommonOptionsWorkAnywhere)
 {
     const TemporaryFolder folder;
     const std::string profile = narrowPath(folder.path());
@@ -97,7 +93,7 @@ TEST(CommandLine, OptionsOfAllCommandsStandAnywhere)
     }
 }
 
-TEST(CommandLine, AFailureIsADocumentToo)
+TEST(CommandLine, PrintsAFailureAsJson)
 {
     const TemporaryFolder folder;
     const std::string file = narrowPath(folder.path() / "no.log");

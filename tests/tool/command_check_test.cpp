@@ -1,4 +1,4 @@
-// keywarden check as a whole: what it prints, and its exit codes.
+// keywarden check: what it prints, and its exit codes.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ namespace {
 
 class CheckCommand : public testing::Test {
 protected:
-    // A token with a certificate that no store has seen.
+    // A token with a certificate that is in no store.
     CheckCommand()
     {
         const Bytes der = certificateWithSerial("rsa2048", 815);
@@ -29,7 +29,6 @@ protected:
     ChildOptions options;
 };
 
-// "ok     slots: ..." and the lines below it.
 TEST_F(CheckCommand, PrintsStepsDetailsAndAdvice)
 {
     const ChildResult result = profile.run({"check"}, options);
@@ -42,11 +41,12 @@ TEST_F(CheckCommand, PrintsStepsDetailsAndAdvice)
         << text;
     EXPECT_NE(text.find("note    published: 1 certificates are not in \"My\" yet\n"
                         "          7391\n"
-                        "        > The first opening of the provider publishes them"),
+                        "        > The provider publishes them when it opens."),
               std::string::npos)
         << text;
     EXPECT_EQ(text.find("FAILED"), std::string::npos) << text;
-    EXPECT_EQ(text.find('\x1b'), std::string::npos) << "colours, but no terminal";
+    EXPECT_TRUE(text.ends_with("\nNo problems found.\n")) << text;
+    EXPECT_EQ(text.find('\x1b'), std::string::npos) << "colours without a terminal";
 }
 
 TEST_F(CheckCommand, CountsWhatFailed)

@@ -1,0 +1,112 @@
+#!/bin/bash
+# Compares docs/commands.md with the help of keywarden: its commands, and the options of each with their
+# placeholders and defaults. Prints "ok NAME" or "FAIL NAME: reason" for each check, then the counts. The
+# status is 1 if a check failed.
+#   tests/tool/commands_test.sh [PAGE]
+set -euo pipefail
+
+root=$(cd "$(dirname "$0")/../.." && pwd)
+page=${1:-$root/docs/commands.md}
+program=${KEYWARDEN_BUILD:-$root/build/windows}/bin/keywarden.exe
+# shellcheck source=tests/support/checks.sh
+. "$root/tests/support/checks.sh"
+
+# help [COMMAND]: prints the help of the program or of the command.
+help()
+{
+    "$root/cmake/run-under-wine" "$program" "$@" --help | tr -d '\r'
+}
+
+# commandsOfHelp: prints the names of the subcommands in a help text.
+commandsOfHelp()
+{
+    sed -n '/^Subcommands:/,/^$/s/^  \([a-z]*\) .*/\1/p'
+}
+
+# optionsOfHelp: prints a line for each option and argument in a help text: "--hash HASH = sha256". A
+# default of several words is text for people and is omitted.
+optionsOfHelp()
+{
+    awk '
+        /^Subcommands:/ { exit }
+        /^  [-A-Z]/ {
+            option = substr($0, 3)
+            value = ""
+            if (match(option, /\(default: [^ ]*\)$/))
+                value = " = " substr(option, RSTART + 10, RLENGTH - 11)
+            sub(/ ( .*|Excludes: .*|TEXT REQUIRED .*)$/, "", option)
+            print option value
+        }' | LC_ALL=C sort
+}
+
+# commandsOfPage: prints the names of the commands that have a section.
+commandsOfPage()
+{
+    sed -n 's/^## keywarden \([a-z]*\)$/\1/p' "$page"
+}
+
+# optionsOfPage HEADING: prints the options in that section's table in the form of optionsOfHelp. A default
+# that is not one word marked as code is text for people.
+optionsOfPage()
+{
+    awk -v heading="## $1" '
+        /^## / { inside = $0 == heading; table = 0 }
+        inside && /^\| option \|/ { table = 1; next }
+        !/^\|/ { table = 0 }
+        inside && table && !/^\| ---/ {
+            gsub(/\\\|/, "\a")
+            split($0, cells, / *\| */)
+            option = cells[2]
+            gsub(/`, `/, ",", option)
+            gsub(/[`]/, "", option)
+            if (cells[3] ~ /^`[^` ]*`$/) {
+                gsub(/`/, "", cells[3])
+                option = option " = " cells[3]
+            }
+            gsub(/\a/, "|", option)
+            print option
+        }' "$page" | LC_ALL=C sort
+}
+
+# same HELP PAGE: prints what only one of the two texts has.
+same()
+{
+    diff <(printf '%s\n' "$1") <(printf '%s\n' "$2") |
+        sed -n 's/^< /only in the help: /p; s/^> /only on the page: /p'
+}
+
+checkCommands()
+{
+    same "$(help | commandsOfHelp | sort)" "$(commandsOfPage | sort)"
+}
+
+checkCommonOptions()
+{
+    same "$(help | optionsOfHelp)" "$(optionsOfPage "Options of all commands")"
+}
+
+# checkOptions COMMAND: --help is among the options of all commands.
+checkOptions()
+{
+    local text
+    text=$(help "$1") || return 1
+    grep -q '^  -h,--help ' <<<"$text" || echo "it has no --help"
+    same "$(optionsOfHelp <<<"$text" | sed '/^-h,--help$/d')" "$(optionsOfPage "keywarden $1")"
+}
+
+checkLinks()
+{
+    local command
+    for command in $(commandsOfPage); do
+        grep -q "^| .*\[$command\](#keywarden-$command)" "$page" || echo "no link to $command"
+    done
+}
+
+check "the page has all commands" checkCommands
+check "the page has the options of all commands" checkCommonOptions
+for command in $(commandsOfPage); do
+    check "the page has the options of $command" checkOptions "$command"
+done
+check "the page has a link to each command" checkLinks
+echo "commands: $passed passed, $failed failed"
+[ "$failed" -eq 0 ]

@@ -1,0 +1,60 @@
+// Options that several commands have.
+
+#include "command/options.h"
+
+#include <CLI/CLI.hpp>
+
+#include "formats/hashing.h"
+#include "session.h"
+#include "text.h"
+
+namespace NV::tool {
+
+void addModuleOptions(CLI::App& command, Session& session)
+{
+    auto* cng = command.add_flag(
+        "--cng", session.cng, "Use the provider through CNG (ncrypt.dll); it must be registered");
+    command
+        .add_option_function<std::string>(
+            "--module", [&session](const std::string& path) { session.module = toPath(path); },
+            "Module to use (default: nvksprovider.dll beside this program, else the installed one)")
+        ->option_text("DLL")
+        ->excludes(cng);
+}
+
+void addFileArgument(CLI::App& command, std::string& file, const std::string& help)
+{
+    command.add_option("FILE", file, help)->required();
+}
+
+void addKeyOption(CLI::App& command, std::string& name, const std::string& what)
+{
+    command.add_option("--key", name, "Name of " + what + ", as listed by \"keywarden keys\"")
+        ->required()
+        ->option_text("NAME");
+}
+
+void addHashOption(CLI::App& command, std::string& hash, const std::string& help)
+{
+    command
+        .add_option("--hash", hash,
+                    help + ": sha1, sha256, sha384 or sha512 (default: " + hash + ")")
+        ->option_text("HASH")
+        ->check(checkHashName);
+}
+
+void addChoiceOption(CLI::App& command, const std::string& option, std::string& value,
+                     const std::vector<std::string>& choices, const std::string& help)
+{
+    command.add_option(option, value, help + " (default: " + value + ")")
+        ->option_text(CLI::detail::join(choices, "|"))
+        ->check(CLI::IsMember(choices));
+}
+
+void addOutputOption(CLI::App& command, std::string& file, const std::string& placeholder,
+                     const std::string& help)
+{
+    command.add_option("-o,--output", file, help)->required()->option_text(placeholder);
+}
+
+}  // namespace NV::tool
