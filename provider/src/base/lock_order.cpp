@@ -1,4 +1,4 @@
-// The watch over the order of locks. Not part of the module that is shipped.
+// The check of the order of locks. Not part of the module that is shipped.
 
 #include "base/lock_order.h"
 
@@ -16,8 +16,8 @@ struct HeldLock {
     LockRank rank;
 };
 
-// The locks that a thread holds, in the order in which it took them. Has nothing to construct or to
-// destroy, so that a thread may use it from its first to its last moment.
+// The locks that a thread has, in the order in which it took them. Without a constructor and a
+// destructor, so that a thread can use it at any time of its life.
 struct HeldLocks {
     std::array<HeldLock, 16> locks;
     size_t count;

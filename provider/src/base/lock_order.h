@@ -1,5 +1,5 @@
-// The order in which a thread may take the module's locks, and the watch over it, which stands in
-// the build of the tests only. For mutex.h.
+// The order in which a thread may take the module's locks, and the check of that order, which only the
+// tests' build contains. For mutex.h.
 
 #pragma once
 
@@ -16,21 +16,21 @@ enum class LockRank : uint8_t {
     callLayer,
     log,
     severeLog,  // a crash report may come in the middle of an ordinary record
-    leaf,       // of the small locks that nothing else is done under
+    leaf,       // the small locks under which no other lock is taken
 };
 
 #ifdef KEYWARDEN_CHECK_LOCK_ORDER
 
-// A lock's place in the order. What breaks the order ends the process at once, with an illegal
+// A lock's place in the order. A thread that breaks the order ends the process at once, with an illegal
 // instruction, after a line on standard error that names both ranks.
 class LockOrder {
 public:
     explicit LockOrder(LockRank rank) : rank_(rank) {}
 
-    // Before this thread waits for the lock: it holds none of this rank or a higher one.
+    // Called before this thread waits for the lock: checks that it has none of this rank or a higher one.
     void expectFree() const;
+    // Called when this thread has taken or released the lock.
     void taken() const;
-    // This thread has taken the lock.
     void released() const;
 
 private:
@@ -39,7 +39,7 @@ private:
 
 #else
 
-// Takes neither room nor time.
+// Costs neither memory nor time.
 class LockOrder {
 public:
     explicit LockOrder(LockRank) {}

@@ -6,12 +6,13 @@
 #include <mutex>
 
 #include "base/lock_order.h"
+#include "base/thread_annotations.h"
 
 namespace NV {
 
 // One std::mutex, not recursive. Locking throws std::system_error when the platform refuses, and
 // no caller catches that. Use it with std::lock_guard or std::unique_lock.
-class Mutex {
+class NV_CAPABILITY("mutex") Mutex {
 public:
     explicit Mutex(LockRank rank) : order_(rank) {}
     Mutex(const Mutex&) = delete;
@@ -19,15 +20,15 @@ public:
     virtual ~Mutex() = default;
 
     // The names are the standard library's, so that its guards take a Mutex.
-    void lock()
+    void lock() NV_ACQUIRE()
     {
         order_.expectFree();
         mutex_.lock();
         order_.taken();
     }
 
-    // Out of order as well: whoever does not wait can stand in nobody's way.
-    bool try_lock()
+    // May be called out of order: a thread that does not wait cannot cause a deadlock.
+    bool try_lock() NV_TRY_ACQUIRE(true)
     {
         if (!mutex_.try_lock())
             return false;
@@ -35,16 +36,16 @@ public:
         return true;
     }
 
-    void unlock()
+    void unlock() NV_RELEASE()
     {
         order_.released();
         mutex_.unlock();
     }
 
-    // Waits until the condition is notified and the predicate holds. The caller holds the lock, and
-    // holds it again afterwards.
+    // Waits until the condition is notified and the predicate is true. The caller has the lock before
+    // and after the call.
     template <typename Predicate>
-    void wait(std::condition_variable& condition, const Predicate& predicate)
+    void wait(std::condition_variable& condition, const Predicate& predicate) NV_REQUIRES(this)
     {
         std::unique_lock guard(mutex_, std::adopt_lock);
         condition.wait(guard, predicate);
@@ -57,3 +58,19 @@ private:
 };
 
 }  // namespace NV
+
+#ifdef __clang__
+// The standard library's guard for a Mutex, with the annotations that the library does not have.
+// Without them the analysis would not see that a guard takes the lock.
+template <>
+class NV_SCOPED_CAPABILITY std::lock_guard<NV::Mutex> {
+public:
+    explicit lock_guard(NV::Mutex& mutex) NV_ACQUIRE(mutex) : mutex_(mutex) { mutex_.lock(); }
+    lock_guard(const lock_guard&) = delete;
+    lock_guard& operator=(const lock_guard&) = delete;
+    ~lock_guard() NV_RELEASE() { mutex_.unlock(); }
+
+private:
+    NV::Mutex& mutex_;
+};
+#endif

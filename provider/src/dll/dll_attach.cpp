@@ -31,7 +31,7 @@ Handler previousHandlers[std::size(handledSignals)];
 bool attached = false;
 
 // The handler's name in the log, for what it does through the functions here.
-constexpr NV::Site dllMain{"DllMain", 7, NV_HERE.file, __LINE__};
+constexpr NV::Site dllMain = NV::makeSite("DllMain", __FILE__, __LINE__);
 
 // The switch that DisableThreadLibraryCalls turns off has no effect on a module with thread-local
 // storage, so that the lines are kept away here.

@@ -84,15 +84,15 @@ private:
     using ByHandle = std::map<NCRYPT_KEY_HANDLE, std::unique_ptr<P11KeyObject>>;
 
     template <typename Key>
-    NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source);
+    NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source) NV_REQUIRES(lock_);
 
     // The destructor empties the maps in an order of its own: opened, ephemeral, managed.
     Mutex lock_{LockRank::keyStore};
-    std::map<std::wstring, std::unique_ptr<P11KeyObject>> managedKeys_;
+    std::map<std::wstring, std::unique_ptr<P11KeyObject>> managedKeys_ NV_GUARDED_BY(lock_);
     // What keyAt has made of managedKeys_, so that a position need not be counted out each time.
-    std::vector<P11KeyObject*> keysInOrder_;
-    ByHandle openedKeys_;
-    ByHandle ephemeralKeys_;
+    std::vector<P11KeyObject*> keysInOrder_ NV_GUARDED_BY(lock_);
+    ByHandle openedKeys_ NV_GUARDED_BY(lock_);
+    ByHandle ephemeralKeys_ NV_GUARDED_BY(lock_);
 };
 
 }  // namespace NV

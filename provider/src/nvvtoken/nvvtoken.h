@@ -201,7 +201,7 @@ public:
 
     // Destroys every provider; for process detach. Takes no lock and waits for nobody: the other
     // threads of the process may be gone, with locks in their hands.
-    void clear();
+    void clear() NV_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
     ProviderManager() = default;
@@ -214,8 +214,8 @@ private:
 
     // Guards the map and the visits while they are read or changed, never longer.
     Mutex mapLock_{LockRank::leaf};
-    std::map<NCRYPT_PROV_HANDLE, Provider*> providers_;
-    std::map<Provider*, unsigned> visits_;
+    std::map<NCRYPT_PROV_HANDLE, Provider*> providers_ NV_GUARDED_BY(mapLock_);
+    std::map<Provider*, unsigned> visits_ NV_GUARDED_BY(mapLock_);
     std::condition_variable visitEnded_;
 };
 

@@ -153,7 +153,8 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
     quietly([&] { NV_AT(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
     {
         const std::lock_guard guard(mapLock_);
-        mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider); });
+        mapLock_.wait(visitEnded_,
+                      [&]() NV_REQUIRES(mapLock_) { return !visits_.contains(provider); });
     }
     // Its library is finalised once more: not inside another provider's sequence.
     const std::lock_guard guard(sequenceLock());
