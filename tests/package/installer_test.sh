@@ -322,7 +322,7 @@ checkUserFiles()
 # first one ends in a blank.
 nextWindow()
 {
-    local i id
+    local id
     for _ in $(seq 300); do
         for id in $(xdotool search --onlyvisible --name "^$product Uninstall ?$" 2>/dev/null); do
             if [[ " $windowsSeen " != *" $id "* ]]; then
