@@ -20,22 +20,9 @@ scriptBenchmarks=(fleet)
 bench=$build/bench
 parts=$bench/parts
 
-# compile: what the build says is shown only if it fails.
-compile()
+compileAll()
 {
-    local preset
-    for preset in windows bench; do
-        cmake --preset "$preset" >"$bench/configure-$preset.log" 2>&1 || {
-            cat "$bench/configure-$preset.log" >&2
-            return 1
-        }
-    done
-    for preset in bench-windows bench; do
-        cmake --build --preset "$preset" -j2 >"$bench/build-$preset.log" 2>&1 || {
-            grep -v '^\[[0-9]*/[0-9]*\] ' "$bench/build-$preset.log" >&2
-            return 1
-        }
-    done
+    configure windows && configure bench && compile bench-windows && compile bench
 }
 
 makeToken()
@@ -196,7 +183,7 @@ done
 mkdir -p "$parts"
 trap stopWine EXIT
 timed "setup" scripts/setup.sh --bench
-timed "build" compile
+timed "build" compileAll
 timed "token" makeToken
 stopWine
 wineserver -p </dev/null >/dev/null 2>&1

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # The PIN dialog, answered by xdotool as a person would. Sourced by demo.sh and by the tests of the
 # command line tool; not run by itself. The screen must show no other dialog of that title.
 

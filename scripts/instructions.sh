@@ -16,15 +16,6 @@ counts=$build/bench/instructions
 tolerance=5 # percent
 runs=100    # of each path; the counts are those of one
 
-compile()
-{
-    if ! { cmake --preset bench && cmake --build --preset bench --target bench_hot_paths; } \
-        >"$build/build-bench.log" 2>&1; then
-        grep -v '^\[[0-9]*/[0-9]*\] ' "$build/build-bench.log" >&2
-        return 1
-    fi
-}
-
 # countPath NAME: leaves the instructions of a run in a file of that name. Neither the processor (the
 # C library's choice of string functions), nor the locale, nor the time zone is to have a part in it.
 countPath()
@@ -51,18 +42,18 @@ recordedOf()
 # judge NAME: its line.
 judge()
 {
-    local name=$1 now then change
+    local name=$1 now was change
     now=$(countedOf "$name")
-    then=$(recordedOf "$name")
+    was=$(recordedOf "$name")
     if [ -z "$now" ]; then
         echo "FAIL $name: could not be counted (log: $counts/$name.log)"
-    elif [ -z "$then" ]; then
+    elif [ -z "$was" ]; then
         echo "FAIL $name: takes $now instructions, none are recorded"
     else
-        change=$(awk -v now="$now" -v was="$then" 'BEGIN { printf "%+.1f", (now / was - 1) * 100 }')
-        if [ $((now * 100)) -gt $((then * (100 + tolerance))) ]; then
-            echo "FAIL $name: $now instructions, $change percent; recorded are $then"
-        elif [ $((now * 100)) -lt $((then * (100 - tolerance))) ]; then
+        change=$(awk -v now="$now" -v was="$was" 'BEGIN { printf "%+.1f", (now / was - 1) * 100 }')
+        if [ $((now * 100)) -gt $((was * (100 + tolerance))) ]; then
+            echo "FAIL $name: $now instructions, $change percent; recorded are $was"
+        elif [ $((now * 100)) -lt $((was * (100 - tolerance))) ]; then
             echo "ok $name: $now instructions, $change percent; record them anew (--record)"
         else
             echo "ok $name: $now instructions, $change percent"
@@ -105,7 +96,8 @@ if [ "$#" -gt 1 ] || { [ "$#" -eq 1 ] && [ "$1" != --record ]; }; then
 fi
 mkdir -p "$build"
 scripts/setup.sh --bench
-timed "build hot paths" compile
+timed "configure bench" configure bench
+timed "build hot paths" compile bench --target bench_hot_paths
 mapfile -t names < <("$program")
 [ "${#names[@]}" -gt 0 ]
 rm -rf "$counts"

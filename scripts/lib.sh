@@ -1,5 +1,6 @@
-# Pieces that the scripts of this folder share: where things are, and how steps are reported.
-# Sourced by setup.sh, lint.sh, test.sh and fuzz.sh; not run by itself.
+# shellcheck shell=bash
+# Pieces that the scripts of this folder share: where things are, how steps are reported, how a preset is
+# built. Sourced, not run.
 
 root=$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)
 build=$root/build
@@ -33,6 +34,22 @@ timed()
         say "$name: FAILED (status $status) after $((SECONDS - begun)) s"
     fi
     return "$status"
+}
+
+# configure PRESET, compile PRESET OPTIONS...: what the tools say is in build/configure-PRESET.log and
+# build/build-PRESET.log, and shown only if they fail; Ninja's steps would drown the rest.
+configure()
+{
+    cmake --preset "$1" >"$build/configure-$1.log" 2>&1 && return 0
+    cat "$build/configure-$1.log" >&2
+    return 1
+}
+
+compile()
+{
+    cmake --build --preset "$@" >"$build/build-$1.log" 2>&1 && return 0
+    grep -v '^\[[0-9]*/[0-9]*\] ' "$build/build-$1.log" >&2
+    return 1
 }
 
 # stopWine: ends the Wine processes of this tree's prefix, and of no other.

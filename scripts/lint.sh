@@ -1,21 +1,15 @@
 #!/bin/bash
-# Holds the sources to the house rules: clang-format and cppcheck over all files, clang-tidy over the
-# files that changed. Run by people before they commit and by test.sh.
+# Checks the sources: the layers, the format, spelling and scripts, cppcheck over all files, clang over the
+# module, and clang-tidy over the files that changed. Run by people before they commit and by test.sh.
 #   --full  clang-tidy over all files
-#   --fix   only lays the files out anew, by clang-format
-# What counts as changed: the last commit, and what is not committed. KEYWARDEN_LINT_BASE names another
-# commit to compare with, for a branch of several.
+#   --fix   only formats the files, by clang-format
+# A file has changed if the last commit or what is not committed changes it. KEYWARDEN_LINT_BASE names
+# another commit to compare with, for a branch of several.
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
 folders=(provider tools tests bench)
-
-# Sources that no compile database lists, so that clang-tidy cannot know their flags.
-outsideDatabases=(
-    'tests/support/bridge/*' # Winelib code: compiled by winegcc, which CMake has no language for
-    'tests/support/host/*'   # the same
-)
 
 # filesNamed PATTERN...: the project's files with such names, sorted, relative to the tree.
 filesNamed()
@@ -30,6 +24,41 @@ filesNamed()
     find "${existing[@]}" -type f \( "${tests[@]:1}" \) | LC_ALL=C sort
 }
 
+# textFiles: what the project's people write, without seeds, pictures and recorded logs.
+textFiles()
+{
+    git ls-files --cached --others --exclude-standard |
+        grep -vE -e '^tests/fuzz/seeds/' -e '\.(png|svg|ico|log)$' |
+        while read -r file; do [ ! -f "$file" ] || echo "$file"; done
+}
+
+# shellScripts: the scripts, which may have no suffix.
+shellScripts()
+{
+    local file
+    textFiles | while read -r file; do
+        if [[ $file == *.sh ]] || head -n 1 "$file" | grep -qE '^#!.*[/ ](ba)?sh$'; then
+            echo "$file"
+        fi
+    done
+}
+
+checkScripts()
+{
+    local files
+    mapfile -t files < <(shellScripts)
+    say "shellcheck: ${#files[@]} scripts"
+    shellcheck "${files[@]}"
+}
+
+checkSpelling()
+{
+    local files
+    mapfile -t files < <(textFiles)
+    say "codespell: ${#files[@]} files"
+    codespell --ignore-words .codespell-ignore "${files[@]}"
+}
+
 checkFormat()
 {
     local files
@@ -40,13 +69,13 @@ checkFormat()
     fi
     say "clang-format: ${#files[@]} files"
     clang-format --dry-run --Werror --ferror-limit=5 "${files[@]}" || {
-        echo "scripts/lint.sh --fix lays the files out as .clang-format says" >&2
+        echo "scripts/lint.sh --fix formats the files" >&2
         return 1
     }
 }
 
 # mirrorForCppcheck: cppcheck 2.10 does not know __VA_OPT__ and would give up on every file that
-# traces. It reads a copy of the sources in which the older spelling stands in that place.
+# traces. It reads a copy of the sources that has the older spelling instead.
 mirrorForCppcheck()
 {
     local tree=$build/cppcheck/tree
@@ -74,10 +103,11 @@ checkCppcheck()
             --cppcheck-build-dir="$build/cppcheck/cache" \
             --std=c++20 --platform=win64 --library=windows --library=googletest \
             -D_WIN32 -D_WIN64 -D__MINGW32__ -D__MINGW64__ -D__x86_64__ -D__GNUC__=12 -DNDEBUG \
-            -Iprovider/src -Itests/support/common -j"$(nproc)" --quiet --template=gcc "${files[@]}")
+            -Iprovider/src -Itests/support/common -Itests/support/objects \
+            -j"$(nproc)" --quiet --template=gcc "${files[@]}")
 }
 
-# changedFiles: what clang-tidy looks at when not asked for everything; "*" if that cannot be told.
+# changedFiles: what clang-tidy looks at when not asked for everything; "*" if that is not known.
 changedFiles()
 {
     local base=${KEYWARDEN_LINT_BASE:-}
@@ -90,20 +120,43 @@ changedFiles()
     git ls-files --others --exclude-standard
 }
 
+# readersOf HEADER...: the sources that include one of the headers; of a header that only other headers
+# include, the sources that include those.
+readersOf()
+{
+    local header including sources next=() seen=" $* "
+    while [ "$#" -gt 0 ]; do
+        next=()
+        for header in "$@"; do
+            including=$(filesNamed '*.cpp' '*.h' |
+                xargs -r grep -l "#include \"\(.*/\)\?${header##*/}\"" || true)
+            sources=$(grep '\.cpp$' <<<"$including" || true)
+            if [ -n "$sources" ]; then
+                echo "$sources"
+                continue
+            fi
+            for including in $(grep '\.h$' <<<"$including" || true); do
+                [[ $seen == *" $including "* ]] || next+=("$including")
+                seen+="$including "
+            done
+        done
+        set -- "${next[@]}"
+    done
+}
+
 # sourcesToTidy: the sources among the changed files, and those that include a changed header.
 sourcesToTidy()
 {
-    local changed file
+    local changed headers
     changed=$(changedFiles) || return 1
     if [ "$changed" = '*' ] || grep -qx -e '\.clang-tidy' -e 'scripts/lint\.sh' <<<"$changed"; then
         filesNamed '*.cpp'
         return 0
     fi
+    mapfile -t headers < <(grep '\.h$' <<<"$changed" | grep -xF -f <(filesNamed '*.h') || true)
     {
-        grep -x '.*\.cpp' <<<"$changed" | grep -xF -f <(filesNamed '*.cpp') || true
-        for file in $(grep -x '.*\.h' <<<"$changed" || true); do
-            filesNamed '*.cpp' | xargs -r grep -l "#include \"\(.*/\)\?${file##*/}\"" || true
-        done
+        grep '\.cpp$' <<<"$changed" | grep -xF -f <(filesNamed '*.cpp') || true
+        readersOf "${headers[@]}"
     } | LC_ALL=C sort -u
 }
 
@@ -112,34 +165,33 @@ sourcesToTidy()
 crossFlags()
 {
     local folder
-    printf '%s\n' --extra-arg=--target=x86_64-w64-mingw32 --extra-arg=-nostdlibinc
+    printf '%s\n' --target=x86_64-w64-mingw32 -nostdlibinc
     x86_64-w64-mingw32-g++-posix -x c++ -E -v /dev/null 2>&1 |
         sed -n '/^#include <\.\.\.>/,/^End of search list/s/^ //p' |
         while read -r folder; do
             folder=$(readlink -f "$folder")
             case $folder in
                 */gcc/*/include | */gcc/*/include-fixed) ;;
-                *) printf '%s\n' "--extra-arg=-isystem$folder" ;;
+                *) printf '%s\n' "-isystem$folder" ;;
             esac
         done
 }
 
-# tidyOne DATABASE SOURCE FLAGS...: silent when there is nothing to say.
-tidyOne()
+# checkClang: clang reads the whole module without a warning, its analysis of the locks included
+# (base/thread_annotations.h).
+checkClang()
 {
-    local database=$1 source=$2 output
-    shift 2
-    # The warning flags of GCC that clang lacks are not its concern.
-    if ! output=$(clang-tidy --quiet -p "$database" --extra-arg=-Wno-unknown-warning-option \
-        "$@" "$source" 2>&1); then
-        printf '%s\n' "clang-tidy: $source" "$output" |
-            grep -v -e '^[0-9]* warnings\? .*generated\.$' -e ' warnings treated as errors$' || true
-        return 1
-    fi
+    local flags files
+    mapfile -t flags < <(crossFlags)
+    mapfile -t files < <(find provider/src -name '*.cpp')
+    # The check of the order of locks is for the tests' build, which defines its name.
+    printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -I{} bash -c '
+        [[ $1 != */lock_order.cpp ]] || set -- "$@" -DKEYWARDEN_CHECK_LOCK_ORDER
+        clang++ -fsyntax-only -std=c++20 -Wall -Wextra -Wthread-safety -Werror -Iprovider/src \
+            "${@:2}" "$1"' clang {} "${flags[@]}"
 }
-export -f tidyOne
 
-# makeDatabase PRESET: a build that is never built, in build/lint, in which every source stands alone;
+# makeDatabase PRESET: a build that is never built, in build/lint, in which every source is compiled alone;
 # clang-tidy can use neither GCC's precompiled headers nor sources that are compiled together.
 makeDatabase()
 {
@@ -151,66 +203,70 @@ makeDatabase()
     }
 }
 
-# listed PRESET SOURCE: true if the build of that name compiles the source.
+# tidyAll DATABASE SOURCE...: by run-clang-tidy, as many at a time as there are processors. What it says is
+# shown only if there are findings.
+tidyAll()
+{
+    local database=$1 log=$build/lint/tidy-${1//\//-}.log source flags=() expressions=()
+    shift
+    [ "$#" -gt 0 ] || return 0
+    if [ "$database" = windows ]; then
+        mapfile -t flags < <(crossFlags)
+    fi
+    # The warning flags of GCC that clang lacks are not its concern.
+    flags+=(-Wno-unknown-warning-option)
+    for source in "$@"; do
+        expressions+=("^$root/${source//./\\.}\$")
+    done
+    run-clang-tidy -quiet -j "$(nproc)" -p "$build/lint/$database" \
+        -header-filter="^$root/(provider/src|tools|tests|bench)/" "${flags[@]/#/-extra-arg=}" \
+        "${expressions[@]}" >"$log" 2>&1 && return 0
+    sed 's/\x1b\[[0-9;]*m//g' "$log" | grep -v -e '^[0-9]* warnings\? ' -e '^clang-tidy-[0-9]* ' >&2
+    return 1
+}
+
+# listed DATABASE SOURCE: true if that database has the source.
 listed()
 {
     grep -qF "\"file\": \"$root/$2\"" "$build/lint/$1/compile_commands.json"
 }
 
-# tidyAll PRESET SOURCE...: two at a time, or as many as there are processors.
-tidyAll()
-{
-    local database=$build/lint/$1 flags=()
-    [ "$1" != windows ] || mapfile -t flags < <(crossFlags)
-    shift
-    [ "$#" -gt 0 ] || return 0
-    printf '%s\0' "$@" |
-        xargs -0 -P "$(nproc)" -I{} bash -c 'tidyOne "$@"' tidyOne "$database" {} "${flags[@]}"
-}
-
 checkTidy()
 {
-    local sources source pattern preset windows=() host=() fuzz=() bench=() known status=0
+    local sources=() source database known status=0
+    # Of a source that several builds compile, the first one says how. The second database has the Winelib
+    # sources, which CMake's own does not list.
+    local databases=(windows windows/winelib host fuzz bench)
+    local -A of=()
     if [ "$full" = yes ]; then
         mapfile -t sources < <(filesNamed '*.cpp')
     else
-        sources=$(sourcesToTidy) || return 1
-        mapfile -t sources < <(printf '%s' "$sources")
+        mapfile -t sources < <(sourcesToTidy)
     fi
-    for preset in windows host fuzz bench; do
-        makeDatabase "$preset" || return 1
+    for database in windows host fuzz bench; do
+        makeDatabase "$database" || return 1
     done
     for source in "${sources[@]}"; do
         known=no
-        if listed windows "$source"; then
-            windows+=("$source")
-            known=yes
-        elif listed host "$source"; then
-            host+=("$source")
-            known=yes
-        elif listed fuzz "$source"; then
-            fuzz+=("$source")
-            known=yes
-        elif listed bench "$source"; then
-            bench+=("$source")
-            known=yes
-        fi
-        for pattern in "${outsideDatabases[@]}"; do
-            # shellcheck disable=SC2053 # it is a pattern
-            [[ $source != $pattern ]] || known=yes
+        for database in "${databases[@]}"; do
+            if listed "$database" "$source"; then
+                of[$database]+="$source"$'\n'
+                known=yes
+                break
+            fi
         done
         if [ "$known" = no ]; then
             echo "$source: no build compiles it" >&2
             status=1
         fi
     done
-    say "clang-tidy: files of the builds: ${#windows[@]} windows, ${#host[@]} host, ${#fuzz[@]} fuzz, ${#bench[@]} bench"
+    say "clang-tidy: ${#sources[@]} sources"
     # Benchmarks include what nothing else needs.
-    [ "${#bench[@]}" -eq 0 ] || scripts/setup.sh --bench || return 1
-    tidyAll windows "${windows[@]}" || status=1
-    tidyAll host "${host[@]}" || status=1
-    tidyAll fuzz "${fuzz[@]}" || status=1
-    tidyAll bench "${bench[@]}" || status=1
+    [ -z "${of[bench]:-}" ] || scripts/setup.sh --bench || return 1
+    for database in "${databases[@]}"; do
+        mapfile -t sources < <(printf '%s' "${of[$database]:-}")
+        tidyAll "$database" "${sources[@]}" || status=1
+    done
     return "$status"
 }
 
@@ -232,7 +288,11 @@ if [ "$fix" = yes ]; then
     exit 0
 fi
 status=0
+timed "layers" scripts/layers.py || status=1
 timed "clang-format" checkFormat || status=1
+timed "shellcheck" checkScripts || status=1
+timed "codespell" checkSpelling || status=1
 timed "cppcheck" checkCppcheck || status=1
+timed "clang" checkClang || status=1
 timed "clang-tidy" checkTidy || status=1
 exit "$status"

@@ -4,8 +4,8 @@
 # objected to. Run by people after larger changes to the tests or the module; no part of test.sh.
 #   --seed N      another sample (default: 1)
 #   --count N     so many changes (default: 170)
-#   --only REGEX  tries only those whose "FILE:LINE KIND" matches, as in 'module\.cpp|status'
-#   --workers N   so many Wine prefixes work at the same time (default: 2)
+#   --only REGEX  tries only those whose "FILE FUNCTION KIND" matches, as in 'P11Module::|status'
+#   --workers N   so many Wine prefixes work at the same time (default: as many as processors)
 #   --report      only shows what is known so far
 #
 # Five kinds of change, and the files, take equal shares: a comparison turned round or a condition

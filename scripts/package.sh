@@ -2,7 +2,7 @@
 # Makes a release in build/package: builds the module and keywarden as they are shipped, and packs
 # them.
 #   keywarden-VERSION-setup.exe      the installer, 64-bit
-#   keywarden-VERSION-win64.zip      the same files, for those who install by hand
+#   keywarden-VERSION-win64.zip      the same files, for those who install by hand, and their debug symbols
 #   keywarden-VERSION.spdx.json      what is in it, as SPDX
 #   SHA256SUMS                       checksums of these files
 # Programs are signed if one of these is given; a signing command that fails ends the run:
@@ -13,29 +13,23 @@ set -euo pipefail
 cd "$root"
 
 package=$build/package
-stage=$package/stage # the files as they are shipped
+stage=$package/stage     # the files as they are shipped
+symbols=$package/symbols # their debug symbols
 signCommand=${KEYWARDEN_SIGN_COMMAND:-}
 
 buildAll()
 {
-    cmake --preset release >"$build/configure-release.log" 2>&1 &&
-        cmake --build --preset release --target nvksprovider keywarden \
-            >"$build/build-release.log" 2>&1 && return 0
-    tail -n 30 "$build/configure-release.log" "$build/build-release.log" >&2
-    return 1
+    configure release && compile release --target nvksprovider keywarden
 }
 
+# makeStage: the tree as CMake installs it, and the symbols in a folder of their own.
 makeStage()
 {
-    local file
     rm -rf "$package"
-    mkdir -p "$stage"
-    for file in nvksprovider.dll keywarden.exe; do
-        cp "$build/release/bin/$file" "$stage" || return 1
-    done
-    for file in README.md CHANGELOG.md SECURITY.md docs; do
-        [ ! -e "$file" ] || cp -r "$file" "$stage" || return 1
-    done
+    cmake --install "$build/release" --prefix "$stage" --component release \
+        >"$build/install-release.log" &&
+        cmake --install "$build/release" --prefix "$symbols" --component symbols \
+            >>"$build/install-release.log"
 }
 
 # sign FILE: in place; without a signing command, nothing.
@@ -54,6 +48,7 @@ makeZip()
 {
     local folder=$package/$release-win64
     cp -r "$stage" "$folder" || return 1
+    cp "$symbols"/* "$folder" || return 1
     cp packaging/INSTALL.txt "$folder" || return 1
     sed -i 's/$/\r/' "$folder/INSTALL.txt" # for Notepad
     find "$folder" -exec touch -h -d "@$SOURCE_DATE_EPOCH" {} + || return 1

@@ -7,7 +7,7 @@
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 
-# The one list of packages. Recommended packages are not installed: what is needed stands here.
+# The one list of packages. Recommended packages are not installed: the list has everything that is needed.
 packages=(
     g++                         # host build: the portable parts and their tests
     cmake                       # build
@@ -41,7 +41,10 @@ packages=(
     zip                         # release: the archive
     osslsigncode                # release: signs the programs, and verifies signatures in the test
     clang-format                # layout of the sources
-    clang-tidy                  # lint
+    clang-tidy                  # lint, with run-clang-tidy
+    shellcheck                  # lint: the scripts
+    codespell                   # lint: prose and comments
+    python3                     # lint: the layers; codespell and run-clang-tidy are written in it too
     cppcheck                    # lint
     libssl-dev                  # lint and benchmarks: OpenSSL's codecs, which ours are measured against
     git                         # lint: which files changed
@@ -50,7 +53,6 @@ packages=(
 
 # Of no use to anything but the mutation check, which people run now and then.
 mutationPackages=(
-    python3                     # the check is written in it
     python3-clang-14            # finds the places to change; libclang 14 is Debian 12's own
 )
 

@@ -1,6 +1,7 @@
 """The mutation check behind scripts/mutate.sh: what it is for and how to call it is said there."""
 
 import argparse
+import os
 import re
 import signal
 import sys
@@ -72,7 +73,7 @@ def parse_options():
     parser.add_argument("--seed", type=int, default=1)
     parser.add_argument("--count", type=int, default=170)
     parser.add_argument("--only", metavar="REGEX", type=re.compile)
-    parser.add_argument("--workers", type=int, default=2)
+    parser.add_argument("--workers", type=int, default=os.cpu_count())
     parser.add_argument("--report", action="store_true")
     return parser.parse_args()
 

@@ -31,7 +31,7 @@ def forget(folder):
 
 
 def describe(site):
-    return f"{site.file}:{site.line} {site.kind}"
+    return f"{site.file} {site.function} {site.kind}"
 
 
 def show(folder):

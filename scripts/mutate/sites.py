@@ -27,8 +27,9 @@ RESULTS = ("CKR_GENERAL_ERROR", "CKR_FUNCTION_FAILED", "CKR_ARGUMENTS_BAD")
 
 # A macro with arguments: what stands in them may become anything.
 MACRO = re.compile(r"\b[A-Z][A-Z0-9_]+\s*\(")
-LOG_CALL = re.compile(r"(?<=[{};)])\s*(NV_(?:SEV|ERR|WRN|INF|DBG|TRC|LOG|AS|AT|ARG))\(")
-LOG_CALL_AFTER_ELSE = re.compile(r"(?<=\belse)\s+(NV_(?:SEV|ERR|WRN|INF|DBG|TRC|LOG|AS|AT|ARG))\(")
+LOG_MACRO = r"(NV_(?:SEV|ERR|WRN|INF|DBG|TRC|LOG|AS|AT|UNDER|ARG))\("
+LOG_CALL = re.compile(r"(?<=[{};)])\s*" + LOG_MACRO)
+LOG_CALL_AFTER_ELSE = re.compile(r"(?<=\belse)\s+" + LOG_MACRO)
 STATUS = re.compile(r"\b(?:NTE_[A-Z_]+|ERROR_SUCCESS|CKR_[A-Z_]+)\b")
 ANSWER = re.compile(r"\breturn\s+(?:[\w.]+\()?(true|false)\b")
 NUMBER = re.compile(r"(?<![\w.'])(?:0x[0-9A-Fa-f]+|[0-9]+)(?:[uU]?[lL]{0,2})(?![\w.'])")
@@ -43,9 +44,11 @@ SCOPES = (Kind.NAMESPACE, Kind.CLASS_DECL, Kind.STRUCT_DECL, Kind.CLASS_TEMPLATE
 
 @dataclass(frozen=True)
 class Site:
-    """One change: text[begin:end] of a file becomes `whole`, with NUMBER for the mutant's own."""
+    """One change: text[begin:end] of a file becomes `whole`, with NUMBER for the mutant's own. The file is
+    named from provider/src. The function is what people find the place by, also when its line moves."""
 
     file: str
+    function: str
     begin: int
     end: int
     line: int
@@ -106,6 +109,16 @@ def squeezed(text):
     return " ".join(text.split())
 
 
+def qualified(cursor):
+    """The name of a function with those of its classes, without namespaces."""
+    names = [cursor.spelling]
+    while cursor.semantic_parent is not None and cursor.semantic_parent.kind in SCOPES and \
+            cursor.semantic_parent.kind != Kind.NAMESPACE:
+        cursor = cursor.semantic_parent
+        names.insert(0, cursor.spelling)
+    return "::".join(filter(None, names))
+
+
 def changed_letter(literal, rng):
     """The literal with one of its letters replaced; None if it has none."""
     taken = set()
@@ -131,14 +144,16 @@ class Finder:
         self.rng = rng
         self.texts = {}
         self.masks = {}
-        self.bodies = {}     # file: ranges of code that runs
+        self.bodies = {}     # file: ranges of code that runs, and their functions
         self.forbidden = {}  # file: ranges in which nothing may stand but constants
         self.sites = {}
         self.seen = set()
 
     def find_all(self):
         index = cindex.Index.create()
-        for source in sorted(self.folder.glob("*.cpp")):
+        for source in sorted(self.folder.rglob("*.cpp")):
+            if source.name == "lock_order.cpp":
+                continue  # a check of the tests' build, no part of the module
             unit = index.parse(str(source), self.flags)
             wrong = [d for d in unit.diagnostics if d.severity >= cindex.Diagnostic.Error]
             if wrong:
@@ -152,18 +167,18 @@ class Finder:
     def name_of(self, cursor):
         file = cursor.location.file
         path = Path(file.name) if file else None
-        if path is None or path.parent != self.folder:
+        if path is None or not path.is_relative_to(self.folder):
             return None
-        if path.name not in self.texts:
+        name = str(path.relative_to(self.folder))
+        if name not in self.texts:
             # Offsets are bytes; the sources are ASCII.
             text = path.read_bytes().decode("ascii")
-            self.texts[path.name] = text
-            self.masks[path.name] = mask(text)
-            self.bodies[path.name] = []
-            self.forbidden[path.name] = [(match.start(), closing(self.masks[path.name],
-                                                                 match.end() - 1))
-                                         for match in MACRO.finditer(self.masks[path.name])]
-        return path.name
+            self.texts[name] = text
+            self.masks[name] = mask(text)
+            self.bodies[name] = []
+            self.forbidden[name] = [(match.start(), closing(self.masks[name], match.end() - 1))
+                                    for match in MACRO.finditer(self.masks[name])]
+        return name
 
     def read(self, unit):
         declarations = [(self.name_of(cursor), cursor) for cursor in unit.cursor.get_children()]
@@ -190,7 +205,7 @@ class Finder:
         # A constructor's list of members runs as well.
         colon = re.search(r"\)\s*:(?!:)", head) if cursor.kind == Kind.CONSTRUCTOR else None
         begin = begin + colon.end() if colon else body.extent.start.offset
-        self.bodies[name].append((begin, end))
+        self.bodies[name].append((begin, end, qualified(cursor)))
         self.walk(name, cursor)
 
     def walk(self, name, cursor):
@@ -341,7 +356,9 @@ class Finder:
                                    f"else {{ {flat(after)} }} }}")
 
     def add(self, name, begin, end, kind, after, whole=None, log=False):
-        if not any(first <= begin and end <= last for first, last in self.bodies[name]):
+        functions = [function for first, last, function in self.bodies[name]
+                     if first <= begin and end <= last]
+        if not functions:
             return
         if any(self.hinders(span, begin, end, log) for span in self.forbidden[name]):
             return
@@ -353,7 +370,7 @@ class Finder:
             whole = f"(nvMutant(NUMBER) ? ({flat(after)}) : ({text}))"
         line = self.texts[name].count("\n", 0, begin) + 1
         self.sites.setdefault((name, begin, end, kind, after), Site(
-            name, begin, end, line, kind, squeezed(text), squeezed(after), whole))
+            name, functions[-1], begin, end, line, kind, squeezed(text), squeezed(after), whole))
 
     @staticmethod
     def hinders(span, begin, end, log):

@@ -57,8 +57,10 @@ class Tree:
 
     def write_file(self, path, target, by_file):
         content = path.read_bytes()
-        if path.parent == self.root / "provider" / "src" and path.name in by_file:
-            content = rewritten(content.decode("ascii"), by_file[path.name]).encode("ascii")
+        folder = self.root / "provider" / "src"
+        name = str(path.relative_to(folder)) if path.is_relative_to(folder) else None
+        if name in by_file:
+            content = rewritten(content.decode("ascii"), by_file[name]).encode("ascii")
         elif path.name == "Warnings.cmake":
             # Mutated sources compare what is always equal; an array must keep its size, though.
             content = b"add_library(keywarden_warnings INTERFACE)\n" \
@@ -103,7 +105,7 @@ class Tree:
     def at_fault(self, output, mutants):
         """The numbers of the mutants in lines that the compiler refused."""
         numbers = set()
-        for file, line in set(re.findall(r"src/([\w.]+):(\d+):\d+: (?:fatal )?error:", output)):
+        for file, line in set(re.findall(r"src/([\w./]+):(\d+):\d+: (?:fatal )?error:", output)):
             here = [(site.line, number) for number, site in mutants.items() if site.file == file]
             exact = [n for at, n in here
                      if at <= int(line) <= at + mutants[n].whole.count("\n")]

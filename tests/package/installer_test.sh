@@ -127,8 +127,22 @@ checkZip()
 {
     unzip -q "$zip" -d "$work/zip" || return 1
     diff -rq "$package/stage" "$work/zip/keywarden-$version-win64" |
-        grep -v "^Only in .*: INSTALL.txt$" || true
+        grep -vE '^Only in .*: (INSTALL.txt|nvksprovider.dll.debug|keywarden.exe.debug)$' || true
     [ -s "$work/zip/keywarden-$version-win64/INSTALL.txt" ] || echo "no INSTALL.txt"
+}
+
+# checkSymbols FILE: gdb finds the symbols by the name in the file's section, and they name the sources
+# without a path of the build machine.
+checkSymbols()
+{
+    local folder=$work/zip/keywarden-$version-win64
+    x86_64-w64-mingw32-objdump -s -j .gnu_debuglink "$folder/$1" >/dev/null 2>&1 ||
+        echo "$1 does not name its symbols"
+    x86_64-w64-mingw32-objdump -h "$folder/$1.debug" | grep -q ' .debug_info ' ||
+        echo "$1.debug has no symbols"
+    if grep -aq "$root" "$folder/$1.debug"; then
+        echo "$1.debug has the path $root"
+    fi
 }
 
 sbom()
@@ -308,8 +322,8 @@ checkUserFiles()
 # first one ends in a blank.
 nextWindow()
 {
-    local i id
-    for i in $(seq 300); do
+    local id
+    for _ in $(seq 300); do
         for id in $(xdotool search --onlyvisible --name "^$product Uninstall ?$" 2>/dev/null); do
             if [[ " $windowsSeen " != *" $id "* ]]; then
                 windowsSeen+=" $id"
@@ -326,7 +340,6 @@ nextWindow()
 # uninstallOnThisScreen ANSWER: as a person would, by the keyboard. ANSWER is y or n.
 uninstallOnThisScreen()
 {
-    local i
     windowsSeen=
     timeout 120 wine "$files/uninstall.exe" </dev/null >/dev/null 2>&1 &
     nextWindow || return 1
@@ -335,7 +348,7 @@ uninstallOnThisScreen()
     xdotool key Return
     nextWindow || return 1 # the configuration
     xdotool key "$1"
-    for i in $(seq 100); do # "Close" is there when all is done; until then the key does nothing
+    for _ in $(seq 100); do # "Close" is there when all is done; until then the key does nothing
         sleep 0.3
         xdotool key Return
         xdotool search --onlyvisible --name "^$product Uninstall ?$" >/dev/null 2>&1 || break
@@ -359,6 +372,7 @@ checkRemovedUserFiles()
 # longPath LENGTH
 longPath()
 {
+    # shellcheck disable=SC1003 # the backslash is of the path
     local text='C:\windows\system32;C:\Other programs\' filler
     printf -v filler '%*s' "$(($1 - ${#text}))" ''
     echo "$text${filler// /x}"
@@ -394,6 +408,8 @@ setup=$package/keywarden-$version-setup.exe
 zip=$package/keywarden-$version-win64.zip
 check "checksums are right" checkSums
 check "the ZIP has the files as shipped" checkZip
+check "the ZIP has the symbols of the module" checkSymbols nvksprovider.dll
+check "the ZIP has the symbols of keywarden.exe" checkSymbols keywarden.exe
 check "the bill of materials is SPDX 2.3" checkSbomShape
 check "the bill of materials has the installed versions" checkSbomVersions
 check "the bill of materials has the files' checksums" checkSbomFiles

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # How a script reports its checks: "ok NAME" or "FAIL NAME: reason" a line, which scripts/test.sh
 # counts. Sourced; not run by itself. The counts are in `passed` and `failed`.
 

@@ -45,7 +45,7 @@ finish()
 onOwnScreen()
 {
     [ "${KEYWARDEN_SCREEN:-}" != "$area" ] || return 0
-    KEYWARDEN_SCREEN=$area exec xvfb-run -a -s "-screen 0 1280x1024x24 -nolisten tcp" "$0" "$@"
+    KEYWARDEN_SCREEN=$area exec "$root/tests/support/desktop/screen.sh" run "$0" "$@"
 }
 
 # makeOwnPrefix: creates a Wine prefix for this script alone, with its own dialogs and its own "My"

@@ -30,6 +30,7 @@ public:
     // Call it before this thread waits for the lock. The thread may hold no lock of this rank or a
     // higher one.
     void expectFree() const;
+    // Called when this thread has taken or released the lock.
     void taken() const;
     // Called by the thread that has taken the lock.
     void released() const;

@@ -92,12 +92,12 @@ private:
     bool isFiledAt(std::vector<ManagedKey>::iterator place, const std::wstring& name) const;
 
     template <typename Key>
-    NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source);
+    NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source) NV_REQUIRES(lock_);
 
     Mutex lock_{LockRank::keyStore};
-    std::vector<ManagedKey> managedKeys_;  // in name order, without duplicates
-    ByHandle openedKeys_;
-    ByHandle ephemeralKeys_;
+    std::vector<ManagedKey> managedKeys_ NV_GUARDED_BY(lock_);  // in name order, without duplicates
+    ByHandle openedKeys_ NV_GUARDED_BY(lock_);
+    ByHandle ephemeralKeys_ NV_GUARDED_BY(lock_);
 };
 
 }  // namespace NV

@@ -49,10 +49,10 @@ public:
     OwnedSecret remove(NCRYPT_SECRET_HANDLE handle, size_t& size);
 
 private:
-    std::vector<OwnedSecret>::iterator find(NCRYPT_SECRET_HANDLE handle);
+    std::vector<OwnedSecret>::iterator find(NCRYPT_SECRET_HANDLE handle) NV_REQUIRES(lock_);
 
     Mutex lock_{LockRank::leaf};
-    std::vector<OwnedSecret> secrets_;
+    std::vector<OwnedSecret> secrets_ NV_GUARDED_BY(lock_);
 };
 
 }  // namespace NV

@@ -204,7 +204,7 @@ public:
 
     // Destroys every provider, at process detach. Takes no lock and does not wait: the system may
     // have ended the other threads while they held locks.
-    void clear();
+    void clear() NV_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
     friend NeverDestroyed<ProviderManager>;
@@ -218,8 +218,8 @@ private:
 
     // Guards the map and the visits, only while they are read or changed.
     Mutex mapLock_{LockRank::leaf};
-    std::map<NCRYPT_PROV_HANDLE, std::unique_ptr<Provider>> providers_;
-    std::map<Provider*, unsigned> visits_;
+    std::map<NCRYPT_PROV_HANDLE, std::unique_ptr<Provider>> providers_ NV_GUARDED_BY(mapLock_);
+    std::map<Provider*, unsigned> visits_ NV_GUARDED_BY(mapLock_);
     std::condition_variable visitEnded_;
 };
 

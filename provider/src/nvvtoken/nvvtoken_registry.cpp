@@ -158,7 +158,8 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
     quietly([&] { NV_UNDER(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
     {
         const std::lock_guard guard(mapLock_);
-        mapLock_.wait(visitEnded_, [&] { return !visits_.contains(provider.get()); });
+        mapLock_.wait(visitEnded_,
+                      [&]() NV_REQUIRES(mapLock_) { return !visits_.contains(provider.get()); });
     }
     // The destructor finalizes the library, which must not happen inside another provider's
     // sequence.

@@ -35,7 +35,15 @@ function(_host_objects result name)
       COMMENT "Compiling ${name}/${source} for the host"
       VERBATIM)
     list(APPEND objects ${object})
+    # For clang-tidy: CMake lists only the commands of its own languages.
+    list(JOIN flags " " command)
+    set_property(
+      GLOBAL APPEND PROPERTY KEYWARDEN_HOST_COMMANDS
+      "{\"directory\": \"${CMAKE_BINARY_DIR}\", \"file\": \"${CMAKE_CURRENT_SOURCE_DIR}/${source}\",\n \"command\": \"${KEYWARDEN_HOST_CXX} ${command} -c ${CMAKE_CURRENT_SOURCE_DIR}/${source}\"}")
   endforeach()
+  get_property(commands GLOBAL PROPERTY KEYWARDEN_HOST_COMMANDS)
+  list(JOIN commands ",\n" commands)
+  file(WRITE ${KEYWARDEN_WINELIB}/compile_commands.json "[\n${commands}\n]\n")
   set(${result} ${objects} PARENT_SCOPE)
 endfunction()
 

@@ -5,7 +5,7 @@
 # Prints "ok NAME" or "FAIL NAME: reason" a check, then the counts; the status is 1 if any failed.
 set -euo pipefail
 
-usage="usage: tests/dll/release_check.sh DLL..."
+usage="usage: tests/package/release_check.sh DLL..."
 root=$(cd "$(dirname "$0")/../.." && pwd)
 repro=$root/build/repro # of its own, made afresh by each run
 objdump=x86_64-w64-mingw32-objdump
@@ -47,7 +47,7 @@ checkExports()
 
 imports()
 {
-    sed -n 's/^	DLL Name: \(.*\)$/\1/p' <<<"$headers" | tr 'A-Z' 'a-z'
+    sed -n 's/^	DLL Name: \(.*\)$/\1/p' <<<"$headers" | tr '[:upper:]' '[:lower:]'
 }
 
 # Without one, the listing was not understood and nothing can be said.
