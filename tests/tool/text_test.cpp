@@ -12,7 +12,9 @@ namespace NV::test {
 namespace {
 
 using tool::errorText;
+using tool::hexText;
 using tool::isAscii;
+using tool::joined;
 using tool::statusText;
 using tool::toPath;
 using tool::toUtf8;
@@ -62,11 +64,21 @@ TEST(Text, IsAsciiBelow80)
     EXPECT_FALSE(isAscii("\x80"));
 }
 
+TEST(Text, JoinsTexts)
+{
+    EXPECT_EQ(joined({}), "");
+    EXPECT_EQ(joined({"one"}), "one");
+    EXPECT_EQ(joined({"one", "two", "three"}), "one, two, three");
+}
+
 TEST(Text, NamesStatuses)
 {
     EXPECT_EQ(statusText(NTE_INTERNAL_ERROR), "NTE_INTERNAL_ERROR (0x8009002d)");
     EXPECT_EQ(statusText(NTE_USER_CANCELLED), "NTE_USER_CANCELLED (0x80090036)");
+    EXPECT_EQ(statusText(static_cast<SECURITY_STATUS>(0xC0000022)),
+              "STATUS_ACCESS_DENIED (0xc0000022)");
     EXPECT_EQ(statusText(0x1234), "0x00001234");
+    EXPECT_EQ(hexText(NTE_INTERNAL_ERROR), "0x8009002d");
 }
 
 TEST(Text, DescribesErrors)

@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-#include <fstream>
 #include <iterator>
 #include <system_error>
 
@@ -13,11 +12,17 @@
 
 namespace NV::tool {
 
-Bytes readFile(const std::filesystem::path& file)
+std::ifstream openFile(const std::filesystem::path& file)
 {
     std::ifstream stream(file, std::ios::binary);
     if (!stream)
         throw Failure(toUtf8(file) + " cannot be read: " + errorText(GetLastError()));
+    return stream;
+}
+
+Bytes readFile(const std::filesystem::path& file)
+{
+    std::ifstream stream = openFile(file);
     Bytes data{std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
     if (stream.bad())
         throw Failure(toUtf8(file) + " cannot be read completely");

@@ -3,10 +3,14 @@
 #pragma once
 
 #include <filesystem>
+#include <fstream>
 
 #include "base/encoding.h"
 
 namespace NV::tool {
+
+// Opens a file for reading in pieces. Throws Failure when the file cannot be read.
+std::ifstream openFile(const std::filesystem::path& file);
 
 // Throws Failure when the file cannot be read.
 Bytes readFile(const std::filesystem::path& file);

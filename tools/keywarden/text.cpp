@@ -22,15 +22,29 @@ struct StatusName {
     }
 
 constexpr std::array statusNames = {
-    NV_STATUS(NTE_BAD_DATA),          NV_STATUS(NTE_BAD_FLAGS),
-    NV_STATUS(NTE_BAD_KEYSET),        NV_STATUS(NTE_BAD_SIGNATURE),
-    NV_STATUS(NTE_BUFFER_TOO_SMALL),  NV_STATUS(NTE_FAIL),
-    NV_STATUS(NTE_INTERNAL_ERROR),    NV_STATUS(NTE_INVALID_HANDLE),
-    NV_STATUS(NTE_INVALID_PARAMETER), NV_STATUS(NTE_NOT_FOUND),
-    NV_STATUS(NTE_NOT_SUPPORTED),     NV_STATUS(NTE_NO_MEMORY),
-    NV_STATUS(NTE_NO_MORE_ITEMS),     NV_STATUS(NTE_PERM),
-    NV_STATUS(NTE_PROVIDER_DLL_FAIL), NV_STATUS(NTE_PROV_DLL_NOT_FOUND),
+    NV_STATUS(NTE_BAD_DATA),
+    NV_STATUS(NTE_BAD_FLAGS),
+    NV_STATUS(NTE_BAD_KEYSET),
+    NV_STATUS(NTE_BAD_SIGNATURE),
+    NV_STATUS(NTE_BUFFER_TOO_SMALL),
+    NV_STATUS(NTE_FAIL),
+    NV_STATUS(NTE_INTERNAL_ERROR),
+    NV_STATUS(NTE_INVALID_HANDLE),
+    NV_STATUS(NTE_INVALID_PARAMETER),
+    NV_STATUS(NTE_NOT_FOUND),
+    NV_STATUS(NTE_NOT_SUPPORTED),
+    NV_STATUS(NTE_NO_MEMORY),
+    NV_STATUS(NTE_NO_MORE_ITEMS),
+    NV_STATUS(NTE_PERM),
+    NV_STATUS(NTE_PROVIDER_DLL_FAIL),
+    NV_STATUS(NTE_PROV_DLL_NOT_FOUND),
     NV_STATUS(NTE_USER_CANCELLED),
+    // The header of these values conflicts with windows.h.
+    StatusName{static_cast<SECURITY_STATUS>(0xC0000002), "STATUS_NOT_IMPLEMENTED"},
+    StatusName{static_cast<SECURITY_STATUS>(0xC0000022), "STATUS_ACCESS_DENIED"},
+    StatusName{static_cast<SECURITY_STATUS>(0xC0000034), "STATUS_OBJECT_NAME_NOT_FOUND"},
+    StatusName{static_cast<SECURITY_STATUS>(0xC0000035), "STATUS_OBJECT_NAME_COLLISION"},
+    StatusName{static_cast<SECURITY_STATUS>(0xC0000225), "STATUS_NOT_FOUND"},
 };
 
 }  // namespace
@@ -45,14 +59,27 @@ bool isAscii(std::string_view text)
     return std::ranges::all_of(text, [](char c) { return static_cast<unsigned char>(c) < 0x80; });
 }
 
-std::string statusText(SECURITY_STATUS status)
+std::string joined(const std::vector<std::string>& texts)
+{
+    std::string all;
+    for (const std::string& text : texts)
+        all += (all.empty() ? "" : ", ") + text;
+    return all;
+}
+
+std::string hexText(SECURITY_STATUS status)
 {
     char number[16];
     std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
+    return number;
+}
+
+std::string statusText(SECURITY_STATUS status)
+{
     const auto* row = std::ranges::find(statusNames, status, &StatusName::status);
     if (row == statusNames.end())
-        return number;
-    return std::string(row->name) + " (" + number + ")";
+        return hexText(status);
+    return std::string(row->name) + " (" + hexText(status) + ")";
 }
 
 std::string errorText(DWORD error)

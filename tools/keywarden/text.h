@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/text.h"
 
@@ -24,7 +25,14 @@ std::filesystem::path toPath(std::string_view utf8);
 
 bool isAscii(std::string_view text);
 
-// "NTE_INVALID_HANDLE (0x80090026)", or only the number if the status has no known name.
+// The texts with ", " between them.
+std::string joined(const std::vector<std::string>& texts);
+
+// "0x8009002d".
+std::string hexText(SECURITY_STATUS status);
+
+// "NTE_INVALID_HANDLE (0x80090026)", or only the number if the status has no known name. Also for the
+// NTSTATUS values of bcrypt.dll.
 std::string statusText(SECURITY_STATUS status);
 
 // The system's text for a Win32 error code, without a trailing period or line feed, and the number:

@@ -1,6 +1,7 @@
 // Steps on the PKCS#11 library: the file, its dependencies, loading it, its function list.
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 #include <type_traits>
 
@@ -98,16 +99,13 @@ bool checkArchitecture(Findings& findings, std::vector<std::string>& imports)
 void checkDependencies(Findings& findings, const std::vector<std::string>& imports)
 {
     constexpr const char* name = "library-dependencies";
-    std::string missing;
-    for (const std::string& import : imports) {
-        if (!canBeFound(import))
-            missing += (missing.empty() ? "" : ", ") + import;
-    }
+    std::vector<std::string> missing;
+    std::ranges::remove_copy_if(imports, std::back_inserter(missing), canBeFound);
     if (missing.empty())
         findings.ok(name, "all " + std::to_string(imports.size()) + " required DLLs were found");
     else
         findings.fail(
-            name, "required DLLs were not found: " + missing,
+            name, "required DLLs were not found: " + joined(missing),
             "Install the vendor's prerequisites, or add their folder to PATH. The library's "
             "own folder is not searched.");
 }

@@ -93,14 +93,6 @@ std::vector<KeyRow> describeAll(Session& session)
     return rows;
 }
 
-std::string joined(const std::vector<std::string>& words)
-{
-    std::string text;
-    for (const std::string& word : words)
-        text += (text.empty() ? "" : ", ") + word;
-    return text;
-}
-
 Json toJson(const KeyRow& row)
 {
     return {{"name", row.name},

@@ -63,9 +63,7 @@ Log readLog(const LogOptions& options)
 {
     Log log;
     log.file = options.file.empty() ? newestLog() : toPath(options.file);
-    std::ifstream stream(log.file, std::ios::binary);
-    if (!stream)
-        throw Failure(toUtf8(log.file) + " cannot be read: " + errorText(GetLastError()));
+    std::ifstream stream = openFile(log.file);
     OperationReader reader;
     std::string line;
     while (std::getline(stream, line))

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "failure.h"
+#include "files.h"
 #include "output.h"
 #include "text.h"
 
@@ -151,9 +152,7 @@ size_t hashSize(const HashAlgorithm& hash)
 
 Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash)
 {
-    std::ifstream stream(file, std::ios::binary);
-    if (!stream)
-        throw Failure(toUtf8(file) + " cannot be read: " + errorText(GetLastError()));
+    std::ifstream stream = openFile(file);
     std::error_code ignored;
     const uintmax_t total = std::filesystem::file_size(file, ignored);
     ProgressBar bar(out, ignored ? 0 : total);

@@ -29,13 +29,6 @@ double median(const std::vector<double>& sorted)
     return sorted.size() % 2 != 0 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
 }
 
-std::string hexText(uint32_t status)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08x", static_cast<unsigned>(status));
-    return text;
-}
-
 }  // namespace
 
 std::vector<OperationFigures> figuresOf(const std::vector<Operation>& operations)
@@ -112,7 +105,9 @@ Json toJson(const Operation& operation, bool secrets)
             {"process", operation.process},
             {"thread", operation.thread},
             {"finished", operation.finished},
-            {"status", operation.finished ? Json(hexText(operation.status)) : Json()},
+            {"status", operation.finished
+                           ? Json(hexText(static_cast<SECURITY_STATUS>(operation.status)))
+                           : Json()},
             {"elapsed", operation.finished ? Json(operation.elapsed) : Json()},
             {"calls", calls},
             {"errors", errors}};

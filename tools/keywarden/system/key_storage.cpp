@@ -117,10 +117,10 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfCng()
 
 std::string listed(const std::vector<std::wstring>& names)
 {
-    std::string text;
+    std::vector<std::string> texts;
     for (const std::wstring& name : names)
-        text += (text.empty() ? "" : ", ") + toUtf8(name);
-    return text.empty() ? "none" : text;
+        texts.push_back(toUtf8(name));
+    return texts.empty() ? "none" : joined(texts);
 }
 
 }  // namespace

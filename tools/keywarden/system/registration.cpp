@@ -2,9 +2,7 @@
 
 #include "system/registration.h"
 
-#include <algorithm>
 #include <array>
-#include <cstdio>
 #include <memory>
 
 #include "failure.h"
@@ -29,7 +27,6 @@ namespace NV::tool {
 namespace {
 
 constexpr auto done = static_cast<NTSTATUS>(0);
-constexpr auto notImplemented = static_cast<NTSTATUS>(0xC0000002);
 constexpr auto accessDenied = static_cast<NTSTATUS>(0xC0000022);
 constexpr auto nameNotFound = static_cast<NTSTATUS>(0xC0000034);
 constexpr auto nameCollision = static_cast<NTSTATUS>(0xC0000035);
@@ -38,27 +35,6 @@ constexpr auto notFound = static_cast<NTSTATUS>(0xC0000225);
 constexpr const char* runAsAdministrator =
     "Open a terminal with \"Run as administrator\" and repeat the command.";
 constexpr const char* statusAdvice = "Run \"keywarden status\" to see the current registration.";
-
-struct NtStatusName {
-    NTSTATUS status;
-    const char* name;
-};
-
-constexpr std::array<NtStatusName, 5> ntStatusNames = {{
-    {notImplemented, "STATUS_NOT_IMPLEMENTED"},
-    {accessDenied, "STATUS_ACCESS_DENIED"},
-    {nameNotFound, "STATUS_OBJECT_NAME_NOT_FOUND"},
-    {nameCollision, "STATUS_OBJECT_NAME_COLLISION"},
-    {notFound, "STATUS_NOT_FOUND"},
-}};
-
-std::string nameOf(NTSTATUS status)
-{
-    char number[16];
-    std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
-    const auto* row = std::ranges::find(ntStatusNames, status, &NtStatusName::status);
-    return row == ntStatusNames.end() ? number : std::string(row->name) + " (" + number + ")";
-}
 
 bool isMissing(NTSTATUS status)
 {
@@ -111,7 +87,7 @@ using CngBuffer = std::unique_ptr<T, VOID(WINAPI*)(PVOID)>;
 [[noreturn]] void queryRefused(const char* call, NTSTATUS status)
 {
     throw Failure("CNG does not report what is registered: " + std::string(call) + " returned " +
-                  nameOf(status));
+                  statusText(status));
 }
 
 // Null when CNG knows no provider of the name.
@@ -171,10 +147,10 @@ void requireElevation(const CngSystem& system, const char* command)
 // earlier one, or success if there was none.
 [[noreturn]] void refused(const char* call, NTSTATUS status, NTSTATUS undone)
 {
-    std::string reason = "CNG refused: " + std::string(call) + " returned " + nameOf(status);
+    std::string reason = "CNG refused: " + std::string(call) + " returned " + statusText(status);
     std::string advice = status == accessDenied ? runAsAdministrator : "";
     if (undone != done) {
-        reason += "; the previous step could not be undone: " + nameOf(undone);
+        reason += "; the previous step could not be undone: " + statusText(undone);
         advice = "Run \"keywarden status\" to see what is left.";
     }
     throw Failure(reason, advice);
