@@ -9,13 +9,16 @@ namespace NV {
 namespace {
 
 struct Counted {
-    Counted(int& made, int& destroyed) : made_(made), destroyed_(destroyed) { ++made_; }
-    ~Counted() { ++destroyed_; }
+    Counted(int& madeCount, int& destroyedCount) : made(madeCount), destroyed(destroyedCount)
+    {
+        ++made;
+    }
+    ~Counted() { ++destroyed; }
     Counted(const Counted&) = delete;
     Counted& operator=(const Counted&) = delete;
 
-    int& made_;
-    int& destroyed_;
+    int& made;
+    int& destroyed;
 };
 
 TEST(NeverDestroyed, MakesItsObjectAndDoesNotDestroyIt)
@@ -25,7 +28,7 @@ TEST(NeverDestroyed, MakesItsObjectAndDoesNotDestroyIt)
     {
         NeverDestroyed<Counted> object(made, destroyed);
         EXPECT_EQ(1, made);
-        EXPECT_EQ(&made, &object->made_);
+        EXPECT_EQ(&made, &object->made);
         EXPECT_EQ(&*object, object.operator->());
     }
     EXPECT_EQ(1, made);

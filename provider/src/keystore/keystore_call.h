@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include <windows.h>
-
 #include "base/cng.h"
 
 #include "base/secret.h"

@@ -3,18 +3,16 @@
 
 #pragma once
 
-#include <cstdlib>
-#include <cstring>
+#include <cstddef>
 #include <memory>
-#include <new>
 
 #include "p11/cryptoki.h"
 
 namespace NV {
 
 // Owns a copy of the parameters on the C heap. Destroy it only after the work call: a token may keep
-// the pointer that it got from the init call. An object that was moved from has no use but to be
-// assigned to.
+// the pointer that it got from the init call. After a move, the source can only be assigned to or
+// destroyed.
 class OwnedMechanism {
 public:
     // Without parameters.
@@ -24,12 +22,9 @@ public:
     // std::bad_alloc.
     template <typename Parameters>
     OwnedMechanism(CK_MECHANISM_TYPE type, const Parameters& parameters)
-        : parameters_(std::malloc(sizeof parameters)), mechanism_{type, parameters_.get(),
-                                                                  sizeof parameters}
+        : parameters_(copyOf(&parameters, sizeof parameters)), mechanism_{type, parameters_.get(),
+                                                                          sizeof parameters}
     {
-        if (parameters_ == nullptr)
-            throw std::bad_alloc();
-        std::memcpy(parameters_.get(), &parameters, sizeof parameters);
     }
 
     CK_MECHANISM* get() { return &mechanism_; }
@@ -37,10 +32,13 @@ public:
 
 private:
     struct Freer {
-        void operator()(void* block) const { std::free(block); }
+        void operator()(void* block) const;
     };
+    using Block = std::unique_ptr<void, Freer>;
 
-    std::unique_ptr<void, Freer> parameters_;
+    static Block copyOf(const void* data, size_t size);
+
+    Block parameters_;
     CK_MECHANISM mechanism_;
 };
 

@@ -107,11 +107,11 @@ enum class Format : uint8_t { pointer, number, flags, bareFlags, text, wideText,
 // passes it to the library. A text must live until the line is written.
 template <typename T>
 struct Argument {
-    const char* name;
-    T value;
-    Format format;
-    int line;
-    const char* path;
+    const char* name = nullptr;
+    T value{};
+    Format format = Format::pointer;
+    int line = 0;
+    const char* path = nullptr;
     const char* separator = "=";
 };
 
