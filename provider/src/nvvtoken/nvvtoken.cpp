@@ -4,7 +4,6 @@
 #include "nvvtoken/nvvtoken.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <cstring>
 #include <cwchar>
 #include <string_view>

@@ -3,7 +3,6 @@
 #include "nvvtoken/nvvtoken.h"
 
 #include <algorithm>
-#include <cstring>
 #include <span>
 #include <string_view>
 

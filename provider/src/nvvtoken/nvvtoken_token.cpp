@@ -2,6 +2,7 @@
 
 #include "nvvtoken/nvvtoken.h"
 
+#include <mutex>
 #include <span>
 
 #include "base/text.h"

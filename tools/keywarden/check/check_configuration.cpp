@@ -3,9 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <cstdio>
-#include <cstdlib>
 #include <fstream>
-#include <iterator>
 #include <optional>
 #include <set>
 #include <sstream>

@@ -66,7 +66,7 @@ std::wstring fromAnsi(const std::string& text)
     return wide;
 }
 
-// The same text in the ANSI code page.
+// The value, which is UTF-8, in the ANSI code page. Throws Failure for a character that it lacks.
 std::string toAnsi(const ConfigKey& key, const std::string& value)
 {
     const std::wstring wide = fromUtf8(value);
@@ -97,10 +97,10 @@ std::string asComment(const std::string& text)
 }
 
 constexpr const char* fileComment =
-    "Norvanta KeyWarden: read once, when the module is loaded into a process.\n"
-    "key=value, one a line. A line that begins with # is a comment; further on in a line\n"
-    "a # belongs to the value. Lines end in a line feed alone: a carriage return would\n"
-    "become part of the value.";
+    "Norvanta KeyWarden reads this file once, when a process loads the module.\n"
+    "Each line is key=value. A line that begins with # is a comment; elsewhere in a line,\n"
+    "a # is part of the value. Lines end in a line feed alone: a carriage return would be\n"
+    "part of the value.";
 
 }  // namespace
 
