@@ -21,6 +21,7 @@ public:
     // The parameter is inside the object and pointed to.
     Mechanism(const Mechanism&) = delete;
     Mechanism& operator=(const Mechanism&) = delete;
+    ~Mechanism() = default;
 
     native::CK_MECHANISM* get();
 
