@@ -11,11 +11,11 @@ namespace NV::bridge {
 namespace {
 
 enum class Shape {
-    Bytes,     // the same in both layouts: byte strings, text, CK_BBOOL, CK_DATE
-    Number,    // one CK_ULONG
-    Numbers,   // an array of CK_ULONG
-    Template,  // an array of CK_ATTRIBUTE
-    Unknown,   // vendor-defined, or newer than the table
+    bytes,    // the same in both layouts: byte strings, text, CK_BBOOL, CK_DATE
+    number,   // one CK_ULONG
+    numbers,  // an array of CK_ULONG
+    nested,   // an array of CK_ATTRIBUTE
+    unknown,  // vendor-defined, or newer than the table
 };
 
 constexpr CK_ATTRIBUTE_TYPE numberAttributes[] = {
@@ -64,22 +64,22 @@ Shape shapeOf(CK_ATTRIBUTE_TYPE type)
 {
     switch (type) {
     case CKA_ALLOWED_MECHANISMS:
-        return Shape::Numbers;
+        return Shape::numbers;
     case CKA_WRAP_TEMPLATE:
     case CKA_UNWRAP_TEMPLATE:
     case CKA_DERIVE_TEMPLATE:
-        return Shape::Template;
+        return Shape::nested;
     case CKA_VENDOR_DEFINED:
-        return Shape::Unknown;
+        return Shape::unknown;
     default:
         break;
     }
     const auto isType = [type](CK_ATTRIBUTE_TYPE each) { return each == type; };
     if (std::any_of(std::begin(numberAttributes), std::end(numberAttributes), isType))
-        return Shape::Number;
+        return Shape::number;
     if (std::any_of(std::begin(knownAttributes), std::end(knownAttributes), isType))
-        return Shape::Bytes;
-    return Shape::Unknown;
+        return Shape::bytes;
+    return Shape::unknown;
 }
 
 // The caller's buffer need not be aligned.
@@ -100,7 +100,7 @@ void setNumberAt(void* values, size_t index, CK_ULONG value)
 InputTemplate::InputTemplate(const CK_ATTRIBUTE* attributes, CK_ULONG count)
     : null_{attributes == nullptr}, count_{count}
 {
-    if (null_)
+    if (attributes == nullptr)
         return;
     attributes_.reserve(size_t{1});
     for (CK_ULONG i = 0; i < count; ++i)
@@ -115,23 +115,23 @@ void InputTemplate::add(const CK_ATTRIBUTE& attribute)
     native::CK_ATTRIBUTE converted{};
     converted.type = attribute.type;
     switch (shapeOf(attribute.type)) {
-    case Shape::Bytes:
+    case Shape::bytes:
         converted.pValue = attribute.pValue;
         converted.ulValueLen = attribute.ulValueLen;
         break;
-    case Shape::Number:
+    case Shape::number:
         if (attribute.ulValueLen != sizeof(CK_ULONG))
             throw Failure{CKR_ATTRIBUTE_VALUE_INVALID};
         [[fallthrough]];
-    case Shape::Numbers: {
+    case Shape::numbers: {
         std::vector<native::CK_ULONG>& numbers = hold(attribute);
         converted.pValue = attribute.pValue != nullptr ? numbers.data() : nullptr;
         converted.ulValueLen = numbers.size() * sizeof(native::CK_ULONG);
         break;
     }
-    case Shape::Template:
+    case Shape::nested:
         throw Failure{CKR_FUNCTION_NOT_SUPPORTED};
-    case Shape::Unknown:
+    case Shape::unknown:
         throw Failure{CKR_ATTRIBUTE_TYPE_INVALID};
     }
     attributes_.push_back(converted);
@@ -164,7 +164,7 @@ native::CK_ULONG InputTemplate::count() const
 OutputTemplate::OutputTemplate(CK_ATTRIBUTE* attributes, CK_ULONG count)
     : null_{attributes == nullptr}, count_{count}
 {
-    if (null_)
+    if (attributes == nullptr)
         return;
     attributes_.reserve(size_t{1});
     for (CK_ULONG i = 0; i < count; ++i)
@@ -174,14 +174,14 @@ OutputTemplate::OutputTemplate(CK_ATTRIBUTE* attributes, CK_ULONG count)
 void OutputTemplate::add(CK_ATTRIBUTE& attribute)
 {
     const Shape shape = shapeOf(attribute.type);
-    if (shape == Shape::Template || shape == Shape::Unknown) {
+    if (shape == Shape::nested || shape == Shape::unknown) {
         refused_.push_back(&attribute);
         return;
     }
 
     native::CK_ATTRIBUTE converted{};
     converted.type = attribute.type;
-    Entry entry{&attribute, {}, shape != Shape::Bytes};
+    Entry entry{&attribute, {}, shape != Shape::bytes};
     if (!entry.holdsNumbers) {
         converted.pValue = attribute.pValue;
         converted.ulValueLen = attribute.ulValueLen;

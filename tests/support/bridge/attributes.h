@@ -22,6 +22,7 @@ public:
 
     InputTemplate(const InputTemplate&) = delete;
     InputTemplate& operator=(const InputTemplate&) = delete;
+    ~InputTemplate() = default;
 
     native::CK_ATTRIBUTE* data();
     native::CK_ULONG count() const;
@@ -43,6 +44,7 @@ public:
 
     OutputTemplate(const OutputTemplate&) = delete;
     OutputTemplate& operator=(const OutputTemplate&) = delete;
+    ~OutputTemplate() = default;
 
     native::CK_ATTRIBUTE* data();
     native::CK_ULONG count() const;

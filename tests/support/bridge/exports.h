@@ -35,9 +35,9 @@ CK_RV guarded(Work work)
 // written back only if the native call changed it; a null pointer stays null.
 class InOut {
 public:
-    explicit InOut(CK_ULONG* caller) : caller_{caller}, before_{caller != nullptr ? *caller : 0}
+    explicit InOut(CK_ULONG* caller)
+        : caller_{caller}, before_{caller != nullptr ? *caller : 0}, native_{before_}
     {
-        native_ = before_;
     }
 
     native::CK_ULONG* get() { return caller_ != nullptr ? &native_ : nullptr; }

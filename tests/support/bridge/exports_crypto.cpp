@@ -11,7 +11,7 @@ using namespace NV::bridge;
 
 namespace {
 
-enum Operation { Encrypt, Decrypt, Digest, Sign, SignRecover, Verify, VerifyRecover };
+enum Operation { encrypt, decrypt, digest, sign, signRecover, verify, verifyRecover };
 
 // Starts an operation; key is empty for C_DigestInit.
 template <typename Member, typename... Key>
@@ -32,12 +32,12 @@ CK_RV start(Operation operation, Member member, CK_SESSION_HANDLE session,
     NV_EXPORT(name,                                                                                \
               (CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey),    \
               { return start(operation, NV_NATIVE(name), hSession, pMechanism, hKey); })
-NV_START(C_EncryptInit, Encrypt)
-NV_START(C_DecryptInit, Decrypt)
-NV_START(C_SignInit, Sign)
-NV_START(C_SignRecoverInit, SignRecover)
-NV_START(C_VerifyInit, Verify)
-NV_START(C_VerifyRecoverInit, VerifyRecover)
+NV_START(C_EncryptInit, encrypt)
+NV_START(C_DecryptInit, decrypt)
+NV_START(C_SignInit, sign)
+NV_START(C_SignRecoverInit, signRecover)
+NV_START(C_VerifyInit, verify)
+NV_START(C_VerifyRecoverInit, verifyRecover)
 
 // (session, input, length, output, length in and out)
 #define NV_BYTES_TO_BYTES(name)                                                                    \
@@ -88,7 +88,7 @@ NV_WITH_BYTES(C_SeedRandom)
 NV_WITH_BYTES(C_GenerateRandom)
 
 NV_EXPORT(C_DigestInit, (CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism),
-          { return start(Digest, NV_NATIVE(C_DigestInit), hSession, pMechanism); })
+          { return start(digest, NV_NATIVE(C_DigestInit), hSession, pMechanism); })
 
 NV_EXPORT(C_DigestKey, (CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hKey),
           { return callNative(NV_NATIVE(C_DigestKey), hSession, hKey); })

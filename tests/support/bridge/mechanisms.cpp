@@ -11,7 +11,7 @@ namespace NV::bridge {
 
 namespace {
 
-enum class ParameterShape { Bytes, Pss, Oaep, Ecdh1, Unknown };
+enum class ParameterShape { bytes, pss, oaep, ecdh1, unknown };
 
 // RC2_CBC and RC5_CBC are not in this list: their parameters are structures, not byte strings.
 ParameterShape parameterShapeOf(CK_MECHANISM_TYPE type)
@@ -23,12 +23,12 @@ ParameterShape parameterShapeOf(CK_MECHANISM_TYPE type)
     case CKM_SHA256_RSA_PKCS_PSS:
     case CKM_SHA384_RSA_PKCS_PSS:
     case CKM_SHA512_RSA_PKCS_PSS:
-        return ParameterShape::Pss;
+        return ParameterShape::pss;
     case CKM_RSA_PKCS_OAEP:
-        return ParameterShape::Oaep;
+        return ParameterShape::oaep;
     case CKM_ECDH1_DERIVE:
     case CKM_ECDH1_COFACTOR_DERIVE:
-        return ParameterShape::Ecdh1;
+        return ParameterShape::ecdh1;
     case CKM_DES_CBC:
     case CKM_DES_CBC_PAD:
     case CKM_DES_OFB64:
@@ -54,9 +54,9 @@ ParameterShape parameterShapeOf(CK_MECHANISM_TYPE type)
     case CKM_SEED_CBC:
     case CKM_SEED_CBC_PAD:
     case CKM_DH_PKCS_DERIVE:
-        return ParameterShape::Bytes;
+        return ParameterShape::bytes;
     default:
-        return ParameterShape::Unknown;
+        return ParameterShape::unknown;
     }
 }
 
@@ -109,7 +109,7 @@ std::map<std::pair<CK_SESSION_HANDLE, int>, std::unique_ptr<Mechanism>> kept;
 
 Mechanism::Mechanism(const CK_MECHANISM* mechanism) : null_{mechanism == nullptr}
 {
-    if (null_)
+    if (mechanism == nullptr)
         return;
     mechanism_.mechanism = mechanism->mechanism;
     if (mechanism->pParameter == nullptr || mechanism->ulParameterLen == 0) {
@@ -119,20 +119,20 @@ Mechanism::Mechanism(const CK_MECHANISM* mechanism) : null_{mechanism == nullptr
     }
 
     switch (parameterShapeOf(mechanism->mechanism)) {
-    case ParameterShape::Bytes:
+    case ParameterShape::bytes:
         mechanism_.pParameter = mechanism->pParameter;
         mechanism_.ulParameterLen = mechanism->ulParameterLen;
         break;
-    case ParameterShape::Pss:
+    case ParameterShape::pss:
         setParameter(widened(read<CK_RSA_PKCS_PSS_PARAMS>(*mechanism)));
         break;
-    case ParameterShape::Oaep:
+    case ParameterShape::oaep:
         setParameter(widened(read<CK_RSA_PKCS_OAEP_PARAMS>(*mechanism)));
         break;
-    case ParameterShape::Ecdh1:
+    case ParameterShape::ecdh1:
         setParameter(widened(read<CK_ECDH1_DERIVE_PARAMS>(*mechanism)));
         break;
-    case ParameterShape::Unknown:
+    case ParameterShape::unknown:
         throw Failure{CKR_FUNCTION_NOT_SUPPORTED};
     }
 }

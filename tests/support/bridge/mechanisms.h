@@ -21,6 +21,7 @@ public:
     // Not movable: the mechanism points to the parameter inside the object.
     Mechanism(const Mechanism&) = delete;
     Mechanism& operator=(const Mechanism&) = delete;
+    ~Mechanism() = default;
 
     native::CK_MECHANISM* get();
 
