@@ -1,4 +1,5 @@
-// The sequence that token operations share: its lines, and what each failing step leaves.
+// The sequence that token operations share: its lines and its calls. What a failing step logs is tested
+// for each operation (fault_test.cpp, secret_fault_test.cpp), what it leaves in the fault matrix.
 
 #include <cstring>
 #include <stdexcept>
@@ -114,91 +115,6 @@ TEST_F(TokenSequenceTest, RunsFromInitialisingToFinalising)
                  "C_CloseSession(session=0x5E55)", "C_Finalize(reserved=null)"}),
         token.calls());
     EXPECT_FALSE(token.initialised());
-}
-
-// Which call fails, what the operation then says, and what it still calls.
-struct FailingStep {
-    const char* function;
-    std::string lines;
-    Strings calls;
-};
-
-std::vector<FailingStep> failingSteps()
-{
-    const auto error = [](const std::string& message) {
-        return "ERR NV::Operation::run:" + message + " (00000030(CKR_DEVICE_ERROR))\n";
-    };
-    const std::string end = joined({logoutLines, closeLines, finalizeLines});
-    const std::string begin = joined({initializeLines, openLines, loginLines});
-    const Strings all{"C_Initialize",      "C_OpenSession",  "C_Login",
-                      "C_FindObjectsInit", "C_FindObjects",  "C_FindObjectsFinal",
-                      "C_Logout",          "C_CloseSession", "C_Finalize"};
-    const auto calls = [&](size_t first, size_t last) {
-        Strings chosen(all.begin(), all.begin() + static_cast<std::ptrdiff_t>(first));
-        chosen.insert(chosen.end(), all.end() - static_cast<std::ptrdiff_t>(last), all.end());
-        return chosen;
-    };
-    return {
-        {"C_Initialize", std::string(initializeLines) + error("Failed C_Initialize"), calls(1, 0)},
-        {"C_OpenSession",
-         joined({initializeLines, "TRC NV::Operation::run:1) Try to open a new session \n",
-                 error("Failed to open session"), finalizeLines}),
-         calls(2, 1)},
-        {"C_Login",
-         joined({initializeLines, openLines, "TRC NV::Operation::run:2) Try to login the token \n",
-                 error("Failed to login the token"), closeLines, finalizeLines}),
-         calls(3, 2)},
-        {"C_FindObjectsInit",
-         joined({begin, "TRC NV::Operation::run:3) Try to find private key object of the token \n",
-                 error("Failed to initialize FindObject"), end}),
-         calls(4, 3)},
-        {"C_FindObjects", joined({begin, searchLines, error("Failed to find Object"), end}),
-         calls(5, 3)},
-        {"C_FindObjectsFinal",
-         joined({begin, searchLines, foundLines, error("Failed to finalize the FindObject"), end}),
-         calls(6, 3)},
-        {"C_Logout",
-         joined({begin, searchLines, foundLines, searchEndLines,
-                 "TRC NV::Operation::run:5) Try to logout the token \n",
-                 error("Failed to logout the token"), closeLines, finalizeLines}),
-         calls(6, 3)},
-        {"C_CloseSession",
-         joined({begin, searchLines, foundLines, searchEndLines, logoutLines,
-                 "TRC NV::Operation::run:6) Try to close the session (0000000000005e55)\n",
-                 error("Failed to close session"), finalizeLines}),
-         calls(6, 3)},
-        {"C_Finalize",
-         joined({begin, searchLines, foundLines, searchEndLines, end, error("Failed C_Finalize")}),
-         calls(6, 3)},
-    };
-}
-
-TEST_F(TokenSequenceTest, EachFailingStepDecidesTheStatusAndIsCleanedUpAfter)
-{
-    for (const FailingStep& step : failingSteps()) {
-        SCOPED_TRACE(step.function);
-        token.reset();
-        token.addRsaKeyPair(id, 1024);
-        token.fail(step.function, CKR_DEVICE_ERROR);
-        EXPECT_EQ(NTE_INTERNAL_ERROR, run());
-        expectLines(step.lines, operationLog());
-        EXPECT_EQ(step.calls, token.callNames());
-    }
-}
-
-TEST_F(TokenSequenceTest, AnExceptionOfTheLibraryIsAFailedStep)
-{
-    for (const FailingStep& step : failingSteps()) {
-        SCOPED_TRACE(step.function);
-        token.reset();
-        token.addRsaKeyPair(id, 1024);
-        token.throwFrom(step.function);
-        EXPECT_EQ(NTE_INTERNAL_ERROR, run());
-        expectLines(
-            replaced(step.lines, "00000030(CKR_DEVICE_ERROR)", "00000006(CKR_FUNCTION_FAILED)"),
-            operationLog());
-        EXPECT_EQ(step.calls, token.callNames());
-    }
 }
 
 TEST_F(TokenSequenceTest, ALibraryThatIsInitialisedAlreadyStaysSo)
