@@ -293,7 +293,7 @@ TEST_F(TokenKeys, WorkWhileSomebodyElseUsesTheLibrary)
     EXPECT_EQ(somebody->C_GetInfo(&information), CKR_OK);
 }
 
-// With certificates that nobody has published before: Wine writes the provider information of a
+// With certificates that were never published before: Wine writes the provider information of a
 // certificate only once.
 TEST(Publication, PutsEachCertificateInTheUsersStoreWithItsKey)
 {

@@ -115,7 +115,7 @@ TEST_P(RsaEncryption, CancelledDialogDecryptsNothing)
               ERROR_SUCCESS);
 }
 
-// A length query of Decrypt asks for the PIN like any other, and tells at least the length needed.
+// A length query of Decrypt asks for the PIN like any other, and returns at least the length needed.
 TEST_P(RsaEncryption, LengthQueries)
 {
     const OpenedKey key = open(GetParam());

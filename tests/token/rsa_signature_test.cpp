@@ -216,7 +216,7 @@ TEST_F(Pin, CancelledDialogIsSaidSoAndTheNextCallAsksAgain)
     EXPECT_TRUE(openSsl().verifies(rsa2048, value, right.bytes, pkcs1For(sha256)));
 }
 
-// A second signature without the PIN would mean that something kept it, or the login.
+// A second signature without the PIN would mean that the PIN or the login was still there.
 TEST_F(Pin, IsAskedForEachSignature)
 {
     const OpenedKey key = open(rsa2048);

@@ -169,7 +169,7 @@ TEST_P(EveryOperationTest, inAnInitialisedLibraryLeavesTheFinaliseOut)
     EXPECT_EQ(CKR_OK, exports.C_Finalize(nullptr));
 }
 
-TEST_P(EveryOperationTest, whenCleanUpFailsTooEveryFailureIsToldAndEveryStepTried)
+TEST_P(EveryOperationTest, whenCleanUpFailsTooEveryFailureIsLoggedAndEveryStepTried)
 {
     const Run what = good();
     token.fail("C_FindObjects", CKR_DEVICE_REMOVED);

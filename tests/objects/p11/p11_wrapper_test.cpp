@@ -157,7 +157,7 @@ TEST_P(WrapperTest, LogsAndPassesOnItsCall)
     EXPECT_EQ(Strings{row.recorded}, token.calls());
 }
 
-TEST_P(WrapperTest, TellsTheLibrarysFailure)
+TEST_P(WrapperTest, LogsTheLibrarysFailure)
 {
     token.fail(row.name, CKR_DEVICE_REMOVED);
     EXPECT_EQ(CKR_DEVICE_REMOVED, call(workshop->p11));

@@ -15,7 +15,7 @@ namespace NV::bridge {
 // Byte values stay where the caller has them; numbers are held here in their native width.
 class InputTemplate {
 public:
-    // Throws Failure: CKR_FUNCTION_NOT_SUPPORTED for an attribute that holds a template,
+    // Throws Failure: CKR_FUNCTION_NOT_SUPPORTED for an attribute that contains a template,
     // CKR_ATTRIBUTE_TYPE_INVALID for one whose shape is not known, CKR_ATTRIBUTE_VALUE_INVALID for
     // a number of the wrong length and for the length (CK_ULONG)-1.
     InputTemplate(const CK_ATTRIBUTE* attributes, CK_ULONG count);
@@ -56,7 +56,7 @@ public:
 private:
     struct Entry {
         CK_ATTRIBUTE* caller;
-        std::vector<native::CK_ULONG> numbers;  // empty unless the attribute holds numbers
+        std::vector<native::CK_ULONG> numbers;  // empty unless the attribute has numbers
         bool holdsNumbers;
     };
 

@@ -11,7 +11,7 @@ using namespace NV::bridge;
 
 namespace {
 
-// Searches are passed on in pieces of this many handles, whatever number the caller allows.
+// Searches are passed on in pieces of this many handles, no matter how many the caller allows.
 constexpr native::CK_ULONG searchPiece = 1024;
 
 CK_RV findObjects(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE* found, CK_ULONG most,

@@ -53,7 +53,7 @@ CK_RV loadFailure(const std::string& name, const char* reason)
     return CKR_LIBRARY_LOAD_FAILED;
 }
 
-// The library stays loaded for good: what it registered in the process (exit handlers, threads)
+// The library is never unloaded: what it registered in the process (exit handlers, threads)
 // would outlive it otherwise.
 CK_RV load(const std::string& name)
 {

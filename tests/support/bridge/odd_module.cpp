@@ -14,7 +14,7 @@ namespace {
 
 constexpr CK_ULONG beyond = CK_ULONG{1} << 32;
 
-// What the description tells.
+// What the description says.
 bool sawCallbacks = false;
 CK_FLAGS sawFlags = 0;
 bool sawNotify = false;

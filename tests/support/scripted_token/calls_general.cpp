@@ -47,7 +47,7 @@ CK_RV initialise(Token& token, const CK_C_INITIALIZE_ARGS* arguments)
     return CKR_OK;
 }
 
-// The sessions and logins that C_Finalize ends, because nobody else has.
+// The sessions and logins that C_Finalize ends because no other call has.
 void noteWhatIsLeft(const Token& token)
 {
     journal().sessionsFinalized += static_cast<uint32_t>(token.sessions.size());

@@ -20,7 +20,7 @@ CK_RV checkMechanism(const CK_MECHANISM* mechanism, CK_FLAGS flag)
     return row == nullptr || (row->flags & flag) == 0 ? CKR_MECHANISM_INVALID : CKR_OK;
 }
 
-// A key as the template wants it; the class is added where the template leaves it out.
+// A key as the template describes it; the class is added where the template leaves it out.
 Object keyFrom(const CK_ATTRIBUTE* attributes, CK_ULONG count, CK_OBJECT_CLASS objectClass)
 {
     Object key = objectFrom(attributes, count);

@@ -39,7 +39,7 @@ std::string hexBytes(const void* data, CK_ULONG length)
     return text;
 }
 
-// The blocks that hold pointers are told by what they point at: addresses differ with each run.
+// Blocks with pointers are shown as what they point at: addresses differ with each run.
 std::string parameterText(const CK_MECHANISM& mechanism)
 {
     if (mechanism.pParameter != nullptr && mechanism.mechanism == CKM_RSA_PKCS_OAEP &&
@@ -136,7 +136,7 @@ Line& Line::room(const char* name, const void* buffer, const CK_ULONG* length)
 {
     if (!wanted_)
         return *this;
-    // Without a buffer the length is output only, so what stands there is not looked at.
+    // Without a buffer the length is output only, so its value is not looked at.
     if (buffer == nullptr)
         return add(name, "null");
     return add(name, length == nullptr ? std::string("room[?]") : inBrackets("room", *length));

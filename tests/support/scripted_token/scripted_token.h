@@ -72,7 +72,7 @@ public:
     // As fail, but the call has done its work before it answers so.
     void failAfterWork(const std::string& function, CK_RV rv, uint32_t nth = 0);
     void throwFrom(const std::string& function, uint32_t nth = 0);
-    // Of C_GetAttributeValue: it succeeds, but says of every value that it cannot be told.
+    // Of C_GetAttributeValue: it succeeds, but reports every value as unavailable.
     void valueUnavailable(uint32_t nth = 0);
     void delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth = 0);
     // These three act on, and count, only calls that give an output buffer.
@@ -94,7 +94,7 @@ public:
     CK_OBJECT_HANDLE addObject(const std::vector<Attribute>& attributes, CK_SLOT_ID slot = kSlot);
     CK_OBJECT_HANDLE addCertificate(const std::optional<Bytes>& id, const Bytes& der,
                                     CK_SLOT_ID slot = kSlot);
-    // First the public key, then the private one. An empty modulus stands for a pattern.
+    // First the public key, then the private one. An empty modulus means a pattern.
     KeyPair addRsaKeyPair(const Bytes& id, CK_ULONG modulusBits, CK_SLOT_ID slot = kSlot,
                           const Bytes& modulus = {});
     // Coordinates of 32, 48 or 66 bytes: P-256, P-384, P-521; others throw std::invalid_argument.

@@ -13,7 +13,7 @@ namespace NV::test {
 
 using Bytes = std::vector<CK_BYTE>;
 
-// Slot 52 holds an initialised token; slot 77 is empty until a test fills it.
+// Slot 52 contains an initialised token; slot 77 is empty until a test fills it.
 inline constexpr CK_SLOT_ID kSlot = 52;
 inline constexpr CK_SLOT_ID kOtherSlot = 77;
 inline constexpr CK_FLAGS kSlotFlags = CKF_TOKEN_PRESENT | CKF_REMOVABLE_DEVICE | CKF_HW_SLOT;
@@ -87,7 +87,7 @@ inline constexpr CK_FLAGS kSignAndVerify = CKF_SIGN | CKF_VERIFY;
 inline constexpr CK_FLAGS kRawRsa = CKF_HW | CKF_ENCRYPT | CKF_DECRYPT | kSignAndVerify |
                                     CKF_SIGN_RECOVER | CKF_VERIFY_RECOVER | CKF_WRAP | CKF_UNWRAP;
 
-// In the order in which C_GetMechanismList tells them; not sorted on purpose.
+// In the order in which C_GetMechanismList returns them; not sorted on purpose.
 inline constexpr MechanismRow kMechanisms[] = {
     {CKM_ECDSA, 161, 571, CKF_HW | kSignAndVerify, MechanismFamily::ec, 0},
     {CKM_ECDH1_DERIVE, 163, 569, CKF_HW | CKF_DERIVE, MechanismFamily::ec, 0},

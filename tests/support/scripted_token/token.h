@@ -78,7 +78,7 @@ public:
     void finalise();
 
     Slot* slot(CK_SLOT_ID id);
-    CK_RV checkToken(CK_SLOT_ID id);  // CKR_OK: the slot is known and holds a token
+    CK_RV checkToken(CK_SLOT_ID id);  // CKR_OK: the slot is known and contains a token
 
     Session* session(CK_SESSION_HANDLE handle);
     Session& openSession(CK_SLOT_ID id, CK_FLAGS flags);
@@ -86,7 +86,7 @@ public:
     CK_ULONG sessionCount(CK_SLOT_ID id, bool readWriteOnly) const;
     void logOut(Slot& from);
 
-    // False for a private object while the user is not logged in to a token that wants it.
+    // False for a private object while the user is not logged in to a token that requires it.
     bool visible(const Object& seen);
     Object* object(CK_OBJECT_HANDLE handle);
     CK_OBJECT_HANDLE addTokenObject(Object added);

@@ -16,7 +16,7 @@ namespace {
 constexpr unsigned char untouched = 0xA5;
 constexpr size_t guardSize = 16;
 
-// A buffer for an operation, with some bytes behind its given size that nobody may touch.
+// A buffer for an operation, with some bytes behind its given size that must stay unchanged.
 class GuardedBuffer {
 public:
     explicit GuardedBuffer(DWORD size) : size_(size), bytes_(size + guardSize, untouched) {}

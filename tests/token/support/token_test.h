@@ -1,4 +1,4 @@
-// What every test on a real token stands on: a profile, the module, an opened provider on the token
+// What every test on a real token uses: a profile, the module, an opened provider on the token
 // that make-token.sh made, and its operations with results as values.
 
 #pragma once
