@@ -1,4 +1,4 @@
-// The cases of the fault matrix that this program has run. It tells them at its end, where a whole
+// The cases of the fault matrix that this program has run. It prints their number at its end, where a whole
 // run must have been more than a thousand.
 
 #pragma once

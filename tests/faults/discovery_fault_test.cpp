@@ -95,7 +95,7 @@ class DiscoveryFaultTest : public testing::Test {
 protected:
     DiscoveryFaultTest()
     {
-        // What the first run and the first exception of a thread allocate for good is no leak.
+        // What the first run and the first exception of a thread allocate once is no leak.
         fillToken();
         token.throwFrom("C_GetInfo", 1);
         discover();

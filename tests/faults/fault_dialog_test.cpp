@@ -83,7 +83,7 @@ protected:
         return GetParam() == TokenOperation::rsaSign ? signatureOf(CKM_RSA_PKCS, hash, 256) : hash;
     }
 
-    // What the application is told, which is more than the key object tells.
+    // What the application receives, which is more than the key object returns.
     std::optional<DWORD> lengthOf(const ExpectedOutcome& expected) const
     {
         const bool hasSigned =

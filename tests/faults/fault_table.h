@@ -29,7 +29,7 @@ enum class FaultKind {
     code,               // the call answers `code` and does nothing
     exception,          // an exception leaves it
     nullEntry,          // the library's list has no such function, for any call of it
-    valueUnavailable,   // of C_GetAttributeValue: CKR_OK, but the value cannot be told
+    valueUnavailable,   // of C_GetAttributeValue: CKR_OK, but the value is unavailable
     bufferTooSmall,     // CKR_BUFFER_TOO_SMALL with the length needed
     secondCountLarger,  // a count or length that exceeds the true one
     lengthPastBuffer,   // a count or length that exceeds the buffer

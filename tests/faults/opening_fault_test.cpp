@@ -57,7 +57,7 @@ protected:
         const std::filesystem::path file = folder.path() / "provider.conf";
         writeFile(file, "p11File=" + ScriptedToken::path() + "\n");
         Config::instance().load(narrowPath(file));
-        // What the first run and the first exception of a thread allocate for good is no leak.
+        // What the first run and the first exception of a thread allocate once is no leak.
         fillToken();
         token.throwFrom("C_GetInfo", 1);
         open();

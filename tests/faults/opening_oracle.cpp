@@ -21,7 +21,7 @@ enum class Lost {
     slots,         // all of them
     slot,          // this one; the next is taken
     certificates,  // all of them
-    key,           // of this certificate, which is published all the same
+    key,           // of this certificate, which is still published
     name,          // of this certificate; its key has an empty one
 };
 

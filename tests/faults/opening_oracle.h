@@ -51,14 +51,14 @@ std::vector<Step> openingSteps();
 struct ExpectedOpening {
     bool result;
     std::string calls;  // until init returns
-    // The names that EnumKeys tells, each with a blank behind it.
+    // The names that EnumKeys returns, each with a blank behind it.
     std::string keys;
-    bool algorithms;     // are told
+    bool algorithms;     // are returned
     uint32_t published;  // attempts to publish a certificate
     CK_SLOT_ID slot;     // of the session, if one is opened
     bool initialised;    // how init leaves the library
     uint32_t sessionsFinalized;
-    // Destroying the provider finalises the library once more.
+    // Destroying the provider finalises the library again.
     bool finalizedAtTheEnd;
 };
 

@@ -15,7 +15,7 @@ class OperationFaultTest : public testing::TestWithParam<OperationRow> {
 protected:
     OperationFaultTest()
     {
-        // What the first run and the first exception of a thread allocate for good is no leak.
+        // What the first run and the first exception of a thread allocate once is no leak.
         operations.reset();
         operations.token.throwFrom("C_Initialize", 1);
         operations.run(row());

@@ -1,13 +1,13 @@
 // What a fault makes of a token operation:
 //
-// - A call that fails, throws or is missing ends the work. Every clean-up call that stands behind it
-//   and undoes a call before it is still made: logout, close, finalise.
+// - A call that fails, throws or is missing ends the work. Every clean-up call that comes after it and
+//   undoes a call before it is still made: logout, close, finalise.
 // - Any such failure, of the work or of the clean-up, is NTE_INTERNAL_ERROR.
-// - CKR_CRYPTOKI_ALREADY_INITIALIZED at the start is none; the operation then leaves the finalise
-//   to whoever initialised the library.
-// - A count or length that lies is cut to what the buffer holds, and the operation succeeds.
-// - The output is the token's; what a caller is told beside it, he is told of a success only, but
-//   for derivation, which tells the length as soon as it has derived.
+// - CKR_CRYPTOKI_ALREADY_INITIALIZED at the start is not a failure; the operation then leaves the
+//   finalise step to the caller that initialised the library.
+// - A count or length that lies is limited to the buffer, and the operation succeeds.
+// - The output is the token's. The caller receives its length on success only, except from derivation,
+//   which writes the length as soon as the key is derived.
 
 #include "operation_oracle.h"
 

@@ -87,7 +87,7 @@ struct ExpectedOutcome {
     std::optional<DWORD> length;  // *pcbResult; none: untouched
     bool secret;                  // an agreed secret is handed out
     bool initialised;             // how the operation leaves the library
-    uint32_t sessionsFinalized;   // sessions that nobody but C_Finalize has ended
+    uint32_t sessionsFinalized;   // sessions that only C_Finalize has ended
 };
 
 ExpectedOutcome expectedOutcome(const OperationRow& row, const Sequence& good,

@@ -84,7 +84,7 @@ checkHardening()
     [ -z "$missing" ] || echo "DllCharacteristics lack$missing"
 }
 
-# An image without relocations stays where it is, whatever its flags promise.
+# An image without relocations stays where it is, no matter what its flags say.
 checkRelocations()
 {
     local size

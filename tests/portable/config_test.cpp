@@ -5,7 +5,9 @@
 
 #include <gtest/gtest.h>
 
+#include <map>
 #include <memory>
+#include <ostream>
 #include <stdexcept>
 
 #include "folder.h"
@@ -42,109 +44,88 @@ private:
     test::TemporaryFolder folder_;
 };
 
-TEST_F(ConfigFile, ReadsKeysAndValues)
+// What a file's content gives: the values of some keys, and the error that ends the loading.
+struct FileCase {
+    const char* name;
+    const char* content;
+    std::map<std::string, std::string> values;
+    std::string error = "loaded";
+};
+
+void PrintTo(const FileCase& row, std::ostream* out)
 {
-    load("logLevel = debug\nlogTypes= file , console\nlogStore=~\\logs\nlogRotate=30\n");
-    EXPECT_EQ("debug", get("logLevel"));
-    EXPECT_EQ("file , console", get("logTypes"));
-    EXPECT_EQ("~\\logs", get("logStore"));
-    EXPECT_EQ("30", get("logRotate"));
+    *out << row.name;
 }
 
-TEST_F(ConfigFile, TrimsSpacesAtBothEndsOfKeyAndValue)
+const FileCase fileCases[] = {
+    {"ReadsKeysAndValues",
+     "logLevel = debug\nlogTypes= file , console\nlogStore=~\\logs\nlogRotate=30\n",
+     {{"logLevel", "debug"},
+      {"logTypes", "file , console"},
+      {"logStore", "~\\logs"},
+      {"logRotate", "30"}}},
+    {"TrimsSpacesAtBothEndsOfKeyAndValue",
+     "   trimmed   =   a b   \n",
+     {{"trimmed", "a b"}, {"   trimmed   ", ""}}},
+    {"KeepsTabsAndCarriageReturns",
+     "tabs=\ta\t\ncr=TRACE\r\nspaceBeforeCr=30 \r\n",
+     {{"tabs", "\ta\t"}, {"cr", "TRACE\r"}, {"spaceBeforeCr", "30 \r"}}},
+    {"SkipsEmptyLinesAndLinesThatBeginWithANumberSign",
+     "\n\n# comment without the sign of equality\n#key=commented\n\nafterComments=1\n\n",
+     {{"afterComments", "1"}, {"#key", ""}, {"key=commented", ""}}},
+    {"ANumberSignLaterInTheLineBelongsToTheValue",
+     "p11File=C:\\path\\lib.dll # comment\n",
+     {{"p11File", "C:\\path\\lib.dll # comment"}}},
+    {"ANumberSignBehindASpaceIsNoComment",
+     " # sign = value\n # no comment\n",
+     {{"# sign", "value"}},
+     "Invalid line:  # no comment"},
+    {"FurtherEqualSignsBelongToTheValue",
+     "equals=a=b\nmany===\n",
+     {{"equals", "a=b"}, {"many", "=="}}},
+    {"ALineMayHaveAnEmptyKeyOrAnEmptyValue",
+     "=value\nemptyValue=\nspacesOnly=   \n",
+     {{"", "value"}, {"emptyValue", ""}, {"spacesOnly", ""}}},
+    {"ALaterLineReplacesAnEarlierOne", "twice=1\ntwice=2\n", {{"twice", "2"}}},
+    {"KeysAreCaseSensitive",
+     "Case=upper\ncase=lower\n",
+     {{"Case", "upper"}, {"case", "lower"}, {"CASE", ""}}},
+    {"TheLastLineNeedsNoLineFeed", "beforeLast=1\nlast=2", {{"last", "2"}}},
+    {"ControlZIsAnOrdinaryCharacter",
+     "controlZ=a\x1A"
+     "b\nafterControlZ=1\n",
+     {{"controlZ", "a\x1A"
+                   "b"},
+      {"afterControlZ", "1"}}},
+    {"BytesOutsideAsciiPassUnchanged", "bytes=\xE9\xFF\x80\n", {{"bytes", "\xE9\xFF\x80"}}},
+    {"ALineWithoutEqualSignIsAnError", "logLevel\n", {}, "Invalid line: logLevel"},
+    {"ALineOfSpacesIsAnError", "   \n", {}, "Invalid line:    "},
+    {"ACarriageReturnAloneIsAnError", "a=1\r\n\r\nb=2\r\n", {}, "Invalid line: \r"},
+    {"LoadingStopsAtTheInvalidLineAndKeepsWhatCameBefore",
+     "beforeError=1\nno sign here\nafterError=2\n",
+     {{"beforeError", "1"}, {"afterError", ""}},
+     "Invalid line: no sign here"},
+};
+
+class ConfigFileRow : public ConfigFile, public testing::WithParamInterface<FileCase> {};
+
+TEST_P(ConfigFileRow, GivesTheseValues)
 {
-    load("   trimmed   =   a b   \n");
-    EXPECT_EQ("a b", get("trimmed"));
-    EXPECT_EQ("", get("   trimmed   "));
+    EXPECT_EQ(GetParam().error, loadError(GetParam().content));
+    for (const auto& [key, value] : GetParam().values)
+        EXPECT_EQ(value, get(key)) << key;
 }
 
-TEST_F(ConfigFile, KeepsTabsAndCarriageReturns)
-{
-    load("tabs=\ta\t\ncr=TRACE\r\nspaceBeforeCr=30 \r\n");
-    EXPECT_EQ("\ta\t", get("tabs"));
-    EXPECT_EQ("TRACE\r", get("cr"));
-    EXPECT_EQ("30 \r", get("spaceBeforeCr"));
-}
+INSTANTIATE_TEST_SUITE_P(Files, ConfigFileRow, testing::ValuesIn(fileCases),
+                         [](const auto& row) { return std::string(row.param.name); });
 
-TEST_F(ConfigFile, SkipsEmptyLinesAndLinesThatBeginWithANumberSign)
+TEST_F(ConfigFile, ASecondFileReplacesOnlyTheKeysThatItHas)
 {
-    load("\n\n# comment without the sign of equality\n#key=commented\n\nafterComments=1\n\n");
-    EXPECT_EQ("1", get("afterComments"));
-    EXPECT_EQ("", get("#key"));
-    EXPECT_EQ("", get("key=commented"));
-}
-
-TEST_F(ConfigFile, ANumberSignLaterInTheLineBelongsToTheValue)
-{
-    load("p11File=C:\\path\\lib.dll # comment\n");
-    EXPECT_EQ("C:\\path\\lib.dll # comment", get("p11File"));
-}
-
-TEST_F(ConfigFile, ANumberSignBehindASpaceIsNoComment)
-{
-    load(" # sign = value\n");
-    EXPECT_EQ("value", get("# sign"));
-    EXPECT_EQ("Invalid line:  # no comment", loadError(" # no comment\n"));
-}
-
-TEST_F(ConfigFile, FurtherEqualSignsBelongToTheValue)
-{
-    load("equals=a=b\nmany===\n");
-    EXPECT_EQ("a=b", get("equals"));
-    EXPECT_EQ("==", get("many"));
-}
-
-TEST_F(ConfigFile, ALineMayHaveAnEmptyKeyOrAnEmptyValue)
-{
-    load("=value\nemptyValue=\nspacesOnly=   \n");
-    EXPECT_EQ("value", get(""));
-    EXPECT_EQ("", get("emptyValue"));
-    EXPECT_EQ("", get("spacesOnly"));
-}
-
-TEST_F(ConfigFile, ALaterLineReplacesAnEarlierOne)
-{
-    load("twice=1\ntwice=2\n");
-    EXPECT_EQ("2", get("twice"));
-    load("twice=3\n");
-    EXPECT_EQ("3", get("twice"));
-}
-
-TEST_F(ConfigFile, KeysAreCaseSensitive)
-{
-    load("Case=upper\ncase=lower\n");
-    EXPECT_EQ("upper", get("Case"));
-    EXPECT_EQ("lower", get("case"));
-    EXPECT_EQ("", get("CASE"));
-}
-
-TEST_F(ConfigFile, TheLastLineNeedsNoLineFeed)
-{
-    load("beforeLast=1\nlast=2");
-    EXPECT_EQ("2", get("last"));
-}
-
-TEST_F(ConfigFile, AnEmptyFileChangesNothing)
-{
-    load("kept=1\n");
+    load("changed=1\nunchanged=1\n");
+    load("changed=2\n");
     load("");
-    EXPECT_EQ("1", get("kept"));
-}
-
-TEST_F(ConfigFile, ControlZIsAnOrdinaryCharacter)
-{
-    load("controlZ=a\x1A"
-         "b\nafterControlZ=1\n");
-    EXPECT_EQ("a\x1A"
-              "b",
-              get("controlZ"));
-    EXPECT_EQ("1", get("afterControlZ"));
-}
-
-TEST_F(ConfigFile, BytesOutsideAsciiPassUnchanged)
-{
-    load("bytes=\xE9\xFF\x80\n");
-    EXPECT_EQ("\xE9\xFF\x80", get("bytes"));
+    EXPECT_EQ("2", get("changed"));
+    EXPECT_EQ("1", get("unchanged"));
 }
 
 TEST_F(ConfigFile, AMissingFileIsAnError)
@@ -157,29 +138,6 @@ TEST_F(ConfigFile, AMissingFileIsAnError)
         EXPECT_EQ("Cannot open file: " + missing, error.what());
         EXPECT_EQ(typeid(std::runtime_error), typeid(error));
     }
-}
-
-TEST_F(ConfigFile, ALineWithoutEqualSignIsAnError)
-{
-    EXPECT_EQ("Invalid line: logLevel", loadError("logLevel\n"));
-    EXPECT_EQ("Invalid line: no sign here", loadError("a=1\nno sign here\nb=2\n"));
-}
-
-TEST_F(ConfigFile, ALineOfSpacesIsAnError)
-{
-    EXPECT_EQ("Invalid line:    ", loadError("   \n"));
-}
-
-TEST_F(ConfigFile, ACarriageReturnAloneIsAnError)
-{
-    EXPECT_EQ("Invalid line: \r", loadError("a=1\r\n\r\nb=2\r\n"));
-}
-
-TEST_F(ConfigFile, LoadingStopsAtTheInvalidLineAndKeepsWhatCameBefore)
-{
-    EXPECT_EQ("Invalid line: invalid", loadError("beforeError=1\ninvalid\nafterError=2\n"));
-    EXPECT_EQ("1", get("beforeError"));
-    EXPECT_EQ("", get("afterError"));
 }
 
 TEST_F(ConfigFile, ThePathMayHoldCharactersOutsideAscii)

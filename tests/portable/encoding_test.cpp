@@ -22,7 +22,7 @@ std::string base64(std::string_view text)
     return base64Encode(bytes(text));
 }
 
-// The codecs once more, a byte and a bit at a time, for comparison at every length.
+// The codecs again, written a byte and a bit at a time, for comparison at every length.
 namespace plain {
 
 constexpr std::string_view alphabet =

@@ -23,7 +23,7 @@ std::string hexOf(std::span<const unsigned char> bytes)
     return hexEncode(bytes.data(), static_cast<int32_t>(bytes.size()));
 }
 
-TEST(EccBlob, TheMagicTellsTheCurve)
+TEST(EccBlob, TheMagicNamesTheCurve)
 {
     EXPECT_EQ(256U, readEccBlob(hexDecode("45434B31")).curve->keyLength);
     EXPECT_EQ(384U, readEccBlob(hexDecode("45434B33")).curve->keyLength);

@@ -49,7 +49,7 @@ TEST(ParameterKind, IsTheBuffersType)
     EXPECT_EQ(ParameterKind::misplacedHmacKey, kind(3, false));
 }
 
-TEST(ParameterKind, ANullPointerWithASizeIsUnreadableWhateverTheType)
+TEST(ParameterKind, ANullPointerWithASizeIsUnreadableForAnyType)
 {
     for (const uint32_t type : {0U, 1U, 3U, 9U})
         EXPECT_EQ(ParameterKind::unreadable, parameterKind({1, type, nullptr}, false)) << type;

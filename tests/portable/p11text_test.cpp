@@ -1,5 +1,5 @@
 // PKCS#11 values and structures as text. The names are compared with the PKCS#11 header of p11-kit,
-// which was written by others; what it lacks stands here.
+// which was written by others; what it lacks is listed here.
 
 #include "p11/p11text.h"
 
@@ -97,7 +97,7 @@ std::set<uint32_t> p11kitValues(const std::string& name)
     return values;
 }
 
-// Every name that both sides know stands for the same value. Gives the names that only we have.
+// Every name that both sides know has the same value. Returns the names that only we have.
 std::set<std::string> namesThatP11KitLacks(const Names& ours, const std::set<std::string>& excepted)
 {
     std::set<std::string> lacking;
@@ -134,37 +134,46 @@ size_t distinctNames(const Names& names)
 
 using Strings = std::set<std::string>;
 
+struct TextRow {
+    uint32_t value;
+    std::string_view text;
+};
+
+template <typename TextFunction>
+void expectTexts(TextFunction&& text, std::initializer_list<TextRow> rows)
+{
+    for (const TextRow& row : rows)
+        EXPECT_EQ(row.text, text(row.value));
+}
+
 // --- return values ---
 
 TEST(ReturnValueText, ShowsEightHexadecimalDigitsAndTheName)
 {
-    EXPECT_STREQ("00000000(CKR_OK)", returnValueText(0));
-    EXPECT_STREQ("00000191(CKR_CRYPTOKI_ALREADY_INITIALIZED)", returnValueText(0x191));
-    EXPECT_STREQ("000000a0(CKR_PIN_INCORRECT)", returnValueText(0xA0));
-    EXPECT_STREQ("00000150(CKR_BUFFER_TOO_SMALL)", returnValueText(0x150));
-    EXPECT_STREQ("00000200(CKR_FUNCTION_REJECTED)", returnValueText(0x200));
+    expectTexts(returnValueText, {{0, "00000000(CKR_OK)"},
+                                  {0x191, "00000191(CKR_CRYPTOKI_ALREADY_INITIALIZED)"},
+                                  {0xA0, "000000a0(CKR_PIN_INCORRECT)"},
+                                  {0x150, "00000150(CKR_BUFFER_TOO_SMALL)"},
+                                  {0x200, "00000200(CKR_FUNCTION_REJECTED)"}});
 }
 
 TEST(ReturnValueText, NamesTheFiveLateValuesAsTheErrataNumberThem)
 {
-    EXPECT_STREQ("000001b5(CKR_EXCEEDED_MAX_ITERATIONS)", returnValueText(0x1B5));
-    EXPECT_STREQ("000001b6(CKR_FIPS_SELF_TEST_FAILED)", returnValueText(0x1B6));
-    EXPECT_STREQ("000001b7(CKR_LIBRARY_LOAD_FAILED)", returnValueText(0x1B7));
-    EXPECT_STREQ("000001b8(CKR_PIN_TOO_WEAK)", returnValueText(0x1B8));
-    EXPECT_STREQ("000001b9(CKR_PUBLIC_KEY_INVALID)", returnValueText(0x1B9));
-    EXPECT_STREQ("UNKNOWN", returnValueText(0x1C0));
-    EXPECT_STREQ("UNKNOWN", returnValueText(0x1C4));
+    expectTexts(returnValueText, {{0x1B5, "000001b5(CKR_EXCEEDED_MAX_ITERATIONS)"},
+                                  {0x1B6, "000001b6(CKR_FIPS_SELF_TEST_FAILED)"},
+                                  {0x1B7, "000001b7(CKR_LIBRARY_LOAD_FAILED)"},
+                                  {0x1B8, "000001b8(CKR_PIN_TOO_WEAK)"},
+                                  {0x1B9, "000001b9(CKR_PUBLIC_KEY_INVALID)"},
+                                  {0x1C0, "UNKNOWN"},
+                                  {0x1C4, "UNKNOWN"}});
 }
 
 TEST(ReturnValueText, OtherValuesAreUnknown)
 {
     EXPECT_STREQ("UNKNOWN", returnValueText(0x140));  // CKR_CURVE_NOT_SUPPORTED
     EXPECT_STREQ("UNKNOWN", returnValueText(0x1B));   // CKR_ACTION_PROHIBITED
-    EXPECT_STREQ("UNKNOWN", returnValueText(0x04));
-    EXPECT_STREQ("UNKNOWN", returnValueText(0x201));
-    EXPECT_STREQ("UNKNOWN", returnValueText(0x80000000));
-    EXPECT_STREQ("UNKNOWN", returnValueText(0x80000191));
-    EXPECT_STREQ("UNKNOWN", returnValueText(0xFFFFFFFF));
+    for (const uint32_t value : {0x04U, 0x201U, 0x80000000U, 0x80000191U, 0xFFFFFFFFU})
+        EXPECT_EQ("UNKNOWN", std::string(returnValueText(value))) << value;
 }
 
 TEST(ReturnValueText, NamesNinetyTwoValuesEachOnce)
@@ -202,58 +211,60 @@ TEST(ReturnValueText, EachCallOverwritesTheTextBefore)
 
 TEST(MechanismText, IsTheBareIdentifier)
 {
-    EXPECT_STREQ("CKM_RSA_PKCS_KEY_PAIR_GEN", mechanismText(0));
-    EXPECT_STREQ("CKM_RSA_PKCS_PSS", mechanismText(0x0D));
-    EXPECT_STREQ("CKM_EC_KEY_PAIR_GEN", mechanismText(0x1040));
-    EXPECT_STREQ("CKM_ECDH1_DERIVE", mechanismText(0x1050));
-    EXPECT_STREQ("CKM_AES_KEY_WRAP_PAD", mechanismText(0x210A));
-    EXPECT_STREQ("CKM_CAST128_KEY_GEN", mechanismText(0x320));
+    expectTexts(mechanismText, {{0, "CKM_RSA_PKCS_KEY_PAIR_GEN"},
+                                {0x0D, "CKM_RSA_PKCS_PSS"},
+                                {0x1040, "CKM_EC_KEY_PAIR_GEN"},
+                                {0x1050, "CKM_ECDH1_DERIVE"},
+                                {0x210A, "CKM_AES_KEY_WRAP_PAD"},
+                                {0x320, "CKM_CAST128_KEY_GEN"}});
 }
 
 TEST(MechanismText, NamesTheAdditionsOfVersionThree)
 {
-    EXPECT_STREQ("CKM_EC_EDWARDS_KEY_PAIR_GEN", mechanismText(0x1055));
-    EXPECT_STREQ("CKM_EDDSA", mechanismText(0x1057));
-    EXPECT_STREQ("CKM_DSA_SHA3_224", mechanismText(0x18));
-    EXPECT_STREQ("CKM_DSA_SHA3_256", mechanismText(0x19));
-    EXPECT_STREQ("CKM_DSA_SHA3_384", mechanismText(0x1A));
-    EXPECT_STREQ("CKM_DSA_SHA3_512", mechanismText(0x1B));
-    EXPECT_STREQ("CKM_ECDSA_SHA3_224", mechanismText(0x1047));
-    EXPECT_STREQ("CKM_ECDSA_SHA3_256", mechanismText(0x1048));
-    EXPECT_STREQ("CKM_ECDSA_SHA3_384", mechanismText(0x1049));
-    EXPECT_STREQ("CKM_ECDSA_SHA3_512", mechanismText(0x104A));
-    EXPECT_STREQ("CKM_SP800_108_COUNTER_KDF", mechanismText(0x3AC));
-    EXPECT_STREQ("CKM_SP800_108_FEEDBACK_KDF", mechanismText(0x3AD));
-    EXPECT_STREQ("CKM_SP800_108_DOUBLE_PIPELINE_KDF", mechanismText(0x3AE));
+    expectTexts(mechanismText, {{0x1055, "CKM_EC_EDWARDS_KEY_PAIR_GEN"},
+                                {0x1057, "CKM_EDDSA"},
+                                {0x18, "CKM_DSA_SHA3_224"},
+                                {0x19, "CKM_DSA_SHA3_256"},
+                                {0x1A, "CKM_DSA_SHA3_384"},
+                                {0x1B, "CKM_DSA_SHA3_512"},
+                                {0x1047, "CKM_ECDSA_SHA3_224"},
+                                {0x1048, "CKM_ECDSA_SHA3_256"},
+                                {0x1049, "CKM_ECDSA_SHA3_384"},
+                                {0x104A, "CKM_ECDSA_SHA3_512"},
+                                {0x3AC, "CKM_SP800_108_COUNTER_KDF"},
+                                {0x3AD, "CKM_SP800_108_FEEDBACK_KDF"},
+                                {0x3AE, "CKM_SP800_108_DOUBLE_PIPELINE_KDF"}});
 }
 
 TEST(MechanismText, TwoNamesAreSpeltInTheirOwnWay)
 {
-    EXPECT_STREQ("CKM_KIP_DERIVE\t", mechanismText(0x510));
-    EXPECT_STREQ("CKM_KIP_WRAP", mechanismText(0x511));
-    EXPECT_STREQ("CKM_DSA_PROBABLISTIC_PARAMETER_GEN", mechanismText(0x2003));
+    expectTexts(mechanismText, {{0x510, "CKM_KIP_DERIVE\t"},
+                                {0x511, "CKM_KIP_WRAP"},
+                                {0x2003, "CKM_DSA_PROBABLISTIC_PARAMETER_GEN"}});
 }
 
 TEST(MechanismText, OnlyTheVendorValueItselfHasAName)
 {
-    EXPECT_STREQ("CKM_VENDOR_DEFINED", mechanismText(0x80000000));
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x80000001));
-    EXPECT_STREQ("UNKNOWN", mechanismText(0xFFFFFFFF));
+    expectTexts(
+        mechanismText,
+        {{0x80000000, "CKM_VENDOR_DEFINED"}, {0x80000001, "UNKNOWN"}, {0xFFFFFFFF, "UNKNOWN"}});
 }
 
 TEST(MechanismText, LaterAndObsoleteMechanismsAreUnknown)
 {
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x1056));  // CKM_EC_MONTGOMERY_KEY_PAIR_GEN
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x1225));  // CKM_CHACHA20_KEY_GEN
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x1226));  // CKM_CHACHA20
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x1227));  // CKM_POLY1305_KEY_GEN
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x1228));  // CKM_POLY1305
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x4021));  // CKM_CHACHA20_POLY1305
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x4029));  // CKM_XEDDSA
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x402A));  // CKM_HKDF_DERIVE
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x402B));  // CKM_HKDF_DATA
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x402C));  // CKM_HKDF_KEY_GEN
-    EXPECT_STREQ("UNKNOWN", mechanismText(0x0F));
+    expectTexts(mechanismText, {
+                                   {0x1056, "UNKNOWN"},  // CKM_EC_MONTGOMERY_KEY_PAIR_GEN
+                                   {0x1225, "UNKNOWN"},  // CKM_CHACHA20_KEY_GEN
+                                   {0x1226, "UNKNOWN"},  // CKM_CHACHA20
+                                   {0x1227, "UNKNOWN"},  // CKM_POLY1305_KEY_GEN
+                                   {0x1228, "UNKNOWN"},  // CKM_POLY1305
+                                   {0x4021, "UNKNOWN"},  // CKM_CHACHA20_POLY1305
+                                   {0x4029, "UNKNOWN"},  // CKM_XEDDSA
+                                   {0x402A, "UNKNOWN"},  // CKM_HKDF_DERIVE
+                                   {0x402B, "UNKNOWN"},  // CKM_HKDF_DATA
+                                   {0x402C, "UNKNOWN"},  // CKM_HKDF_KEY_GEN
+                                   {0x0F, "UNKNOWN"},
+                               });
 }
 
 TEST(MechanismText, NamesTwoHundredAndNinetyFourValuesAndTheVendorValue)
@@ -293,29 +304,29 @@ TEST(MechanismText, LeavesOutOnlyObsoleteFamiliesAndVendors)
 
 TEST(AttributeText, ShowsTheNameAndTheDecimalNumber)
 {
-    EXPECT_STREQ("CKA_CLASS(0)", attributeText(0));
-    EXPECT_STREQ("CKA_SUBJECT(257)", attributeText(0x101));
-    EXPECT_STREQ("CKA_ID(258)", attributeText(0x102));
-    EXPECT_STREQ("CKA_EC_PARAMS(384)", attributeText(0x180));
-    EXPECT_STREQ("CKA_SUBPRIME_BITS(308)", attributeText(0x134));
+    expectTexts(attributeText, {{0, "CKA_CLASS(0)"},
+                                {0x101, "CKA_SUBJECT(257)"},
+                                {0x102, "CKA_ID(258)"},
+                                {0x180, "CKA_EC_PARAMS(384)"},
+                                {0x134, "CKA_SUBPRIME_BITS(308)"}});
 }
 
 TEST(AttributeText, NamesTheAdditionsOfVersionThree)
 {
-    EXPECT_STREQ("CKA_UNIQUE_ID(4)", attributeText(0x04));
-    EXPECT_STREQ("CKA_PROFILE_ID(1537)", attributeText(0x601));
-    EXPECT_STREQ("CKA_PUBLIC_KEY_INFO(297)", attributeText(0x129));
-    EXPECT_STREQ("CKA_NAME_HASH_ALGORITHM(140)", attributeText(0x8C));
+    expectTexts(attributeText, {{0x04, "CKA_UNIQUE_ID(4)"},
+                                {0x601, "CKA_PROFILE_ID(1537)"},
+                                {0x129, "CKA_PUBLIC_KEY_INFO(297)"},
+                                {0x8C, "CKA_NAME_HASH_ALGORITHM(140)"}});
 }
 
 TEST(AttributeText, NamesArrayAttributes)
 {
-    EXPECT_STREQ("CKA_WRAP_TEMPLATE(1073742353)", attributeText(0x40000211));
-    EXPECT_STREQ("CKA_UNWRAP_TEMPLATE(1073742354)", attributeText(0x40000212));
-    EXPECT_STREQ("CKA_DERIVE_TEMPLATE(1073742355)", attributeText(0x40000213));
-    EXPECT_STREQ("CKA_ALLOWED_MECHANISMS(1073743360)", attributeText(0x40000600));
-    EXPECT_STREQ("UNKNOWN", attributeText(0x211));
-    EXPECT_STREQ("UNKNOWN", attributeText(0x600));
+    expectTexts(attributeText, {{0x40000211, "CKA_WRAP_TEMPLATE(1073742353)"},
+                                {0x40000212, "CKA_UNWRAP_TEMPLATE(1073742354)"},
+                                {0x40000213, "CKA_DERIVE_TEMPLATE(1073742355)"},
+                                {0x40000600, "CKA_ALLOWED_MECHANISMS(1073743360)"},
+                                {0x211, "UNKNOWN"},
+                                {0x600, "UNKNOWN"}});
 }
 
 TEST(AttributeText, TheVendorValueIsANegativeNumber)
@@ -326,9 +337,8 @@ TEST(AttributeText, TheVendorValueIsANegativeNumber)
 
 TEST(AttributeText, OtherTypesAreUnknown)
 {
-    EXPECT_STREQ("UNKNOWN", attributeText(0x05));
-    EXPECT_STREQ("UNKNOWN", attributeText(0x1000));
-    EXPECT_STREQ("UNKNOWN", attributeText(0xFFFFFFFF));
+    for (const uint32_t value : {0x05U, 0x1000U, 0xFFFFFFFFU})
+        EXPECT_EQ("UNKNOWN", std::string(attributeText(value))) << value;
 }
 
 TEST(AttributeText, NamesOneHundredAndEightTypesTheVendorValueIncluded)
@@ -373,25 +383,27 @@ std::string classText(uint32_t value)
 
 TEST(ObjectClassText, NamesTheTenClasses)
 {
-    EXPECT_EQ("CKO_DATA(0)", classText(0));
-    EXPECT_EQ("CKO_CERTIFICATE(1)", classText(1));
-    EXPECT_EQ("CKO_PUBLIC_KEY(2)", classText(2));
-    EXPECT_EQ("CKO_PRIVATE_KEY(3)", classText(3));
-    EXPECT_EQ("CKO_SECRET_KEY(4)", classText(4));
-    EXPECT_EQ("CKO_HW_FEATURE(5)", classText(5));
-    EXPECT_EQ("CKO_DOMAIN_PARAMETERS(6)", classText(6));
-    EXPECT_EQ("CKO_OTP_KEY(8)", classText(8));
-    EXPECT_EQ("CKO_PROFILE(9)", classText(9));
-    EXPECT_EQ("CKO_VENDOR_DEFINED(0x80000000)", classText(0x80000000));
+    expectTexts(classText, {{0, "CKO_DATA(0)"},
+                            {1, "CKO_CERTIFICATE(1)"},
+                            {2, "CKO_PUBLIC_KEY(2)"},
+                            {3, "CKO_PRIVATE_KEY(3)"},
+                            {4, "CKO_SECRET_KEY(4)"},
+                            {5, "CKO_HW_FEATURE(5)"},
+                            {6, "CKO_DOMAIN_PARAMETERS(6)"},
+                            {8, "CKO_OTP_KEY(8)"},
+                            {9, "CKO_PROFILE(9)"},
+                            {0x80000000, "CKO_VENDOR_DEFINED(0x80000000)"}});
 }
 
 TEST(ObjectClassText, OtherValuesAreEmpty)
 {
-    EXPECT_EQ("", classText(7));
-    EXPECT_EQ("", classText(10));
-    EXPECT_EQ("", classText(0x80000001));
-    EXPECT_EQ("", classText(0xFFFFFFFF));
-    EXPECT_EQ("", classText(0x01000000));  // CKO_CERTIFICATE with its bytes reversed
+    expectTexts(classText, {
+                               {7, ""},
+                               {10, ""},
+                               {0x80000001, ""},
+                               {0xFFFFFFFF, ""},
+                               {0x01000000, ""},  // CKO_CERTIFICATE with its bytes reversed
+                           });
 }
 
 TEST(ObjectClassText, TenValuesHaveAName)
@@ -436,7 +448,7 @@ TEST(AttributeRendering, ShowsAClassByName)
               toText(CK_ATTRIBUTE{0, &value, 4}));
 }
 
-TEST(AttributeRendering, DecodesAClassWhateverTheTypeIs)
+TEST(AttributeRendering, DecodesAClassOfAnyType)
 {
     uint32_t value = 1;
     EXPECT_EQ("{type=CKA_MODULUS_BITS(289),pValue=CKO_CERTIFICATE(1),ulValueLen=4}",

@@ -1,6 +1,6 @@
 # shellcheck shell=bash
 # How a script reports its checks: "ok NAME" or "FAIL NAME: reason" a line, which scripts/test.sh
-# counts. Sourced; not run by itself. The counts are in `passed` and `failed`.
+# counts. Source it; do not run it. The counts are in `passed` and `failed`.
 
 passed=0
 failed=0

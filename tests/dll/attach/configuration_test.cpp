@@ -101,7 +101,7 @@ const Case cases[] = {
 
 class ConfiguredLog : public testing::TestWithParam<Case> {};
 
-TEST_P(ConfiguredLog, BeginsWithABannerThatTellsTheSettings)
+TEST_P(ConfiguredLog, BeginsWithABannerThatShowsTheSettings)
 {
     const Case& configuration = GetParam();
     const Profile profile;

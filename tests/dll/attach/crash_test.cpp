@@ -63,7 +63,7 @@ struct Kept {
 
 std::unique_ptr<Kept> kept;
 
-// An aligned address that nobody has.
+// An aligned address that is not mapped.
 template <typename T>
 T* nowhere()
 {
@@ -165,7 +165,7 @@ TEST_P(Crash, EndsTheProcessAtOnceWithItsSignal)
     EXPECT_EQ(output, "Caught signal " + std::to_string(GetParam().signal) +
                           "\nopening 0x8009002d\nfreeing the key 0x80090026\n"
                           "freeing the provider 0x0\n");
-    // The provider is destroyed all the same, where the others are that nobody has freed.
+    // The provider is still destroyed, together with the others that were not freed.
     const LogLines lines = profile.log();
     EXPECT_EQ(countLines(lines, "SEV SignalHandler:Caught Signal: " +
                                     std::to_string(GetParam().signal) + " , Terminate Process"),

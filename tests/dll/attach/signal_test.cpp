@@ -166,7 +166,7 @@ INSTANTIATE_TEST_SUITE_P(Numbers, Signal, testing::ValuesIn(handledSignals));
 
 using SignalOutput = Signal;
 
-TEST_P(SignalOutput, IsToldBeforeItIsLogged)
+TEST_P(SignalOutput, IsPrintedBeforeItIsLogged)
 {
     const std::string output = linesOf(raise("CONSOLE", "TRACE"));
     const size_t told = output.find("Caught signal " + number() + "\n");
@@ -176,7 +176,7 @@ TEST_P(SignalOutput, IsToldBeforeItIsLogged)
     EXPECT_LT(told, logged);
 }
 
-TEST_P(SignalOutput, IsToldWithoutAnyLog)
+TEST_P(SignalOutput, IsPrintedWithoutAnyLog)
 {
     const ChildResult result = raise("");
     EXPECT_EQ(linesOf(result), "Caught signal " + number() + "\n");

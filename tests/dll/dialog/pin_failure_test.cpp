@@ -19,6 +19,7 @@
 #include "profile.h"
 #include "provider_module.h"
 #include "signing_token.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -109,13 +110,7 @@ TEST_F(PinFailure, WithoutTheTemplateNothingIsShown)
     EXPECT_TRUE(dialog.open());
     EXPECT_TRUE(dialog.pin().empty());
     EXPECT_FALSE(dialog.canceled());
-    expectBlock(log_.takeLines(), R"(
-TRC NV::PINDialog::open:ENTER
-TRC NV::PINDialog::open:hInstance=PTR
-TRC NV::PINDialog::open:hWnd(Parent)=NULL
-TRC NV::PINDialog::open:self = PTR
-TRC NV::PINDialog::open:result = -1
-TRC NV::PINDialog::open:LEAVE)");
+    expectTrace(log_.takeLines(), "dll/dialog/pin_failure/without_the_template_nothing_is_shown");
     EXPECT_TRUE(requestPIN(&request).empty());
 }
 

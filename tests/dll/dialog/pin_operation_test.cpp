@@ -177,7 +177,7 @@ TEST_F(PinOperation, TheTokensLimitsHold)
     }
 }
 
-TEST_F(PinOperation, CancellingIsTheUsersWord)
+TEST_F(PinOperation, CancellingIsReportedAsUserCancelled)
 {
     EXPECT_EQ(sign(DialogDriver::cancelling()), NTE_USER_CANCELLED);
     EXPECT_TRUE(token().calls().empty());

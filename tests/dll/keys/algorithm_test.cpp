@@ -3,6 +3,7 @@
 #include <cstdlib>
 
 #include "module_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -92,13 +93,8 @@ TEST_F(AlgorithmTest, aNullNameIsRefusedAndFlagsAreOnlyTraced)
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), supported(nullptr));
     takeLines();
     EXPECT_EQ(status(ERROR_SUCCESS), supported(L"RSA", 0xFFFFFFFF));
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:pszAlgId=RSA
-TRC ARG[1]:dwFlags=0xffffffff
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::IsAlgSupported")));
+    expectTrace(linesOf("NV::Provider::IsAlgSupported"),
+                "dll/keys/algorithm/a_null_name_is_refused_and_flags_are_only_traced");
 }
 
 TEST_F(AlgorithmTest, eachOperationListsItsNames)
@@ -130,15 +126,7 @@ TEST_F(AlgorithmTest, aListWithoutRecordsWritesNothing)
 TEST_F(AlgorithmTest, listingIsTraced)
 {
     listed(0x1);
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:dwAlgOperations=0x1
-TRC ARG[1]:pdwAlgCount=PTR
-TRC ARG[2]:ppAlgList=PTR
-TRC ARG[3]:dwFlags=0x0
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::EnumAlgorithms")));
+    expectTrace(linesOf("NV::Provider::EnumAlgorithms"), "dll/keys/algorithm/listing_is_traced");
 }
 
 TEST_F(AlgorithmTest, listingRefusesNullOutputsAndNoOperation)

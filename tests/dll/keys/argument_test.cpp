@@ -2,6 +2,7 @@
 // the length. The operations that may ask for the PIN are in dialog_argument_test.cpp.
 
 #include "module_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -65,7 +66,7 @@ TEST_F(ArgumentTest, verifyOfAnUnknownHandlePrintsNull)
     EXPECT_TRUE(token.calls().empty());
 }
 
-TEST_F(ArgumentTest, verifyTellsItsPadding)
+TEST_F(ArgumentTest, verifyLogsItsPadding)
 {
     EXPECT_EQ(status(NTE_INTERNAL_ERROR),
               verify(rsa, hash.data(), 32, signature.data(), 256, &pkcs1, 0x2));
@@ -159,7 +160,7 @@ TEST_F(ArgumentTest, encryptOaepNeedsItsInformation)
     EXPECT_TRUE(token.calls().empty());
 }
 
-TEST_F(ArgumentTest, encryptTellsItsPadding)
+TEST_F(ArgumentTest, encryptLogsItsPadding)
 {
     EXPECT_EQ(status(ERROR_SUCCESS), encrypt(rsa, &oaep, 0x4));
     EXPECT_EQ("DBG BCRYPT_PAD_OAEP is enabled\nDBG oaepPaddingInfo->pszAlgId=SHA1\n",
@@ -191,28 +192,15 @@ TEST_F(ArgumentTest, encryptPassesUnknownFlagsThrough)
     EXPECT_EQ(256U, output.length);
 }
 
-TEST_F(ArgumentTest, signHashTellsTheLengthWithoutDialogOrToken)
+TEST_F(ArgumentTest, signHashGivesTheLengthWithoutDialogOrToken)
 {
     for (const auto& [key, expected] : {std::pair{rsa, 256U}, std::pair{ec, 64U}}) {
         DWORD length = 0;
         EXPECT_EQ(status(ERROR_SUCCESS), table()->SignHash(handle(), key, nullptr, hash.data(), 32,
                                                            nullptr, 0, &length, 0x40));
         EXPECT_EQ(expected, length);
-        EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:hKey=PTR
-TRC ARG[1]:pPaddingInfo=NULL
-TRC ARG[2]:pbHashValue=PTR
-TRC ARG[3]:cbHashValue=32
-TRC ARG[4]:pbSignature=NULL
-TRC ARG[5]:cbSignature=0
-TRC ARG[6]:pcbResult=PTR
-TRC ARG[7]:dwFlags=0x40
-DBG NCRYPT_SILENT_FLAG is enabled
-TRC Found Key = PTR
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-                  levelsAndMessages(linesOf("NV::Provider::SignHash")));
+        expectTrace(linesOf("NV::Provider::SignHash"),
+                    "dll/keys/argument/sign_hash_gives_the_length_without_dialog_or_token");
     }
     EXPECT_TRUE(token.calls().empty());
 }

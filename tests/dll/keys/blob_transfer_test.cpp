@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "module_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -73,23 +74,7 @@ TEST_F(ExportTest, isTraced)
 {
     Output output;
     exported(ec, L"PUBLICBLOB", output, 72);
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:hKey=PTR
-TRC ARG[1]:hExportKey=NULL
-TRC ARG[2]:pszBlobType=PUBLICBLOB
-TRC ARG[3]:pParameterList=NULL
-TRC ARG[4]:pbOutput=PTR
-TRC ARG[5]:cbOutput=72
-TRC ARG[6]:pcbResult=PTR
-TRC ARG[7]:dwFlags=0x0
-TRC Found Key = PTR
-TRC Retrieved public key = 65 (bytes)
-TRC Retrieved public key blob = 72 (bytes)
-TRC Copy the public key data
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::ExportKey")));
+    expectTrace(linesOf("NV::Provider::ExportKey"), "dll/keys/blob_transfer/is_traced");
     EXPECT_TRUE(output.onlyWritten(72));
 }
 
@@ -102,7 +87,7 @@ TEST_F(ExportTest, aNullBufferAsksForTheLength)
     EXPECT_EQ(0U, countLines(takeLines(), "TRC NV::Provider::ExportKey:Copy the public key data"));
 }
 
-TEST_F(ExportTest, aBufferOneByteShortIsAnInvalidParameterAndTellsTheLength)
+TEST_F(ExportTest, aBufferOneByteShortIsAnInvalidParameterAndGivesTheLength)
 {
     Output output;
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), exported(rsa, L"PUBLICBLOB", output, 282));
@@ -161,18 +146,8 @@ TEST_F(ImportTest, anEcdhKeyGetsAHandle)
     EXPECT_EQ(status(ERROR_SUCCESS), import(L"ECCPUBLICBLOB", peer()));
     EXPECT_NE(0U, key);
     EXPECT_NE(0xEEU, key);
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:hImportKey=NULL
-TRC ARG[1]:pszBlobType=ECCPUBLICBLOB
-TRC ARG[2]:pParameterList=NULL
-TRC ARG[3]:phKey=PTR
-TRC ARG[4]:pbData=PTR
-TRC ARG[5]:cbData=72
-TRC ARG[6]:dwFlags=0x0
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::ImportKey")));
+    expectTrace(linesOf("NV::Provider::ImportKey"),
+                "dll/keys/blob_transfer/an_ecdh_key_gets_a_handle");
     EXPECT_TRUE(token.calls().empty());
     EXPECT_EQ(status(ERROR_SUCCESS), table()->FreeKey(handle(), key));
     EXPECT_EQ(status(NTE_INVALID_HANDLE), table()->FreeKey(handle(), key));

@@ -3,6 +3,7 @@
 
 #include "dialog_driver.h"
 #include "module_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -117,22 +118,8 @@ TEST_F(DialogArgumentTest, decryptRefusesWrongArguments)
 TEST_F(DialogArgumentTest, decryptNumbersItsArgumentsWithoutFour)
 {
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), decrypt(rsa, nullptr, 0x44));
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:hKey=PTR
-TRC ARG[1]:pbInput=PTR
-TRC ARG[2]:cbInput=32
-TRC ARG[3]:pPaddingInfo=NULL
-TRC ARG[5]:pbOutput=PTR
-TRC ARG[6]:cbOutput=256
-TRC ARG[7]:pcbResult=PTR
-TRC ARG[8]:dwFlags=0x44
-DBG NCRYPT_SILENT_FLAG is enabled
-DBG BCRYPT_PAD_OAEP is enabled
-ERR There is no padding info for BCRYPT_PAD_OAEP
-TRC STATUS=0x80090027, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::Decrypt")));
+    expectTrace(linesOf("NV::Provider::Decrypt"),
+                "dll/keys/dialog_argument/decrypt_numbers_its_arguments_without_four");
     expectNothingDone();
 }
 

@@ -157,7 +157,7 @@ TEST_F(DiscoveryTest, anIdentifierOf20BytesIsANameOf40Characters)
     EXPECT_EQ(status(NTE_INVALID_HANDLE), openStatus(L"a0a1a2a3a4a5a6a7a8a9aaabacadaeafb0b1b2b3"));
 }
 
-TEST_F(DiscoveryTest, aBrokenCertificateIsToldAndNotServed)
+TEST_F(DiscoveryTest, aBrokenCertificateIsLoggedAndNotServed)
 {
     token.addCertificate(Bytes{0x01}, Bytes{0x30, 0x03, 0x02, 0x01});
     token.addCertificate(Bytes{0x02}, Bytes{});
@@ -213,7 +213,7 @@ TEST_F(DiscoveryTest, anAttributeThatCannotBeReadLeavesItsFieldsEmpty)
     EXPECT_TRUE(hasLine(lines, "TRC NV::KeyStore::addPublicKey:ARG[1]:id = 01"));
 }
 
-TEST_F(DiscoveryTest, aFailingSearchFindsNothingAndTellsNoError)
+TEST_F(DiscoveryTest, aFailingSearchFindsNothingAndLogsNoError)
 {
     token.addCertificate(Bytes{0x01}, certificateDer("p256"));
     for (const char* function : {"C_FindObjectsInit", "C_FindObjects"}) {

@@ -8,7 +8,7 @@ namespace {
 
 class InitialisationTest : public ModuleTest {
 protected:
-    // Tries to open a provider on the token as it stands.
+    // Tries to open a provider on the token in its current state.
     SECURITY_STATUS open()
     {
         module.emplace();

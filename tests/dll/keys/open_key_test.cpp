@@ -3,6 +3,7 @@
 #include <cstdio>
 
 #include "module_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -44,16 +45,7 @@ TEST_F(OpenKeyTest, openingIsTraced)
     EXPECT_EQ(status(ERROR_SUCCESS), table()->OpenKey(handle(), &key, L"01AB", 0, 0));
     EXPECT_NE(0U, key);
     const LogLines lines = takeLines();
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:phKey=PTR
-TRC ARG[1]:pszKeyName=01AB
-TRC ARG[2]:dwLegacyKeySpec=0x0
-TRC ARG[3]:dwFlags=0x0
-TRC Success to open the key (PTR)
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(ofFunction(lines, "NV::Provider::OpenKey")));
+    expectTrace(ofFunction(lines, "NV::Provider::OpenKey"), "dll/keys/open_key/opening_is_traced");
     EXPECT_EQ("TRC NVKSPOpenKey:ENTER", render(lines.front()));
     EXPECT_EQ("TRC NVKSPOpenKey:LEAVE", render(lines.back()));
     EXPECT_TRUE(token.calls().empty());
@@ -71,7 +63,7 @@ TEST_F(OpenKeyTest, optionsAreOnlyNoted)
     EXPECT_EQ("Enabled AT_KEYEXCHANGE Option\n", messages(linesOf("NV::Provider::OpenKey"), "DBG"));
 }
 
-TEST_F(OpenKeyTest, nullArgumentsAreToldAndNothingIsOpened)
+TEST_F(OpenKeyTest, nullArgumentsAreLoggedAndNothingIsOpened)
 {
     NCRYPT_KEY_HANDLE key = 0xEE;
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), table()->OpenKey(handle(), nullptr, L"01AB", 3, 0x40));
@@ -164,33 +156,11 @@ TEST_F(OpenKeyTest, enumerationIsTraced)
 {
     void* state = nullptr;
     next(&state, L"scope", 0x20);
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:pszScope=scope
-TRC ARG[1]:ppKeyName=PTR
-TRC ARG[2]:ppEnumState=PTR
-TRC ARG[3]:dwFlags=0x20
-TRC Aloocate index PTR for enumulation
-TRC Enum keys[0/2]
-TRC Output the list of keys = 1
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::EnumKeys")));
+    expectTrace(linesOf("NV::Provider::EnumKeys"), "dll/keys/open_key/enumeration_is_traced");
     next(&state);
     takeLines();
     next(&state);
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:pszScope=(null)
-TRC ARG[1]:ppKeyName=PTR
-TRC ARG[2]:ppEnumState=PTR
-TRC ARG[3]:dwFlags=0x0
-TRC The given index is 2
-TRC Enum keys[2/2]
-DBG The end of the enumeration has been reached
-TRC STATUS=0x8009002a, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::EnumKeys")));
+    expectTrace(linesOf("NV::Provider::EnumKeys"), "dll/keys/open_key/enumeration_is_traced_2");
     table()->FreeBuffer(state);
 }
 
@@ -222,7 +192,7 @@ TEST_F(OpenKeyTest, anEntryLeftByAnUnknownNameIsNotFoundAndDoesNotAdvance)
     table()->FreeBuffer(state);
 }
 
-// Positions count from the first name, whatever was there when the enumeration began.
+// Positions count from the first name, no matter what was there when the enumeration began.
 TEST_F(OpenKeyTest, anUnknownNameOpenedMeanwhileShiftsTheKeysBehindIt)
 {
     NCRYPT_KEY_HANDLE key = 0;

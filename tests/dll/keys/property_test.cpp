@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "module_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -76,18 +77,8 @@ TEST_F(PropertyOperationTest, anExactBufferIsEnough)
     EXPECT_EQ(status(ERROR_SUCCESS), ofProvider(L"Version", output, 8));
     EXPECT_EQ(8U, output.length);
     EXPECT_TRUE(output.onlyWritten(8));
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:pszProperty=Version
-TRC ARG[1]:pbOutput=PTR
-TRC ARG[2]:cbOutput=8
-TRC ARG[3]:pcbResult=PTR
-TRC ARG[4]:dwFlags=0x0
-TRC Found Provider Property (Version)
-TRC Store the value into output buffer (8 bytes)
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::GetProviderProperty")));
+    expectTrace(linesOf("NV::Provider::GetProviderProperty"),
+                "dll/keys/property/an_exact_buffer_is_enough");
     EXPECT_TRUE(token.calls().empty());
 }
 
@@ -185,15 +176,8 @@ TEST_F(PropertyOperationTest, storingIsTraced)
     BYTE value[] = {1, 2, 3};
     EXPECT_EQ(status(ERROR_SUCCESS),
               table()->SetProviderProperty(handle(), L"Own", value, 3, 0x40));
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:pszProperty=Own
-TRC ARG[1]:pbInput=PTR
-TRC ARG[2]:cbInput=3
-TRC ARG[3]:dwFlags=0x40
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::SetProviderProperty")));
+    expectTrace(linesOf("NV::Provider::SetProviderProperty"),
+                "dll/keys/property/storing_is_traced");
 }
 
 TEST_F(PropertyOperationTest, nothingIsStoredWithoutNameOrBytes)
@@ -269,19 +253,7 @@ TEST_F(KeyPropertyTest, readingIsTraced)
 {
     Output output;
     EXPECT_EQ(status(ERROR_SUCCESS), ofKey(rsa, L"Key Usage", output, 4));
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:hKey=PTR
-TRC ARG[1]:pszProperty=Key Usage
-TRC ARG[2]:pbOutput=PTR
-TRC ARG[3]:cbOutput=4
-TRC ARG[4]:pcbResult=PTR
-TRC ARG[5]:dwFlags=0x0
-TRC Found Key Property (Key Usage)
-TRC Store the value into output buffer (4 bytes)
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::GetKeyProperty")));
+    expectTrace(linesOf("NV::Provider::GetKeyProperty"), "dll/keys/property/reading_is_traced");
     EXPECT_TRUE(output.onlyWritten(4));
 }
 
@@ -328,17 +300,8 @@ TEST_F(KeyPropertyTest, storingAddsToTheKeyAndKeepsAFirstValue)
     BYTE value[] = {1, 2, 3};
     EXPECT_EQ(status(ERROR_SUCCESS),
               table()->SetKeyProperty(handle(), rsa, L"Own", value, 3, 0xFF));
-    EXPECT_EQ(R"(TRC ENTER
-TRC ARG[0]:hKey=PTR
-TRC ARG[1]:pszProperty=Own
-TRC ARG[2]:pbInput=PTR
-TRC ARG[3]:cbInput=3
-TRC ARG[4]:dwFlags=0xff
-TRC Found the key (PTR)
-TRC STATUS=0x0, ELAPSED:#(ms)
-TRC LEAVE
-)",
-              levelsAndMessages(linesOf("NV::Provider::SetKeyProperty")));
+    expectTrace(linesOf("NV::Provider::SetKeyProperty"),
+                "dll/keys/property/storing_adds_to_the_key_and_keeps_a_first_value");
     value[0] = 9;
     EXPECT_EQ(status(ERROR_SUCCESS), table()->SetKeyProperty(handle(), rsa, L"Own", value, 3, 0));
     EXPECT_EQ((Bytes{1, 2, 3}), valueOfKey(rsa, L"Own"));

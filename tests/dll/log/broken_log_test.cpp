@@ -73,7 +73,7 @@ protected:
         return status;
     }
 
-    // On a thread of its own, so that a lock that was kept shows.
+    // On a thread of its own, so that a lock that is still held blocks it.
     template <typename Work>
     void expectListingError(const Work& work)
     {
@@ -139,7 +139,7 @@ TEST_F(BrokenLog, AFolderThatWasRemovedIsMadeAgain)
     expectWorking();
 }
 
-TEST_F(BrokenLog, AFileThatAnotherHoldsTakesNoLinesAndDisturbsNobody)
+TEST_F(BrokenLog, AFileThatAnotherProcessLocksTakesNoLinesAndChangesNoResult)
 {
     load();
     const size_t before = profile_.log().size();
@@ -155,8 +155,8 @@ TEST_F(BrokenLog, AFileThatAnotherHoldsTakesNoLinesAndDisturbsNobody)
     expectWorking();
 }
 
-// The kernel's own folder takes no file of anybody, whatever the user may do elsewhere.
-TEST_F(BrokenLog, AFolderThatCannotBeWrittenDisturbsNobody)
+// Nobody can create a file in the kernel's own folder, not even an administrator.
+TEST_F(BrokenLog, AFolderThatCannotBeWrittenChangesNoResult)
 {
     profile_.writeConfig("logTypes=FILE\nlogStore=Z:\\proc\\sys\\kernel\nlogRotate=7\np11File=" +
                          narrowPath(ScriptedToken::widePath()) + "\n");

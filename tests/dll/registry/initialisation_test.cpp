@@ -1,4 +1,4 @@
-// Providers whose PKCS#11 library does not start, and the process that opens one all the same
+// Providers whose PKCS#11 library does not start, and the process that can still open one
 // later.
 
 #include <filesystem>
@@ -6,46 +6,24 @@
 #include <vector>
 
 #include "registry_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
 namespace {
 
-constexpr char kFailedOpening[] = R"(
-TRC NV::ProviderManager::OpenProvider:ENTER
-TRC NV::ProviderManager::OpenProvider:ARG[0]:phProvider=PTR
-TRC NV::ProviderManager::OpenProvider:ARG[1]:pszProviderName=Norvanta Software KeyStore Provider
-TRC NV::ProviderManager::OpenProvider:ARG[2]:dwFlags=0x0
-DBG NV::ProviderManager::OpenProvider:Success: Provider[PTR] Allocated
-ERR NV::ProviderManager::OpenProvider:Failure: Failed to Load PKCS#11
-TRC NV::ProviderManager::OpenProvider:STATUS=0x8009002d, ELAPSED:#(ms)
-TRC NV::ProviderManager::OpenProvider:LEAVE)";
-
-constexpr char kFailedLoad[] = R"(
-TRC NV::Provider::init:ENTER
-TRC NV::Provider::init:Try to load PKCS11 library by configuration
-ERR NV::Provider::init:Failed to load config file
-TRC NV::Provider::init:RESULT=0, ELAPSED:#(ms)
-TRC NV::Provider::init:LEAVE)";
-
-constexpr char kFailedInitialise[] = R"(
-TRC NV::Provider::init:ENTER
-TRC NV::Provider::init:Try to load PKCS11 library by configuration
-TRC NV::Provider::init:Success to load PKCS11 library
-ERR NV::Provider::init:Failed to call C_Initialize()
-TRC NV::Provider::init:RESULT=0, ELAPSED:#(ms)
-TRC NV::Provider::init:LEAVE)";
-
 class Initialisation : public RegistryTest {
 protected:
-    void expectFailure(const char* initLines = kFailedLoad)
+    void expectFailure(const std::string& initLines = "failed_load")
     {
         NCRYPT_PROV_HANDLE handle = 0;
         EXPECT_EQ(open(handle), NTE_INTERNAL_ERROR);
         EXPECT_EQ(handle, 0u);
         lines_ = takeLines();
-        expectBlock(ofFunction(lines_, "NV::ProviderManager::OpenProvider"), kFailedOpening);
-        expectBlock(ofFunction(lines_, "NV::Provider::init"), initLines);
+        expectTrace(ofFunction(lines_, "NV::ProviderManager::OpenProvider"),
+                    "dll/registry/initialisation/failed_opening");
+        expectTrace(ofFunction(lines_, "NV::Provider::init"),
+                    "dll/registry/initialisation/" + initLines);
         // Neither registered nor destroyed.
         EXPECT_FALSE(hasLine(lines_, "TRC NV::Provider::~Provider:ENTER"));
         EXPECT_EQ(use(0), NTE_INVALID_HANDLE);
@@ -113,7 +91,7 @@ TEST_F(Initialisation, FailsWhenTheTokenDoesNotInitialiseAndWorksWhenItDoes)
 {
     // The first call belongs to the discovery of the slots.
     token_.fail("C_Initialize", CKR_DEVICE_ERROR, 2);
-    expectFailure(kFailedInitialise);
+    expectFailure("failed_initialise");
     expectSuccess();
 }
 
@@ -139,7 +117,7 @@ TEST_F(Initialisation, FailsWhenTheDiscoveryCannotInitialiseTheToken)
 TEST_F(Initialisation, FailsWhenTheTokenIsAlreadyInitialised)
 {
     token_.fail("C_Initialize", CKR_CRYPTOKI_ALREADY_INITIALIZED, 2);
-    expectFailure(kFailedInitialise);
+    expectFailure("failed_initialise");
     expectSuccess();
 }
 
@@ -150,7 +128,7 @@ TEST_F(Initialisation, FailuresDoNotDisturbAnOpenProvider)
     ASSERT_EQ(open(handle), ERROR_SUCCESS);
     takeLines();
     token_.fail("C_Initialize", CKR_DEVICE_ERROR, 2);
-    expectFailure(kFailedInitialise);
+    expectFailure("failed_initialise");
     EXPECT_EQ(use(handle), ERROR_SUCCESS);
     EXPECT_EQ(module()->FreeProvider(handle), ERROR_SUCCESS);
     expectSuccess();

@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "secrets_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -65,27 +66,13 @@ TEST_F(AgreementTest, AnUnknownPrivateKeyIsAnInvalidHandle)
     EXPECT_EQ(untouched, secret);
 }
 
-TEST_F(AgreementTest, SaysAllItDoes)
+TEST_F(AgreementTest, LogsAllItDoes)
 {
     ASSERT_EQ(success, agree(DialogDriver::entering(userPin), NCRYPT_SILENT_FLAG));
     EXPECT_NE(untouched, secret);
     const LogLines lines = ofFunction(takeLines(), "NV::Provider::SecretAgreement");
-    expectBlock(lines, R"(
-TRC NV::Provider::SecretAgreement:ENTER
-TRC NV::Provider::SecretAgreement:ARG[0]:hPrivKey=PTR
-TRC NV::Provider::SecretAgreement:ARG[1]:hPubKey=PTR
-TRC NV::Provider::SecretAgreement:ARG[2]:phAgreedSecret=PTR
-TRC NV::Provider::SecretAgreement:ARG[3]:dwFlags=0x40
-DBG NV::Provider::SecretAgreement:NCRYPT_SILENT_FLAG is enabled
-TRC NV::Provider::SecretAgreement:Found Key = PTR
-TRC NV::Provider::SecretAgreement:Success to retrive the entered pin = 12 (bytes)
-DBG NV::Provider::SecretAgreement:Peer's public key(b64)=[)" +
-                           base64Encode(peerPoint(32)) + R"(]
-DBG NV::Provider::SecretAgreement:Peer's public key=[)" +
-                           hexEncode(peerPoint(32)) + R"(], 65 bytes
-DBG NV::Provider::SecretAgreement:SecretAgreement() succeeded, handle =PTR
-TRC NV::Provider::SecretAgreement:STATUS=0x0, ELAPSED:#(ms)
-TRC NV::Provider::SecretAgreement:LEAVE)");
+    expectTrace(lines, "dll/secrets/agreement/logs_all_it_does",
+                {{"BASE64", base64Encode(peerPoint(32))}, {"HEX", hexEncode(peerPoint(32))}});
     const auto logins = token().calls("C_Login");
     ASSERT_EQ(1u, logins.size());
     EXPECT_TRUE(logins.front().ends_with("userType=1, pin=odd-PIN-7391)")) << logins.front();

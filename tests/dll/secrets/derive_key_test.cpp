@@ -4,6 +4,7 @@
 #include <cwchar>
 
 #include "secrets_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -139,19 +140,8 @@ TEST_F(DeriveKeyTest, SaysItsArguments)
 {
     Parameters parameters = sha256();
     derive(BCRYPT_KDF_HASH, parameters.list());
-    expectBlock(ofFunction(takeLines(), "NV::Provider::DeriveKey"), R"(
-TRC NV::Provider::DeriveKey:ENTER
-TRC NV::Provider::DeriveKey:ARG[0]:hSharedSecret=PTR
-TRC NV::Provider::DeriveKey:ARG[1]:pwszKDF=HASH
-TRC NV::Provider::DeriveKey:ARG[2]:pParameterList=PTR
-TRC NV::Provider::DeriveKey:ARG[3]:pbDerivedKey=PTR
-TRC NV::Provider::DeriveKey:ARG[4]:cbDerivedKey=64
-TRC NV::Provider::DeriveKey:ARG[5]:pcbResult=PTR
-TRC NV::Provider::DeriveKey:ARG[6]:dwFlags=0x0
-DBG NV::Provider::DeriveKey:Using the HASH based KDF (BCRYPT_KDF_HASH)
-DBG NV::Provider::DeriveKey:Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as [SHA256]
-TRC NV::Provider::DeriveKey:STATUS=0x0, ELAPSED:#(ms)
-TRC NV::Provider::DeriveKey:LEAVE)");
+    expectTrace(ofFunction(takeLines(), "NV::Provider::DeriveKey"),
+                "dll/secrets/derive_key/says_its_arguments");
 }
 
 TEST_F(DeriveKeyTest, ADigestIntoALargerBuffer)
@@ -208,7 +198,7 @@ TEST_F(DeriveKeyTest, AListWithoutBuffersIsInvalid)
     expectRefused(NTE_INVALID_PARAMETER, derive(BCRYPT_KDF_HASH, &none));
 }
 
-TEST_F(DeriveKeyTest, TlsPrfIsNotSupportedWhateverTheListHolds)
+TEST_F(DeriveKeyTest, TlsPrfIsNotSupportedWithAnyList)
 {
     Parameters empty;
     Parameters good = sha256();
@@ -254,7 +244,7 @@ TEST_F(DeriveKeyTest, AHashNameMayLackItsTerminator)
     expectKey(digestOf(CKM_SHA512, agreedBytes()), derive(BCRYPT_KDF_HASH, parameters.list()));
 }
 
-// Half a character is none; what stands behind a terminator is not the name.
+// Half a character is none; what follows a terminator is not part of the name.
 TEST_F(DeriveKeyTest, AHashNameOfOddSize)
 {
     Parameters longer;

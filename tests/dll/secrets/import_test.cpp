@@ -129,7 +129,7 @@ TEST_F(ImportTest, AnImportedKeyDoesNoWorkOnTheToken)
     EXPECT_EQ(success, module()->FreeKey(provider(), handle));
 }
 
-TEST_F(ImportTest, AFreedImportIsKnownToNobody)
+TEST_F(ImportTest, AFreedImportIsUnknown)
 {
     const NCRYPT_KEY_HANDLE handle = importPeer();
     EXPECT_EQ(success, module()->FreeKey(provider(), handle));

@@ -53,7 +53,7 @@ protected:
         Usage end;
     };
 
-    // Does the operation, which is told its number, so many times after a tenth of them as warm-up.
+    // Runs the operation, which receives its number, so many times after a tenth of them as warm-up.
     // The token's record of calls is not the module's and is thrown away on the way.
     Growth measure(const std::string& name, int times, const std::function<bool(int)>& operation)
     {

@@ -67,7 +67,7 @@ constexpr Operation operations[] = {
     NV_OPERATION(FreeSecret, 0),
 };
 
-// Calls on threads of their own; told when they have returned.
+// Calls on threads of their own; reported when they have returned.
 class Callers {
 public:
     void add(const std::string& name, const std::function<void()>& call)

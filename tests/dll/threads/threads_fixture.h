@@ -26,7 +26,7 @@ protected:
         module.emplace();
     }
 
-    // What holds after every scenario: the token saw one call at a time, and each sequence of calls
+    // What is true after every scenario: the token saw one call at a time, and each sequence of calls
     // whole.
     void TearDown() override
     {

@@ -45,7 +45,7 @@ public:
     // The module's writable sections as they are mapped.
     const std::vector<std::span<unsigned char>>& sections() const { return sections_; }
 
-    // For the functions that stand in for the heap's.
+    // For the functions that replace those of the heap.
     static void taken(void* block);
     static void given(void* block);
 

@@ -41,7 +41,7 @@ protected:
         return secret;
     }
 
-    // With everything that a list may hold. `copies`: how often the prepended item stands in it.
+    // With everything that a list may contain. `copies`: how often it contains the prepended item.
     SECURITY_STATUS derive(NCRYPT_SECRET_HANDLE secret, const wchar_t* kdf, ULONG flags = 0,
                            size_t copies = 2, DWORD capacity = 64)
     {

@@ -167,7 +167,7 @@ TEST_F(PublishTest, aCertificateThatCannotBeAddedEndsIt)
               steps());
 }
 
-TEST_F(PublishTest, informationThatCannotBeSetIsOnlyTold)
+TEST_F(PublishTest, informationThatCannotBeSetIsOnlyLogged)
 {
     setFails = true;
     EXPECT_TRUE(publish());

@@ -211,7 +211,7 @@ TEST_F(ImportedKeyTest, aLengthThatOverflowsGivesNoKey)
     }
 }
 
-// The header's length counts, whatever the magic's curve.
+// The header's length decides, not the curve of the magic number.
 TEST_F(ImportedKeyTest, theLengthIsTheHeadersNotTheCurves)
 {
     for (const uint32_t cbKey : {0u, 1u, 48u}) {

@@ -104,7 +104,7 @@ TEST_F(LyingTokenTest, anUnavailableLengthOfTheValueItselfIsAFailure)
     EXPECT_FALSE(token.initialised());
 }
 
-TEST_F(LyingTokenTest, theSmallerOfTwoLengthsHolds)
+TEST_F(LyingTokenTest, theSmallerOfTwoLengthsApplies)
 {
     for (const auto& [first, second] : {std::pair<CK_ULONG, CK_ULONG>{32, 40},
                                         {32, 31},
@@ -180,7 +180,7 @@ TEST_F(LyingTokenTest, anOutputLengthPastTheBufferIsCutToTheBuffer)
 }
 
 // Inside the buffer the token is believed.
-TEST_F(LyingTokenTest, aLargerOutputLengthWithinTheBufferStands)
+TEST_F(LyingTokenTest, aLargerOutputLengthWithinTheBufferIsReturned)
 {
     token.secondCountLarger("C_Digest");
     const Derived derived = derive({.room = 64});

@@ -1,4 +1,4 @@
-// The property: what it holds, and what copies share.
+// The property: what it contains, and what copies share.
 
 #include "keystore/property.h"
 
@@ -50,7 +50,7 @@ TEST_F(PropertyTest, constructionWritesNothing)
     EXPECT_TRUE(log.takeLines().empty());
 }
 
-TEST_F(PropertyTest, copyTellsNameTypeAndSizeOfItsSource)
+TEST_F(PropertyTest, copyLogsNameTypeAndSizeOfItsSource)
 {
     const Property source(L"Key Usage", 5, threeBytes, 3);
     const Property copy(source);

@@ -1,4 +1,4 @@
-// Log files that another process has open: this one holds them, a child logs.
+// Log files that another process has open: this one opens them, a child logs.
 
 #include "logger/logger.h"
 

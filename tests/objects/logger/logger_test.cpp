@@ -375,7 +375,7 @@ TEST(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
     capture.setTime(2026, 3, 9);
     const std::string store = loggerSettings().store;
     test::writeFile(capture.folder() / "nvksprovider-20260301.log", "old");
-    // Behind the first prefix the system takes the path as it stands.
+    // Behind the first prefix the system takes the path as it is.
     for (const std::string& name :
          {"\\\\?\\" + store + "\\", store + "\\", store + "/", store + "\\/\\"}) {
         loggerSettings().store = name;
@@ -443,7 +443,7 @@ TEST(LogFile, TheLoggerLivesOnAfterAnError)
     EXPECT_EQ("TRC lock free\nSEV lock free\n", messages(capture.lines()));
 }
 
-TEST(LogFile, ARecordForAFileThatCannotBeOpenedIsDroppedWithoutAWord)
+TEST(LogFile, ARecordForAFileThatCannotBeOpenedIsDroppedSilently)
 {
     LogCapture capture;
     capture.expectBanner();
@@ -527,7 +527,7 @@ TEST_F(LogCleanUp, LeavesOtherFilesAlone)
     EXPECT_EQ(others, namesAfterRecord());
 }
 
-TEST_F(LogCleanUp, LeavesFoldersAloneWhateverTheirName)
+TEST_F(LogCleanUp, LeavesFoldersOfAnyNameAlone)
 {
     std::filesystem::create_directory(capture.folder() / "nvksprovider-20200101.log");
     put(std::filesystem::path("nvksprovider-20200102.log") / "nvksprovider-20200103.log");

@@ -22,7 +22,7 @@ namespace {
 // What is looked for, on which thread, and what came of it. Plain memory: the wrapped functions must
 // not allocate.
 struct Watch {
-    DWORD thread = 0;  // 0: nobody
+    DWORD thread = 0;  // 0: none
     const unsigned char* needles[6] = {};
     size_t sizes[6] = {};
     int blocks = 0;          // released
@@ -304,7 +304,7 @@ TEST_F(WipingTest, ofTheHexadecimalTexts)
     EXPECT_NE(std::string::npos, spoken(log.takeLines()).find("C35A17E18DC35A17"));
 }
 
-// A token that reports more bytes at first and fewer in the end has written them all the same.
+// A token that reports more bytes at first and fewer in the end has still written them.
 CK_RV NV_CK_CALL shrinkingValue(CK_SESSION_HANDLE, CK_OBJECT_HANDLE, CK_ATTRIBUTE_PTR entry,
                                 CK_ULONG)
 {

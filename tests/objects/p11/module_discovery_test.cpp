@@ -2,127 +2,15 @@
 // the library leaves.
 
 #include "token_layer_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
 namespace {
 
-// The lines in the order in which a discovery of one slot writes them.
-constexpr std::string_view beginLines = R"(
-TRC NV::P11Module::init:ENTER
-TRC NV::P11Module::init:Call C_Finalize():START
-TRC NV::P11Module::init:Call C_Finalize():END RV=00000190(CKR_CRYPTOKI_NOT_INITIALIZED)
-TRC NV::P11Module::init:Call C_Initialize():START
-TRC NV::P11Module::init:Call C_Initialize():END RV=00000000(CKR_OK)
-)";
-
-constexpr std::string_view infoLines =
-    R"(TRC NV::P11Module::init:Call C_GetInfo():START
-TRC NV::P11Module::init:Call C_GetInfo():END RV=00000000(CKR_OK)
-DBG NV::P11Module::init:SUCCESS: C_GetInfo()
-DBG NV::P11Module::init:CK_INFO = {cryptokiVersion=2.40,manufacturerID=Odd Token Works,flags=0x0[must be zero],libraryDescription=Scripted token of the tests,libraryVersion=6.23}
-)";
-
-constexpr std::string_view slotListLines =
-    R"(TRC NV::P11Module::init:Call C_GetSlotList():START
-TRC NV::P11Module::init:Call C_GetSlotList():END RV=00000000(CKR_OK)
-DBG NV::P11Module::init:SUCCESS: C_GetSlotList()
-DBG NV::P11Module::init:Present Slot Count = 1
-DBG NV::P11Module::init:Slot[0] = 52
-)";
-
-constexpr std::string_view slotInfoLines =
-    R"(DBG NV::P11Module::init:Call C_GetSlotInfo():START
-TRC NV::P11Module::init:Call C_GetSlotInfo():END RV=00000000(CKR_OK)
-DBG NV::P11Module::init:SUCCESS: C_GetSlotInfo()
-DBG NV::P11Module::init:SlotInfo: {slotDescription=Odd Slot 52,manufacturerID=Odd Token Works,flags=0x7[CKF_TOKEN_PRESENT,CKF_REMOVABLE_DEVICE,CKF_HW_SLOT],hardwareVersion=2.9,firmwareVersion=4.13}
-)";
-
-constexpr std::string_view tokenInfoLines =
-    R"(TRC NV::P11Module::init:Call C_GetTokenInfo():START
-TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=00000000(CKR_OK)
-DBG NV::P11Module::init:SUCCESS: C_GetTokenInfo()
-DBG NV::P11Module::init:TokenInfo: {label=Odd Label 52,manufacturerID=Odd Token Works,model=OddModel-3,serialNumber=SN-7391-52,flags=0x40d[CKF_RNG,CKF_LOGIN_REQUIRED,CKF_USER_PIN_INITIALIZED,CKF_TOKEN_INITIALIZED],ulMaxSessionCount=37,ulSessionCount=0,ulMaxRwSessionCount=19,ulRwSessionCount=0,ulMaxPinLen=15,ulMinPinLen=5,ulTotalPublicMemory=70001,ulFreePublicMemory=50021,ulTotalPrivateMemory=30011,ulFreePrivateMemory=10007,hardwareVersion=3.7,firmwareVersion=5.11,utcTime=2031052913374100}
-)";
-
-constexpr std::string_view mechanismListLines =
-    R"(TRC NV::P11Module::init:Call C_GetMechanismList():START
-TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000000(CKR_OK)
-DBG NV::P11Module::init:SUCCESS: C_GetMechanismList(): Count=21
-)";
-
-constexpr std::string_view mechanismLines =
-    R"(TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_ECDSA(0x1041)]:Flag=0x00002801,MinKeySize=161,MaxKeySize=571
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_ECDH1_DERIVE(0x1050)]:Flag=0x00080001,MinKeySize=163,MaxKeySize=569
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_EC_KEY_PAIR_GEN(0x1040)]:Flag=0x00010001,MinKeySize=165,MaxKeySize=567
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS(0x0001)]:Flag=0x00067b01,MinKeySize=1013,MaxKeySize=8191
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_RSA_X_509(0x0003)]:Flag=0x00067b01,MinKeySize=1015,MaxKeySize=8189
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS_OAEP(0x0009)]:Flag=0x00000301,MinKeySize=1017,MaxKeySize=8187
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS_PSS(0x000d)]:Flag=0x00002801,MinKeySize=1019,MaxKeySize=8185
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA1_RSA_PKCS(0x0006)]:Flag=0x00002800,MinKeySize=1021,MaxKeySize=8183
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA256_RSA_PKCS(0x0040)]:Flag=0x00002800,MinKeySize=1023,MaxKeySize=8181
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA384_RSA_PKCS(0x0041)]:Flag=0x00002800,MinKeySize=1025,MaxKeySize=8179
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA512_RSA_PKCS(0x0042)]:Flag=0x00002800,MinKeySize=1027,MaxKeySize=8177
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_RSA_PKCS_KEY_PAIR_GEN(0x0000)]:Flag=0x00010001,MinKeySize=1029,MaxKeySize=8175
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA_1(0x0220)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA256(0x0250)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA384(0x0260)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA512(0x0270)]:Flag=0x00000400,MinKeySize=0,MaxKeySize=0
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA_1_HMAC(0x0221)]:Flag=0x00002800,MinKeySize=3,MaxKeySize=509
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA256_HMAC(0x0251)]:Flag=0x00002800,MinKeySize=5,MaxKeySize=511
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA384_HMAC(0x0261)]:Flag=0x00002800,MinKeySize=7,MaxKeySize=513
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_SHA512_HMAC(0x0271)]:Flag=0x00002800,MinKeySize=9,MaxKeySize=515
-TRC NV::P11Module::init:Call C_GetMechanismInfo():START
-TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
-TRC NV::P11Module::init:Add Mechanism[CKM_GENERIC_SECRET_KEY_GEN(0x0350)]:Flag=0x00008000,MinKeySize=11,MaxKeySize=517
-)";
-
 constexpr std::string_view finalizeLines =
     R"(TRC NV::P11Module::init:Call C_Finalize():START
 TRC NV::P11Module::init:Call C_Finalize():END RV=00000000(CKR_OK)
-)";
-
-constexpr std::string_view trueLines = R"(TRC NV::P11Module::init:LEAVE(1)
 )";
 
 constexpr std::string_view falseLines = R"(TRC NV::P11Module::init:LEAVE(0)
@@ -163,12 +51,10 @@ protected:
     const P11Slot& slot(size_t index) const { return *module.slots().at(index); }
 };
 
-TEST_F(P11ModuleDiscoveryTest, TellsWhatItFinds)
+TEST_F(P11ModuleDiscoveryTest, LogsWhatItFinds)
 {
     EXPECT_TRUE(module.init());
-    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
-                        mechanismListLines, mechanismLines, finalizeLines, trueLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/logs_what_it_finds");
 }
 
 TEST_F(P11ModuleDiscoveryTest, AsksTheLibraryInOrder)
@@ -268,14 +154,7 @@ TEST_F(P11ModuleDiscoveryTest, SucceedsWithoutATokenAnywhere)
     token.addSlot(kSlot, kEmptySlotFlags);
     EXPECT_TRUE(module.init());
     EXPECT_TRUE(module.slots().empty());
-    expectLines(joined({beginLines, infoLines,
-                        R"(TRC NV::P11Module::init:Call C_GetSlotList():START
-TRC NV::P11Module::init:Call C_GetSlotList():END RV=00000000(CKR_OK)
-DBG NV::P11Module::init:SUCCESS: C_GetSlotList()
-DBG NV::P11Module::init:Present Slot Count = 0
-)",
-                        finalizeLines, trueLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/succeeds_without_a_token_anywhere");
 }
 
 // Another part of the process uses the library, and the first C_Finalize does not end that.
@@ -298,16 +177,7 @@ TEST_F(P11ModuleDiscoveryTest, EndsAtOnceWhenInitialisingFails)
 {
     token.fail("C_Initialize", CKR_TOKEN_WRITE_PROTECTED);
     EXPECT_FALSE(module.init());
-    expectLines(R"(
-TRC NV::P11Module::init:ENTER
-TRC NV::P11Module::init:Call C_Finalize():START
-TRC NV::P11Module::init:Call C_Finalize():END RV=00000190(CKR_CRYPTOKI_NOT_INITIALIZED)
-TRC NV::P11Module::init:Call C_Initialize():START
-TRC NV::P11Module::init:Call C_Initialize():END RV=000000e2(CKR_TOKEN_WRITE_PROTECTED)
-ERR NV::P11Module::init:Error initializing the cryptoki library: 0xE2
-TRC NV::P11Module::init:LEAVE(0)
-)",
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/ends_at_once_when_initialising_fails");
     EXPECT_EQ((Strings{"C_Finalize", "C_Initialize"}), token.callNames());
 }
 
@@ -315,13 +185,7 @@ TEST_F(P11ModuleDiscoveryTest, FinalisesAfterAFailedGetInfo)
 {
     token.fail("C_GetInfo", CKR_TOKEN_NOT_RECOGNIZED);
     EXPECT_FALSE(module.init());
-    expectLines(joined({beginLines,
-                        R"(TRC NV::P11Module::init:Call C_GetInfo():START
-TRC NV::P11Module::init:Call C_GetInfo():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
-ERR NV::P11Module::init:FAILURE: C_GetInfo() : 0xE1
-)",
-                        finalizeLines, falseLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/finalises_after_a_failed_get_info");
     EXPECT_EQ("C_Finalize", token.callNames().back());
     EXPECT_EQ(0U, module.libraryInfo().libraryVersion.major);
 }
@@ -330,13 +194,7 @@ TEST_F(P11ModuleDiscoveryTest, FinalisesAfterAFailedSlotList)
 {
     token.fail("C_GetSlotList", CKR_TOKEN_NOT_RECOGNIZED, 1);
     EXPECT_FALSE(module.init());
-    expectLines(joined({beginLines, infoLines,
-                        R"(TRC NV::P11Module::init:Call C_GetSlotList():START
-TRC NV::P11Module::init:Call C_GetSlotList():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
-ERR NV::P11Module::init:FAILURE: C_GetSlotList() : 0xE1
-)",
-                        finalizeLines, falseLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/finalises_after_a_failed_slot_list");
     EXPECT_EQ(1U, token.calls("C_GetSlotList").size());
     EXPECT_EQ("C_Finalize", token.callNames().back());
 }
@@ -354,23 +212,12 @@ TEST_F(P11ModuleDiscoveryTest, ACountThatWasNotWrittenIsNone)
     EXPECT_TRUE(module.slots().front()->mechanisms().empty());
 }
 
-// The loop still runs, over the buffer as it stands: zeros.
+// The loop still runs, over the buffer as it is: zeros.
 TEST_F(P11ModuleDiscoveryTest, GoesOnAfterAFailedSecondSlotList)
 {
     token.fail("C_GetSlotList", CKR_DEVICE_ERROR, 2);
     EXPECT_TRUE(module.init());
-    expectLines(joined({beginLines, infoLines,
-                        R"(TRC NV::P11Module::init:Call C_GetSlotList():START
-TRC NV::P11Module::init:Call C_GetSlotList():END RV=00000030(CKR_DEVICE_ERROR)
-DBG NV::P11Module::init:Call C_GetSlotInfo():START
-TRC NV::P11Module::init:Call C_GetSlotInfo():END RV=00000003(CKR_SLOT_ID_INVALID)
-TRC NV::P11Module::init:Call C_GetTokenInfo():START
-TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=00000003(CKR_SLOT_ID_INVALID)
-TRC NV::P11Module::init:Call C_GetMechanismList():START
-TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000003(CKR_SLOT_ID_INVALID)
-)",
-                        finalizeLines, trueLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/goes_on_after_a_failed_second_slot_list");
     ASSERT_EQ(1U, module.slots().size());
     EXPECT_EQ(0U, slot(0).id());
     EXPECT_TRUE(slot(0).mechanisms().empty());
@@ -428,12 +275,9 @@ TEST_F(P11ModuleDiscoveryTest, ASlotWithoutTokenInfoIsListedWithItsMechanisms)
 {
     token.fail("C_GetTokenInfo", CKR_TOKEN_NOT_RECOGNIZED);
     EXPECT_TRUE(module.init());
-    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines,
-                        R"(TRC NV::P11Module::init:Call C_GetTokenInfo():START
-TRC NV::P11Module::init:Call C_GetTokenInfo():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
-)",
-                        mechanismListLines, mechanismLines, finalizeLines, trueLines}),
-                log());
+    expectTrace(
+        log(),
+        "objects/p11/module_discovery/a_slot_without_token_info_is_listed_with_its_mechanisms");
     ASSERT_EQ(1U, module.slots().size());
     EXPECT_EQ(0U, slot(0).id());
     EXPECT_EQ(0U, slot(0).slotInfo().flags);
@@ -445,12 +289,7 @@ TEST_F(P11ModuleDiscoveryTest, AFailedMechanismListLeavesNoMechanisms)
 {
     token.fail("C_GetMechanismList", CKR_DEVICE_ERROR);
     EXPECT_TRUE(module.init());
-    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
-                        R"(TRC NV::P11Module::init:Call C_GetMechanismList():START
-TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000030(CKR_DEVICE_ERROR)
-)",
-                        finalizeLines, trueLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/a_failed_mechanism_list_leaves_no_mechanisms");
     EXPECT_EQ(1U, token.calls("C_GetMechanismList").size());
     EXPECT_EQ(kSlot, slot(0).id());
     EXPECT_TRUE(slot(0).mechanisms().empty());
@@ -460,13 +299,8 @@ TEST_F(P11ModuleDiscoveryTest, AFailedSecondMechanismListLeavesNoMechanisms)
 {
     token.fail("C_GetMechanismList", CKR_DEVICE_ERROR, 2);
     EXPECT_TRUE(module.init());
-    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
-                        R"(TRC NV::P11Module::init:Call C_GetMechanismList():START
-TRC NV::P11Module::init:Call C_GetMechanismList():END RV=00000030(CKR_DEVICE_ERROR)
-DBG NV::P11Module::init:SUCCESS: C_GetMechanismList(): Count=21
-)",
-                        finalizeLines, trueLines}),
-                log());
+    expectTrace(log(),
+                "objects/p11/module_discovery/a_failed_second_mechanism_list_leaves_no_mechanisms");
     EXPECT_TRUE(slot(0).mechanisms().empty());
     EXPECT_TRUE(token.calls("C_GetMechanismInfo").empty());
 }
@@ -497,14 +331,7 @@ TEST_F(P11ModuleDiscoveryTest, AFailedClosingFinaliseIsAFailure)
 {
     token.fail("C_Finalize", CKR_TOKEN_NOT_RECOGNIZED, 2);
     EXPECT_FALSE(module.init());
-    expectLines(joined({beginLines, infoLines, slotListLines, slotInfoLines, tokenInfoLines,
-                        mechanismListLines, mechanismLines,
-                        R"(TRC NV::P11Module::init:Call C_Finalize():START
-TRC NV::P11Module::init:Call C_Finalize():END RV=000000e1(CKR_TOKEN_NOT_RECOGNIZED)
-ERR NV::P11Module::init:Error finalizing the cryptoki library: 0xE1
-)",
-                        falseLines}),
-                log());
+    expectTrace(log(), "objects/p11/module_discovery/a_failed_closing_finalise_is_a_failure");
     EXPECT_EQ(1U, module.slots().size());
 }
 

@@ -9,6 +9,7 @@
 #include "folder.h"
 #include "p11/p11text.h"
 #include "token_layer_fixture.h"
+#include "trace_file.h"
 #include "watched_memory.h"
 
 namespace NV::test {
@@ -20,22 +21,6 @@ std::string utf8(const std::filesystem::path& path)
     const std::u8string text = path.u8string();
     return {text.begin(), text.end()};
 }
-
-constexpr std::string_view loadedLines = R"(
-TRC NV::P11Module::load:ENTER
-TRC NV::P11Module::load:1) Check Precondition
-DBG NV::P11Module::load:Path (u8) = <token>
-DBG NV::P11Module::load:SUCCESS: <token> file exists
-TRC NV::P11Module::load:2) Load Module
-DBG NV::P11Module::load:SUCCESS: Module [<token>] is loaded as [library]
-TRC NV::P11Module::load:3) Get EntryPoint for C_GetFunctionList()
-DBG NV::P11Module::load:SUCCESS: C_GetFunctionList() is located at [C_GetFunctionList]
-TRC NV::P11Module::load:4) Call C_GetFunctionList()
-TRC NV::P11Module::load:Call C_GetFunctionList():START
-TRC NV::P11Module::load:Call C_GetFunctionList():END RV=00000000(CKR_OK)
-DBG NV::P11Module::load:SUCCESS: PKCS#11 Version 2.40
-TRC NV::P11Module::load:5) Verify obtained FunctionList (Optional Check)
-)";
 
 class P11ModuleTest : public TokenLayerTest {
 protected:
@@ -87,13 +72,7 @@ TEST_F(P11ModuleTest, LoadsALibrary)
     P11Module module(ScriptedToken::path());
     log();
     EXPECT_TRUE(module.load());
-    expectLines(std::string(loadedLines) +
-                    R"(DBG NV::P11Module::load:C_Initialize in LST = [[C_Initialize]]
-DBG NV::P11Module::load:C_Initialize in DLL = [[C_Initialize]]
-DBG NV::P11Module::load:SUCCESS: The address of C_Initialize() is verified
-TRC NV::P11Module::load:LEAVE(1)
-)",
-                log());
+    expectTrace(log(), "objects/p11/module/loads_a_library");
     EXPECT_EQ("INITIALIZED", module.state());
     ASSERT_NE(nullptr, module.functionList());
     EXPECT_EQ(2, module.cryptokiVersion().major);
@@ -160,16 +139,7 @@ TEST_F(P11ModuleTest, RefusesAFileThatIsNoLibrary)
     P11Module module(utf8(file));
     log();
     EXPECT_FALSE(module.load());
-    expectLines(R"(
-TRC NV::P11Module::load:ENTER
-TRC NV::P11Module::load:1) Check Precondition
-DBG NV::P11Module::load:Path (u8) = <file>
-DBG NV::P11Module::load:SUCCESS: <file> file exists
-TRC NV::P11Module::load:2) Load Module
-ERR NV::P11Module::load:FAILURE: Module [<file>] cannot be loaded
-TRC NV::P11Module::load:LEAVE(0)
-)",
-                logOfLoad(utf8(file)));
+    expectTrace(logOfLoad(utf8(file)), "objects/p11/module/cannot_be_loaded");
     EXPECT_EQ("UNINITIALIZED", module.state());
 }
 
@@ -182,16 +152,7 @@ TEST_F(P11ModuleTest, APathOutsideAsciiExistsButDoesNotLoad)
     P11Module module(utf8(file));
     log();
     EXPECT_FALSE(module.load());
-    expectLines(R"(
-TRC NV::P11Module::load:ENTER
-TRC NV::P11Module::load:1) Check Precondition
-DBG NV::P11Module::load:Path (u8) = <file>
-DBG NV::P11Module::load:SUCCESS: <file> file exists
-TRC NV::P11Module::load:2) Load Module
-ERR NV::P11Module::load:FAILURE: Module [<file>] cannot be loaded
-TRC NV::P11Module::load:LEAVE(0)
-)",
-                logOfLoad(utf8(file)));
+    expectTrace(logOfLoad(utf8(file)), "objects/p11/module/cannot_be_loaded");
 }
 
 TEST_F(P11ModuleTest, RefusesALibraryWithoutGetFunctionList)
@@ -200,23 +161,12 @@ TEST_F(P11ModuleTest, RefusesALibraryWithoutGetFunctionList)
     P11Module module(path);
     log();
     EXPECT_FALSE(module.load());
-    expectLines(R"(
-TRC NV::P11Module::load:ENTER
-TRC NV::P11Module::load:1) Check Precondition
-DBG NV::P11Module::load:Path (u8) = <file>
-DBG NV::P11Module::load:SUCCESS: <file> file exists
-TRC NV::P11Module::load:2) Load Module
-DBG NV::P11Module::load:SUCCESS: Module [<file>] is loaded as PTR
-TRC NV::P11Module::load:3) Get EntryPoint for C_GetFunctionList()
-ERR NV::P11Module::load:FAILURE: Failed to get location of C_GetFunctionList()
-TRC NV::P11Module::load:LEAVE(0)
-)",
-                logOfLoad(path));
+    expectTrace(logOfLoad(path), "objects/p11/module/refuses_a_library_without_get_function_list");
     EXPECT_EQ("LOADED", module.state());
     EXPECT_EQ(nullptr, module.functionList());
 }
 
-TEST_F(P11ModuleTest, TellsAFailureOfGetFunctionList)
+TEST_F(P11ModuleTest, LogsAFailureOfGetFunctionList)
 {
     token.fail("C_GetFunctionList", CKR_TOKEN_NOT_PRESENT);
     P11Module module(ScriptedToken::path());
@@ -261,18 +211,9 @@ TEST_F(P11ModuleTest, RepairsAListThatDiffersInEveryEntry)
     P11Module module(ScriptedToken::path());
     log();
     EXPECT_TRUE(module.load());
-    std::string expected = std::string(loadedLines) +
-                           R"(DBG NV::P11Module::load:C_Initialize in LST = [[other C_Initialize]]
-DBG NV::P11Module::load:C_Initialize in DLL = [[C_Initialize]]
-WRN NV::P11Module::load:WARNING: The address of C_Initialize() is not match
-DBG NV::P11Module::load:Try to obtain exported entrypoint from DLL
-DBG NV::P11Module::load:Original FuncList = <original>
-DBG NV::P11Module::load:Updated FuncList = <updated>
-TRC NV::P11Module::load:LEAVE(1)
-)";
-    expected = replaced(expected, "<original>", withPointerNames(toText(original), names));
-    expected = replaced(expected, "<updated>", withPointerNames(toText(repaired), names));
-    expectLines(expected, log());
+    expectTrace(log(), "objects/p11/module/repairs_a_list_that_differs_in_every_entry",
+                {{"ORIGINAL", withPointerNames(toText(original), names)},
+                 {"UPDATED", withPointerNames(toText(repaired), names)}});
 
     EXPECT_EQ(0, std::memcmp(&repaired, module.functionList(), sizeof repaired));
     EXPECT_EQ(40, module.functionList()->version.minor);
@@ -311,14 +252,7 @@ TEST_F(P11ModuleTest, LeavesTheListWhenRepairIsOff)
     module.setRepairFunctionList(false);
     log();
     EXPECT_TRUE(module.load());
-    expectLines(std::string(loadedLines) +
-                    R"(DBG NV::P11Module::load:C_Initialize in LST = [[other C_Initialize]]
-DBG NV::P11Module::load:C_Initialize in DLL = [[C_Initialize]]
-WRN NV::P11Module::load:WARNING: The address of C_Initialize() is not match
-DBG NV::P11Module::load:Try to obtain exported entrypoint from DLL
-TRC NV::P11Module::load:LEAVE(1)
-)",
-                log());
+    expectTrace(log(), "objects/p11/module/leaves_the_list_when_repair_is_off");
     EXPECT_EQ(0, std::memcmp(&original, module.functionList(), sizeof original));
 }
 
@@ -357,16 +291,7 @@ TEST_F(P11ModuleTest, RefusesASecondLoad)
     token.clearCalls();
     log();
     EXPECT_FALSE(module.load());
-    expectLines(R"(
-TRC NV::P11Module::load:ENTER
-TRC NV::P11Module::load:1) Check Precondition
-DBG NV::P11Module::load:Path (u8) = <token>
-DBG NV::P11Module::load:SUCCESS: <token> file exists
-TRC NV::P11Module::load:2) Load Module
-WRN NV::P11Module::load:This module has already been loaded as [library]
-TRC NV::P11Module::load:LEAVE(0)
-)",
-                log());
+    expectTrace(log(), "objects/p11/module/refuses_a_second_load");
     EXPECT_EQ(list, module.functionList());
     EXPECT_EQ("INITIALIZED", module.state());
     EXPECT_EQ(Strings{}, token.calls());
@@ -389,18 +314,7 @@ TEST_F(P11ModuleEndTest, FinalisesUnloadsAndFreesOwnedInitArguments)
         token.clearCalls();
         log();
     }
-    expectLines(R"(
-TRC NV::P11Module::~P11Module:ENTER
-TRC NV::P11Module::clean:ENTER
-TRC NV::P11Module::clean:Call C_Finalize(): START
-TRC NV::P11Module::clean:Call C_Finalize(): END
-TRC NV::P11Module::clean:Handle = [library]
-TRC NV::P11Module::clean:Module [<token>] has been unloaded
-TRC NV::P11Module::clean:Delete _initArgs[[args]]
-TRC NV::P11Module::clean:LEAVE(1)
-TRC NV::P11Module::~P11Module:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/module/finalises_unloads_and_frees_owned_init_arguments");
     EXPECT_TRUE(WatchedBlock::released());
     EXPECT_EQ(Strings{"C_Finalize(reserved=null)"}, token.calls());
 }
@@ -469,15 +383,8 @@ TEST_F(P11ModuleEndTest, GoesOnWhenFinalisingFailsOrThrows)
                 token.fail("C_Finalize", CKR_DEVICE_ERROR);
             log();
         }
-        expectLines(R"(
-TRC NV::P11Module::clean:ENTER
-TRC NV::P11Module::clean:Call C_Finalize(): START
-TRC NV::P11Module::clean:Call C_Finalize(): END
-TRC NV::P11Module::clean:Handle = [library]
-TRC NV::P11Module::clean:Module [<token>] has been unloaded
-TRC NV::P11Module::clean:LEAVE(1)
-)",
-                    log("NV::P11Module::clean"));
+        expectTrace(log("NV::P11Module::clean"),
+                    "objects/p11/module/goes_on_when_finalising_fails_or_throws");
     }
 }
 
@@ -547,19 +454,7 @@ TEST_F(P11ModuleLockTest, MakesItsMutexOnce)
         log();
         EXPECT_TRUE(module.lock());
         EXPECT_TRUE(module.unlock());
-        expectLines(R"(
-TRC NV::P11Module::lock:ENTER
-TRC NV::P11Module::lock:Call CreateMutex():START
-TRC NV::P11Module::lock:Call CreateMutex():END RV=00000000(CKR_OK)
-TRC NV::P11Module::lock:Call LockMutex():START
-TRC NV::P11Module::lock:Call LockMutex():END RV=00000000(CKR_OK)
-TRC NV::P11Module::lock:LEAVE(1)
-TRC NV::P11Module::unlock:ENTER
-TRC NV::P11Module::unlock:Call UnlockMutex():START
-TRC NV::P11Module::unlock:Call UnlockMutex():END RV=000001a1(CKR_MUTEX_NOT_LOCKED)
-TRC NV::P11Module::unlock:LEAVE(1)
-)",
-                    log());
+        expectTrace(log(), "objects/p11/module/makes_its_mutex_once");
         EXPECT_TRUE(module.lock());
     }
     EXPECT_EQ((Strings{"create", "lock", "unlock", "lock"}), lockCalls);
@@ -573,15 +468,7 @@ TEST_F(P11ModuleLockTest, LocksNothingWhenNoMutexIsMade)
     log();
     EXPECT_TRUE(module.lock());
     EXPECT_TRUE(module.unlock());
-    expectLines(R"(
-TRC NV::P11Module::lock:ENTER
-TRC NV::P11Module::lock:Call CreateMutex():START
-TRC NV::P11Module::lock:Call CreateMutex():END RV=00000002(CKR_HOST_MEMORY)
-TRC NV::P11Module::lock:LEAVE(1)
-TRC NV::P11Module::unlock:ENTER
-TRC NV::P11Module::unlock:LEAVE(1)
-)",
-                log());
+    expectTrace(log(), "objects/p11/module/locks_nothing_when_no_mutex_is_made");
     // The next lock tries again.
     createResult = CKR_OK;
     EXPECT_TRUE(module.lock());

@@ -5,6 +5,7 @@
 #include <thread>
 
 #include "token_layer_fixture.h"
+#include "trace_file.h"
 
 namespace NV::test {
 
@@ -23,7 +24,7 @@ protected:
     }
 };
 
-// What NVEnterPIN and C_Login write when nobody enters a PIN.
+// What NVEnterPIN and C_Login write when no PIN is entered.
 constexpr std::string_view emptyPinLines = R"(
 TRC NVEnterPIN:ENTER
 TRC NVEnterPIN:Popup Dialog: START
@@ -53,16 +54,7 @@ TEST_F(Pkcs11LoginTest, PassesAPinOfLengthZeroOn)
 TEST_F(Pkcs11LoginTest, RefusesALengthWithoutAPin)
 {
     EXPECT_EQ(CKR_GENERAL_ERROR, p11.C_Login(session, CKU_USER, nullptr, 7));
-    expectLines(R"(
-TRC NV::Pkcs11::C_Login:ENTER
-DBG NV::Pkcs11::C_Login:ARG[0]:hSession=0000000000005e55
-DBG NV::Pkcs11::C_Login:ARG[1]:userType=1
-DBG NV::Pkcs11::C_Login:ARG[2]:pPin=0000000000000000
-DBG NV::Pkcs11::C_Login:ARG[3]:ulPinLen=7
-ERR NV::Pkcs11::C_Login:Invalid Argument ulPinLen is zero
-TRC NV::Pkcs11::C_Login:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11_login/refuses_a_length_without_a_pin");
     EXPECT_EQ(Strings{}, token.calls());
 }
 
@@ -187,17 +179,7 @@ TEST_F(Pkcs11LoginTest, NvEnterPinLogsInWithThePinOfItsSource)
 {
     EXPECT_EQ(CKR_OK, NVEnterPIN(*p11.module(), session, CKU_USER,
                                  {{"pin", "odd-PIN-7391"}, {"pin2", "another"}}));
-    expectLines(R"(
-TRC NVEnterPIN:ENTER
-TRC NVEnterPIN:Popup Dialog: START
-TRC NVEnterPIN:Popup Dialog: END
-DBG NVEnterPIN:Entered Pin=odd-PIN-7391[12bytes]
-TRC NVEnterPIN:CALL C_Login(): START
-TRC NVEnterPIN:CALL C_Login(): END [# msec]
-INF NVEnterPIN:CALL C_Login(): RETURN CODE:00000000(CKR_OK)
-TRC NVEnterPIN:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11_login/nv_enter_pin_logs_in_with_the_pin_of_its_source");
     EXPECT_EQ(Strings{"C_Login(session=0x5E55, userType=1, pin=odd-PIN-7391)"}, token.calls());
 }
 

@@ -6,6 +6,7 @@
 #include <thread>
 
 #include "token_layer_fixture.h"
+#include "trace_file.h"
 #include "watched_memory.h"
 
 namespace NV::test {
@@ -114,22 +115,7 @@ TEST_F(Pkcs11InitializeTest, GeneratesInitArguments)
              {addressOfFunction(args->UnlockMutex), "[unlock]"}};
     EXPECT_EQ(4U, names.size());
     EXPECT_FALSE(names.contains(0));
-    expectLines(R"(
-TRC NV::Pkcs11::C_Initialize:ENTER
-DBG NV::Pkcs11::C_Initialize:ARG[0]:pInitArgs=0000000000000000
-INF NV::Pkcs11::C_Initialize:InitArgs will be generated because it is null
-INF NV::Pkcs11::C_Initialize:ARGS.CreateMutex=[create]
-INF NV::Pkcs11::C_Initialize:ARGS.DestroyMutex=[destroy]
-INF NV::Pkcs11::C_Initialize:ARGS.LockMutex=[lock]
-INF NV::Pkcs11::C_Initialize:ARGS.UnlockMutex=[unlock]
-INF NV::Pkcs11::C_Initialize:ARGS.pReserved=0000000000000000
-INF NV::Pkcs11::C_Initialize:ARGS.flags=0x03
-TRC NV::Pkcs11::C_Initialize:CALL C_Initialize(): START
-TRC NV::Pkcs11::C_Initialize:CALL C_Initialize(): Result = 00000000(CKR_OK), Elapsed [# msec]
-INF NV::Pkcs11::C_Initialize:RETURN CODE:00000000(CKR_OK)
-TRC NV::Pkcs11::C_Initialize:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11/generates_init_arguments");
     EXPECT_EQ(Strings{"C_Initialize(initArgs={CreateMutex=given,DestroyMutex=given,"
                       "LockMutex=given,UnlockMutex=given,flags=0x3,reserved=null})"},
               token.calls());
@@ -179,21 +165,7 @@ TEST_F(Pkcs11InitializeTest, KeepsTheCallersArgumentsWithoutOwningThem)
         log();
         names = {{addressOf(args.get()), "[args]"}};
         EXPECT_EQ(CKR_OK, shortLived.C_Initialize(args.get()));
-        expectLines(R"(
-TRC NV::Pkcs11::C_Initialize:ENTER
-DBG NV::Pkcs11::C_Initialize:ARG[0]:pInitArgs=[args]
-INF NV::Pkcs11::C_Initialize:ARGS.CreateMutex=0000000000000000
-INF NV::Pkcs11::C_Initialize:ARGS.DestroyMutex=0000000000000000
-INF NV::Pkcs11::C_Initialize:ARGS.LockMutex=0000000000000000
-INF NV::Pkcs11::C_Initialize:ARGS.UnlockMutex=0000000000000000
-INF NV::Pkcs11::C_Initialize:ARGS.pReserved=0000000000000000
-INF NV::Pkcs11::C_Initialize:ARGS.flags=0x02
-TRC NV::Pkcs11::C_Initialize:CALL C_Initialize(): START
-TRC NV::Pkcs11::C_Initialize:CALL C_Initialize(): Result = 00000000(CKR_OK), Elapsed [# msec]
-INF NV::Pkcs11::C_Initialize:RETURN CODE:00000000(CKR_OK)
-TRC NV::Pkcs11::C_Initialize:LEAVE
-)",
-                    log());
+        expectTrace(log(), "objects/p11/p11/keeps_the_callers_arguments_without_owning_them");
         EXPECT_EQ(args.get(), shortLived.module()->initArgs());
         EXPECT_FALSE(shortLived.module()->ownsInitArgs());
     }
@@ -233,7 +205,7 @@ TEST_F(Pkcs11InitializeTest, ReplacedArgumentsAreFreedAfterTheCall)
     EXPECT_TRUE(p11.module()->ownsInitArgs());
 }
 
-TEST_F(Pkcs11InitializeTest, TellsAFailureAndStaysUninitialised)
+TEST_F(Pkcs11InitializeTest, LogsAFailureAndStaysUninitialised)
 {
     token.fail("C_Initialize", CKR_CANT_LOCK, 1);
     EXPECT_EQ(CKR_CANT_LOCK, p11.C_Initialize(nullptr));
@@ -261,28 +233,13 @@ TEST_F(Pkcs11AdditionsTest, ResultsWithoutANamePassUnchanged)
     const CK_SESSION_HANDLE session = openSession();
     token.fail("C_CloseSession", 0x80000123);
     EXPECT_EQ(0x80000123, p11.C_CloseSession(session));
-    expectLines(R"(
-TRC NV::Pkcs11::C_CloseSession:ENTER
-DBG NV::Pkcs11::C_CloseSession:ARG[0]:hSession=0000000000005e55
-TRC NV::Pkcs11::C_CloseSession:CALL C_CloseSession(): START
-TRC NV::Pkcs11::C_CloseSession:CALL C_CloseSession(): Result = UNKNOWN, Elapsed [# msec]
-TRC NV::Pkcs11::C_CloseSession:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11/results_without_a_name_pass_unchanged");
 }
 
 TEST_F(Pkcs11AdditionsTest, HandlesKeepAll32Bits)
 {
     p11.C_DestroyObject(0xFEDCBA98, 0xFFFFFFFF);
-    expectLines(R"(
-TRC NV::Pkcs11::C_DestroyObject:ENTER
-DBG NV::Pkcs11::C_DestroyObject:ARG[0]:hSession=00000000fedcba98
-DBG NV::Pkcs11::C_DestroyObject:ARG[1]:hObject=00000000ffffffff
-TRC NV::Pkcs11::C_DestroyObject:CALL C_DestroyObject(): START
-TRC NV::Pkcs11::C_DestroyObject:CALL C_DestroyObject(): END [# msec]
-TRC NV::Pkcs11::C_DestroyObject:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11/handles_keep_all32_bits");
     EXPECT_EQ(Strings{"C_DestroyObject(session=0xFEDCBA98, object=0xFFFFFFFF)"}, token.calls());
 }
 
@@ -315,7 +272,7 @@ TEST_F(Pkcs11AdditionsTest, NothingIsShownOfInformationThatTheCallerDidNotAskFor
             << line.raw;
 }
 
-TEST_F(Pkcs11AdditionsTest, OpenSessionTellsItsFlags)
+TEST_F(Pkcs11AdditionsTest, OpenSessionLogsItsFlags)
 {
     openSession();
     log();
@@ -344,16 +301,7 @@ TEST_F(Pkcs11AdditionsTest, FindObjectsInitWithoutTemplateHasNoAttributeLines)
     openSession();
     log();
     EXPECT_EQ(CKR_ARGUMENTS_BAD, p11.C_FindObjectsInit(0x5E55, nullptr, 3));
-    expectLines(R"(
-TRC NV::Pkcs11::C_FindObjectsInit:ENTER
-DBG NV::Pkcs11::C_FindObjectsInit:ARG[0]:hSession=0000000000005e55
-DBG NV::Pkcs11::C_FindObjectsInit:ARG[1]:pTemplate=0000000000000000
-DBG NV::Pkcs11::C_FindObjectsInit:ARG[2]:ulCount=3
-TRC NV::Pkcs11::C_FindObjectsInit:CALL C_FindObjectsInit(): START
-TRC NV::Pkcs11::C_FindObjectsInit:CALL C_FindObjectsInit(): Result = 00000007(CKR_ARGUMENTS_BAD), Elapsed [# msec]
-TRC NV::Pkcs11::C_FindObjectsInit:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11/find_objects_init_without_template_has_no_attribute_lines");
 }
 
 TEST_F(Pkcs11AdditionsTest, SignInitWithoutMechanismHasNoMechanismLines)
@@ -361,16 +309,7 @@ TEST_F(Pkcs11AdditionsTest, SignInitWithoutMechanismHasNoMechanismLines)
     openSession();
     log();
     EXPECT_EQ(CKR_ARGUMENTS_BAD, p11.C_SignInit(0x5E55, nullptr, 0xB2));
-    expectLines(R"(
-TRC NV::Pkcs11::C_SignInit:ENTER
-DBG NV::Pkcs11::C_SignInit:ARG[0]:hSession=0000000000005e55
-DBG NV::Pkcs11::C_SignInit:ARG[1]:pMechanism=0000000000000000
-DBG NV::Pkcs11::C_SignInit:ARG[2]:hKey=00000000000000b2
-TRC NV::Pkcs11::C_SignInit:CALL C_SignInit(): START
-TRC NV::Pkcs11::C_SignInit:CALL C_SignInit(): END [# msec]
-TRC NV::Pkcs11::C_SignInit:LEAVE
-)",
-                log());
+    expectTrace(log(), "objects/p11/p11/sign_init_without_mechanism_has_no_mechanism_lines");
 }
 
 class Pkcs11FindTest : public LoadedLayerTest {

@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <memory>
 #include <string>
 #include <vector>
@@ -37,58 +38,76 @@ struct Workshop {
 
 std::unique_ptr<Workshop> workshop;
 
-// The parts of a row's block that failing calls share with it.
+constexpr std::string_view success = "00000000(CKR_OK)";
+
+// The log lines of a row's call.
 class Block {
 public:
-    explicit Block(const WrapperCase& row) : row_(row), text_(row.block + 1) {}
+    explicit Block(const WrapperCase& row) : row_(row) {}
 
-    const std::string& text() const { return text_; }
-    std::string arguments() const
+    // Of a call that the library answers with the result.
+    std::string whole(std::string_view result) const
     {
-        std::string lines = line("TRC", "ENTER");
-        for (const std::string& each : split()) {
-            if (each.starts_with("DBG " + place() + "ARG["))
-                lines += each;
-        }
-        return lines;
+        const std::string outcome = row_.outcome == Outcome::result
+                                        ? "Result = " + std::string(result) + ", Elapsed [# msec]"
+                                        : "END [# msec]";
+        return untilStart() + line("TRC", call() + outcome) +
+               (result == success ? placed(row_.after) : "") + end(result);
     }
-    std::string untilStart() const { return text_.substr(0, outcomeAt()); }
-    std::string outcome() const
+    // Of a call that ends with this error instead, once the library is to be called.
+    std::string broken(const std::string& error, std::string_view result) const
     {
-        return text_.substr(outcomeAt(), text_.find('\n', outcomeAt()) + 1 - outcomeAt());
+        return untilStart() + line("ERR", error) + end(result);
     }
-
-    std::string line(const std::string& level, const std::string& message) const
+    // Of a call that is refused.
+    std::string refused(const std::string& error, std::string_view result) const
     {
-        return level + " " + place() + message + "\n";
-    }
-    // C_Initialize alone tells its result once more.
-    std::string end(const std::string& result) const
-    {
-        const bool tells = row_.name == std::string("C_Initialize");
-        return (tells ? line("INF", "RETURN CODE:" + result) : "") + line("TRC", "LEAVE");
+        return arguments() + line("ERR", error) + end(result);
     }
 
 private:
-    std::string place() const { return "NV::Pkcs11::" + std::string(row_.name) + ":"; }
-    size_t outcomeAt() const
+    std::string call() const { return "CALL " + std::string(row_.name) + "(): "; }
+    std::string line(const std::string& level, const std::string& message) const
     {
-        const std::string start = line("TRC", "CALL " + std::string(row_.name) + "(): START");
-        return text_.find(start) + start.size();
+        return level + " NV::Pkcs11::" + row_.name + ":" + message + "\n";
     }
-    Strings split() const
+    std::string arguments() const
     {
-        Strings lines;
-        for (size_t begin = 0; begin < text_.size();) {
-            const size_t length = text_.find('\n', begin) + 1 - begin;
-            lines.push_back(text_.substr(begin, length));
-            begin += length;
+        constexpr std::string_view between = ", ";
+        std::string text = line("TRC", "ENTER");
+        std::string_view rest = row_.arguments;
+        for (size_t i = 0; !rest.empty(); ++i) {
+            const size_t length = std::min(rest.find(between), rest.size());
+            text += line("DBG",
+                         "ARG[" + std::to_string(i) + "]:" + std::string(rest.substr(0, length)));
+            rest.remove_prefix(std::min(length + between.size(), rest.size()));
         }
-        return lines;
+        return text;
+    }
+    std::string untilStart() const
+    {
+        return arguments() + placed(row_.before) + line("TRC", call() + "START");
+    }
+    // The row's own lines, with the function's name.
+    std::string placed(std::string_view lines) const
+    {
+        std::string text;
+        while (!lines.empty()) {
+            const size_t length = lines.find('\n');
+            text += line(std::string(lines.substr(0, 3)), std::string(lines.substr(4, length - 4)));
+            lines.remove_prefix(length + 1);
+        }
+        return text;
+    }
+    // C_Initialize alone shows its result a second time.
+    std::string end(std::string_view result) const
+    {
+        const bool tells = row_.name == std::string_view("C_Initialize");
+        return (tells ? line("INF", "RETURN CODE:" + std::string(result)) : "") +
+               line("TRC", "LEAVE");
     }
 
     WrapperCase row_;
-    std::string text_;
 };
 
 class WrapperTest : public testing::TestWithParam<WrapperCase> {
@@ -134,19 +153,15 @@ protected:
 TEST_P(WrapperTest, LogsAndPassesOnItsCall)
 {
     EXPECT_EQ(CKR_OK, call(workshop->p11));
-    EXPECT_EQ(block.text(), log());
+    EXPECT_EQ(block.whole(success), log());
     EXPECT_EQ(Strings{row.recorded}, token.calls());
 }
 
-TEST_P(WrapperTest, TellsTheLibrarysFailure)
+TEST_P(WrapperTest, LogsTheLibrarysFailure)
 {
     token.fail(row.name, CKR_DEVICE_REMOVED);
     EXPECT_EQ(CKR_DEVICE_REMOVED, call(workshop->p11));
-    const std::string result = "00000032(CKR_DEVICE_REMOVED)";
-    std::string outcome = block.outcome();
-    if (const size_t at = outcome.find("00000000(CKR_OK)"); at != std::string::npos)
-        outcome.replace(at, 16, result);
-    EXPECT_EQ(block.untilStart() + outcome + block.end(result), log());
+    EXPECT_EQ(block.whole("00000032(CKR_DEVICE_REMOVED)"), log());
     EXPECT_EQ(Strings{row.recorded}, token.calls());
 }
 
@@ -154,9 +169,7 @@ TEST_P(WrapperTest, CatchesTheLibrarysException)
 {
     token.throwFrom(row.name);
     EXPECT_EQ(CKR_FUNCTION_FAILED, call(workshop->p11));
-    EXPECT_EQ(block.untilStart() + block.line("ERR", "Caught Exception") +
-                  block.end("00000006(CKR_FUNCTION_FAILED)"),
-              log());
+    EXPECT_EQ(block.broken("Caught Exception", "00000006(CKR_FUNCTION_FAILED)"), log());
     // The lock is free again.
     token.clearFaults();
     CK_ULONG count = 0;
@@ -167,8 +180,7 @@ TEST_P(WrapperTest, CatchesTheLibrarysException)
 TEST_P(WrapperTest, RefusesWithoutModule)
 {
     EXPECT_EQ(CKR_GENERAL_ERROR, call(workshop->withoutModule));
-    EXPECT_EQ(block.arguments() + block.line("ERR", "Function List is not initialized") +
-                  block.end("00000005(CKR_GENERAL_ERROR)"),
+    EXPECT_EQ(block.refused("Function List is not initialized", "00000005(CKR_GENERAL_ERROR)"),
               log());
     EXPECT_EQ(Strings{}, token.calls());
 }
@@ -200,9 +212,7 @@ TEST_P(WrapperTest, FailsWithoutTheFunction)
 {
     const WithoutEntry missing(workshop->p11.module()->functionList(), row.name);
     EXPECT_EQ(CKR_FUNCTION_FAILED, call(workshop->p11));
-    EXPECT_EQ(block.untilStart() + block.line("ERR", "Caught Exception") +
-                  block.end("00000006(CKR_FUNCTION_FAILED)"),
-              log());
+    EXPECT_EQ(block.broken("Caught Exception", "00000006(CKR_FUNCTION_FAILED)"), log());
     EXPECT_EQ(Strings{}, token.calls());
 }
 

@@ -1,4 +1,4 @@
-// The arguments of the table of wrappers, and how their addresses are told in the expected lines.
+// The arguments of the table of wrappers, and the names of their addresses in the expected lines.
 
 #include "wrapper_cases.h"
 

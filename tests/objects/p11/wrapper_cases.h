@@ -1,5 +1,5 @@
 // The 68 wrappers of the call layer as a table: how each is called, what then arrives at the
-// scripted token, and the whole block of log lines. p11_wrapper_test.cpp runs it.
+// scripted token, and what it logs. p11_wrapper_test.cpp runs it.
 
 #pragma once
 
@@ -89,14 +89,21 @@ enum class State { Finalised, Initialised, SessionOpen, LoggedIn };
 
 using Preparation = CK_RV (*)(const CK_FUNCTION_LIST& token, Bench& bench);
 
+// What the line after the library's call shows: the time that it took, or its result as well.
+enum class Outcome { time, result };
+
 struct WrapperCase {
     const char* name;
     State state;
     // Calls of the token itself, such as the start of an operation; the sum of their results.
     Preparation prepare;
     CK_RV (*call)(Pkcs11& p11, Bench& bench);
-    const char* recorded;  // what the token sees
-    const char* block;     // the log lines of a call that succeeds
+    const char* recorded;   // what the token sees
+    const char* arguments;  // as they are logged: "hSession=..., pData=..."
+    // The lines that this wrapper alone logs, "DBG text\n": after a call that succeeds, and before it.
+    const char* after = "";
+    const char* before = "";
+    Outcome outcome = Outcome::time;
 };
 
 // For messages of failing tests.

@@ -28,7 +28,7 @@ public:
     // The next record is the process's first again.
     void expectBanner() { loggerRecordCount() = 0; }
 
-    // The logger's clock stands still at this local time, and milliseconds past it.
+    // The logger's clock stops at this local time, and milliseconds past it.
     void setTime(int year, int month, int day, int hour = 12, int minute = 0, int second = 0,
                  int milliseconds = 0);
 

@@ -26,7 +26,7 @@ public:
     // Writes .norvanta-keywarden/nvksprovider.conf, byte for byte.
     void writeConfig(std::string_view content) const;
 
-    // Writes the configuration that most tests want: all levels, to files in logDirectory(), kept
+    // Writes the configuration that most tests need: all levels, to files in logDirectory(), kept
     // for 7 days, and this PKCS#11 library.
     void writeConfigFor(const std::filesystem::path& p11File) const;
 

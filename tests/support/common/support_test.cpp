@@ -6,6 +6,7 @@
 #include <stdexcept>
 
 #include "folder.h"
+#include "trace_file.h"
 #include "trace_log.h"
 
 namespace NV::test {
@@ -91,6 +92,121 @@ TRC f:ENTER
 TRC x
 )");
     EXPECT_NONFATAL_FAILURE(expectWrongBlock(), "TRC f:LEAVE");
+}
+
+class TraceFileTest : public testing::Test {
+protected:
+    // The text of the lines, each with a line feed; or what the error says.
+    std::string read(const TraceValues& values = {})
+    {
+        try {
+            std::string text;
+            for (const TraceLine& each : readTrace(folder.path(), "a", values))
+                text += each.text + "\n";
+            return text;
+        } catch (const std::runtime_error& error) {
+            return error.what();
+        }
+    }
+    std::string reading(std::string_view content, const TraceValues& values = {})
+    {
+        writeFile(folder.path() / "a.trace", content);
+        return read(values);
+    }
+
+    TemporaryFolder folder;
+};
+
+TEST_F(TraceFileTest, LeavesCommentsAndEmptyLinesOut)
+{
+    EXPECT_EQ("TRC f:ENTER\nTRC f:#2\n", reading("# why\n\nTRC f:ENTER\nTRC f:#2\n"));
+    EXPECT_EQ("TRC f:ENTER\n", reading("TRC f:ENTER"));
+    EXPECT_EQ("", reading(""));
+}
+
+TEST_F(TraceFileTest, ReplacesNamesByValues)
+{
+    EXPECT_EQ("TRC f:x, $ {}\n", reading("TRC f:${A}, $ {}\n", {{"A", "x"}}));
+    EXPECT_EQ("TRC f:${B} \n", reading("TRC f:${A}${SPACE}\n", {{"A", "${B}"}}));
+}
+
+TEST_F(TraceFileTest, IncludesFilesWithValuesOfTheirOwnAndOfTheIncludingFile)
+{
+    writeFile(folder.path() / "b" / "c.trace", "TRC ${F}:${A}\nTRC ${F}:${B}\n");
+    EXPECT_EQ("TRC g:one two\nTRC g:f\nTRC f:LEAVE\n",
+              reading("@include b/c A=\"one two\" B=${F} F=g\nTRC ${F}:LEAVE\n", {{"F", "f"}}));
+}
+
+TEST_F(TraceFileTest, SaysWhereEachLineIsWritten)
+{
+    writeFile(folder.path() / "b.trace", "#\nTRC f:1\n");
+    writeFile(folder.path() / "a.trace", "@include b\nTRC f:2\n");
+    const std::vector<TraceLine> lines = readTrace(folder.path(), "a");
+    ASSERT_EQ(2U, lines.size());
+    EXPECT_EQ("b.trace:2", lines[0].place);
+    EXPECT_EQ("a.trace:2", lines[1].place);
+}
+
+TEST_F(TraceFileTest, RefusesWhatIsNotWellFormed)
+{
+    EXPECT_EQ("there is no file a.trace", read());
+    EXPECT_EQ("a.trace:1: there is no file b.trace", reading("@include b\n"));
+    EXPECT_EQ("a.trace:2: ${A} has no value", reading("TRC f:1\nTRC f:${A}\n"));
+    EXPECT_EQ("a.trace:1: } is missing", reading("TRC f:${A\n"));
+    EXPECT_EQ("a.trace:1: unknown directive: @use b", reading("@use b\n"));
+    EXPECT_EQ("a.trace:1: not NAME=value: A", reading("@include b A\n"));
+    EXPECT_EQ("a.trace:1: not NAME=value: =A", reading("@include b =A\n"));
+    EXPECT_EQ("a.trace:1: a quotation mark is missing", reading("@include b A=\"x\n"));
+    EXPECT_EQ("a.trace:1: the line ends with a blank; write ${SPACE}", reading("TRC f:1 \n"));
+    EXPECT_EQ("a.trace:1: the line ends with a blank; write ${SPACE}", reading("TRC f:1\r\n"));
+    EXPECT_EQ("no line uses ${A}", reading("TRC f:1\n", {{"A", "x"}}));
+}
+
+TEST_F(TraceFileTest, RefusesAFileThatIncludesItself)
+{
+    EXPECT_EQ("a.trace:1: the file includes itself: a.trace", reading("@include a\n"));
+    writeFile(folder.path() / "b.trace", "TRC f:1\n@include a\n");
+    EXPECT_EQ("b.trace:2: the file includes itself: a.trace", reading("@include b\n"));
+    // Twice, but not within itself.
+    writeFile(folder.path() / "b.trace", "TRC f:1\n");
+    EXPECT_EQ("TRC f:1\nTRC f:1\n", reading("@include b\n@include b\n"));
+}
+
+TEST(TraceDifference, ShowsWhatIsMissingAndWhatIsNew)
+{
+    std::vector<TraceLine> expected;
+    std::vector<std::string> logged;
+    for (const std::string text : {"1", "2", "3", "4", "5", "6", "7", "8", "9"}) {
+        expected.push_back({text, "a.trace:" + text});
+        logged.push_back(text);
+    }
+    EXPECT_EQ("", traceDifference(expected, logged));
+    logged[0] = "one";
+    logged.erase(logged.begin() + 8);
+    EXPECT_EQ("-1    <- a.trace:1\n+one\n 2\n 3\n 4\n@@ line 7 @@\n 6\n 7\n 8\n"
+              "-9    <- a.trace:9\n",
+              traceDifference(expected, logged));
+    EXPECT_EQ("+x\n", traceDifference({}, {"x"}));
+    EXPECT_EQ("-x    <- a.trace:1\n", traceDifference({{"x", "a.trace:1"}}, {}));
+}
+
+void expectWrongTrace()
+{
+    expectTrace(parseLog(record("f[a.cpp:1]:LEAVE")), "support/enter_and_leave");
+}
+
+void expectMissingTrace()
+{
+    expectTrace(LogLines{}, "support/no such file");
+}
+
+TEST(ExpectTrace, FailsOnAnyDifferenceAndWithoutTheFile)
+{
+    expectTrace(parseLog(record("f[a.cpp:1]:ENTER") + record("f[a.cpp:2]:LEAVE")),
+                "support/enter_and_leave");
+    EXPECT_NONFATAL_FAILURE(expectWrongTrace(),
+                            "-TRC f:ENTER    <- support/enter_and_leave.trace:2");
+    EXPECT_NONFATAL_FAILURE(expectMissingTrace(), "there is no file support/no such file.trace");
 }
 
 TEST(TemporaryFolders, AreNewAndVanish)

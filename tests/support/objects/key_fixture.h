@@ -25,7 +25,7 @@ namespace NV::test {
 Bytes certificateDer(const std::string& name);
 Bytes certificateKey(const std::string& name);
 
-// A0 A1 A2 ...; stands for hashes and messages.
+// A0 A1 A2 ...; used as hashes and messages.
 Bytes someBytes(size_t length);
 
 // The numbers of the step headings in the order of the lines: "0 1 2 4 5".

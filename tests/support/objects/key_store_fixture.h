@@ -1,5 +1,5 @@
 // A key store of a slot, and short ways to fill it and to read properties. Used by
-// key_store_test.cpp and memory_test.cpp.
+// keystore_test.cpp and memory_test.cpp.
 
 #pragma once
 

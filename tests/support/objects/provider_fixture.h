@@ -1,5 +1,5 @@
 // A provider object with one RSA key, without the DLL around it: no module instance, and so no PIN
-// dialog. Used by memory_test.cpp and provider_test.cpp.
+// dialog. Used by memory_test.cpp and nvvtoken_test.cpp.
 
 #pragma once
 

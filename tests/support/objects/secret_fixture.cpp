@@ -2,6 +2,7 @@
 
 #include "secret_fixture.h"
 
+#include <algorithm>
 #include <stdexcept>
 
 namespace NV::test {
@@ -12,6 +13,22 @@ std::string spoken(const LogLines& lines)
     for (const LogLine& line : lines)
         text += line.level + " " + masked(line.message) + "\n";
     return text;
+}
+
+NCRYPT_SECRET_HANDLE addToList(const Bytes& bytes)
+{
+    OwnedSecret secret = makeSecret(static_cast<uint32_t>(bytes.size()));
+    std::ranges::copy(bytes, secret->bytes);
+    const auto handle = reinterpret_cast<NCRYPT_SECRET_HANDLE>(secret.get());
+    SecretList::instance().add(std::move(secret));
+    return handle;
+}
+
+size_t listSize()
+{
+    size_t size = 0;
+    SecretList::instance().remove(0, size);
+    return size;
 }
 
 SecretTest::SecretTest()

@@ -43,6 +43,12 @@ inline Bytes agreedSecret(size_t length)
     return repeated(kSecretPattern, length);
 }
 
+// Puts a new secret with these bytes into the list of the process.
+NCRYPT_SECRET_HANDLE addToList(const Bytes& bytes);
+
+// How many secrets the list contains.
+size_t listSize();
+
 struct Agreement {
     SECURITY_STATUS status = 0;
     OwnedSecret secret;          // null unless the status is 0

@@ -23,7 +23,7 @@ constexpr auto pollTime = 4ms;
 constexpr wchar_t dialogCaption[] = L"Norvanta Software KeyStore Provider Logon";
 constexpr int pinField = 1001;
 
-// True as soon as the condition holds; false when it does not within the time.
+// True as soon as the condition is met; false when it is not met in time.
 template <typename Condition>
 bool waitUntil(const Condition& condition, Clock::duration time = patience)
 {
@@ -120,7 +120,7 @@ std::wstring messageOf(HWND box)
     return message;
 }
 
-// Answers whatever stands in front of the dialog, and the dialog, until it is gone.
+// Answers any window in front of the dialog, and the dialog, until it is gone.
 void cancelDialog(HWND dialog)
 {
     waitUntil([dialog] {
@@ -166,7 +166,7 @@ void PinDialogWindow::pressKey(WORD virtualKey) const
     GUITHREADINFO thread{};
     thread.cbSize = sizeof(thread);
     GetGUIThreadInfo(GetWindowThreadProcessId(dialog_, nullptr), &thread);
-    // Without a window manager the dialog may lack the focus; its loop takes the key all the same.
+    // Without a window manager the dialog may lack the focus; its loop still takes the key.
     HWND focused = thread.hwndFocus != nullptr ? thread.hwndFocus : control(pinField);
     post(focused, WM_KEYDOWN, virtualKey, 1);
 }

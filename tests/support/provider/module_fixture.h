@@ -24,7 +24,7 @@ Bytes certificateKey(const std::string& name);
 // no other run has published.
 Bytes certificateWithSerial(const std::string& name, uint32_t serial);
 
-// A0 A1 A2 ...; stands for hashes and messages.
+// A0 A1 A2 ...; used as hashes and messages.
 Bytes someBytes(size_t length);
 
 // Messages of the lines with a level, each with a line feed.

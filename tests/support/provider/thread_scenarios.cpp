@@ -62,7 +62,7 @@ struct TwoProviders {
     std::array<PublicWork, 2> works;
 };
 
-// A provider that is nobody else's, as long as a thread uses it.
+// A provider that only one thread uses at a time.
 void openUseAndFree(const ThreadedToken& token, NCRYPT_SECRET_HANDLE secret, int thread,
                     const KnownResults& known, Complaints& complaints)
 {

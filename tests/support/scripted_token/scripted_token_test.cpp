@@ -92,7 +92,7 @@ TEST_F(ScriptedTokenTest, TakesTheSlotsThatATestGivesIt)
     EXPECT_EQ(kEmptySlotFlags, slot.flags);
 }
 
-TEST_F(ScriptedTokenTest, TellsMechanisms)
+TEST_F(ScriptedTokenTest, ListsMechanisms)
 {
     initialise();
     CK_ULONG count = 0;
