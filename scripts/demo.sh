@@ -171,7 +171,7 @@ runSteps()
     step "Make a SoftHSM2 token with an RSA-2048 and a P-256 key" makeToken
     step "Write nvksprovider.conf into a fresh user profile" initialise
     step "List the keys, which publishes their certificates in \"My\"" listKeys
-    step "Look whether all is in order" keywarden check
+    step "Check the set-up" keywarden check
     step "Make a document" makeDocument
     step "Sign it with the RSA key (the PIN goes through the dialog)" \
         withPin "$demo/pin-dialog.png" signWith "$rsaKey" document.rsa.sig

@@ -3,8 +3,8 @@
 #include <algorithm>
 #include <iterator>
 #include <memory>
-#include <type_traits>
 
+#include "base/loaded_library.h"
 #include "check/check.h"
 #include "failure.h"
 #include "formats/pe_file.h"
@@ -13,11 +13,6 @@
 namespace NV::tool {
 
 namespace {
-
-struct LibraryUnloader {
-    void operator()(HMODULE library) const { FreeLibrary(library); }
-};
-using Library = std::unique_ptr<std::remove_pointer_t<HMODULE>, LibraryUnloader>;
 
 std::string machineName(uint16_t machine)
 {
@@ -45,11 +40,9 @@ bool canBeFound(const std::string& name)
 {
     if (GetModuleHandleW(fromUtf8(name).c_str()) != nullptr || isApiSet(name))
         return true;
-    const HMODULE file = LoadLibraryExW(fromUtf8(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE);
-    if (file == nullptr)
-        return false;
-    FreeLibrary(file);
-    return true;
+    const LoadedLibrary file(
+        LoadLibraryExW(fromUtf8(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
+    return file != nullptr;
 }
 
 bool checkFile(Findings& findings)
@@ -148,7 +141,7 @@ bool checkLoading(Findings& findings)
     P11Module module(findings.library);
     module.setRepairFunctionList(false);
     if (!module.load()) {
-        const Library library(LoadLibraryW(toPath(findings.library).c_str()));
+        const LoadedLibrary library(LoadLibraryW(toPath(findings.library).c_str()));
         const DWORD error = GetLastError();
         if (library == nullptr)
             findings.fail(name, "the system cannot load it: " + errorText(error),

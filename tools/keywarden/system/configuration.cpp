@@ -118,7 +118,7 @@ void loadConfiguration()
     try {
         Config::instance().load(NV::configurationFile(userProfile()));
     } catch (const std::runtime_error& error) {
-        throw Failure(error.what(), "\"keywarden check\" finds the reason.");
+        throw Failure(error.what(), "Run \"keywarden check\" to find the reason.");
     }
 }
 
