@@ -23,6 +23,7 @@ public:
         : object_(new (storage_) T(std::forward<Arguments>(arguments)...))
     {
     }
+    ~NeverDestroyed() = default;
     NeverDestroyed(const NeverDestroyed&) = delete;
     NeverDestroyed& operator=(const NeverDestroyed&) = delete;
 
@@ -30,7 +31,7 @@ public:
     T* operator->() { return object_; }
 
 private:
-    alignas(T) std::byte storage_[sizeof(T)];
+    alignas(T) std::byte storage_[sizeof(T)]{};
     T* object_;
 };
 

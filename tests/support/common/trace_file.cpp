@@ -208,6 +208,7 @@ void writeSeen(const std::string& name, const std::vector<TraceLine>& expected,
                const std::vector<std::string>& logged)
 {
     std::vector<std::string> lines;
+    lines.reserve(expected.size());
     for (const TraceLine& line : expected)
         lines.push_back(line.text);
     writeFile(seenFile(name, ".expected"), asFile(lines));
