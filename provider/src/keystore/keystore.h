@@ -88,8 +88,9 @@ private:
     };
 
     // Where the name is in managedKeys_, or would be.
-    std::vector<ManagedKey>::iterator placeOf(const std::wstring& name);
-    bool isFiledAt(std::vector<ManagedKey>::iterator place, const std::wstring& name) const;
+    std::vector<ManagedKey>::iterator placeOf(const std::wstring& name) NV_REQUIRES(lock_);
+    bool isFiledAt(std::vector<ManagedKey>::iterator place, const std::wstring& name) const
+        NV_REQUIRES(lock_);
 
     template <typename Key>
     NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source) NV_REQUIRES(lock_);
