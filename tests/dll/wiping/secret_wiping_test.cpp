@@ -71,7 +71,7 @@ protected:
     {
         throwing ? token().throwFrom(function, nth) : token().fail(function, CKR_DEVICE_ERROR, nth);
     }
-    void mend()
+    void repair()
     {
         token().clearFaults();
         if (token().initialised())
@@ -158,7 +158,7 @@ TEST_F(SecretWiping, AfterEveryFailureOfAnAgreement)
         for (const bool throwing : {false, true}) {
             spoil(function, nth, throwing);
             agree(NTE_INTERNAL_ERROR);
-            mend();
+            repair();
             EXPECT_EQ("", memory().found()) << function << nth << throwing;
         }
     }
@@ -177,7 +177,7 @@ TEST_F(SecretWiping, AfterEveryFailureOfADerivation)
         for (const bool throwing : {false, true}) {
             spoil(function, 1, throwing);
             EXPECT_EQ(NTE_INTERNAL_ERROR, derive(secret, kdf)) << function << throwing;
-            mend();
+            repair();
             EXPECT_EQ("", memory().foundReleased()) << function << throwing;
         }
     }

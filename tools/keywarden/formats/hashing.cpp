@@ -26,7 +26,7 @@ namespace {
 constexpr size_t pieceSize = size_t{1} << 20;
 constexpr uintmax_t largeFile = uintmax_t{64} << 20;
 
-// The header for SHA-1. The provider's table has none for it, on purpose.
+// The DigestInfo header of SHA-1, which the provider's table does not have.
 constexpr std::string_view sha1Header = "3021300906052B0E03021A05000414";
 
 struct AlgorithmCloser {
