@@ -20,6 +20,7 @@ class NeverDestroyed {
 public:
     template <typename... Arguments>
     explicit NeverDestroyed(Arguments&&... arguments)
+        // cppcheck-suppress noDestructor ; this class exists to never destroy the object
         : object_(new (storage_) T(std::forward<Arguments>(arguments)...))
     {
     }

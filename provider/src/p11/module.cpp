@@ -430,8 +430,9 @@ bool P11Module::clean()
 
 P11Module::InitArgs P11Module::replaceInitArgs(InitArgs owned)
 {
-    initArgs_ = owned.get();
-    return std::exchange(ownedInitArgs_, std::move(owned));
+    InitArgs replaced = std::exchange(ownedInitArgs_, std::move(owned));
+    initArgs_ = ownedInitArgs_.get();
+    return replaced;
 }
 
 P11Module::InitArgs P11Module::replaceInitArgs(CK_C_INITIALIZE_ARGS& foreign)
