@@ -26,7 +26,7 @@ public:
     {
         if (offset > bytes_.size() || bytes_.size() - offset < sizeof(Structure))
             return std::nullopt;
-        Structure structure;
+        Structure structure{};
         std::memcpy(&structure, bytes_.data() + offset, sizeof structure);
         return structure;
     }

@@ -118,6 +118,7 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfCng()
 std::string listed(const std::vector<std::wstring>& names)
 {
     std::vector<std::string> texts;
+    texts.reserve(names.size());
     for (const std::wstring& name : names)
         texts.push_back(toUtf8(name));
     return texts.empty() ? "none" : joined(texts);
