@@ -107,7 +107,7 @@ int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 
     const std::string wide = expectedUtf8(units);
     const std::string digits = std::to_string(number);
-    HOLDS(toUtf8(name) == wide);
+    HOLDS(NV::toUtf8(name) == wide);
     const std::string message = narrow + "[" + digits + "]:pszKeyName=" + wide + "%\n";
     const std::string formatted =
         format(capacity, "%s[%d]:pszKeyName=%s%%\n", narrow.c_str(), number, wide.c_str());
