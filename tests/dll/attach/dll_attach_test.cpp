@@ -174,7 +174,7 @@ TEST_F(Attach, LaterChangesOfTheFileDoNotMatter)
 }
 
 // Loads that fail: the error reaches the loader, the process lives on, nothing is logged, and when
-// the cause is mended the next load works.
+// the cause is fixed the next load works.
 
 TEST_F(Attach, FailsWithoutAConfigurationFile)
 {
