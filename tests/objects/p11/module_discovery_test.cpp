@@ -16,14 +16,6 @@ TRC NV::P11Module::init:Call C_Finalize():END RV=00000000(CKR_OK)
 constexpr std::string_view falseLines = R"(TRC NV::P11Module::init:LEAVE(0)
 )";
 
-std::string joined(std::initializer_list<std::string_view> blocks)
-{
-    std::string all;
-    for (const std::string_view block : blocks)
-        all += block;
-    return all;
-}
-
 std::string text(std::span<const CK_UTF8CHAR> field)
 {
     const std::string all(field.begin(), field.end());
