@@ -138,7 +138,7 @@ template <typename TextFunction>
 void expectTexts(TextFunction&& text, std::initializer_list<TextRow> rows)
 {
     for (const TextRow& row : rows)
-        EXPECT_EQ(row.text, text(row.value)) << std::hex << row.value;
+        EXPECT_EQ(row.text, std::string(text(row.value))) << std::hex << row.value;
 }
 
 void expectCount(size_t expected, const Names& names)
