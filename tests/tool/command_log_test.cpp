@@ -108,9 +108,8 @@ TEST_F(LogCommand, FiltersByNameAndBySlowness)
 TEST_F(LogCommand, WritesThePage)
 {
     const auto page = folder.path() / "odd.html";
-    const ChildResult result = profile.run({"log", file, "--html", narrowPath(page)});
-    EXPECT_EQ(result.exitCode, 0U) << result.output;
-    EXPECT_TRUE(contains(result.output, "Written: " + narrowPath(page))) << result.output;
+    profile.expectRun(0, {"log", file, "--html", narrowPath(page)},
+                      {"Written: " + narrowPath(page)});
     const std::string html = readFile(page);
     EXPECT_TRUE(html.starts_with("<!DOCTYPE html>"));
     EXPECT_TRUE(html.ends_with("</html>\n"));
@@ -129,9 +128,7 @@ TEST_F(LogCommand, ReportsAPageThatCannotBeWritten)
 TEST_F(LogCommand, ReadsTheNewestLogOfTheConfiguredFolder)
 {
     profile.writeConfig("p11File=x\nlogStore=~\\l\nlogRotate=7\n");
-    ChildResult result = profile.run({"log"});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "there is no log in ")) << result.output;
+    profile.expectRun(1, {"log"}, {"there is no log in "});
     writeFile(profile.path() / "l" / "nvksprovider-20260303.log", "");
     writeFile(profile.path() / "l" / "nvksprovider-20260304.log",
               LogText().operation("OpenKey", "1").text());
@@ -143,10 +140,7 @@ TEST_F(LogCommand, ReadsTheNewestLogOfTheConfiguredFolder)
 
 TEST_F(LogCommand, ReportsAMissingConfiguration)
 {
-    const ChildResult result = profile.run({"log"});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "Cannot open file: ")) << result.output;
-    EXPECT_TRUE(contains(result.output, "keywarden check")) << result.output;
+    profile.expectRun(1, {"log"}, {"Cannot open file: ", "keywarden check"});
 }
 
 TEST_F(LogCommand, AnEmptyLogIsNoFailure)

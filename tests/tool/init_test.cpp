@@ -9,6 +9,7 @@
 
 #include "config/config_keys.h"
 #include "config/config_values.h"
+#include "contains.h"
 #include "failure.h"
 #include "system/configuration.h"
 #include "tool_program.h"
@@ -16,11 +17,6 @@
 namespace NV::test {
 
 namespace {
-
-bool contains(const std::string& text, const std::string& part)
-{
-    return text.find(part) != std::string::npos;
-}
 
 class Init : public testing::Test {
 protected:
@@ -52,11 +48,8 @@ protected:
 
 TEST_F(Init, WritesAFileThatTheModuleReads)
 {
-    const ChildResult result = profile.run({"init", "--p11", library});
-    EXPECT_EQ(result.exitCode, 0U) << result.output;
-    EXPECT_TRUE(contains(result.output, "Written: " + narrowPath(profile.configFile())))
-        << result.output;
-    EXPECT_TRUE(contains(result.output, "keywarden check")) << result.output;
+    profile.expectRun(0, {"init", "--p11", library},
+                      {"Written: " + narrowPath(profile.configFile()), "keywarden check"});
     EXPECT_EQ(value("p11File"), library);
     EXPECT_EQ(value("logLevel"), "INFO");
     EXPECT_EQ(value("logTypes"), "FILE");
@@ -109,9 +102,8 @@ TEST_F(Init, NeverOverwritesUnlessForced)
 
 TEST_F(Init, TakesFolderAndLevel)
 {
-    const ChildResult result = profile.run(
-        {"init", "--p11", library, "--log-dir", "C:\\Odd Logs", "--log-level", "trace"});
-    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    profile.expectRun(
+        0, {"init", "--p11", library, "--log-dir", "C:\\Odd Logs", "--log-level", "trace"}, {});
     EXPECT_EQ(value("logStore"), "C:\\Odd Logs");
     EXPECT_EQ(value("logLevel"), "TRACE");
 }
@@ -139,9 +131,8 @@ TEST_F(Init, ReportsWhatItWroteAsJson)
 
 TEST_F(Init, RefusesAMissingLibrary)
 {
-    const ChildResult result = profile.run({"init", "--p11", "C:\\nowhere\\odd.dll"});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "there is no file C:\\nowhere\\odd.dll")) << result.output;
+    profile.expectRun(1, {"init", "--p11", "C:\\nowhere\\odd.dll"},
+                      {"there is no file C:\\nowhere\\odd.dll"});
     expectNothingWritten();
 }
 
@@ -149,20 +140,16 @@ TEST_F(Init, RefusesALibraryOutsideAscii)
 {
     const auto odd = tokens.path() / L"t\u00f6ken.dll";
     writeFile(odd, "a placeholder for a library");
-    const ChildResult result = profile.run({"init", "--p11", narrowPath(odd)});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "the library's path has characters outside ASCII"))
-        << result.output;
-    EXPECT_TRUE(contains(result.output, "Copy the library to a folder with a plain name"))
-        << result.output;
+    profile.expectRun(1, {"init", "--p11", narrowPath(odd)},
+                      {"the library's path has characters outside ASCII",
+                       "Copy the library to a folder with a plain name"});
     expectNothingWritten();
 }
 
 TEST_F(Init, RefusesAFolderWithATildeInside)
 {
-    const ChildResult result = profile.run({"init", "--p11", library, "--log-dir", "C:\\ODDLOG~1"});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "stands for the user's profile")) << result.output;
+    profile.expectRun(1, {"init", "--p11", library, "--log-dir", "C:\\ODDLOG~1"},
+                      {"stands for the user's profile"});
     expectNothingWritten();
 }
 
@@ -170,9 +157,7 @@ TEST_F(Init, LeavesNothingBehindWhenTheFileCannotBeReplaced)
 {
     // A folder is where the file should be.
     create_directories(profile.configFile());
-    const ChildResult result = profile.run({"init", "--p11", library, "--force"});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "cannot be replaced: ")) << result.output;
+    profile.expectRun(1, {"init", "--p11", library, "--force"}, {"cannot be replaced: "});
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
     EXPECT_TRUE(is_directory(profile.configFile()));
 }
@@ -180,9 +165,7 @@ TEST_F(Init, LeavesNothingBehindWhenTheFileCannotBeReplaced)
 TEST_F(Init, SaysWhenTheFolderCannotBeMade)
 {
     writeFile(profile.folder(), "a file where the folder should be");
-    const ChildResult result = profile.run({"init", "--p11", library});
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "cannot be ")) << result.output;
+    profile.expectRun(1, {"init", "--p11", library}, {"cannot be "});
     EXPECT_EQ(readFile(profile.folder()), "a file where the folder should be");
 }
 
@@ -217,18 +200,15 @@ protected:
 
 TEST_F(InitAsks, WhichLibrary)
 {
-    const ChildResult result = profile.run({"init"}, answering("2\n"));
-    EXPECT_EQ(result.exitCode, 0U) << result.output;
-    EXPECT_TRUE(contains(result.output, "  1  OpenSC  ")) << result.output;
-    EXPECT_TRUE(contains(result.output, "  2  Yubico PIV Tool  ")) << result.output;
-    EXPECT_TRUE(contains(result.output, "Which one (1 to 2)?")) << result.output;
+    profile.expectRun(0, {"init"},
+                      {"  1  OpenSC  ", "  2  Yubico PIV Tool  ", "Which one (1 to 2)?"},
+                      answering("2\n"));
     EXPECT_EQ(value("p11File"), narrowPath((programs / yubico).make_preferred()));
 }
 
 TEST_F(InitAsks, AndTakesALineWithCarriageReturn)
 {
-    const ChildResult result = profile.run({"init"}, answering(" 1 \r\n"));
-    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    profile.expectRun(0, {"init"}, {}, answering(" 1 \r\n"));
     EXPECT_EQ(value("p11File"), narrowPath((programs / opensc).make_preferred()));
 }
 
@@ -263,11 +243,9 @@ TEST_F(InitAsks, NothingWhenThereIsAFile)
 TEST_F(InitAsks, NothingWhenThereIsNone)
 {
     removeProducts();
-    const ChildResult result = profile.run({"init"}, answering("1\n"));
-    EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "no PKCS#11 library was found in the usual places"))
-        << result.output;
-    EXPECT_TRUE(contains(result.output, "--p11 PATH")) << result.output;
+    profile.expectRun(1, {"init"},
+                      {"no PKCS#11 library was found in the usual places", "--p11 PATH"},
+                      answering("1\n"));
     expectNothingWritten();
 }
 

@@ -28,6 +28,14 @@ std::vector<std::string> callsOf(const Operation& operation)
 
 using Texts = std::vector<std::string>;
 
+// The one operation of a log.
+Operation operationOf(const LogText& log)
+{
+    const auto operations = operationsOf(log.text());
+    EXPECT_EQ(operations.size(), 1U);
+    return operations.at(0);
+}
+
 TEST(LogOperation, HasStatusTimeAndPlace)
 {
     const auto operations = operationsOf(LogText()
@@ -50,36 +58,32 @@ TEST(LogOperation, HasStatusTimeAndPlace)
 
 TEST(LogOperation, EndOfAnEnumerationIsNoFailure)
 {
-    const auto operations =
-        operationsOf(LogText().operation("EnumKeys", "0.1", "0x8009002a").text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_FALSE(operations[0].failed());
+    const Operation operation = operationOf(LogText().operation("EnumKeys", "0.1", "0x8009002a"));
+    EXPECT_FALSE(operation.failed());
 }
 
 TEST(LogOperation, HasItsCallsWithResults)
 {
-    const auto operations = operationsOf(LogText()
-                                             .enter("SignHash")
-                                             .call("C_Initialize", "00000000(CKR_OK)", "2.250")
-                                             .endedCall("C_SignInit")
-                                             .call("C_Sign", "80000123(UNKNOWN)")
-                                             .call("C_Logout", "80000124")
-                                             .leave("SignHash", "10.0")
-                                             .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_EQ(callsOf(operations[0]),
+    const Operation operation = operationOf(LogText()
+                                                .enter("SignHash")
+                                                .call("C_Initialize", "00000000(CKR_OK)", "2.250")
+                                                .endedCall("C_SignInit")
+                                                .call("C_Sign", "80000123(UNKNOWN)")
+                                                .call("C_Logout", "80000124")
+                                                .leave("SignHash", "10.0"));
+    EXPECT_EQ(callsOf(operation),
               (Texts{"C_Initialize CKR_OK", "C_SignInit ", "C_Sign UNKNOWN", "C_Logout 80000124"}));
-    EXPECT_EQ(operations[0].calls[0].elapsed, 2.25);
-    EXPECT_EQ(operations[0].calls[0].begun - operations[0].begun, 100);
-    EXPECT_FALSE(operations[0].calls[0].failed());
-    EXPECT_FALSE(operations[0].calls[1].failed());
-    EXPECT_TRUE(operations[0].calls[3].failed());
+    EXPECT_EQ(operation.calls[0].elapsed, 2.25);
+    EXPECT_EQ(operation.calls[0].begun - operation.begun, 100);
+    EXPECT_FALSE(operation.calls[0].failed());
+    EXPECT_FALSE(operation.calls[1].failed());
+    EXPECT_TRUE(operation.calls[3].failed());
 }
 
 // The discovery's records have no times of their own; those of the records count.
 TEST(LogOperation, HasTheCallsOfTheDiscovery)
 {
-    const auto operations = operationsOf(
+    const Operation operation = operationOf(
         LogText()
             .trace("NV::ProviderManager::OpenProvider", "ENTER")
             .trace("NV::Provider::Provider", "ENTER")
@@ -93,20 +97,18 @@ TEST(LogOperation, HasTheCallsOfTheDiscovery)
             .trace("NV::Provider::init", "RESULT=0, ELAPSED:3.000(ms)")
             .trace("NV::Provider::init", "LEAVE")
             .trace("NV::ProviderManager::OpenProvider", "STATUS=0x8009002d, ELAPSED:4.000(ms)")
-            .trace("NV::ProviderManager::OpenProvider", "LEAVE")
-            .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_EQ(operations[0].name, "OpenProvider");
-    EXPECT_EQ(callsOf(operations[0]),
+            .trace("NV::ProviderManager::OpenProvider", "LEAVE"));
+    EXPECT_EQ(operation.name, "OpenProvider");
+    EXPECT_EQ(callsOf(operation),
               (Texts{"C_Finalize CKR_CRYPTOKI_NOT_INITIALIZED", "C_GetInfo CKR_DEVICE_ERROR"}));
-    EXPECT_FALSE(operations[0].calls[0].failed());
-    EXPECT_TRUE(operations[0].calls[1].failed());
-    EXPECT_EQ(operations[0].calls[1].elapsed, 100);
+    EXPECT_FALSE(operation.calls[0].failed());
+    EXPECT_TRUE(operation.calls[1].failed());
+    EXPECT_EQ(operation.calls[1].elapsed, 100);
 }
 
 TEST(LogOperation, TakesAResultFromTheErrorBehindTheCall)
 {
-    const auto operations = operationsOf(
+    const Operation operation = operationOf(
         LogText()
             .enter("SignHash")
             .endedCall("C_Login")
@@ -116,58 +118,50 @@ TEST(LogOperation, TakesAResultFromTheErrorBehindTheCall)
             .record("ERR", "NV::Provider::SignHash", "no result here (at all)")
             .call("C_Finalize", "00000000(CKR_OK)")
             .record("ERR", "NV::Provider::SignHash", "late (00000005(CKR_GENERAL_ERROR))")
-            .leave("SignHash", "9.0", "0x8009002d")
-            .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_EQ(callsOf(operations[0]),
+            .leave("SignHash", "9.0", "0x8009002d"));
+    EXPECT_EQ(callsOf(operation),
               (Texts{"C_Login CKR_PIN_INCORRECT", "C_CloseSession ", "C_Finalize CKR_OK"}));
-    EXPECT_TRUE(operations[0].calls[0].failed());
-    ASSERT_EQ(operations[0].errors.size(), 3U);
+    EXPECT_TRUE(operation.calls[0].failed());
+    ASSERT_EQ(operation.errors.size(), 3U);
 }
 
 TEST(LogOperation, TakesAResultFromItsOwnRecord)
 {
-    const auto operations = operationsOf(
+    const Operation operation = operationOf(
         LogText()
             .enter("SignHash")
             .endedCall("C_Login")
             .record("INF", "NVEnterPIN", "CALL C_Login(): RETURN CODE:000000a4(CKR_PIN_LOCKED)")
-            .leave("SignHash", "9.0", "0x8009002d")
-            .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_EQ(callsOf(operations[0]), Texts{"C_Login CKR_PIN_LOCKED"});
+            .leave("SignHash", "9.0", "0x8009002d"));
+    EXPECT_EQ(callsOf(operation), Texts{"C_Login CKR_PIN_LOCKED"});
 }
 
 TEST(LogOperation, HasTheDialogsTime)
 {
-    const auto operations = operationsOf(LogText()
-                                             .enter("SignHash")
-                                             .trace("NV::Provider::enterPIN", "ENTER")
-                                             .trace("NV::PINDialog::open", "ENTER")
-                                             .trace("NV::PINDialog::proc", "something")
-                                             .trace("NV::PINDialog::open", "LEAVE")
-                                             .trace("NV::Provider::enterPIN", "LEAVE")
-                                             .endedCall("C_Login")
-                                             .leave("SignHash", "900.0")
-                                             .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_EQ(callsOf(operations[0]), (Texts{"PIN dialog ", "C_Login "}));
-    EXPECT_EQ(operations[0].calls[0].elapsed, 200);
+    const Operation operation = operationOf(LogText()
+                                                .enter("SignHash")
+                                                .trace("NV::Provider::enterPIN", "ENTER")
+                                                .trace("NV::PINDialog::open", "ENTER")
+                                                .trace("NV::PINDialog::proc", "something")
+                                                .trace("NV::PINDialog::open", "LEAVE")
+                                                .trace("NV::Provider::enterPIN", "LEAVE")
+                                                .endedCall("C_Login")
+                                                .leave("SignHash", "900.0"));
+    EXPECT_EQ(callsOf(operation), (Texts{"PIN dialog ", "C_Login "}));
+    EXPECT_EQ(operation.calls[0].elapsed, 200);
 }
 
 TEST(LogOperation, UnfinishedHasTheCallThatDidNotReturn)
 {
-    const auto operations = operationsOf(LogText()
-                                             .enter("SignHash")
-                                             .trace("NV::Provider::enterPIN", "ENTER")
-                                             .endedCall("C_Login")
-                                             .start("C_Sign")
-                                             .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_FALSE(operations[0].finished);
-    EXPECT_EQ(operations[0].name, "SignHash");
-    EXPECT_EQ(callsOf(operations[0]), (Texts{"C_Login ", "C_Sign no return"}));
-    EXPECT_TRUE(operations[0].calls[1].failed());
+    const Operation operation = operationOf(LogText()
+                                                .enter("SignHash")
+                                                .trace("NV::Provider::enterPIN", "ENTER")
+                                                .endedCall("C_Login")
+                                                .start("C_Sign"));
+    EXPECT_FALSE(operation.finished);
+    EXPECT_EQ(operation.name, "SignHash");
+    EXPECT_EQ(callsOf(operation), (Texts{"C_Login ", "C_Sign no return"}));
+    EXPECT_TRUE(operation.calls[1].failed());
 }
 
 // The thread's next operation ends one that was left by an exception.
@@ -192,16 +186,14 @@ TEST(LogOperation, UnfinishedDoesNotSwallowWhatFollows)
 
 TEST(LogOperation, HasTheCallThatThrew)
 {
-    const auto operations =
-        operationsOf(LogText()
-                         .enter("SignHash")
-                         .start("C_Sign")
-                         .record("ERR", "NV::Pkcs11::C_Sign", "Caught Exception")
-                         .endedCall("C_Logout")
-                         .leave("SignHash", "2.0", "0x8009002d")
-                         .text());
-    ASSERT_EQ(operations.size(), 1U);
-    EXPECT_EQ(callsOf(operations[0]), (Texts{"C_Sign exception", "C_Logout "}));
+    const Operation operation =
+        operationOf(LogText()
+                        .enter("SignHash")
+                        .start("C_Sign")
+                        .record("ERR", "NV::Pkcs11::C_Sign", "Caught Exception")
+                        .endedCall("C_Logout")
+                        .leave("SignHash", "2.0", "0x8009002d"));
+    EXPECT_EQ(callsOf(operation), (Texts{"C_Sign exception", "C_Logout "}));
 }
 
 TEST(LogOperation, ThreadsAndProcessesAreApart)

@@ -25,6 +25,15 @@ ChildResult ToolProfile::run(std::vector<std::string> arguments, ChildOptions op
     return runTool(std::move(arguments), std::move(options));
 }
 
+void ToolProfile::expectRun(unsigned long exitCode, std::vector<std::string> arguments,
+                            const std::vector<std::string>& parts, ChildOptions options) const
+{
+    const ChildResult result = run(std::move(arguments), std::move(options));
+    EXPECT_EQ(result.exitCode, exitCode) << result.output;
+    for (const std::string& part : parts)
+        EXPECT_NE(result.output.find(part), std::string::npos) << part << " in " << result.output;
+}
+
 Json ToolProfile::json(std::vector<std::string> arguments, unsigned long exitCode,
                        ChildOptions options) const
 {

@@ -26,6 +26,9 @@ class ToolProfile {
 public:
     // Runs `keywarden --profile FOLDER ARGUMENTS`.
     ChildResult run(std::vector<std::string> arguments, ChildOptions options = {}) const;
+    // The same, with this exit code and these parts of the output, in any order.
+    void expectRun(unsigned long exitCode, std::vector<std::string> arguments,
+                   const std::vector<std::string>& parts, ChildOptions options = {}) const;
     // The same with --json. Fails the test if the output is not exactly one JSON document.
     Json json(std::vector<std::string> arguments, unsigned long exitCode,
               ChildOptions options = {}) const;

@@ -43,8 +43,7 @@ struct Case {
     const char* name;
     std::string_view text;
     const char* level;
-    const char* types;
-    const char* rotate;
+    const char* rotate = "7";
 };
 
 std::ostream& operator<<(std::ostream& out, const Case& configuration)
@@ -53,50 +52,39 @@ std::ostream& operator<<(std::ostream& out, const Case& configuration)
 }
 
 #define STORE "logStore=~\\.norvanta-keywarden\\logs\n"
+#define FILES "logTypes=FILE\n" STORE
 
 const Case cases[] = {
-    {"Trace", "logLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x7f", "0x02", "7"},
-    {"Debug", "logLevel=debug\nlogTypes=file\n" STORE "logRotate=30\n", "0x7e", "0x02", "30"},
-    {"Info", "logLevel=Info \nlogTypes= file \n" STORE "logRotate=0\n", "0x7c", "0x02", "0"},
-    {"Warn", "logLevel=WARN\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x70", "0x02", "7"},
-    {"Error", "logLevel=ERROR\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x60", "0x02", "7"},
-    {"Severe", "logLevel=SEVERE\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x40", "0x02", "7"},
-    {"UnknownLevel", "logLevel=INFORMATION\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x7c", "0x02",
-     "7"},
-    {"EmptyLevel", "logLevel=\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x7c", "0x02", "7"},
-    {"NoLevel", "logTypes=FILE\n" STORE "logRotate=7\n", "0x7c", "0x02", "7"},
-    {"KeyInOtherCase", "loglevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x7c", "0x02",
-     "7"},
+    {"Trace", "logLevel=TRACE\n" FILES "logRotate=7\n", "0x7f"},
+    {"Debug", "logLevel=debug\nlogTypes=file\n" STORE "logRotate=30\n", "0x7e", "30"},
+    {"Info", "logLevel=Info \nlogTypes= file \n" STORE "logRotate=0\n", "0x7c", "0"},
+    {"Warn", "logLevel=WARN\n" FILES "logRotate=7\n", "0x70"},
+    {"Error", "logLevel=ERROR\n" FILES "logRotate=7\n", "0x60"},
+    {"Severe", "logLevel=SEVERE\n" FILES "logRotate=7\n", "0x40"},
+    {"UnknownLevel", "logLevel=INFORMATION\n" FILES "logRotate=7\n", "0x7c"},
+    {"EmptyLevel", "logLevel=\n" FILES "logRotate=7\n", "0x7c"},
+    {"NoLevel", FILES "logRotate=7\n", "0x7c"},
+    {"KeyInOtherCase", "loglevel=TRACE\n" FILES "logRotate=7\n", "0x7c"},
     {"SpacesAroundKeysAndValues",
      "  logLevel  =  TRACE  \n logTypes = FILE,OTHER \n logStore = ~\\.norvanta-keywarden\\logs \n"
      " logRotate = 12 \n",
-     "0x7f", "0x02", "12"},
-    {"CommentsAndEmptyLines",
-     "# logLevel=ERROR\n\nlogLevel=TRACE\n#\n\nlogTypes=FILE\n" STORE "logRotate=7\n\n", "0x7f",
-     "0x02", "7"},
-    {"NumberSignLaterInTheLine",
-     "logLevel=TRACE # all\nlogTypes=FILE\n" STORE "logRotate=7 # days\n", "0x7c", "0x02", "7"},
-    {"SpaceBeforeNumberSign",
-     " # logLevel=ERROR\nlogLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=7\n", "0x7f", "0x02",
-     "7"},
-    {"LaterLineWins",
-     "logLevel=ERROR\nlogLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=3\nlogRotate=4\n", "0x7f",
-     "0x02", "4"},
-    {"FurtherEqualSigns",
-     "logLevel=TRACE=DEBUG\nlogTypes=FILE\n" STORE "logRotate=7\n=value\nkey=\n", "0x7c", "0x02",
-     "7"},
-    {"NoLineFeedAtTheEnd", "logLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=9", "0x7f", "0x02",
-     "9"},
+     "0x7f", "12"},
+    {"CommentsAndEmptyLines", "# logLevel=ERROR\n\nlogLevel=TRACE\n#\n\n" FILES "logRotate=7\n\n",
+     "0x7f"},
+    {"NumberSignLaterInTheLine", "logLevel=TRACE # all\n" FILES "logRotate=7 # days\n", "0x7c"},
+    {"SpaceBeforeNumberSign", " # logLevel=ERROR\nlogLevel=TRACE\n" FILES "logRotate=7\n", "0x7f"},
+    {"LaterLineWins", "logLevel=ERROR\nlogLevel=TRACE\n" FILES "logRotate=3\nlogRotate=4\n", "0x7f",
+     "4"},
+    {"FurtherEqualSigns", "logLevel=TRACE=DEBUG\n" FILES "logRotate=7\n=value\nkey=\n", "0x7c"},
+    {"NoLineFeedAtTheEnd", "logLevel=TRACE\n" FILES "logRotate=9", "0x7f", "9"},
     {"CarriageReturnsInTheValues", "logLevel=TRACE\r\nlogTypes=FILE,\r\n" STORE "logRotate=30\r\n",
-     "0x7c", "0x02", "7"},
-    {"RotateWithSign", "logLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=-1\n", "0x7f", "0x02",
-     "7"},
-    {"RotateWithSpaceInside", "logLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=1 2\n", "0x7f",
-     "0x02", "7"},
-    {"LargestRotate", "logLevel=TRACE\nlogTypes=FILE\n" STORE "logRotate=2147483647\n", "0x7f",
-     "0x02", "2147483647"},
+     "0x7c"},
+    {"RotateWithSign", "logLevel=TRACE\n" FILES "logRotate=-1\n", "0x7f"},
+    {"RotateWithSpaceInside", "logLevel=TRACE\n" FILES "logRotate=1 2\n", "0x7f"},
+    {"LargestRotate", "logLevel=TRACE\n" FILES "logRotate=2147483647\n", "0x7f", "2147483647"},
 };
 
+#undef FILES
 #undef STORE
 
 class ConfiguredLog : public testing::TestWithParam<Case> {};
@@ -111,9 +99,8 @@ TEST_P(ConfiguredLog, BeginsWithABannerThatShowsTheSettings)
     }
     const std::string store = profile.narrow() + "\\.norvanta-keywarden\\logs";
     // Whatever the level, all lines are there.
-    expectBlock(profile.log(),
-                banner(configuration.level, configuration.types, store, configuration.rotate) +
-                    attachLine + "\n" + detachLine);
+    expectBlock(profile.log(), banner(configuration.level, "0x02", store, configuration.rotate) +
+                                   attachLine + "\n" + detachLine);
 }
 
 INSTANTIATE_TEST_SUITE_P(Values, ConfiguredLog, testing::ValuesIn(cases),

@@ -42,7 +42,23 @@ protected:
 
     SECURITY_STATUS setOwner(BYTE* bytes, DWORD length)
     {
-        return table()->SetProviderProperty(handle(), L"HWND Handle", bytes, length, 0);
+        return store(L"HWND Handle", bytes, length);
+    }
+    SECURITY_STATUS store(const wchar_t* name, BYTE* bytes, DWORD length, DWORD flags = 0)
+    {
+        return table()->SetProviderProperty(handle(), name, bytes, length, flags);
+    }
+    SECURITY_STATUS store(NCRYPT_KEY_HANDLE key, const wchar_t* name, BYTE* bytes, DWORD length,
+                          DWORD flags = 0)
+    {
+        return table()->SetKeyProperty(handle(), key, name, bytes, length, flags);
+    }
+    void expectLength(DWORD expected, const wchar_t* name, DWORD room)
+    {
+        DWORD length = 0;
+        EXPECT_EQ(status(ERROR_SUCCESS),
+                  table()->GetProviderProperty(handle(), name, nullptr, room, &length, 0));
+        EXPECT_EQ(expected, length);
     }
 };
 
@@ -84,14 +100,8 @@ TEST_F(PropertyOperationTest, anExactBufferIsEnough)
 
 TEST_F(PropertyOperationTest, aNullBufferAsksForTheLength)
 {
-    DWORD length = 0;
-    EXPECT_EQ(status(ERROR_SUCCESS),
-              table()->GetProviderProperty(handle(), L"Name", nullptr, 0, &length, 0));
-    EXPECT_EQ(72U, length);
-    length = 0;
-    EXPECT_EQ(status(ERROR_SUCCESS),
-              table()->GetProviderProperty(handle(), L"Name", nullptr, 7, &length, 0));
-    EXPECT_EQ(72U, length);
+    expectLength(72, L"Name", 0);
+    expectLength(72, L"Name", 7);
     EXPECT_EQ(0U, countLines(takeLines(), "TRC NV::Provider::GetProviderProperty:Store the value "
                                           "into output buffer (72 bytes)"));
 }
@@ -162,20 +172,18 @@ TEST_F(PropertyOperationTest, anyPropertyCanBeStoredAndReplaced)
 {
     BYTE first[] = {1, 2, 3};
     BYTE second[] = {9};
-    EXPECT_EQ(status(ERROR_SUCCESS),
-              table()->SetProviderProperty(handle(), L"Own", first, 3, 0xFFFFFFFF));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(L"Own", first, 3, 0xFFFFFFFF));
     EXPECT_EQ((Bytes{1, 2, 3}), valueOfProvider(L"Own"));
-    EXPECT_EQ(status(ERROR_SUCCESS), table()->SetProviderProperty(handle(), L"Own", second, 1, 0));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(L"Own", second, 1));
     EXPECT_EQ((Bytes{9}), valueOfProvider(L"Own"));
-    EXPECT_EQ(status(ERROR_SUCCESS), table()->SetProviderProperty(handle(), L"Name", second, 1, 0));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(L"Name", second, 1));
     EXPECT_EQ((Bytes{9}), valueOfProvider(L"Name"));
 }
 
 TEST_F(PropertyOperationTest, storingIsTraced)
 {
     BYTE value[] = {1, 2, 3};
-    EXPECT_EQ(status(ERROR_SUCCESS),
-              table()->SetProviderProperty(handle(), L"Own", value, 3, 0x40));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(L"Own", value, 3, 0x40));
     expectTrace(linesOf("NV::Provider::SetProviderProperty"),
                 "dll/keys/property/storing_is_traced");
 }
@@ -183,12 +191,9 @@ TEST_F(PropertyOperationTest, storingIsTraced)
 TEST_F(PropertyOperationTest, nothingIsStoredWithoutNameOrBytes)
 {
     BYTE value[] = {1};
-    EXPECT_EQ(status(NTE_INVALID_PARAMETER),
-              table()->SetProviderProperty(handle(), nullptr, value, 1, 0));
-    EXPECT_EQ(status(NTE_INVALID_PARAMETER),
-              table()->SetProviderProperty(handle(), L"Own", nullptr, 1, 0));
-    EXPECT_EQ(status(NTE_INVALID_PARAMETER),
-              table()->SetProviderProperty(handle(), L"Own", value, 0, 0));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(nullptr, value, 1));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(L"Own", nullptr, 1));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(L"Own", value, 0));
     Output output;
     EXPECT_EQ(status(NTE_NOT_SUPPORTED), ofProvider(L"Own", output, 400));
 }
@@ -227,8 +232,7 @@ TEST_F(PropertyOperationTest, anOwnerWindowOfNineBytesIsStoredButNotTaken)
 TEST_F(PropertyOperationTest, theOwnerWindowsNameIsExact)
 {
     BYTE window[8] = {0x78};
-    EXPECT_EQ(status(ERROR_SUCCESS),
-              table()->SetProviderProperty(handle(), L"hwnd handle", window, 8, 0));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(L"hwnd handle", window, 8));
     EXPECT_EQ(7U, linesOf("NV::Provider::SetProviderProperty").size());
 }
 
@@ -298,12 +302,11 @@ TEST_F(KeyPropertyTest, wrongArgumentsAndNamesAreRefused)
 TEST_F(KeyPropertyTest, storingAddsToTheKeyAndKeepsAFirstValue)
 {
     BYTE value[] = {1, 2, 3};
-    EXPECT_EQ(status(ERROR_SUCCESS),
-              table()->SetKeyProperty(handle(), rsa, L"Own", value, 3, 0xFF));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(rsa, L"Own", value, 3, 0xFF));
     expectTrace(linesOf("NV::Provider::SetKeyProperty"),
                 "dll/keys/property/storing_adds_to_the_key_and_keeps_a_first_value");
     value[0] = 9;
-    EXPECT_EQ(status(ERROR_SUCCESS), table()->SetKeyProperty(handle(), rsa, L"Own", value, 3, 0));
+    EXPECT_EQ(status(ERROR_SUCCESS), store(rsa, L"Own", value, 3));
     EXPECT_EQ((Bytes{1, 2, 3}), valueOfKey(rsa, L"Own"));
     Output output;
     EXPECT_EQ(status(NTE_NOT_SUPPORTED), ofKey(ec, L"Own", output, 400));
@@ -312,15 +315,11 @@ TEST_F(KeyPropertyTest, storingAddsToTheKeyAndKeepsAFirstValue)
 TEST_F(KeyPropertyTest, storingRefusesWrongArgumentsAndHandles)
 {
     BYTE value[] = {1};
-    EXPECT_EQ(status(NTE_INVALID_PARAMETER),
-              table()->SetKeyProperty(handle(), rsa, L"Own", nullptr, 1, 0));
-    EXPECT_EQ(status(NTE_INVALID_PARAMETER),
-              table()->SetKeyProperty(handle(), rsa, L"Own", value, 0, 0));
-    EXPECT_EQ(status(NTE_INVALID_PARAMETER),
-              table()->SetKeyProperty(handle(), rsa, nullptr, value, 1, 0));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, L"Own", nullptr, 1));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, L"Own", value, 0));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, nullptr, value, 1));
     EXPECT_EQ("", messages(takeLines(), "ERR"));
-    EXPECT_EQ(status(NTE_INVALID_HANDLE),
-              table()->SetKeyProperty(handle(), 0x12345678, L"Own", value, 1, 0));
+    EXPECT_EQ(status(NTE_INVALID_HANDLE), store(0x12345678, L"Own", value, 1));
     EXPECT_EQ("Not Found the key (0000000012345678)", ofLevel(takeLines(), "ERR").at(0).message);
     Output output;
     EXPECT_EQ(status(NTE_NOT_SUPPORTED), ofKey(rsa, L"Own", output, 400));

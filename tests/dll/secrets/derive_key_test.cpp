@@ -99,6 +99,7 @@ protected:
         EXPECT_TRUE(token().calls().empty());
     }
 
+    Parameters good = sha256();
     static inline NCRYPT_SECRET_HANDLE secret = 0;
 };
 
@@ -113,24 +114,20 @@ constexpr const char* appendLine = "DBG Using secret append item (KDF_SECRET_APP
 
 TEST_F(DeriveKeyTest, NullArgumentsAreInvalid)
 {
-    Parameters parameters = sha256();
     BYTE output[64] = {};
     DWORD length = untouched;
-    EXPECT_EQ(NTE_INVALID_PARAMETER,
-              module()->DeriveKey(provider(), 0, BCRYPT_KDF_HASH, parameters.list(), output, 64,
-                                  &length, 0));
-    EXPECT_EQ(NTE_INVALID_PARAMETER,
-              module()->DeriveKey(provider(), secret, nullptr, parameters.list(), output, 64,
-                                  &length, 0));
-    EXPECT_EQ(NTE_INVALID_PARAMETER,
-              module()->DeriveKey(provider(), secret, BCRYPT_KDF_HASH, parameters.list(), output,
-                                  64, nullptr, 0));
-    EXPECT_EQ(NTE_INVALID_PARAMETER, module()->DeriveKey(provider(), secret, BCRYPT_KDF_HASH,
-                                                         parameters.list(), output, 0, &length, 0));
+    const auto expectInvalid = [&](NCRYPT_SECRET_HANDLE handle, const wchar_t* kdf,
+                                   NCryptBufferDesc* list, DWORD room, DWORD* result,
+                                   ULONG flags = 0) {
+        EXPECT_EQ(NTE_INVALID_PARAMETER,
+                  module()->DeriveKey(provider(), handle, kdf, list, output, room, result, flags));
+    };
+    expectInvalid(0, BCRYPT_KDF_HASH, good.list(), 64, &length);
+    expectInvalid(secret, nullptr, good.list(), 64, &length);
+    expectInvalid(secret, BCRYPT_KDF_HASH, good.list(), 64, nullptr);
+    expectInvalid(secret, BCRYPT_KDF_HASH, good.list(), 0, &length);
     // Before everything else is looked at.
-    EXPECT_EQ(NTE_INVALID_PARAMETER,
-              module()->DeriveKey(provider(), 0, BCRYPT_KDF_TLS_PRF, nullptr, output, 64, &length,
-                                  KDF_USE_SECRET_AS_HMAC_KEY_FLAG));
+    expectInvalid(0, BCRYPT_KDF_TLS_PRF, nullptr, 64, &length, KDF_USE_SECRET_AS_HMAC_KEY_FLAG);
     EXPECT_EQ("", said("DeriveKey"));
     EXPECT_EQ(untouched, length);
     EXPECT_TRUE(token().calls().empty());
@@ -138,16 +135,14 @@ TEST_F(DeriveKeyTest, NullArgumentsAreInvalid)
 
 TEST_F(DeriveKeyTest, SaysItsArguments)
 {
-    Parameters parameters = sha256();
-    derive(BCRYPT_KDF_HASH, parameters.list());
+    derive(BCRYPT_KDF_HASH, good.list());
     expectTrace(ofFunction(takeLines(), "NV::Provider::DeriveKey"),
                 "dll/secrets/derive_key/says_its_arguments");
 }
 
 TEST_F(DeriveKeyTest, ADigestIntoALargerBuffer)
 {
-    Parameters parameters = sha256();
-    expectKey(digestOf(CKM_SHA256, agreedBytes()), derive(BCRYPT_KDF_HASH, parameters.list()));
+    expectKey(digestOf(CKM_SHA256, agreedBytes()), derive(BCRYPT_KDF_HASH, good.list()));
     EXPECT_TRUE(token().calls("C_Login").empty());
 }
 
@@ -201,7 +196,6 @@ TEST_F(DeriveKeyTest, AListWithoutBuffersIsInvalid)
 TEST_F(DeriveKeyTest, TlsPrfIsNotSupportedWithAnyList)
 {
     Parameters empty;
-    Parameters good = sha256();
     Parameters unknown;
     unknown.add(0x7391, {1, 2});
     Parameters unreadable;
@@ -268,13 +262,12 @@ TEST_F(DeriveKeyTest, TheLastOfSeveralHashNamesHolds)
 
 TEST_F(DeriveKeyTest, ItemsOfOneKindFollowEachOther)
 {
-    Parameters parameters = sha256();
-    parameters.add(KDF_SECRET_APPEND, {0xF1})
+    good.add(KDF_SECRET_APPEND, {0xF1})
         .add(KDF_SECRET_PREPEND, {0x01, 0x02})
         .add(KDF_SECRET_APPEND, {0xF2, 0xF3})
         .add(KDF_SECRET_PREPEND, {0x03});
     expectKey(digestOf(CKM_SHA256, joinedBytes({{1, 2, 3}, agreedBytes(), {0xF1, 0xF2, 0xF3}})),
-              derive(BCRYPT_KDF_HASH, parameters.list()));
+              derive(BCRYPT_KDF_HASH, good.list()));
     EXPECT_EQ(std::string(hashKdf) + sha256Line + appendLine + prependLine + appendLine +
                   prependLine,
               said("DeriveKey"));
@@ -331,20 +324,18 @@ TEST_F(DeriveKeyTest, AnHmacKeyIsOnlyForHmac)
 
 TEST_F(DeriveKeyTest, AnHmacWithAKey)
 {
-    Parameters parameters = sha256();
-    parameters.add(KDF_HMAC_KEY, {0xA1, 0xA2, 0xA3}).add(KDF_SECRET_PREPEND, {0x01});
+    good.add(KDF_HMAC_KEY, {0xA1, 0xA2, 0xA3}).add(KDF_SECRET_PREPEND, {0x01});
     expectKey(
         hmacOf(CKM_SHA256_HMAC, Bytes{0xA1, 0xA2, 0xA3}, joinedBytes({{0x01}, agreedBytes()})),
-        derive(BCRYPT_KDF_HMAC, parameters.list()));
+        derive(BCRYPT_KDF_HMAC, good.list()));
     EXPECT_EQ(std::string(hmacKdf) + sha256Line + prependLine, said("DeriveKey"));
 }
 
 TEST_F(DeriveKeyTest, TheLastOfSeveralHmacKeysHolds)
 {
-    Parameters parameters = sha256();
-    parameters.add(KDF_HMAC_KEY, {0xA1, 0xA2}).add(KDF_HMAC_KEY, {0xB1});
+    good.add(KDF_HMAC_KEY, {0xA1, 0xA2}).add(KDF_HMAC_KEY, {0xB1});
     expectKey(hmacOf(CKM_SHA256_HMAC, Bytes{0xB1}, agreedBytes()),
-              derive(BCRYPT_KDF_HMAC, parameters.list()));
+              derive(BCRYPT_KDF_HMAC, good.list()));
 }
 
 TEST_F(DeriveKeyTest, TheFlagMakesTheSecretTheHmacKeyAndWins)
@@ -364,17 +355,15 @@ TEST_F(DeriveKeyTest, TheFlagMakesTheSecretTheHmacKeyAndWins)
 
 TEST_F(DeriveKeyTest, TheFlagChangesNothingOfADigest)
 {
-    Parameters parameters = sha256();
     expectKey(digestOf(CKM_SHA256, agreedBytes()),
-              derive(BCRYPT_KDF_HASH, parameters.list(), KDF_USE_SECRET_AS_HMAC_KEY_FLAG));
+              derive(BCRYPT_KDF_HASH, good.list(), KDF_USE_SECRET_AS_HMAC_KEY_FLAG));
     EXPECT_TRUE(token().calls("C_CreateObject").empty());
 }
 
 TEST_F(DeriveKeyTest, OtherFlagsAreIgnored)
 {
-    Parameters parameters = sha256();
     expectKey(digestOf(CKM_SHA256, agreedBytes()),
-              derive(BCRYPT_KDF_HASH, parameters.list(), 0xFFFFFFFE));
+              derive(BCRYPT_KDF_HASH, good.list(), 0xFFFFFFFE));
     EXPECT_EQ(std::string(hashKdf) + sha256Line, said("DeriveKey"));
 }
 
@@ -391,14 +380,12 @@ TEST_F(DeriveKeyTest, ALengthQuery)
 
 TEST_F(DeriveKeyTest, ASmallerBufferIsAnInternalError)
 {
-    Parameters parameters = sha256();
     for (const wchar_t* kdf : {BCRYPT_KDF_HASH, BCRYPT_KDF_HMAC}) {
         Bytes output(31, 0xEE);
         const GuardedBytes guarded(output);
         DWORD length = untouched;
-        EXPECT_EQ(NTE_INTERNAL_ERROR,
-                  module()->DeriveKey(provider(), secret, kdf, parameters.list(), guarded.data(),
-                                      31, &length, 0));
+        EXPECT_EQ(NTE_INTERNAL_ERROR, module()->DeriveKey(provider(), secret, kdf, good.list(),
+                                                          guarded.data(), 31, &length, 0));
         EXPECT_EQ(untouched, length);
         EXPECT_EQ(output, Bytes(guarded.data(), guarded.data() + 31));
     }
@@ -406,12 +393,10 @@ TEST_F(DeriveKeyTest, ASmallerBufferIsAnInternalError)
 
 TEST_F(DeriveKeyTest, AnUnlistedSecretIsAnInvalidHandle)
 {
-    Parameters parameters = sha256();
     for (const NCRYPT_SECRET_HANDLE handle : {NCRYPT_SECRET_HANDLE{0x52D7}, secret + 1}) {
         DWORD length = untouched;
-        EXPECT_EQ(NTE_INVALID_HANDLE,
-                  module()->DeriveKey(provider(), handle, BCRYPT_KDF_HASH, parameters.list(),
-                                      nullptr, 0, &length, 0));
+        EXPECT_EQ(NTE_INVALID_HANDLE, module()->DeriveKey(provider(), handle, BCRYPT_KDF_HASH,
+                                                          good.list(), nullptr, 0, &length, 0));
         EXPECT_EQ(untouched, length);
     }
     EXPECT_TRUE(token().calls().empty());
@@ -419,11 +404,10 @@ TEST_F(DeriveKeyTest, AnUnlistedSecretIsAnInvalidHandle)
 
 TEST_F(DeriveKeyTest, AnotherProviderDerivesAsWell)
 {
-    Parameters parameters = sha256();
     Bytes output(32);
     DWORD length = 0;
-    EXPECT_EQ(success, module()->DeriveKey(otherProvider(), secret, BCRYPT_KDF_HASH,
-                                           parameters.list(), output.data(), 32, &length, 0));
+    EXPECT_EQ(success, module()->DeriveKey(otherProvider(), secret, BCRYPT_KDF_HASH, good.list(),
+                                           output.data(), 32, &length, 0));
     EXPECT_EQ(digestOf(CKM_SHA256, agreedBytes()), output);
 }
 

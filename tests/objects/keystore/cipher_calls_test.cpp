@@ -1,6 +1,7 @@
 // The PKCS#11 calls of RSA encryption and decryption, literally, for every padding and hash.
 
 #include "key_fixture.h"
+#include "operation_calls.h"
 
 namespace NV::test {
 
@@ -55,10 +56,6 @@ constexpr CipherRow rows[] = {
     {"pssFlag", 0x8, Information::pkcs1, L"SHA256", false, nothing, false},
 };
 
-constexpr const char* initialize =
-    "C_Initialize(initArgs={CreateMutex=given,DestroyMutex=given,LockMutex=given,"
-    "UnlockMutex=given,flags=0x3,reserved=null})\n";
-
 class CipherCallsTest : public KeyTest {};
 
 class RsaCipherCallsTest : public CipherCallsTest, public testing::WithParamInterface<CipherRow> {
@@ -98,16 +95,8 @@ TEST_P(RsaCipherCallsTest, encrypt)
     const Result result = run(withPadding(Operation::rsaEncrypt, someBytes(4)));
     const std::string work =
         row.works ? "C_Encrypt(session=0x5E55, data=A0A1A2A3, encryptedData=room[256])\n" : "";
-    EXPECT_EQ(std::string(initialize) +
-                  "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)\n"
-                  "C_FindObjectsInit(session=0x5E55, "
-                  "template={0x0=02000000,0x100=00000000,0x102=01AB})\n"
-                  "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)\n"
-                  "C_FindObjectsFinal(session=0x5E55)\n"
-                  "C_EncryptInit(session=0x5E55, " +
-                  row.mechanism + ", key=0xB1)\n" + work +
-                  "C_CloseSession(session=0x5E55)\n"
-                  "C_Finalize(reserved=null)\n",
+    EXPECT_EQ(publicKeyCalls(rsaKey, std::string("C_EncryptInit(session=0x5E55, ") + row.mechanism +
+                                         ", key=0xB1)\n" + work),
               joined(token.calls()));
     EXPECT_EQ(row.works ? SECURITY_STATUS{ERROR_SUCCESS} : SECURITY_STATUS{NTE_INTERNAL_ERROR},
               result.status);
@@ -124,18 +113,10 @@ TEST_P(RsaCipherCallsTest, decrypt)
         row.works ? "C_Decrypt(session=0x5E56, encryptedData=" + hexEncode(cipherText) +
                         ", data=room[256])\n"
                   : "";
-    EXPECT_EQ(std::string(initialize) +
-                  "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)\n"
-                  "C_Login(session=0x5E56, userType=1, pin=odd-PIN-7391)\n"
-                  "C_FindObjectsInit(session=0x5E56, "
-                  "template={0x0=03000000,0x100=00000000,0x102=01AB})\n"
-                  "C_FindObjects(session=0x5E56, max=1024, objects=given, count=given)\n"
-                  "C_FindObjectsFinal(session=0x5E56)\n"
-                  "C_DecryptInit(session=0x5E56, " +
-                  row.mechanism + ", key=0xB2)\n" + work +
-                  "C_Logout(session=0x5E56)\n"
-                  "C_CloseSession(session=0x5E56)\n"
-                  "C_Finalize(reserved=null)\n",
+    EXPECT_EQ(privateKeyCalls(rsaKey,
+                              std::string("C_DecryptInit(session=0x5E56, ") + row.mechanism +
+                                  ", key=0xB2)\n" + work,
+                              "0x5E56"),
               joined(token.calls()));
     if (row.works) {
         EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, result.status);

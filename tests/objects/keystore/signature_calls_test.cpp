@@ -1,12 +1,16 @@
 // The PKCS#11 calls of signing and verifying, literally, for every padding and hash.
 
 #include "key_fixture.h"
+#include "operation_calls.h"
 
 namespace NV::test {
 
 namespace {
 
 enum class Information { none, pkcs1, pss };
+
+constexpr const char* raw = "mechanism=0x1, parameter=null";
+constexpr DWORD saltLength = 0x44332211;  // no byte of it is another one
 
 // How a caller asks for a signature of a hash of `hashLength` bytes, and what the token must get.
 struct SignatureRow {
@@ -15,11 +19,11 @@ struct SignatureRow {
     Information information;
     const wchar_t* hash;
     size_t hashLength;
-    const char* signMechanism;
-    const char* digestInfo;
-    const char* verifyMechanism;
-    CK_MECHANISM_TYPE signType;
-    CK_MECHANISM_TYPE verifyType;
+    const char* digestInfo = "";
+    const char* signMechanism = raw;
+    const char* verifyMechanism = raw;
+    CK_MECHANISM_TYPE signType = CKM_RSA_PKCS;
+    CK_MECHANISM_TYPE verifyType = CKM_RSA_PKCS;
 };
 
 void PrintTo(const SignatureRow& row, std::ostream* out)
@@ -27,57 +31,60 @@ void PrintTo(const SignatureRow& row, std::ostream* out)
     *out << row.name;
 }
 
-constexpr const char* raw = "mechanism=0x1, parameter=null";
-constexpr DWORD saltLength = 0x44332211;  // no byte of it is another one
+// The token adds the DigestInfo when it verifies.
+constexpr SignatureRow pkcs1Row(const char* name, DWORD flags, const wchar_t* hash,
+                                size_t hashLength, const char* digestInfo, const char* verify,
+                                CK_MECHANISM_TYPE verifyType)
+{
+    return {name, flags,  Information::pkcs1, hash,      hashLength, digestInfo,
+            raw,  verify, CKM_RSA_PKCS,       verifyType};
+}
+
+constexpr SignatureRow pssRow(const char* name, DWORD flags, const wchar_t* hash, size_t hashLength,
+                              const char* mechanism)
+{
+    return {name,
+            flags,
+            Information::pss,
+            hash,
+            hashLength,
+            "",
+            mechanism,
+            mechanism,
+            CKM_RSA_PKCS_PSS,
+            CKM_RSA_PKCS_PSS};
+}
+
+constexpr const char* sha256Info = "3031300D060960864801650304020105000420";
+constexpr const char* sha256Pss = "mechanism=0xD, parameter=500200000200000011223344";
 
 constexpr SignatureRow rows[] = {
-    {"noFlags", 0, Information::none, nullptr, 32, raw, "", raw, CKM_RSA_PKCS, CKM_RSA_PKCS},
-    {"noFlagsWithInformation", 0, Information::pkcs1, L"SHA256", 32, raw, "", raw, CKM_RSA_PKCS,
-     CKM_RSA_PKCS},
-    {"pkcs1WithoutInformation", 0x2, Information::none, nullptr, 32, raw, "", raw, CKM_RSA_PKCS,
-     CKM_RSA_PKCS},
-    {"pkcs1WithoutHashName", 0x2, Information::pkcs1, nullptr, 36, raw, "", raw, CKM_RSA_PKCS,
-     CKM_RSA_PKCS},
+    {"noFlags", 0, Information::none, nullptr, 32},
+    {"noFlagsWithInformation", 0, Information::pkcs1, L"SHA256", 32},
+    {"pkcs1WithoutInformation", 0x2, Information::none, nullptr, 32},
+    {"pkcs1WithoutHashName", 0x2, Information::pkcs1, nullptr, 36},
     // The bare hash is signed: no DigestInfo for SHA-1.
-    {"pkcs1Sha1", 0x2, Information::pkcs1, L"SHA1", 20, raw, "", "mechanism=0x6, parameter=null",
-     CKM_RSA_PKCS, CKM_SHA1_RSA_PKCS},
-    {"pkcs1Sha256", 0x2, Information::pkcs1, L"SHA256", 32, raw,
-     "3031300D060960864801650304020105000420", "mechanism=0x40, parameter=null", CKM_RSA_PKCS,
-     CKM_SHA256_RSA_PKCS},
-    {"pkcs1Sha384", 0x2, Information::pkcs1, L"SHA384", 48, raw,
-     "3041300D060960864801650304020205000430", "mechanism=0x41, parameter=null", CKM_RSA_PKCS,
-     CKM_SHA384_RSA_PKCS},
-    {"pkcs1Sha512", 0x2, Information::pkcs1, L"SHA512", 64, raw,
-     "3051300D060960864801650304020305000440", "mechanism=0x42, parameter=null", CKM_RSA_PKCS,
-     CKM_SHA512_RSA_PKCS},
-    {"pkcs1Md5", 0x2, Information::pkcs1, L"MD5", 16, raw, "", raw, CKM_RSA_PKCS, CKM_RSA_PKCS},
-    {"pkcs1LowerCaseName", 0x2, Information::pkcs1, L"sha256", 32, raw, "", raw, CKM_RSA_PKCS,
-     CKM_RSA_PKCS},
-    {"pkcs1LongerName", 0x2, Information::pkcs1, L"SHA2560", 32, raw, "", raw, CKM_RSA_PKCS,
-     CKM_RSA_PKCS},
-    {"pssWithoutInformation", 0x8, Information::none, nullptr, 32, raw, "", raw, CKM_RSA_PKCS,
-     CKM_RSA_PKCS},
-    {"pssSha1", 0x8, Information::pss, L"SHA1", 20,
-     "mechanism=0xD, parameter=200200000100000011223344", "",
-     "mechanism=0xD, parameter=200200000100000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
-    {"pssSha256", 0x8, Information::pss, L"SHA256", 32,
-     "mechanism=0xD, parameter=500200000200000011223344", "",
-     "mechanism=0xD, parameter=500200000200000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
-    {"pssSha384", 0x8, Information::pss, L"SHA384", 48,
-     "mechanism=0xD, parameter=600200000300000011223344", "",
-     "mechanism=0xD, parameter=600200000300000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
-    {"pssSha512", 0x8, Information::pss, L"SHA512", 64,
-     "mechanism=0xD, parameter=700200000400000011223344", "",
-     "mechanism=0xD, parameter=700200000400000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
-    {"pssMd5", 0x8, Information::pss, L"MD5", 16, raw, "", raw, CKM_RSA_PKCS, CKM_RSA_PKCS},
-    {"pkcs1AndPssSha256", 0xA, Information::pss, L"SHA256", 32,
-     "mechanism=0xD, parameter=500200000200000011223344", "",
-     "mechanism=0xD, parameter=500200000200000011223344", CKM_RSA_PKCS_PSS, CKM_RSA_PKCS_PSS},
-    {"silentPkcs1Sha256", 0x42, Information::pkcs1, L"SHA256", 32, raw,
-     "3031300D060960864801650304020105000420", "mechanism=0x40, parameter=null", CKM_RSA_PKCS,
-     CKM_SHA256_RSA_PKCS},
+    pkcs1Row("pkcs1Sha1", 0x2, L"SHA1", 20, "", "mechanism=0x6, parameter=null", CKM_SHA1_RSA_PKCS),
+    pkcs1Row("pkcs1Sha256", 0x2, L"SHA256", 32, sha256Info, "mechanism=0x40, parameter=null",
+             CKM_SHA256_RSA_PKCS),
+    pkcs1Row("pkcs1Sha384", 0x2, L"SHA384", 48, "3041300D060960864801650304020205000430",
+             "mechanism=0x41, parameter=null", CKM_SHA384_RSA_PKCS),
+    pkcs1Row("pkcs1Sha512", 0x2, L"SHA512", 64, "3051300D060960864801650304020305000440",
+             "mechanism=0x42, parameter=null", CKM_SHA512_RSA_PKCS),
+    {"pkcs1Md5", 0x2, Information::pkcs1, L"MD5", 16},
+    {"pkcs1LowerCaseName", 0x2, Information::pkcs1, L"sha256", 32},
+    {"pkcs1LongerName", 0x2, Information::pkcs1, L"SHA2560", 32},
+    {"pssWithoutInformation", 0x8, Information::none, nullptr, 32},
+    pssRow("pssSha1", 0x8, L"SHA1", 20, "mechanism=0xD, parameter=200200000100000011223344"),
+    pssRow("pssSha256", 0x8, L"SHA256", 32, sha256Pss),
+    pssRow("pssSha384", 0x8, L"SHA384", 48, "mechanism=0xD, parameter=600200000300000011223344"),
+    pssRow("pssSha512", 0x8, L"SHA512", 64, "mechanism=0xD, parameter=700200000400000011223344"),
+    {"pssMd5", 0x8, Information::pss, L"MD5", 16},
+    pssRow("pkcs1AndPssSha256", 0xA, L"SHA256", 32, sha256Pss),
+    pkcs1Row("silentPkcs1Sha256", 0x42, L"SHA256", 32, sha256Info, "mechanism=0x40, parameter=null",
+             CKM_SHA256_RSA_PKCS),
     // The flag of another operation's padding chooses nothing.
-    {"oaepFlag", 0x4, Information::pkcs1, L"SHA256", 32, raw, "", raw, CKM_RSA_PKCS, CKM_RSA_PKCS},
+    {"oaepFlag", 0x4, Information::pkcs1, L"SHA256", 32},
 };
 
 class RsaSignatureCallsTest : public KeyTest, public testing::WithParamInterface<SignatureRow> {
@@ -101,10 +108,6 @@ private:
     BCRYPT_PSS_PADDING_INFO pss_{GetParam().hash, saltLength};
 };
 
-constexpr const char* initialize =
-    "C_Initialize(initArgs={CreateMutex=given,DestroyMutex=given,LockMutex=given,"
-    "UnlockMutex=given,flags=0x3,reserved=null})\n";
-
 class SignatureCallsTest : public KeyTest {};
 
 }  // namespace
@@ -116,22 +119,10 @@ TEST_P(RsaSignatureCallsTest, sign)
         {.operation = Operation::rsaSign, .flags = row.flags, .padding = padding(), .input = hash});
     EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, result.status);
     const std::string data = row.digestInfo + hexEncode(hash);
-    EXPECT_EQ(std::string(initialize) +
-                  "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)\n"
-                  "C_Login(session=0x5E55, userType=1, pin=odd-PIN-7391)\n"
-                  "C_FindObjectsInit(session=0x5E55, "
-                  "template={0x0=03000000,0x100=00000000,0x102=01AB})\n"
-                  "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)\n"
-                  "C_FindObjectsFinal(session=0x5E55)\n"
-                  "C_SignInit(session=0x5E55, " +
-                  row.signMechanism +
-                  ", key=0xB2)\n"
-                  "C_Sign(session=0x5E55, data=" +
-                  data +
-                  ", signature=room[256])\n"
-                  "C_Logout(session=0x5E55)\n"
-                  "C_CloseSession(session=0x5E55)\n"
-                  "C_Finalize(reserved=null)\n",
+    EXPECT_EQ(privateKeyCalls(rsaKey, std::string("C_SignInit(session=0x5E55, ") +
+                                          row.signMechanism +
+                                          ", key=0xB2)\nC_Sign(session=0x5E55, data=" + data +
+                                          ", signature=room[256])\n"),
               joined(token.calls()));
     EXPECT_EQ(signatureOf(row.signType, hexDecode(data), 256), result.output);
     EXPECT_FALSE(token.initialised());
@@ -147,21 +138,11 @@ TEST_P(RsaSignatureCallsTest, verify)
                                .input = hash,
                                .signature = signature});
     EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, result.status);
-    EXPECT_EQ(std::string(initialize) +
-                  "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)\n"
-                  "C_FindObjectsInit(session=0x5E55, "
-                  "template={0x0=02000000,0x100=00000000,0x102=01AB})\n"
-                  "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)\n"
-                  "C_FindObjectsFinal(session=0x5E55)\n"
-                  "C_VerifyInit(session=0x5E55, " +
-                  row.verifyMechanism +
-                  ", key=0xB1)\n"
-                  "C_Verify(session=0x5E55, data=" +
-                  hexEncode(hash) + ", signature=" + hexEncode(signature) +
-                  ")\n"
-                  "C_CloseSession(session=0x5E55)\n"
-                  "C_Finalize(reserved=null)\n",
-              joined(token.calls()));
+    EXPECT_EQ(
+        publicKeyCalls(rsaKey, std::string("C_VerifyInit(session=0x5E55, ") + row.verifyMechanism +
+                                   ", key=0xB1)\nC_Verify(session=0x5E55, data=" + hexEncode(hash) +
+                                   ", signature=" + hexEncode(signature) + ")\n"),
+        joined(token.calls()));
 }
 
 // The token reads a parameter block again when the work is done.
@@ -190,18 +171,10 @@ TEST_F(SignatureCallsTest, ecSignSendsTheHashAsItIs)
                                    .input = someBytes(8),
                                    .room = 64});
         EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, result.status);
-        EXPECT_EQ(std::string(initialize) +
-                      "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)\n"
-                      "C_Login(session=0x5E55, userType=1, pin=odd-PIN-7391)\n"
-                      "C_FindObjectsInit(session=0x5E55, "
-                      "template={0x0=03000000,0x100=03000000,0x102=0256})\n"
-                      "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)\n"
-                      "C_FindObjectsFinal(session=0x5E55)\n"
+        EXPECT_EQ(privateKeyCalls(
+                      ecKey,
                       "C_SignInit(session=0x5E55, mechanism=0x1041, parameter=null, key=0xB2)\n"
-                      "C_Sign(session=0x5E55, data=A0A1A2A3A4A5A6A7, signature=room[64])\n"
-                      "C_Logout(session=0x5E55)\n"
-                      "C_CloseSession(session=0x5E55)\n"
-                      "C_Finalize(reserved=null)\n",
+                      "C_Sign(session=0x5E55, data=A0A1A2A3A4A5A6A7, signature=room[64])\n"),
                   joined(token.calls()));
         EXPECT_EQ(signatureOf(CKM_ECDSA, someBytes(8), 64), result.output);
     }
@@ -213,19 +186,12 @@ TEST_F(SignatureCallsTest, ecVerifyPassesHashAndRawSignature)
     const Result result =
         run({.operation = Operation::ecVerify, .input = someBytes(8), .signature = signature});
     EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, result.status);
-    EXPECT_EQ(std::string(initialize) +
-                  "C_OpenSession(slot=52, flags=0x4, application=null, notify=null)\n"
-                  "C_FindObjectsInit(session=0x5E55, "
-                  "template={0x0=02000000,0x100=03000000,0x102=0256})\n"
-                  "C_FindObjects(session=0x5E55, max=1024, objects=given, count=given)\n"
-                  "C_FindObjectsFinal(session=0x5E55)\n"
-                  "C_VerifyInit(session=0x5E55, mechanism=0x1041, parameter=null, key=0xB3)\n"
-                  "C_Verify(session=0x5E55, data=A0A1A2A3A4A5A6A7, signature=" +
-                  hexEncode(signature) +
-                  ")\n"
-                  "C_CloseSession(session=0x5E55)\n"
-                  "C_Finalize(reserved=null)\n",
-              joined(token.calls()));
+    EXPECT_EQ(
+        publicKeyCalls(ecKey,
+                       "C_VerifyInit(session=0x5E55, mechanism=0x1041, parameter=null, key=0xB3)\n"
+                       "C_Verify(session=0x5E55, data=A0A1A2A3A4A5A6A7, signature=" +
+                           hexEncode(signature) + ")\n"),
+        joined(token.calls()));
 }
 
 TEST_F(SignatureCallsTest, p384SignatureHas96BytesAndP521Has132)

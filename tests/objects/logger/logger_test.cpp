@@ -29,6 +29,11 @@ namespace {
 using test::LogCapture;
 using test::LogLines;
 
+std::string thisThread()
+{
+    return identity(GetCurrentProcessId(), GetCurrentThreadId());
+}
+
 // The messages of all lines, each with its level.
 std::string messages(const LogLines& lines)
 {
@@ -49,40 +54,52 @@ const std::string allLevels = "SEV severe\nERR error\nWRN warning\nINF informati
                               "TRC trace\n";
 const std::string allButSevere = "ERR error\nWRN warning\nINF information\nDBG debug\nTRC trace\n";
 
-std::string fileText(const LogCapture& capture, const std::string& name)
-{
-    return test::readFile(capture.folder() / name);
-}
+class LogTest : public testing::Test {
+protected:
+    std::string written() const { return messages(capture.lines()); }
+    test::LogLines linesOf(const std::string& file) const
+    {
+        return test::readLog(capture.folder() / file);
+    }
+    std::string fileText(const std::string& name) const
+    {
+        return test::readFile(capture.folder() / name);
+    }
+    std::vector<std::string> fileNames() const { return test::entryNames(capture.folder()); }
+
+    LogCapture capture;
+};
+
+using Names = std::vector<std::string>;
+using LogLevels = LogTest;
+using LogRecord = LogTest;
+using LogCounter = LogTest;
+using LogFile = LogTest;
+using LogThreads = LogTest;
+
+// The next record is the process's first.
+class LogBanner : public LogTest {
+protected:
+    LogBanner() { capture.expectBanner(); }
+};
 
 // --- levels and the mask ---
 
-TEST(LogLevels, EachHasItsTag)
+TEST_F(LogLevels, OnlySevereAsksTheMask)
 {
-    LogCapture capture;
-    writeAllLevels();
-    EXPECT_EQ(allLevels, messages(capture.lines()));
-}
-
-TEST(LogLevels, OnlySevereAsksTheMask)
-{
-    for (const uint32_t mask : {0x7FU, 0x7EU, 0x7CU, 0x70U, 0x60U, 0x40U, 0xFFFFFFFFU}) {
-        LogCapture capture;
+    const auto writtenWith = [this](uint32_t mask) {
         loggerSettings().levelMask = mask;
         writeAllLevels();
-        EXPECT_EQ(allLevels, messages(capture.lines())) << mask;
-    }
-    for (const uint32_t mask : {0x3FU, 0x00U, 0x01U, 0xFFFFFFBFU}) {
-        LogCapture capture;
-        loggerSettings().levelMask = mask;
-        writeAllLevels();
-        EXPECT_EQ(allButSevere, messages(capture.lines())) << mask;
-    }
+        return messages(capture.takeLines());
+    };
+    for (const uint32_t mask : {0x7FU, 0x7EU, 0x7CU, 0x70U, 0x60U, 0x40U, 0xFFFFFFFFU})
+        EXPECT_EQ(allLevels, writtenWith(mask)) << mask;
+    for (const uint32_t mask : {0x3FU, 0x00U, 0x01U, 0xFFFFFFBFU})
+        EXPECT_EQ(allButSevere, writtenWith(mask)) << mask;
 }
 
-TEST(LogLevels, ASuppressedSevereRecordIsNotCounted)
+TEST_F(LogBanner, DoesNotComeWithASuppressedSevereRecordWhichIsNotCounted)
 {
-    LogCapture capture;
-    capture.expectBanner();
     loggerSettings().levelMask = 0x3F;
     SEV("suppressed");
     EXPECT_EQ(0U, loggerRecordCount());
@@ -92,19 +109,18 @@ TEST(LogLevels, ASuppressedSevereRecordIsNotCounted)
 
 // --- record lines ---
 
-TEST(LogRecord, CarriesTimeProcessAndThread)
+TEST_F(LogRecord, CarriesTimeProcessAndThreadAndEndsInCarriageReturnAndLineFeed)
 {
-    LogCapture capture;
     capture.setTime(2026, 3, 4, 17, 5, 9, 42);
     TRC("NVKSPOpenKey[dll.cpp:%d]:ENTER", 139);
-    const std::string who = identity(GetCurrentProcessId(), GetCurrentThreadId());
-    EXPECT_EQ("2026-03-04 17:05:09.042 TRC " + who + " NVKSPOpenKey[dll.cpp:139]:ENTER\r\n",
-              fileText(capture, "nvksprovider-20260304.log"));
+    TRC("second");
+    const std::string begin = "2026-03-04 17:05:09.042 TRC " + thisThread();
+    EXPECT_EQ(begin + " NVKSPOpenKey[dll.cpp:139]:ENTER\r\n" + begin + " second\r\n",
+              fileText("nvksprovider-20260304.log"));
 }
 
-TEST(LogRecord, ShowsTheThreadThatWritesIt)
+TEST_F(LogRecord, ShowsTheThreadThatWritesIt)
 {
-    LogCapture capture;
     DWORD otherThread = 0;
     TRC("here");
     std::thread([&] {
@@ -113,14 +129,13 @@ TEST(LogRecord, ShowsTheThreadThatWritesIt)
     }).join();
     const LogLines lines = capture.lines();
     ASSERT_EQ(2U, lines.size());
-    EXPECT_EQ(identity(GetCurrentProcessId(), GetCurrentThreadId()), lines[0].identity);
+    EXPECT_EQ(thisThread(), lines[0].identity);
     EXPECT_EQ(identity(GetCurrentProcessId(), otherThread), lines[1].identity);
     EXPECT_NE(lines[0].identity, lines[1].identity);
 }
 
-TEST(LogRecord, ShowsTheCurrentTimeByDefault)
+TEST_F(LogRecord, ShowsTheCurrentTimeByDefault)
 {
-    LogCapture capture;
     const auto stamp = [] {
         const std::string line =
             recordLine(toLocalTime(std::chrono::system_clock::now()), "TRC", "", "");
@@ -135,65 +150,37 @@ TEST(LogRecord, ShowsTheCurrentTimeByDefault)
     EXPECT_GE(after, lines[0].timestamp);
 }
 
-TEST(LogRecord, LineFeedsInTheMessageAreRemoved)
+TEST_F(LogRecord, LineFeedsInTheMessageAreRemoved)
 {
-    LogCapture capture;
     ERR("one\ntwo\n\nthree%s", "\nfour\n");
     SEV("a\nb");
-    EXPECT_EQ("ERR onetwothreefour\nSEV ab\n", messages(capture.lines()));
+    EXPECT_EQ("ERR onetwothreefour\nSEV ab\n", written());
 }
 
-TEST(LogRecord, EndsInCarriageReturnAndLineFeed)
+TEST_F(LogRecord, ALongerMessageThan65535CharactersIsWrittenAsAnEmptyOne)
 {
-    LogCapture capture;
-    capture.setTime(2026, 3, 4);
-    TRC("a");
-    TRC("b");
-    const std::string text = fileText(capture, "nvksprovider-20260304.log");
-    ASSERT_TRUE(text.ends_with(" b\r\n"));
-    size_t lineFeeds = 0;
-    for (size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '\n')
-            continue;
-        ++lineFeeds;
-        EXPECT_EQ('\r', text.at(i - 1));
-    }
-    EXPECT_EQ(2U, lineFeeds);
-}
-
-TEST(LogRecord, AMessageOf65535CharactersIsWrittenWhole)
-{
-    LogCapture capture;
     const std::string longest(65535, 'x');
     TRC("%s", longest.c_str());
     SEV("%s", longest.c_str());
-    EXPECT_EQ("TRC " + longest + "\nSEV " + longest + "\n", messages(capture.lines()));
-}
-
-TEST(LogRecord, ALongerMessageIsWrittenAsAnEmptyOne)
-{
-    LogCapture capture;
-    const std::string tooLong(65536, 'x');
+    EXPECT_EQ("TRC " + longest + "\nSEV " + longest + "\n", messages(capture.takeLines()));
+    const std::string tooLong = longest + 'x';
     TRC("%s", tooLong.c_str());
     SEV("%s", tooLong.c_str());
     TRC("next");
-    EXPECT_EQ("TRC \nSEV \nTRC next\n", messages(capture.lines()));
-    EXPECT_EQ(4U, loggerRecordCount());
+    EXPECT_EQ("TRC \nSEV \nTRC next\n", messages(capture.takeLines()));
+    EXPECT_EQ(6U, loggerRecordCount());
 }
 
 // --- banner and counter ---
 
-TEST(LogBanner, OpensTheFirstRecord)
+TEST_F(LogBanner, OpensTheFirstRecord)
 {
-    LogCapture capture;
-    capture.expectBanner();
     capture.setTime(2026, 3, 4, 17, 5, 9, 42);
     TRC("first");
     TRC("second");
     const std::string row = "==========================================================="
                             "=================";
-    const std::string begin = "2026-03-04 17:05:09.042 INF " +
-                              identity(GetCurrentProcessId(), GetCurrentThreadId()) + " ";
+    const std::string begin = "2026-03-04 17:05:09.042 INF " + thisThread() + " ";
     std::string expected = begin + row + "\r\n" + begin + "LOGGER():STARTED\r\n" + begin +
                            "LOGGER():LogLevel = 0x7f\r\n" + begin + "LOGGER():LogTypes = 0x02\r\n" +
                            begin + "LOGGER():LogStore = " + loggerSettings().store + "\r\n" +
@@ -201,13 +188,11 @@ TEST(LogBanner, OpensTheFirstRecord)
     std::string trace = begin;
     trace.replace(24, 3, "TRC");
     expected += trace + "first\r\n" + trace + "second\r\n";
-    EXPECT_EQ(expected, fileText(capture, "nvksprovider-20260304.log"));
+    EXPECT_EQ(expected, fileText("nvksprovider-20260304.log"));
 }
 
-TEST(LogBanner, OpensASevereFirstRecordToo)
+TEST_F(LogBanner, OpensASevereFirstRecordToo)
 {
-    LogCapture capture;
-    capture.expectBanner();
     SEV("first");
     const LogLines lines = capture.lines();
     ASSERT_EQ(8U, lines.size());
@@ -215,56 +200,46 @@ TEST(LogBanner, OpensASevereFirstRecordToo)
     EXPECT_EQ("SEV first", test::render(lines[7]));
 }
 
-TEST(LogBanner, IsNotRepeatedInTheNextDaysFile)
+TEST_F(LogBanner, IsNotRepeatedInTheNextDaysFile)
 {
-    LogCapture capture;
-    capture.expectBanner();
     capture.setTime(2026, 3, 4);
     TRC("today");
     capture.setTime(2026, 3, 5);
     TRC("tomorrow");
-    EXPECT_EQ(1U, test::readLog(capture.folder() / "nvksprovider-20260305.log").size());
+    EXPECT_EQ(1U, linesOf("nvksprovider-20260305.log").size());
 }
 
-TEST(LogCounter, CountsEveryRecord)
+TEST_F(LogBanner, IsNotCounted)
 {
-    LogCapture capture;
-    capture.expectBanner();
     writeAllLevels();
     EXPECT_EQ(6U, loggerRecordCount());
 }
 
-TEST(LogCounter, RecordsThatNoOutputTakesAreCountedSoNoBannerFollows)
+TEST_F(LogBanner, DoesNotFollowRecordsThatNoOutputTakesBecauseTheyAreCounted)
 {
-    LogCapture capture;
-    capture.expectBanner();
-    loggerSettings().types = 0;
-    TRC("nowhere");
-    ERR("nowhere");
-    EXPECT_EQ(2U, loggerRecordCount());
-    EXPECT_TRUE(std::filesystem::is_empty(capture.folder()));
-    loggerSettings().types = logToFile;
+    const LoggerSettings good = loggerSettings();
+    LoggerSettings none = good;
+    none.types = 0;
+    LoggerSettings unknownBits = good;
+    unknownBits.types = 0xFFFFFFFCU;
+    LoggerSettings noFolder = good;
+    noFolder.store.clear();
+    for (const LoggerSettings& settings : {none, unknownBits, noFolder}) {
+        capture.expectBanner();
+        loggerSettings() = settings;
+        TRC("nowhere");
+        ERR("nowhere");
+        EXPECT_EQ(2U, loggerRecordCount());
+        EXPECT_EQ(Names{}, fileNames());
+    }
+    loggerSettings() = good;
     TRC("seen");
-    EXPECT_EQ("TRC seen\n", messages(capture.lines()));
-}
-
-TEST(LogCounter, AnEmptyFolderNameWritesNoFileAndCounts)
-{
-    LogCapture capture;
-    capture.expectBanner();
-    const std::string store = loggerSettings().store;
-    loggerSettings().store.clear();
-    TRC("nowhere");
-    EXPECT_EQ(1U, loggerRecordCount());
-    loggerSettings().store = store;
-    TRC("seen");
-    EXPECT_EQ("TRC seen\n", messages(capture.lines()));
+    EXPECT_EQ("TRC seen\n", written());
 }
 
 // Asked before its arguments are worked out, a record is counted there or where it is written.
-TEST(LogCounter, ARecordThatIsBegunIsCountedOnce)
+TEST_F(LogCounter, ARecordThatIsBegunIsCountedOnce)
 {
-    LogCapture capture;
     EXPECT_TRUE(beginRecord(LogLevel::TRC));
     EXPECT_TRUE(beginRecord(LogLevel::SEV));
     EXPECT_EQ(1U, loggerRecordCount());
@@ -278,9 +253,8 @@ TEST(LogCounter, ARecordThatIsBegunIsCountedOnce)
     EXPECT_EQ(8U, loggerRecordCount());
 }
 
-TEST(LogCounter, ASuppressedSevereRecordIsNotBegun)
+TEST_F(LogCounter, ASuppressedSevereRecordIsNotBegun)
 {
-    LogCapture capture;
     loggerSettings().levelMask = 0x3F;
     EXPECT_FALSE(beginRecord(LogLevel::SEV));
     loggerSettings().types = 0;
@@ -288,9 +262,8 @@ TEST(LogCounter, ASuppressedSevereRecordIsNotBegun)
     EXPECT_EQ(1U, loggerRecordCount());
 }
 
-TEST(LogCounter, OutputsAreTheConsoleAndANamedFolder)
+TEST_F(LogCounter, OutputsAreTheConsoleAndANamedFolder)
 {
-    LogCapture capture;
     const auto has = [](uint32_t types, const std::string& store) {
         loggerSettings().types = types;
         loggerSettings().store = store;
@@ -304,74 +277,51 @@ TEST(LogCounter, OutputsAreTheConsoleAndANamedFolder)
     EXPECT_FALSE(has(0xFFFFFFFCU, "logs"));
 }
 
-TEST(LogCounter, UnknownOutputBitsWriteNothing)
-{
-    LogCapture capture;
-    loggerSettings().types = 0xFFFFFFFCU;
-    TRC("nowhere");
-    EXPECT_TRUE(std::filesystem::is_empty(capture.folder()));
-}
-
 // --- files ---
 
-TEST(LogFile, CarriesTheLocalDate)
+TEST_F(LogFile, TheConfiguredNameFramesTheLocalDate)
 {
-    LogCapture capture;
     capture.setTime(2026, 3, 4);
     TRC("a");
-    EXPECT_EQ(std::vector<std::string>{"nvksprovider-20260304.log"},
-              test::entryNames(capture.folder()));
+    loggerSettings().fileName = "other.name.txt";
+    TRC("a");
+    EXPECT_EQ((Names{"nvksprovider-20260304.log", "other.name-20260304.txt"}), fileNames());
 }
 
-TEST(LogFile, RecordsOnBothSidesOfMidnightGoToTwoFiles)
+TEST_F(LogFile, RecordsOnBothSidesOfMidnightGoToTwoFiles)
 {
-    LogCapture capture;
     capture.setTime(2026, 3, 4, 23, 59, 59, 999);
     TRC("before");
     capture.setTime(2026, 3, 5, 0, 0, 0, 0);
     TRC("after");
-    EXPECT_TRUE(fileText(capture, "nvksprovider-20260304.log").ends_with(" before\r\n"));
-    EXPECT_TRUE(fileText(capture, "nvksprovider-20260305.log").ends_with(" after\r\n"));
-    EXPECT_EQ(1U, test::readLog(capture.folder() / "nvksprovider-20260304.log").size());
-    EXPECT_EQ(1U, test::readLog(capture.folder() / "nvksprovider-20260305.log").size());
+    EXPECT_TRUE(fileText("nvksprovider-20260304.log").ends_with(" before\r\n"));
+    EXPECT_TRUE(fileText("nvksprovider-20260305.log").ends_with(" after\r\n"));
+    EXPECT_EQ(1U, linesOf("nvksprovider-20260304.log").size());
+    EXPECT_EQ(1U, linesOf("nvksprovider-20260305.log").size());
 }
 
-TEST(LogFile, IsAppendedTo)
+TEST_F(LogFile, IsAppendedTo)
 {
-    LogCapture capture;
     capture.setTime(2026, 3, 4);
     test::writeFile(capture.folder() / "nvksprovider-20260304.log", "what was there\r\n");
     TRC("a");
-    const std::string text = fileText(capture, "nvksprovider-20260304.log");
+    const std::string text = fileText("nvksprovider-20260304.log");
     EXPECT_TRUE(text.starts_with("what was there\r\n2026-03-04 "));
     EXPECT_TRUE(text.ends_with(" a\r\n"));
 }
 
-TEST(LogFile, TheConfiguredNameFramesTheDate)
+TEST_F(LogFile, BothSlashesSeparateFolders)
 {
-    LogCapture capture;
-    capture.setTime(2026, 3, 4);
-    loggerSettings().fileName = "other.name.txt";
-    TRC("a");
-    EXPECT_EQ(std::vector<std::string>{"other.name-20260304.txt"},
-              test::entryNames(capture.folder()));
-}
-
-TEST(LogFile, BothSlashesSeparateFolders)
-{
-    LogCapture capture;
     capture.setTime(2026, 3, 4);
     std::string store = loggerSettings().store + "\\logs";
     std::ranges::replace(store, '\\', '/');
     loggerSettings().store = store;
     TRC("a");
-    EXPECT_EQ(std::vector<std::string>{"nvksprovider-20260304.log"},
-              test::entryNames(capture.folder() / "logs"));
+    EXPECT_EQ(Names{"nvksprovider-20260304.log"}, test::entryNames(capture.folder() / "logs"));
 }
 
-TEST(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
+TEST_F(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
 {
-    LogCapture capture;
     capture.setTime(2026, 3, 9);
     const std::string store = loggerSettings().store;
     test::writeFile(capture.folder() / "nvksprovider-20260301.log", "old");
@@ -381,31 +331,29 @@ TEST(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
         loggerSettings().store = name;
         TRC("record");
     }
-    EXPECT_EQ("TRC record\nTRC record\nTRC record\nTRC record\n", messages(capture.lines()));
-    EXPECT_EQ(std::vector<std::string>{"nvksprovider-20260309.log"},
-              test::entryNames(capture.folder()));
+    EXPECT_EQ("TRC record\nTRC record\nTRC record\nTRC record\n", written());
+    EXPECT_EQ(Names{"nvksprovider-20260309.log"}, fileNames());
 }
 
-TEST(LogFile, AMissingFolderIsMadeWithThoseAboveIt)
+TEST_F(LogFile, AMissingFolderIsMadeWithThoseAboveIt)
 {
-    LogCapture capture;
     loggerSettings().store += "\\a\\b";
     TRC("first");
     EXPECT_EQ("TRC first\n", messages(test::readLog(capture.folder() / "a" / "b")));
 }
 
-TEST(LogFile, TheFolderMayHaveANameOutsideAscii)
+TEST_F(LogFile, TheFolderMayHaveANameOutsideAscii)
 {
-    LogCapture capture;
     const std::filesystem::path folder = capture.folder() / L"J\u00FCrgen";
     loggerSettings().store = test::narrowPath(folder);
     TRC("first");
     EXPECT_EQ("TRC first\n", messages(test::readLog(folder)));
 }
 
-TEST(LogFile, AFileInTheFoldersPlaceRaisesTheListingsError)
+// The logger works again when the folder does.
+TEST_F(LogFile, AFolderThatCannotBeMadeRaisesTheListingsError)
 {
-    LogCapture capture;
+    const std::string store = loggerSettings().store;
     test::writeFile(capture.folder() / "logs", "in the way");
     loggerSettings().store += "\\logs";
     // NOLINTNEXTLINE(clang-analyzer-deadcode.DeadStores): read behind the catch
@@ -419,33 +367,18 @@ TEST(LogFile, AFileInTheFoldersPlaceRaisesTheListingsError)
         EXPECT_TRUE(error.code());
     }
     EXPECT_EQ(count, loggerRecordCount());
-}
-
-TEST(LogFile, AFolderThatCannotBeMadeRaisesTheListingsError)
-{
-    LogCapture capture;
-    test::writeFile(capture.folder() / "logs", "in the way");
-    loggerSettings().store += "\\logs\\below";
     EXPECT_THROW(SEV("nowhere"), std::filesystem::filesystem_error);
-}
-
-TEST(LogFile, TheLoggerLivesOnAfterAnError)
-{
-    LogCapture capture;
-    const std::string store = loggerSettings().store;
-    test::writeFile(capture.folder() / "logs", "in the way");
-    loggerSettings().store += "\\logs";
+    loggerSettings().store += "\\below";
     EXPECT_THROW(TRC("nowhere"), std::filesystem::filesystem_error);
     EXPECT_THROW(SEV("nowhere"), std::filesystem::filesystem_error);
     loggerSettings().store = store;
     TRC("lock free");
     SEV("lock free");
-    EXPECT_EQ("TRC lock free\nSEV lock free\n", messages(capture.lines()));
+    EXPECT_EQ("TRC lock free\nSEV lock free\n", written());
 }
 
-TEST(LogFile, ARecordForAFileThatCannotBeOpenedIsDroppedSilently)
+TEST_F(LogFile, ARecordForAFileThatCannotBeOpenedIsDroppedSilently)
 {
-    LogCapture capture;
     capture.expectBanner();
     capture.setTime(2026, 3, 4);
     std::filesystem::create_directory(capture.folder() / "nvksprovider-20260304.log");
@@ -454,24 +387,22 @@ TEST(LogFile, ARecordForAFileThatCannotBeOpenedIsDroppedSilently)
     // The banner went with it.
     capture.setTime(2026, 3, 5);
     TRC("kept");
-    EXPECT_EQ("TRC kept\n",
-              messages(test::readLog(capture.folder() / "nvksprovider-20260305.log")));
+    EXPECT_EQ("TRC kept\n", messages(linesOf("nvksprovider-20260305.log")));
 }
 
-TEST(LogFile, MayBeReadWhileItIsWritten)
+TEST_F(LogFile, MayBeReadWhileItIsWritten)
 {
-    LogCapture capture;
     capture.setTime(2026, 3, 4);
     TRC("a");
     const std::ifstream reader(capture.folder() / "nvksprovider-20260304.log");
     ASSERT_TRUE(reader);
     TRC("b");
-    EXPECT_EQ("TRC a\nTRC b\n", messages(capture.lines()));
+    EXPECT_EQ("TRC a\nTRC b\n", written());
 }
 
 // --- clean-up ---
 
-class LogCleanUp : public testing::Test {
+class LogCleanUp : public LogTest {
 protected:
     void put(const std::filesystem::path& name) { test::writeFile(capture.folder() / name, "old"); }
 
@@ -480,15 +411,11 @@ protected:
     {
         capture.setTime(2026, 1, 9);
         TRC("record");
-        std::vector<std::string> names = test::entryNames(capture.folder());
+        std::vector<std::string> names = fileNames();
         EXPECT_EQ(1, std::erase(names, "nvksprovider-20260109.log"));
         return names;
     }
-
-    LogCapture capture;
 };
-
-using Names = std::vector<std::string>;
 
 TEST_F(LogCleanUp, RemovesAFileOfEightDaysAndKeepsOneOfSeven)
 {
@@ -570,7 +497,7 @@ TEST_F(LogCleanUp, DoesNotHappenWithoutFileOutput)
     loggerSettings().types = 0;
     capture.setTime(2026, 1, 9);
     TRC("record");
-    EXPECT_EQ(Names{"nvksprovider-20200101.log"}, test::entryNames(capture.folder()));
+    EXPECT_EQ(Names{"nvksprovider-20200101.log"}, fileNames());
 }
 
 // --- console ---
@@ -653,20 +580,15 @@ LogLines writtenByThreads(LogCapture& capture, const std::vector<void (*)(int, i
 
 const std::string padding(300, '.');
 
-void writeTrace(int thread, int number)
-{
-    TRC("%d:%d:%s", thread, number, padding.c_str());
-}
-
-void writeError(int thread, int number)
-{
-    ERR("%d:%d:%s", thread, number, padding.c_str());
-}
-
-void writeSevere(int thread, int number)
-{
-    SEV("%d:%d:%s", thread, number, padding.c_str());
-}
+#define NV_WRITER(name, LEVEL)                                                                     \
+    void name(int thread, int number)                                                              \
+    {                                                                                              \
+        LEVEL("%d:%d:%s", thread, number, padding.c_str());                                        \
+    }
+NV_WRITER(writeTrace, TRC)
+NV_WRITER(writeError, ERR)
+NV_WRITER(writeSevere, SEV)
+#undef NV_WRITER
 
 // Every record is there once, whole, and those of a thread are in its order.
 void expectAllWhole(const LogLines& lines, const std::vector<std::string>& levels, int count)
@@ -682,9 +604,8 @@ void expectAllWhole(const LogLines& lines, const std::vector<std::string>& level
     EXPECT_EQ(std::vector<int>(levels.size(), count), next);
 }
 
-TEST(LogThreads, OrdinaryRecordsOfManyThreadsAreSerialised)
+TEST_F(LogThreads, OrdinaryRecordsOfManyThreadsAreSerialised)
 {
-    LogCapture capture;
     const LogLines lines =
         writtenByThreads(capture, {writeTrace, writeError, writeTrace, writeError}, 50);
     expectAllWhole(lines, {"TRC", "ERR", "TRC", "ERR"}, 50);
@@ -700,9 +621,8 @@ std::chrono::system_clock::time_point nowOfThread()
 
 // The two channels write into files of different days, because Wine's appending is not one step:
 // of two writers that append to one file at the same moment, one may overwrite the other there.
-TEST(LogThreads, SevereRecordsBesideOrdinaryOnesAreWhole)
+TEST_F(LogThreads, SevereRecordsBesideOrdinaryOnesAreWhole)
 {
-    LogCapture capture;
     loggerSettings().now = &nowOfThread;
     const auto severe = [](int thread, int number) {
         dayOfThread = 5;
@@ -727,7 +647,7 @@ NV_TEST_CHILD(printsFromThreads)
     return 0;
 }
 
-TEST(LogThreads, SevereRecordsBesideOrdinaryOnesAreWholeOnTheConsole)
+TEST_F(LogThreads, SevereRecordsBesideOrdinaryOnesAreWholeOnTheConsole)
 {
     const test::ChildResult result = test::runChild("printsFromThreads");
     EXPECT_EQ(0U, result.exitCode);
@@ -747,57 +667,63 @@ std::chrono::system_clock::time_point holdingNow()
     return std::chrono::system_clock::now();
 }
 
-TEST(LogThreads, SevereDoesNotWaitForAnOrdinaryRecordUnderWay)
-{
-    LogCapture capture;
-    std::promise<void> entered;
-    std::promise<void> end;
-    // cppcheck-suppress danglingLifetime ; nothing logs through it once the test is over
-    holdEntered = &entered;
-    holdEnd = end.get_future().share();
-    loggerSettings().now = &holdingNow;
+// An ordinary record of another thread is under way from the fixture's construction to release().
+class LogHeld : public LogTest {
+protected:
+    LogHeld()
+    {
+        holdEntered = &entered_;
+        holdEnd = end_.get_future().share();
+        loggerSettings().now = &holdingNow;
+        held_ = std::async(std::launch::async, [] { TRC("held"); });
+        entered_.get_future().wait();
+    }
 
-    auto ordinary = std::async(std::launch::async, [] { TRC("held"); });
-    entered.get_future().wait();
+    void release()
+    {
+        end_.set_value();
+        held_.get();
+    }
+
+    static void expectDone(const std::future<void>& record)
+    {
+        EXPECT_EQ(std::future_status::ready, record.wait_for(std::chrono::seconds(20)));
+    }
+
+private:
+    std::promise<void> entered_;
+    std::promise<void> end_;
+    std::future<void> held_;
+};
+
+TEST_F(LogHeld, SevereDoesNotWait)
+{
     auto severe = std::async(std::launch::async, [] { SEV("passes"); });
     auto waiting = std::async(std::launch::async, [] { ERR("waits"); });
-    EXPECT_EQ(std::future_status::ready, severe.wait_for(std::chrono::seconds(20)));
+    expectDone(severe);
     EXPECT_EQ(std::future_status::timeout, waiting.wait_for(std::chrono::milliseconds(300)));
-    EXPECT_EQ("SEV passes\n", messages(capture.lines()));
-    end.set_value();
-    ordinary.get();
+    EXPECT_EQ("SEV passes\n", written());
+    release();
     severe.get();
     waiting.get();
-    EXPECT_EQ("SEV passes\nTRC held\nERR waits\n", messages(capture.lines()));
+    EXPECT_EQ("SEV passes\nTRC held\nERR waits\n", written());
 }
 
-TEST(LogThreads, ARecordThatNoOutputTakesDoesNotWaitForOneUnderWay)
+TEST_F(LogHeld, ARecordThatNoOutputTakesDoesNotWait)
 {
-    LogCapture capture;
-    std::promise<void> entered;
-    std::promise<void> end;
-    // cppcheck-suppress danglingLifetime ; nothing logs through it once the test is over
-    holdEntered = &entered;
-    holdEnd = end.get_future().share();
-    loggerSettings().now = &holdingNow;
-
-    auto held = std::async(std::launch::async, [] { TRC("held"); });
-    entered.get_future().wait();
     loggerSettings().types = 0;
     auto counted = std::async(std::launch::async, [] { ERR("nowhere"); });
-    EXPECT_EQ(std::future_status::ready, counted.wait_for(std::chrono::seconds(20)));
+    expectDone(counted);
     EXPECT_EQ(2U, loggerRecordCount());
     loggerSettings().types = logToFile;
-    end.set_value();
-    held.get();
+    release();
     counted.get();
-    EXPECT_EQ("TRC held\n", messages(capture.lines()));
+    EXPECT_EQ("TRC held\n", written());
     EXPECT_EQ(3U, loggerRecordCount());
 }
 
-TEST(LogThreads, FirstRecordsAtOnceGiveOneBanner)
+TEST_F(LogThreads, FirstRecordsAtOnceGiveOneBanner)
 {
-    LogCapture capture;
     capture.expectBanner();
     const LogLines lines = writtenByThreads(capture, {writeTrace, writeError, writeTrace}, 5);
     EXPECT_EQ(1U, test::countLines(lines, "INF LOGGER():STARTED"));

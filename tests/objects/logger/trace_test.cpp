@@ -237,11 +237,36 @@ TEST(MakeSite, TheNameBeginsBehindTheSignsOfTheResultType)
     EXPECT_EQ("main", traced::name(makeSite("main", "a.cpp", 1)));
 }
 
+class LogTraceTest : public testing::Test {
+protected:
+    test::LogLine onlyLine() const
+    {
+        const test::LogLines lines = capture.lines();
+        EXPECT_EQ(1U, lines.size());
+        return lines.empty() ? test::LogLine{} : lines.front();
+    }
+
+    // Without their levels and functions.
+    std::string messages() const
+    {
+        std::string all;
+        for (const test::LogLine& line : capture.lines())
+            all += line.message + "\n";
+        return all;
+    }
+
+    LogCapture capture;
+};
+
+using LogMacros = LogTraceTest;
+using NoOutput = LogTraceTest;
+using TraceScope = LogTraceTest;
+using TraceArguments = LogTraceTest;
+
 // --- messages ---
 
-TEST(LogMacros, PutTheirPlaceBeforeTheMessage)
+TEST_F(LogMacros, PutTheirPlaceBeforeTheMessage)
 {
-    LogCapture capture;
     const int line = __LINE__ + 1;
     NV_SEV("severe");
     NV_ERR("error %d", 5);
@@ -264,29 +289,24 @@ TRC NV::{anonymous}::LogMacros_PutTheirPlaceBeforeTheMessage_Test::TestBody:
     }
 }
 
-TEST(LogMacros, WriteTheWholePrefix)
+TEST_F(LogMacros, WriteTheWholePrefix)
 {
-    LogCapture capture;
     NV_LINE(ERR, makeSite("void NV::Provider::init(int)", "", 0), "nvvtoken.cpp", 87, "failed: %d",
             3);
-    const test::LogLines lines = capture.lines();
-    ASSERT_EQ(1U, lines.size());
-    EXPECT_TRUE(lines[0].raw.ends_with("] NV::Provider::init[nvvtoken.cpp:87]:failed: 3"))
-        << lines[0].raw;
+    const std::string raw = onlyLine().raw;
+    EXPECT_TRUE(raw.ends_with("] NV::Provider::init[nvvtoken.cpp:87]:failed: 3")) << raw;
 }
 
 constexpr Site otherFunction = makeSite("void NV::KeyStore::load()", "src/keystore.cpp", 1);
 
-TEST(LogMacros, AStepSpeaksUnderItsOperationsNameWithItsOwnFileAndLine)
+TEST_F(LogMacros, AStepSpeaksUnderItsOperationsNameWithItsOwnFileAndLine)
 {
-    LogCapture capture;
     NV_UNDER(ERR, otherFunction, "step %d", 2);
     const int line = __LINE__ - 1;
-    const test::LogLines lines = capture.lines();
-    ASSERT_EQ(1U, lines.size());
-    EXPECT_EQ("ERR NV::KeyStore::load:step 2", test::render(lines[0]));
-    EXPECT_EQ("trace_test.cpp", lines[0].file);
-    EXPECT_EQ(line, lines[0].line);
+    const test::LogLine logged = onlyLine();
+    EXPECT_EQ("ERR NV::KeyStore::load:step 2", test::render(logged));
+    EXPECT_EQ("trace_test.cpp", logged.file);
+    EXPECT_EQ(line, logged.line);
 }
 
 // --- records that no output takes ---
@@ -297,9 +317,8 @@ int workedOut(int& times)
     return ++times;
 }
 
-TEST(NoOutput, ARecordIsCountedAndItsArgumentsAreNotWorkedOut)
+TEST_F(NoOutput, ARecordIsCountedAndItsArgumentsAreNotWorkedOut)
 {
-    LogCapture capture;
     loggerSettings().types = 0;
     int times = 0;
     NV_SEV("%d", workedOut(times));
@@ -318,9 +337,8 @@ TEST(NoOutput, ARecordIsCountedAndItsArgumentsAreNotWorkedOut)
     EXPECT_EQ(1U, capture.lines().size());
 }
 
-TEST(NoOutput, ASuppressedSevereRecordIsNotCountedAndItsArgumentsAreNotWorkedOut)
+TEST_F(NoOutput, ASuppressedSevereRecordIsNotCountedAndItsArgumentsAreNotWorkedOut)
 {
-    LogCapture capture;
     loggerSettings().levelMask = 0x3F;
     int times = 0;
     for (const uint32_t types : {logToFile, 0U}) {
@@ -332,19 +350,15 @@ TEST(NoOutput, ASuppressedSevereRecordIsNotCountedAndItsArgumentsAreNotWorkedOut
 }
 
 // The macros are statements.
-TEST(NoOutput, AnElseBehindARecordBelongsToTheIfBeforeIt)
+TEST_F(NoOutput, AnElseBehindARecordBelongsToTheIfBeforeIt)
 {
-    LogCapture capture;
     for (const bool first : {true, false}) {
         if (first)
             NV_UNDER(TRC, NV_HERE, "first");
         else
             NV_UNDER(TRC, NV_HERE, "second");
     }
-    const test::LogLines lines = capture.lines();
-    ASSERT_EQ(2U, lines.size());
-    EXPECT_EQ("first", lines[0].message);
-    EXPECT_EQ("second", lines[1].message);
+    EXPECT_EQ("first\nsecond\n", messages());
 }
 
 // --- the scope of a function ---
@@ -365,9 +379,8 @@ int32_t withStatus(uintptr_t handle)
     return trace.end(invalidParameter);
 }
 
-TEST(TraceScope, WritesEnterArgumentsStatusAndLeave)
+TEST_F(TraceScope, WritesEnterArgumentsStatusAndLeave)
 {
-    LogCapture capture;
     EXPECT_EQ(invalidParameter, withStatus(0x1234));
     const test::LogLines lines = capture.lines();
     test::expectBlock(lines, R"(
@@ -385,9 +398,8 @@ TRC NV::{anonymous}::withStatus:LEAVE
     EXPECT_EQ(lineOfEnd, lines[4].line);
 }
 
-TEST(TraceScope, AStatusMayBeNegativeAndZero)
+TEST_F(TraceScope, AStatusMayBeNegativeAndZero)
 {
-    LogCapture capture;
     const Trace trace{makeSite("void f()", "a.cpp", 1)};
     EXPECT_EQ(0, trace.end(0));
     EXPECT_EQ(invalidParameter, trace.end(invalidParameter));
@@ -400,29 +412,14 @@ TRC f:LEAVE
 )");
 }
 
-TEST(TraceScope, ShowsAPointerLikeNumberInFull)
+TEST_F(TraceScope, ShowsAPointerLikeNumberInFull)
 {
-    LogCapture capture;
     withStatus(0x1234);
     EXPECT_EQ("ARG[0]:hKey=0000000000001234", capture.lines().at(1).message);
 }
 
-TEST(TraceScope, AnIndexCanBeLeftOut)
+TEST_F(TraceArguments, PrintAsTheirDescriptorsSay)
 {
-    LogCapture capture;
-    Trace trace{NV_HERE};
-    trace.arguments(number("a", 1));
-    trace.skipArgument();
-    trace.arguments(number("c", 3));
-    const test::LogLines lines = capture.lines();
-    ASSERT_EQ(3U, lines.size());
-    EXPECT_EQ("ARG[0]:a=1", lines[1].message);
-    EXPECT_EQ("ARG[2]:c=3", lines[2].message);
-}
-
-TEST(TraceArguments, PrintAsTheirDescriptorsSay)
-{
-    LogCapture capture;
     Trace trace{makeSite("void f()", "a.cpp", 1)};
     const char narrow[] = "key";
     const wchar_t wide[] = L"n\u00FA\U0001F511";
@@ -453,9 +450,8 @@ TRC f:ARG[12]:id = 01AB
 )");
 }
 
-TEST(TraceArguments, HaveTheLevelThatIsAskedFor)
+TEST_F(TraceArguments, HaveTheLevelThatIsAskedFor)
 {
-    LogCapture capture;
     Trace trace{makeSite("void f()", "a.cpp", 1)};
     trace.arguments<LogLevel::DBG>(number("a", 1));
     logArguments<LogLevel::ERR>(otherFunction, 3, number("b", 2), number("c", 3));
@@ -467,9 +463,8 @@ ERR NV::KeyStore::load:ARG[4]:c=3
 )");
 }
 
-TEST(TraceArguments, CarryTheFileAndLineOfTheirOwnStatement)
+TEST_F(TraceArguments, CarryTheFileAndLineOfTheirOwnStatement)
 {
-    LogCapture capture;
     Trace trace{otherFunction};
     const int line = __LINE__ + 1;
     trace.arguments(number("a", 1));
@@ -483,9 +478,8 @@ TEST(TraceArguments, CarryTheFileAndLineOfTheirOwnStatement)
     EXPECT_EQ(line + 1, lines[2].line);
 }
 
-TEST(TraceScope, CountsItsRecordsWithoutOutputToo)
+TEST_F(TraceScope, CountsItsRecordsWithoutOutputToo)
 {
-    LogCapture capture;
     withStatus(0x1234);
     const uint32_t written = loggerRecordCount() - 1;
     EXPECT_EQ(5U, written);
@@ -494,26 +488,24 @@ TEST(TraceScope, CountsItsRecordsWithoutOutputToo)
     EXPECT_EQ(1 + 2 * written, loggerRecordCount());
 }
 
-TEST(TraceScope, AnIndexCountsWhetherItsLineIsWrittenOrNot)
+// An index can be left out, and counts whether its line is written or not.
+TEST_F(TraceScope, AnIndexIsThatOfTheArgument)
 {
-    LogCapture capture;
     Trace trace{NV_HERE};
     trace.arguments(number("a", 1));
-    loggerSettings().types = 0;
-    trace.arguments(number("b", 2));
     trace.skipArgument();
+    trace.arguments(number("c", 3));
+    loggerSettings().types = 0;
     trace.arguments(number("d", 4));
+    trace.skipArgument();
+    trace.arguments(number("f", 6));
     loggerSettings().types = logToFile;
-    trace.arguments(number("e", 5));
-    const test::LogLines lines = capture.lines();
-    ASSERT_EQ(3U, lines.size());
-    EXPECT_EQ("ARG[0]:a=1", lines[1].message);
-    EXPECT_EQ("ARG[4]:e=5", lines[2].message);
+    trace.arguments(number("g", 7));
+    EXPECT_EQ("ENTER\nARG[0]:a=1\nARG[2]:c=3\nARG[6]:g=7\n", messages());
 }
 
-TEST(TraceScope, ATimeThatBeganWithoutOutputIsNone)
+TEST_F(TraceScope, ATimeThatBeganWithoutOutputIsNone)
 {
-    LogCapture capture;
     loggerSettings().types = 0;
     const Trace trace{makeSite("void f()", "a.cpp", 1)};
     const Stopwatch watch;
@@ -524,9 +516,8 @@ TEST(TraceScope, ATimeThatBeganWithoutOutputIsNone)
     EXPECT_EQ(0.0, watch.milliseconds());
 }
 
-TEST(TraceScope, EndsWithAResult)
+TEST_F(TraceScope, EndsWithAResult)
 {
-    LogCapture capture;
     const Trace trace{makeSite("void f()", "a.cpp", 1)};
     EXPECT_TRUE(trace.endWithResult(true));
     EXPECT_FALSE(trace.endWithResult(false));
@@ -554,9 +545,8 @@ double elapsed(const test::LogLine& line)
     return std::stod(match[1]);
 }
 
-TEST(TraceScope, MeasuresFromTheStartOfTheClockInMilliseconds)
+TEST_F(TraceScope, MeasuresFromTheStartOfTheClockInMilliseconds)
 {
-    LogCapture capture;
     Trace trace{NV_HERE};
     const Stopwatch whole;
     Sleep(80);
@@ -580,9 +570,8 @@ void leftByException()
     throw std::runtime_error("left");
 }
 
-TEST(TraceScope, WritesNothingWhileAnExceptionUnwinds)
+TEST_F(TraceScope, WritesNothingWhileAnExceptionUnwinds)
 {
-    LogCapture capture;
     EXPECT_THROW(leftByException(), std::runtime_error);
     test::expectBlock(capture.lines(), R"(
 TRC NV::{anonymous}::leftByException:ENTER
@@ -590,9 +579,8 @@ TRC NV::{anonymous}::leftByException:ARG[0]:a=1
 )");
 }
 
-TEST(TraceScope, WritesNothingAtItsEndByItself)
+TEST_F(TraceScope, WritesNothingAtItsEndByItself)
 {
-    LogCapture capture;
     {
         const Trace trace{makeSite("void f()", "a.cpp", 1)};
     }

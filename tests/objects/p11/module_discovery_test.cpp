@@ -16,14 +16,6 @@ TRC NV::P11Module::init:Call C_Finalize():END RV=00000000(CKR_OK)
 constexpr std::string_view falseLines = R"(TRC NV::P11Module::init:LEAVE(0)
 )";
 
-std::string joined(std::initializer_list<std::string_view> blocks)
-{
-    std::string all;
-    for (const std::string_view block : blocks)
-        all += block;
-    return all;
-}
-
 std::string text(std::span<const CK_UTF8CHAR> field)
 {
     const std::string all(field.begin(), field.end());
@@ -173,32 +165,6 @@ TRC NV::P11Module::init:Call C_GetInfo():START
 )"));
 }
 
-TEST_F(P11ModuleDiscoveryTest, EndsAtOnceWhenInitialisingFails)
-{
-    token.fail("C_Initialize", CKR_TOKEN_WRITE_PROTECTED);
-    EXPECT_FALSE(module.init());
-    expectTrace(log(), "objects/p11/module_discovery/ends_at_once_when_initialising_fails");
-    EXPECT_EQ((Strings{"C_Finalize", "C_Initialize"}), token.callNames());
-}
-
-TEST_F(P11ModuleDiscoveryTest, FinalisesAfterAFailedGetInfo)
-{
-    token.fail("C_GetInfo", CKR_TOKEN_NOT_RECOGNIZED);
-    EXPECT_FALSE(module.init());
-    expectTrace(log(), "objects/p11/module_discovery/finalises_after_a_failed_get_info");
-    EXPECT_EQ("C_Finalize", token.callNames().back());
-    EXPECT_EQ(0U, module.libraryInfo().libraryVersion.major);
-}
-
-TEST_F(P11ModuleDiscoveryTest, FinalisesAfterAFailedSlotList)
-{
-    token.fail("C_GetSlotList", CKR_TOKEN_NOT_RECOGNIZED, 1);
-    EXPECT_FALSE(module.init());
-    expectTrace(log(), "objects/p11/module_discovery/finalises_after_a_failed_slot_list");
-    EXPECT_EQ(1U, token.calls("C_GetSlotList").size());
-    EXPECT_EQ("C_Finalize", token.callNames().back());
-}
-
 // The library answers CKR_OK and writes nothing.
 TEST_F(P11ModuleDiscoveryTest, ACountThatWasNotWrittenIsNone)
 {
@@ -210,18 +176,6 @@ TEST_F(P11ModuleDiscoveryTest, ACountThatWasNotWrittenIsNone)
     EXPECT_TRUE(module.init());
     ASSERT_EQ(1U, module.slots().size());
     EXPECT_TRUE(module.slots().front()->mechanisms().empty());
-}
-
-// The loop still runs, over the buffer as it is: zeros.
-TEST_F(P11ModuleDiscoveryTest, GoesOnAfterAFailedSecondSlotList)
-{
-    token.fail("C_GetSlotList", CKR_DEVICE_ERROR, 2);
-    EXPECT_TRUE(module.init());
-    expectTrace(log(), "objects/p11/module_discovery/goes_on_after_a_failed_second_slot_list");
-    ASSERT_EQ(1U, module.slots().size());
-    EXPECT_EQ(0U, slot(0).id());
-    EXPECT_TRUE(slot(0).mechanisms().empty());
-    EXPECT_EQ(Strings{"C_GetSlotInfo(slot=0, info=given)"}, token.calls("C_GetSlotInfo"));
 }
 
 TEST_F(P11ModuleDiscoveryTest, ABufferThatIsTooSmallForTheSlotsEndsNothing)
@@ -271,40 +225,6 @@ TEST_F(P11ModuleDiscoveryTest, AFailedSlotInfoOfTheFirstSlotLeavesZeros)
     EXPECT_EQ(0U, slot(0).slotInfo().flags);
 }
 
-TEST_F(P11ModuleDiscoveryTest, ASlotWithoutTokenInfoIsListedWithItsMechanisms)
-{
-    token.fail("C_GetTokenInfo", CKR_TOKEN_NOT_RECOGNIZED);
-    EXPECT_TRUE(module.init());
-    expectTrace(
-        log(),
-        "objects/p11/module_discovery/a_slot_without_token_info_is_listed_with_its_mechanisms");
-    ASSERT_EQ(1U, module.slots().size());
-    EXPECT_EQ(0U, slot(0).id());
-    EXPECT_EQ(0U, slot(0).slotInfo().flags);
-    EXPECT_EQ(0U, slot(0).tokenInfo().flags);
-    EXPECT_EQ(21U, slot(0).mechanisms().size());
-}
-
-TEST_F(P11ModuleDiscoveryTest, AFailedMechanismListLeavesNoMechanisms)
-{
-    token.fail("C_GetMechanismList", CKR_DEVICE_ERROR);
-    EXPECT_TRUE(module.init());
-    expectTrace(log(), "objects/p11/module_discovery/a_failed_mechanism_list_leaves_no_mechanisms");
-    EXPECT_EQ(1U, token.calls("C_GetMechanismList").size());
-    EXPECT_EQ(kSlot, slot(0).id());
-    EXPECT_TRUE(slot(0).mechanisms().empty());
-}
-
-TEST_F(P11ModuleDiscoveryTest, AFailedSecondMechanismListLeavesNoMechanisms)
-{
-    token.fail("C_GetMechanismList", CKR_DEVICE_ERROR, 2);
-    EXPECT_TRUE(module.init());
-    expectTrace(log(),
-                "objects/p11/module_discovery/a_failed_second_mechanism_list_leaves_no_mechanisms");
-    EXPECT_TRUE(slot(0).mechanisms().empty());
-    EXPECT_TRUE(token.calls("C_GetMechanismInfo").empty());
-}
-
 TEST_F(P11ModuleDiscoveryTest, AMechanismCountThatGrowsIsNotBelieved)
 {
     token.secondCountLarger("C_GetMechanismList");
@@ -327,13 +247,72 @@ TRC NV::P11Module::init:Call C_GetMechanismInfo():END RV=00000000(CKR_OK)
 TRC NV::P11Module::init:Add Mechanism[CKM_ECDH1_DERIVE(0x1050)]:Flag=)"));
 }
 
-TEST_F(P11ModuleDiscoveryTest, AFailedClosingFinaliseIsAFailure)
+// A call that fails, and what it leaves. All calls of the library end with `lastCall`.
+struct Failure {
+    const char* trace;
+    const char* function;
+    uint32_t nth;  // 0: every call
+    CK_RV rv;
+    bool result;
+    size_t slots;
+    CK_SLOT_ID firstSlot = 0;
+    size_t mechanisms = 0;
+    size_t callsOfFunction = 1;
+    CK_SLOT_ID askedSlot = kSlot;
+    const char* lastCall = "C_Finalize";
+};
+
+constexpr Failure failures[] = {
+    {"ends_at_once_when_initialising_fails", "C_Initialize", 0, CKR_TOKEN_WRITE_PROTECTED, false, 0,
+     0, 0, 1, 0, "C_Initialize"},
+    {"finalises_after_a_failed_get_info", "C_GetInfo", 0, CKR_TOKEN_NOT_RECOGNIZED, false, 0},
+    {"finalises_after_a_failed_slot_list", "C_GetSlotList", 1, CKR_TOKEN_NOT_RECOGNIZED, false, 0},
+    // The loop still runs, over the buffer as it is: zeros.
+    {"goes_on_after_a_failed_second_slot_list", "C_GetSlotList", 2, CKR_DEVICE_ERROR, true, 1, 0, 0,
+     2, 0},
+    {"a_slot_without_token_info_is_listed_with_its_mechanisms", "C_GetTokenInfo", 0,
+     CKR_TOKEN_NOT_RECOGNIZED, true, 1, 0, 21},
+    {"a_failed_mechanism_list_leaves_no_mechanisms", "C_GetMechanismList", 0, CKR_DEVICE_ERROR,
+     true, 1, kSlot},
+    {"a_failed_second_mechanism_list_leaves_no_mechanisms", "C_GetMechanismList", 2,
+     CKR_DEVICE_ERROR, true, 1, kSlot, 0, 2},
+    {"a_failed_closing_finalise_is_a_failure", "C_Finalize", 2, CKR_TOKEN_NOT_RECOGNIZED, false, 1,
+     kSlot, 21, 2},
+};
+
+void PrintTo(const Failure& failure, std::ostream* out)
 {
-    token.fail("C_Finalize", CKR_TOKEN_NOT_RECOGNIZED, 2);
-    EXPECT_FALSE(module.init());
-    expectTrace(log(), "objects/p11/module_discovery/a_failed_closing_finalise_is_a_failure");
-    EXPECT_EQ(1U, module.slots().size());
+    *out << failure.trace;
 }
+
+class P11ModuleDiscoveryFailureTest : public P11ModuleDiscoveryTest,
+                                      public testing::WithParamInterface<Failure> {};
+
+TEST_P(P11ModuleDiscoveryFailureTest, IsLoggedAndLeavesWhatWasFound)
+{
+    const Failure& failure = GetParam();
+    token.fail(failure.function, failure.rv, failure.nth);
+    EXPECT_EQ(failure.result, module.init());
+    expectTrace(log(), std::string("objects/p11/module_discovery/") + failure.trace);
+    EXPECT_EQ(failure.callsOfFunction, token.calls(failure.function).size());
+    EXPECT_EQ(failure.lastCall, token.callNames().back());
+    // The library's information is missing where the slots were not asked for.
+    EXPECT_EQ(token.calls("C_GetSlotList").empty(), module.libraryInfo().libraryVersion.major == 0);
+    ASSERT_EQ(failure.slots, module.slots().size());
+    if (failure.slots == 0)
+        return;
+    EXPECT_EQ(Strings{"C_GetSlotInfo(slot=" + std::to_string(failure.askedSlot) + ", info=given)"},
+              token.calls("C_GetSlotInfo"));
+    EXPECT_EQ(failure.firstSlot, slot(0).id());
+    EXPECT_EQ(failure.mechanisms, slot(0).mechanisms().size());
+    EXPECT_EQ(failure.mechanisms, token.calls("C_GetMechanismInfo").size());
+    // A slot without an identifier has no information either.
+    EXPECT_EQ(failure.firstSlot == 0, slot(0).slotInfo().flags == 0);
+    EXPECT_EQ(failure.firstSlot == 0, slot(0).tokenInfo().flags == 0);
+}
+
+INSTANTIATE_TEST_SUITE_P(Calls, P11ModuleDiscoveryFailureTest, testing::ValuesIn(failures),
+                         [](const auto& failure) { return std::string(failure.param.trace); });
 
 TEST_F(P11ModuleDiscoveryTest, ASecondDiscoveryListsTheSlotsAgain)
 {

@@ -94,3 +94,7 @@ private:
 
 // The native function of that name as a member of the function list.
 #define NV_NATIVE(name) &native::CK_FUNCTION_LIST::name
+
+// Defines one export that passes its arguments on as they are.
+#define NV_FORWARD(name, parameters, ...)                                                          \
+    NV_EXPORT(name, parameters, { return callNative(NV_NATIVE(name), __VA_ARGS__); })

@@ -90,21 +90,14 @@ NV_WITH_BYTES(C_GenerateRandom)
 NV_EXPORT(C_DigestInit, (CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism),
           { return start(digest, NV_NATIVE(C_DigestInit), hSession, pMechanism); })
 
-NV_EXPORT(C_DigestKey, (CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hKey),
-          { return callNative(NV_NATIVE(C_DigestKey), hSession, hKey); })
+NV_FORWARD(C_DigestKey, (CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hKey), hSession, hKey)
 
-NV_EXPORT(C_Verify,
-          (CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
-           CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen),
-          {
-              return callNative(NV_NATIVE(C_Verify), hSession, pData, ulDataLen, pSignature,
-                                ulSignatureLen);
-          })
+NV_FORWARD(C_Verify,
+           (CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
+            CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen),
+           hSession, pData, ulDataLen, pSignature, ulSignatureLen)
 
-NV_EXPORT(C_SetOperationState,
-          (CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState, CK_ULONG ulOperationStateLen,
-           CK_OBJECT_HANDLE hEncryptionKey, CK_OBJECT_HANDLE hAuthenticationKey),
-          {
-              return callNative(NV_NATIVE(C_SetOperationState), hSession, pOperationState,
-                                ulOperationStateLen, hEncryptionKey, hAuthenticationKey);
-          })
+NV_FORWARD(C_SetOperationState,
+           (CK_SESSION_HANDLE hSession, CK_BYTE_PTR pOperationState, CK_ULONG ulOperationStateLen,
+            CK_OBJECT_HANDLE hEncryptionKey, CK_OBJECT_HANDLE hAuthenticationKey),
+           hSession, pOperationState, ulOperationStateLen, hEncryptionKey, hAuthenticationKey)

@@ -204,17 +204,14 @@ NV_EXPORT(C_WaitForSlotEvent, (CK_FLAGS flags, CK_SLOT_ID_PTR pSlot, CK_VOID_PTR
     return slot.finish(callNative(NV_NATIVE(C_WaitForSlotEvent), flags, slot.get(), pReserved));
 })
 
-NV_EXPORT(C_InitToken,
-          (CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen, CK_UTF8CHAR_PTR pLabel),
-          { return callNative(NV_NATIVE(C_InitToken), slotID, pPin, ulPinLen, pLabel); })
+NV_FORWARD(C_InitToken,
+           (CK_SLOT_ID slotID, CK_UTF8CHAR_PTR pPin, CK_ULONG ulPinLen, CK_UTF8CHAR_PTR pLabel),
+           slotID, pPin, ulPinLen, pLabel)
 
-NV_EXPORT(C_SetPIN,
-          (CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulOldLen,
-           CK_UTF8CHAR_PTR pNewPin, CK_ULONG ulNewLen),
-          {
-              return callNative(NV_NATIVE(C_SetPIN), hSession, pOldPin, ulOldLen, pNewPin,
-                                ulNewLen);
-          })
+NV_FORWARD(C_SetPIN,
+           (CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_ULONG ulOldLen,
+            CK_UTF8CHAR_PTR pNewPin, CK_ULONG ulNewLen),
+           hSession, pOldPin, ulOldLen, pNewPin, ulNewLen)
 
 // The native library does not get the Windows callback, because its calling convention is
 // different.
@@ -241,19 +238,15 @@ NV_EXPORT(C_CloseSession, (CK_SESSION_HANDLE hSession), {
     return result;
 })
 
-NV_EXPORT(C_CloseAllSessions, (CK_SLOT_ID slotID),
-          { return callNative(NV_NATIVE(C_CloseAllSessions), slotID); })
+NV_FORWARD(C_CloseAllSessions, (CK_SLOT_ID slotID), slotID)
 
-NV_EXPORT(C_Login,
-          (CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8CHAR_PTR pPin,
-           CK_ULONG ulPinLen),
-          { return callNative(NV_NATIVE(C_Login), hSession, userType, pPin, ulPinLen); })
+NV_FORWARD(C_Login,
+           (CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8CHAR_PTR pPin,
+            CK_ULONG ulPinLen),
+           hSession, userType, pPin, ulPinLen)
 
-NV_EXPORT(C_Logout, (CK_SESSION_HANDLE hSession),
-          { return callNative(NV_NATIVE(C_Logout), hSession); })
+NV_FORWARD(C_Logout, (CK_SESSION_HANDLE hSession), hSession)
 
-NV_EXPORT(C_GetFunctionStatus, (CK_SESSION_HANDLE hSession),
-          { return callNative(NV_NATIVE(C_GetFunctionStatus), hSession); })
+NV_FORWARD(C_GetFunctionStatus, (CK_SESSION_HANDLE hSession), hSession)
 
-NV_EXPORT(C_CancelFunction, (CK_SESSION_HANDLE hSession),
-          { return callNative(NV_NATIVE(C_CancelFunction), hSession); })
+NV_FORWARD(C_CancelFunction, (CK_SESSION_HANDLE hSession), hSession)

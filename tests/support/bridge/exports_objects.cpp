@@ -57,8 +57,8 @@ NV_EXPORT(C_CopyObject,
                                               attributes.data(), attributes.count(), object.get()));
           })
 
-NV_EXPORT(C_DestroyObject, (CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject),
-          { return callNative(NV_NATIVE(C_DestroyObject), hSession, hObject); })
+NV_FORWARD(C_DestroyObject, (CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject), hSession,
+           hObject)
 
 NV_EXPORT(C_GetObjectSize,
           (CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hObject, CK_ULONG_PTR pulSize), {
@@ -105,8 +105,7 @@ NV_EXPORT(C_FindObjects,
               return result;
           })
 
-NV_EXPORT(C_FindObjectsFinal, (CK_SESSION_HANDLE hSession),
-          { return callNative(NV_NATIVE(C_FindObjectsFinal), hSession); })
+NV_FORWARD(C_FindObjectsFinal, (CK_SESSION_HANDLE hSession), hSession)
 
 NV_EXPORT(C_GenerateKey,
           (CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_ATTRIBUTE_PTR pTemplate,

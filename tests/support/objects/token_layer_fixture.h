@@ -16,6 +16,15 @@
 
 namespace NV::test {
 
+// Blocks of expected lines, one after the other.
+inline std::string joined(std::initializer_list<std::string_view> blocks)
+{
+    std::string all;
+    for (const std::string_view block : blocks)
+        all += block;
+    return all;
+}
+
 using Strings = std::vector<std::string>;
 
 // While it lives, nothing is logged.

@@ -154,63 +154,42 @@ CK_RV recovered(Token&, const Operation&, Bytes& output)
 
 using namespace NV::scripted;  // the definitions below are C functions outside every namespace
 
+// The functions of one shape: the names of their data in the recorded lines, and their work.
+#define NV_INIT(function, work, flag)                                                              \
+    CK_RV function(CK_SESSION_HANDLE session, CK_MECHANISM_PTR mechanism, CK_OBJECT_HANDLE key)    \
+    {                                                                                              \
+        return keyInit(#function, session, mechanism, key, Work::work, NV::test::flag);            \
+    }
+#define NV_IN_OUT(function, call, input, output, ...)                                              \
+    CK_RV function(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length,                   \
+                   CK_BYTE_PTR buffer, CK_ULONG_PTR room)                                          \
+    {                                                                                              \
+        return call(#function, session, {input, data, length},                                     \
+                    {output, buffer, room} __VA_OPT__(, ) __VA_ARGS__);                            \
+    }
+#define NV_PART(function, work)                                                                    \
+    CK_RV function(CK_SESSION_HANDLE session, CK_BYTE_PTR data, CK_ULONG length)                   \
+    {                                                                                              \
+        return part(#function, session, {"part", data, length}, Work::work);                       \
+    }
+#define NV_LAST(function, output, work, compute)                                                   \
+    CK_RV function(CK_SESSION_HANDLE session, CK_BYTE_PTR buffer, CK_ULONG_PTR room)               \
+    {                                                                                              \
+        return last(#function, session, {output, buffer, room}, Work::work, compute);              \
+    }
+
 // The standard declares input data without const.
 // NOLINTBEGIN(readability-non-const-parameter)
 
-CK_RV C_EncryptInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
-{
-    return keyInit("C_EncryptInit", hSession, pMechanism, hKey, Work::encrypt,
-                   NV::test::CKF_ENCRYPT);
-}
+NV_INIT(C_EncryptInit, encrypt, CKF_ENCRYPT)
+NV_IN_OUT(C_Encrypt, whole, "data", "encryptedData", Work::encrypt, ciphertext)
+NV_IN_OUT(C_EncryptUpdate, partWithOutput, "part", "encryptedPart", Work::encrypt)
+NV_LAST(C_EncryptFinal, "lastEncryptedPart", encrypt, ciphertext)
 
-CK_RV C_Encrypt(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
-                CK_BYTE_PTR pEncryptedData, CK_ULONG_PTR pulEncryptedDataLen)
-{
-    return whole("C_Encrypt", hSession, {"data", pData, ulDataLen},
-                 {"encryptedData", pEncryptedData, pulEncryptedDataLen}, Work::encrypt, ciphertext);
-}
-
-CK_RV C_EncryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen,
-                      CK_BYTE_PTR pEncryptedPart, CK_ULONG_PTR pulEncryptedPartLen)
-{
-    return partWithOutput("C_EncryptUpdate", hSession, {"part", pPart, ulPartLen},
-                          {"encryptedPart", pEncryptedPart, pulEncryptedPartLen}, Work::encrypt);
-}
-
-CK_RV C_EncryptFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pLastEncryptedPart,
-                     CK_ULONG_PTR pulLastEncryptedPartLen)
-{
-    return last("C_EncryptFinal", hSession,
-                {"lastEncryptedPart", pLastEncryptedPart, pulLastEncryptedPartLen}, Work::encrypt,
-                ciphertext);
-}
-
-CK_RV C_DecryptInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
-{
-    return keyInit("C_DecryptInit", hSession, pMechanism, hKey, Work::decrypt,
-                   NV::test::CKF_DECRYPT);
-}
-
-CK_RV C_Decrypt(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedData, CK_ULONG ulEncryptedDataLen,
-                CK_BYTE_PTR pData, CK_ULONG_PTR pulDataLen)
-{
-    return whole("C_Decrypt", hSession, {"encryptedData", pEncryptedData, ulEncryptedDataLen},
-                 {"data", pData, pulDataLen}, Work::decrypt, plaintext);
-}
-
-CK_RV C_DecryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedPart,
-                      CK_ULONG ulEncryptedPartLen, CK_BYTE_PTR pPart, CK_ULONG_PTR pulPartLen)
-{
-    return partWithOutput("C_DecryptUpdate", hSession,
-                          {"encryptedPart", pEncryptedPart, ulEncryptedPartLen},
-                          {"part", pPart, pulPartLen}, Work::decrypt);
-}
-
-CK_RV C_DecryptFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pLastPart, CK_ULONG_PTR pulLastPartLen)
-{
-    return last("C_DecryptFinal", hSession, {"lastPart", pLastPart, pulLastPartLen}, Work::decrypt,
-                plaintext);
-}
+NV_INIT(C_DecryptInit, decrypt, CKF_DECRYPT)
+NV_IN_OUT(C_Decrypt, whole, "encryptedData", "data", Work::decrypt, plaintext)
+NV_IN_OUT(C_DecryptUpdate, partWithOutput, "encryptedPart", "part", Work::decrypt)
+NV_LAST(C_DecryptFinal, "lastPart", decrypt, plaintext)
 
 CK_RV C_DigestInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism)
 {
@@ -221,17 +200,8 @@ CK_RV C_DigestInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism)
         });
 }
 
-CK_RV C_Digest(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
-               CK_BYTE_PTR pDigest, CK_ULONG_PTR pulDigestLen)
-{
-    return whole("C_Digest", hSession, {"data", pData, ulDataLen},
-                 {"digest", pDigest, pulDigestLen}, Work::digest, digest);
-}
-
-CK_RV C_DigestUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen)
-{
-    return part("C_DigestUpdate", hSession, {"part", pPart, ulPartLen}, Work::digest);
-}
+NV_IN_OUT(C_Digest, whole, "data", "digest", Work::digest, digest)
+NV_PART(C_DigestUpdate, digest)
 
 CK_RV C_DigestKey(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hKey)
 {
@@ -252,52 +222,16 @@ CK_RV C_DigestKey(CK_SESSION_HANDLE hSession, CK_OBJECT_HANDLE hKey)
         });
 }
 
-CK_RV C_DigestFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pDigest, CK_ULONG_PTR pulDigestLen)
-{
-    return last("C_DigestFinal", hSession, {"digest", pDigest, pulDigestLen}, Work::digest, digest);
-}
+NV_LAST(C_DigestFinal, "digest", digest, digest)
 
-CK_RV C_SignInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
-{
-    return keyInit("C_SignInit", hSession, pMechanism, hKey, Work::sign, NV::test::CKF_SIGN);
-}
+NV_INIT(C_SignInit, sign, CKF_SIGN)
+NV_IN_OUT(C_Sign, whole, "data", "signature", Work::sign, signature)
+NV_PART(C_SignUpdate, sign)
+NV_LAST(C_SignFinal, "signature", sign, signature)
+NV_INIT(C_SignRecoverInit, signRecover, CKF_SIGN_RECOVER)
+NV_IN_OUT(C_SignRecover, whole, "data", "signature", Work::signRecover, signature)
 
-CK_RV C_Sign(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
-             CK_BYTE_PTR pSignature, CK_ULONG_PTR pulSignatureLen)
-{
-    return whole("C_Sign", hSession, {"data", pData, ulDataLen},
-                 {"signature", pSignature, pulSignatureLen}, Work::sign, signature);
-}
-
-CK_RV C_SignUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen)
-{
-    return part("C_SignUpdate", hSession, {"part", pPart, ulPartLen}, Work::sign);
-}
-
-CK_RV C_SignFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG_PTR pulSignatureLen)
-{
-    return last("C_SignFinal", hSession, {"signature", pSignature, pulSignatureLen}, Work::sign,
-                signature);
-}
-
-CK_RV C_SignRecoverInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
-                        CK_OBJECT_HANDLE hKey)
-{
-    return keyInit("C_SignRecoverInit", hSession, pMechanism, hKey, Work::signRecover,
-                   NV::test::CKF_SIGN_RECOVER);
-}
-
-CK_RV C_SignRecover(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
-                    CK_BYTE_PTR pSignature, CK_ULONG_PTR pulSignatureLen)
-{
-    return whole("C_SignRecover", hSession, {"data", pData, ulDataLen},
-                 {"signature", pSignature, pulSignatureLen}, Work::signRecover, signature);
-}
-
-CK_RV C_VerifyInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism, CK_OBJECT_HANDLE hKey)
-{
-    return keyInit("C_VerifyInit", hSession, pMechanism, hKey, Work::verify, NV::test::CKF_VERIFY);
-}
+NV_INIT(C_VerifyInit, verify, CKF_VERIFY)
 
 CK_RV C_Verify(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen,
                CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen)
@@ -312,10 +246,7 @@ CK_RV C_Verify(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pData, CK_ULONG ulDataLen
         });
 }
 
-CK_RV C_VerifyUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen)
-{
-    return part("C_VerifyUpdate", hSession, {"part", pPart, ulPartLen}, Work::verify);
-}
+NV_PART(C_VerifyUpdate, verify)
 
 CK_RV C_VerifyFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen)
 {
@@ -328,46 +259,17 @@ CK_RV C_VerifyFinal(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG
                         });
 }
 
-CK_RV C_VerifyRecoverInit(CK_SESSION_HANDLE hSession, CK_MECHANISM_PTR pMechanism,
-                          CK_OBJECT_HANDLE hKey)
-{
-    return keyInit("C_VerifyRecoverInit", hSession, pMechanism, hKey, Work::verifyRecover,
-                   NV::test::CKF_VERIFY_RECOVER);
-}
+NV_INIT(C_VerifyRecoverInit, verifyRecover, CKF_VERIFY_RECOVER)
+NV_IN_OUT(C_VerifyRecover, whole, "signature", "data", Work::verifyRecover, recovered)
 
-CK_RV C_VerifyRecover(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pSignature, CK_ULONG ulSignatureLen,
-                      CK_BYTE_PTR pData, CK_ULONG_PTR pulDataLen)
-{
-    return whole("C_VerifyRecover", hSession, {"signature", pSignature, ulSignatureLen},
-                 {"data", pData, pulDataLen}, Work::verifyRecover, recovered);
-}
-
-CK_RV C_DigestEncryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen,
-                            CK_BYTE_PTR pEncryptedPart, CK_ULONG_PTR pulEncryptedPartLen)
-{
-    return dual("C_DigestEncryptUpdate", hSession, {"part", pPart, ulPartLen},
-                {"encryptedPart", pEncryptedPart, pulEncryptedPartLen});
-}
-
-CK_RV C_DecryptDigestUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedPart,
-                            CK_ULONG ulEncryptedPartLen, CK_BYTE_PTR pPart, CK_ULONG_PTR pulPartLen)
-{
-    return dual("C_DecryptDigestUpdate", hSession,
-                {"encryptedPart", pEncryptedPart, ulEncryptedPartLen}, {"part", pPart, pulPartLen});
-}
-
-CK_RV C_SignEncryptUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pPart, CK_ULONG ulPartLen,
-                          CK_BYTE_PTR pEncryptedPart, CK_ULONG_PTR pulEncryptedPartLen)
-{
-    return dual("C_SignEncryptUpdate", hSession, {"part", pPart, ulPartLen},
-                {"encryptedPart", pEncryptedPart, pulEncryptedPartLen});
-}
-
-CK_RV C_DecryptVerifyUpdate(CK_SESSION_HANDLE hSession, CK_BYTE_PTR pEncryptedPart,
-                            CK_ULONG ulEncryptedPartLen, CK_BYTE_PTR pPart, CK_ULONG_PTR pulPartLen)
-{
-    return dual("C_DecryptVerifyUpdate", hSession,
-                {"encryptedPart", pEncryptedPart, ulEncryptedPartLen}, {"part", pPart, pulPartLen});
-}
+NV_IN_OUT(C_DigestEncryptUpdate, dual, "part", "encryptedPart")
+NV_IN_OUT(C_DecryptDigestUpdate, dual, "encryptedPart", "part")
+NV_IN_OUT(C_SignEncryptUpdate, dual, "part", "encryptedPart")
+NV_IN_OUT(C_DecryptVerifyUpdate, dual, "encryptedPart", "part")
 
 // NOLINTEND(readability-non-const-parameter)
+
+#undef NV_INIT
+#undef NV_IN_OUT
+#undef NV_PART
+#undef NV_LAST

@@ -117,11 +117,6 @@ std::wstring ScriptedToken::widePath()
     return widePathBesideTest(L"scripted_token.dll");
 }
 
-void ScriptedToken::reset()
-{
-    control_->reset();
-}
-
 std::vector<std::string> ScriptedToken::texts(CallText text) const
 {
     std::vector<std::string> all(control_->callCount());
@@ -130,16 +125,6 @@ std::vector<std::string> ScriptedToken::texts(CallText text) const
         text(i, all[i].data(), static_cast<uint32_t>(all[i].size()));
     }
     return all;
-}
-
-std::vector<std::string> ScriptedToken::calls() const
-{
-    return texts(control_->callLine);
-}
-
-std::vector<std::string> ScriptedToken::callNames() const
-{
-    return texts(control_->callName);
 }
 
 std::vector<std::string> ScriptedToken::calls(const std::string& name) const
@@ -157,91 +142,16 @@ std::vector<uint32_t> ScriptedToken::callThreads() const
     return threads;
 }
 
-void ScriptedToken::clearCalls()
-{
-    control_->clearCalls();
-}
-
-void ScriptedToken::setRecording(bool on)
-{
-    control_->setRecording(on ? 1 : 0);
-}
-
 void ScriptedToken::addFault(const std::string& function, Fault fault, uint32_t value, uint32_t nth)
 {
     if (control_->addFault(function.c_str(), fault, value, nth) == 0)
         throw std::invalid_argument("no PKCS#11 function is named " + function);
 }
 
-void ScriptedToken::fail(const std::string& function, CK_RV rv, uint32_t nth)
-{
-    addFault(function, Fault::returnValue, rv, nth);
-}
-
-void ScriptedToken::failAfterWork(const std::string& function, CK_RV rv, uint32_t nth)
-{
-    addFault(function, Fault::returnAfterWork, rv, nth);
-}
-
-void ScriptedToken::throwFrom(const std::string& function, uint32_t nth)
-{
-    addFault(function, Fault::throwException, 0, nth);
-}
-
-void ScriptedToken::valueUnavailable(uint32_t nth)
-{
-    addFault("C_GetAttributeValue", Fault::valueUnavailable, 0, nth);
-}
-
-void ScriptedToken::delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth)
-{
-    addFault(function, Fault::delay, static_cast<uint32_t>(time.count()), nth);
-}
-
-void ScriptedToken::bufferTooSmall(const std::string& function, uint32_t nth)
-{
-    addFault(function, Fault::bufferTooSmall, 0, nth);
-}
-
-void ScriptedToken::secondCountLarger(const std::string& function, uint32_t nth)
-{
-    addFault(function, Fault::secondCountLarger, 0, nth);
-}
-
-void ScriptedToken::lengthPastBuffer(const std::string& function, uint32_t nth)
-{
-    addFault(function, Fault::lengthPastBuffer, 0, nth);
-}
-
-void ScriptedToken::clearFaults()
-{
-    control_->clearFaults();
-}
-
-void ScriptedToken::setListMode(ListMode mode)
-{
-    control_->setListMode(mode);
-}
-
 void ScriptedToken::setListEntryNull(const std::string& function)
 {
     if (control_->setListEntryNull(function.c_str()) == 0)
         throw std::invalid_argument("no PKCS#11 function is named " + function);
-}
-
-void ScriptedToken::clearSlots()
-{
-    control_->clearSlots();
-}
-
-void ScriptedToken::addSlot(CK_SLOT_ID slot, CK_FLAGS flags, CK_FLAGS tokenFlags)
-{
-    control_->putSlot(slot, flags, tokenFlags);
-}
-
-void ScriptedToken::clearObjects()
-{
-    control_->clearObjects();
 }
 
 CK_OBJECT_HANDLE ScriptedToken::addObject(const std::vector<Attribute>& attributes, CK_SLOT_ID slot)
@@ -309,41 +219,11 @@ KeyPair ScriptedToken::addEcKeyPair(const Bytes& id, CK_ULONG coordinateSize, CK
     return pair;
 }
 
-void ScriptedToken::setSecretPattern(const Bytes& bytes)
-{
-    control_->setSecretPattern(bytes.data(), static_cast<uint32_t>(bytes.size()));
-}
-
-void ScriptedToken::setParametersReread(bool on)
-{
-    control_->setParametersReread(on ? 1 : 0);
-}
-
 TokenState ScriptedToken::state() const
 {
     TokenState told{};
     control_->state(&told);
     return told;
-}
-
-CK_RV ScriptedToken::createMutex(void** mutex)
-{
-    return control_->callMutexCallback(MutexCallback::create, nullptr, mutex);
-}
-
-CK_RV ScriptedToken::destroyMutex(void* mutex)
-{
-    return control_->callMutexCallback(MutexCallback::destroy, mutex, nullptr);
-}
-
-CK_RV ScriptedToken::lockMutex(void* mutex)
-{
-    return control_->callMutexCallback(MutexCallback::lock, mutex, nullptr);
-}
-
-CK_RV ScriptedToken::unlockMutex(void* mutex)
-{
-    return control_->callMutexCallback(MutexCallback::unlock, mutex, nullptr);
 }
 
 CK_FUNCTION_LIST ScriptedToken::exports() const

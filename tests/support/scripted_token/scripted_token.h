@@ -54,43 +54,71 @@ public:
     static std::wstring widePath();
 
     // Restores the state after loading, including calls and faults.
-    void reset();
+    void reset() { control_->reset(); }
 
-    // The calls since the last reset or clearing, in order of arrival.
-    std::vector<std::string> calls() const;                         // "C_Finalize(reserved=null)"
-    std::vector<std::string> callNames() const;                     // "C_Finalize"
-    std::vector<std::string> calls(const std::string& name) const;  // only those of this name
-    std::vector<uint32_t> callThreads() const;                      // the threads' identifiers
-    void clearCalls();
+    // The calls since the last reset or clearing, in order of arrival: "C_Finalize(reserved=null)",
+    // their names, those of one name, and the identifiers of the threads that made them.
+    std::vector<std::string> calls() const { return texts(control_->callLine); }
+    std::vector<std::string> callNames() const { return texts(control_->callName); }
+    std::vector<std::string> calls(const std::string& name) const;
+    std::vector<uint32_t> callThreads() const;
+    void clearCalls() { control_->clearCalls(); }
     // Off: calls are neither recorded nor rendered, so that each costs almost nothing. Faults still
     // apply, and the order of calls is still checked.
-    void setRecording(bool on);
+    void setRecording(bool on) { control_->setRecording(on ? 1 : 0); }
 
     // Faults: on the nth call from now, counted from 1, or on every call (0). They accumulate; a
     // fault for a single call is removed by it. An unknown name throws std::invalid_argument.
-    void fail(const std::string& function, CK_RV rv, uint32_t nth = 0);
+    void fail(const std::string& function, CK_RV rv, uint32_t nth = 0)
+    {
+        addFault(function, Fault::returnValue, rv, nth);
+    }
     // Like fail, but the call does its work before it returns the value.
-    void failAfterWork(const std::string& function, CK_RV rv, uint32_t nth = 0);
-    void throwFrom(const std::string& function, uint32_t nth = 0);
+    void failAfterWork(const std::string& function, CK_RV rv, uint32_t nth = 0)
+    {
+        addFault(function, Fault::returnAfterWork, rv, nth);
+    }
+    void throwFrom(const std::string& function, uint32_t nth = 0)
+    {
+        addFault(function, Fault::throwException, 0, nth);
+    }
     // C_GetAttributeValue succeeds, but reports every value as unavailable.
-    void valueUnavailable(uint32_t nth = 0);
-    void delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth = 0);
+    void valueUnavailable(uint32_t nth = 0)
+    {
+        addFault("C_GetAttributeValue", Fault::valueUnavailable, 0, nth);
+    }
+    void delay(const std::string& function, std::chrono::milliseconds time, uint32_t nth = 0)
+    {
+        addFault(function, Fault::delay, static_cast<uint32_t>(time.count()), nth);
+    }
     // These three apply to, and count, only calls with an output buffer.
-    void bufferTooSmall(const std::string& function, uint32_t nth = 0);
-    void secondCountLarger(const std::string& function, uint32_t nth = 0);
-    void lengthPastBuffer(const std::string& function, uint32_t nth = 0);
-    void clearFaults();
+    void bufferTooSmall(const std::string& function, uint32_t nth = 0)
+    {
+        addFault(function, Fault::bufferTooSmall, 0, nth);
+    }
+    void secondCountLarger(const std::string& function, uint32_t nth = 0)
+    {
+        addFault(function, Fault::secondCountLarger, 0, nth);
+    }
+    void lengthPastBuffer(const std::string& function, uint32_t nth = 0)
+    {
+        addFault(function, Fault::lengthPastBuffer, 0, nth);
+    }
+    void clearFaults() { control_->clearFaults(); }
 
     // What C_GetFunctionList returns from its next call on.
-    void setListMode(ListMode mode);
+    void setListMode(ListMode mode) { control_->setListMode(mode); }
     void setListEntryNull(const std::string& function);
 
     // Slots: addSlot of a known identifier changes that slot.
-    void clearSlots();
-    void addSlot(CK_SLOT_ID slot, CK_FLAGS flags = kSlotFlags, CK_FLAGS tokenFlags = kTokenFlags);
+    void clearSlots() { control_->clearSlots(); }
+    void addSlot(CK_SLOT_ID slot, CK_FLAGS flags = kSlotFlags, CK_FLAGS tokenFlags = kTokenFlags)
+    {
+        control_->putSlot(slot, flags, tokenFlags);
+    }
 
     // Objects that live on the token, with handles from kFirstObject on.
-    void clearObjects();
+    void clearObjects() { control_->clearObjects(); }
     CK_OBJECT_HANDLE addObject(const std::vector<Attribute>& attributes, CK_SLOT_ID slot = kSlot);
     CK_OBJECT_HANDLE addCertificate(const std::optional<Bytes>& id, const Bytes& der,
                                     CK_SLOT_ID slot = kSlot);
@@ -101,10 +129,13 @@ public:
     KeyPair addEcKeyPair(const Bytes& id, CK_ULONG coordinateSize, CK_SLOT_ID slot = kSlot);
 
     // The bytes that the agreed secrets of C_DeriveKey repeat (kSecretPattern).
-    void setSecretPattern(const Bytes& bytes);
+    void setSecretPattern(const Bytes& bytes)
+    {
+        control_->setSecretPattern(bytes.data(), static_cast<uint32_t>(bytes.size()));
+    }
     // The token reads a mechanism's parameter block again at the end of the operation, and returns
     // CKR_MECHANISM_PARAM_INVALID if it has changed.
-    void setParametersReread(bool on);
+    void setParametersReread(bool on) { control_->setParametersReread(on ? 1 : 0); }
 
     TokenState state() const;
     bool initialised() const { return state().initialised != 0; }
@@ -117,10 +148,22 @@ public:
     uint32_t overlappingCalls() const { return state().overlappingCalls; }
 
     // Calls a callback of the latest C_Initialize; CKR_GENERAL_ERROR when it passed none.
-    CK_RV createMutex(void** mutex);
-    CK_RV destroyMutex(void* mutex);
-    CK_RV lockMutex(void* mutex);
-    CK_RV unlockMutex(void* mutex);
+    CK_RV createMutex(void** mutex)
+    {
+        return control_->callMutexCallback(MutexCallback::create, nullptr, mutex);
+    }
+    CK_RV destroyMutex(void* mutex)
+    {
+        return control_->callMutexCallback(MutexCallback::destroy, mutex, nullptr);
+    }
+    CK_RV lockMutex(void* mutex)
+    {
+        return control_->callMutexCallback(MutexCallback::lock, mutex, nullptr);
+    }
+    CK_RV unlockMutex(void* mutex)
+    {
+        return control_->callMutexCallback(MutexCallback::unlock, mutex, nullptr);
+    }
 
     // The exported functions, for a test that calls the token directly. Not recorded.
     CK_FUNCTION_LIST exports() const;
