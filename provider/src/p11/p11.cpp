@@ -187,7 +187,7 @@ CK_RV Pkcs11::C_SetPIN(CK_SESSION_HANDLE hSession, CK_UTF8CHAR_PTR pOldPin, CK_U
 }
 
 CK_RV Pkcs11::C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication,
-                            CK_NOTIFY Notify, CK_SESSION_HANDLE_PTR phSession)
+                            CK_NOTIFY notify, CK_SESSION_HANDLE_PTR phSession)
 {
     constexpr Site here = NV_HERE;
     const auto logFlags = [&] {
@@ -198,7 +198,7 @@ CK_RV Pkcs11::C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pAppl
     };
     return call(NV_CALL(C_OpenSession, result), logFlags, nothingAfter, number("slotID", slotID),
                 flagBits("flags", flags), pointer("pApplication", pApplication),
-                pointer("Notify", Notify), pointer("phSession", phSession));
+                pointer("Notify", notify), pointer("phSession", phSession));
 }
 
 CK_RV Pkcs11::C_CloseSession(CK_SESSION_HANDLE hSession)

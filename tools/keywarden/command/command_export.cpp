@@ -35,7 +35,7 @@ Bytes publicKey(const Key& key, const ExportOptions& options)
     if (certificate == nullptr)
         throw Failure("\"My\" contains no certificate for the key \"" + options.key + "\"",
                       "Run \"keywarden check\" to see whether it was published.");
-    const Bytes der = publicKeyOf(*certificate);
+    Bytes der = publicKeyOf(*certificate);
     if (options.format == "der")
         return der;
     const std::string pem = toPem(der);
