@@ -126,7 +126,7 @@ SECURITY_STATUS P11ECKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
         trace,
         CipherCall{p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
         nullptr);
-    return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+    return trace.leaving(NTE_NOT_SUPPORTED);
 }
 
 SECURITY_STATUS P11ECKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,
@@ -138,7 +138,7 @@ SECURITY_STATUS P11ECKeyObject::decrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE p
         trace,
         CipherCall{p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags},
         &pin);
-    return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+    return trace.leaving(NTE_NOT_SUPPORTED);
 }
 
 }  // namespace NV

@@ -263,7 +263,7 @@ SECURITY_STATUS P11RSAKeyObject::secretAgreement(Pkcs11* p11, PBYTE pbPeerPubkey
     Trace trace(NV_HERE);
     logArguments(trace, AgreementCall{p11, pbPeerPubkey, cbPeerPubkey, phAgreedSecret}, pin);
     NV_WRN("RSA_secretAgreement NOT supported yet!!");
-    return trace.leaving(SECURITY_STATUS{NTE_NOT_SUPPORTED});
+    return trace.leaving(NTE_NOT_SUPPORTED);
 }
 
 }  // namespace NV
