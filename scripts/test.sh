@@ -84,7 +84,7 @@ runSuites()
         WINEDEBUG=-all,warn+heap \
             runSuite heap windows --timeout 1800 -E "$besideTests|^(pages|time_lines)\$"
         KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak'
-        runSuite long windows -C full -R '^(installer|new_user)$'
+        runSuite long windows -C full -R '^(installer|new_user|memory_failure_whole)$'
         runSuite instructions host -C full -R '^instruction_counts$'
     fi
 }

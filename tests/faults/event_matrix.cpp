@@ -8,6 +8,7 @@
 #include <iostream>
 #include <new>
 #include <stdexcept>
+#include <system_error>
 
 #include "heap_count.h"
 #include "log_capture.h"
@@ -136,6 +137,8 @@ Ending EventMatrix::act(size_t nth, Extent extent)
         ending.status = row_.act(world_);
     } catch (const std::filesystem::filesystem_error&) {
         ending.way = Ending::Way::filesystemError;
+    } catch (const std::system_error&) {
+        ending.way = Ending::Way::systemError;
     } catch (const std::bad_alloc&) {
         ending.way = Ending::Way::badAlloc;
     } catch (const std::exception&) {

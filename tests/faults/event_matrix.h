@@ -16,7 +16,7 @@ namespace NV::test {
 
 // How an operation has ended.
 struct Ending {
-    enum class Way { returned, filesystemError, badAlloc, other };
+    enum class Way { returned, filesystemError, badAlloc, systemError, other };
 
     Way way = Way::returned;
     SECURITY_STATUS status = ERROR_SUCCESS;

@@ -1,0 +1,41 @@
+// Memory that ends: the nth allocation fails. In a program that links memory_event.cpp, operator new is
+// replaced, and the C heap is that of heap_count.
+
+#pragma once
+
+#include "event.h"
+
+namespace NV::test {
+
+enum class MemoryKind {
+    operatorNew,  // std::bad_alloc
+    cHeap,        // malloc, calloc and realloc give null
+};
+
+// Strikes the thread that has armed it and every other one. One at a time.
+class MemoryEvent : public Event {
+public:
+    explicit MemoryEvent(MemoryKind kind);
+
+    void arm(size_t nth, Extent extent) override;
+    bool disarm() override;
+    const char* name() const override { return "allocation"; }
+
+private:
+    MemoryKind kind_;
+};
+
+// While it lives, a block of more than so many bytes cannot be had, by either way, so that a program
+// that asks for too much does not take it from the machine.
+class LargestBlock {
+public:
+    explicit LargestBlock(size_t bytes);
+    ~LargestBlock();
+    LargestBlock(const LargestBlock&) = delete;
+    LargestBlock& operator=(const LargestBlock&) = delete;
+
+    // The largest block that was asked for, in bytes.
+    static size_t asked();
+};
+
+}  // namespace NV::test
