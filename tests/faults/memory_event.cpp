@@ -21,16 +21,26 @@ constinit std::atomic<size_t> nthFails = 0;
 constinit std::atomic<bool> laterFail = false;
 constinit std::atomic<bool> struck = false;
 constinit std::atomic<MemoryKind> struckKind = MemoryKind::operatorNew;
-constinit std::atomic<size_t> largest = unlimited;
-constinit std::atomic<size_t> largestAsked = 0;
+constinit std::atomic<size_t> limit = unlimited;
+constinit std::atomic<size_t> bytesAtStart = 0;
+constinit std::atomic<size_t> growthAsked = 0;
 // The C heap is asked by operator new.
 constinit std::atomic<unsigned> insideNew = 0;
 
+bool overLimit(size_t size)
+{
+    if (limit == unlimited)
+        return false;
+    const size_t now = liveHeapBytes();
+    const size_t grown = (now > bytesAtStart ? now - bytesAtStart : 0) + size;
+    if (grown > growthAsked)
+        growthAsked = grown;
+    return grown > limit;
+}
+
 bool fails(MemoryKind kind, size_t size)
 {
-    if (size > largestAsked)
-        largestAsked = size;
-    if (size > largest)
+    if (overLimit(size))
         return true;
     const size_t nth = nthFails;
     if (nth == 0 || kind != struckKind)
@@ -96,22 +106,23 @@ bool MemoryEvent::disarm()
     return struck;
 }
 
-LargestBlock::LargestBlock(size_t bytes)
+MemoryLimit::MemoryLimit(size_t bytes)
 {
-    largestAsked = 0;
-    largest = bytes;
+    growthAsked = 0;
+    bytesAtStart = liveHeapBytes();
+    limit = bytes;
     setAllocationGate(&cHeapGate);
 }
 
-LargestBlock::~LargestBlock()
+MemoryLimit::~MemoryLimit()
 {
     setAllocationGate(nullptr);
-    largest = unlimited;
+    limit = unlimited;
 }
 
-size_t LargestBlock::asked()
+size_t MemoryLimit::mostAsked()
 {
-    return largestAsked;
+    return growthAsked;
 }
 
 }  // namespace NV::test

@@ -25,17 +25,17 @@ private:
     MemoryKind kind_;
 };
 
-// While it lives, a block of more than so many bytes cannot be had, by either way, so that a program
+// While it lives, the program's heap, by either way, cannot grow by more than so many bytes: a program
 // that asks for too much does not take it from the machine.
-class LargestBlock {
+class MemoryLimit {
 public:
-    explicit LargestBlock(size_t bytes);
-    ~LargestBlock();
-    LargestBlock(const LargestBlock&) = delete;
-    LargestBlock& operator=(const LargestBlock&) = delete;
+    explicit MemoryLimit(size_t bytes);
+    ~MemoryLimit();
+    MemoryLimit(const MemoryLimit&) = delete;
+    MemoryLimit& operator=(const MemoryLimit&) = delete;
 
-    // The largest block that was asked for, in bytes.
-    static size_t asked();
+    // How far the heap would have grown if nothing had been refused, in bytes.
+    static size_t mostAsked();
 };
 
 }  // namespace NV::test

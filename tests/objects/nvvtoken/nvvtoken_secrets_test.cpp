@@ -88,6 +88,33 @@ TEST_F(ProviderSecretsTest, aProviderWithoutASlotCannotDerive)
     EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, empty.FreeSecret(secret));
 }
 
+// The line of the buffer's type comes first.
+TEST_F(ProviderSecretsTest, aBufferWithALengthAndNoBytesIsToldByItsType)
+{
+    const struct {
+        ULONG type;
+        const char* line;
+    } rows[] = {
+        {KDF_SECRET_PREPEND, "Using secret prepend item (KDF_SECRET_PREPEND).."},
+        {KDF_SECRET_APPEND, "Using secret append item (KDF_SECRET_APPEND).."},
+        {KDF_HMAC_KEY, "KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!"},
+        {0x7391, "Unknown NCryptBufferType encountered!!"},
+    };
+    const auto secret = addToList({0x51});
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.line);
+        BCryptBuffer buffer{16, row.type, nullptr};
+        NCryptBufferDesc list{0, 1, &buffer};
+        DWORD length = 0;
+        log.takeLines();
+        EXPECT_EQ(SECURITY_STATUS{NTE_INVALID_PARAMETER},
+                  providers[0]->DeriveKey(secret, BCRYPT_KDF_HASH, &list, nullptr, 0, &length, 0));
+        const std::string lines = render(log.takeLines());
+        EXPECT_NE(std::string::npos, lines.find(row.line)) << lines;
+    }
+    providers[0]->FreeSecret(secret);
+}
+
 // Every derivation before the release succeeds with the right key, every later one is refused.
 TEST_F(ProviderSecretsTest, derivingWhileAnotherThreadFrees)
 {

@@ -12,6 +12,7 @@ std::atomic<long> liveBlocks = 0;
 std::atomic<size_t> liveBytes = 0;
 std::atomic<size_t> peakBytes = 0;
 std::atomic<NV::test::AllocationGate> gate = nullptr;
+std::atomic<NV::test::ReleaseWatch> watch = nullptr;
 
 size_t sizeOf(void* block)
 {
@@ -86,6 +87,8 @@ void* __wrap_realloc(void* block, size_t size)
 
 void __wrap_free(void* block)
 {
+    if (const NV::test::ReleaseWatch looking = watch; looking != nullptr && block != nullptr)
+        looking(block, sizeOf(block));
     uncount(block);
     __real_free(block);
 }
@@ -117,6 +120,11 @@ void forgetPeakHeapBytes()
 void setAllocationGate(AllocationGate newGate)
 {
     gate = newGate;
+}
+
+void setReleaseWatch(ReleaseWatch newWatch)
+{
+    watch = newWatch;
 }
 
 }  // namespace NV::test

@@ -19,4 +19,8 @@ void forgetPeakHeapBytes();
 using AllocationGate = bool (*)(size_t size);
 void setAllocationGate(AllocationGate gate);
 
+// Called before each block is released, with its size in bytes. Null, as at the start: nobody looks.
+using ReleaseWatch = void (*)(const void* block, size_t size);
+void setReleaseWatch(ReleaseWatch watch);
+
 }  // namespace NV::test

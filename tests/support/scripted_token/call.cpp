@@ -19,6 +19,12 @@ bool actsOnBuffer(test::Fault fault)
            fault == test::Fault::lengthPastBuffer;
 }
 
+bool isLie(test::Fault fault)
+{
+    return actsOnBuffer(fault) || fault == test::Fault::valueUnavailable ||
+           fault == test::Fault::claims;
+}
+
 // The faults that apply to this call; a fault for a single call is removed by it.
 std::vector<PlannedFault> strike(std::string_view function, bool bufferGiven)
 {
@@ -50,6 +56,11 @@ void record(std::string_view function, const Line& arguments)
 }
 
 }  // namespace
+
+void throwScripted(std::string_view function)
+{
+    throw std::runtime_error("scripted fault in " + std::string(function));
+}
 
 Journal& journal()
 {
@@ -94,13 +105,15 @@ Arrival::Arrival(const char* function, const Line& arguments, const void* buffer
     }
     for (const PlannedFault& planned : striking) {
         if (planned.fault == test::Fault::throwException)
-            throw std::runtime_error("scripted fault in " + std::string(function));
+            throwScripted(function);
+        if (planned.fault == test::Fault::throwAfterWork)
+            throwsAfterWork_ = true;
         if (planned.fault == test::Fault::returnValue)
             answer_ = planned.value;
         if (planned.fault == test::Fault::returnAfterWork)
             answerAfterWork_ = planned.value;
-        if (actsOnBuffer(planned.fault) || planned.fault == test::Fault::valueUnavailable)
-            lie_ = planned.fault;
+        if (isLie(planned.fault))
+            lie_ = {planned.fault, planned.value};
     }
 }
 

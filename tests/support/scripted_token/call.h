@@ -7,6 +7,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "line.h"
@@ -15,7 +16,12 @@
 namespace NV::scripted {
 
 // The fault that affects the output of one call, if any.
-using Lie = std::optional<test::Fault>;
+struct Lie {
+    std::optional<test::Fault> fault;
+    uint32_t value = 0;
+
+    friend bool operator==(const Lie& lie, test::Fault fault) { return lie.fault == fault; }
+};
 
 struct RecordedCall {
     std::string name;  // with the prefix "list:" when it came through a list of other functions
@@ -62,6 +68,7 @@ public:
 
     const std::optional<CK_RV>& answer() const { return answer_; }
     const std::optional<CK_RV>& answerAfterWork() const { return answerAfterWork_; }
+    bool throwsAfterWork() const { return throwsAfterWork_; }
     Lie lie() const { return lie_; }
 
 private:
@@ -75,8 +82,11 @@ private:
     Inside inside_;
     std::optional<CK_RV> answer_;
     std::optional<CK_RV> answerAfterWork_;
+    bool throwsAfterWork_ = false;
     Lie lie_;
 };
+
+[[noreturn]] void throwScripted(std::string_view function);
 
 enum class Needs { nothing, initialised };
 
@@ -92,6 +102,8 @@ CK_RV serve(const char* function, const Line& arguments, Needs needs, const void
     if (needs == Needs::initialised && !token().initialised)
         return CKR_CRYPTOKI_NOT_INITIALIZED;
     const CK_RV rv = work(token(), arrival.lie());
+    if (arrival.throwsAfterWork())
+        throwScripted(function);
     return arrival.answerAfterWork().value_or(rv);
 }
 
@@ -120,9 +132,14 @@ CK_RV give(std::span<const Element> output, Element* buffer, CK_ULONG* count, Li
         return CKR_ARGUMENTS_BAD;
     const auto size = static_cast<CK_ULONG>(output.size());
     const CK_ULONG capacity = buffer == nullptr ? 0 : *count;
-    *count = size;
+    const bool claims = lie == test::Fault::claims;
+    *count = claims ? lie.value : size;
     if (buffer == nullptr)
         return CKR_OK;
+    if (claims) {
+        std::copy_n(output.begin(), std::min(size, capacity), buffer);
+        return CKR_OK;
+    }
     if (lie == test::Fault::bufferTooSmall || capacity < size)
         return CKR_BUFFER_TOO_SMALL;
     std::ranges::copy(output, buffer);

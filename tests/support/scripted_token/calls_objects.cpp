@@ -91,6 +91,8 @@ CK_RV tellFound(Search& search, CK_OBJECT_HANDLE* objects, CK_ULONG capacity, CK
         count += test::kLieExcess;
     if (lie == test::Fault::lengthPastBuffer)
         count = capacity + test::kLieExcess;
+    if (lie == test::Fault::claims)
+        count = lie.value;
     return CKR_OK;
 }
 

@@ -98,6 +98,18 @@ uint32_t setListEntryNull(const char* function)
     return 1;
 }
 
+void makeListReadOnly(uint32_t on)
+{
+    const Guard guard{tokenMutex()};
+    setListReadOnly(on != 0);
+}
+
+uint32_t isListReadOnly()
+{
+    const Guard guard{tokenMutex()};
+    return listReadOnly() ? 1 : 0;
+}
+
 void clearSlots()
 {
     const Guard guard{tokenMutex()};
@@ -198,6 +210,8 @@ constexpr test::ScriptedTokenControl kControl{
     .clearFaults = clearFaults,
     .setListMode = changeListMode,
     .setListEntryNull = setListEntryNull,
+    .setListReadOnly = makeListReadOnly,
+    .listReadOnly = isListReadOnly,
     .clearSlots = clearSlots,
     .putSlot = putSlot,
     .clearObjects = clearObjects,

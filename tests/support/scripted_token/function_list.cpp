@@ -2,7 +2,10 @@
 
 #include "function_list.h"
 
+#include <new>
 #include <set>
+
+#include <windows.h>
 
 #include "call.h"
 #include "calls.h"
@@ -14,6 +17,7 @@ namespace {
 struct ListScript {
     test::ListMode mode = test::ListMode::exports;
     std::set<std::string> nullEntries;
+    bool readOnly = false;
 };
 
 ListScript& script()
@@ -22,11 +26,21 @@ ListScript& script()
     return theScript;
 }
 
-// The list that callers get; they may write to it.
+// The list that callers get, on pages of its own; they may write to it unless the script says
+// otherwise.
 CK_FUNCTION_LIST& handedOut()
 {
-    static CK_FUNCTION_LIST list;
-    return list;
+    static void* const pages =
+        VirtualAlloc(nullptr, sizeof(CK_FUNCTION_LIST), MEM_RESERVE | MEM_COMMIT, PAGE_READWRITE);
+    if (pages == nullptr)
+        throw std::bad_alloc();
+    return *static_cast<CK_FUNCTION_LIST*>(pages);
+}
+
+void protectList(DWORD protection)
+{
+    DWORD previous = 0;
+    VirtualProtect(&handedOut(), sizeof(CK_FUNCTION_LIST), protection, &previous);
 }
 
 // A second function for each of the 68, at a different address than the exported one.
@@ -44,6 +58,7 @@ struct OtherEntry<exported> {
 
 void makeList()
 {
+    protectList(PAGE_READWRITE);
     CK_FUNCTION_LIST& list = handedOut();
     list.version = test::kCryptokiVersion;
     const bool allDiffer = script().mode == test::ListMode::allDifferent;
@@ -59,6 +74,8 @@ void makeList()
         list.name = nullptr;
     NV_CK_FUNCTIONS(NV_REMOVE)
 #undef NV_REMOVE
+    if (script().readOnly)
+        protectList(PAGE_READONLY);
 }
 
 }  // namespace
@@ -66,6 +83,7 @@ void makeList()
 void resetFunctionList()
 {
     script() = {};
+    protectList(PAGE_READWRITE);
 }
 
 void setListMode(test::ListMode mode)
@@ -76,6 +94,18 @@ void setListMode(test::ListMode mode)
 void addNullListEntry(std::string function)
 {
     script().nullEntries.insert(std::move(function));
+}
+
+void setListReadOnly(bool readOnly)
+{
+    script().readOnly = readOnly;
+}
+
+bool listReadOnly()
+{
+    MEMORY_BASIC_INFORMATION pages{};
+    VirtualQuery(&handedOut(), &pages, sizeof pages);
+    return pages.Protect == PAGE_READONLY;
 }
 
 bool isFunctionName(const std::string& name)

@@ -12,6 +12,10 @@ namespace NV::scripted {
 void resetFunctionList();
 void setListMode(test::ListMode mode);
 void addNullListEntry(std::string function);
+// Whether the list that it gives lies in memory that cannot be written; from its next call on.
+void setListReadOnly(bool readOnly);
+// How that memory is protected now.
+bool listReadOnly();
 
 bool isFunctionName(const std::string& name);
 

@@ -82,6 +82,17 @@ public:
     {
         addFault(function, Fault::throwException, 0, nth);
     }
+    // Like throwFrom, but the call does its work before.
+    void throwAfterWork(const std::string& function, uint32_t nth = 0)
+    {
+        addFault(function, Fault::throwAfterWork, 0, nth);
+    }
+    // A call that gives a list or bytes succeeds and reports this count or length, whatever the true
+    // one is, also when it is asked for it without a buffer. It writes what is true.
+    void claim(const std::string& function, uint32_t count, uint32_t nth = 0)
+    {
+        addFault(function, Fault::claims, count, nth);
+    }
     // C_GetAttributeValue succeeds, but reports every value as unavailable.
     void valueUnavailable(uint32_t nth = 0)
     {
@@ -109,6 +120,11 @@ public:
     // What C_GetFunctionList returns from its next call on.
     void setListMode(ListMode mode) { control_->setListMode(mode); }
     void setListEntryNull(const std::string& function);
+
+    // The list lies in memory that cannot be written. Whether it is so now, which code that has written
+    // to the list may have changed.
+    void setListReadOnly(bool on) { control_->setListReadOnly(on ? 1 : 0); }
+    bool listReadOnly() const { return control_->listReadOnly() != 0; }
 
     // Slots: addSlot of a known identifier changes that slot.
     void clearSlots() { control_->clearSlots(); }

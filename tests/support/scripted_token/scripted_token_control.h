@@ -15,7 +15,11 @@ enum class Fault : uint32_t {
     throwException,    // throw std::runtime_error("scripted fault in NAME")
     returnAfterWork,   // do the work of the call, then return `value`
     delay,             // wait `value` milliseconds, then continue as usual
+    throwAfterWork,    // do the work of the call, then throw as above
     valueUnavailable,  // C_GetAttributeValue: CKR_OK, but no value and CK_UNAVAILABLE_INFORMATION
+    // A call that gives a list or bytes: CKR_OK, but the count or length reported is `value`, with a
+    // buffer and without one.
+    claims,
     // The rest apply to, and count, only calls with an output buffer.
     bufferTooSmall,  // return CKR_BUFFER_TOO_SMALL and the needed length, for a buffer of any size
     secondCountLarger,  // CKR_OK, but the count or length reported is larger than the true one
@@ -67,6 +71,8 @@ struct ScriptedTokenControl {
     void (*clearFaults)();
     void (*setListMode)(ListMode mode);
     uint32_t (*setListEntryNull)(const char* function);
+    void (*setListReadOnly)(uint32_t on);
+    uint32_t (*listReadOnly)();
 
     void (*clearSlots)();
     void (*putSlot)(CK_SLOT_ID slot, CK_FLAGS flags, CK_FLAGS tokenFlags);

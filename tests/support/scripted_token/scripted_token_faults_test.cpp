@@ -197,6 +197,44 @@ TEST_F(ScriptedFaultTest, ValueIsUnavailableAndYetOk)
     EXPECT_EQ(2U, wanted.ulValueLen);
 }
 
+TEST_F(ScriptedFaultTest, ClaimsWhatItIsTold)
+{
+    initialise();
+    token.claim("C_GetSlotList", 0xFFFFFFF0, 1);
+    token.claim("C_GetSlotList", 7, 2);
+    CK_ULONG count = 0;
+    EXPECT_EQ(CKR_OK, p11.C_GetSlotList(CK_TRUE, nullptr, &count));
+    EXPECT_EQ(0xFFFFFFF0, count);
+    CK_SLOT_ID slots[3] = {1, 2, 3};
+    count = 3;
+    EXPECT_EQ(CKR_OK, p11.C_GetSlotList(CK_TRUE, slots, &count));
+    EXPECT_EQ(7U, count);
+    EXPECT_EQ(kSlot, slots[0]);
+    EXPECT_EQ(2U, slots[1]);
+    EXPECT_EQ(CKR_OK, p11.C_GetSlotList(CK_TRUE, nullptr, &count));
+    EXPECT_EQ(1U, count);
+}
+
+TEST_F(ScriptedFaultTest, ExceptionAfterTheWork)
+{
+    token.throwAfterWork("C_Initialize", 1);
+    EXPECT_THROW(p11.C_Initialize(nullptr), std::runtime_error);
+    EXPECT_TRUE(token.initialised());
+    EXPECT_EQ(CKR_OK, p11.C_Finalize(nullptr));
+}
+
+TEST_F(ScriptedFaultTest, ListCanBeReadOnly)
+{
+    list();
+    EXPECT_FALSE(token.listReadOnly());
+    token.setListReadOnly(true);
+    list();
+    EXPECT_TRUE(token.listReadOnly());
+    list();
+    token.reset();
+    EXPECT_FALSE(token.listReadOnly());
+}
+
 TEST_F(ScriptedFaultTest, ListOfExportsEqualsTheExports)
 {
     CK_FUNCTION_LIST* handed = list();
