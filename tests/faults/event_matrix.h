@@ -61,7 +61,11 @@ private:
     // One run. Whether the event was reached.
     bool strike(size_t nth, Extent extent, Findings& findings);
     Ending act(size_t nth, Extent extent);
+    void settle(const Ending& ending, std::string& wrong);
     std::string outputWrong(const Ending& ending) const;
+    bool mayKeepBlocks(const Ending& ending) const;
+    // Whether a provider of the world is open while the operation runs.
+    bool opened() const { return row_.start == Start::open || row_.start == Start::fresh; }
     void begin();
     void end();
 

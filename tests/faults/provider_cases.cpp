@@ -375,13 +375,13 @@ constexpr std::array cases = {
                      return w.provider->DeriveKey(w.secret, BCRYPT_KDF_HASH, w.hashParameters(),
                                                   w.out.buffer.data(), room, &w.out.length, 0);
                  },
-                 nothing},
+                 nothing, OnFailure::leavesNothing, Stays::nothing, LengthTold::withTheOutput},
     ProviderCase{"DeriveKey_HMAC", Start::open, MemoryRule::token, 32, nullptr,
                  [](World& w) {
                      return w.provider->DeriveKey(w.secret, BCRYPT_KDF_HMAC, w.hmacParameters(),
                                                   w.out.buffer.data(), room, &w.out.length, 0);
                  },
-                 nothing},
+                 nothing, OnFailure::leavesNothing, Stays::nothing, LengthTold::withTheOutput},
     ProviderCase{"FreeSecret", Start::open, MemoryRule::plain, 0,
                  [](World& w) { w.out.handle = World::listSecret(); },
                  [](World& w) { return w.provider->FreeSecret(w.out.handle); },

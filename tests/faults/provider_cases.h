@@ -33,6 +33,12 @@ enum class MemoryRule {
 // What a provider has more than before, after the outputs were released.
 enum class Stays { nothing, value };
 
+// When an operation with an output writes its length.
+enum class LengthTold {
+    onSuccess,
+    withTheOutput,  // although a later step may fail
+};
+
 // Whether a failure that the operation returns may leave blocks on the heap.
 enum class OnFailure {
     leavesNothing,
@@ -53,6 +59,7 @@ struct ProviderCase {
     std::string (*settle)(ProviderWorld& world, bool done);
     OnFailure onFailure = OnFailure::leavesNothing;
     Stays stays = Stays::nothing;
+    LengthTold told = LengthTold::onSuccess;
 };
 
 std::span<const ProviderCase> providerCases();
