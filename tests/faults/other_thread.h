@@ -39,7 +39,7 @@ public:
         if (changed_.wait_for(guard, longest, [this] { return work_ == nullptr; }))
             return;
         static_cast<void>(std::fputs("an operation on another thread waits for ever\n", stderr));
-        std::_Exit(EXIT_FAILURE);
+        std::abort();
     }
 
 private:
