@@ -68,6 +68,9 @@ public:
     // Deletes a clone or an imported key. False when the handle is neither.
     bool close(NCRYPT_KEY_HANDLE handle);
 
+    // The same without a line about it: for a handle that the caller never gets.
+    void discard(NCRYPT_KEY_HANDLE handle);
+
     // The clone behind a handle, null for any other handle.
     P11KeyObject* findOpened(NCRYPT_KEY_HANDLE handle);
     // The clone or the imported public key behind a handle, null for any other handle.
@@ -93,7 +96,8 @@ private:
         NV_REQUIRES(lock_);
 
     template <typename Key>
-    NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source) NV_REQUIRES(lock_);
+    NCRYPT_KEY_HANDLE fileClone(const Site& open, const P11KeyObject& source, const char* success)
+        NV_REQUIRES(lock_);
 
     Mutex lock_{LockRank::keyStore};
     std::vector<ManagedKey> managedKeys_ NV_GUARDED_BY(lock_);  // in name order, without duplicates
