@@ -164,7 +164,7 @@ NCRYPT_KEY_HANDLE KeyStore::fileClone(const Site& open, const P11KeyObject& sour
     // A close of this address may have left an entry without a key.
     std::unique_ptr<P11KeyObject>& entry = openedKeys_[handle];
     entry = std::move(clone);
-    entry->complete();
+    entry->setEmptiesValues(true);
     return handle;
 }
 
@@ -217,8 +217,11 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
 void KeyStore::discard(NCRYPT_KEY_HANDLE handle)
 {
     const std::lock_guard guard(lock_);
-    openedKeys_.erase(handle);
-    ephemeralKeys_.erase(handle);
+    const auto entry = openedKeys_.find(handle);
+    if (entry == openedKeys_.end())
+        return;
+    entry->second->setEmptiesValues(false);
+    openedKeys_.erase(entry);
 }
 
 P11KeyObject* KeyStore::findOpened(NCRYPT_KEY_HANDLE handle)

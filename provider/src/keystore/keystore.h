@@ -68,7 +68,8 @@ public:
     // Deletes a clone or an imported key. False when the handle is neither.
     bool close(NCRYPT_KEY_HANDLE handle);
 
-    // The same without a line about it: for a handle that the caller never gets.
+    // Deletes a clone that the application never gets, as if it had not been made. Writes no line
+    // about it.
     void discard(NCRYPT_KEY_HANDLE handle);
 
     // The clone behind a handle, null for any other handle.

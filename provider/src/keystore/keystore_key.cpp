@@ -17,7 +17,7 @@ P11KeyObject::P11KeyObject() : stamp_(creationStamp())
 P11KeyObject::P11KeyObject(const P11KeyObject& source, WithoutProperties)
     : P11Object(source), stamp_(creationStamp()), slotId_(source.slotId_), keyId_(source.keyId_),
       algorithm_(source.algorithm_), publicKey_(source.publicKey_),
-      algorithmOid_(source.algorithmOid_), keyLength_(source.keyLength_), complete_(false)
+      algorithmOid_(source.algorithmOid_), keyLength_(source.keyLength_), emptiesValues_(false)
 {
 }
 
@@ -40,7 +40,7 @@ P11KeyObject::P11KeyObject(const P11KeyObject& source) : P11KeyObject(source, Wi
 P11KeyObject::~P11KeyObject()
 {
     const Trace trace = Trace::ofCleanUp(NV_HERE);
-    if (!complete_) {
+    if (!emptiesValues_) {
         for (const auto& [name, property] : properties_) {
             if (property != nullptr)
                 property->abandon();

@@ -31,14 +31,15 @@ public:
     using Properties = std::map<std::wstring, std::shared_ptr<Property>>;
 
     P11KeyObject();
-    // Shares the property values with the source; see Property. The values stay when the copy is
-    // destroyed before it is complete.
+    // Shares the property values with the source; see Property. Until setEmptiesValues is called, the
+    // copy's destructor does not empty them.
     P11KeyObject(const P11KeyObject& source);
     P11KeyObject& operator=(const P11KeyObject&) = delete;
     ~P11KeyObject() override;
 
-    // For the key store, when it has filed the copy.
-    void complete() { complete_ = true; }
+    // Whether the destructor empties the values of the properties. For the key store: true for a copy
+    // that an application gets.
+    void setEmptiesValues(bool empties) { emptiesValues_ = empties; }
 
     // CNG's public key blob for the type of the key. Empty when the public key is malformed.
     virtual Bytes getPubkeyBlob() const = 0;
@@ -110,7 +111,7 @@ private:
     std::wstring algorithmOid_;
     uint32_t keyLength_ = 0;
     Properties properties_;
-    bool complete_ = true;
+    bool emptiesValues_ = true;
 };
 
 }  // namespace NV

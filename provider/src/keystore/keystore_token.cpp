@@ -137,6 +137,8 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
         if (check(rv, "Failed to close session "))
             NV_UNDER(TRC, operation_, "Success to close session");
     }
+    // A session that its wrapper could not report, or not close.
+    p11_.giveBackSession();
     if (initialized_) {
         NV_UNDER(TRC, operation_, "%d) Try to finalize", steps.finalize);
         const CK_RV rv = p11_.C_Finalize(nullptr);

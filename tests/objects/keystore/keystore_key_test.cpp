@@ -143,7 +143,7 @@ TEST_F(KeyObjectTest, copyTakesANewStamp)
     EXPECT_NE(rsa->stamp(), copy.stamp());
 }
 
-TEST_F(KeyObjectTest, destructionOfAnIncompleteCloneLeavesTheSourcesProperties)
+TEST_F(KeyObjectTest, destructionOfACloneThatNobodyGotLeavesTheSourcesProperties)
 {
     constexpr DWORD value = 3;
     rsa->addProperty(L"Key Usage", &value, sizeof value);
@@ -158,7 +158,7 @@ TEST_F(KeyObjectTest, destructionOfACloneEmptiesTheSourcesProperties)
     rsa->addProperty(L"Export Policy", &value, sizeof value);
     {
         P11RSAKeyObject clone(static_cast<const P11RSAKeyObject&>(*rsa));
-        clone.complete();
+        clone.setEmptiesValues(true);
     }
     EXPECT_EQ(2U, rsa->properties().size());
     for (const auto& [name, property] : rsa->properties())
