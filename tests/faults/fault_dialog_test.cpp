@@ -83,7 +83,7 @@ protected:
         return GetParam() == TokenOperation::rsaSign ? signatureOf(CKM_RSA_PKCS, hash, 256) : hash;
     }
 
-    // What the application receives, which is more than the key object returns.
+    // The key's own length, whatever length the token claims.
     std::optional<DWORD> lengthOf(const ExpectedOutcome& expected) const
     {
         const bool hasSigned =

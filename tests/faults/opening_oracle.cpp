@@ -93,8 +93,9 @@ Rule ruleFor(Stage stage, const FaultCase& fault)
     if (changesNothing(stage, fault))
         return {stage, Then::all, Lost::nothing};
     if (thrownInDiscovery(stage, fault)) {
-        const bool framed = stage > Stage::start && stage < Stage::discoveryEnd;
-        return {stage, framed ? Then::endOfDiscovery : Then::none, Lost::opening};
+        // A library that throws at its start may have started, so it is ended too.
+        const bool started = stage >= Stage::start && stage < Stage::discoveryEnd;
+        return {stage, started ? Then::endOfDiscovery : Then::none, Lost::opening};
     }
     return *std::ranges::find(rules, stage, &Rule::stage);
 }

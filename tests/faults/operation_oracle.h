@@ -41,7 +41,7 @@ inline constexpr OperationRow operationRows[] = {
     {TokenOperation::rsaSign, "rsaSign",
      "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
      "C_SignInit C_Sign C_Logout C_CloseSession C_Finalize",
-     "C_Sign", 300, 256, Told::never},
+     "C_Sign", 300, 256, Told::onSuccess},
     {TokenOperation::rsaVerify, "rsaVerify",
      "C_Initialize C_OpenSession C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
      "C_VerifyInit C_Verify C_CloseSession C_Finalize",
@@ -57,7 +57,7 @@ inline constexpr OperationRow operationRows[] = {
     {TokenOperation::ecSign, "ecSign",
      "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
      "C_SignInit C_Sign C_Logout C_CloseSession C_Finalize",
-     "C_Sign", 80, 64, Told::never},
+     "C_Sign", 80, 64, Told::onSuccess},
     {TokenOperation::ecVerify, "ecVerify",
      "C_Initialize C_OpenSession C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
      "C_VerifyInit C_Verify C_CloseSession C_Finalize",

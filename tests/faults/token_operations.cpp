@@ -80,7 +80,8 @@ SECURITY_STATUS TokenOperations::start(const OperationRow& row, Attempt& attempt
     BYTE* output = attempt.output.data();
     switch (row.operation) {
     case TokenOperation::rsaSign:
-        return rsa_.sign(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room, 0, pin_);
+        return rsa_.sign(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room,
+                         &attempt.length, 0, pin_);
     case TokenOperation::rsaVerify:
         return rsa_.verify(&p11_, nullptr, hash_.data(), sizeOf(hash_), rsaSignature_.data(),
                            sizeOf(rsaSignature_), 0);
@@ -91,7 +92,8 @@ SECURITY_STATUS TokenOperations::start(const OperationRow& row, Attempt& attempt
         return rsa_.decrypt(&p11_, nullptr, cipherText_.data(), sizeOf(cipherText_), output,
                             row.room, &attempt.length, BCRYPT_PAD_PKCS1, pin_);
     case TokenOperation::ecSign:
-        return ec_.sign(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room, 0, pin_);
+        return ec_.sign(&p11_, nullptr, hash_.data(), sizeOf(hash_), output, row.room,
+                        &attempt.length, 0, pin_);
     case TokenOperation::ecVerify:
         return ec_.verify(&p11_, nullptr, hash_.data(), sizeOf(hash_), ecSignature_.data(),
                           sizeOf(ecSignature_), 0);

@@ -46,8 +46,6 @@ Item readItem(Input& input)
 
 ParameterKind expectedKind(const Item& item, bool useHmacKdf)
 {
-    if (item.null && item.size > 0)
-        return ParameterKind::unreadable;
     constexpr ParameterKind kinds[] = {ParameterKind::hashName, ParameterKind::prepend,
                                        ParameterKind::append, ParameterKind::hmacKey};
     if (item.type >= std::size(kinds))
@@ -63,7 +61,7 @@ std::wstring expectedText(std::span<const unsigned char> bytes)
     std::wstring text;
     for (size_t i = 0; i + sizeof(wchar_t) <= bytes.size(); i += sizeof(wchar_t)) {
         const uint32_t c = numberAt(bytes, i);
-        if (c == 0)
+        if (c == 0 || text.size() == 64)
             break;
         text.push_back(static_cast<wchar_t>(c));
     }

@@ -49,11 +49,15 @@ TEST(ParameterKind, IsTheBuffersType)
     EXPECT_EQ(ParameterKind::misplacedHmacKey, kind(3, false));
 }
 
-TEST(ParameterKind, ANullPointerWithASizeIsUnreadableForAnyType)
+TEST(ParameterKind, ANullPointerWithASizeHasTheKindOfItsTypeAndChangesNothing)
 {
-    for (const uint32_t type : {0U, 1U, 3U, 9U})
-        EXPECT_EQ(ParameterKind::unreadable, parameterKind({1, type, nullptr}, false)) << type;
-    EXPECT_EQ(ParameterKind::prepend, parameterKind({0, bufferTypePrepend, nullptr}, false));
+    const ParameterBuffer unreadable{1, bufferTypePrepend, nullptr};
+    EXPECT_EQ(ParameterKind::prepend, parameterKind(unreadable, false));
+    EXPECT_FALSE(unreadable.readable());
+    EXPECT_TRUE((ParameterBuffer{0, bufferTypePrepend, nullptr}).readable());
+    DerivationParameters parameters;
+    takeParameter(ParameterKind::prepend, unreadable, parameters);
+    EXPECT_TRUE(parameters.prepend.empty());
 }
 
 TEST(DerivationParameters, ItemsAddUpAndTheLastKeyHolds)
@@ -85,6 +89,19 @@ TEST(DerivationParameters, TheHashNameEndsAtItsTerminatorOrWithTheBuffer)
     EXPECT_EQ(L"SHA256", hashName(terminated, 6 * character));
     EXPECT_EQ(L"SHA25", hashName(terminated, 6 * character - 1));
     EXPECT_EQ(L"", hashName(terminated, character - 1));
+}
+
+TEST(DerivationParameters, AnAbsurdSizeOfAHashNameReadsAndTakesNoMore)
+{
+    const auto nameAt = [](const wchar_t* characters) {
+        DerivationParameters parameters;
+        takeParameter(ParameterKind::hashName, {0xFFFFFFFE, bufferTypeHashAlgorithm, characters},
+                      parameters);
+        return parameters.hashName;
+    };
+    EXPECT_EQ(L"SHA256", nameAt(L"SHA256"));
+    const std::wstring endless(65, L'S');
+    EXPECT_EQ(endless.substr(1), nameAt(endless.c_str()));
 }
 
 }  // namespace

@@ -6,36 +6,6 @@
 
 namespace NV {
 
-// Does the work in run, or in the destructor if run was not called. The destructor ignores
-// exceptions of the work, because it then usually runs while another exception unwinds.
-template <typename Work>
-class ScopeExit {
-public:
-    explicit ScopeExit(Work work) : work_(std::move(work)) {}
-    ~ScopeExit()
-    {
-        if (done_)
-            return;
-        try {
-            work_();
-        } catch (...) {
-            // The exception that ends the scope is the one to report.
-        }
-    }
-    ScopeExit(const ScopeExit&) = delete;
-    ScopeExit& operator=(const ScopeExit&) = delete;
-
-    void run()
-    {
-        done_ = true;
-        work_();
-    }
-
-private:
-    Work work_;
-    bool done_ = false;
-};
-
 // Runs clean-up, mostly in a destructor, and swallows what it throws: an error of the log must not end
 // the process.
 template <typename Work>
@@ -47,5 +17,40 @@ void quietly(Work&& work) noexcept
         // The log itself has failed, so there is nowhere to report this.
     }
 }
+
+// Does the work at the end of the scope, on every way out, and ignores exceptions of the work: the
+// one that ends the scope is the one to report.
+template <typename Work>
+class ScopeExit {
+public:
+    explicit ScopeExit(Work work) : work_(std::move(work)) {}
+    ~ScopeExit() { quietly(work_); }
+    ScopeExit(const ScopeExit&) = delete;
+    ScopeExit& operator=(const ScopeExit&) = delete;
+
+private:
+    Work work_;
+};
+
+// Undoes something at the end of the scope unless commit was called: for what must not stay when a
+// later step throws.
+template <typename Work>
+class Undo {
+public:
+    explicit Undo(Work work) : work_(std::move(work)) {}
+    ~Undo()
+    {
+        if (!committed_)
+            quietly(work_);
+    }
+    Undo(const Undo&) = delete;
+    Undo& operator=(const Undo&) = delete;
+
+    void commit() { committed_ = true; }
+
+private:
+    Work work_;
+    bool committed_ = false;
+};
 
 }  // namespace NV

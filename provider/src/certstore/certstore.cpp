@@ -16,7 +16,6 @@ namespace NV {
 
 namespace {
 
-constexpr CK_ULONG maxCertificates = 1024;
 constexpr DWORD anyEncoding = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
 // CERT_SUBJECT_PUB_KEY_BIT_LENGTH_PROP_ID, which MinGW-w64 does not declare.
 constexpr DWORD bitLengthProperty = 92;
@@ -98,13 +97,11 @@ P11CertObject::ByHandle P11CertObject::FindCertificates(Pkcs11& p11, const P11Sl
     constexpr CK_CERTIFICATE_TYPE certificateType = CKC_X_509;
     std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
                          attribute(CKA_CERTIFICATE_TYPE, &certificateType, sizeof certificateType)};
-    std::vector<CK_OBJECT_HANDLE> handles(maxCertificates);
-    CK_ULONG count = 0;
+    std::vector<CK_OBJECT_HANDLE> handles;
     if (p11.C_FindObjectsInit(session, search.data(), search.size()) != CKR_OK ||
-        p11.C_FindObjects(session, handles.data(), maxCertificates, &count) != CKR_OK) {
+        findObjects(p11, session, handles) != CKR_OK) {
         return trace.leaving(std::move(found));
     }
-    handles.resize(std::min(count, maxCertificates));
     NV_DBG("Found %d Objects", static_cast<int>(handles.size()));
     for (const CK_OBJECT_HANDLE handle : handles) {
         auto certificate = std::make_unique<P11CertObject>();
@@ -232,18 +229,18 @@ bool CertStore::loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::ws
         return trace.leaving(false);
     }
     CK_SESSION_HANDLE session = 0;
+    const ScopeExit giveBack([&] { p11.giveBackSession(); });
     if (p11.C_OpenSession(slot->id(), CKF_SERIAL_SESSION, nullptr, nullptr, &session) != CKR_OK) {
         NV_ERR("Failed C_OpenSession()");
         return trace.leaving(false);
     }
-    ScopeExit close([&] { p11.C_CloseSession(session); });
     for (auto& [handle, certificate] : P11CertObject::FindCertificates(p11, *slot, session)) {
         const std::wstring keyName = certificate->keyName();
         const std::string base64 = certificate->certificate();
         certificates_.try_emplace(keyName, std::move(certificate));
         P11CertObject::AddToLocalStore(providerName, keyName, base64);
     }
-    close.run();
+    p11.C_CloseSession(session);
     return trace.leaving(true);
 }
 

@@ -154,19 +154,25 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
 }
 
 template <typename Key>
-NCRYPT_KEY_HANDLE KeyStore::fileClone(const P11KeyObject& source)
+NCRYPT_KEY_HANDLE KeyStore::fileClone(const Site& open, const P11KeyObject& source,
+                                      const char* success)
 {
     auto clone = std::make_unique<Key>(static_cast<const Key&>(source));
     const NCRYPT_KEY_HANDLE handle = handleOf(*clone);
+    // Filed only after the line: a clone that cannot be reported must not stay.
+    NV_UNDER(TRC, open, "%s [%p]", success, asPointer(handle));
     // A close of this address may have left an entry without a key.
-    openedKeys_[handle] = std::move(clone);
+    std::unique_ptr<P11KeyObject>& entry = openedKeys_[handle];
+    entry = std::move(clone);
+    entry->setEmptiesValues(true);
     return handle;
 }
 
 NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
 {
     const std::lock_guard guard(lock_);
-    const Trace trace(NV_HERE);
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
     NV_TRC("Try to find [%s] from managed keys", toUtf8(name).c_str());
     auto place = placeOf(name);
     // Compat: an unknown name leaves an entry without a key behind, which counts in enumerations.
@@ -178,12 +184,10 @@ NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
         NV_ERR("Failed to open the key because Not Found KeyId = %s", toUtf8(name).c_str());
     } else if (key->algorithm() == "RSA") {
         NV_TRC("Found RSA key, Try to clone the key");
-        handle = fileClone<P11RSAKeyObject>(*key);
-        NV_TRC("Clone the RSAkey as [%p]", asPointer(handle));
+        handle = fileClone<P11RSAKeyObject>(here, *key, "Clone the RSAkey as");
     } else if (key->algorithm() == "ECDSA") {
         NV_TRC("Found ECDSA key, Try to clone the key");
-        handle = fileClone<P11ECKeyObject>(*key);
-        NV_TRC("Clone the ECkey as [%p]", asPointer(handle));
+        handle = fileClone<P11ECKeyObject>(here, *key, "Clone the ECkey as");
     } else {
         NV_ERR("Failed to copy the key");
     }
@@ -197,15 +201,27 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     const bool imported = ephemeralKeys_.contains(handle);
     ByHandle& keys = imported ? ephemeralKeys_ : openedKeys_;
     // Compat: an unknown handle leaves an entry without a key behind, as in open.
-    const P11KeyObject* key = keys[handle].get();
+    std::unique_ptr<P11KeyObject> key = std::move(keys[handle]);
     const bool found = key != nullptr;
     if (found) {
-        NV_DBG("Found Key %s,", toUtf8(key->keyId()).c_str());
+        // Deleted also when the line cannot be written.
         keys.erase(handle);
+        NV_DBG("Found Key %s,", toUtf8(key->keyId()).c_str());
+        key.reset();
     } else {
         NV_ERR("Not Found Key by %p", asPointer(handle));
     }
     return trace.leaving(found);
+}
+
+void KeyStore::discard(NCRYPT_KEY_HANDLE handle)
+{
+    const std::lock_guard guard(lock_);
+    const auto entry = openedKeys_.find(handle);
+    if (entry == openedKeys_.end())
+        return;
+    entry->second->setEmptiesValues(false);
+    openedKeys_.erase(entry);
 }
 
 P11KeyObject* KeyStore::findOpened(NCRYPT_KEY_HANDLE handle)

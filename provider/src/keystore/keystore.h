@@ -68,6 +68,10 @@ public:
     // Deletes a clone or an imported key. False when the handle is neither.
     bool close(NCRYPT_KEY_HANDLE handle);
 
+    // Deletes a clone that the application never gets, as if it had not been made. Writes no line
+    // about it.
+    void discard(NCRYPT_KEY_HANDLE handle);
+
     // The clone behind a handle, null for any other handle.
     P11KeyObject* findOpened(NCRYPT_KEY_HANDLE handle);
     // The clone or the imported public key behind a handle, null for any other handle.
@@ -93,7 +97,8 @@ private:
         NV_REQUIRES(lock_);
 
     template <typename Key>
-    NCRYPT_KEY_HANDLE fileClone(const P11KeyObject& source) NV_REQUIRES(lock_);
+    NCRYPT_KEY_HANDLE fileClone(const Site& open, const P11KeyObject& source, const char* success)
+        NV_REQUIRES(lock_);
 
     Mutex lock_{LockRank::keyStore};
     std::vector<ManagedKey> managedKeys_ NV_GUARDED_BY(lock_);  // in name order, without duplicates

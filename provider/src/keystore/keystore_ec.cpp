@@ -80,6 +80,20 @@ Bytes P11ECKeyObject::getPubkeyBlob() const
     return trace.leaving(std::move(blob));
 }
 
+DWORD P11ECKeyObject::signatureLength() const
+{
+    const size_t bits = keyLength();
+    if (bits != 0)
+        return static_cast<DWORD>((bits + 7) / 8 * 2);
+    // r and s have the size of the coordinates, unless the curve is an exotic one.
+    const Bytes point = base64Decode(publicKey());
+    constexpr unsigned char uncompressed = 4;
+    if (point.empty())
+        return 0;
+    const size_t rest = point.size() - 1;
+    return static_cast<DWORD>(point.front() == uncompressed ? rest : 2 * rest);
+}
+
 OwnedMechanism P11ECKeyObject::mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const
 {
     Trace trace(NV_HERE);
@@ -96,16 +110,18 @@ OwnedMechanism P11ECKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwF
 
 SECURITY_STATUS P11ECKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                      DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
-                                     DWORD dwFlags, const SecretBytes& pin)
+                                     DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
 {
     const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
                              pbSignature, cbSignature,  dwFlags};
     // Compat: the finalize step has the number 5 again; people search logs for it.
-    return signOnToken(NV_HERE, *this, CKK_EC, call, pin, {.logout = 5, .close = 6, .finalize = 5},
-                       [&] {
-                           return SignInput{mechanismSignature(pPaddingInfo, dwFlags),
-                                            Bytes(pbHashValue, pbHashValue + cbHashValue)};
-                       });
+    return signOnToken(
+        NV_HERE, *this, CKK_EC, call, pin, {.logout = 5, .close = 6, .finalize = 5},
+        [&] {
+            return SignInput{mechanismSignature(pPaddingInfo, dwFlags),
+                             Bytes(pbHashValue, pbHashValue + cbHashValue)};
+        },
+        pcbResult);
 }
 
 SECURITY_STATUS P11ECKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,

@@ -32,7 +32,7 @@ public:
 
     // The signature is r followed by s, the format of both PKCS#11 and CNG.
     SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
-                         PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags,
+                         PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags,
                          const SecretBytes& pin) override;
     SECURITY_STATUS verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                            PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) override;
@@ -47,8 +47,8 @@ public:
                                     NCRYPT_SECRET_HANDLE* phAgreedSecret,
                                     const SecretBytes& pin) override;
 
-    // Twice the coordinate size.
-    DWORD signatureLength() const override { return (keyLength() + 7) / 8 * 2; }
+    // Twice the coordinate size: by the key length, or by the public point if that is not known.
+    DWORD signatureLength() const override;
 
     // Splits an uncompressed point (SEC 1, 2.3.3) by the key length. The result is empty unless the
     // bytes begin with 04, contain both coordinates, and CNG has a curve of the key length.

@@ -14,28 +14,40 @@ P11KeyObject::P11KeyObject() : stamp_(creationStamp())
     trace.leave();
 }
 
-P11KeyObject::P11KeyObject(const P11KeyObject& source)
+P11KeyObject::P11KeyObject(const P11KeyObject& source, WithoutProperties)
     : P11Object(source), stamp_(creationStamp()), slotId_(source.slotId_), keyId_(source.keyId_),
       algorithm_(source.algorithm_), publicKey_(source.publicKey_),
-      algorithmOid_(source.algorithmOid_), keyLength_(source.keyLength_)
+      algorithmOid_(source.algorithmOid_), keyLength_(source.keyLength_), emptiesValues_(false)
+{
+}
+
+// Delegates, so that the destructor runs when the copying throws.
+P11KeyObject::P11KeyObject(const P11KeyObject& source) : P11KeyObject(source, WithoutProperties{})
 {
     const Trace trace(NV_HERE);
     NV_TRC("Copy all the members");
     if (!source.properties_.empty()) {
         NV_TRC("Copy all the properties (%d)", static_cast<int>(source.properties_.size()));
-        for (const auto& [name, property] : source.properties_)
-            properties_.emplace(name, std::make_shared<Property>(*property));
+        for (const auto& [name, property] : source.properties_) {
+            // The entry first: a copy that cannot be filed would empty the value.
+            const auto entry = properties_.try_emplace(name).first;
+            entry->second = std::make_shared<Property>(*property);
+        }
     }
     trace.leave();
 }
 
 P11KeyObject::~P11KeyObject()
 {
-    quietly([this] {
-        const Trace trace(NV_HERE);
-        properties_.clear();
-        trace.leave();
-    });
+    const Trace trace = Trace::ofCleanUp(NV_HERE);
+    if (!emptiesValues_) {
+        for (const auto& [name, property] : properties_) {
+            if (property != nullptr)
+                property->abandon();
+        }
+    }
+    properties_.clear();
+    trace.leave();
 }
 
 void P11KeyObject::addProperty(const std::wstring& name, const void* data, int32_t size)

@@ -31,10 +31,15 @@ public:
     using Properties = std::map<std::wstring, std::shared_ptr<Property>>;
 
     P11KeyObject();
-    // Shares the property values with the source; see Property.
+    // Shares the property values with the source; see Property. Until setEmptiesValues is called, the
+    // copy's destructor does not empty them.
     P11KeyObject(const P11KeyObject& source);
     P11KeyObject& operator=(const P11KeyObject&) = delete;
     ~P11KeyObject() override;
+
+    // Whether the destructor empties the values of the properties. For the key store: true for a copy
+    // that an application gets.
+    void setEmptiesValues(bool empties) { emptiesValues_ = empties; }
 
     // CNG's public key blob for the type of the key. Empty when the public key is malformed.
     virtual Bytes getPubkeyBlob() const = 0;
@@ -42,9 +47,10 @@ public:
     virtual OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
     virtual OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
 
+    // *pcbResult is the length that the token gave; written on success only.
     virtual SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                  DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
-                                 DWORD dwFlags, const SecretBytes& pin) = 0;
+                                 DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin) = 0;
     // A signature that does not verify is a failure like any other.
     virtual SECURITY_STATUS verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                    DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
@@ -60,7 +66,7 @@ public:
                                             NCRYPT_SECRET_HANDLE* phAgreedSecret,
                                             const SecretBytes& pin) = 0;
 
-    // Length of a signature in bytes.
+    // Length of a signature in bytes; 0 if it is not known.
     virtual DWORD signatureLength() const = 0;
 
     // Adds a property of type 0 with a copy of the bytes. A name that already exists keeps its first
@@ -94,6 +100,9 @@ protected:
     void setAlgorithm(std::string algorithm) { algorithm_ = std::move(algorithm); }
 
 private:
+    struct WithoutProperties {};
+    P11KeyObject(const P11KeyObject& source, WithoutProperties);
+
     uint32_t stamp_;
     CK_SLOT_ID slotId_ = 0;
     std::wstring keyId_;
@@ -102,6 +111,7 @@ private:
     std::wstring algorithmOid_;
     uint32_t keyLength_ = 0;
     Properties properties_;
+    bool emptiesValues_ = true;
 };
 
 }  // namespace NV

@@ -188,12 +188,13 @@ OwnedMechanism P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dw
 
 SECURITY_STATUS P11RSAKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                       DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
-                                      DWORD dwFlags, const SecretBytes& pin)
+                                      DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
 {
     const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
                              pbSignature, cbSignature,  dwFlags};
-    return signOnToken(NV_HERE, *this, CKK_RSA, call, pin, {.logout = 5, .close = 6, .finalize = 7},
-                       [&] { return signInput(*this, call); });
+    return signOnToken(
+        NV_HERE, *this, CKK_RSA, call, pin, {.logout = 5, .close = 6, .finalize = 7},
+        [&] { return signInput(*this, call); }, pcbResult);
 }
 
 SECURITY_STATUS P11RSAKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,

@@ -24,7 +24,7 @@ public:
     OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
 
     SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
-                         PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags,
+                         PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags,
                          const SecretBytes& pin) override;
     SECURITY_STATUS verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                            PBYTE pbSignature, DWORD cbSignature, DWORD dwFlags) override;

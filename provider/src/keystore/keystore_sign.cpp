@@ -6,18 +6,21 @@ namespace NV {
 
 namespace {
 
-void sign(TokenSequence& token, const Site& operation, const SignatureCall& call, SignInput input)
+// Returns the length that the token reported, limited to the buffer. 0 after a failure, which is
+// logged.
+CK_ULONG sign(TokenSequence& token, const Site& operation, const SignatureCall& call,
+              SignInput input)
 {
     if (!token.check(call.p11->C_SignInit(token.session(), input.mechanism.get(), token.key()),
                      "Failed to initialize Sign Process "))
-        return;
+        return 0;
     NV_UNDER(TRC, operation, "Success to initialize sign process");
     CK_ULONG length = call.cbSignature;
     const CK_RV rv =
         call.p11->C_Sign(token.session(), input.data.data(),
                          static_cast<CK_ULONG>(input.data.size()), call.pbSignature, &length);
     if (!token.check(rv, "Failed to sign Process "))
-        return;
+        return 0;
     length = lengthWithin(call.pbSignature, call.cbSignature, length);
     NV_UNDER(TRC, operation, "Success to sign data %d(bytes) for Signature",
              static_cast<int>(length));
@@ -25,6 +28,7 @@ void sign(TokenSequence& token, const Site& operation, const SignatureCall& call
              hexEncode(call.pbHashValue, static_cast<int>(call.cbHashValue)).c_str());
     NV_UNDER(TRC, operation, "pbSignature = %s",
              hexEncode(call.pbSignature, static_cast<int>(length)).c_str());
+    return length;
 }
 
 void verify(TokenSequence& token, const Site& operation, const SignatureCall& call,
@@ -45,17 +49,21 @@ void verify(TokenSequence& token, const Site& operation, const SignatureCall& ca
 SECURITY_STATUS signOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,
                             const SignatureCall& call, const SecretBytes& pin,
                             const TokenSequence::CleanUp& cleanUp,
-                            const std::function<SignInput()>& input)
+                            const std::function<SignInput()>& input, DWORD* pcbResult)
 {
     Trace trace(operation);
     logArguments(trace, call, &pin);
+    CK_ULONG length = 0;
     TokenSequence token(*call.p11, key.slotId(), operation);
     if (token.initialize() && token.openSession() && token.login(pin) &&
         token.findKey(3, CKO_PRIVATE_KEY, keyType, key.tokenId())) {
         NV_UNDER(TRC, operation, "4) Try to sign the given hash by private key");
-        sign(token, operation, call, input());
+        length = sign(token, operation, call, input());
     }
-    return trace.leaving(token.finish(cleanUp));
+    const SECURITY_STATUS status = token.finish(cleanUp);
+    if (status == ERROR_SUCCESS)
+        *pcbResult = length;
+    return trace.leaving(status);
 }
 
 SECURITY_STATUS verifyOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,

@@ -24,11 +24,12 @@ struct SignInput {
 
 // The whole operation, from ENTER to LEAVE, under the operation's name. ERROR_SUCCESS, or
 // NTE_INTERNAL_ERROR for anything that fails on the token. `input` is called after the private key
-// is found.
+// is found. *pcbResult is the length that the token gave, at most the buffer's size; written on
+// success only.
 SECURITY_STATUS signOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,
                             const SignatureCall& call, const SecretBytes& pin,
                             const TokenSequence::CleanUp& cleanUp,
-                            const std::function<SignInput()>& input);
+                            const std::function<SignInput()>& input, DWORD* pcbResult);
 
 // The same for verifying the hash as it is, with the key's mechanismSignature.
 SECURITY_STATUS verifyOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,

@@ -10,12 +10,6 @@
 
 namespace NV {
 
-namespace {
-
-constexpr CK_ULONG maxFoundObjects = 1024;
-
-}  // namespace
-
 // What the log says about a search for a key.
 struct TokenSequence::KeyTexts {
     const char* search;
@@ -44,14 +38,7 @@ TokenSequence::TokenSequence(Pkcs11& p11, CK_SLOT_ID slotId, const Site& operati
 
 TokenSequence::~TokenSequence()
 {
-    // Without the wrappers: when the log fails, they do not reach the library.
-    if (loggedIn_)
-        p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_Logout; }, session_);
-    if (opened_)
-        p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_CloseSession; },
-                          session_);
-    if (initialized_)
-        p11_.callUntraced([](const CK_FUNCTION_LIST& list) { return list.C_Finalize; }, nullptr);
+    p11_.giveBack();
 }
 
 bool TokenSequence::check(CK_RV rv, std::string_view failure)
@@ -77,8 +64,6 @@ bool TokenSequence::initialize()
 bool TokenSequence::openSession(const char* heading)
 {
     NV_UNDER(TRC, operation_, "%s", heading);
-    // A wrapper that throws may still have opened the session; the same applies in login.
-    opened_ = true;
     opened_ = check(p11_.C_OpenSession(slotId_, CKF_SERIAL_SESSION, nullptr, nullptr, &session_),
                     "Failed to open session ");
     if (opened_)
@@ -91,7 +76,6 @@ bool TokenSequence::login(const SecretBytes& pin)
     NV_UNDER(TRC, operation_, "2) Try to login the token ");
     // A private copy, because PKCS#11 takes the PIN by a pointer to non-const.
     SecretBytes copy(pin);
-    loggedIn_ = true;
     loggedIn_ =
         check(p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
               "Failed to login the token ");
@@ -118,12 +102,9 @@ bool TokenSequence::findKey(int step, CK_OBJECT_CLASS objectClass, CK_KEY_TYPE k
 // Compat: a search that failed or found nothing is not finalized.
 bool TokenSequence::findFirst(const KeyTexts& texts)
 {
-    std::vector<CK_OBJECT_HANDLE> found(maxFoundObjects);
-    CK_ULONG count = 0;
-    if (!check(p11_.C_FindObjects(session_, found.data(), maxFoundObjects, &count),
-               "Failed to find Object "))
+    std::vector<CK_OBJECT_HANDLE> found;
+    if (!check(findObjects(p11_, session_, found), "Failed to find Object "))
         return false;
-    found.resize(std::min(count, maxFoundObjects));
     NV_UNDER(DBG, operation_, "Success to Found %d Object (must be 1)",
              static_cast<int>(found.size()));
     if (found.empty()) {
@@ -141,13 +122,11 @@ bool TokenSequence::findFirst(const KeyTexts& texts)
     return true;
 }
 
-// A step is not repeated in the destructor after its wrapper has returned.
 SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
 {
     if (loggedIn_) {
         NV_UNDER(TRC, operation_, "%d) Try to logout the token ", steps.logout);
         const CK_RV rv = p11_.C_Logout(session_);
-        loggedIn_ = false;
         if (check(rv, "Failed to logout the token "))
             NV_UNDER(TRC, operation_, "Success to logout the token");
     }
@@ -155,14 +134,14 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
         NV_UNDER(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
                  asPointer(session_));
         const CK_RV rv = p11_.C_CloseSession(session_);
-        opened_ = false;
         if (check(rv, "Failed to close session "))
             NV_UNDER(TRC, operation_, "Success to close session");
     }
+    // A session that its wrapper could not report, or not close.
+    p11_.giveBackSession();
     if (initialized_) {
         NV_UNDER(TRC, operation_, "%d) Try to finalize", steps.finalize);
         const CK_RV rv = p11_.C_Finalize(nullptr);
-        initialized_ = false;
         check(rv, "Failed C_Finalize ");
     }
     return status_;

@@ -31,13 +31,13 @@ public:
     };
 
     TokenSequence(Pkcs11& p11, CK_SLOT_ID slotId, const Site& operation);
-    // Undoes the steps if an exception prevented the call of finish.
+    // Undoes the steps if an exception prevented the call of finish, or the end of it.
     ~TokenSequence();
     TokenSequence(const TokenSequence&) = delete;
     TokenSequence& operator=(const TokenSequence&) = delete;
 
     // "0) Try to initialize". If another part of the process has initialized the library, the step
-    // succeeds and finish leaves the library initialized.
+    // succeeds and the library stays initialized at the end.
     bool initialize();
     // A serial session, read-only, without callback.
     bool openSession(const char* heading = "1) Try to open a new session ");

@@ -34,7 +34,8 @@ Property::Property(const Property& source)
 
 Property::~Property()
 {
-    _data->clear();
+    if (_data != nullptr)
+        _data->clear();
 }
 
 }  // namespace NV

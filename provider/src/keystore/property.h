@@ -22,6 +22,9 @@ public:
     Property& operator=(const Property&) = delete;
     virtual ~Property();
 
+    // Gives up the value without emptying it. Only the destructor may follow.
+    void abandon() { _data.reset(); }
+
     const std::wstring& name() const { return _id; }
     uint32_t type() const { return _type; }
     const std::vector<unsigned char>& value() const { return *_data; }

@@ -68,29 +68,39 @@ Trace::Trace(const Site& site) : site_(site)
     NV_LINE(TRC, site_, site.file, site.line, "ENTER");
 }
 
-void Trace::leave(int line, const char* path) const
+Trace Trace::ofCleanUp(const Site& site) noexcept
 {
-    NV_LINE(TRC, site_, baseName(path), line, "LEAVE");
+    quietly([&] { NV_LINE(TRC, site, site.file, site.line, "ENTER"); });
+    return {site, Silent{}};
 }
 
-bool Trace::leave(bool result, int line, const char* path) const
+void Trace::leave(int line, const char* path) const noexcept
 {
-    NV_LINE(TRC, site_, baseName(path), line, "LEAVE(%d)", result ? 1 : 0);
+    quietly([&] { NV_LINE(TRC, site_, baseName(path), line, "LEAVE"); });
+}
+
+bool Trace::leave(bool result, int line, const char* path) const noexcept
+{
+    quietly([&] { NV_LINE(TRC, site_, baseName(path), line, "LEAVE(%d)", result ? 1 : 0); });
     return result;
 }
 
-int32_t Trace::end(int32_t status, int line, const char* path) const
+int32_t Trace::end(int32_t status, int line, const char* path) const noexcept
 {
-    NV_LINE(TRC, site_, baseName(path), line, "STATUS=0x%x, ELAPSED:%.3f(ms)",
-            static_cast<unsigned>(status), clock_.milliseconds());
+    quietly([&] {
+        NV_LINE(TRC, site_, baseName(path), line, "STATUS=0x%x, ELAPSED:%.3f(ms)",
+                static_cast<unsigned>(status), clock_.milliseconds());
+    });
     leave(line, path);
     return status;
 }
 
-bool Trace::endWithResult(bool result, int line, const char* path) const
+bool Trace::endWithResult(bool result, int line, const char* path) const noexcept
 {
-    NV_LINE(TRC, site_, baseName(path), line, "RESULT=%d, ELAPSED:%.3f(ms)", result ? 1 : 0,
-            clock_.milliseconds());
+    quietly([&] {
+        NV_LINE(TRC, site_, baseName(path), line, "RESULT=%d, ELAPSED:%.3f(ms)", result ? 1 : 0,
+                clock_.milliseconds());
+    });
     leave(line, path);
     return result;
 }

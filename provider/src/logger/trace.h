@@ -12,6 +12,7 @@
 #include <optional>
 #include <type_traits>
 
+#include "base/scope_exit.h"
 #include "logger/logger.h"
 
 namespace NV {
@@ -92,6 +93,10 @@ consteval Site makeSite(const char* prettyFunction, const char* path, int line)
 #define NV_INF(...) NV_LOG(INF, __VA_ARGS__)
 #define NV_DBG(...) NV_LOG(DBG, __VA_ARGS__)
 #define NV_TRC(...) NV_LOG(TRC, __VA_ARGS__)
+
+// The same for clean-up: what the log throws is dropped, so that the work goes on.
+#define NV_CLEAN_UP(level, operation, ...)                                                         \
+    NV::quietly([&] { NV_UNDER(level, operation, __VA_ARGS__); })
 
 // Handles are numbers that the log shows as pointers.
 inline const void* asPointer(uintptr_t handle)
@@ -222,9 +227,15 @@ private:
 // One run of a function. The constructor writes ENTER. Call exactly one of the end functions on
 // each way out. There is no destructor, because an exception that leaves the function must write
 // nothing: the log then shows ENTER without LEAVE.
+//
+// The end functions do not throw. The work is done by then, and the caller must get its result: a
+// last line that cannot be written is dropped.
 class Trace {
 public:
     explicit Trace(const Site& site);
+
+    // The same without an exception: for clean-up, which an error of the log must not stop.
+    static Trace ofCleanUp(const Site& site) noexcept;
 
     // Writes a line for each argument: trace.arguments(pointer("phKey", phKey), ...). Indexes
     // continue from one call to the next. A line that is not written also counts.
@@ -241,10 +252,11 @@ public:
     void startClock() { clock_ = Stopwatch(); }
 
     // "LEAVE".
-    void leave(int line = __builtin_LINE(), const char* path = __builtin_FILE()) const;
+    void leave(int line = __builtin_LINE(), const char* path = __builtin_FILE()) const noexcept;
 
     // "LEAVE(1)", with the result of a step. Returns it.
-    bool leave(bool result, int line = __builtin_LINE(), const char* path = __builtin_FILE()) const;
+    bool leave(bool result, int line = __builtin_LINE(),
+               const char* path = __builtin_FILE()) const noexcept;
 
     // "LEAVE". Returns the value.
     template <typename Value>
@@ -257,13 +269,16 @@ public:
 
     // "STATUS=0x80090027, ELAPSED:0.012(ms)" and "LEAVE". Returns the status, a SECURITY_STATUS.
     int32_t end(int32_t status, int line = __builtin_LINE(),
-                const char* path = __builtin_FILE()) const;
+                const char* path = __builtin_FILE()) const noexcept;
 
     // "RESULT=1, ELAPSED:0.012(ms)" and "LEAVE". Returns the result.
     bool endWithResult(bool result, int line = __builtin_LINE(),
-                       const char* path = __builtin_FILE()) const;
+                       const char* path = __builtin_FILE()) const noexcept;
 
 private:
+    struct Silent {};
+    Trace(const Site& site, Silent) noexcept : site_(site) {}
+
     Site site_;
     int argument_ = 0;
     Stopwatch clock_;

@@ -4,8 +4,10 @@
 #include "nvvtoken/nvvtoken.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <cwchar>
+#include <span>
 #include <string_view>
 #include <utility>
 
@@ -29,6 +31,47 @@ constexpr DWORD maxPropertySize = INT32_MAX;
 constexpr uint32_t textProperty = 1;
 constexpr uint32_t binaryProperty = 3;
 
+// The algorithms of one kind of operation.
+struct AlgorithmGroup {
+    DWORD operation;
+    const std::vector<const wchar_t*>& names;
+    DWORD interfaceNumber;
+};
+
+size_t algorithmCount(std::span<const AlgorithmGroup> groups, DWORD dwAlgOperations)
+{
+    size_t count = 0;
+    for (const AlgorithmGroup& group : groups)
+        count += (dwAlgOperations & group.operation) != 0 ? group.names.size() : 0;
+    return count;
+}
+
+// One block with `count` records, and a block for each name. Null if there is no memory.
+HeapBlock<NCryptAlgorithmName> algorithmRecords(std::span<const AlgorithmGroup> groups,
+                                                DWORD dwAlgOperations, size_t count)
+{
+    auto records = allocateOnHeap<NCryptAlgorithmName>(count * sizeof(NCryptAlgorithmName));
+    NCryptAlgorithmName* end = records.get();
+    Undo freeNames([&] {
+        for (const NCryptAlgorithmName& record : std::span(records.get(), end))
+            std::free(record.pszName);
+    });
+    for (const AlgorithmGroup& group : groups) {
+        if ((dwAlgOperations & group.operation) == 0 || records == nullptr)
+            continue;
+        for (const wchar_t* name : group.names) {
+            auto copy = copyToHeap(name);
+            if (copy == nullptr)
+                return nullptr;
+            // Compat: dwClass is the operation's bit and dwAlgOperations the interface number.
+            // FreeBuffer releases the array, but not the names.
+            *end++ = {copy.release(), group.operation, group.interfaceNumber, 0};
+        }
+    }
+    freeNames.commit();
+    return records;
+}
+
 bool contains(const std::vector<const wchar_t*>& names, std::wstring_view name)
 {
     return std::ranges::find(names, name, [](const wchar_t* entry) {
@@ -46,11 +89,9 @@ Provider::Provider() : pkcs11_(std::make_unique<Pkcs11>())
 
 Provider::~Provider()
 {
-    quietly([this] {
-        const Trace trace(NV_HERE);
-        pkcs11_.reset();
-        trace.leave();
-    });
+    const Trace trace = Trace::ofCleanUp(NV_HERE);
+    pkcs11_.reset();
+    trace.leave();
 }
 
 bool Provider::init()
@@ -60,12 +101,12 @@ bool Provider::init()
     const std::lock_guard guard(lock_);
     trace.startClock();
     const std::lock_guard sequence(sequenceLock());
+    const ScopeExit giveBack([this] { pkcs11_->giveBack(); });
     if (!openToken(here))
         return trace.endWithResult(false);
-    ScopeExit finalize([this] { pkcs11_->C_Finalize(nullptr); });
     setDefaultProperties();
     serveFirstActiveSlot(here);
-    finalize.run();
+    pkcs11_->C_Finalize(nullptr);
     return trace.endWithResult(true);
 }
 
@@ -296,14 +337,7 @@ SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCou
 
     if (pdwAlgCount == nullptr || ppAlgList == nullptr || dwAlgOperations == 0)
         return trace.end(NTE_INVALID_PARAMETER);
-    // Compat: in a record, dwClass is the operation's bit and dwAlgOperations the interface number.
-    // FreeBuffer releases the array, but not the names.
-    struct Row {
-        DWORD operation;
-        const AlgorithmNames& names;
-        DWORD interfaceNumber;
-    };
-    const Row rows[] = {
+    const AlgorithmGroup groups[] = {
         {NCRYPT_CIPHER_OPERATION, cipherAlgorithms_, 0},
         {NCRYPT_HASH_OPERATION, hashAlgorithms_, 0},
         {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, asymmetricEncryptionAlgorithms_, 3},
@@ -311,19 +345,13 @@ SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCou
         {NCRYPT_SIGNATURE_OPERATION, signatureAlgorithms_, 5},
         {NCRYPT_RNG_OPERATION, rngAlgorithms_, 0},
     };
-    std::vector<NCryptAlgorithmName> records;
-    for (const Row& row : rows) {
-        if ((dwAlgOperations & row.operation) == 0)
-            continue;
-        for (const wchar_t* name : row.names)
-            records.push_back({copyToHeap(name).release(), row.operation, row.interfaceNumber, 0});
-    }
-    if (!records.empty()) {
-        const size_t size = records.size() * sizeof records.front();
-        auto block = allocateOnHeap<NCryptAlgorithmName>(size);
-        std::memcpy(block.get(), records.data(), size);
-        *pdwAlgCount = static_cast<DWORD>(records.size());
-        *ppAlgList = block.release();
+    const size_t count = algorithmCount(groups, dwAlgOperations);
+    if (count != 0) {
+        auto records = algorithmRecords(groups, dwAlgOperations, count);
+        if (records == nullptr)
+            return trace.end(NTE_NO_MEMORY);
+        *pdwAlgCount = static_cast<DWORD>(count);
+        *ppAlgList = records.release();
     }
     return trace.end(ERROR_SUCCESS);
 }

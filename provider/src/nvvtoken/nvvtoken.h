@@ -143,7 +143,11 @@ private:
     template <typename Work>
     SECURITY_STATUS withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work);
 
-    // Asks for the PIN and runs the work with it, under the sequence lock. Compat: an empty PIN
+    // Runs the work under the sequence lock. NTE_INTERNAL_ERROR if memory runs out in it.
+    template <typename Work>
+    static SECURITY_STATUS onToken(const Work& work);
+
+    // Asks for the PIN and runs the work with it, as onToken does. Compat: an empty PIN
     // skips the work, and the status is 0.
     template <typename Work>
     SECURITY_STATUS withPIN(const Site& site, const Work& work);

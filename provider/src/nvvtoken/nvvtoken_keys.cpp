@@ -6,6 +6,7 @@
 #include <span>
 #include <string_view>
 
+#include "base/scope_exit.h"
 #include "base/text.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
@@ -62,8 +63,10 @@ SECURITY_STATUS Provider::OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
         NV_ERR("Failed to open key");
         return trace.end(NTE_INVALID_HANDLE);
     }
+    Undo discard([&] { keyStore_.discard(handle); });
     NV_TRC("Success to open the key (%p)", asPointer(handle));
     *phKey = handle;
+    discard.commit();
     return trace.end(ERROR_SUCCESS);
 }
 
@@ -102,6 +105,8 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
     HeapBlock<uint32_t> created;
     if (state == nullptr) {
         created = allocateOnHeap<uint32_t>();
+        if (created == nullptr)
+            return trace.end(NTE_NO_MEMORY);
         state = created.get();
         *state = 0;
         // Compat: spelled like this, because people search the log for this text.
@@ -125,8 +130,10 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
     auto name = copyToHeap(key->keyId().c_str());
     auto algorithm = copyToHeap(key->algorithmOid().c_str());
     auto record = allocateOnHeap<NCryptKeyName>();
-    *record = {name.release(), algorithm.release(), 0, 0};
+    if (name == nullptr || algorithm == nullptr || record == nullptr)
+        return trace.end(NTE_NO_MEMORY);
     NV_TRC("Output the list of keys = %d", 1);
+    *record = {name.release(), algorithm.release(), 0, 0};
     *state = index + 1;
     *ppKeyName = record.release();
     *ppEnumState = state;

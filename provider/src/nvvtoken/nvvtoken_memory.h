@@ -6,7 +6,6 @@
 #include <cstdlib>
 #include <cwchar>
 #include <memory>
-#include <new>
 
 namespace NV {
 
@@ -17,22 +16,20 @@ struct HeapFreer {
 template <typename T>
 using HeapBlock = std::unique_ptr<T, HeapFreer>;
 
-// A block of `size` bytes. Throws std::bad_alloc.
+// A block of `size` bytes. Null if there is no memory.
 template <typename T>
 HeapBlock<T> allocateOnHeap(size_t size = sizeof(T))
 {
-    HeapBlock<T> block(static_cast<T*>(std::malloc(size)));
-    if (block == nullptr)
-        throw std::bad_alloc();
-    return block;
+    return HeapBlock<T>(static_cast<T*>(std::malloc(size)));
 }
 
-// A copy of a text, terminator included.
+// A copy of a text, terminator included. Null if there is no memory.
 inline HeapBlock<wchar_t> copyToHeap(const wchar_t* text)
 {
     const size_t length = std::wcslen(text) + 1;
     auto block = allocateOnHeap<wchar_t>(length * sizeof(wchar_t));
-    std::wmemcpy(block.get(), text, length);
+    if (block != nullptr)
+        std::wmemcpy(block.get(), text, length);
     return block;
 }
 

@@ -17,9 +17,18 @@ void addTo(SecretBytes& bytes, const ParameterBuffer& buffer)
 
 void takeHashName(const ParameterBuffer& buffer, DerivationParameters& parameters)
 {
-    std::wstring text(buffer.size / sizeof(wchar_t), L'\0');
-    std::memcpy(text.data(), buffer.bytes, text.size() * sizeof(wchar_t));
-    parameters.hashName = text.substr(0, text.find(L'\0'));
+    // No hash has a longer name, so the memory that a size claims is not taken.
+    constexpr size_t maxLength = 64;
+    const size_t length = std::min(buffer.size / sizeof(wchar_t), maxLength);
+    const auto* bytes = static_cast<const unsigned char*>(buffer.bytes);
+    parameters.hashName.clear();
+    for (size_t i = 0; i < length; ++i) {
+        wchar_t character = L'\0';
+        std::memcpy(&character, bytes + i * sizeof character, sizeof character);
+        if (character == L'\0')
+            break;
+        parameters.hashName.push_back(character);
+    }
 }
 
 void takePrepend(const ParameterBuffer& buffer, DerivationParameters& parameters)
@@ -55,8 +64,6 @@ constexpr KnownParameter knownParameters[] = {
 
 ParameterKind parameterKind(const ParameterBuffer& buffer, bool useHmacKdf)
 {
-    if (buffer.bytes == nullptr && buffer.size != 0)
-        return ParameterKind::unreadable;
     const auto* row = std::ranges::find(knownParameters, buffer.type, &KnownParameter::type);
     if (row == std::end(knownParameters))
         return ParameterKind::unknown;
@@ -69,7 +76,7 @@ void takeParameter(ParameterKind kind, const ParameterBuffer& buffer,
                    DerivationParameters& parameters)
 {
     const auto* row = std::ranges::find(knownParameters, kind, &KnownParameter::kind);
-    if (row != std::end(knownParameters) && buffer.size != 0)
+    if (row != std::end(knownParameters) && buffer.bytes != nullptr && buffer.size != 0)
         row->take(buffer, parameters);
 }
 

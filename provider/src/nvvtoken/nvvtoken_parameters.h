@@ -21,6 +21,9 @@ struct ParameterBuffer {
     uint32_t size;  // bytes
     uint32_t type;
     const void* bytes;
+
+    // False for a null pointer with a size.
+    bool readable() const { return bytes != nullptr || size == 0; }
 };
 
 enum class ParameterKind : uint8_t {
@@ -30,7 +33,6 @@ enum class ParameterKind : uint8_t {
     hmacKey,
     misplacedHmacKey,  // an HMAC key for a derivation without HMAC
     unknown,
-    unreadable,  // a null pointer with a size
 };
 
 ParameterKind parameterKind(const ParameterBuffer& buffer, bool useHmacKdf);
@@ -45,8 +47,9 @@ struct DerivationParameters {
 
 // Copies the bytes of a buffer whose kind is one of the first four. Several prepend or append items
 // are joined in the order of the list; of several names or keys the last one is used. An empty
-// buffer changes nothing. The name is a text of at most the buffer's size: it may lack its
-// terminator, and it need not be aligned. Throws std::bad_alloc.
+// buffer and a null pointer change nothing. The name is a text of at most the buffer's size: it may
+// lack its terminator, and it need not be aligned. Only the first 64 characters are read. Throws
+// std::bad_alloc.
 void takeParameter(ParameterKind kind, const ParameterBuffer& buffer,
                    DerivationParameters& parameters);
 

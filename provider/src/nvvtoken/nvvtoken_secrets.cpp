@@ -5,6 +5,7 @@
 #include <new>
 #include <span>
 #include <string_view>
+#include <utility>
 
 #include "base/text.h"
 #include "keystore/keystore_hash.h"
@@ -28,9 +29,11 @@ SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool
     switch (kind) {
     case ParameterKind::hashName:
         takeParameter(kind, buffer, parameters);
+        if (!buffer.readable())
+            parameters.hashName.clear();
         NV_UNDER(DBG, site, "Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as [%s]",
                  toUtf8(parameters.hashName).c_str());
-        return ERROR_SUCCESS;
+        return buffer.readable() ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
     case ParameterKind::prepend:
         NV_UNDER(DBG, site, "Using secret prepend item (KDF_SECRET_PREPEND)..");
         break;
@@ -45,9 +48,9 @@ SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool
     case ParameterKind::unknown:
         NV_UNDER(DBG, site, "Unknown NCryptBufferType encountered!!");
         return NTE_INVALID_PARAMETER;
-    case ParameterKind::unreadable:
-        return NTE_INVALID_PARAMETER;
     }
+    if (!buffer.readable())
+        return NTE_INVALID_PARAMETER;
     try {
         takeParameter(kind, buffer, parameters);
     } catch (const std::bad_alloc&) {
@@ -133,8 +136,10 @@ SECURITY_STATUS Provider::agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_
         return status;
     }
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a secret handle is the record's address.
-    SecretList::instance().add(OwnedSecret(reinterpret_cast<AgreedSecret*>(handle)));
+    OwnedSecret secret(reinterpret_cast<AgreedSecret*>(handle));
     NV_UNDER(DBG, site, "SecretAgreement() succeeded, handle =%p", asPointer(handle));
+    // Only now: a secret that cannot be reported must not stay in the list.
+    SecretList::instance().add(std::move(secret));
     *phAgreedSecret = handle;
     return ERROR_SUCCESS;
 }
@@ -179,11 +184,12 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
                asPointer(hSharedSecret));
         return trace.end(NTE_INVALID_HANDLE);
     }
-    const std::lock_guard sequence(sequenceLock());
-    return trace.end(keyStore_.derive(
-        {pkcs11_.get(), slot_ != nullptr ? slot_->id() : 0, hSharedSecret, *secret, pbDerivedKey,
-         cbDerivedKey, pcbResult, *hash, useHmacKdf, secretAsHmacKey ? *secret : parameters.hmacKey,
-         parameters.prepend, parameters.append}));
+    return trace.end(onToken([&] {
+        return keyStore_.derive({pkcs11_.get(), slot_ != nullptr ? slot_->id() : 0, hSharedSecret,
+                                 *secret, pbDerivedKey, cbDerivedKey, pcbResult, *hash, useHmacKdf,
+                                 secretAsHmacKey ? *secret : parameters.hmacKey, parameters.prepend,
+                                 parameters.append});
+    }));
 }
 
 SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)

@@ -109,6 +109,16 @@ void logSilentFlag(const Site& site, DWORD dwFlags)
         NV_UNDER(DBG, site, "NCRYPT_SILENT_FLAG is enabled");
 }
 
+SECURITY_STATUS reportSignatureLength(const Site& site, DWORD length, DWORD* pcbResult)
+{
+    if (length == 0) {
+        NV_UNDER(ERR, site, "The length of the signature is not known");
+        return NTE_INTERNAL_ERROR;
+    }
+    *pcbResult = length;
+    return ERROR_SUCCESS;
+}
+
 }  // namespace
 
 SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue,
@@ -130,17 +140,18 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end(withKey(here, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
-        if (pbSignature == nullptr) {
-            *pcbResult = key.signatureLength();
-            return ERROR_SUCCESS;
-        }
+        if (pbSignature == nullptr)
+            return reportSignatureLength(here, key.signatureLength(), pcbResult);
         return withPIN(here, [&](const SecretBytes& pin) {
+            DWORD length = 0;
             const SECURITY_STATUS status =
                 key.sign(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                         cbSignature, dwFlags, pin);
-            if (status == ERROR_SUCCESS)
-                *pcbResult = key.signatureLength();
-            return status;
+                         cbSignature, &length, dwFlags, pin);
+            if (status != ERROR_SUCCESS)
+                return status;
+            // The token's own length is for a key whose length the certificate does not tell.
+            return reportSignatureLength(
+                here, key.keyLength() != 0 ? key.signatureLength() : length, pcbResult);
         });
     }));
 }
@@ -163,9 +174,10 @@ SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPadding
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end(withKey(here, hKey, [&](P11KeyObject& key) {
-        const std::lock_guard sequence(sequenceLock());
-        return key.verify(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                          cbSignature, dwFlags);
+        return onToken([&] {
+            return key.verify(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
+                              cbSignature, dwFlags);
+        });
     }));
 }
 
@@ -187,9 +199,10 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end(withKey(here, hKey, [&](P11KeyObject& key) {
-        const std::lock_guard sequence(sequenceLock());
-        return key.encrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
-                           pcbResult, dwFlags);
+        return onToken([&] {
+            return key.encrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
+                               pcbResult, dwFlags);
+        });
     }));
 }
 

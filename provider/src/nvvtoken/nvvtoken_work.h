@@ -3,6 +3,7 @@
 #pragma once
 
 #include <mutex>
+#include <new>
 
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
@@ -17,6 +18,17 @@ SECURITY_STATUS Provider::withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, cons
 }
 
 template <typename Work>
+SECURITY_STATUS Provider::onToken(const Work& work)
+{
+    const std::lock_guard sequence(sequenceLock());
+    try {
+        return work();
+    } catch (const std::bad_alloc&) {
+        return NTE_INTERNAL_ERROR;
+    }
+}
+
+template <typename Work>
 SECURITY_STATUS Provider::withPIN(const Site& site, const Work& work)
 {
     SECURITY_STATUS status = ERROR_SUCCESS;
@@ -28,9 +40,8 @@ SECURITY_STATUS Provider::withPIN(const Site& site, const Work& work)
              static_cast<int>(pin.size()));
     if (pin.empty())
         return ERROR_SUCCESS;
-    // Locked only after the dialog has closed: the user may leave it open for any time.
-    const std::lock_guard sequence(sequenceLock());
-    return work(pin);
+    // Only after the dialog has closed: the user may leave it open for any time.
+    return onToken([&] { return work(pin); });
 }
 
 }  // namespace NV

@@ -10,6 +10,8 @@
 
 #include "base/scope_exit.h"
 #include "base/text.h"
+#include "base/writable_memory.h"
+#include "p11/library_use.h"
 #include "p11/p11text.h"
 
 namespace NV {
@@ -50,6 +52,17 @@ unsigned long asLong(CK_ULONG value)
     return value;
 }
 
+// The result of the first call of a list query, which asked for the number of entries. A number that
+// no token has counts as a failed call.
+CK_RV checkedCount(const Site& init, const char* function, CK_RV rv, CK_ULONG count)
+{
+    if (rv != CKR_OK || count <= maxListedEntries)
+        return rv;
+    NV_UNDER(ERR, init, "FAILURE: %s() reports %lu entries, more than %lu", function, asLong(count),
+             asLong(maxListedEntries));
+    return CKR_GENERAL_ERROR;
+}
+
 }  // namespace
 
 P11Mechanism::P11Mechanism(std::string name, CK_MECHANISM_TYPE type, const CK_MECHANISM_INFO& info)
@@ -72,11 +85,9 @@ P11Module::P11Module(std::string path) : path_(std::move(path))
 
 P11Module::~P11Module()
 {
-    quietly([this] {
-        const Trace trace(NV_HERE);
-        P11Module::clean();
-        trace.leave();
-    });
+    const Trace trace = Trace::ofCleanUp(NV_HERE);
+    P11Module::clean();
+    trace.leave();
 }
 
 bool P11Module::load()
@@ -187,6 +198,11 @@ void P11Module::verifyFunctionList(const Site& load)
 void P11Module::repairFunctionList(const Site& load)
 {
     NV_UNDER(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
+    const WritableMemory list(functionList_, sizeof *functionList_);
+    if (!list.writable()) {
+        NV_UNDER(ERR, load, "FAILURE: The function list cannot be written");
+        return;
+    }
 #define NV_ENTRY(name, parameters)                                                                 \
     functionList_->name = exportOf<decltype(CK_FUNCTION_LIST::name)>(library_.get(), #name);
     NV_CK_FUNCTIONS(NV_ENTRY)
@@ -202,7 +218,9 @@ bool P11Module::init()
         NV_ERR("The library is not initialized");
         return trace.leave(false);
     }
-    if (!initializeLibrary(here))
+    LibraryUse use;
+    const ScopeExit giveBack([&] { use.giveBack(*functionList_); });
+    if (!initializeLibrary(here, use))
         return trace.leave(false);
     bool result = false;
     try {
@@ -210,10 +228,10 @@ bool P11Module::init()
     } catch (...) {
         NV_ERR("Caught Exception.");
     }
-    return trace.leave(finalizeLibrary(here) && result);
+    return trace.leave(finalizeLibrary(here, use) && result);
 }
 
-bool P11Module::initializeLibrary(const Site& init)
+bool P11Module::initializeLibrary(const Site& init, LibraryUse& use)
 {
     CK_RV rv = CKR_GENERAL_ERROR;
     try {
@@ -223,7 +241,12 @@ bool P11Module::initializeLibrary(const Site& init)
         NV_UNDER(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
 
         NV_UNDER(TRC, init, "Call C_Initialize():START");
-        rv = present(functionList_->C_Initialize)(nullptr);
+        const auto initialize = present(functionList_->C_Initialize);
+        // Before the call: a library that throws may be initialized.
+        use.initialized();
+        rv = initialize(nullptr);
+        if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED)
+            use.finalized();
         NV_UNDER(TRC, init, "Call C_Initialize():END RV=%s", returnValueText(rv));
     } catch (...) {
         // Compat: misspelled here and in finalizeLibrary; people search logs for it.
@@ -256,11 +279,12 @@ bool P11Module::readLibraryInfo(const Site& init)
 
 bool P11Module::readSlots(const Site& init)
 {
-    const auto getSlotList = present(functionList_->C_GetSlotList);
     CK_ULONG count = 0;
     std::vector<CK_SLOT_ID> ids;
     NV_UNDER(TRC, init, "Call C_GetSlotList():START");
+    const auto getSlotList = present(functionList_->C_GetSlotList);
     CK_RV rv = getSlotList(CK_TRUE, nullptr, &count);
+    rv = checkedCount(init, "C_GetSlotList", rv, count);
     const bool counted = rv == CKR_OK;
     if (counted) {
         ids.resize(count);
@@ -318,11 +342,12 @@ std::unique_ptr<P11Slot> P11Module::readSlot(const Site& init, CK_SLOT_ID slotId
 
 void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slot)
 {
-    const auto getMechanismList = present(functionList_->C_GetMechanismList);
     CK_ULONG count = 0;
     std::vector<CK_MECHANISM_TYPE> types;
     NV_UNDER(TRC, init, "Call C_GetMechanismList():START");
+    const auto getMechanismList = present(functionList_->C_GetMechanismList);
     CK_RV rv = getMechanismList(slotId, nullptr, &count);
+    rv = checkedCount(init, "C_GetMechanismList", rv, count);
     const bool counted = rv == CKR_OK;
     const CK_ULONG announced = count;
     if (counted) {
@@ -350,11 +375,12 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
     }
 }
 
-bool P11Module::finalizeLibrary(const Site& init)
+bool P11Module::finalizeLibrary(const Site& init, LibraryUse& use)
 {
     CK_RV rv = CKR_GENERAL_ERROR;
     try {
         NV_UNDER(TRC, init, "Call C_Finalize():START");
+        use.finalized();
         rv = present(functionList_->C_Finalize)(nullptr);
         NV_UNDER(TRC, init, "Call C_Finalize():END RV=%s", returnValueText(rv));
     } catch (...) {
@@ -386,43 +412,57 @@ bool P11Module::lock()
             const CK_RV rv = initArgs_->CreateMutex(&mutexHandle_);
             NV_TRC("Call CreateMutex():END RV=%s", returnValueText(rv));
         }
-        if (mutexHandle_ != nullptr && initArgs_->LockMutex != nullptr) {
-            NV_TRC("Call LockMutex():START");
-            const CK_RV rv = initArgs_->LockMutex(mutexHandle_);
-            NV_TRC("Call LockMutex():END RV=%s", returnValueText(rv));
-        }
+        if (mutexHandle_ != nullptr && initArgs_->LockMutex != nullptr)
+            lockMutex(NV_HERE);
     }
     return trace.leave(true);
 }
 
+// A caller that gets an exception does not unlock.
+void P11Module::lockMutex(const Site& lock)
+{
+    NV_UNDER(TRC, lock, "Call LockMutex():START");
+    const CK_RV rv = initArgs_->LockMutex(mutexHandle_);
+    try {
+        NV_UNDER(TRC, lock, "Call LockMutex():END RV=%s", returnValueText(rv));
+    } catch (...) {
+        if (initArgs_->UnlockMutex != nullptr)
+            initArgs_->UnlockMutex(mutexHandle_);
+        throw;
+    }
+}
+
 bool P11Module::unlock()
 {
-    const Trace trace(NV_HERE);
+    constexpr Site here = NV_HERE;
+    const Trace trace = Trace::ofCleanUp(here);
     if (initArgs_ != nullptr && mutexHandle_ != nullptr && initArgs_->UnlockMutex != nullptr) {
-        NV_TRC("Call UnlockMutex():START");
+        NV_CLEAN_UP(TRC, here, "Call UnlockMutex():START");
         const CK_RV rv = initArgs_->UnlockMutex(mutexHandle_);
-        NV_TRC("Call UnlockMutex():END RV=%s", returnValueText(rv));
+        NV_CLEAN_UP(TRC, here, "Call UnlockMutex():END RV=%s", returnValueText(rv));
     }
     return trace.leave(true);
 }
 
 bool P11Module::clean()
 {
-    const Trace trace(NV_HERE);
+    constexpr Site here = NV_HERE;
+    const Trace trace = Trace::ofCleanUp(here);
     if (functionList_ != nullptr) {
-        NV_TRC("Call C_Finalize(): START");
+        NV_CLEAN_UP(TRC, here, "Call C_Finalize(): START");
         quietly([this] { present(functionList_->C_Finalize)(nullptr); });
-        NV_TRC("Call C_Finalize(): END");
+        NV_CLEAN_UP(TRC, here, "Call C_Finalize(): END");
     }
     if (library_ != nullptr) {
-        NV_TRC("Handle = %p", static_cast<const void*>(library_.get()));
+        NV_CLEAN_UP(TRC, here, "Handle = %p", static_cast<const void*>(library_.get()));
         library_.reset();
-        NV_TRC("Module [%s] has been unloaded", path_.c_str());
+        NV_CLEAN_UP(TRC, here, "Module [%s] has been unloaded", path_.c_str());
     }
     // The pointers to the function list and the init arguments are not cleared, because clean runs
     // once, at the end.
     if (ownedInitArgs_ != nullptr) {
-        NV_TRC("Delete _initArgs[%p]", static_cast<const void*>(ownedInitArgs_.get()));
+        NV_CLEAN_UP(TRC, here, "Delete _initArgs[%p]",
+                    static_cast<const void*>(ownedInitArgs_.get()));
         ownedInitArgs_.reset();
     }
     return trace.leave(true);

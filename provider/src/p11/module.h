@@ -13,8 +13,12 @@
 #include "base/loaded_library.h"
 #include "logger/trace.h"
 #include "p11/cryptoki.h"
+#include "p11/library_use.h"
 
 namespace NV {
+
+// More slots, mechanisms or objects than this count as a failed call of the list.
+inline constexpr CK_ULONG maxListedEntries = 65536;
 
 // A mechanism of a slot, as C_GetMechanismInfo describes it.
 class P11Mechanism {
@@ -95,7 +99,7 @@ public:
     virtual bool clean();
 
     // A lock that uses the callbacks of the init arguments. Without init arguments nothing is
-    // locked. Always true.
+    // locked. Always true. After an exception of lock nothing is locked; unlock does not throw.
     virtual bool lock();
     virtual bool unlock();
 
@@ -131,12 +135,14 @@ private:
     void verifyFunctionList(const Site& load);
     void repairFunctionList(const Site& load);
 
-    bool initializeLibrary(const Site& init);
+    bool initializeLibrary(const Site& init, LibraryUse& use);
     bool readLibraryInfo(const Site& init);
     bool readSlots(const Site& init);
     std::unique_ptr<P11Slot> readSlot(const Site& init, CK_SLOT_ID slotId, CK_SLOT_INFO& slotInfo);
     void readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slot);
-    bool finalizeLibrary(const Site& init);
+    bool finalizeLibrary(const Site& init, LibraryUse& use);
+
+    void lockMutex(const Site& lock);
 
     std::string state_ = "UNINITIALIZED";
     std::string path_;

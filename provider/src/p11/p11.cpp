@@ -8,6 +8,7 @@
 #include <utility>
 
 #include "base/scope_exit.h"
+#include "base/secret.h"
 #include "p11/p11_call.h"
 
 namespace NV {
@@ -97,8 +98,15 @@ CK_RV Pkcs11::C_Initialize(CK_VOID_PTR pInitArgs)
     const auto initialize = [&](const CK_FUNCTION_LIST& list) {
         // The library may use the old arguments until it has taken the new ones.
         const P11Module::InitArgs replaced = prepareInitArgs(here, pInitArgs);
-        const auto remember = [this](CK_RV rv) { initialized_ |= rv == CKR_OK; };
-        return guarded(here, "C_Initialize", Outcome::result, list.C_Initialize, remember,
+        const auto entry = watched(list.C_Initialize, [this](const auto& make) {
+            const CK_RV rv = make();
+            if (rv == CKR_OK) {
+                use_.initialized();
+                initialized_ = true;
+            }
+            return rv;
+        });
+        return guarded(here, "C_Initialize", Outcome::result, entry, nothingAfter,
                        static_cast<CK_VOID_PTR>(module_->initArgs()));
     };
     const auto work = [&] {
@@ -111,7 +119,12 @@ CK_RV Pkcs11::C_Initialize(CK_VOID_PTR pInitArgs)
 
 CK_RV Pkcs11::C_Finalize(CK_VOID_PTR pReserved)
 {
-    return NV_PLAIN_CALL(C_Finalize, result, pointer("pReserved", pReserved));
+    const auto finalize = [this](const auto& make) {
+        use_.finalized();
+        return make();
+    };
+    return call(watchedCall(NV_CALL(C_Finalize, result), finalize), nothingBefore, nothingAfter,
+                pointer("pReserved", pReserved));
 }
 
 CK_RV Pkcs11::C_GetInfo(CK_INFO_PTR pInfo)
@@ -196,14 +209,26 @@ CK_RV Pkcs11::C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pAppl
         if ((flags & CKF_RW_SESSION) != 0)
             NV_UNDER(DBG, here, "CKF_RW_SESSION is enabled");
     };
-    return call(NV_CALL(C_OpenSession, result), logFlags, nothingAfter, number("slotID", slotID),
-                flagBits("flags", flags), pointer("pApplication", pApplication),
-                pointer("Notify", notify), pointer("phSession", phSession));
+    const auto open = [&](const auto& make) {
+        const CK_RV rv = make();
+        if (rv == CKR_OK && phSession != nullptr)
+            use_.opened(*phSession);
+        return rv;
+    };
+    return call(watchedCall(NV_CALL(C_OpenSession, result), open), logFlags, nothingAfter,
+                number("slotID", slotID), flagBits("flags", flags),
+                pointer("pApplication", pApplication), pointer("Notify", notify),
+                pointer("phSession", phSession));
 }
 
 CK_RV Pkcs11::C_CloseSession(CK_SESSION_HANDLE hSession)
 {
-    return NV_PLAIN_CALL(C_CloseSession, result, pointer("hSession", hSession));
+    const auto close = [&](const auto& make) {
+        use_.closed(hSession);
+        return make();
+    };
+    return call(watchedCall(NV_CALL(C_CloseSession, result), close), nothingBefore, nothingAfter,
+                pointer("hSession", hSession));
 }
 
 CK_RV Pkcs11::C_CloseAllSessions(CK_SLOT_ID slotID)
@@ -241,10 +266,16 @@ CK_RV Pkcs11::C_Login(CK_SESSION_HANDLE hSession, CK_USER_TYPE userType, CK_UTF8
                       CK_ULONG ulPinLen)
 {
     constexpr Site here = NV_HERE;
+    const auto noteLogin = [this](const auto& make) {
+        const CK_RV rv = make();
+        if (rv == CKR_OK)
+            use_.loggedIn();
+        return rv;
+    };
     const auto login = [&](const CK_FUNCTION_LIST& list) {
         if (pPin != nullptr)
-            return guarded(here, "C_Login", Outcome::end, list.C_Login, nothingAfter, hSession,
-                           userType, pPin, ulPinLen);
+            return guarded(here, "C_Login", Outcome::end, watched(list.C_Login, noteLogin),
+                           nothingAfter, hSession, userType, pPin, ulPinLen);
         if (ulPinLen == 0)
             return loginWithoutPin(here, hSession, userType);
         // Compat: the text says the opposite of what is wrong; people search logs for it.
@@ -260,9 +291,10 @@ CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_U
 {
     try {
         module_->lock();
-        ScopeExit unlock([this] { module_->unlock(); });
+        const ScopeExit unlock([this] { module_->unlock(); });
         const CK_RV rv = NVEnterPIN(*module_, hSession, userType);
-        unlock.run();
+        if (rv == CKR_OK)
+            use_.loggedIn();
         return rv;
     } catch (...) {
         NV_UNDER(ERR, site, "Caught Exception");
@@ -272,7 +304,30 @@ CK_RV Pkcs11::loginWithoutPin(const Site& site, CK_SESSION_HANDLE hSession, CK_U
 
 CK_RV Pkcs11::C_Logout(CK_SESSION_HANDLE hSession)
 {
-    return NV_PLAIN_CALL(C_Logout, end, pointer("hSession", hSession));
+    const auto logout = [this](const auto& make) {
+        use_.loggedOut();
+        return make();
+    };
+    return call(watchedCall(NV_CALL(C_Logout, end), logout), nothingBefore, nothingAfter,
+                pointer("hSession", hSession));
+}
+
+void Pkcs11::giveBackSession() noexcept
+{
+    quietly([this] {
+        const std::lock_guard guard(lock_);
+        if (const CK_FUNCTION_LIST* list = functionList())
+            use_.giveBackSession(*list);
+    });
+}
+
+void Pkcs11::giveBack() noexcept
+{
+    quietly([this] {
+        const std::lock_guard guard(lock_);
+        if (const CK_FUNCTION_LIST* list = functionList())
+            use_.giveBack(*list);
+    });
 }
 
 }  // namespace NV
@@ -280,24 +335,23 @@ CK_RV Pkcs11::C_Logout(CK_SESSION_HANDLE hSession)
 CK_RV NVEnterPIN(const NV::P11Module& module, CK_SESSION_HANDLE hSession, CK_USER_TYPE userType,
                  NV::PinSource source)
 {
-    const NV::Trace trace(NV_HERE);
+    constexpr NV::Site here = NV_HERE;
+    const NV::Trace trace(here);
     NV_TRC("Popup Dialog: START");
-    std::string pin = source["pin"];
+    std::string& pin = source["pin"];
+    const NV::WipedAtEnd wiped(pin);
     NV_TRC("Popup Dialog: END");
-    CK_RV rv = CKR_GENERAL_ERROR;
     if (pin.empty()) {
         NV_ERR("Entered PIN is empty");
-    } else {
-        // Compat: the PIN is in clear text. This path is for installations that are being debugged.
-        NV_DBG("Entered Pin=%s[%dbytes]", pin.c_str(), static_cast<int>(pin.size()));
-        NV_TRC("CALL C_Login(): START");
-        const NV::Stopwatch clock;
-        rv = module.functionList()->C_Login(hSession, userType,
-                                            reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()),
-                                            static_cast<CK_ULONG>(pin.size()));
-        NV_TRC("CALL C_Login(): END [%.3f msec]", clock.milliseconds());
-        NV_INF("CALL C_Login(): RETURN CODE:%s", NV::returnValueText(rv));
+        return trace.leaving(CKR_GENERAL_ERROR);
     }
-    trace.leave();
-    return rv;
+    // Compat: the PIN is in clear text. This path is for installations that are being debugged.
+    NV_DBG("Entered Pin=%s[%dbytes]", pin.c_str(), static_cast<int>(pin.size()));
+    const auto logResult = [&here](CK_RV rv) {
+        NV_UNDER(INF, here, "CALL C_Login(): RETURN CODE:%s", NV::returnValueText(rv));
+    };
+    return trace.leaving(NV::call_layer::guarded(
+        here, "C_Login", NV::call_layer::Outcome::end, module.functionList()->C_Login, logResult,
+        hSession, userType, reinterpret_cast<CK_UTF8CHAR_PTR>(pin.data()),
+        static_cast<CK_ULONG>(pin.size())));
 }

@@ -6,9 +6,11 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "base/mutex.h"
 #include "p11/cryptoki.h"
+#include "p11/library_use.h"
 #include "p11/module.h"
 
 namespace NV {
@@ -46,22 +48,11 @@ public:
     bool initialized() const { return initialized_; }
     // clang-format on
 
-    // Calls the library without trace lines and ignores the result: for clean-up after the log itself
-    // may have failed. `entryOf` takes the function out of the list.
-    template <typename EntryOf, typename... Values>
-    void callUntraced(EntryOf entryOf, Values... values) noexcept
-    {
-        try {
-            const std::lock_guard guard(lock_);
-            const CK_FUNCTION_LIST* list = functionList();
-            if (list == nullptr)
-                return;
-            if (const auto entry = entryOf(*list); entry != nullptr)
-                entry(values...);
-        } catch (...) {
-            // The caller is already handling the exception that matters.
-        }
-    }
+    // Give back what the wrappers have taken from the library and not yet returned: the session with
+    // its login, or everything, the initialized state included. Without trace lines and exceptions,
+    // for clean-up after the log itself may have failed.
+    void giveBackSession() noexcept;
+    void giveBack() noexcept;
 
 private:
     CK_FUNCTION_LIST* functionList() const
@@ -89,13 +80,22 @@ private:
 
     std::unique_ptr<P11Module> module_;
     Mutex lock_{LockRank::callLayer};
+    LibraryUse use_;
     bool initialized_ = false;
 };
 
-// C_GetAttributeValue for one attribute, its length or its value. CKR_OK with the length that means
-// "unavailable information" becomes CKR_ATTRIBUTE_SENSITIVE.
+// An attribute of more bytes is unavailable.
+inline constexpr CK_ULONG maxAttributeSize = 1024 * 1024;
+
+// C_GetAttributeValue for one attribute, its length or its value. CKR_OK becomes
+// CKR_ATTRIBUTE_SENSITIVE with the length that means "unavailable information", and with a length of
+// more than maxAttributeSize for an attribute without a buffer.
 CK_RV askForAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                       CK_ATTRIBUTE& wanted);
+
+// C_FindObjects for at most 1024 objects. `found` is empty after a failure. A reported count of more
+// than maxListedEntries is one: CKR_GENERAL_ERROR.
+CK_RV findObjects(Pkcs11& p11, CK_SESSION_HANDLE session, std::vector<CK_OBJECT_HANDLE>& found);
 
 // A row of a template. The library only reads the value, which must outlive the call.
 inline CK_ATTRIBUTE attribute(CK_ATTRIBUTE_TYPE type, const void* value, size_t length)

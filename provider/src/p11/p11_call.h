@@ -3,7 +3,7 @@
 
 #pragma once
 
-#include <cstdint>
+#include <cstddef>
 #include <functional>
 #include <mutex>
 #include <type_traits>
@@ -38,6 +38,32 @@ CK_RV guarded(const Site& site, const char* name, Outcome outcome, Entry entry, 
         NV_UNDER(ERR, site, "Caught Exception");
         return CKR_FUNCTION_FAILED;
     }
+}
+
+// A function of the list, with work around the call of it: for the calls that take something from
+// the library or give it back. `around` gets a function that makes the call, and returns its
+// result. Unlike what follows the call, it runs before any line is written.
+template <typename Entry, typename Around>
+struct WatchedEntry {
+    Entry entry;
+    Around around;
+
+    friend bool operator==(const WatchedEntry& watched, std::nullptr_t)
+    {
+        return watched.entry == nullptr;
+    }
+
+    template <typename... Values>
+    CK_RV operator()(Values... values) const
+    {
+        return around([&] { return entry(values...); });
+    }
+};
+
+template <typename Entry, typename Around>
+WatchedEntry<Entry, Around> watched(Entry entry, Around around)
+{
+    return {entry, around};
 }
 
 inline constexpr auto nothingBefore = [] {};
@@ -102,6 +128,16 @@ struct Call {
 
 template <typename EntryOf>
 Call(Site, const char*, Outcome, EntryOf) -> Call<EntryOf>;
+
+// The same call with work around it; see WatchedEntry.
+template <typename EntryOf, typename Around>
+auto watchedCall(const Call<EntryOf>& which, Around around)
+{
+    const auto entryOf = [which, around](const CK_FUNCTION_LIST& list) {
+        return watched(which.entryOf(list), around);
+    };
+    return Call{which.site, which.name, which.outcome, entryOf};
+}
 
 }  // namespace call_layer
 

@@ -3,6 +3,7 @@
 #include "p11/p11.h"
 
 #include <algorithm>
+#include <vector>
 
 #include "p11/p11_call.h"
 
@@ -96,9 +97,24 @@ CK_RV Pkcs11::C_FindObjectsFinal(CK_SESSION_HANDLE hSession)
 CK_RV askForAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
                       CK_ATTRIBUTE& wanted)
 {
-    constexpr CK_ULONG unavailable = ~CK_ULONG{0};
+    const bool lengthOnly = wanted.pValue == nullptr;
     const CK_RV rv = p11.C_GetAttributeValue(session, object, &wanted, 1);
-    return rv == CKR_OK && wanted.ulValueLen == unavailable ? CKR_ATTRIBUTE_SENSITIVE : rv;
+    if (rv != CKR_OK)
+        return rv;
+    constexpr CK_ULONG unavailable = ~CK_ULONG{0};
+    const bool tooLong = lengthOnly && wanted.ulValueLen > maxAttributeSize;
+    return wanted.ulValueLen == unavailable || tooLong ? CKR_ATTRIBUTE_SENSITIVE : CKR_OK;
+}
+
+CK_RV findObjects(Pkcs11& p11, CK_SESSION_HANDLE session, std::vector<CK_OBJECT_HANDLE>& found)
+{
+    constexpr CK_ULONG maxFoundObjects = 1024;
+    CK_ULONG count = 0;
+    found.resize(maxFoundObjects);
+    const CK_RV rv = p11.C_FindObjects(session, found.data(), maxFoundObjects, &count);
+    const bool failed = rv == CKR_OK && count > maxListedEntries;
+    found.resize(rv == CKR_OK && !failed ? std::min(count, maxFoundObjects) : 0);
+    return failed ? CKR_GENERAL_ERROR : rv;
 }
 
 }  // namespace NV

@@ -294,6 +294,32 @@ TEST_F(DeriveKeyTest, ANullBufferWithALengthIsInvalid)
     }
 }
 
+TEST_F(DeriveKeyTest, ANullBufferWithALengthIsReportedByItsType)
+{
+    const std::pair<ULONG, std::string> lines[] = {
+        {KDF_HASH_ALGORITHM, "DBG Using KDF Hash Algorithm (KDF_HASH_ALGORITHM) as []\n"},
+        {KDF_SECRET_PREPEND, prependLine},
+        {KDF_SECRET_APPEND, appendLine},
+        {KDF_HMAC_KEY,
+         "ERR KDF_HMAC_KEY is only expected for HMAC based KDF (BCRYPT_KDF_HMAC)!!\n"},
+        {0x7391, "DBG Unknown NCryptBufferType encountered!!\n"}};
+    for (const auto& [type, line] : lines) {
+        forget();
+        Parameters parameters = sha256();
+        parameters.addPointer(type, nullptr, 1);
+        expectRefused(NTE_INVALID_PARAMETER, derive(BCRYPT_KDF_HASH, parameters.list()));
+        EXPECT_EQ(std::string(hashKdf) + sha256Line + line, said("DeriveKey"));
+    }
+}
+
+TEST_F(DeriveKeyTest, AHashNameOfAnAbsurdLengthTakesNoMemoryForIt)
+{
+    std::wstring name = L"SHA256";
+    Parameters parameters;
+    parameters.addPointer(KDF_HASH_ALGORITHM, name.data(), 0xFFFFFFFE);
+    EXPECT_EQ(success, derive(BCRYPT_KDF_HASH, parameters.list()).status);
+}
+
 TEST_F(DeriveKeyTest, OtherTypesAreUnknown)
 {
     for (const ULONG type : {4ul, 5ul, 6ul, 7ul, 0x10ul, 0x7391ul, 0xFFFFFFFFul}) {

@@ -143,12 +143,23 @@ TEST_F(KeyObjectTest, copyTakesANewStamp)
     EXPECT_NE(rsa->stamp(), copy.stamp());
 }
 
+TEST_F(KeyObjectTest, destructionOfACloneThatNobodyGotLeavesTheSourcesProperties)
+{
+    constexpr DWORD value = 3;
+    rsa->addProperty(L"Key Usage", &value, sizeof value);
+    std::make_unique<P11RSAKeyObject>(static_cast<const P11RSAKeyObject&>(*rsa)).reset();
+    EXPECT_EQ(sizeof value, rsa->findProperty(L"Key Usage")->value().size());
+}
+
 TEST_F(KeyObjectTest, destructionOfACloneEmptiesTheSourcesProperties)
 {
     constexpr DWORD value = 3;
     rsa->addProperty(L"Key Usage", &value, sizeof value);
     rsa->addProperty(L"Export Policy", &value, sizeof value);
-    std::make_unique<P11RSAKeyObject>(static_cast<const P11RSAKeyObject&>(*rsa)).reset();
+    {
+        P11RSAKeyObject clone(static_cast<const P11RSAKeyObject&>(*rsa));
+        clone.setEmptiesValues(true);
+    }
     EXPECT_EQ(2U, rsa->properties().size());
     for (const auto& [name, property] : rsa->properties())
         EXPECT_TRUE(property->value().empty());

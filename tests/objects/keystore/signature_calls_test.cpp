@@ -250,8 +250,9 @@ TEST_F(SignatureCallsTest, aShortSignatureBufferFailsAndStaysInItsBounds)
 {
     Bytes hash = someBytes(32);
     Bytes guarded(100, 0xEE);
+    DWORD length = 0;
     EXPECT_EQ(SECURITY_STATUS{NTE_INTERNAL_ERROR},
-              rsa->sign(&p11, nullptr, hash.data(), 32, guarded.data(), 50, 0, pin()));
+              rsa->sign(&p11, nullptr, hash.data(), 32, guarded.data(), 50, &length, 0, pin()));
     EXPECT_EQ(Bytes(100, 0xEE), guarded);
     EXPECT_EQ("Failed to sign Process (00000150(CKR_BUFFER_TOO_SMALL))\n",
               messages(log.takeLines(), "ERR"));
@@ -292,9 +293,10 @@ TEST_F(SignatureCallsTest, aWrongPinEndsTheOperation)
 {
     Bytes hash = someBytes(32);
     Bytes signature(256, 0xEE);
-    EXPECT_EQ(
-        SECURITY_STATUS{NTE_INTERNAL_ERROR},
-        rsa->sign(&p11, nullptr, hash.data(), 32, signature.data(), 256, 0, pin("wrong-pin")));
+    DWORD length = 0;
+    EXPECT_EQ(SECURITY_STATUS{NTE_INTERNAL_ERROR},
+              rsa->sign(&p11, nullptr, hash.data(), 32, signature.data(), 256, &length, 0,
+                        pin("wrong-pin")));
     EXPECT_EQ("Failed to login the token (000000a0(CKR_PIN_INCORRECT))\n",
               messages(log.takeLines(), "ERR"));
     EXPECT_EQ("C_Login(session=0x5E55, userType=1, pin=wrong-pin)\n",

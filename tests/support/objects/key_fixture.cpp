@@ -135,7 +135,7 @@ KeyTest::Result KeyTest::run(Run what)
     case Operation::rsaSign:
     case Operation::ecSign:
         result.status = key.sign(&p11, what.padding, what.input.data(), inputLength, output, room,
-                                 what.flags, pin());
+                                 &result.length, what.flags, pin());
         break;
     case Operation::rsaVerify:
     case Operation::ecVerify:

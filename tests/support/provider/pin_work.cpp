@@ -68,10 +68,11 @@ bool PinWork::signRsa(const KnownResults& known)
 {
     Bytes hash = known.hash;
     Bytes signature(known.rsaSignature.size());
+    DWORD length = 0;
     const std::lock_guard guard(lock_);
     const std::lock_guard sequence(sequenceLock());
     const SECURITY_STATUS status = rsa_.sign(&p11_, nullptr, hash.data(), sizeOf(hash),
-                                             signature.data(), sizeOf(signature), 0, pin_);
+                                             signature.data(), sizeOf(signature), &length, 0, pin_);
     return status == success && signature == known.rsaSignature;
 }
 
@@ -79,10 +80,11 @@ Bytes PinWork::ecSignature(const KnownResults& known)
 {
     Bytes hash = known.hash;
     Bytes signature(known.ecSignature.size());
+    DWORD length = 0;
     const std::lock_guard guard(lock_);
     const std::lock_guard sequence(sequenceLock());
     const SECURITY_STATUS status = ec_.sign(&p11_, nullptr, hash.data(), sizeOf(hash),
-                                            signature.data(), sizeOf(signature), 0, pin_);
+                                            signature.data(), sizeOf(signature), &length, 0, pin_);
     return status == success ? signature : Bytes{};
 }
 
