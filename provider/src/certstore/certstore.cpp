@@ -67,25 +67,27 @@ uint32_t keyBits(const CERT_CONTEXT& certificate)
     return namedCurveBits(key.Algorithm.Parameters);
 }
 
+}  // namespace
+
 // The bytes of an attribute, read in two calls: the length, then the value. Nothing when either
 // fails. Calls `found` with the length between the two.
 template <typename Found>
-std::optional<Bytes> readAttribute(Pkcs11& p11, CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object,
-                                   CK_ATTRIBUTE_TYPE type, const Found& found)
+std::optional<Bytes> P11CertObject::readAttribute(Search& search, CK_OBJECT_HANDLE object,
+                                                  CK_ATTRIBUTE_TYPE type, const Found& found)
 {
     CK_ATTRIBUTE request{type, nullptr, 0};
-    if (askForAttribute(p11, session, object, request) != CKR_OK)
+    if (askForAttribute(search.p11, search.session, object, request) != CKR_OK ||
+        request.ulValueLen > search.room)
         return std::nullopt;
+    search.room -= request.ulValueLen;
     found(static_cast<int>(request.ulValueLen));
     Bytes value(request.ulValueLen);
     request.pValue = value.data();
-    if (askForAttribute(p11, session, object, request) != CKR_OK)
+    if (askForAttribute(search.p11, search.session, object, request) != CKR_OK)
         return std::nullopt;
     value.resize(std::min<size_t>(value.size(), request.ulValueLen));
     return value;
 }
-
-}  // namespace
 
 P11CertObject::ByHandle P11CertObject::FindCertificates(Pkcs11& p11, const P11Slot& slot,
                                                         CK_SESSION_HANDLE session)
@@ -103,20 +105,21 @@ P11CertObject::ByHandle P11CertObject::FindCertificates(Pkcs11& p11, const P11Sl
         return trace.leaving(std::move(found));
     }
     NV_DBG("Found %d Objects", static_cast<int>(handles.size()));
+    Search reading{here, p11, session};
     for (const CK_OBJECT_HANDLE handle : handles) {
         auto certificate = std::make_unique<P11CertObject>();
-        certificate->readCertificate(here, p11, slot.id(), session, handle);
-        certificate->readKeyName(here, p11, session, handle);
+        certificate->readCertificate(reading, slot.id(), handle);
+        certificate->readKeyName(reading, handle);
         found.try_emplace(handle, std::move(certificate));
     }
     p11.C_FindObjectsFinal(session);
     return trace.leaving(std::move(found));
 }
 
-void P11CertObject::readCertificate(const Site& find, Pkcs11& p11, CK_SLOT_ID slotId,
-                                    CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object)
+void P11CertObject::readCertificate(Search& search, CK_SLOT_ID slotId, CK_OBJECT_HANDLE object)
 {
-    const auto der = readAttribute(p11, session, object, CKA_VALUE, [&find](int length) {
+    const Site& find = search.site;
+    const auto der = readAttribute(search, object, CKA_VALUE, [&find](int length) {
         NV_UNDER(DBG, find, "Found CKA_VALUE Attribute %d bytes", length);
     });
     if (!der)
@@ -132,10 +135,10 @@ void P11CertObject::readCertificate(const Site& find, Pkcs11& p11, CK_SLOT_ID sl
     slotId_ = slotId;
 }
 
-void P11CertObject::readKeyName(const Site& find, Pkcs11& p11, CK_SESSION_HANDLE session,
-                                CK_OBJECT_HANDLE object)
+void P11CertObject::readKeyName(Search& search, CK_OBJECT_HANDLE object)
 {
-    const auto id = readAttribute(p11, session, object, CKA_ID, [&find](int length) {
+    const Site& find = search.site;
+    const auto id = readAttribute(search, object, CKA_ID, [&find](int length) {
         NV_UNDER(DBG, find, "Found CKA_ID Attribute %d bytes", length);
     });
     if (!id)

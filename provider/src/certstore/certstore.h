@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "base/encoding.h"
@@ -49,10 +50,22 @@ public:
     uint32_t keyLength() const { return keyLength_; }
 
 private:
-    void readCertificate(const Site& find, Pkcs11& p11, CK_SLOT_ID slotId,
-                         CK_SESSION_HANDLE session, CK_OBJECT_HANDLE object);
-    void readKeyName(const Site& find, Pkcs11& p11, CK_SESSION_HANDLE session,
-                     CK_OBJECT_HANDLE object);
+    // More bytes than these, of all certificates and key names together, are unavailable.
+    static constexpr size_t maxSize = size_t{32} * 1024 * 1024;
+
+    // A search under way. Its lines appear under the name of the site.
+    struct Search {
+        const Site& site;
+        Pkcs11& p11;
+        CK_SESSION_HANDLE session;
+        size_t room = maxSize;
+    };
+
+    template <typename Found>
+    static std::optional<Bytes> readAttribute(Search& search, CK_OBJECT_HANDLE object,
+                                              CK_ATTRIBUTE_TYPE type, const Found& found);
+    void readCertificate(Search& search, CK_SLOT_ID slotId, CK_OBJECT_HANDLE object);
+    void readKeyName(Search& search, CK_OBJECT_HANDLE object);
 
     CK_SLOT_ID slotId_ = 0;
     std::wstring keyName_;
