@@ -16,6 +16,7 @@
 #include <string>
 #include <system_error>
 
+#include "base/process_end.h"
 #include "base/scope_exit.h"
 #include "config/config.h"
 #include "config/config_keys.h"
@@ -46,8 +47,7 @@ bool threadNotifications = true;
 extern "C" void SignalHandler(int signal)
 {
     static constexpr NV::Site here = NV_HERE;
-    NV::stopWaitingForLogger();
-    NV::endProvidersOnThisThread();
+    NV::beginProcessEnd();
     std::printf("Caught signal %d\n", signal);
     static_cast<void>(std::fflush(stdout));
     NV::quietly([signal] { NV_UNDER(SEV, here, "Caught Signal: %d , Terminate Process", signal); });
@@ -131,7 +131,7 @@ bool attachWithoutThrowing(HINSTANCE instance)
 
 void detach()
 {
-    NV::stopWaitingForLogger();
+    NV::finishProcessEnd();
     NV::quietly([] { NV_UNDER(TRC, dllMain, "Received : DLL_PROCESS_DETACH"); });
     NV::quietly([] { NV::ProviderManager::instance().clear(); });
     restoreSignalHandlers();

@@ -28,11 +28,6 @@ namespace NV {
 // is open, and never at process detach.
 Mutex& sequenceLock();
 
-// For the signal handler. From now on, the calling thread finds no provider. The thread ends the
-// process from inside a call that never releases its locks, so calls from the program's exit code
-// must return at once. The process detach destroys the providers. Takes no lock and no memory.
-void endProvidersOnThisThread();
-
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
 // The public operations have the names, arguments, and results of CNG's callbacks, without the
@@ -166,6 +161,10 @@ private:
 
 // The registry of the open providers, which it owns. There is one per process, created on first use
 // and never destroyed. A provider's handle is its address.
+//
+// The thread that ends the process (base/process_end.h) may be inside a call that never releases its
+// locks, and the program's exit code may still call the module. So on that thread no handle has a
+// provider, opening fails, and freeing succeeds without doing anything.
 class ProviderManager {
 public:
     static ProviderManager& instance();
@@ -174,8 +173,7 @@ public:
     ProviderManager(const ProviderManager&) = delete;
     ProviderManager& operator=(const ProviderManager&) = delete;
 
-    // As CNG's callbacks. Both hold the manager's lock until they return. On a thread that ends the
-    // process, opening fails, and freeing succeeds without doing anything.
+    // As CNG's callbacks. Both hold the manager's lock until they return.
     SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                  DWORD dwFlags);
     SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider);
@@ -199,7 +197,6 @@ public:
     };
 
     // Looks up a handle. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
-    // On a thread that ends the process, no handle has a provider.
     Visit visit(NCRYPT_PROV_HANDLE hProvider);
 
     // Destroys every provider, at process detach. Takes no lock and does not wait: the system may

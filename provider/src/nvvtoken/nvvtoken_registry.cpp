@@ -2,13 +2,13 @@
 
 #include "nvvtoken/nvvtoken.h"
 
-#include <atomic>
 #include <cwchar>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
+#include "base/process_end.h"
 #include "base/scope_exit.h"
 #include "logger/trace.h"
 
@@ -23,20 +23,7 @@ NCRYPT_PROV_HANDLE handleOf(const Provider* provider)
     return reinterpret_cast<NCRYPT_PROV_HANDLE>(provider);
 }
 
-// The thread that ends the process; 0 if there is none.
-std::atomic<DWORD> endingThread{0};
-
-bool processEndsOnThisThread()
-{
-    return endingThread == GetCurrentThreadId();
-}
-
 }  // namespace
-
-void endProvidersOnThisThread()
-{
-    endingThread = GetCurrentThreadId();
-}
 
 Mutex& sequenceLock()
 {

@@ -15,6 +15,7 @@ enum class Fault : uint32_t {
     throwException,    // throw std::runtime_error("scripted fault in NAME")
     returnAfterWork,   // do the work of the call, then return `value`
     delay,             // wait `value` milliseconds, then continue as usual
+    crash,             // write to an address that is not mapped
     valueUnavailable,  // C_GetAttributeValue: CKR_OK, but no value and CK_UNAVAILABLE_INFORMATION
     // The rest apply to, and count, only calls with an output buffer.
     bufferTooSmall,  // return CKR_BUFFER_TOO_SMALL and the needed length, for a buffer of any size
@@ -74,6 +75,7 @@ struct ScriptedTokenControl {
     CK_OBJECT_HANDLE (*addObject)(CK_SLOT_ID slot, const CK_ATTRIBUTE* attributes, uint32_t count);
     void (*setSecretPattern)(const CK_BYTE* bytes, uint32_t length);
     void (*setParametersReread)(uint32_t on);
+    void (*setHoldsMutex)(uint32_t on);
 
     void (*state)(TokenState* state);
     // Calls the callback that the latest C_Initialize passed; CKR_GENERAL_ERROR without one.
