@@ -44,10 +44,18 @@ bool threadNotifications = true;
 
 // Ends the process with the signal's number, even if the log fails or the signal interrupts a call
 // of this module. The program's exit code may still call the module with its handles.
+//
+// The first thread ends the process. A signal on another thread meanwhile must not disturb it: the
+// thread cannot go on, and a second exit would replace the first one's exit code.
 extern "C" void SignalHandler(int signal)
 {
     static constexpr NV::Site here = NV_HERE;
-    NV::beginProcessEnd();
+    // The C runtime has removed the handler. Only another thread's signal comes here again, so that a
+    // crash in the code that ends the process cannot repeat without end.
+    if (!NV::processEndsOnThisThread())
+        static_cast<void>(std::signal(signal, SignalHandler));
+    while (!NV::beginProcessEnd())
+        Sleep(INFINITE);
     std::printf("Caught signal %d\n", signal);
     static_cast<void>(std::fflush(stdout));
     NV::quietly([signal] { NV_UNDER(SEV, here, "Caught Signal: %d , Terminate Process", signal); });
