@@ -21,9 +21,9 @@ SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
     const NV::Trace trace(site);
     SECURITY_STATUS status = NTE_INVALID_HANDLE;
     {
-        const auto visit = NV::ProviderManager::instance().visit(hProvider);
-        if (NV::Provider* provider = visit.provider())
-            status = (provider->*operation)(arguments...);
+        const auto registered = NV::ProviderManager::instance().find(hProvider);
+        if (registered != nullptr)
+            status = (registered->provider()->*operation)(arguments...);
     }
     trace.leave();
     return status;

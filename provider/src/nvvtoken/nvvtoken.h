@@ -5,10 +5,10 @@
 
 #include "base/cng.h"
 
-#include <condition_variable>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/mutex.h"
@@ -159,8 +159,8 @@ private:
     AlgorithmNames rngAlgorithms_;
 };
 
-// The registry of the open providers, which it owns. There is one per process, created on first use
-// and never destroyed. A provider's handle is its address.
+// The registry of the open providers. There is one per process, created on first use and never
+// destroyed. A provider's handle is its address.
 //
 // The thread that ends the process (base/process_end.h) may be inside a call that never releases its
 // locks, and the program's exit code may still call the module. So on that thread no handle has a
@@ -173,34 +173,37 @@ public:
     ProviderManager(const ProviderManager&) = delete;
     ProviderManager& operator=(const ProviderManager&) = delete;
 
-    // As CNG's callbacks. Both hold the manager's lock until they return.
+    // As CNG's callbacks. Both hold the manager's lock until they return. FreeProvider does not wait
+    // for calls that are inside the provider: the handle is gone at once.
     SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                  DWORD dwFlags);
     SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider);
 
-    // A call inside a provider. FreeProvider destroys the provider only after its last visit.
-    class Visit {
+    // An owner of a registered provider: the map's entry, and each call that is inside. The last one
+    // destroys the provider under the sequence lock, because the destructor finalizes the library;
+    // it must hold no lock of a higher rank, and not the provider's.
+    class Registered {
     public:
-        Visit(ProviderManager& manager, Provider* provider) : manager_(manager), provider_(provider)
-        {
-        }
-        ~Visit();
-        Visit(const Visit&) = delete;
-        Visit& operator=(const Visit&) = delete;
+        explicit Registered(std::unique_ptr<Provider> provider) : provider_(std::move(provider)) {}
+        ~Registered();
+        Registered(const Registered&) = delete;
+        Registered& operator=(const Registered&) = delete;
 
-        // Null if the handle is known but has no provider.
-        Provider* provider() const { return provider_; }
+        Provider* provider() const { return provider_.get(); }
+        // Destroys the provider at once, whoever is inside. For the process detach.
+        void destroy() { provider_.reset(); }
 
     private:
-        ProviderManager& manager_;
-        Provider* provider_;
+        std::unique_ptr<Provider> provider_;
     };
+    using Owner = std::shared_ptr<Registered>;
 
-    // Looks up a handle. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
-    Visit visit(NCRYPT_PROV_HANDLE hProvider);
+    // The provider of a handle, for a call to keep while it is inside. Null if the handle is known but
+    // has no provider. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
+    Owner find(NCRYPT_PROV_HANDLE hProvider);
 
     // Destroys every provider, at process detach. Takes no lock and does not wait: the system may
-    // have ended the other threads while they held locks.
+    // have ended the other threads while they held locks, or were inside.
     void clear() NV_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
@@ -213,11 +216,9 @@ private:
 
     Mutex lock_{LockRank::registry};  // serializes OpenProvider and FreeProvider
 
-    // Guards the map and the visits, only while they are read or changed.
+    // Guards the map, only while it is read or changed.
     Mutex mapLock_{LockRank::leaf};
-    std::map<NCRYPT_PROV_HANDLE, std::unique_ptr<Provider>> providers_ NV_GUARDED_BY(mapLock_);
-    std::map<Provider*, unsigned> visits_ NV_GUARDED_BY(mapLock_);
-    std::condition_variable visitEnded_;
+    std::map<NCRYPT_PROV_HANDLE, Owner> providers_ NV_GUARDED_BY(mapLock_);
 };
 
 }  // namespace NV
