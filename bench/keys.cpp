@@ -30,8 +30,8 @@ void expectStatus(SECURITY_STATUS status, SECURITY_STATUS expected)
 template <typename Operation>
 SECURITY_STATUS call(NCRYPT_PROV_HANDLE provider, const Operation& operation)
 {
-    const ProviderManager::Visit visit = ProviderManager::instance().visit(provider);
-    return operation(*visit.provider());
+    const ProviderManager::Owner registered = ProviderManager::instance().find(provider);
+    return operation(*registered->provider());
 }
 
 // Lists from the first key to the end. Also releases the names, which an application cannot do: a

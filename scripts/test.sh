@@ -83,7 +83,7 @@ runSuites()
             runSuite shipped windows -L 'module|token' -E "$besideTests"
         WINEDEBUG=-all,warn+heap \
             runSuite heap windows --timeout 1800 -E "$besideTests|^(pages|time_lines)\$"
-        KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak'
+        KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak|process_end'
         runSuite long windows -C full -R '^(installer|new_user|memory_failure_whole)$'
         runSuite instructions host -C full -R '^instruction_counts$'
     fi

@@ -21,6 +21,7 @@ struct HeldLock {
 struct HeldLocks {
     std::array<HeldLock, 16> locks;
     size_t count;
+    size_t before;  // how many of them the thread took before it came to code outside the module
 
     HeldLock* begin() { return locks.data(); }
     HeldLock* end() { return locks.data() + count; }
@@ -47,8 +48,11 @@ const char* nameOf(LockRank rank)
 
 void LockOrder::expectFree() const
 {
+    size_t before = held.before;
     for (const HeldLock& lock : held) {
-        if (lock.rank >= rank_)
+        const bool counts = before == 0;
+        before -= counts ? 0 : 1;
+        if (lock.lock == this || (counts && lock.rank >= rank_))
             end("is taken under ", rank_, nameOf(lock.rank));
     }
 }
@@ -67,6 +71,16 @@ void LockOrder::released() const
         end("is released by a thread that has not taken it", rank_, "");
     std::move(own + 1, held.end(), own);
     --held.count;
+}
+
+OutsideCode::OutsideCode() : before_(held.before)
+{
+    held.before = held.count;
+}
+
+OutsideCode::~OutsideCode()
+{
+    held.before = before_;
 }
 
 }  // namespace NV

@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 
 namespace NV {
@@ -39,6 +40,20 @@ private:
     LockRank rank_;
 };
 
+// While an object exists, the calling thread runs code of the program from inside the module: window
+// procedures, from the loop of the dialog. That code may call the module, for another provider or to
+// free this one, so the order begins anew. A lock that the thread already holds is still out of reach.
+class OutsideCode {
+public:
+    OutsideCode();
+    ~OutsideCode();
+    OutsideCode(const OutsideCode&) = delete;
+    OutsideCode& operator=(const OutsideCode&) = delete;
+
+private:
+    size_t before_;
+};
+
 #else
 
 // Has no size and no code.
@@ -48,6 +63,14 @@ public:
     void expectFree() const {}
     void taken() const {}
     void released() const {}
+};
+
+class [[maybe_unused]] OutsideCode {
+public:
+    OutsideCode() = default;
+    ~OutsideCode() = default;
+    OutsideCode(const OutsideCode&) = delete;
+    OutsideCode& operator=(const OutsideCode&) = delete;
 };
 
 #endif

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <condition_variable>
 #include <mutex>
 
 #include "base/lock_order.h"
@@ -40,16 +39,6 @@ public:
     {
         order_.released();
         mutex_.unlock();
-    }
-
-    // Waits until the condition is notified and the predicate is true. The caller holds the lock
-    // before and after the call.
-    template <typename Predicate>
-    void wait(std::condition_variable& condition, const Predicate& predicate) NV_REQUIRES(this)
-    {
-        std::unique_lock guard(mutex_, std::adopt_lock);
-        condition.wait(guard, predicate);
-        static_cast<void>(guard.release());
     }
 
 private:

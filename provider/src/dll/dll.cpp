@@ -5,25 +5,28 @@
 
 #include <cstdlib>
 
+#include "base/last_error.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
 
 namespace {
 
 // The body of an entry point that acts on an open provider. It does not log arguments or measure
-// time; the provider's operation does both. Compat: an unknown handle throws std::out_of_range, so
+// time; the provider's operation does both. Like each entry point, it leaves the thread's last error
+// as it found it. Compat: an unknown handle throws std::out_of_range, so
 // that the log shows ENTER without LEAVE.
 template <typename... Parameters, typename... Arguments>
 SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
                          SECURITY_STATUS (NV::Provider::*operation)(Parameters...),
                          Arguments... arguments)
 {
+    const NV::LastErrorKept kept;
     const NV::Trace trace(site);
     SECURITY_STATUS status = NTE_INVALID_HANDLE;
     {
-        const auto visit = NV::ProviderManager::instance().visit(hProvider);
-        if (NV::Provider* provider = visit.provider())
-            status = (provider->*operation)(arguments...);
+        const auto registered = NV::ProviderManager::instance().find(hProvider);
+        if (registered != nullptr)
+            status = (registered->provider()->*operation)(arguments...);
     }
     trace.leave();
     return status;
@@ -34,6 +37,7 @@ SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
 SECURITY_STATUS WINAPI NVKSPOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                          DWORD dwFlags)
 {
+    const NV::LastErrorKept kept;
     const NV::Trace trace(NV_HERE);
     return trace.leaving(
         NV::ProviderManager::instance().OpenProvider(phProvider, pszProviderName, dwFlags));
@@ -100,6 +104,7 @@ SECURITY_STATUS WINAPI NVKSPDeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
 
 SECURITY_STATUS WINAPI NVKSPFreeProvider(NCRYPT_PROV_HANDLE hProvider)
 {
+    const NV::LastErrorKept kept;
     const NV::Trace trace(NV_HERE);
     return trace.leaving(NV::ProviderManager::instance().FreeProvider(hProvider));
 }
@@ -112,9 +117,11 @@ SECURITY_STATUS WINAPI NVKSPFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HAN
 // Operations allocate every block that they return on the C heap.
 SECURITY_STATUS WINAPI NVKSPFreeBuffer(PVOID pvInput)
 {
+    const NV::LastErrorKept kept;
     const NV::Trace trace(NV_HERE);
+    const SECURITY_STATUS status = pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
     std::free(pvInput);
-    return trace.leaving(pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER);
+    return trace.leaving(status);
 }
 
 SECURITY_STATUS WINAPI NVKSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,

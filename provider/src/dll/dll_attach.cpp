@@ -16,6 +16,7 @@
 #include <string>
 #include <system_error>
 
+#include "base/process_end.h"
 #include "base/scope_exit.h"
 #include "config/config.h"
 #include "config/config_keys.h"
@@ -43,11 +44,18 @@ bool threadNotifications = true;
 
 // Ends the process with the signal's number, even if the log fails or the signal interrupts a call
 // of this module. The program's exit code may still call the module with its handles.
+//
+// The first thread ends the process. A signal on another thread meanwhile must not disturb it: the
+// thread cannot go on, and a second exit would replace the first one's exit code.
 extern "C" void SignalHandler(int signal)
 {
     static constexpr NV::Site here = NV_HERE;
-    NV::stopWaitingForLogger();
-    NV::endProvidersOnThisThread();
+    // The C runtime has removed the handler. Only another thread's signal comes here again, so that a
+    // crash in the code that ends the process cannot repeat without end.
+    if (!NV::processEndsOnThisThread())
+        static_cast<void>(std::signal(signal, SignalHandler));
+    while (!NV::beginProcessEnd())
+        Sleep(INFINITE);
     std::printf("Caught signal %d\n", signal);
     static_cast<void>(std::fflush(stdout));
     NV::quietly([signal] { NV_UNDER(SEV, here, "Caught Signal: %d , Terminate Process", signal); });
@@ -131,7 +139,7 @@ bool attachWithoutThrowing(HINSTANCE instance)
 
 void detach()
 {
-    NV::stopWaitingForLogger();
+    NV::finishProcessEnd();
     NV::quietly([] { NV_UNDER(TRC, dllMain, "Received : DLL_PROCESS_DETACH"); });
     NV::quietly([] { NV::ProviderManager::instance().clear(); });
     restoreSignalHandlers();

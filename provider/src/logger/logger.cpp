@@ -12,6 +12,7 @@
 
 #include "base/mutex.h"
 #include "base/never_destroyed.h"
+#include "base/process_end.h"
 #include "base/secret.h"
 #include "logger/logger_file.h"
 #include "logger/logger_record.h"
@@ -49,12 +50,10 @@ void writeRecord(const LoggerSettings& settings, std::string_view tag, std::stri
         appendToLogFile(settings, time, lines);
 }
 
-std::atomic<bool> processEnding{false};
-
 // Whether the lock was taken. False only while the process ends.
 bool take(std::unique_lock<Mutex>& guard)
 {
-    if (processEnding)
+    if (processEnds())
         return guard.try_lock();
     guard.lock();
     return true;
@@ -99,11 +98,6 @@ bool loggerHasOutput()
     const LoggerSettings& settings = loggerSettings();
     return (settings.types & logToConsole) != 0 ||
            ((settings.types & logToFile) != 0 && !settings.store.empty());
-}
-
-void stopWaitingForLogger()
-{
-    processEnding = true;
 }
 
 std::atomic<uint32_t>& loggerRecordCount()

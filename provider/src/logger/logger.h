@@ -52,10 +52,6 @@ bool loggerHasOutput();
 // with the banner, so a process that starts without an output never writes a banner.
 std::atomic<uint32_t>& loggerRecordCount();
 
-// From now on a record that would have to wait is dropped. For the end of the process, when the
-// thread that holds a lock of the logger may no longer exist, or may be the one that crashed.
-void stopWaitingForLogger();
-
 // The levels. Each has a function of the same name below.
 enum class LogLevel : uint8_t { SEV, ERR, WRN, INF, DBG, TRC };
 
@@ -66,7 +62,8 @@ bool beginRecord(LogLevel level);
 // Write one record of their level. A message of more than 65,535 bytes is written as an empty one.
 // The caller converts wide texts (base/text.h). Throw std::filesystem::filesystem_error when the
 // log folder can neither be listed nor created, and std::system_error when the platform refuses the
-// lock. If the file cannot be opened, the record is dropped without an error. Compat: only SEV uses
+// lock. If the file cannot be opened, the record is dropped without an error; so is one that would have
+// to wait for another while the process ends (base/process_end.h). Compat: only SEV uses
 // the level mask.
 void SEV(const char* format, ...) NV_PRINTF(1, 2);
 void ERR(const char* format, ...) NV_PRINTF(1, 2);

@@ -295,7 +295,7 @@ SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProp
     const std::lock_guard guard(lock_);
     trace.startClock();
 
-    if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0)
+    if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0 || cbInput > maxPropertySize)
         return trace.end(NTE_INVALID_PARAMETER);
     P11KeyObject* key = keyStore_.findOpenedOrImported(hKey);
     if (key == nullptr) {

@@ -5,10 +5,10 @@
 
 #include "base/cng.h"
 
-#include <condition_variable>
 #include <map>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/mutex.h"
@@ -27,11 +27,6 @@ namespace NV {
 // Take this lock after the provider's lock and before the key store's, never while the PIN dialog
 // is open, and never at process detach.
 Mutex& sequenceLock();
-
-// For the signal handler. From now on, the calling thread finds no provider. The thread ends the
-// process from inside a call that never releases its locks, so calls from the program's exit code
-// must return at once. The process detach destroys the providers. Takes no lock and no memory.
-void endProvidersOnThisThread();
 
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
@@ -168,8 +163,12 @@ private:
     AlgorithmNames rngAlgorithms_;
 };
 
-// The registry of the open providers, which it owns. There is one per process, created on first use
-// and never destroyed. A provider's handle is its address.
+// The registry of the open providers. There is one per process, created on first use and never
+// destroyed. A provider's handle is its address.
+//
+// The thread that ends the process (base/process_end.h) may be inside a call that never releases its
+// locks, and the program's exit code may still call the module. So on that thread no handle has a
+// provider, opening fails, and freeing succeeds without doing anything.
 class ProviderManager {
 public:
     static ProviderManager& instance();
@@ -178,36 +177,39 @@ public:
     ProviderManager(const ProviderManager&) = delete;
     ProviderManager& operator=(const ProviderManager&) = delete;
 
-    // As CNG's callbacks. Both hold the manager's lock until they return. On a thread that ends the
-    // process, opening fails, and freeing succeeds without doing anything.
+    // As CNG's callbacks. Both hold the manager's lock until they return. FreeProvider does not wait
+    // for calls that are inside the provider: the handle is gone at once.
     SECURITY_STATUS OpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                  DWORD dwFlags);
     SECURITY_STATUS FreeProvider(NCRYPT_PROV_HANDLE hProvider);
 
-    // A call inside a provider. FreeProvider destroys the provider only after its last visit.
-    class Visit {
+    // An owner of a registered provider: the map's entry, and each call that is inside. The last one
+    // destroys the provider under the sequence lock, because the destructor finalizes the library;
+    // it must hold no lock of a higher rank, and not the provider's.
+    class Registered {
     public:
-        Visit(ProviderManager& manager, Provider* provider) : manager_(manager), provider_(provider)
-        {
-        }
-        ~Visit();
-        Visit(const Visit&) = delete;
-        Visit& operator=(const Visit&) = delete;
+        explicit Registered(std::unique_ptr<Provider> provider) : provider_(std::move(provider)) {}
+        ~Registered();
+        Registered(const Registered&) = delete;
+        Registered& operator=(const Registered&) = delete;
 
-        // Null if the handle is known but has no provider.
-        Provider* provider() const { return provider_; }
+        Provider* provider() const { return provider_.get(); }
+        // Destroys the provider at once, whoever is inside. For the process detach.
+        void destroy() { provider_.reset(); }
+        // Never destroys it.
+        void abandon() { static_cast<void>(provider_.release()); }
 
     private:
-        ProviderManager& manager_;
-        Provider* provider_;
+        std::unique_ptr<Provider> provider_;
     };
+    using Owner = std::shared_ptr<Registered>;
 
-    // Looks up a handle. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
-    // On a thread that ends the process, no handle has a provider.
-    Visit visit(NCRYPT_PROV_HANDLE hProvider);
+    // The provider of a handle, for a call to keep while it is inside. Null if the handle is known but
+    // has no provider. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
+    Owner find(NCRYPT_PROV_HANDLE hProvider);
 
     // Destroys every provider, at process detach. Takes no lock and does not wait: the system may
-    // have ended the other threads while they held locks.
+    // have ended the other threads while they held locks, or were inside.
     void clear() NV_NO_THREAD_SAFETY_ANALYSIS;
 
 private:
@@ -220,11 +222,9 @@ private:
 
     Mutex lock_{LockRank::registry};  // serializes OpenProvider and FreeProvider
 
-    // Guards the map and the visits, only while they are read or changed.
+    // Guards the map, only while it is read or changed.
     Mutex mapLock_{LockRank::leaf};
-    std::map<NCRYPT_PROV_HANDLE, std::unique_ptr<Provider>> providers_ NV_GUARDED_BY(mapLock_);
-    std::map<Provider*, unsigned> visits_ NV_GUARDED_BY(mapLock_);
-    std::condition_variable visitEnded_;
+    std::map<NCRYPT_PROV_HANDLE, Owner> providers_ NV_GUARDED_BY(mapLock_);
 };
 
 }  // namespace NV

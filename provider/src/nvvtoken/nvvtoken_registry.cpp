@@ -2,13 +2,13 @@
 
 #include "nvvtoken/nvvtoken.h"
 
-#include <atomic>
 #include <cwchar>
 #include <memory>
 #include <new>
 #include <stdexcept>
 #include <utility>
 
+#include "base/process_end.h"
 #include "base/scope_exit.h"
 #include "logger/trace.h"
 
@@ -23,20 +23,7 @@ NCRYPT_PROV_HANDLE handleOf(const Provider* provider)
     return reinterpret_cast<NCRYPT_PROV_HANDLE>(provider);
 }
 
-// The thread that ends the process; 0 if there is none.
-std::atomic<DWORD> endingThread{0};
-
-bool processEndsOnThisThread()
-{
-    return endingThread == GetCurrentThreadId();
-}
-
 }  // namespace
-
-void endProvidersOnThisThread()
-{
-    endingThread = GetCurrentThreadId();
-}
 
 Mutex& sequenceLock()
 {
@@ -100,26 +87,26 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
         NV_UNDER(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
         return NTE_INVALID_PARAMETER;
     }
-    // Compat: nothing owns the provider until it is open, so one that fails to open is never
-    // destroyed. Destroying it unloads the library, and a library may not survive that after a
-    // failed start.
-    auto* provider = new (std::nothrow) Provider;
-    if (provider == nullptr) {
+    std::unique_ptr<Provider> created(new (std::nothrow) Provider);
+    if (created == nullptr) {
         NV_UNDER(ERR, site, "Failure: Failed to allocate memory");
         return NTE_NO_MEMORY;
     }
+    Provider* provider = created.get();
+    const auto owner = std::make_shared<Registered>(std::move(created));
     NV_UNDER(DBG, site, "Success: Provider[%p] Allocated", static_cast<const void*>(provider));
     if (!provider->init()) {
+        // Compat: a provider that fails to open is never destroyed. Destroying it unloads the
+        // library, and a library may not survive that after a failed start.
+        owner->abandon();
         NV_UNDER(ERR, site, "Failure: Failed to Load PKCS#11");
         return NTE_INTERNAL_ERROR;
     }
-    const std::lock_guard guard(mapLock_);
-    // Compat: freeing a handle twice leaves an entry without a provider. A provider that is opened
-    // at that address later is not put there: its handle answers as invalid, and nothing destroys
-    // it.
-    const auto [entry, added] = providers_.try_emplace(handleOf(provider));
-    if (added)
-        entry->second.reset(provider);
+    {
+        const std::lock_guard guard(mapLock_);
+        // An entry that a double free has left here has no provider.
+        providers_[handleOf(provider)] = owner;
+    }
     *phProvider = handleOf(provider);
     return ERROR_SUCCESS;
 }
@@ -142,7 +129,7 @@ SECURITY_STATUS ProviderManager::FreeProvider(NCRYPT_PROV_HANDLE hProvider)
 
 SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProvider)
 {
-    std::unique_ptr<Provider> provider;
+    Owner provider;
     {
         const std::lock_guard guard(mapLock_);
         // Compat: an unknown handle gets an entry, see isOpen.
@@ -156,48 +143,40 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
     }
     // The map no longer has the handle, so an error of the log must not stop the rest.
     quietly([&] { NV_UNDER(DBG, site, "Success: Provider[%p] is freed", asPointer(hProvider)); });
-    {
-        const std::lock_guard guard(mapLock_);
-        mapLock_.wait(visitEnded_,
-                      [&]() NV_REQUIRES(mapLock_) { return !visits_.contains(provider.get()); });
-    }
-    // The destructor finalizes the library, which must not happen inside another provider's
-    // sequence.
-    const std::lock_guard guard(sequenceLock());
-    provider.reset();
     return ERROR_SUCCESS;
 }
 
-ProviderManager::Visit ProviderManager::visit(NCRYPT_PROV_HANDLE hProvider)
+ProviderManager::Owner ProviderManager::find(NCRYPT_PROV_HANDLE hProvider)
 {
     if (processEndsOnThisThread())
-        return {*this, nullptr};
+        return nullptr;
     const std::lock_guard guard(mapLock_);
     const auto entry = providers_.find(hProvider);
     if (entry == providers_.end())
         throw std::out_of_range("invalid map<K, T> key");
-    Provider* provider = entry->second.get();
-    if (provider != nullptr)
-        ++visits_[provider];
-    return {*this, provider};
+    return entry->second;
 }
 
-ProviderManager::Visit::~Visit()
+ProviderManager::Registered::~Registered()
 {
     if (provider_ == nullptr)
         return;
-    const std::lock_guard guard(manager_.mapLock_);
-    if (const auto visits = manager_.visits_.find(provider_); --visits->second == 0) {
-        manager_.visits_.erase(visits);
-        manager_.visitEnded_.notify_all();
-    }
+    // Without the lock, the provider stays: a C_Finalize in another provider's sequence would do more
+    // harm.
+    quietly([this] {
+        const std::lock_guard guard(sequenceLock());
+        provider_.reset();
+    });
+    static_cast<void>(provider_.release());
 }
 
 void ProviderManager::clear()
 {
     // In the order of the handles, as the log shows it.
-    for (auto& [handle, provider] : providers_)
-        provider.reset();
+    for (auto& [handle, provider] : providers_) {
+        if (provider != nullptr)
+            provider->destroy();
+    }
     providers_.clear();
 }
 

@@ -10,6 +10,7 @@
 #include "base/scope_exit.h"
 #include "base/secret.h"
 #include "p11/p11_call.h"
+#include "p11/p11_mutex.h"
 
 namespace NV {
 
@@ -28,37 +29,6 @@ void logOutcome(const Site& site, const char* name, Outcome outcome, CK_RV rv, d
 
 }  // namespace call_layer
 
-namespace {
-
-// The mutex callbacks that the library gets when the caller passes none.
-CK_RV NV_CK_CALL createMutex(CK_VOID_PTR_PTR handle)
-{
-    *handle = new std::mutex;
-    return CKR_OK;
-}
-
-CK_RV NV_CK_CALL destroyMutex(CK_VOID_PTR handle)
-{
-    const std::unique_ptr<std::mutex> owned(static_cast<std::mutex*>(handle));
-    return CKR_OK;
-}
-
-CK_RV NV_CK_CALL lockMutex(CK_VOID_PTR handle)
-{
-    if (handle != nullptr)
-        static_cast<std::mutex*>(handle)->lock();
-    return CKR_OK;
-}
-
-CK_RV NV_CK_CALL unlockMutex(CK_VOID_PTR handle)
-{
-    if (handle != nullptr)
-        static_cast<std::mutex*>(handle)->unlock();
-    return CKR_OK;
-}
-
-}  // namespace
-
 bool Pkcs11::loadModule(std::string path)
 {
     Trace trace(NV_HERE);
@@ -75,9 +45,7 @@ P11Module::InitArgs Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pInitA
     P11Module::InitArgs replaced;
     if (pInitArgs == nullptr) {
         NV_UNDER(INF, site, "InitArgs will be generated because it is null");
-        replaced = module_->replaceInitArgs(std::make_unique<CK_C_INITIALIZE_ARGS>(
-            CK_C_INITIALIZE_ARGS{createMutex, destroyMutex, lockMutex, unlockMutex,
-                                 CKF_LIBRARY_CANT_CREATE_OS_THREADS | CKF_OS_LOCKING_OK, nullptr}));
+        replaced = module_->replaceInitArgs(initArgsWithMutexes());
     } else {
         replaced = module_->replaceInitArgs(*static_cast<CK_C_INITIALIZE_ARGS*>(pInitArgs));
     }

@@ -2,6 +2,7 @@
 
 #include "pindialog/pindialog.h"
 
+#include "base/lock_order.h"
 #include "logger/trace.h"
 
 namespace NV {
@@ -68,8 +69,13 @@ bool PINDialog::open()
         if (parent_ == nullptr)
             parent_ = GetDesktopWindow();
         NV_TRC("self = %p", static_cast<const void*>(this));
-        const INT_PTR result = DialogBoxParamW(instance_, MAKEINTRESOURCEW(dialogTemplate), parent_,
-                                               &DialogProc, reinterpret_cast<LPARAM>(this));
+        INT_PTR result = 0;
+        {
+            // The dialog's loop also serves the thread's other windows.
+            const OutsideCode outside;
+            result = DialogBoxParamW(instance_, MAKEINTRESOURCEW(dialogTemplate), parent_,
+                                     &DialogProc, reinterpret_cast<LPARAM>(this));
+        }
         if (error_ != nullptr)
             std::rethrow_exception(error_);
         NV_TRC("result = %d", static_cast<int>(result));

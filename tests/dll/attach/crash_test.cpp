@@ -1,10 +1,12 @@
 // A call that crashes inside the module: the process ends at once with the signal's number, whatever
-// the program's exit code still does with the provider whose locks the call has taken with it.
+// the program's exit code still does with the provider whose locks the call has taken with it, and
+// whatever happens on other threads meanwhile.
 
 #include <gtest/gtest.h>
 
 #include <windows.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <filesystem>
@@ -39,6 +41,8 @@ struct Kept {
     void openKey() { key = provider->openKey(L"0256"); }
     ~Kept()
     {
+        if (atTheEnd != nullptr)
+            atTheEnd();
         const auto show = [](const char* what, SECURITY_STATUS status) {
             std::cout << what << " 0x" << std::hex << static_cast<unsigned>(status) << std::endl;
         };
@@ -59,6 +63,8 @@ struct Kept {
     std::unique_ptr<ProviderModule> module;
     std::unique_ptr<OpenedProvider> provider;
     NCRYPT_KEY_HANDLE key = 0;
+    // Comes first in the program's exit code.
+    void (*atTheEnd)() = nullptr;
 };
 
 std::unique_ptr<Kept> kept;
@@ -114,6 +120,40 @@ void interruptedOnAnotherThread()
     std::raise(SIGINT);
 }
 
+// Lets another thread come to its end, and gives it time for whatever it does then.
+void onAnotherThread(void (*end)())
+{
+    std::atomic<bool> begun = false;
+    std::thread([&begun, end] {
+        begun = true;
+        end();
+    }).detach();
+    while (!begun)
+        std::this_thread::yield();
+    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+}
+
+void crashOnTwoThreads()
+{
+    kept->atTheEnd = [] { onAnotherThread(crashOutside); };
+    crashInTheProvider();
+}
+
+void crashOnTwoThreadsInDifferentWays()
+{
+    kept->atTheEnd = [] { onAnotherThread([] { std::raise(SIGABRT); }); };
+    crashInTheProvider();
+}
+
+void crashOnThreeThreads()
+{
+    kept->atTheEnd = [] {
+        onAnotherThread(crashInTheToken);
+        onAnotherThread(crashOutside);
+    };
+    crashInTheKeyStore();
+}
+
 // Places of the end, each with other locks taken.
 struct Case {
     const char* name;
@@ -133,6 +173,9 @@ const Case cases[] = {
     {"InTheKeyStore", crashInTheKeyStore, SIGSEGV},
     {"InTheToken", crashInTheToken, SIGSEGV},
     {"OnAnotherThread", interruptedOnAnotherThread, SIGINT},
+    {"OnTwoThreads", crashOnTwoThreads, SIGSEGV},
+    {"OnTwoThreadsInDifferentWays", crashOnTwoThreadsInDifferentWays, SIGSEGV},
+    {"OnThreeThreads", crashOnThreeThreads, SIGSEGV},
 };
 
 }  // namespace

@@ -194,6 +194,7 @@ TEST_F(PropertyOperationTest, nothingIsStoredWithoutNameOrBytes)
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(nullptr, value, 1));
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(L"Own", nullptr, 1));
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(L"Own", value, 0));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(L"Own", value, 0x80000000));
     Output output;
     EXPECT_EQ(status(NTE_NOT_SUPPORTED), ofProvider(L"Own", output, 400));
 }
@@ -317,6 +318,7 @@ TEST_F(KeyPropertyTest, storingRefusesWrongArgumentsAndHandles)
     BYTE value[] = {1};
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, L"Own", nullptr, 1));
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, L"Own", value, 0));
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, L"Own", value, 0x80000000));
     EXPECT_EQ(status(NTE_INVALID_PARAMETER), store(rsa, nullptr, value, 1));
     EXPECT_EQ("", messages(takeLines(), "ERR"));
     EXPECT_EQ(status(NTE_INVALID_HANDLE), store(0x12345678, L"Own", value, 1));

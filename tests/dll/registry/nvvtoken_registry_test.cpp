@@ -2,6 +2,7 @@
 
 #include <cstring>
 #include <stdexcept>
+#include <vector>
 
 #include "child.h"
 #include "registry_fixture.h"
@@ -182,6 +183,30 @@ TEST_F(Registry, AFreedHandleIsForgottenUntilItIsFreedAgain)
         "dll/registry/nvvtoken_registry/a_freed_handle_is_forgotten_until_it_is_freed_again");
     EXPECT_EQ(use(handle), NTE_INVALID_HANDLE);
     EXPECT_EQ(free(handle), NTE_INVALID_HANDLE);
+}
+
+// The heap gives the freed block to the next object of its size.
+TEST_F(Registry, OpensAtAnAddressWhoseHandleWasFreedTwice)
+{
+    NCRYPT_PROV_HANDLE known = 0;
+    ASSERT_EQ(open(known), ERROR_SUCCESS);
+    EXPECT_EQ(free(known), ERROR_SUCCESS);
+    EXPECT_EQ(free(known), NTE_INVALID_HANDLE);
+    std::vector<NCRYPT_PROV_HANDLE> opened;
+    while (opened.size() < 50 && (opened.empty() || opened.back() != known)) {
+        NCRYPT_PROV_HANDLE handle = 0;
+        ASSERT_EQ(open(handle), ERROR_SUCCESS);
+        opened.push_back(handle);
+    }
+    ASSERT_EQ(opened.back(), known);
+    EXPECT_EQ(use(known), ERROR_SUCCESS);
+    NCRYPT_PROV_HANDLE again = known;
+    EXPECT_EQ(open(again), NTE_INVALID_PARAMETER);
+    takeLines();
+    for (const NCRYPT_PROV_HANDLE handle : opened)
+        EXPECT_EQ(free(handle), ERROR_SUCCESS);
+    EXPECT_EQ(countLines(takeLines(), "TRC NV::Provider::~Provider:LEAVE"), opened.size());
+    EXPECT_THROW(use(known), std::out_of_range);
 }
 
 TEST_F(Registry, RefusesToFreeTheNullHandle)

@@ -1,6 +1,6 @@
-// What each lock keeps apart: the operations of one provider, opening and freeing, the calls that
-// the registry counts, the calls of one call layer, the users of one key store. The sequence lock
-// is the business of threads_test.cpp.
+// What each lock keeps apart: the operations of one provider, the look-ups of the registry, the calls
+// of one call layer, the users of one key store. The sequence lock is the business of
+// threads_test.cpp, freeing that of freeing_test.cpp.
 
 #include <atomic>
 #include <chrono>
@@ -164,44 +164,8 @@ TEST_F(LocksTest, anotherProviderDoesNotWait)
     EXPECT_EQ(right, static_cast<int>(PublicWork::kinds().size()));
 }
 
-// The registry's lock is held by whoever waits for the end of a call.
-TEST_F(LocksTest, openingWaitsForAFreeingThatWaits)
-{
-    NCRYPT_PROV_HANDLE provider = 0;
-    ASSERT_EQ((*module)->OpenProvider(&provider, providerName, 0), success);
-    NCRYPT_KEY_HANDLE key = 0;
-    ASSERT_EQ((*module)->OpenKey(provider, &key, facts.rsaKey.c_str(), 0, 0), success);
-    NCRYPT_PROV_HANDLE other = 0;
-    Callers callers;
-    std::atomic<int> succeeded = 0;
-    Bytes hash = known.front().hash;
-    Bytes signature(256);
-    DWORD length = 0;
-    {
-        const DialogDriver user([&](const PinDialogWindow& dialog) {
-            callers.add("free",
-                        [&] { succeeded += (*module)->FreeProvider(provider) == success ? 1 : 0; });
-            std::this_thread::sleep_for(longWait);
-            callers.add("open", [&] {
-                succeeded += (*module)->OpenProvider(&other, providerName, 0) == success ? 1 : 0;
-            });
-            std::this_thread::sleep_for(longWait);
-            EXPECT_EQ(callers.returned(), "");
-            dialog.type(facts.pin);
-            dialog.pressOk();
-        });
-        EXPECT_EQ((*module)->SignHash(provider, key, nullptr, hash.data(), 32, signature.data(),
-                                      256, &length, 0),
-                  success);
-    }
-    callers.join();
-    EXPECT_EQ(signature, known.front().rsaSignature);
-    EXPECT_EQ(succeeded, 2);
-    EXPECT_EQ((*module)->FreeProvider(other), success);
-}
-
 // Each thread has a provider to itself, so that they meet nowhere but in the registry.
-TEST_F(LocksTest, theRegistryCountsTheCallsOfManyThreads)
+TEST_F(LocksTest, theRegistryServesManyThreads)
 {
     std::vector<std::unique_ptr<OpenedProvider>> providers;
     for (int i = 0; i < threadCount; ++i)

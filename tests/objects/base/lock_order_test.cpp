@@ -6,7 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <array>
-#include <condition_variable>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -74,6 +73,40 @@ NV_TEST_CHILD(releasesTwice)
     lock.lock();
     lock.unlock();
     lock.unlock();
+    return 0;
+}
+
+NV_TEST_CHILD(takesTwoInCodeOutside)
+{
+    Mutex leaf(LockRank::leaf);
+    Mutex provider(LockRank::provider);
+    Mutex registry(LockRank::registry);
+    const std::lock_guard outer(leaf);
+    const OutsideCode outside;
+    const std::lock_guard first(provider);
+    const std::lock_guard second(registry);
+    return 0;
+}
+
+NV_TEST_CHILD(takesOneTwiceFromOutside)
+{
+    Mutex lock(LockRank::provider);
+    const std::lock_guard outer(lock);
+    const OutsideCode outside;
+    const std::lock_guard inner(lock);
+    return 0;
+}
+
+NV_TEST_CHILD(takesTwoAfterCodeOutside)
+{
+    Mutex provider(LockRank::provider);
+    Mutex registry(LockRank::registry);
+    const std::lock_guard outer(provider);
+    {
+        const OutsideCode outside;
+        const std::lock_guard inner(registry);
+    }
+    const std::lock_guard inner(registry);
     return 0;
 }
 
@@ -171,24 +204,18 @@ TEST(LockOrderTest, onlyTheHoldingThreadReleases)
     expectEnd(runChild("releasesTwice"), line);
 }
 
-TEST(LockOrderTest, aWaitGivesTheLockAwayAndComesBackWithIt)
+TEST(LockOrderTest, beginsAnewInCodeOutsideTheModule)
 {
-    Mutex lock(LockRank::leaf);
-    std::condition_variable changed;
-    bool done = false;
-    std::thread other;
+    Mutex leaf(LockRank::leaf);
+    Mutex registry(LockRank::registry);
+    const std::lock_guard outer(leaf);
     {
-        const std::lock_guard guard(lock);
-        other = std::thread([&] {
-            const std::lock_guard inner(lock);
-            done = true;
-            changed.notify_all();
-        });
-        lock.wait(changed, [&] { return done; });
-        EXPECT_TRUE(done);
+        const OutsideCode outside;
+        const std::lock_guard inner(registry);
     }
-    other.join();
-    const std::lock_guard again(lock);
+    expectEnd(runChild("takesTwoInCodeOutside"), "registry is taken under provider");
+    expectEnd(runChild("takesOneTwiceFromOutside"), "provider is taken under provider");
+    expectEnd(runChild("takesTwoAfterCodeOutside"), "registry is taken under provider");
 }
 
 }  // namespace NV::test

@@ -13,6 +13,10 @@ namespace {
 
 thread_local bool throughList = false;
 
+// Not mapped, and aligned.
+// NOLINTNEXTLINE(performance-no-int-to-ptr)
+volatile int* const nowhere = reinterpret_cast<int*>(ULONG_PTR{0x7390});
+
 bool actsOnBuffer(test::Fault fault)
 {
     return fault == test::Fault::bufferTooSmall || fault == test::Fault::secondCountLarger ||
@@ -87,8 +91,37 @@ Arrival::Inside::Inside()
 
 Arrival::Inside::~Inside()
 {
-    const std::lock_guard guard{tokenMutex()};
-    --journal().inside;
+    {
+        const std::lock_guard guard{tokenMutex()};
+        --journal().inside;
+    }
+    SetLastError(test::kLastError);
+}
+
+Arrival::MutexHeld::MutexHeld()
+{
+    {
+        const std::lock_guard guard{tokenMutex()};
+        mutex_ = token().heldMutex;
+        callbacks_ = token().initArguments;
+    }
+    // Not under tokenMutex: the callback may wait.
+    if (mutex_ != nullptr)
+        callbacks_.LockMutex(mutex_);
+}
+
+Arrival::MutexHeld::~MutexHeld()
+{
+    if (mutex_ == nullptr)
+        return;
+    callbacks_.UnlockMutex(mutex_);
+    bool finalised = false;
+    {
+        const std::lock_guard guard{tokenMutex()};
+        finalised = token().heldMutex != mutex_;
+    }
+    if (finalised)
+        callbacks_.DestroyMutex(mutex_);
 }
 
 Arrival::Arrival(const char* function, const Line& arguments, const void* buffer)
@@ -104,6 +137,8 @@ Arrival::Arrival(const char* function, const Line& arguments, const void* buffer
             Sleep(planned.value);
     }
     for (const PlannedFault& planned : striking) {
+        if (planned.fault == test::Fault::crash)
+            *nowhere = 1;
         if (planned.fault == test::Fault::throwException)
             throwScripted(function);
         if (planned.fault == test::Fault::throwAfterWork)

@@ -79,7 +79,21 @@ private:
         Inside& operator=(const Inside&) = delete;
     };
 
+    // Holds the token's mutex, if it has one. The call that removes it from the token destroys it.
+    class MutexHeld {
+    public:
+        MutexHeld();
+        ~MutexHeld();
+        MutexHeld(const MutexHeld&) = delete;
+        MutexHeld& operator=(const MutexHeld&) = delete;
+
+    private:
+        void* mutex_ = nullptr;
+        CK_C_INITIALIZE_ARGS callbacks_{};
+    };
+
     Inside inside_;
+    MutexHeld mutexHeld_;
     std::optional<CK_RV> answer_;
     std::optional<CK_RV> answerAfterWork_;
     bool throwsAfterWork_ = false;

@@ -43,6 +43,8 @@ CK_RV initialise(Token& token, const CK_C_INITIALIZE_ARGS* arguments)
     token.initArgumentsGiven = arguments != nullptr;
     token.initArguments = arguments != nullptr ? *arguments : CK_C_INITIALIZE_ARGS{};
     token.initialised = true;
+    if (token.holdsMutex && arguments != nullptr && arguments->CreateMutex != nullptr)
+        arguments->CreateMutex(&token.heldMutex);
     journal().sequenceThread = GetCurrentThreadId();
     return CKR_OK;
 }

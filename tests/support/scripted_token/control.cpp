@@ -154,6 +154,12 @@ void setParametersReread(uint32_t on)
     token().parametersReread = on != 0;
 }
 
+void setHoldsMutex(uint32_t on)
+{
+    const Guard guard{tokenMutex()};
+    token().holdsMutex = on != 0;
+}
+
 uint32_t loggedIn(Login who)
 {
     return std::ranges::any_of(token().slots,
@@ -218,6 +224,7 @@ constexpr test::ScriptedTokenControl kControl{
     .addObject = addObject,
     .setSecretPattern = setSecretPattern,
     .setParametersReread = setParametersReread,
+    .setHoldsMutex = setHoldsMutex,
     .state = state,
     .callMutexCallback = callMutexCallback,
 };

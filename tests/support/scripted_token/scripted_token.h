@@ -102,6 +102,11 @@ public:
     {
         addFault(function, Fault::delay, static_cast<uint32_t>(time.count()), nth);
     }
+    // Comes last: the call has begun, and holds the mutex if setHoldsMutex is on.
+    void crashIn(const std::string& function, uint32_t nth = 0)
+    {
+        addFault(function, Fault::crash, 0, nth);
+    }
     // These three apply to, and count, only calls with an output buffer.
     void bufferTooSmall(const std::string& function, uint32_t nth = 0)
     {
@@ -152,6 +157,10 @@ public:
     // The token reads a mechanism's parameter block again at the end of the operation, and returns
     // CKR_MECHANISM_PARAM_INVALID if it has changed.
     void setParametersReread(bool on) { control_->setParametersReread(on ? 1 : 0); }
+
+    // The token holds the mutex that it got: each C_Initialize makes a mutex by the callbacks that it
+    // was given, and each other call until the C_Finalize holds it from its beginning to its end.
+    void setHoldsMutex(bool on) { control_->setHoldsMutex(on ? 1 : 0); }
 
     TokenState state() const;
     bool initialised() const { return state().initialised != 0; }

@@ -16,6 +16,7 @@ enum class Fault : uint32_t {
     returnAfterWork,   // do the work of the call, then return `value`
     delay,             // wait `value` milliseconds, then continue as usual
     throwAfterWork,    // do the work of the call, then throw as above
+    crash,             // write to an address that is not mapped
     valueUnavailable,  // C_GetAttributeValue: CKR_OK, but no value and CK_UNAVAILABLE_INFORMATION
     // A call that gives a list or bytes: CKR_OK, but the count or length reported is `value`, with a
     // buffer and without one.
@@ -80,6 +81,7 @@ struct ScriptedTokenControl {
     CK_OBJECT_HANDLE (*addObject)(CK_SLOT_ID slot, const CK_ATTRIBUTE* attributes, uint32_t count);
     void (*setSecretPattern)(const CK_BYTE* bytes, uint32_t length);
     void (*setParametersReread)(uint32_t on);
+    void (*setHoldsMutex)(uint32_t on);
 
     void (*state)(TokenState* state);
     // Calls the callback that the latest C_Initialize passed; CKR_GENERAL_ERROR without one.

@@ -392,6 +392,61 @@ TEST(ScriptedTokenLibraries, NotPkcs11HasNoFunctionList)
     EXPECT_EQ(nullptr, addressIn(module, "C_GetFunctionList"));
 }
 
+// Callbacks that note what they were called for.
+std::string noted;
+
+CK_RV NV_CK_CALL noteCreate(CK_VOID_PTR_PTR mutex)
+{
+    *mutex = &noted;
+    noted += "create ";
+    return CKR_OK;
+}
+CK_RV NV_CK_CALL noteDestroy(CK_VOID_PTR mutex)
+{
+    noted += mutex == &noted ? "destroy " : "destroy another ";
+    return CKR_OK;
+}
+CK_RV NV_CK_CALL noteLock(CK_VOID_PTR mutex)
+{
+    noted += mutex == &noted ? "lock " : "lock another ";
+    return CKR_OK;
+}
+CK_RV NV_CK_CALL noteUnlock(CK_VOID_PTR mutex)
+{
+    noted += mutex == &noted ? "unlock " : "unlock another ";
+    return CKR_OK;
+}
+
+TEST_F(ScriptedFaultTest, HoldsTheMutexThatItGotInEveryCallUntilItIsFinalized)
+{
+    noted.clear();
+    CK_C_INITIALIZE_ARGS arguments{noteCreate, noteDestroy, noteLock, noteUnlock, 0, nullptr};
+    EXPECT_EQ(CKR_OK, p11.C_Initialize(&arguments));
+    EXPECT_EQ(CKR_OK, p11.C_Finalize(nullptr));
+    EXPECT_EQ("", noted);
+    token.setHoldsMutex(true);
+    EXPECT_EQ(CKR_OK, p11.C_Initialize(&arguments));
+    EXPECT_EQ("create ", noted);
+    CK_INFO info{};
+    token.throwFrom("C_GetInfo", 1);
+    EXPECT_THROW(p11.C_GetInfo(&info), std::runtime_error);
+    EXPECT_EQ("create lock unlock ", noted);
+    EXPECT_EQ(CKR_OK, p11.C_Finalize(nullptr));
+    EXPECT_EQ(CKR_CRYPTOKI_NOT_INITIALIZED, p11.C_GetInfo(&info));
+    EXPECT_EQ("create lock unlock lock unlock destroy ", noted);
+}
+
+TEST_F(ScriptedFaultTest, LeavesALastErrorBehind)
+{
+    SetLastError(1);
+    EXPECT_EQ(CKR_OK, p11.C_Initialize(nullptr));
+    EXPECT_EQ(kLastError, GetLastError());
+    token.throwFrom("C_Finalize", 1);
+    SetLastError(1);
+    EXPECT_THROW(p11.C_Finalize(nullptr), std::runtime_error);
+    EXPECT_EQ(kLastError, GetLastError());
+}
+
 TEST(ScriptedTokenLibraries, PartialExportsLeaveMostOfARepairedListNull)
 {
     const Module module = loadBesideTest(L"partial_exports.dll");

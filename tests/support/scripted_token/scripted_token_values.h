@@ -59,6 +59,9 @@ inline constexpr CK_ULONG kObjectOverhead = 13;  // C_GetObjectSize: this and al
 // A false count or length exceeds the true one, or the buffer, by this much.
 inline constexpr CK_ULONG kLieExcess = 7;
 
+// What each call leaves as the thread's last error, as a token's driver may.
+inline constexpr uint32_t kLastError = 0x2734;
+
 inline constexpr CK_FLAGS CKF_HW = 0x1;
 inline constexpr CK_FLAGS CKF_ENCRYPT = 0x100;
 inline constexpr CK_FLAGS CKF_DECRYPT = 0x200;

@@ -127,6 +127,7 @@ void Token::reset()
              {test::kOtherSlot, test::kEmptySlotFlags, 0}};
     secretPattern.assign(std::begin(test::kSecretPattern), std::end(test::kSecretPattern));
     parametersReread = false;
+    holdsMutex = false;
     nextSession_ = test::kFirstSession;
     nextObject_ = test::kFirstObject;
     nextSessionObject_ = test::kFirstSessionObject;
@@ -135,6 +136,7 @@ void Token::reset()
 void Token::finalise()
 {
     initialised = false;
+    heldMutex = nullptr;
     sessions.clear();
     eraseWhere(objects, [](const Object& object) { return object.session != 0; });
     for (Slot& each : slots)

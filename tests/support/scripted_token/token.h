@@ -102,6 +102,8 @@ public:
     std::map<CK_OBJECT_HANDLE, Object> objects;
     Bytes secretPattern;
     bool parametersReread = false;
+    bool holdsMutex = false;
+    void* heldMutex = nullptr;  // from a C_Initialize with holdsMutex to its C_Finalize
 
 private:
     CK_SESSION_HANDLE nextSession_ = test::kFirstSession;
