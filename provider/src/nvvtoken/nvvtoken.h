@@ -184,11 +184,12 @@ public:
     // it must hold no lock of a higher rank, and not the provider's.
     class Registered {
     public:
-        explicit Registered(std::unique_ptr<Provider> provider) : provider_(std::move(provider)) {}
+        Registered() = default;
         ~Registered();
         Registered(const Registered&) = delete;
         Registered& operator=(const Registered&) = delete;
 
+        void own(std::unique_ptr<Provider> provider) { provider_ = std::move(provider); }
         Provider* provider() const { return provider_.get(); }
         // Destroys the provider at once, whoever is inside. For the process detach.
         void destroy() { provider_.reset(); }

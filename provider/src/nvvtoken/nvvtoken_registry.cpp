@@ -87,6 +87,8 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
         NV_UNDER(ERR, site, "Failure: Provider[%p] is already opened", asPointer(*phProvider));
         return NTE_INVALID_PARAMETER;
     }
+    // Made first, so that a lack of memory cannot lose an open provider.
+    const auto owner = std::make_shared<Registered>();
     // Compat: nothing owns the provider until it is open, so one that fails to open is never
     // destroyed. Destroying it unloads the library, and a library may not survive that after a
     // failed start.
@@ -100,7 +102,7 @@ SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phPr
         NV_UNDER(ERR, site, "Failure: Failed to Load PKCS#11");
         return NTE_INTERNAL_ERROR;
     }
-    const auto owner = std::make_shared<Registered>(std::unique_ptr<Provider>(provider));
+    owner->own(std::unique_ptr<Provider>(provider));
     {
         const std::lock_guard guard(mapLock_);
         // An entry that a double free has left here has no provider.
