@@ -19,8 +19,8 @@ uint32_t creationStamp()
 
 Property::Property(std::wstring name, uint32_t type, const void* data, int32_t size)
     : stamp_(creationStamp()), _type(type), _id(std::move(name)),
-      _data(std::make_shared<std::vector<unsigned char>>(
-          static_cast<const unsigned char*>(data), static_cast<const unsigned char*>(data) + size))
+      _data(std::make_shared<SecretBytes>(static_cast<const unsigned char*>(data),
+                                          static_cast<const unsigned char*>(data) + size))
 {
 }
 
@@ -34,8 +34,9 @@ Property::Property(const Property& source)
 
 Property::~Property()
 {
+    // Unlike clear, this releases the bytes, and so wipes them.
     if (_data != nullptr)
-        _data->clear();
+        SecretBytes().swap(*_data);
 }
 
 }  // namespace NV

@@ -5,7 +5,8 @@
 #include <cstdint>
 #include <memory>
 #include <string>
-#include <vector>
+
+#include "base/secret.h"
 
 namespace NV {
 
@@ -14,6 +15,8 @@ uint32_t creationStamp();
 
 // Compat: copies share one value buffer, and the destructor of any copy empties it. The others then
 // have the name and no bytes. An application sees that after it has freed the first handle of a key.
+//
+// The value is wiped when it is released: callers store PINs in properties.
 class Property {
 public:
     // Copies the `size` bytes at `data`. Only CNG interprets the type.
@@ -27,14 +30,14 @@ public:
 
     const std::wstring& name() const { return _id; }
     uint32_t type() const { return _type; }
-    const std::vector<unsigned char>& value() const { return *_data; }
+    const SecretBytes& value() const { return *_data; }
     uint32_t stamp() const { return stamp_; }
 
 private:
     uint32_t stamp_;
     uint32_t _type;
     std::wstring _id;
-    std::shared_ptr<std::vector<unsigned char>> _data;
+    std::shared_ptr<SecretBytes> _data;
 };
 
 }  // namespace NV

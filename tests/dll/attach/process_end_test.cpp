@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
@@ -104,6 +105,21 @@ void crashOnAnotherThread(Served& served)
     sleepForever();
 }
 
+// Another thread ends the process than the one whose crash has begun to.
+void endByExitProcessAfterACrash(Served& served)
+{
+    static std::atomic<bool> exiting = false;
+    static_cast<void>(std::atexit([] {
+        exiting = true;
+        sleepForever();
+    }));
+    served.token.crashIn("C_Verify");
+    std::thread([&served] { served.verify(); }).detach();
+    while (!exiting)
+        std::this_thread::yield();
+    ExitProcess(75);
+}
+
 struct Way {
     const char* name;
     void (*end)(Served&);
@@ -122,6 +138,7 @@ const Way ways[] = {
     {"ByExitProcessOfAThread", endByAThreadThatCalledExitProcess, 74},
     {"ByACrash", crashInTheToken, SIGSEGV},
     {"ByACrashOfAThread", crashOnAnotherThread, SIGSEGV},
+    {"ByExitProcessAfterACrash", endByExitProcessAfterACrash, 75},
 };
 
 }  // namespace
@@ -145,7 +162,7 @@ TEST_P(ProcessEnd, WaitsForNoMutexOfTheToken)
 {
     const Profile profile;
     profile.writeConfigFor(ScriptedToken::widePath());
-    const int count = rounds(8);
+    const int count = rounds(3);
     for (int round = 0; round < count; ++round) {
         const ChildResult result =
             runChild("endsInsideTheToken",

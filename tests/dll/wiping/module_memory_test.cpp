@@ -34,16 +34,22 @@ TEST_F(ModuleMemoryTest, FindsWhatIsReleasedAsItWas)
     EXPECT_EQ("", memory().found());
 }
 
+// A property's value is wiped; its name is not. The copies that are made on the way show, too.
 TEST_F(ModuleMemoryTest, FindsWhatTheModuleHoldsAndLaterLetsGo)
 {
-    std::string value(text);
-    auto* bytes = reinterpret_cast<PBYTE>(value.data());
-    const auto size = static_cast<DWORD>(value.size());
-    table().SetProviderProperty(provider(), L"odd property", bytes, size, 0);
-    EXPECT_EQ("the text in a block still held\n", memory().found());
-    std::ranges::fill(value, 'x');
-    table().SetProviderProperty(provider(), L"odd property", bytes, size, 0);
-    EXPECT_EQ("the text in a released block\n", memory().found());
+    const std::wstring name = L"an odd name of a property";
+    memory().forget();
+    memory().lookFor("the name", std::string_view(reinterpret_cast<const char*>(name.data()),
+                                                  name.size() * sizeof(wchar_t)));
+    BYTE value[] = {1};
+    NCRYPT_KEY_HANDLE key = 0;
+    ASSERT_EQ(ERROR_SUCCESS, table().OpenKey(provider(), &key, L"0256", 0, 0));
+    ASSERT_EQ(ERROR_SUCCESS, table().SetKeyProperty(provider(), key, name.c_str(), value, 1, 0));
+    EXPECT_EQ("the name in a block still held\nthe name in a released block\n", memory().found());
+    EXPECT_EQ("the name in a block still held\n", memory().found());
+    ASSERT_EQ(ERROR_SUCCESS, table().FreeKey(provider(), key));
+    EXPECT_EQ("the name in a released block\n", memory().found());
+    EXPECT_EQ("", memory().found());
 }
 
 TEST_F(ModuleMemoryTest, FindsWhatLiesInASection)

@@ -25,7 +25,9 @@ protected:
     static Bytes value(const P11KeyObject& key, const wchar_t* name)
     {
         const Property* property = key.findProperty(name);
-        return property != nullptr ? property->value() : Bytes{untouchedByte};
+        if (property == nullptr)
+            return Bytes{untouchedByte};
+        return {property->value().begin(), property->value().end()};
     }
     static Bytes text(const std::wstring& characters)
     {

@@ -4,6 +4,7 @@
 #include <chrono>
 #include <thread>
 
+#include "base/secret.h"
 #include "key_fixture.h"
 #include "trace_file.h"
 
@@ -70,7 +71,7 @@ TEST_F(KeyObjectTest, addPropertyLogsArgumentsAndCount)
     expectTrace(log.takeLines(),
                 "objects/keystore/keystore_key/add_property_logs_arguments_and_count");
     ASSERT_NE(nullptr, rsa->findProperty(L"Key Usage"));
-    EXPECT_EQ((Bytes{3, 0, 0, 0}), rsa->findProperty(L"Key Usage")->value());
+    EXPECT_EQ((SecretBytes{3, 0, 0, 0}), rsa->findProperty(L"Key Usage")->value());
     EXPECT_EQ(0U, rsa->findProperty(L"Key Usage")->type());
 }
 
@@ -98,7 +99,7 @@ TEST_F(KeyObjectTest, addPropertyOfAPresentNameKeepsTheFirstValue)
     rsa->addProperty(L"Key Usage", &first, sizeof first);
     rsa->addProperty(L"Key Usage", &second, sizeof second);
     EXPECT_EQ(1U, rsa->properties().size());
-    EXPECT_EQ((Bytes{1, 0, 0, 0}), rsa->findProperty(L"Key Usage")->value());
+    EXPECT_EQ((SecretBytes{1, 0, 0, 0}), rsa->findProperty(L"Key Usage")->value());
     EXPECT_EQ("", messages(log.takeLines(), "ERR"));
 }
 

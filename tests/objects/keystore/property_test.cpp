@@ -10,13 +10,14 @@
 #include <memory>
 #include <thread>
 
+#include "base/secret.h"
 #include "log_capture.h"
 
 namespace NV::test {
 
 namespace {
 
-using Value = std::vector<unsigned char>;
+using Value = SecretBytes;
 
 constexpr unsigned char threeBytes[] = {7, 0, 9};
 

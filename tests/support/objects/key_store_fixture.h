@@ -30,7 +30,9 @@ protected:
     static Bytes value(const P11KeyObject& key, const wchar_t* name)
     {
         const Property* property = key.findProperty(name);
-        return property != nullptr ? property->value() : Bytes{0xEE};
+        if (property == nullptr)
+            return Bytes{0xEE};
+        return {property->value().begin(), property->value().end()};
     }
 
     LogCapture log;
