@@ -296,7 +296,7 @@ TEST_F(DeriveKeyTest, ANullBufferWithALengthIsInvalid)
 
 TEST_F(DeriveKeyTest, OtherTypesAreUnknown)
 {
-    for (const ULONG type : {4ul, 5ul, 6ul, 7ul, 0x10ul, 0x7391ul, 0xFFFFFFFFul}) {
+    for (const ULONG type : std::initializer_list<ULONG>{4, 5, 6, 7, 0x10, 0x7391, 0xFFFFFFFF}) {
         Parameters parameters = sha256();
         parameters.add(type, {1, 2}).add(KDF_SECRET_APPEND, {1});
         expectRefused(NTE_INVALID_PARAMETER, derive(BCRYPT_KDF_HASH, parameters.list()));

@@ -337,7 +337,7 @@ TEST_F(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
 
 TEST_F(LogFile, AMissingFolderIsMadeWithThoseAboveIt)
 {
-    loggerSettings().store += "\\a\\b";
+    loggerSettings().store = test::narrowPath(capture.folder() / "a" / "b");
     TRC("first");
     EXPECT_EQ("TRC first\n", messages(test::readLog(capture.folder() / "a" / "b")));
 }

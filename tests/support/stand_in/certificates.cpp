@@ -138,7 +138,7 @@ BOOL giveIdentifier(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize
         return failed(ERROR_INVALID_PARAMETER);
     const std::string text = textOf(identifier.get());
     std::vector<BYTE> bytes(sizeof(LPSTR) + text.size() + 1);
-    const LPSTR place = static_cast<LPSTR>(buffer) + sizeof(LPSTR);
+    const LPSTR place = buffer != nullptr ? static_cast<LPSTR>(buffer) + sizeof(LPSTR) : nullptr;
     std::memcpy(bytes.data(), &place, sizeof place);
     std::memcpy(bytes.data() + sizeof place, text.c_str(), text.size() + 1);
     return give(bytes, buffer, bufferSize);
@@ -220,9 +220,11 @@ BOOL CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, v
     const size_t nameSize = (provider->name.size() + 1) * sizeof(wchar_t);
     std::vector<BYTE> bytes(sizeof(CRYPT_KEY_PROV_INFO) + containerSize + nameSize);
     CRYPT_KEY_PROV_INFO info{};
-    auto* const texts = static_cast<BYTE*>(value) + sizeof info;
-    info.pwszContainerName = reinterpret_cast<LPWSTR>(texts);
-    info.pwszProvName = reinterpret_cast<LPWSTR>(texts + containerSize);
+    if (value != nullptr) {
+        auto* const texts = static_cast<BYTE*>(value) + sizeof info;
+        info.pwszContainerName = reinterpret_cast<LPWSTR>(texts);
+        info.pwszProvName = reinterpret_cast<LPWSTR>(texts + containerSize);
+    }
     info.dwKeySpec = provider->keySpec;
     std::memcpy(bytes.data(), &info, sizeof info);
     std::memcpy(bytes.data() + sizeof info, provider->container.c_str(), containerSize);

@@ -129,9 +129,11 @@ DWORD GetFileAttributesW(LPCWSTR name)
 {
     const std::string path = nativePath(name);
     struct stat entry {};
-    if (stat(path.c_str(), &entry) == 0)
+    // There is no network.
+    const bool onNetwork = path.starts_with("//");
+    if (!onNetwork && stat(path.c_str(), &entry) == 0)
         return attributesOf(entry);
-    failed(errorOf(path, errno));
+    failed(onNetwork ? ERROR_BAD_NET_NAME : errorOf(path, errno));
     return INVALID_FILE_ATTRIBUTES;
 }
 

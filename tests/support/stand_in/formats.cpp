@@ -1,32 +1,50 @@
 // The printf formats that differ: the C library of Windows writes a pointer as 16 hexadecimal digits.
-// Programs are linked with vsnprintf wrapped.
+// Programs are linked with these functions wrapped.
 
 #include <cstdarg>
 #include <cstddef>
 #include <string>
 
-// The linker's names for the wrapped and the wrapping function.
-// NOLINTBEGIN(bugprone-reserved-identifier)
-extern "C" {
-int __real_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments);
-int __wrap_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments);
+namespace {
 
-int __wrap_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments)
+// "%p" becomes "%016lx".
+std::string withPointersAsNumbers(const char* format)
 {
     std::string changed;
     for (const char* at = format; *at != '\0'; ++at) {
         changed += *at;
-        if (*at != '%')
+        if (*at != '%' || at[1] == '\0')
             continue;
         ++at;
         if (*at == 'p')
-            changed += "016lX";
-        else if (*at == '\0')
-            break;
+            changed += "016lx";
         else
             changed += *at;
     }
-    return __real_vsnprintf(buffer, capacity, changed.c_str(), arguments);
+    return changed;
+}
+
+}  // namespace
+
+// The linker's names for the wrapped and the wrapping functions.
+// NOLINTBEGIN(bugprone-reserved-identifier)
+extern "C" {
+int __real_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments);
+int __wrap_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments);
+int __wrap_snprintf(char* buffer, size_t capacity, const char* format, ...);
+
+int __wrap_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments)
+{
+    return __real_vsnprintf(buffer, capacity, withPointersAsNumbers(format).c_str(), arguments);
+}
+
+int __wrap_snprintf(char* buffer, size_t capacity, const char* format, ...)
+{
+    va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
+    va_start(arguments, format);
+    const int length = __wrap_vsnprintf(buffer, capacity, format, arguments);
+    va_end(arguments);
+    return length;
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)

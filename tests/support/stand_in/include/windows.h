@@ -69,6 +69,7 @@ inline constexpr LONG ERROR_INVALID_HANDLE = 6;
 inline constexpr LONG ERROR_NO_MORE_FILES = 18;
 inline constexpr LONG ERROR_SHARING_VIOLATION = 32;
 inline constexpr LONG ERROR_BAD_NETPATH = 53;
+inline constexpr LONG ERROR_BAD_NET_NAME = 67;
 inline constexpr LONG ERROR_FILE_EXISTS = 80;
 inline constexpr LONG ERROR_INVALID_PARAMETER = 87;
 inline constexpr LONG ERROR_DISK_FULL = 112;
@@ -169,6 +170,12 @@ void Sleep(DWORD milliseconds);
 ULONGLONG GetTickCount64();
 // 100-nanosecond intervals since 1601.
 void GetSystemTimeAsFileTime(FILETIME* time);
+
+// Windows: none is shown
+inline constexpr int IDOK = 1;
+inline constexpr int IDCANCEL = 2;
+
+BOOL IsWindow(HWND window);
 
 // Text
 inline constexpr UINT CP_ACP = 0;
