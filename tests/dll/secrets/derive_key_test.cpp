@@ -53,18 +53,7 @@ Parameters sha256()
 
 class DeriveKeyTest : public SecretsTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        SecretsTest::SetUpTestSuite();
-        secret = 0;
-    }
-
-    DeriveKeyTest()
-    {
-        if (secret == 0)
-            secret = agree();
-        forget();
-    }
+    DeriveKeyTest() : secret(sharedSecret()) { forget(); }
 
     struct Result {
         SECURITY_STATUS status = 0;
@@ -100,7 +89,7 @@ protected:
     }
 
     Parameters good = sha256();
-    static inline NCRYPT_SECRET_HANDLE secret = 0;
+    NCRYPT_SECRET_HANDLE secret;
 };
 
 constexpr const char* hashKdf = "DBG Using the HASH based KDF (BCRYPT_KDF_HASH)\n";

@@ -6,7 +6,6 @@
 #include <cstring>
 #include <filesystem>
 
-#include "child.h"
 #include "folder.h"
 #include "p11/p11text.h"
 #include "token_layer_fixture.h"
@@ -149,7 +148,7 @@ TEST_F(P11ModuleTest, APathOutsideAsciiExistsButDoesNotLoad)
 {
     const TemporaryFolder folder;
     const std::filesystem::path file = folder.path() / u8"t\u00F6ken.dll";
-    std::filesystem::copy_file(programFolder() / "scripted_token.dll", file);
+    std::filesystem::copy_file(ScriptedToken::widePath(), file);
     P11Module module(utf8(file));
     log();
     EXPECT_FALSE(module.load());

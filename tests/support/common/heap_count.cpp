@@ -4,8 +4,6 @@
 
 #include <atomic>
 #include <cstddef>
-#include <cstdlib>
-#include <new>
 
 namespace {
 
@@ -53,29 +51,6 @@ void __wrap_free(void* block)
 }
 }
 // NOLINTEND(bugprone-reserved-identifier)
-
-#if !defined(_WIN32)
-
-// These of this machine's standard library are in a library of their own, where malloc is not wrapped.
-void* operator new(size_t size)
-{
-    void* block = std::malloc(size == 0 ? 1 : size);
-    if (block == nullptr)
-        throw std::bad_alloc();
-    return block;
-}
-
-void operator delete(void* block) noexcept
-{
-    std::free(block);
-}
-
-void operator delete(void* block, size_t) noexcept
-{
-    std::free(block);
-}
-
-#endif
 
 namespace NV::test {
 

@@ -17,7 +17,7 @@ namespace {
 
 // A dialog that a script works on. Its address is its window's handle.
 struct ScriptedDialog {
-    std::wstring pin;
+    NV::SecretWideText pin;
     int pressed = 0;  // IDOK or IDCANCEL
 };
 
@@ -89,7 +89,7 @@ HWND PinDialogWindow::control(int) const
 
 void PinDialogWindow::type(std::wstring_view pin) const
 {
-    dialogOf(dialog_).pin = pin;
+    dialogOf(dialog_).pin.assign(pin.begin(), pin.end());
 }
 
 void PinDialogWindow::press(int id) const

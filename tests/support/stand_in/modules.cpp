@@ -4,7 +4,6 @@
 #include <unistd.h>
 #include <windows.h>
 
-#include <algorithm>
 #include <climits>
 #include <string>
 
@@ -66,9 +65,6 @@ DWORD GetModuleFileNameW(HMODULE, LPWSTR path, DWORD capacity)
 {
     char native[PATH_MAX];
     const ssize_t size = readlink("/proc/self/exe", native, sizeof native);
-    const int length = MultiByteToWideChar(CP_UTF8, 0, native, static_cast<int>(size), path,
-                                           static_cast<int>(capacity));
-    // Callers look for the last separator of Windows.
-    std::replace(path, path + length, L'/', L'\\');
-    return static_cast<DWORD>(length);
+    return static_cast<DWORD>(MultiByteToWideChar(CP_UTF8, 0, native, static_cast<int>(size), path,
+                                                  static_cast<int>(capacity)));
 }
