@@ -47,8 +47,9 @@ public:
 
     ~SecretsModule()
     {
-        if (secret != 0)
+        if (secret != 0) {
             EXPECT_EQ(success, (*module)->FreeSecret(first->handle(), secret));
+        }
     }
     SecretsModule(const SecretsModule&) = delete;
     SecretsModule& operator=(const SecretsModule&) = delete;
