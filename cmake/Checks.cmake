@@ -11,11 +11,14 @@ if(WIN32)
   # MinGW has no runtime library to report with, so the process ends with an illegal instruction.
   set(sanitizers -fsanitize=undefined -fsanitize-undefined-trap-on-error -fstack-protector-strong)
   target_compile_definitions(keywarden_sanitizers INTERFACE _FORTIFY_SOURCE=2)
-  # Makes a lock larger, so that all who see one must agree.
-  target_compile_definitions(keywarden_checks INTERFACE KEYWARDEN_CHECK_LOCK_ORDER)
   target_link_options(keywarden_checks INTERFACE -fstack-protector-strong)
-else()
+elseif(NOT KEYWARDEN_STAND_IN)
+  # With the stand-in, the preset says which sanitizers everything is built with.
   set(sanitizers -fsanitize=address,undefined -fno-sanitize-recover=all)
   target_link_options(keywarden_checks INTERFACE ${sanitizers})
 endif()
 target_compile_options(keywarden_sanitizers INTERFACE ${sanitizers})
+if(WIN32 OR KEYWARDEN_STAND_IN)
+  # Makes a lock larger, so that all who see one must agree.
+  target_compile_definitions(keywarden_checks INTERFACE KEYWARDEN_CHECK_LOCK_ORDER)
+endif()

@@ -37,6 +37,7 @@ packages=(
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
     clang                       # fuzzing: the compiler with libFuzzer
     libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries
+    llvm-14                     # coverage: llvm-profdata and llvm-cov
     nsis                        # release: the installer
     zip                         # release: the archive
     osslsigncode                # release: signs the programs, and verifies signatures in the test
@@ -46,7 +47,7 @@ packages=(
     codespell                   # lint: prose and comments
     python3                     # lint: the layers; codespell and run-clang-tidy are written in it too
     cppcheck                    # lint
-    libssl-dev                  # lint and benchmarks: OpenSSL's codecs, which ours are measured against
+    libssl-dev                  # certificates in place of Windows' own; lint and benchmarks: OpenSSL's codecs
     git                         # lint: which files changed
     procps                      # tests: ps and pgrep
 )

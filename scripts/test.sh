@@ -3,7 +3,8 @@
 # for Windows and for this machine, and runs all tests by CTest. Run by people and by CI.
 #   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
 #             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
-#             the heap, and those of threads and endurance with twenty times the rounds; each fuzz
+#             the heap, and those of threads and endurance with twenty times the rounds, also with the
+#             check of data races; each fuzz
 #             target for two minutes instead of three seconds; the tests of the configuration "full": the
 #             instructions that the hot paths take, the installer, and a new user's way from it to a
 #             verified signature
@@ -15,7 +16,7 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
-presets=(windows host)
+presets=(windows host sanitized threads)
 fuzzSeconds=3
 passed=0
 failed=0
@@ -74,6 +75,8 @@ runSuites()
         # A name may well belong to one of the builds alone.
         runSuite windows windows --no-tests=ignore -R "$matching"
         runSuite host host --no-tests=ignore -R "$matching"
+        runSuite sanitized sanitized --no-tests=ignore -R "$matching"
+        runSuite threads threads --no-tests=ignore -R "$matching"
         return 0
     fi
     runSuite windows windows -E "$besideTests"
@@ -84,6 +87,7 @@ runSuites()
         WINEDEBUG=-all,warn+heap \
             runSuite heap windows --timeout 1800 -E "$besideTests|^(pages|time_lines)\$"
         KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak|process_end'
+        KEYWARDEN_ROUNDS=20 runSuite races threads --timeout 3600
         runSuite long windows -C full -R '^(installer|new_user|memory_failure_whole)$'
         runSuite instructions host -C full -R '^instruction_counts$'
     fi
@@ -114,7 +118,7 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-# runBeside: the fuzz targets and the tests named above. They have a process group of their own and get
+# runBeside: the fuzz targets, the tests of the builds with sanitizers, and those named above. They have a process group of their own and get
 # what the other tests leave of the processors, since those wait for Wine and for windows now and then.
 runBeside()
 {
@@ -122,6 +126,12 @@ runBeside()
     renice -n 10 "$BASHPID" >/dev/null
     timed "fuzzing" scripts/fuzz.sh "$fuzzSeconds" || status=$?
     echo "$status" >"$build/tests-fuzz.status"
+    rm -rf "$build/sanitized/profiles"
+    runSuite sanitized sanitized
+    runSuite threads threads
+    status=0
+    timed "coverage" scripts/coverage.sh --no-build || status=$?
+    echo "$status" >"$build/tests-coverage.status"
     status=0
     # From the folder of these tests, so that CTest's own files are not those of the other run.
     timed "release checks" ctest --test-dir "$build/windows/tests/package" -R "$besideTests" \
@@ -165,22 +175,26 @@ main()
     for name in "${suites[@]}"; do
         countSuite "$name"
     done
+    if [ -z "$matching" ] && [ "$(cat "$build/tests-coverage.status" 2>/dev/null)" != 0 ]; then
+        echo "coverage: too low, or not measured"
+        failed=$((failed + 1))
+    fi
 }
 
 matching=
 full=no
 beside= # the process group of what runs beside the tests
-suites=(windows host fuzz package)
+suites=(windows host sanitized threads fuzz package)
 while [ "$#" -gt 0 ]; do
     case $1 in
         --full)
             full=yes
-            suites+=(shipped heap rounds long instructions)
+            suites+=(shipped heap rounds races long instructions)
             fuzzSeconds=120
             ;;
         -R)
             matching=${2:?-R needs a regular expression}
-            suites=(windows host)
+            suites=(windows host sanitized threads)
             shift
             ;;
         *)

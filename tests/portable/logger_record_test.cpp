@@ -70,7 +70,7 @@ TEST(FormatMessage, AMessageThatIsTooLongBecomesEmpty)
 TEST(FormatMessage, NeverWritesPastTheBuffer)
 {
     std::vector<char> buffer(9, '\x7F');
-    const auto call = [&](const char* format, ...) {
+    const auto call = [&](const char* format, ...) NV_PRINTF(2, 3) {
         va_list arguments;  // NOLINT(cppcoreguidelines-init-variables): va_start does it
         va_start(arguments, format);
         const size_t length = formatMessage(buffer.data(), 8, format, arguments);

@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#if defined(_WIN32)
+#if __has_include(<windows.h>)
 #include <windows.h>
 #endif
 
@@ -42,7 +42,7 @@ void appendUtf8(std::string& text, uint32_t point)
     }
 }
 
-#if defined(_WIN32)
+#if __has_include(<windows.h>)
 
 std::wstring fromCodePage(UINT codePage, std::string_view text)
 {
@@ -89,7 +89,7 @@ std::wstring widenBytes(std::string_view text)
     return wide;
 }
 
-#if defined(_WIN32)
+#if __has_include(<windows.h>)
 
 std::wstring fromUtf8(std::string_view text)
 {

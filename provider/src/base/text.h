@@ -17,7 +17,7 @@ std::string printable(const wchar_t* text);
 // Makes each byte a character of its own. For texts that are known to be ASCII.
 std::wstring widenBytes(std::string_view text);
 
-#if defined(_WIN32)
+#if __has_include(<windows.h>)
 
 // Invalid UTF-8 becomes U+FFFD.
 std::wstring fromUtf8(std::string_view text);

@@ -38,7 +38,8 @@ Folder folderOf(const LoggerSettings& settings)
     const size_t nameAt = configured.find_last_of(separators) + 1;
     // After "\\?\", the system does not accept several separators in a row.
     const size_t end = configured.find_last_not_of(separators, nameAt - 1) + 1;
-    return {configured.substr(0, end) + L'\\', configured.substr(nameAt)};
+    constexpr wchar_t separator = std::filesystem::path::preferred_separator;
+    return {configured.substr(0, end) + separator, configured.substr(nameAt)};
 }
 
 // A system handle with the function that closes it.

@@ -19,7 +19,7 @@ protected:
         if (result != ERROR_SUCCESS) {
             EXPECT_EQ(nullptr, record);
             char text[20];
-            std::snprintf(text, sizeof text, "%08lx", static_cast<unsigned long>(result));
+            std::snprintf(text, sizeof text, "%08x", static_cast<unsigned>(result));
             return text;
         }
         const std::wstring name = record->pszName;

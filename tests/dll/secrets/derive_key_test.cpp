@@ -53,18 +53,7 @@ Parameters sha256()
 
 class DeriveKeyTest : public SecretsTest {
 protected:
-    static void SetUpTestSuite()
-    {
-        SecretsTest::SetUpTestSuite();
-        secret = 0;
-    }
-
-    DeriveKeyTest()
-    {
-        if (secret == 0)
-            secret = agree();
-        forget();
-    }
+    DeriveKeyTest() : secret(sharedSecret()) { forget(); }
 
     struct Result {
         SECURITY_STATUS status = 0;
@@ -100,7 +89,7 @@ protected:
     }
 
     Parameters good = sha256();
-    static inline NCRYPT_SECRET_HANDLE secret = 0;
+    NCRYPT_SECRET_HANDLE secret;
 };
 
 constexpr const char* hashKdf = "DBG Using the HASH based KDF (BCRYPT_KDF_HASH)\n";
@@ -322,7 +311,7 @@ TEST_F(DeriveKeyTest, AHashNameOfAnAbsurdLengthTakesNoMemoryForIt)
 
 TEST_F(DeriveKeyTest, OtherTypesAreUnknown)
 {
-    for (const ULONG type : {4ul, 5ul, 6ul, 7ul, 0x10ul, 0x7391ul, 0xFFFFFFFFul}) {
+    for (const ULONG type : std::initializer_list<ULONG>{4, 5, 6, 7, 0x10, 0x7391, 0xFFFFFFFF}) {
         Parameters parameters = sha256();
         parameters.add(type, {1, 2}).add(KDF_SECRET_APPEND, {1});
         expectRefused(NTE_INVALID_PARAMETER, derive(BCRYPT_KDF_HASH, parameters.list()));

@@ -45,6 +45,15 @@ public:
         rsaKey = first->openKey(L"01AB");
     }
 
+    ~SecretsModule()
+    {
+        if (secret != 0) {
+            EXPECT_EQ(success, (*module)->FreeSecret(first->handle(), secret));
+        }
+    }
+    SecretsModule(const SecretsModule&) = delete;
+    SecretsModule& operator=(const SecretsModule&) = delete;
+
     // The lines since the last call.
     LogLines takeLines()
     {
@@ -61,7 +70,8 @@ public:
     std::optional<OpenedProvider> second;
     NCRYPT_KEY_HANDLE key = 0;  // of the first provider, P-256
     NCRYPT_KEY_HANDLE keyOfSecond = 0;
-    NCRYPT_KEY_HANDLE rsaKey = 0;  // of the first provider
+    NCRYPT_KEY_HANDLE rsaKey = 0;     // of the first provider
+    NCRYPT_SECRET_HANDLE secret = 0;  // that the tests of a suite share, if they do
 
 private:
     void addKey(const std::string& certificate, const Bytes& id)
@@ -113,6 +123,14 @@ protected:
     }
 
     LogLines takeLines() { return shared_->takeLines(); }
+
+    // A secret that all tests of the suite share.
+    NCRYPT_SECRET_HANDLE sharedSecret()
+    {
+        if (shared_->secret == 0)
+            shared_->secret = agree();
+        return shared_->secret;
+    }
 
     // The handle of an import that must answer 0.
     NCRYPT_KEY_HANDLE import(const Bytes& blob, const wchar_t* type = BCRYPT_ECCPUBLIC_BLOB)

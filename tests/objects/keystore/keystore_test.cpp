@@ -48,10 +48,13 @@ TEST_F(KeyStoreTest, propertiesAreAddedInTheirOrder)
         if (line.message.starts_with("ARG[0]:id = ") || line.message.starts_with("ARG[2]:"))
             order += line.message.substr(7) + "\n";
     }
-    EXPECT_EQ("id = Name\nsize = 10\nid = Unique Name\nsize = 10\nid = Key Usage\nsize = 4\n"
-              "id = Impl Type\nsize = 4\nid = Algorithm Name\nsize = 8\nid = Algorithm Group\n"
-              "size = 8\nid = Export Policy\nsize = 4\n",
-              order);
+    const std::string name = std::to_string(sizeof L"01AB");
+    const std::string rsa = std::to_string(sizeof L"RSA");
+    EXPECT_EQ(
+        "id = Name\nsize = " + name + "\nid = Unique Name\nsize = " + name +
+            "\nid = Key Usage\nsize = 4\nid = Impl Type\nsize = 4\nid = Algorithm Name\nsize = " +
+            rsa + "\nid = Algorithm Group\nsize = " + rsa + "\nid = Export Policy\nsize = 4\n",
+        order);
 }
 
 TEST_F(KeyStoreTest, rsaKeyHasItsSevenProperties)

@@ -326,9 +326,9 @@ TEST(TokenSequencePartsTest, AttributesPointAtTheirValues)
 {
     const char value[] = "abc";
     const CK_ATTRIBUTE made = attribute(CKA_ID, value, 3);
-    EXPECT_EQ(CKA_ID, made.type);
-    EXPECT_EQ(value, made.pValue);
-    EXPECT_EQ(3U, made.ulValueLen);
+    EXPECT_EQ(CKA_ID, +made.type);
+    EXPECT_EQ(value, +made.pValue);
+    EXPECT_EQ(3U, +made.ulValueLen);
 }
 
 TEST(TokenSequencePartsTest, MechanismParametersAreCopied)
@@ -337,9 +337,9 @@ TEST(TokenSequencePartsTest, MechanismParametersAreCopied)
     OwnedMechanism mechanism(CKM_RSA_PKCS_PSS, parameters);
     const CK_RSA_PKCS_PSS_PARAMS before = parameters;
     parameters.sLen = 99;
-    ASSERT_NE(nullptr, mechanism.get()->pParameter);
-    EXPECT_NE(static_cast<void*>(&parameters), mechanism.get()->pParameter);
-    EXPECT_EQ(12U, mechanism.get()->ulParameterLen);
+    ASSERT_NE(nullptr, +mechanism.get()->pParameter);
+    EXPECT_NE(static_cast<void*>(&parameters), +mechanism.get()->pParameter);
+    EXPECT_EQ(12U, +mechanism.get()->ulParameterLen);
     EXPECT_EQ(0, std::memcmp(&before, mechanism.get()->pParameter, sizeof before));
     EXPECT_EQ(CKM_RSA_PKCS_PSS, mechanism.type());
 }
@@ -349,7 +349,7 @@ TEST(TokenSequencePartsTest, MovingAMechanismKeepsItsParametersInPlace)
     OwnedMechanism first(CKM_RSA_PKCS_PSS, CK_RSA_PKCS_PSS_PARAMS{CKM_SHA256, CKG_MGF1_SHA256, 32});
     const void* parameters = first.get()->pParameter;
     OwnedMechanism second = std::move(first);
-    EXPECT_EQ(parameters, second.get()->pParameter);
+    EXPECT_EQ(parameters, +second.get()->pParameter);
     EXPECT_EQ(CKM_RSA_PKCS_PSS, second.type());
     second = OwnedMechanism(CKM_RSA_PKCS);
     EXPECT_EQ(CKM_RSA_PKCS, second.type());

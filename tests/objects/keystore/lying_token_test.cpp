@@ -136,7 +136,7 @@ TEST_F(LyingTokenTest, aSecretOfNoBytesIsASecret)
     const Agreement agreement = agreeWith({.firstLength = 0, .secondLength = 0, .written = 0});
     ASSERT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, agreement.status);
     EXPECT_EQ(0u, agreement.secret->length);
-    EXPECT_NE(nullptr, agreement.secret->bytes);
+    EXPECT_NE(nullptr, +agreement.secret->bytes);
     const std::string lines = agreementLines();
     EXPECT_NE(std::string::npos, lines.find("DBG Agreed SharedSecret(0 bytes)=[], \n")) << lines;
 }

@@ -55,7 +55,7 @@ using OwnedHandle = std::unique_ptr<HANDLE, HandleCloser>;
 
 OwnedHandle hold(const std::filesystem::path& file, DWORD access, DWORD share)
 {
-    HANDLE handle = CreateFileW(file.c_str(), access, share, nullptr, OPEN_EXISTING,
+    HANDLE handle = CreateFileW(file.wstring().c_str(), access, share, nullptr, OPEN_EXISTING,
                                 FILE_ATTRIBUTE_NORMAL, nullptr);
     EXPECT_NE(INVALID_HANDLE_VALUE, handle);
     return OwnedHandle(handle);

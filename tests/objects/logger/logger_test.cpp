@@ -337,7 +337,7 @@ TEST_F(LogFile, SeparatorsAtTheFoldersEndMakeNoDifference)
 
 TEST_F(LogFile, AMissingFolderIsMadeWithThoseAboveIt)
 {
-    loggerSettings().store += "\\a\\b";
+    loggerSettings().store = test::narrowPath(capture.folder() / "a" / "b");
     TRC("first");
     EXPECT_EQ("TRC first\n", messages(test::readLog(capture.folder() / "a" / "b")));
 }
@@ -483,9 +483,9 @@ TEST_F(LogCleanUp, PassesOverAFileThatCannotBeRemoved)
 {
     put("nvksprovider-20200101.log");
     put("nvksprovider-20200102.log");
-    HANDLE held =
-        CreateFileW((capture.folder() / "nvksprovider-20200101.log").c_str(), GENERIC_READ,
-                    FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
+    HANDLE held = CreateFileW((capture.folder() / "nvksprovider-20200101.log").wstring().c_str(),
+                              GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
+                              FILE_ATTRIBUTE_NORMAL, nullptr);
     ASSERT_NE(INVALID_HANDLE_VALUE, held);
     EXPECT_EQ(Names{"nvksprovider-20200101.log"}, namesAfterRecord());
     CloseHandle(held);

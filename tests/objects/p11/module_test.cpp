@@ -147,7 +147,7 @@ TEST_F(P11ModuleTest, RefusesAFileThatIsNoLibrary)
 TEST_F(P11ModuleTest, APathOutsideAsciiExistsButDoesNotLoad)
 {
     const TemporaryFolder folder;
-    const std::filesystem::path file = folder.path() / L"t\u00F6ken.dll";
+    const std::filesystem::path file = folder.path() / u8"t\u00F6ken.dll";
     std::filesystem::copy_file(ScriptedToken::widePath(), file);
     P11Module module(utf8(file));
     log();
@@ -205,7 +205,7 @@ TEST_F(P11ModuleTest, RepairsAListThatDiffersInEveryEntry)
     const CK_FUNCTION_LIST original = handedOut();
     CK_FUNCTION_LIST repaired = token.exports();
     repaired.version = kCryptokiVersion;
-    ASSERT_NE(original.C_WaitForSlotEvent, repaired.C_WaitForSlotEvent);
+    ASSERT_NE(+original.C_WaitForSlotEvent, +repaired.C_WaitForSlotEvent);
     names[addressOfFunction(original.C_Initialize)] = "[other C_Initialize]";
 
     P11Module module(ScriptedToken::path());
@@ -239,8 +239,8 @@ TEST_F(P11ModuleTest, RepairsAListWithoutInitialize)
     log();
     EXPECT_TRUE(module.load());
     EXPECT_NE(std::string::npos, log().find("C_Initialize in LST = [0000000000000000]\n"));
-    EXPECT_EQ(token.exports().C_Initialize, module.functionList()->C_Initialize);
-    EXPECT_EQ(token.exports().C_Sign, module.functionList()->C_Sign);
+    EXPECT_EQ(+token.exports().C_Initialize, +module.functionList()->C_Initialize);
+    EXPECT_EQ(+token.exports().C_Sign, +module.functionList()->C_Sign);
 }
 
 TEST_F(P11ModuleTest, LeavesTheListWhenRepairIsOff)

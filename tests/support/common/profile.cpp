@@ -27,9 +27,12 @@ void Profile::writeConfig(std::string_view content) const
 
 void Profile::writeConfigFor(const std::filesystem::path& p11File) const
 {
+    const std::filesystem::path store = std::filesystem::path("~") / ".norvanta-keywarden" / "logs";
     writeConfig("logLevel=TRACE\n"
                 "logTypes=FILE\n"
-                "logStore=~\\.norvanta-keywarden\\logs\n"
+                "logStore=" +
+                narrowPath(store) +
+                "\n"
                 "logRotate=7\n"
                 "p11File=" +
                 narrowPath(p11File) + "\n");

@@ -74,7 +74,7 @@ Bytes derived(const ProviderModule& module, NCRYPT_PROV_HANDLE provider,
         {{sizeof hashName, KDF_HASH_ALGORITHM, hashName},
          {sizeOf(known.prepend), KDF_SECRET_PREPEND, in(known.prepend)},
          {sizeOf(known.hmacKey), KDF_HMAC_KEY, in(known.hmacKey)}}};
-    NCryptBufferDesc list{0, hmac ? 3UL : 2UL, buffers.data()};
+    NCryptBufferDesc list{0, hmac ? ULONG{3} : ULONG{2}, buffers.data()};
     Bytes key(32, 0xEE);
     DWORD length = 0;
     const SECURITY_STATUS status =

@@ -3,10 +3,11 @@
 
 #pragma once
 
+#include "export.h"
 #include "p11/cryptoki.h"
 
 extern "C" {
-#define NV_DECLARE(name, parameters) __declspec(dllexport) CK_RV NV_CK_CALL name parameters;
+#define NV_DECLARE(name, parameters) NV_EXPORTED CK_RV NV_CK_CALL name parameters;
 NV_CK_FUNCTIONS(NV_DECLARE)
 #undef NV_DECLARE
 }

@@ -50,9 +50,10 @@ CK_RV readAttribute(const Object& object, CK_ATTRIBUTE& wanted, Lie lie)
         return value == nullptr ? CKR_ATTRIBUTE_TYPE_INVALID : CKR_ATTRIBUTE_SENSITIVE;
     }
     auto* buffer = static_cast<CK_BYTE*>(wanted.pValue);
-    const CK_RV rv = giveBytes(*value, buffer, &wanted.ulValueLen, lie);
-    if (rv == CKR_BUFFER_TOO_SMALL)
-        wanted.ulValueLen = kUnavailable;
+    // A member of the packed structure may lie at any address.
+    CK_ULONG length = wanted.ulValueLen;
+    const CK_RV rv = giveBytes(*value, buffer, &length, lie);
+    wanted.ulValueLen = rv == CKR_BUFFER_TOO_SMALL ? kUnavailable : length;
     return rv;
 }
 

@@ -2,6 +2,7 @@
 // recorded calls and the faults.
 
 #include "call.h"
+#include "export.h"
 #include "function_list.h"
 
 namespace NV::scripted {
@@ -233,7 +234,7 @@ constexpr test::ScriptedTokenControl kControl{
 
 }  // namespace NV::scripted
 
-extern "C" __declspec(dllexport) const NV::test::ScriptedTokenControl* ScriptedTokenControl()
+extern "C" NV_EXPORTED const NV::test::ScriptedTokenControl* ScriptedTokenControl()
 {
     return &NV::scripted::kControl;
 }

@@ -5,9 +5,10 @@
 
 #include <cstring>
 
+#include "export.h"
 #include "p11/cryptoki.h"
 
-#define NV_EXPORT extern "C" __declspec(dllexport)
+#define NV_EXPORT extern "C" NV_EXPORTED
 
 namespace {
 

@@ -64,7 +64,7 @@ std::wstring widePathBesideTest(const std::wstring& fileName)
 {
     std::wstring path(32768, L'\0');  // the longest path in Windows
     path.resize(GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size())));
-    return path.substr(0, path.find_last_of(L'\\') + 1) + fileName;
+    return path.substr(0, path.find_last_of(L"\\/") + 1) + fileName;
 }
 
 std::string pathBesideTest(const std::string& fileName)

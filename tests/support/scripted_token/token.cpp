@@ -54,7 +54,7 @@ Object objectFrom(const CK_ATTRIBUTE* attributes, CK_ULONG count)
 {
     Object object;
     for (CK_ULONG i = 0; attributes != nullptr && i < count; ++i)
-        object.attributes[attributes[i].type] = valueOf(attributes[i]);
+        object.attributes[CK_ATTRIBUTE_TYPE{attributes[i].type}] = valueOf(attributes[i]);
     return object;
 }
 

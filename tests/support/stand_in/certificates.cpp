@@ -1,0 +1,249 @@
+// Certificates, by OpenSSL.
+
+#include <openssl/evp.h>
+#include <openssl/objects.h>
+#include <openssl/x509.h>
+#include <windows.h>
+
+#include <atomic>
+#include <cstring>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "certificates.h"
+#include "last_error.h"
+
+namespace NV::stand_in {
+
+namespace {
+
+template <auto release>
+struct Freer {
+    template <typename T>
+    void operator()(T* object) const
+    {
+        release(object);
+    }
+};
+using X509Certificate = std::unique_ptr<X509, Freer<&X509_free>>;
+using PublicKey = std::unique_ptr<EVP_PKEY, Freer<&EVP_PKEY_free>>;
+using Identifier = std::unique_ptr<ASN1_OBJECT, Freer<&ASN1_OBJECT_free>>;
+
+std::string textOf(const ASN1_OBJECT* identifier)
+{
+    char text[128];
+    const int length = OBJ_obj2txt(text, sizeof text, identifier, 1);
+    return length > 0 ? text : "";
+}
+
+// The DER encoding of an algorithm's parameters; empty without any.
+std::vector<BYTE> encodedParameters(const X509_ALGOR* algorithm)
+{
+    int type = 0;
+    const void* value = nullptr;
+    X509_ALGOR_get0(nullptr, &type, &value, algorithm);
+    if (type == V_ASN1_UNDEF)
+        return {};
+    ASN1_TYPE* parameter = algorithm->parameter;
+    std::vector<BYTE> der(static_cast<size_t>(i2d_ASN1_TYPE(parameter, nullptr)));
+    BYTE* end = der.data();
+    i2d_ASN1_TYPE(parameter, &end);
+    return der;
+}
+
+X509Certificate decoded(const BYTE* der, DWORD size)
+{
+    const BYTE* end = der;
+    X509Certificate certificate(d2i_X509(nullptr, &end, size));
+    return certificate != nullptr && end == der + size ? std::move(certificate) : nullptr;
+}
+
+CRYPT_DATA_BLOB blobOf(std::vector<BYTE>& bytes)
+{
+    return {static_cast<DWORD>(bytes.size()), bytes.data()};
+}
+
+}  // namespace
+
+Certificate::Certificate(const BYTE* der, DWORD size) : der_(der, der + size) {}
+
+bool Certificate::read()
+{
+    const X509Certificate certificate = decoded(der_.data(), static_cast<DWORD>(der_.size()));
+    if (certificate == nullptr)
+        return false;
+    X509_PUBKEY* const key = X509_get_X509_PUBKEY(certificate.get());
+    ASN1_OBJECT* algorithm = nullptr;
+    const BYTE* bits = nullptr;
+    int bitsSize = 0;
+    X509_ALGOR* identifier = nullptr;
+    X509_PUBKEY_get0_param(&algorithm, &bits, &bitsSize, &identifier, key);
+    algorithm_ = textOf(algorithm);
+    parameters_ = encodedParameters(identifier);
+    publicKey_.assign(bits, bits + bitsSize);
+
+    info_.SubjectPublicKeyInfo = {{algorithm_.data(), blobOf(parameters_)},
+                                  {static_cast<DWORD>(publicKey_.size()), publicKey_.data(), 0}};
+    context_ = {X509_ASN_ENCODING, der_.data(), static_cast<DWORD>(der_.size()), &info_, nullptr};
+    return true;
+}
+
+void Certificate::release()
+{
+    if (--references_ == 0) {
+        const std::unique_ptr<Certificate> owned(this);
+    }
+}
+
+void Certificate::setProviderInfo(const CRYPT_KEY_PROV_INFO& info)
+{
+    const std::lock_guard guard(lock_);
+    provider_ = {info.pwszContainerName, info.pwszProvName, info.dwKeySpec};
+}
+
+std::optional<ProviderInfo> Certificate::providerInfo() const
+{
+    const std::lock_guard guard(lock_);
+    return provider_;
+}
+
+Certificate* certificateOf(PCCERT_CONTEXT context)
+{
+    // The context is the first member of a Certificate.
+    return reinterpret_cast<Certificate*>(const_cast<CERT_CONTEXT*>(context));
+}
+
+namespace {
+
+// The result of a function that fills a buffer: first the length, then the bytes.
+BOOL give(const std::vector<BYTE>& bytes, void* buffer, DWORD* size)
+{
+    const DWORD capacity = *size;
+    *size = static_cast<DWORD>(bytes.size());
+    if (buffer == nullptr)
+        return TRUE;
+    if (capacity < bytes.size())
+        return failed(ERROR_MORE_DATA);
+    std::memcpy(buffer, bytes.data(), bytes.size());
+    return TRUE;
+}
+
+// A text behind a pointer to it, as CryptDecodeObject places it.
+BOOL giveIdentifier(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize)
+{
+    const BYTE* end = der;
+    const Identifier identifier(d2i_ASN1_OBJECT(nullptr, &end, size));
+    if (identifier == nullptr)
+        return failed(ERROR_INVALID_PARAMETER);
+    const std::string text = textOf(identifier.get());
+    std::vector<BYTE> bytes(sizeof(LPSTR) + text.size() + 1);
+    const LPSTR place = buffer != nullptr ? static_cast<LPSTR>(buffer) + sizeof(LPSTR) : nullptr;
+    std::memcpy(bytes.data(), &place, sizeof place);
+    std::memcpy(bytes.data() + sizeof place, text.c_str(), text.size() + 1);
+    return give(bytes, buffer, bufferSize);
+}
+
+struct RsaNumbers {
+    std::vector<BYTE> modulus;  // big-endian
+    DWORD exponent;
+};
+
+// SEQUENCE { modulus, exponent }, as PKCS #1 defines it.
+std::optional<RsaNumbers> readRsaKey(const BYTE* der, DWORD size)
+{
+    const BYTE* end = der;
+    const PublicKey key(d2i_PublicKey(EVP_PKEY_RSA, nullptr, &end, size));
+    if (key == nullptr)
+        return std::nullopt;
+    BIGNUM* modulus = nullptr;
+    BIGNUM* exponent = nullptr;
+    EVP_PKEY_get_bn_param(key.get(), "n", &modulus);
+    EVP_PKEY_get_bn_param(key.get(), "e", &exponent);
+    const std::unique_ptr<BIGNUM, Freer<&BN_free>> ownedModulus(modulus);
+    const std::unique_ptr<BIGNUM, Freer<&BN_free>> ownedExponent(exponent);
+    RsaNumbers numbers{std::vector<BYTE>(static_cast<size_t>(BN_num_bytes(modulus))),
+                       static_cast<DWORD>(BN_get_word(exponent))};
+    BN_bn2bin(modulus, numbers.modulus.data());
+    return numbers;
+}
+
+BOOL giveRsaBlob(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize)
+{
+    const auto numbers = readRsaKey(der, size);
+    if (!numbers)
+        return failed(ERROR_INVALID_PARAMETER);
+    constexpr BYTE publicKeyBlob = 6;
+    constexpr BYTE blobVersion = 2;
+    constexpr uint32_t rsaKeyExchange = 0xA400;
+    constexpr DWORD rsa1 = 0x31415352;
+    const BLOBHEADER head{publicKeyBlob, blobVersion, 0, rsaKeyExchange};
+    const auto bits = static_cast<DWORD>(8 * numbers->modulus.size());
+    const RSAPUBKEY key{rsa1, bits, numbers->exponent};
+    std::vector<BYTE> bytes(sizeof head + sizeof key);
+    std::memcpy(bytes.data(), &head, sizeof head);
+    std::memcpy(bytes.data() + sizeof head, &key, sizeof key);
+    bytes.insert(bytes.end(), numbers->modulus.rbegin(), numbers->modulus.rend());
+    return give(bytes, buffer, bufferSize);
+}
+
+}  // namespace
+
+}  // namespace NV::stand_in
+
+using namespace NV::stand_in;  // the definitions below are functions of Windows
+
+PCCERT_CONTEXT CertCreateCertificateContext(DWORD, const BYTE* der, DWORD size)
+{
+    auto certificate = std::make_unique<Certificate>(der, size);
+    if (!certificate->read()) {
+        failed(ERROR_INVALID_PARAMETER);
+        return nullptr;
+    }
+    return certificate.release()->context();
+}
+
+BOOL CertFreeCertificateContext(PCCERT_CONTEXT context)
+{
+    if (context != nullptr)
+        certificateOf(context)->release();
+    return TRUE;
+}
+
+BOOL CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, void* value,
+                                       DWORD* size)
+{
+    const auto provider = certificateOf(context)->providerInfo();
+    if (property != CERT_KEY_PROV_INFO_PROP_ID || !provider)
+        return failed(ERROR_INVALID_PARAMETER);
+    const size_t containerSize = (provider->container.size() + 1) * sizeof(wchar_t);
+    const size_t nameSize = (provider->name.size() + 1) * sizeof(wchar_t);
+    std::vector<BYTE> bytes(sizeof(CRYPT_KEY_PROV_INFO) + containerSize + nameSize);
+    CRYPT_KEY_PROV_INFO info{};
+    if (value != nullptr) {
+        auto* const texts = static_cast<BYTE*>(value) + sizeof info;
+        info.pwszContainerName = reinterpret_cast<LPWSTR>(texts);
+        info.pwszProvName = reinterpret_cast<LPWSTR>(texts + containerSize);
+    }
+    info.dwKeySpec = provider->keySpec;
+    std::memcpy(bytes.data(), &info, sizeof info);
+    std::memcpy(bytes.data() + sizeof info, provider->container.c_str(), containerSize);
+    std::memcpy(bytes.data() + sizeof info + containerSize, provider->name.c_str(), nameSize);
+    return give(bytes, value, size);
+}
+
+DWORD CertGetPublicKeyLength(DWORD, CERT_PUBLIC_KEY_INFO* key)
+{
+    const auto numbers = readRsaKey(key->PublicKey.pbData, key->PublicKey.cbData);
+    return numbers ? static_cast<DWORD>(8 * numbers->modulus.size()) : 0;
+}
+
+BOOL CryptDecodeObject(DWORD, LPCSTR type, const BYTE* bytes, DWORD size, DWORD, void* structure,
+                       DWORD* structureSize)
+{
+    if (type == X509_OBJECT_IDENTIFIER)
+        return giveIdentifier(bytes, size, structure, structureSize);
+    if (type == RSA_CSP_PUBLICKEYBLOB)
+        return giveRsaBlob(bytes, size, structure, structureSize);
+    return failed(ERROR_FILE_NOT_FOUND);
+}
