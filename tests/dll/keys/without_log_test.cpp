@@ -89,6 +89,7 @@ private:
     {
         DWORD length = 0;
         Bytes room(400);
+        Bytes noWindow(9);
         BYTE one = 1;
         const auto ofProvider = [&](const wchar_t* name, DWORD size) {
             note("provider property",
@@ -105,9 +106,9 @@ private:
         ofKey(L"Name", 1);
         ofKey(L"unknown", 400);
         note("set an owner",
-             table()->SetProviderProperty(handle(), L"HWND Handle", room.data(), 8, 0));
+             table()->SetProviderProperty(handle(), L"HWND Handle", noWindow.data(), 8, 0));
         note("set a long owner",
-             table()->SetProviderProperty(handle(), L"HWND Handle", room.data(), 9, 0));
+             table()->SetProviderProperty(handle(), L"HWND Handle", noWindow.data(), 9, 0));
         note("set a key property", table()->SetKeyProperty(handle(), rsa, L"own", &one, 1, 0));
         note("of an unknown key", table()->SetKeyProperty(handle(), 0x77, L"own", &one, 1, 0));
     }
