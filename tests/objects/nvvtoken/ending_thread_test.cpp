@@ -6,6 +6,7 @@
 #include <string>
 #include <thread>
 
+#include "base/process_end.h"
 #include "child.h"
 #include "log_capture.h"
 #include "logger/trace.h"
@@ -13,27 +14,43 @@
 
 namespace NV::test {
 
-namespace {
-
-using EndingThreadTest = ProviderTest;
-
-}  // namespace
-
-TEST_F(EndingThreadTest, findsNoProviderAndOpensNoneWhileOthersDo)
+// In a process of its own, because a process has one ending thread for as long as it lives.
+NV_TEST_CHILD(endsOnAnotherThread)
 {
+    ScriptedToken token;
+    LogCapture capture;
     ProviderManager& manager = ProviderManager::instance();
     NCRYPT_PROV_HANDLE handle = 0;
-    ASSERT_EQ(ERROR_SUCCESS, manager.OpenProvider(&handle, L"name", 0));
+    const auto tell = [](const char* what, long number) {
+        std::cout << what << ' ' << std::hex << static_cast<unsigned>(number) << '\n';
+    };
+    {
+        const TemporaryFolder folder;
+        const std::filesystem::path file = folder.path() / "provider.conf";
+        writeFile(file, "p11File=" + ScriptedToken::path() + "\n");
+        Config::instance().load(narrowPath(file));
+    }
+    tell("open", manager.OpenProvider(&handle, L"name", 0));
     std::thread([&] {
-        endProvidersOnThisThread();
+        beginProcessEnd();
         NCRYPT_PROV_HANDLE other = 0;
-        EXPECT_EQ(NTE_INTERNAL_ERROR, manager.OpenProvider(&other, L"name", 0));
-        EXPECT_EQ(0U, other);
-        EXPECT_EQ(nullptr, manager.visit(handle).provider());
-        EXPECT_EQ(ERROR_SUCCESS, manager.FreeProvider(handle));
+        tell("there: open", manager.OpenProvider(&other, L"name", 0));
+        tell("there: opened", other != 0);
+        tell("there: found", manager.find(handle) != nullptr);
+        tell("there: free", manager.FreeProvider(handle));
     }).join();
-    EXPECT_NE(nullptr, manager.visit(handle).provider());
-    EXPECT_EQ(ERROR_SUCCESS, manager.FreeProvider(handle));
+    tell("found", manager.find(handle) != nullptr);
+    tell("free", manager.FreeProvider(handle));
+    return 0;
+}
+
+TEST(EndingThread, FindsNoProviderAndOpensNoneWhileOthersDo)
+{
+    const ChildResult result = runChild("endsOnAnotherThread");
+    EXPECT_EQ(0U, result.exitCode);
+    EXPECT_EQ("open 0\nthere: open 8009002d\nthere: opened 0\nthere: found 0\nthere: free 0\n"
+              "found 1\nfree 0\n",
+              result.output);
 }
 
 namespace {
@@ -58,7 +75,8 @@ NV_TEST_CHILD(logsWhileAnotherRecordIsWritten)
     loggerSettings().now = waitingClock;
     std::thread writer([] { NV_TRC("kept"); });
     inRecord.get_future().wait();
-    stopWaitingForLogger();
+    // Of this thread, which is not the one that writes.
+    beginProcessEnd();
     NV_TRC("dropped");
     mayGoOn.set_value();
     writer.join();
