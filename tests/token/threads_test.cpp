@@ -116,7 +116,7 @@ TEST_F(TokenThreads, aProviderIsFreedInTheMiddleOfItsWork)
     EXPECT_EQ(freeAProviderInUse(token().threaded(), rounds(3)), "");
 }
 
-TEST_F(TokenThreads, freeingWaitsForTheDialogOfAnotherThread)
+TEST_F(TokenThreads, freeingDoesNotWaitForTheDialogOfAnotherThread)
 {
     EXPECT_EQ(freeUnderAnOpenDialog(token().threaded()), "");
 }

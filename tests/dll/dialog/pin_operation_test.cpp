@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cctype>
 #include <filesystem>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -286,7 +285,7 @@ TEST_F(PinOperation, AnotherProviderWorksWhileTheDialogIsOpen)
     EXPECT_EQ(token().sequenceViolations(), 0u);
 }
 
-TEST_F(PinOperation, FreeingAProviderWaitsForTheCallInside)
+TEST_F(PinOperation, AProviderThatIsFreedUnderItsDialogGoesWithTheCallInside)
 {
     NCRYPT_PROV_HANDLE handle = 0;
     ASSERT_EQ((*module_)->OpenProvider(&handle, L"", 0), ERROR_SUCCESS);
@@ -294,13 +293,11 @@ TEST_F(PinOperation, FreeingAProviderWaitsForTheCallInside)
     ASSERT_EQ((*module_)->OpenKey(handle, &key, SigningToken::keyName().c_str(), 0, 0),
               ERROR_SUCCESS);
     takeLines();
-    std::future<SECURITY_STATUS> freed;
+    bool asked = false;
     {
         const DialogDriver driver([&](const PinDialogWindow& dialog) {
-            freed =
-                std::async(std::launch::async, [&] { return (*module_)->FreeProvider(handle); });
-            // Long enough for a freeing that does not wait.
-            EXPECT_EQ(freed.wait_for(std::chrono::milliseconds(300)), std::future_status::timeout);
+            asked = true;
+            EXPECT_EQ((*module_)->FreeProvider(handle), ERROR_SUCCESS);
             const LogLines lines = takeLines();
             EXPECT_TRUE(hasLine(
                 lines, "DBG NV::ProviderManager::FreeProvider:Success: Provider[PTR] is freed"));
@@ -317,8 +314,7 @@ TEST_F(PinOperation, FreeingAProviderWaitsForTheCallInside)
                   ERROR_SUCCESS);
         EXPECT_EQ(size, 256u);
     }
-    ASSERT_TRUE(freed.valid());
-    EXPECT_EQ(freed.get(), ERROR_SUCCESS);
+    EXPECT_TRUE(asked);
     const LogLines lines = takeLines();
     EXPECT_TRUE(hasLine(lines, "TRC NVKSPSignHash:LEAVE"));
     EXPECT_TRUE(hasLine(lines, "TRC NV::Provider::~Provider:LEAVE"));

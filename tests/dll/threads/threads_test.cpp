@@ -89,7 +89,7 @@ TEST_F(ThreadsTest, aProviderIsFreedInTheMiddleOfItsWork)
     EXPECT_EQ(freeAProviderInUse(token(), rounds(20)), "");
 }
 
-TEST_F(ThreadsTest, freeingWaitsForTheDialogOfAnotherThread)
+TEST_F(ThreadsTest, freeingDoesNotWaitForTheDialogOfAnotherThread)
 {
     EXPECT_EQ(freeUnderAnOpenDialog(token()), "");
 }

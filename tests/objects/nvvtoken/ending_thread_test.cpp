@@ -22,7 +22,7 @@ NV_TEST_CHILD(endsOnAnotherThread)
     ProviderManager& manager = ProviderManager::instance();
     NCRYPT_PROV_HANDLE handle = 0;
     const auto tell = [](const char* what, long number) {
-        std::cout << what << ' ' << std::hex << static_cast<unsigned>(number) << '\n';
+        std::cout << what << ' ' << std::hex << static_cast<unsigned>(number) << "; ";
     };
     {
         const TemporaryFolder folder;
@@ -48,8 +48,8 @@ TEST(EndingThread, FindsNoProviderAndOpensNoneWhileOthersDo)
 {
     const ChildResult result = runChild("endsOnAnotherThread");
     EXPECT_EQ(0U, result.exitCode);
-    EXPECT_EQ("open 0\nthere: open 8009002d\nthere: opened 0\nthere: found 0\nthere: free 0\n"
-              "found 1\nfree 0\n",
+    EXPECT_EQ("open 0; there: open 8009002d; there: opened 0; there: found 0; there: free 0; "
+              "found 1; free 0; ",
               result.output);
 }
 

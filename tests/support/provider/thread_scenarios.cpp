@@ -202,25 +202,19 @@ std::string freeAProviderInUse(const ThreadedToken& token, int rounds)
 
 std::string freeUnderAnOpenDialog(const ThreadedToken& token)
 {
-    // Far longer than it would take if it did not wait.
-    constexpr auto wait = 300ms;
     const KnownResults& known = token.known.front();
     const BareProvider provider(token);
     Complaints complaints;
-    std::atomic<bool> freed = false;
-    std::thread freeing;
+    bool freed = false;
     Bytes hash = known.hash;
     Bytes signature(known.rsaSignature.size());
     DWORD length = 0;
     {
         const DialogDriver user([&](const PinDialogWindow& dialog) {
-            freeing = std::thread([&] {
-                complaints.addUnless(token.module->FreeProvider(provider.provider) == success,
-                                     "the provider could not be freed");
-                freed = true;
-            });
-            std::this_thread::sleep_for(wait);
-            complaints.addUnless(!freed, "the provider was freed under its dialog");
+            std::thread([&] {
+                freed = token.module->FreeProvider(provider.provider) == success;
+            }).join();
+            complaints.addUnless(freed, "the provider could not be freed");
             complaints.addUnless(dialog.isOpen(), "the dialog was closed");
             complaints.addUnless(provider.gone(), "the handle was still known");
             dialog.type(token.facts.pin);
@@ -232,8 +226,6 @@ std::string freeUnderAnOpenDialog(const ThreadedToken& token)
         complaints.addUnless(status == success && signature == known.rsaSignature,
                              "the signature is not the known one");
     }
-    if (freeing.joinable())
-        freeing.join();
     complaints.addUnless(freed, "the dialog did not come");
     return complaints.text();
 }

@@ -34,8 +34,8 @@ std::string openAndFreeProviders(const ThreadedToken& token, int rounds);
 // ends well, and then its handle is unknown.
 std::string freeAProviderInUse(const ThreadedToken& token, int rounds);
 
-// A provider is freed while its dialog is open on another thread: that waits for the whole
-// operation, and both succeed.
+// A provider is freed while its dialog is open on another thread: that does not wait, and both
+// succeed.
 std::string freeUnderAnOpenDialog(const ThreadedToken& token);
 
 // Two sets of the module's objects on one library, each for half of the threads, with all kinds of
