@@ -7,6 +7,7 @@
 
 #include <atomic>
 #include <cstring>
+#include <map>
 #include <memory>
 #include <string>
 #include <vector>
@@ -64,25 +65,51 @@ CRYPT_DATA_BLOB blobOf(std::vector<BYTE>& bytes)
     return {static_cast<DWORD>(bytes.size()), bytes.data()};
 }
 
-}  // namespace
+struct KeyInfo {
+    std::string algorithm;
+    std::vector<BYTE> parameters;
+    std::vector<BYTE> publicKey;
+};
 
-Certificate::Certificate(const BYTE* der, DWORD size) : der_(der, der + size) {}
-
-bool Certificate::read()
+std::optional<KeyInfo> readKeyInfo(const std::vector<BYTE>& der)
 {
-    const X509Certificate certificate = decoded(der_.data(), static_cast<DWORD>(der_.size()));
+    const X509Certificate certificate = decoded(der.data(), static_cast<DWORD>(der.size()));
     if (certificate == nullptr)
-        return false;
+        return std::nullopt;
     X509_PUBKEY* const key = X509_get_X509_PUBKEY(certificate.get());
     ASN1_OBJECT* algorithm = nullptr;
     const BYTE* bits = nullptr;
     int bitsSize = 0;
     X509_ALGOR* identifier = nullptr;
     X509_PUBKEY_get0_param(&algorithm, &bits, &bitsSize, &identifier, key);
-    algorithm_ = textOf(algorithm);
-    parameters_ = encodedParameters(identifier);
-    publicKey_.assign(bits, bits + bitsSize);
+    return KeyInfo{textOf(algorithm), encodedParameters(identifier), {bits, bits + bitsSize}};
+}
 
+// Null if the bytes are not a certificate. Decoding takes OpenSSL long, and programs read the same few
+// certificates again and again, so the results are kept.
+const KeyInfo* keyInfoOf(const std::vector<BYTE>& der)
+{
+    static std::mutex lock;
+    static std::map<std::vector<BYTE>, KeyInfo> known;
+    const std::lock_guard guard(lock);
+    if (const auto entry = known.find(der); entry != known.end())
+        return &entry->second;
+    std::optional<KeyInfo> info = readKeyInfo(der);
+    return info ? &known.emplace(der, std::move(*info)).first->second : nullptr;
+}
+
+}  // namespace
+
+Certificate::Certificate(const BYTE* der, DWORD size) : der_(der, der + size) {}
+
+bool Certificate::read()
+{
+    const KeyInfo* const key = keyInfoOf(der_);
+    if (key == nullptr)
+        return false;
+    algorithm_ = key->algorithm;
+    parameters_ = key->parameters;
+    publicKey_ = key->publicKey;
     info_.SubjectPublicKeyInfo = {{algorithm_.data(), blobOf(parameters_)},
                                   {static_cast<DWORD>(publicKey_.size()), publicKey_.data(), 0}};
     context_ = {X509_ASN_ENCODING, der_.data(), static_cast<DWORD>(der_.size()), &info_, nullptr};

@@ -91,6 +91,12 @@ BOOL VirtualFree(void* address, size_t, DWORD)
                                                                   : failed(ERROR_INVALID_PARAMETER);
 }
 
+size_t VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, size_t size)
+{
+    information->Protect = currentProtection(reinterpret_cast<uintptr_t>(address));
+    return information->Protect != 0 ? size : 0;
+}
+
 BOOL VirtualProtect(void* address, size_t size, DWORD protection, DWORD* previous)
 {
     const auto pageSize = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));

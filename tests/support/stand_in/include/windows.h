@@ -153,6 +153,7 @@ inline constexpr DWORD PAGE_WRITECOPY = 0x08;
 inline constexpr DWORD PAGE_EXECUTE = 0x10;
 inline constexpr DWORD PAGE_EXECUTE_READ = 0x20;
 inline constexpr DWORD PAGE_EXECUTE_READWRITE = 0x40;
+inline constexpr DWORD PAGE_EXECUTE_WRITECOPY = 0x80;
 inline constexpr DWORD MEM_COMMIT = 0x1000;
 inline constexpr DWORD MEM_RESERVE = 0x2000;
 inline constexpr DWORD MEM_RELEASE = 0x8000;
@@ -161,6 +162,13 @@ void* VirtualAlloc(void* address, size_t size, DWORD type, DWORD protection);
 // The whole block that VirtualAlloc gave: the size is 0 and the type MEM_RELEASE.
 BOOL VirtualFree(void* address, size_t size, DWORD type);
 // All pages that contain a byte of the range.
+
+struct MEMORY_BASIC_INFORMATION {
+    DWORD Protect;
+};
+
+// Fills in the protection alone.
+size_t VirtualQuery(const void* address, MEMORY_BASIC_INFORMATION* information, size_t size);
 BOOL VirtualProtect(void* address, size_t size, DWORD protection, DWORD* previous);
 
 // Processes and threads
