@@ -231,14 +231,14 @@ constexpr std::array cases = {
                  },
                  settleCleared},
 
-    ProviderCase{"GetProviderProperty", Start::open, MemoryRule::plain, 72, nullptr,
+    ProviderCase{"GetProviderProperty", Start::open, MemoryRule::plain, 36 * sizeof(wchar_t), nullptr,
                  [](World& w) {
                      return w.provider->GetProviderProperty(NCRYPT_NAME_PROPERTY,
                                                             w.out.buffer.data(), room,
                                                             &w.out.length, 0);
                  },
                  nothing},
-    ProviderCase{"GetKeyProperty", Start::open, MemoryRule::plain, 8, nullptr,
+    ProviderCase{"GetKeyProperty", Start::open, MemoryRule::plain, sizeof L"RSA", nullptr,
                  [](World& w) {
                      return w.provider->GetKeyProperty(w.rsa, NCRYPT_ALGORITHM_GROUP_PROPERTY,
                                                        w.out.buffer.data(), room, &w.out.length, 0);

@@ -190,13 +190,14 @@ std::string ProviderWorld::workedWrong()
         return Bytes(output.begin(), output.begin() + std::min<DWORD>(length, room)) == expected;
     };
     Provider& p = *provider;
+    constexpr DWORD nameSize = sizeof L"01AB";
     check(rsaKeyFreed || (p.GetKeyProperty(rsa, NCRYPT_NAME_PROPERTY, output.data(), room, &length,
                                            0) == ERROR_SUCCESS &&
-                          length == 10 && output[2] == '1'),
+                          length == nameSize && output[sizeof(wchar_t)] == '1'),
           "a filed RSA key has lost its values");
     check(p.GetKeyProperty(ec, NCRYPT_NAME_PROPERTY, output.data(), room, &length, 0) ==
                   ERROR_SUCCESS &&
-              length == 10 && output[2] == '2',
+              length == nameSize && output[sizeof(wchar_t)] == '2',
           "a filed EC key has lost its values");
     check(p.SignHash(rsa, &pkcs1, hash.data(), 32, output.data(), room, &length,
                      BCRYPT_PAD_PKCS1) == ERROR_SUCCESS &&

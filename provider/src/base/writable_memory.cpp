@@ -16,9 +16,8 @@ constexpr DWORD executableProtections = PAGE_EXECUTE | PAGE_EXECUTE_READ;
 
 WritableMemory::WritableMemory(void* block, size_t size)
 {
-    auto* first = static_cast<std::byte*>(block);
-    pages_[0].address = first;
-    pages_[1].address = first + size - 1;
+    pages_[0].address = block;
+    pages_[1].address = static_cast<std::byte*>(block) + size - 1;
     for (Page& page : pages_)
         writable_ = writable_ && open(page);
 }

@@ -33,7 +33,17 @@ void* operator new(std::size_t size)
     return block;
 }
 
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept
+{
+    return memoryIsUsedUp ? nullptr : std::malloc(size);
+}
+
 void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, const std::nothrow_t&) noexcept
 {
     std::free(block);
 }

@@ -12,7 +12,17 @@ void* operator new(size_t size)
     return block;
 }
 
+void* operator new(size_t size, const std::nothrow_t&) noexcept
+{
+    return std::malloc(size == 0 ? 1 : size);
+}
+
 void operator delete(void* block) noexcept
+{
+    std::free(block);
+}
+
+void operator delete(void* block, const std::nothrow_t&) noexcept
 {
     std::free(block);
 }

@@ -20,7 +20,7 @@ struct Lie {
     std::optional<test::Fault> fault;
     uint32_t value = 0;
 
-    friend bool operator==(const Lie& lie, test::Fault fault) { return lie.fault == fault; }
+    friend bool operator==(const Lie& lie, test::Fault other) { return lie.fault == other; }
 };
 
 struct RecordedCall {

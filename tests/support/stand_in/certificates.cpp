@@ -85,27 +85,37 @@ std::optional<KeyInfo> readKeyInfo(const std::vector<BYTE>& der)
     return KeyInfo{textOf(algorithm), encodedParameters(identifier), {bits, bits + bitsSize}};
 }
 
-// Null if the bytes are not a certificate. Decoding takes OpenSSL long, and programs read the same few
-// certificates again and again, so the results are kept.
-const KeyInfo* keyInfoOf(const std::vector<BYTE>& der)
+bool keysAreKept = false;
+
+// Nothing if the bytes are not a certificate.
+std::optional<KeyInfo> keyInfoOf(const std::vector<BYTE>& der)
 {
+    if (!keysAreKept)
+        return readKeyInfo(der);
     static std::mutex lock;
     static std::map<std::vector<BYTE>, KeyInfo> known;
     const std::lock_guard guard(lock);
     if (const auto entry = known.find(der); entry != known.end())
-        return &entry->second;
+        return entry->second;
     std::optional<KeyInfo> info = readKeyInfo(der);
-    return info ? &known.emplace(der, std::move(*info)).first->second : nullptr;
+    if (info)
+        known.emplace(der, *info);
+    return info;
 }
 
 }  // namespace
+
+void keepDecodedKeys()
+{
+    keysAreKept = true;
+}
 
 Certificate::Certificate(const BYTE* der, DWORD size) : der_(der, der + size) {}
 
 bool Certificate::read()
 {
-    const KeyInfo* const key = keyInfoOf(der_);
-    if (key == nullptr)
+    const std::optional<KeyInfo> key = keyInfoOf(der_);
+    if (!key)
         return false;
     algorithm_ = key->algorithm;
     parameters_ = key->parameters;

@@ -52,6 +52,10 @@ private:
     std::atomic<int> references_ = 1;
 };
 
+// From now on, a certificate is decoded once: OpenSSL takes long for it. For programs that read the same
+// few certificates again and again, and do not count what is left on the heap.
+void keepDecodedKeys();
+
 Certificate* certificateOf(PCCERT_CONTEXT context);
 
 }  // namespace NV::stand_in
