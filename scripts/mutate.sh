@@ -3,7 +3,7 @@
 # to provider/src, runs for each of them the tests that could see it, and names those that no test
 # objected to. Run by people after larger changes to the tests or the module; no part of test.sh.
 #   --seed N      another sample (default: 1)
-#   --count N     so many changes (default: 170)
+#   --count N     so many changes (default: 250)
 #   --only REGEX  tries only those whose "FILE FUNCTION KIND" matches, as in 'P11Module::|status'
 #   --workers N   so many Wine prefixes work at the same time (default: as many as processors)
 #   --report      only shows what is known so far

@@ -71,7 +71,7 @@ def prepare(options, tree):
 def parse_options():
     parser = argparse.ArgumentParser(prog="scripts/mutate.sh")
     parser.add_argument("--seed", type=int, default=1)
-    parser.add_argument("--count", type=int, default=170)
+    parser.add_argument("--count", type=int, default=250)
     parser.add_argument("--only", metavar="REGEX", type=re.compile)
     parser.add_argument("--workers", type=int, default=os.cpu_count())
     parser.add_argument("--report", action="store_true")
