@@ -130,6 +130,9 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
         if (check(rv, "Failed to logout the token "))
             NV_UNDER(TRC, operation_, "Success to logout the token");
     }
+    // A login that its wrapper could not report, or not end. The end of the session does not always
+    // end it: another part of the process may have one, too.
+    p11_.giveBackLogin();
     if (opened_) {
         NV_UNDER(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
                  asPointer(session_));

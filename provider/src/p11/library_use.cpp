@@ -27,14 +27,17 @@ void LibraryUse::closed(CK_SESSION_HANDLE session)
     loggedIn_ = false;
 }
 
+void LibraryUse::giveBackLogin(const CK_FUNCTION_LIST& list) noexcept
+{
+    if (std::exchange(loggedIn_, false) && session_)
+        callQuietly(list.C_Logout, *session_);
+}
+
 void LibraryUse::giveBackSession(const CK_FUNCTION_LIST& list) noexcept
 {
-    const auto session = std::exchange(session_, std::nullopt);
-    if (!session)
-        return;
-    if (std::exchange(loggedIn_, false))
-        callQuietly(list.C_Logout, *session);
-    callQuietly(list.C_CloseSession, *session);
+    giveBackLogin(list);
+    if (const auto session = std::exchange(session_, std::nullopt))
+        callQuietly(list.C_CloseSession, *session);
 }
 
 void LibraryUse::giveBack(const CK_FUNCTION_LIST& list) noexcept

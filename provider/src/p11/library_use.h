@@ -24,8 +24,9 @@ public:
     // Finalizing also closes the session and ends the login.
     void finalized() { *this = {}; }
 
-    // Log out and close, and finalize too, as far as needed, by calls without trace lines. Ignores
+    // Log out, close too, and finalize too, as far as needed, by calls without trace lines. Ignore
     // their results, null entries of the list and exceptions.
+    void giveBackLogin(const CK_FUNCTION_LIST& list) noexcept;
     void giveBackSession(const CK_FUNCTION_LIST& list) noexcept;
     void giveBack(const CK_FUNCTION_LIST& list) noexcept;
 

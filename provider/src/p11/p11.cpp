@@ -280,6 +280,15 @@ CK_RV Pkcs11::C_Logout(CK_SESSION_HANDLE hSession)
                 pointer("hSession", hSession));
 }
 
+void Pkcs11::giveBackLogin() noexcept
+{
+    quietly([this] {
+        const std::lock_guard guard(lock_);
+        if (const CK_FUNCTION_LIST* list = functionList())
+            use_.giveBackLogin(*list);
+    });
+}
+
 void Pkcs11::giveBackSession() noexcept
 {
     quietly([this] {

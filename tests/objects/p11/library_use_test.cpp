@@ -45,6 +45,17 @@ TEST_F(Pkcs11LibraryUseTest, TheSessionAloneCanGoBack)
     EXPECT_EQ(0U, token.openSessions());
 }
 
+TEST_F(Pkcs11LibraryUseTest, TheLoginAloneCanGoBack)
+{
+    takeAll();
+    p11.giveBackLogin();
+    EXPECT_EQ(Strings{"C_Logout"}, token.callNames());
+    EXPECT_EQ(1U, token.openSessions());
+    token.clearCalls();
+    p11.giveBackSession();
+    EXPECT_EQ(Strings{"C_CloseSession"}, token.callNames());
+}
+
 TEST_F(Pkcs11LibraryUseTest, WhatWasGivenBackByItsWrapperIsNotGivenBackAgain)
 {
     takeAll();
