@@ -29,8 +29,11 @@ bool isLie(test::Fault fault)
            fault == test::Fault::claims;
 }
 
-// The faults that apply to this call; a fault for a single call is removed by it.
-std::vector<PlannedFault> strike(std::string_view function, bool bufferGiven)
+constexpr size_t mostStruck = 64;
+
+// The faults that apply to this call; a fault for a single call is removed by it. The name is a
+// string literal.
+std::vector<PlannedFault> strike(const char* function, bool bufferGiven)
 {
     std::vector<PlannedFault> striking;
     std::erase_if(journal().faults, [&](PlannedFault& planned) {
@@ -41,6 +44,8 @@ std::vector<PlannedFault> strike(std::string_view function, bool bufferGiven)
             return false;
         }
         striking.push_back(planned);
+        if (journal().struck.size() < mostStruck)
+            journal().struck.push_back({function, planned.fault, planned.value});
         return planned.nth == 1;
     });
     return striking;

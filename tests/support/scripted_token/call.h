@@ -39,6 +39,7 @@ struct PlannedFault {
 struct Journal {
     std::vector<RecordedCall> calls;
     std::vector<PlannedFault> faults;
+    std::vector<test::StruckFault> struck;
     uint32_t sequenceThread = 0;  // the thread that initialized the library
     uint32_t sequenceViolations = 0;
     uint32_t overlappingCalls = 0;

@@ -84,6 +84,21 @@ void clearFaults()
     journal().faults.clear();
 }
 
+uint32_t struckFaults(test::StruckFault* faults, uint32_t capacity)
+{
+    const Guard guard{tokenMutex()};
+    const auto& struck = journal().struck;
+    if (faults != nullptr)
+        std::copy_n(struck.begin(), std::min<size_t>(capacity, struck.size()), faults);
+    return static_cast<uint32_t>(struck.size());
+}
+
+void clearStruckFaults()
+{
+    const Guard guard{tokenMutex()};
+    journal().struck.clear();
+}
+
 void changeListMode(test::ListMode mode)
 {
     const Guard guard{tokenMutex()};
@@ -215,6 +230,8 @@ constexpr test::ScriptedTokenControl kControl{
     .setRecording = setRecording,
     .addFault = addFault,
     .clearFaults = clearFaults,
+    .struckFaults = struckFaults,
+    .clearStruckFaults = clearStruckFaults,
     .setListMode = changeListMode,
     .setListEntryNull = setListEntryNull,
     .setListReadOnly = makeListReadOnly,

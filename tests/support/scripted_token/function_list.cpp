@@ -39,7 +39,11 @@ CK_FUNCTION_LIST& handedOut()
 
 void protectList(DWORD protection)
 {
+    static DWORD current = PAGE_READWRITE;
     DWORD previous = 0;
+    if (current == protection)
+        return;
+    current = protection;
     VirtualProtect(&handedOut(), sizeof(CK_FUNCTION_LIST), protection, &previous);
 }
 

@@ -148,6 +148,16 @@ void ScriptedToken::addFault(const std::string& function, Fault fault, uint32_t 
         throw std::invalid_argument("no PKCS#11 function is named " + function);
 }
 
+std::vector<StruckFault> ScriptedToken::takeStruckFaults()
+{
+    std::vector<StruckFault> struck(control_->struckFaults(nullptr, 0));
+    if (!struck.empty()) {
+        control_->struckFaults(struck.data(), static_cast<uint32_t>(struck.size()));
+        control_->clearStruckFaults();
+    }
+    return struck;
+}
+
 void ScriptedToken::setListEntryNull(const std::string& function)
 {
     if (control_->setListEntryNull(function.c_str()) == 0)

@@ -121,6 +121,9 @@ public:
         addFault(function, Fault::lengthPastBuffer, 0, nth);
     }
     void clearFaults() { control_->clearFaults(); }
+    // The faults that calls have met since the last reset or the last time this was asked; at most
+    // the first 64.
+    std::vector<StruckFault> takeStruckFaults();
 
     // What C_GetFunctionList returns from its next call on.
     void setListMode(ListMode mode) { control_->setListMode(mode); }

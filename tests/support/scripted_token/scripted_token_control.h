@@ -39,6 +39,13 @@ enum class MutexCallback : uint32_t { create, destroy, lock, unlock };
 
 #pragma pack(push, 8)
 
+// A fault that a call has met.
+struct StruckFault {
+    const char* function;  // its name; lives as long as the library
+    Fault fault;
+    uint32_t value;
+};
+
 struct TokenState {
     uint32_t initialised;   // 1 between C_Initialize and C_Finalize
     uint32_t openSessions;  // on all slots
@@ -70,6 +77,10 @@ struct ScriptedTokenControl {
     // `nth` counts from 1, the next call; 0 means every call. 0 is returned for an unknown name.
     uint32_t (*addFault)(const char* function, Fault fault, uint32_t value, uint32_t nth);
     void (*clearFaults)();
+    // The faults that calls have met since the last reset or clearing, in order; at most the first
+    // 64. Copies at most `capacity` and returns the whole number.
+    uint32_t (*struckFaults)(StruckFault* faults, uint32_t capacity);
+    void (*clearStruckFaults)();
     void (*setListMode)(ListMode mode);
     uint32_t (*setListEntryNull)(const char* function);
     void (*setListReadOnly)(uint32_t on);

@@ -41,6 +41,22 @@ protected:
     }
 };
 
+TEST_F(ScriptedFaultTest, TellsTheFaultsThatCallsHaveMet)
+{
+    token.fail("C_Finalize", CKR_DEVICE_REMOVED, 2);
+    token.throwFrom("C_GetInfo");
+    EXPECT_EQ(CKR_CRYPTOKI_NOT_INITIALIZED, p11.C_Finalize(nullptr));
+    EXPECT_TRUE(token.takeStruckFaults().empty());
+
+    EXPECT_EQ(CKR_DEVICE_REMOVED, p11.C_Finalize(nullptr));
+    const auto struck = token.takeStruckFaults();
+    ASSERT_EQ(1U, struck.size());
+    EXPECT_STREQ("C_Finalize", struck[0].function);
+    EXPECT_EQ(Fault::returnValue, struck[0].fault);
+    EXPECT_EQ(CKR_DEVICE_REMOVED, struck[0].value);
+    EXPECT_TRUE(token.takeStruckFaults().empty());
+}
+
 TEST_F(ScriptedFaultTest, ReturnValueStrikesTheNthCallOnly)
 {
     initialise();
