@@ -1,8 +1,8 @@
 #!/bin/bash
-# Fuzzes every parser of bytes that come from outside: builds the targets in tests/fuzz with clang,
-# libFuzzer and the address and undefined-behaviour sanitizers, and runs them by CTest, as many at a time
-# as there are processors. Run by people and by test.sh.
-#   SECONDS  how long each target runs (default 60)
+# Fuzzes every parser of bytes that come from outside, and the calls of the module: builds the targets in
+# tests/fuzz with clang, libFuzzer and the address and undefined-behaviour sanitizers, and runs them by
+# CTest, as many at a time as there are processors. Run by people and by test.sh.
+#   SECONDS  how long each target runs (default 60); the one of the calls five times as long
 #   TARGET   only the targets whose names contain this
 # Prints a line for each target, "ok NAME ..." with executions, coverage and corpus, or
 # "FAIL NAME: reason"; then the counts. The status is 1 if any failed. The input of a finding is kept in

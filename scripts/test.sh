@@ -4,8 +4,8 @@
 #   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
 #             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
 #             the heap, and those of threads and endurance with twenty times the rounds, also with the
-#             check of data races; each fuzz
-#             target for two minutes instead of three seconds; the tests of the configuration "full": the
+#             check of data races; each fuzz target for two minutes instead of three seconds, and the
+#             one of the module's calls for ten; the tests of the configuration "full": the
 #             instructions that the hot paths take, the installer, and a new user's way from it to a
 #             verified signature
 #   -R REGEX  only the tests whose names match, without lint and fuzzing, for work in progress

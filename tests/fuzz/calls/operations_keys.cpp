@@ -1,0 +1,407 @@
+// Opening, freeing, listing, importing and exporting keys, and their properties.
+
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+
+#include "base/curve.h"
+#include "keystore/keystore_blob.h"
+#include "operations.h"
+
+namespace NV::fuzz {
+
+namespace {
+
+// Mostly the name of a key that is there.
+const wchar_t* keyName(const ProviderModel* provider, uint8_t operand)
+{
+    constexpr const wchar_t* others[] = {L"01AB", L"0256", L"",     L"01ab",
+                                         L"none", L"01A",  L"zzzz", nullptr};
+    if (operand < 0xC0 && provider != nullptr && !provider->filed.empty())
+        return std::next(provider->filed.begin(),
+                         operand % static_cast<long>(provider->filed.size()))
+            ->first.c_str();
+    return others[operand % std::size(others)];
+}
+
+constexpr const wchar_t* blobTypes[] = {BCRYPT_ECCPUBLIC_BLOB,  BCRYPT_RSAPUBLIC_BLOB,
+                                        BCRYPT_PUBLIC_KEY_BLOB, LEGACY_RSAPUBLIC_BLOB,
+                                        L"ECCPRIVATEBLOB",      nullptr};
+
+const wchar_t* blobType(uint8_t operand)
+{
+    return operand < 0xC0 ? BCRYPT_ECCPUBLIC_BLOB : blobTypes[operand % std::size(blobTypes)];
+}
+
+// Freeing empties the values that all handles of the key share.
+void emptyValues(Key& key)
+{
+    for (const auto& [name, value] : key.properties)
+        value->clear();
+}
+
+bool isThere(World& world, const ProviderModel& provider, NCRYPT_KEY_HANDLE key)
+{
+    DWORD length = 0;
+    const SECURITY_STATUS status = world.ask([&] {
+        return world.table().GetKeyProperty(provider.handle, key, L"Name", nullptr, 0, &length, 0);
+    });
+    HOLDS(status == ERROR_SUCCESS || status == NTE_INVALID_HANDLE);
+    return status == ERROR_SUCCESS;
+}
+
+// A public key blob, mostly a good one.
+struct Blob {
+    Bytes bytes;
+    std::optional<KeyFacts> key;  // what becomes of it; nothing: no key
+
+    Blob(uint8_t form, uint8_t fill)
+    {
+        constexpr ULONG magics[] = {BCRYPT_ECDH_PUBLIC_P256_MAGIC, BCRYPT_ECDH_PUBLIC_P384_MAGIC,
+                                    BCRYPT_ECDH_PUBLIC_P521_MAGIC, BCRYPT_ECDSA_PUBLIC_P256_MAGIC,
+                                    BCRYPT_RSAPUBLIC_MAGIC};
+        const size_t chosen = form % 16 < 12 ? form % 3 : form % std::size(magics);
+        const Curve* const curve = findCngCurve(&Curve::ecdhMagic, magics[chosen]);
+        EccBlobHead head{magics[chosen], curve != nullptr ? curve->coordinateSize() : 32};
+        size_t size = size_t{2} * head.coordinateSize;
+        switch (form / 16) {
+        case 8:  // cut short
+            --size;
+            break;
+        case 9:  // coordinates longer than the curve's
+            head.coordinateSize += 5;
+            size += 10;
+            break;
+        case 10:  // none
+            head.coordinateSize = 0;
+            break;
+        case 11:  // more than there is
+            head.coordinateSize = 0x80000000;
+            break;
+        case 12:  // bytes behind the coordinates
+            size += 3;
+            break;
+        default:
+            break;
+        }
+        const auto* const begin = reinterpret_cast<const unsigned char*>(&head);
+        bytes.assign(begin, begin + sizeof head);
+        const Bytes coordinates = someBytes(size, fill);
+        bytes.insert(bytes.end(), coordinates.begin(), coordinates.end());
+        if (form / 16 == 13)
+            bytes.resize(fill % sizeof head);
+        if (curve == nullptr || bytes.size() < sizeof head ||
+            bytes.size() < sizeof head + size_t{2} * head.coordinateSize)
+            return;
+        key = KeyFacts{.bits = curve->keyLength};
+        key->publicKey = {0x04};
+        key->publicKey.insert(key->publicKey.end(), coordinates.begin(),
+                              coordinates.begin() +
+                                  2 * static_cast<std::ptrdiff_t>(head.coordinateSize));
+    }
+};
+
+}  // namespace
+
+void openKey(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    ProviderModel* const provider = world.find(handle);
+    const wchar_t* const name = keyName(provider, operands.byte());
+    const uint8_t form = operands.byte();
+    Place<NCRYPT_KEY_HANDLE> place(rarely(form));
+
+    Expected expected;
+    const std::optional<Key>* source = nullptr;
+    if (provider == nullptr) {
+        expected = world.withoutProvider(handle);
+    } else if (place.null() || name == nullptr) {
+        expected.status = NTE_INVALID_PARAMETER;
+    } else {
+        const auto found = provider->filed.find(name);
+        if (found != provider->filed.end())
+            source = &found->second;
+        if (source == nullptr || !*source)
+            expected.status = NTE_INVALID_HANDLE;
+    }
+    const Answer answer = world.call("OpenKey", Reach::module, [&] {
+        return world.table().OpenKey(handle, place.pointer(), name, form / 16 % 3,
+                                     flagsOf(operands.byte()));
+    });
+    if (world.judge(answer, expected, Reach::module)) {
+        HOLDS(place.value() != 0 && provider->openedOrImported(place.value()) == nullptr);
+        Key& key = provider->opened[place.value()] = **source;
+        key.serial = world.nextSerial();
+        return;
+    }
+    HOLDS(place.untouched());
+    // Compat: a name that was asked for in vain gets an entry.
+    const bool mayFile =
+        provider != nullptr && !place.null() && name != nullptr && source == nullptr;
+    HOLDS(answer.blocks == 0 || (mayFile && answer.blocks <= 2));
+    if (mayFile &&
+        (!answer.by.any() || world.keyNames(handle).size() == provider->filed.size() + 1))
+        provider->filed[name] = std::nullopt;
+}
+
+void freeKey(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    ProviderModel* const provider = world.find(handle);
+    const NCRYPT_KEY_HANDLE key = world.pickKey(provider, operands.byte());
+    Key* const known = provider != nullptr ? provider->openedOrImported(key) : nullptr;
+
+    Expected expected;
+    if (provider == nullptr)
+        expected = world.withoutProvider(handle);
+    else if (known == nullptr)
+        expected.status = NTE_INVALID_HANDLE;
+    const Answer answer =
+        world.call("FreeKey", Reach::module, [&] { return world.table().FreeKey(handle, key); });
+    const bool freed = world.judge(answer, expected, Reach::module);
+    if (known == nullptr) {
+        // Compat: an unknown handle gets an entry.
+        HOLDS(answer.blocks == 0 || (provider != nullptr && answer.blocks == 1));
+        return;
+    }
+    HOLDS(freed ? answer.blocks < 0 : answer.blocks <= 0);
+    if (isThere(world, *provider, key)) {
+        HOLDS(!freed);
+        return;
+    }
+    emptyValues(*known);
+    world.freedKeys.push_back(key);
+    provider->opened.erase(key);
+    provider->imported.erase(key);
+}
+
+void getKeyProperty(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    ProviderModel* const provider = world.find(handle);
+    const NCRYPT_KEY_HANDLE key = world.pickKey(provider, operands.byte());
+    const wchar_t* const name = propertyName(operands.byte());
+    const uint8_t form = operands.byte();
+    Output output(lengthOf(operands.byte()), form % 4 == 0);
+    Place<DWORD> length(rarely(form));
+
+    Expected expected;
+    const Bytes* value = nullptr;
+    if (provider == nullptr) {
+        expected = world.withoutProvider(handle);
+    } else if (name == nullptr || length.null()) {
+        expected.status = NTE_INVALID_PARAMETER;
+    } else if (const Key* const known = provider->openedOrImported(key); known == nullptr) {
+        expected.status = NTE_INVALID_HANDLE;
+    } else if (const auto found = known->properties.find(name); found == known->properties.end()) {
+        expected.status = NTE_NOT_SUPPORTED;
+    } else {
+        value = found->second.get();
+        if (!output.null() && output.size() < value->size())
+            expected.status = NTE_BUFFER_TOO_SMALL;
+    }
+    const Answer answer = world.call("GetKeyProperty", Reach::module, [&] {
+        return world.table().GetKeyProperty(handle, key, name, output.data(), output.size(),
+                                            length.pointer(), flagsOf(operands.byte()));
+    });
+    HOLDS(answer.blocks == 0);
+    if (world.judge(answer, expected, Reach::module))
+        HOLDS(length.value() == value->size() && (output.null() || output.holds(*value)));
+    else
+        HOLDS(length.untouched() && output.untouched());
+}
+
+void setKeyProperty(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    ProviderModel* const provider = world.find(handle);
+    const NCRYPT_KEY_HANDLE key = world.pickKey(provider, operands.byte());
+    const wchar_t* const name = propertyName(operands.byte());
+    const uint8_t form = operands.byte();
+    const Bytes value = someBytes(lengthOf(operands.byte()), form);
+    const bool null = rarely(form);
+    const DWORD size = form == 0x11 ? 0x80000000 : sizeOf(value);
+    Key* const known = provider != nullptr ? provider->openedOrImported(key) : nullptr;
+
+    Expected expected;
+    if (provider == nullptr)
+        expected = world.withoutProvider(handle);
+    else if (name == nullptr || null || size == 0 || size > INT32_MAX)
+        expected.status = NTE_INVALID_PARAMETER;
+    else if (known == nullptr)
+        expected.status = NTE_INVALID_HANDLE;
+    const Answer answer = world.call("SetKeyProperty", Reach::module, [&] {
+        return world.table().SetKeyProperty(handle, key, name, null ? nullptr : in(value), size,
+                                            flagsOf(operands.byte()));
+    });
+    const bool stored = world.judge(answer, expected, Reach::module);
+    // Compat: a second value is not taken.
+    const bool isNew = known != nullptr && name != nullptr && !known->properties.contains(name);
+    HOLDS(answer.blocks == 0 || (isNew && expected.status == ERROR_SUCCESS && answer.blocks > 0));
+    if (isNew && (stored || answer.blocks > 0))
+        known->properties[name] = std::make_shared<Bytes>(value);
+}
+
+void enumKeys(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    const uint8_t form = operands.byte();
+    const bool begin = form % 4 == 0 || world.enumerations.empty();
+    uint32_t* const given =
+        begin ? nullptr : world.enumerations[form / 4 % world.enumerations.size()];
+    const uint8_t nulls = operands.byte();
+    PVOID state = given;
+    PVOID* const statePlace = nulls % 16 == 1 ? nullptr : &state;
+    NCryptKeyName* record = nullptr;
+    NCryptKeyName** const place = nulls % 16 == 2 ? nullptr : &record;
+    const uint32_t index = given != nullptr ? *given : 0;
+
+    ProviderModel* const provider = world.find(handle);
+    Expected expected;
+    const Key* key = nullptr;
+    if (provider == nullptr) {
+        expected = world.withoutProvider(handle);
+    } else if (statePlace == nullptr || place == nullptr) {
+        expected.status = NTE_INVALID_PARAMETER;
+    } else if (index >= provider->filed.size()) {
+        expected.status = NTE_NO_MORE_ITEMS;
+    } else {
+        const auto& entry = std::next(provider->filed.begin(), index)->second;
+        key = entry ? &*entry : nullptr;
+        if (key == nullptr)
+            expected.status = NTE_NOT_FOUND;
+    }
+    const Answer answer = world.call("EnumKeys", Reach::module, [&] {
+        return world.table().EnumKeys(handle, nulls % 2 == 0 ? nullptr : L"scope", place,
+                                      statePlace, flagsOf(operands.byte()));
+    });
+    if (!world.judge(answer, expected, Reach::module)) {
+        HOLDS(answer.blocks == 0 && record == nullptr && state == given);
+        HOLDS(given == nullptr || *given == index);
+        return;
+    }
+    HOLDS(answer.blocks == (given == nullptr ? 4 : 3));
+    HOLDS(state != nullptr && (given == nullptr || state == given));
+    auto* const next = static_cast<uint32_t*>(state);
+    HOLDS(*next == index + 1);
+    HOLDS(key->facts.name == record->pszName && record->dwFlags == 0);
+    HOLDS(std::wstring_view(record->pszAlgid) == (key->facts.rsa ? rsaOid : ecOid));
+    releaseRecord(*record);
+    HOLDS(world.ask([&] { return world.table().FreeBuffer(record); }) == ERROR_SUCCESS);
+    if (given == nullptr)
+        world.enumerations.push_back(next);
+}
+
+void freeBuffer(World& world, Operands& operands)
+{
+    const uint8_t form = operands.byte();
+    auto& states = world.enumerations;
+    const bool null = form % 8 == 0 || states.empty();
+    const size_t place = null ? 0 : form / 8 % states.size();
+    uint32_t* const block = null ? nullptr : states[place];
+    const Answer answer =
+        world.call("FreeBuffer", Reach::module, [&] { return world.table().FreeBuffer(block); });
+    const Expected expected{null ? NTE_INVALID_PARAMETER : ERROR_SUCCESS};
+    world.judge(answer, expected, Reach::module);
+    // A log that fails at the call's first line leaves the block.
+    HOLDS(answer.blocks == (null || answer.left != Left::normally ? 0 : -1));
+    if (answer.blocks < 0)
+        states.erase(states.begin() + static_cast<std::ptrdiff_t>(place));
+}
+
+void importKey(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    ProviderModel* const provider = world.find(handle);
+    const uint8_t blobForm = operands.byte();
+    const Blob blob(blobForm, operands.byte());
+    const wchar_t* const type = blobType(operands.byte());
+    const uint8_t form = operands.byte();
+    const NCRYPT_KEY_HANDLE importKey = rarely(form) ? world.pickPeer(form) : 0;
+    Place<NCRYPT_KEY_HANDLE> place(form % 16 == 1);
+    const bool null = form % 16 == 2;
+
+    Expected expected;
+    if (provider == nullptr) {
+        expected = world.withoutProvider(handle);
+    } else {
+        if (importKey != 0)
+            expected.status = NTE_NOT_SUPPORTED;
+        if (type == nullptr || place.null() || null || blob.bytes.empty())
+            expected.status = NTE_INVALID_PARAMETER;
+        if (type != nullptr && std::wstring_view(type) != BCRYPT_ECCPUBLIC_BLOB &&
+            std::wstring_view(type) != BCRYPT_RSAPUBLIC_BLOB)
+            expected.status = NTE_NOT_SUPPORTED;
+    }
+    NCryptBufferDesc none{};
+    const Answer answer = world.call("ImportKey", Reach::module, [&] {
+        return world.table().ImportKey(handle, importKey, type, form % 3 == 0 ? &none : nullptr,
+                                       place.pointer(), null ? nullptr : in(blob.bytes),
+                                       sizeOf(blob.bytes), flagsOf(operands.byte()));
+    });
+    if (!world.judge(answer, expected, Reach::module)) {
+        HOLDS(answer.blocks == 0 && place.untouched());
+        return;
+    }
+    // Compat: a blob that cannot be read gives a null handle and success.
+    if (!blob.key) {
+        HOLDS(answer.blocks == 0 && place.value() == 0);
+        return;
+    }
+    HOLDS(place.value() != 0 && provider->openedOrImported(place.value()) == nullptr);
+    Key& key = provider->imported[place.value()];
+    key = {*blob.key, world.nextSerial(), {}};
+    addKeyProperties(key);
+}
+
+void exportKey(World& world, Operands& operands)
+{
+    const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
+    ProviderModel* const provider = world.find(handle);
+    const NCRYPT_KEY_HANDLE key = world.pickKey(provider, operands.byte());
+    const uint8_t typeForm = operands.byte();
+    const wchar_t* const type = blobTypes[typeForm % std::size(blobTypes)];
+    const uint8_t form = operands.byte();
+    Output output(form % 4 == 1 ? 600 : lengthOf(operands.byte()), form % 4 == 0);
+    Place<DWORD> length(rarely(form));
+    const NCRYPT_KEY_HANDLE exportKey = rarely(typeForm) ? world.pickPeer(form) : 0;
+    const Key* const known = provider != nullptr ? provider->openedOrImported(key) : nullptr;
+    const Bytes blob = known != nullptr ? known->facts.exported() : Bytes();
+
+    Expected expected;
+    bool lengthTold = false;
+    if (provider == nullptr) {
+        expected = world.withoutProvider(handle);
+    } else {
+        if (exportKey != 0)
+            expected.status = NTE_NOT_SUPPORTED;
+        else if (key == 0)
+            expected.status = NTE_INVALID_PARAMETER;
+        if (type == nullptr)
+            expected.status = NTE_INVALID_PARAMETER;
+        else if (std::wstring_view(type) == L"ECCPRIVATEBLOB")
+            expected.status = NTE_NOT_SUPPORTED;
+        if (length.null())
+            expected.status = NTE_INVALID_PARAMETER;
+        if (expected.status == ERROR_SUCCESS && known == nullptr)
+            expected.status = NTE_INVALID_HANDLE;
+        lengthTold = expected.status == ERROR_SUCCESS;
+        // Compat: a buffer that is too short is an invalid parameter, and the length is told.
+        if (lengthTold && !output.null() && output.size() < blob.size())
+            expected.status = NTE_INVALID_PARAMETER;
+    }
+    const Answer answer = world.call("ExportKey", Reach::module, [&] {
+        return world.table().ExportKey(handle, key, exportKey, type, nullptr, output.data(),
+                                       output.size(), length.pointer(), flagsOf(operands.byte()));
+    });
+    HOLDS(answer.blocks == 0);
+    if (world.judge(answer, expected, Reach::module)) {
+        HOLDS(length.value() == blob.size() && (output.null() || output.holds(blob)));
+        return;
+    }
+    HOLDS(output.untouched());
+    HOLDS(length.untouched() || (lengthTold && length.value() == blob.size()));
+    HOLDS(answer.by.any() || !lengthTold || !length.untouched());
+}
+
+}  // namespace NV::fuzz

@@ -1,0 +1,53 @@
+// What the scripted token makes of a key, a padding and data, computed a second time. For the model of
+// the module: the token's own computations are in the library that the module loads.
+
+#pragma once
+
+#include <windows.h>
+
+#include <optional>
+#include <string>
+
+#include <bcrypt.h>
+
+#include "base/encoding.h"
+
+namespace NV::fuzz {
+
+// A key of a certificate, or one that was imported.
+struct KeyFacts {
+    std::wstring name;  // empty: the certificate has no CKA_ID, or the key was imported
+    bool rsa = false;
+    uint32_t bits = 0;
+    Bytes publicKey = {};  // as in the certificate; of an imported key the uncompressed point
+    bool onToken = false;  // the private and the public key object are on the token
+
+    // Bytes of a modulus or of a coordinate.
+    uint32_t size() const { return (bits + 7) / 8; }
+    uint32_t signatureSize() const { return rsa ? size() : 2 * size(); }
+    // What ExportKey returns; empty: it fails.
+    Bytes exported() const;
+};
+
+// The argument pPaddingInfo with what it points to, for one call.
+struct Padding {
+    DWORD flags = 0;
+    bool infoGiven = false;
+    const wchar_t* hashName = nullptr;
+    Bytes label;  // OAEP
+};
+
+// The result, or nothing where the token fails.
+using TokenResult = std::optional<Bytes>;
+
+TokenResult signature(const KeyFacts& key, const Padding& padding, const Bytes& hash);
+// The signature that a verification accepts, which for a padding with a hash is not the one above.
+TokenResult verifiedSignature(const KeyFacts& key, const Padding& padding, const Bytes& hash);
+TokenResult encrypted(const KeyFacts& key, const Padding& padding, const Bytes& data);
+TokenResult decrypted(const KeyFacts& key, const Padding& padding, const Bytes& data);
+// The secret agreed with the owner of a point.
+TokenResult agreed(const KeyFacts& key, const Bytes& point);
+TokenResult derived(const std::wstring& hashName, bool hmac, const Bytes& hmacKey,
+                    const Bytes& data);
+
+}  // namespace NV::fuzz
