@@ -1,13 +1,14 @@
 #!/bin/bash
 # Everything that must pass before a change goes in: sets the machine up, checks the sources, builds
-# for Windows and for this machine, and runs all tests by CTest. Run by people and by CI.
-#   --full    the long way, about an hour: clang-tidy over all files, not only over those that changed;
-#             the Windows tests three times more: on the module as it is shipped, with Wine's checks of
-#             the heap, and those of threads and endurance with twenty times the rounds, also with the
-#             check of data races; each fuzz target for two minutes instead of three seconds, and the
-#             one of the module's calls for ten; the tests of the configuration "full": the
-#             instructions that the hot paths take, the installer, and a new user's way from it to a
-#             verified signature
+# for Windows and, with the sanitizers, for this machine, and runs all tests by CTest. Run by people and
+# by CI.
+#   --full    the long way, about an hour and a half: clang-tidy over all files, not only over those that
+#             changed; the portable parts by GCC for this machine; the Windows tests three times more: on
+#             the module as it is shipped, with Wine's checks of the heap, and those of threads and
+#             endurance with twenty times the rounds, also with the check of data races; each fuzz target
+#             for two minutes instead of three seconds, the one of the calls for ten; the tests of the
+#             configuration "full": the instructions that the hot paths take, the installer, and a new
+#             user's way from it to a verified signature
 #   -R REGEX  only the tests whose names match, without lint and fuzzing, for work in progress
 # The last line is "N passed, N failed". It counts the tests of all builds; a stage that fails (setup,
 # lint, build) and a test that could not be run count as failures too. The status is 1 if anything failed
@@ -16,7 +17,7 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
-presets=(windows host sanitized threads)
+presets=(windows sanitized)
 fuzzSeconds=3
 passed=0
 failed=0
@@ -73,21 +74,20 @@ runSuites()
 {
     if [ -n "$matching" ]; then
         # A name may well belong to one of the builds alone.
-        runSuite windows windows --no-tests=ignore -R "$matching"
-        runSuite host host --no-tests=ignore -R "$matching"
-        runSuite sanitized sanitized --no-tests=ignore -R "$matching"
-        runSuite threads threads --no-tests=ignore -R "$matching"
+        for preset in "${presets[@]}"; do
+            runSuite "$preset" "$preset" --no-tests=ignore -R "$matching"
+        done
         return 0
     fi
     runSuite windows windows -E "$besideTests"
-    runSuite host host
     if [ "$full" = yes ]; then
         KEYWARDEN_MODULE=Z:$build/windows/bin/nvksprovider.dll \
             runSuite shipped windows -L 'module|token' -E "$besideTests"
         WINEDEBUG=-all,warn+heap \
             runSuite heap windows --timeout 1800 -E "$besideTests|^(pages|time_lines)\$"
         KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak|process_end'
-        KEYWARDEN_ROUNDS=20 runSuite races threads --timeout 3600
+        runSuite host host
+        KEYWARDEN_ROUNDS=20 runSuite threads threads --timeout 3600
         runSuite long windows -C full -R '^(installer|new_user|memory_failure_whole)$'
         runSuite instructions host -C full -R '^instruction_counts$'
     fi
@@ -118,8 +118,9 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-# runBeside: the fuzz targets, the tests of the builds with sanitizers, and those named above. They have a process group of their own and get
-# what the other tests leave of the processors, since those wait for Wine and for windows now and then.
+# runBeside: the fuzz targets, the tests of the build with sanitizers, and those named above. They have a
+# process group of their own and get what the other tests leave of the processors, since those wait for
+# Wine and for windows now and then.
 runBeside()
 {
     local status=0
@@ -128,7 +129,6 @@ runBeside()
     echo "$status" >"$build/tests-fuzz.status"
     rm -rf "$build/sanitized/profiles"
     runSuite sanitized sanitized
-    runSuite threads threads
     status=0
     timed "coverage" scripts/coverage.sh --no-build || status=$?
     echo "$status" >"$build/tests-coverage.status"
@@ -184,17 +184,18 @@ main()
 matching=
 full=no
 beside= # the process group of what runs beside the tests
-suites=(windows host sanitized threads fuzz package)
+suites=(windows sanitized fuzz package)
 while [ "$#" -gt 0 ]; do
     case $1 in
         --full)
             full=yes
-            suites+=(shipped heap rounds races long instructions)
+            presets+=(host threads)
+            suites+=(shipped heap rounds host threads long instructions)
             fuzzSeconds=120
             ;;
         -R)
             matching=${2:?-R needs a regular expression}
-            suites=(windows host sanitized threads)
+            suites=("${presets[@]}")
             shift
             ;;
         *)

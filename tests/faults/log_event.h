@@ -20,10 +20,12 @@ enum class LogCause {
 
 // While it is armed, every record is written: with `clock` to the console, whose output is discarded;
 // with `folder` to a file. Otherwise the log is off. One at a time.
-class LogEvent : public Event {
+class LogEvent final : public Event {
 public:
     explicit LogEvent(LogCause cause);
     ~LogEvent() override;
+    LogEvent(const LogEvent&) = delete;
+    LogEvent& operator=(const LogEvent&) = delete;
 
     void arm(size_t nth, Extent extent) override;
     bool disarm() override;

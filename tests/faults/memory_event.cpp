@@ -81,11 +81,11 @@ void* allocateOrThrow(size_t size)
 // to do so allocates the reserve's lock, which must not fail.
 MemoryEvent::MemoryEvent(MemoryKind kind) : kind_(kind)
 {
-    arm(1, Extent::once);
+    MemoryEvent::arm(1, Extent::once);
     try {
         throw kind;
     } catch (MemoryKind) {
-        disarm();
+        MemoryEvent::disarm();
     }
 }
 

@@ -13,7 +13,7 @@ enum class MemoryKind {
 };
 
 // Strikes the thread that has armed it and every other one. One at a time.
-class MemoryEvent : public Event {
+class MemoryEvent final : public Event {
 public:
     explicit MemoryEvent(MemoryKind kind);
 

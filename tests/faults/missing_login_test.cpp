@@ -36,7 +36,7 @@ protected:
         whole = *list;
         blocksWithPin = 0;
     }
-    ~MissingLoginTest() override { *list = whole; }
+    void TearDown() override { *list = whole; }
 
     CK_RV enterPin()
     {

@@ -53,6 +53,7 @@ private:
             if (ended_)
                 return;
             guard.unlock();
+            // cppcheck-suppress nullPointer ; the wait above ends with work or with the end
             (*work_)();
             guard.lock();
             work_ = nullptr;

@@ -123,7 +123,7 @@ void ProviderWorld::prepare()
     secretsBefore_ = listedSecrets();
 }
 
-std::string ProviderWorld::leftOnToken()
+std::string ProviderWorld::leftOnToken() const
 {
     const TokenState now = token.state();
     std::string left;

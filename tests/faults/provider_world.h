@@ -51,7 +51,7 @@ public:
     void prepare();
 
     // Each is empty if all is well. Otherwise each thing that is wrong ends in "; ".
-    std::string leftOnToken();
+    std::string leftOnToken() const;
     // An operation of each kind on another thread, with its output.
     std::string nextOperations();
 

@@ -17,13 +17,8 @@ namespace NV::test {
 
 class QuietOutput {
 public:
-    QuietOutput() : output_(::dup(standardOutput))
+    QuietOutput() : output_(::dup(standardOutput)), nothing_(::open(nowhere, O_WRONLY))
     {
-#ifdef _WIN32
-        nothing_ = ::open("NUL", O_WRONLY);
-#else
-        nothing_ = ::open("/dev/null", O_WRONLY);
-#endif
         if (output_ < 0 || nothing_ < 0)
             throw std::runtime_error("the standard output cannot be redirected");
     }
@@ -36,17 +31,16 @@ public:
     QuietOutput(const QuietOutput&) = delete;
     QuietOutput& operator=(const QuietOutput&) = delete;
 
-    void begin()
-    {
-        turnTo(nothing_, true);
-    }
-    void end()
-    {
-        turnTo(output_, false);
-    }
+    void begin() { turnTo(nothing_, true); }
+    void end() { turnTo(output_, false); }
 
 private:
     static constexpr int standardOutput = 1;
+#ifdef _WIN32
+    static constexpr const char* nowhere = "NUL";
+#else
+    static constexpr const char* nowhere = "/dev/null";
+#endif
 
     void turnTo(int target, bool quiet)
     {

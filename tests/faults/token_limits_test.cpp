@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <functional>
+#include <memory>
 
 #include "log_off.h"
 #include "memory_event.h"
@@ -165,7 +166,8 @@ TEST(MemoryLimitTest, seesAndRefusesWhatIsTooMuch)
     EXPECT_GT(mega, MemoryLimit::mostAsked());
     EXPECT_THROW(std::vector<char>(2 * mega), std::bad_alloc);
     EXPECT_LE(2 * mega, MemoryLimit::mostAsked());
-    EXPECT_EQ(nullptr, std::malloc(3 * mega));
+    const std::unique_ptr<void, decltype(&std::free)> refused(std::malloc(3 * mega), &std::free);
+    EXPECT_EQ(nullptr, refused);
     EXPECT_LE(3 * mega, MemoryLimit::mostAsked());
 }
 

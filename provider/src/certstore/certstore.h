@@ -57,7 +57,7 @@ private:
     struct Search {
         const Site& site;
         Pkcs11& p11;
-        CK_SESSION_HANDLE session;
+        CK_SESSION_HANDLE session = 0;
         size_t room = maxSize;
     };
 

@@ -42,6 +42,7 @@ public:
             *equal = std::move(copy);
         else
             certificates_.push_back(std::move(copy));
+        // cppcheck-suppress returnDanglingLifetime ; the certificate counts its references
         return result;
     }
 
