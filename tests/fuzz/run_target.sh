@@ -84,7 +84,8 @@ statistic()
     echo "${value:-0}"
 }
 
-# figures: executions; calls of the module, if the target counts them; edges, features and inputs of the corpus as libFuzzer counts them.
+# figures: executions; calls of the module, if the target counts them; edges, features and inputs of the
+# corpus as libFuzzer counts them.
 figures()
 {
     local last edges features corpus calls

@@ -10,6 +10,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "certificates.h"
 #include "config/config.h"
 #include "dialog.h"
 #include "keystore/keystore_secret.h"
@@ -219,6 +220,7 @@ World::World() : library_(token_.exports())
     HOLDS(std::freopen("/dev/null", "w", stdout) != nullptr);
     stand_in::setPinAnswer([this](const PINRequest*) { return answerPin(pin_); });
     GetKeyStorageInterface(L"Norvanta Software KeyStore Provider", &table_, 0);
+    stand_in::keepDecodedKeys();
     logError();
     // The system's certificate store would keep what an opening publishes.
     importedCertOpenSystemStoreW = [](HCRYPTPROV_LEGACY, LPCWSTR) {
