@@ -148,7 +148,7 @@ Bytes fileContent(const std::string& name)
     HOLDS(file != nullptr);
     Bytes content(8192);
     content.resize(std::fread(content.data(), 1, content.size(), file));
-    std::fclose(file);
+    static_cast<void>(std::fclose(file));
     return content;
 }
 

@@ -7,7 +7,8 @@
 
 #include <cstdlib>
 
-// NOLINTBEGIN(bugprone-reserved-identifier)
+// Windows names them.
+// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
 
 // An empty value removes the variable.
 inline int _putenv_s(const char* name, const char* value)
@@ -21,4 +22,4 @@ inline size_t _msize(void* block)
     return malloc_usable_size(block);
 }
 
-// NOLINTEND(bugprone-reserved-identifier)
+// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
