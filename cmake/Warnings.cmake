@@ -16,7 +16,4 @@ target_compile_options(
             -Wnull-dereference)
 if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
   target_compile_options(keywarden_warnings INTERFACE -Wduplicated-cond -Wlogical-op)
-else()
-  # Clang's analysis of the locks (base/thread_annotations.h).
-  target_compile_options(keywarden_warnings INTERFACE -Wthread-safety)
 endif()

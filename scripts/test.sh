@@ -1,11 +1,11 @@
 #!/bin/bash
 # Everything that must pass before a change goes in: sets the machine up, checks the sources, builds
-# for Windows and, with the sanitizers, for this machine, and runs all tests by CTest. Run by people and
-# by CI.
+# for Windows, and runs all tests by CTest and the fuzz targets. Run by people and by CI.
 #   --full    the long way, about an hour and a half: clang-tidy over all files, not only over those that
-#             changed; the portable parts by GCC for this machine; the Windows tests three times more: on
-#             the module as it is shipped, with Wine's checks of the heap, and those of threads and
-#             endurance with twenty times the rounds, also with the check of data races; each fuzz target
+#             changed; for this machine, the portable parts by GCC, and the module's core with the
+#             sanitizers, with its coverage, and with the check of data races; the Windows tests three
+#             times more: on the module as it is shipped, with Wine's checks of the heap, and those of
+#             threads and endurance with twenty times the rounds; each fuzz target
 #             for two minutes instead of three seconds, the one of the calls for ten; the tests of the
 #             configuration "full": the instructions that the hot paths take, the installer, and a new
 #             user's way from it to a verified signature
@@ -17,7 +17,7 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
-presets=(windows sanitized)
+presets=(windows)
 fuzzSeconds=3
 passed=0
 failed=0
@@ -87,6 +87,9 @@ runSuites()
             runSuite heap windows --timeout 1800 -E "$besideTests|^(pages|time_lines)\$"
         KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak|process_end'
         runSuite host host
+        rm -rf "$build/sanitized/profiles"
+        runSuite sanitized sanitized
+        timed "coverage" scripts/coverage.sh --no-build || coverage=failed
         KEYWARDEN_ROUNDS=20 runSuite threads threads --timeout 3600
         runSuite long windows -C full -R '^(installer|new_user|memory_failure_whole)$'
         runSuite instructions host -C full -R '^instruction_counts$'
@@ -118,20 +121,14 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-# runBeside: the fuzz targets, the tests of the build with sanitizers, and those named above. They have a
-# process group of their own and get what the other tests leave of the processors, since those wait for
-# Wine and for windows now and then.
+# runBeside: the fuzz targets and the tests named above. They have a process group of their own and get
+# what the other tests leave of the processors, since those wait for Wine and for windows now and then.
 runBeside()
 {
     local status=0
     renice -n 10 "$BASHPID" >/dev/null
     timed "fuzzing" scripts/fuzz.sh "$fuzzSeconds" || status=$?
     echo "$status" >"$build/tests-fuzz.status"
-    rm -rf "$build/sanitized/profiles"
-    runSuite sanitized sanitized
-    status=0
-    timed "coverage" scripts/coverage.sh --no-build || status=$?
-    echo "$status" >"$build/tests-coverage.status"
     status=0
     # From the folder of these tests, so that CTest's own files are not those of the other run.
     timed "release checks" ctest --test-dir "$build/windows/tests/package" -R "$besideTests" \
@@ -175,7 +172,7 @@ main()
     for name in "${suites[@]}"; do
         countSuite "$name"
     done
-    if [ -z "$matching" ] && [ "$(cat "$build/tests-coverage.status" 2>/dev/null)" != 0 ]; then
+    if [ "$coverage" = failed ]; then
         echo "coverage: too low, or not measured"
         failed=$((failed + 1))
     fi
@@ -183,14 +180,15 @@ main()
 
 matching=
 full=no
+coverage=
 beside= # the process group of what runs beside the tests
-suites=(windows sanitized fuzz package)
+suites=(windows fuzz package)
 while [ "$#" -gt 0 ]; do
     case $1 in
         --full)
             full=yes
-            presets+=(host threads)
-            suites+=(shipped heap rounds host threads long instructions)
+            presets+=(host sanitized threads)
+            suites+=(shipped heap rounds host sanitized threads long instructions)
             fuzzSeconds=120
             ;;
         -R)
