@@ -265,24 +265,28 @@ SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput
 
     if (pszProperty == nullptr || pbInput == nullptr || cbInput == 0 || cbInput > maxPropertySize)
         return trace.end(NTE_INVALID_PARAMETER);
-    properties_[pszProperty] =
+    auto property =
         std::make_shared<Property>(pszProperty, 0, pbInput, static_cast<int32_t>(cbInput));
+    HWND window = ownerWindow_;
     if (std::wstring_view(pszProperty) == NCRYPT_WINDOW_HANDLE_PROPERTY)
-        setOwnerWindow(here, pbInput, cbInput);
+        window = ownerWindow(here, pbInput, cbInput);
+    // Both only after the last line that can throw.
+    properties_[pszProperty] = std::move(property);
+    ownerWindow_ = window;
     return trace.end(ERROR_SUCCESS);
 }
 
-// Compat: a value longer than a handle does not change the owner window; a shorter one is filled up
-// with zeros.
-void Provider::setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput)
+// The owner window after the property is set to the value. Compat: a value longer than a handle does
+// not change it; a shorter one is filled up with zeros.
+HWND Provider::ownerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput) const
 {
     NV_UNDER(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
     uintptr_t window = 0;
     if (cbInput > sizeof window)
-        return;
+        return ownerWindow_;
     std::memcpy(&window, pbInput, cbInput);
     NV_UNDER(TRC, site, "Owner Window Handle is %p", asPointer(window));
-    ownerWindow_ = reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
+    return reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
 }
 
 SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty, PBYTE pbInput,

@@ -118,7 +118,7 @@ private:
 
     static SECURITY_STATUS outputProperty(const Site& site, const Property& property,
                                           PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult);
-    void setOwnerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput);
+    HWND ownerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput) const;
 
     // Logs whether a key was found, and returns it.
     static P11KeyObject* logFound(const Site& site, P11KeyObject* key);
