@@ -49,8 +49,8 @@ public:
     // clang-format on
 
     // Give back what the wrappers have taken from the library and not yet returned: the login, the
-    // session with its login, or everything, the initialized state included. Without trace lines and exceptions,
-    // for clean-up after the log itself may have failed.
+    // session with its login, or everything, the initialized state included. Without trace lines and
+    // exceptions, for clean-up after the log itself may have failed.
     void giveBackLogin() noexcept;
     void giveBackSession() noexcept;
     void giveBack() noexcept;
