@@ -5,10 +5,10 @@
 #             changed; for this machine, the portable parts by GCC, and the module's core with the
 #             sanitizers, with its coverage, and with the check of data races; the Windows tests three
 #             times more: on the module as it is shipped, with Wine's checks of the heap, and those of
-#             threads and endurance with twenty times the rounds; each fuzz target
-#             for two minutes instead of three seconds, the one of the calls for ten; the tests of the
-#             configuration "full": the instructions that the hot paths take, the installer, and a new
-#             user's way from it to a verified signature
+#             threads and endurance with twenty times the rounds; each fuzz target for two minutes
+#             instead of three seconds, the one of the calls for ten; the tests of the configuration
+#             "full": the instructions that the hot paths take, the installer, and a new user's way from
+#             it to a verified signature
 #   -R REGEX  only the tests whose names match, without lint and fuzzing, for work in progress
 # The last line is "N passed, N failed". It counts the tests of all builds; a stage that fails (setup,
 # lint, build) and a test that could not be run count as failures too. The status is 1 if anything failed
