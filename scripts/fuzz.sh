@@ -1,12 +1,12 @@
 #!/bin/bash
 # Fuzzes every parser of bytes that come from outside, and the calls of the module: builds the targets in
-# tests/fuzz with clang, libFuzzer and the address and undefined-behaviour sanitizers, and runs them by
-# CTest, as many at a time as there are processors. Run by people and by test.sh.
+# tests/fuzz, which are part of the preset "sanitized", and runs them by CTest, as many at a time as there are
+# processors. Run by people and by test.sh.
 #   SECONDS  how long each target runs (default 60); the one of the calls five times as long
 #   TARGET   only the targets whose names contain this
 # Prints a line for each target, "ok NAME ..." with executions, coverage and corpus, or
 # "FAIL NAME: reason"; then the counts. The status is 1 if any failed. The input of a finding is kept in
-# build/fuzz/findings; build/fuzz/bin/fuzz_NAME FILE runs it again. Its stack shows functions where
+# build/sanitized/fuzz/findings; build/sanitized/bin/fuzz_NAME FILE runs it again. Its stack shows functions where
 # llvm-symbolizer (package llvm) is installed. CTest's results are in build/tests-fuzz.xml.
 set -euo pipefail
 . "$(dirname "$0")/lib.sh"
@@ -44,8 +44,8 @@ fi
 mkdir -p "$build"
 rm -f "$build/tests-fuzz.xml"
 checkCompiler
-timed "configure fuzz" configure fuzz
-timed "build fuzz" compile fuzz
+timed "configure sanitized" configure sanitized
+timed "build fuzz targets" compile sanitized --target fuzz_targets
 status=0
 timed "fuzzing, $seconds s each" runTargets -R "^fuzz_.*${2:-}" || status=$?
 sed -n 's/^[0-9]*: \(ok\|FAIL\) /\1 /p' "$build/tests-fuzz.log"

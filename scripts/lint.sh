@@ -235,14 +235,14 @@ checkTidy()
     local sources=() source database known status=0
     # Of a source that several builds compile, the first one says how. The second database has the Winelib
     # sources, which CMake's own does not list.
-    local databases=(windows windows/winelib host fuzz bench)
+    local databases=(windows windows/winelib host sanitized bench)
     local -A of=()
     if [ "$full" = yes ]; then
         mapfile -t sources < <(filesNamed '*.cpp')
     else
         mapfile -t sources < <(sourcesToTidy)
     fi
-    for database in windows host fuzz bench; do
+    for database in windows host sanitized bench; do
         makeDatabase "$database" || return 1
     done
     for source in "${sources[@]}"; do

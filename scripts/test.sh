@@ -1,14 +1,14 @@
 #!/bin/bash
-# Everything that must pass before a change goes in: sets the machine up, checks the sources, builds
-# for Windows, and runs all tests by CTest and the fuzz targets. Run by people and by CI.
+# Everything that must pass before a change goes in: sets the machine up, checks the sources, builds for
+# Windows, and the module's core for this machine with sanitizers and coverage; runs the tests of both by
+# CTest, and the fuzz targets. Run by people and by CI.
 #   --full    the long way, about an hour and a half: clang-tidy over all files, not only over those that
-#             changed; for this machine, the portable parts by GCC, and the module's core with the
-#             sanitizers, with its coverage, and with the check of data races; the Windows tests three
-#             times more: on the module as it is shipped, with Wine's checks of the heap, and those of
-#             threads and endurance with twenty times the rounds; each fuzz target for two minutes
-#             instead of three seconds, the one of the calls for ten; the tests of the configuration
-#             "full": the instructions that the hot paths take, the installer, and a new user's way from
-#             it to a verified signature
+#             changed; for this machine, the portable parts by GCC, and the check of data races; on Windows
+#             the tests of the configuration "full" as well: the module's objects, the installer, and a new
+#             user's way from it to a verified signature; the Windows tests three times more: on the module
+#             as it is shipped, with Wine's checks of the heap, and those of threads and endurance with
+#             twenty times the rounds; each fuzz target for two minutes instead of three seconds, the one of
+#             the calls for ten; the instructions that the hot paths take
 #   -R REGEX  only the tests whose names match, without lint and fuzzing, for work in progress
 # The last line is "N passed, N failed". It counts the tests of all builds; a stage that fails (setup,
 # lint, build) and a test that could not be run count as failures too. The status is 1 if anything failed
@@ -17,12 +17,13 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
-presets=(windows)
+presets=(windows sanitized)
 fuzzSeconds=3
 passed=0
 failed=0
 
-# These share nothing with the other tests and keep a processor busy, so they run beside them.
+# These share nothing with the other tests and keep a processor busy, so they run beside them, as what is
+# not for Windows does.
 besideTests='^release_checks$'
 
 # stage NAME COMMAND...: a stage that fails counts as one failure.
@@ -79,19 +80,16 @@ runSuites()
         done
         return 0
     fi
-    runSuite windows windows -E "$besideTests"
+    runSuite windows windows "${configuration[@]}" -E "$besideTests"
     if [ "$full" = yes ]; then
         KEYWARDEN_MODULE=Z:$build/windows/bin/nvksprovider.dll \
             runSuite shipped windows -L 'module|token' -E "$besideTests"
         WINEDEBUG=-all,warn+heap \
-            runSuite heap windows --timeout 1800 -E "$besideTests|^(pages|time_lines)\$"
+            runSuite heap windows "${configuration[@]}" --timeout 1800 \
+            -E "$besideTests|^(pages|time_lines|installer|new_user)\$"
         KEYWARDEN_ROUNDS=20 runSuite rounds windows --timeout 3600 -R 'threads|soak|process_end'
         runSuite host host
-        rm -rf "$build/sanitized/profiles"
-        runSuite sanitized sanitized
-        timed "coverage" scripts/coverage.sh --no-build || coverage=failed
         KEYWARDEN_ROUNDS=20 runSuite threads threads --timeout 3600
-        runSuite long windows -C full -R '^(installer|new_user|memory_failure_whole)$'
         runSuite instructions host -C full -R '^instruction_counts$'
     fi
 }
@@ -121,8 +119,9 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-# runBeside: the fuzz targets and the tests named above. They have a process group of their own and get
-# what the other tests leave of the processors, since those wait for Wine and for windows now and then.
+# runBeside: the build with sanitizers, its coverage, the fuzz targets, and the tests named above. They have
+# a process group of their own and get what the other tests leave of the processors, since those wait for
+# Wine and for windows now and then.
 runBeside()
 {
     local status=0
@@ -134,11 +133,14 @@ runBeside()
     timed "release checks" ctest --test-dir "$build/windows/tests/package" -R "$besideTests" \
         --verbose --no-tests=error --output-junit "$build/tests-package.xml" || status=$?
     echo "$status" >"$build/tests-package.status"
+    rm -rf "$build/sanitized/profiles"
+    runSuite sanitized sanitized
+    timed "coverage" scripts/coverage.sh --no-build || touch "$build/coverage.failed"
 }
 
 main()
 {
-    local preset name builtAll=yes
+    local preset name targets builtAll=yes
     stage "setup" scripts/setup.sh || return 0
     for preset in "${presets[@]}"; do
         stage "configure $preset" configure "$preset" || return 0
@@ -151,12 +153,16 @@ main()
         fi
     fi
     for preset in "${presets[@]}"; do
-        stage "build $preset" compile "$preset" || builtAll=no
+        targets=()
+        if [ "$full" = yes ] && [ "$preset" = windows ]; then
+            targets=(--target all full_tests)
+        fi
+        stage "build $preset" compile "$preset" "${targets[@]}" || builtAll=no
     done
     # Half a build would run old tests.
     [ "$builtAll" = yes ] || return 0
 
-    rm -f "$build"/tests-*.xml "$build"/tests-*.status
+    rm -f "$build"/tests-*.xml "$build"/tests-*.status "$build/coverage.failed"
     if [ -z "$matching" ]; then
         set -m
         runBeside >"$build/tests-beside.log" 2>&1 &
@@ -172,7 +178,7 @@ main()
     for name in "${suites[@]}"; do
         countSuite "$name"
     done
-    if [ "$coverage" = failed ]; then
+    if [ -e "$build/coverage.failed" ]; then
         echo "coverage: too low, or not measured"
         failed=$((failed + 1))
     fi
@@ -180,15 +186,16 @@ main()
 
 matching=
 full=no
-coverage=
+configuration=() # options of CTest
 beside= # the process group of what runs beside the tests
-suites=(windows fuzz package)
+suites=(windows fuzz package sanitized)
 while [ "$#" -gt 0 ]; do
     case $1 in
         --full)
             full=yes
-            presets+=(host sanitized threads)
-            suites+=(shipped heap rounds host sanitized threads long instructions)
+            configuration=(-C full)
+            presets+=(host threads)
+            suites+=(shipped heap rounds host threads instructions)
             fuzzSeconds=120
             ;;
         -R)

@@ -51,8 +51,8 @@ def limit(seconds):
 
 def read_entries(build, place):
     """The tests of CTest, and the commands that have to run before them."""
-    listed = subprocess.run(["ctest", "--show-only=json-v1"], cwd=build, env=place.environment,
-                            check=True, capture_output=True, text=True).stdout
+    listed = subprocess.run(["ctest", "-C", "full", "--show-only=json-v1"], cwd=build,
+                            env=place.environment, check=True, capture_output=True, text=True).stdout
     entries, fixtures = {}, []
     for test in json.loads(listed)["tests"]:
         properties = {p["name"]: p["value"] for p in test.get("properties", [])}
@@ -65,7 +65,7 @@ def read_entries(build, place):
             continue
         # Each place has a screen and a server of its own. What looks at files sees no change.
         if {"FIXTURES_SETUP", "FIXTURES_CLEANUP"} & properties.keys() or \
-                {"package", "page"} & set(properties.get("LABELS", [])):
+                {"package", "page", "long"} & set(properties.get("LABELS", [])):
             continue
         name = test["name"]
         if any(re.fullmatch(r"--gtest_filter=[^*]*", word) for word in command):

@@ -1,10 +1,11 @@
 #!/bin/bash
-# Runs one fuzz target from its seeds and from what earlier runs found (build/fuzz/corpus). Run by CTest.
+# Runs one fuzz target from its seeds and from what earlier runs found (build/sanitized/fuzz/corpus). Run by
+# CTest.
 #   run_target.sh NAME PROGRAM [TIMES [OPTION...]]
 #   KEYWARDEN_FUZZ_SECONDS  how long (default 3), TIMES as long
 #   OPTION                  of libFuzzer, besides those below
 # Prints "ok NAME: ..." with executions, coverage and corpus, or "FAIL NAME: reason". The input of a finding
-# is kept in build/fuzz/findings, the fuzzer's output in build/fuzz/logs.
+# is kept in build/sanitized/fuzz/findings, the fuzzer's output in build/sanitized/fuzz/logs.
 set -euo pipefail
 
 usage="usage: run_target.sh NAME PROGRAM [TIMES [OPTION...]]"
@@ -13,8 +14,11 @@ program=${2:?$usage}
 seconds=$((${KEYWARDEN_FUZZ_SECONDS:-3} * ${3:-1}))
 options=("${@:4}")
 here=$(cd "$(dirname "$0")" && pwd)
-fuzz=$(cd "$(dirname "$program")/.." && pwd)
+fuzz=$(cd "$(dirname "$program")/.." && pwd)/fuzz
 log=$fuzz/logs/$name.log
+
+# The build counts what the tests run; this is chance.
+export LLVM_PROFILE_FILE=/dev/null
 
 # makeSeeds: the seeds as files for libFuzzer. Those in hexadecimal may have comments ("# ..."); a list has
 # one in hexadecimal in each line.
