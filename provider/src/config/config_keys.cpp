@@ -3,6 +3,7 @@
 #include "config/config_keys.h"
 
 #include "config/config_values.h"
+#include "config/mode.h"
 
 namespace NV {
 
@@ -58,6 +59,13 @@ void applyLogSettings(Config& config, const std::string& profile, LoggerSettings
         if (key.apply != nullptr)
             key.apply(settings, config.get(key.name), profile);
     }
+}
+
+void applyMode(Config& config)
+{
+    const bool modern = config.get("mode") == "modern";
+    setMode(Mode(modern ? Behaviour::modern : Behaviour::classic,
+                 config.get("silentPrompt") == "yes"));
 }
 
 }  // namespace NV

@@ -41,4 +41,7 @@ std::span<const ConfigKey> configKeys();
 // does; the other settings are then assigned.
 void applyLogSettings(Config& config, const std::string& profile, LoggerSettings& settings);
 
+// Sets the behaviour of the process by the key "mode".
+void applyMode(Config& config);
+
 }  // namespace NV

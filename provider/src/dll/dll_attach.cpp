@@ -86,6 +86,7 @@ void applyConfiguration(HINSTANCE instance)
     NV::Config& config = NV::Config::instance();
     config.load(NV::configurationFile(profile));
     config.setModuleInstance(instance);
+    NV::applyMode(config);
     NV::applyLogSettings(config, profile, NV::loggerSettings());
 }
 

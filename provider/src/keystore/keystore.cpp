@@ -162,7 +162,7 @@ NCRYPT_KEY_HANDLE KeyStore::fileClone(const Site& open, const P11KeyObject& sour
     // Filed only after the line: a clone that cannot be reported must not stay.
     NV_UNDER(TRC, open, "%s [%p]", success, asPointer(handle));
     // A close of this address may have left an entry without a key.
-    std::unique_ptr<P11KeyObject>& entry = openedKeys_[handle];
+    std::shared_ptr<P11KeyObject>& entry = openedKeys_[handle];
     entry = std::move(clone);
     entry->setEmptiesValues(true);
     return handle;
@@ -201,7 +201,7 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     const bool imported = ephemeralKeys_.contains(handle);
     ByHandle& keys = imported ? ephemeralKeys_ : openedKeys_;
     // Compat: an unknown handle leaves an entry without a key behind, as in open.
-    std::unique_ptr<P11KeyObject> key = std::move(keys[handle]);
+    std::shared_ptr<P11KeyObject> key = std::move(keys[handle]);
     const bool found = key != nullptr;
     if (found) {
         // Deleted also when the line cannot be written.
@@ -226,9 +226,14 @@ void KeyStore::discard(NCRYPT_KEY_HANDLE handle)
 
 P11KeyObject* KeyStore::findOpened(NCRYPT_KEY_HANDLE handle)
 {
+    return ownerOfOpened(handle).get();
+}
+
+std::shared_ptr<P11KeyObject> KeyStore::ownerOfOpened(NCRYPT_KEY_HANDLE handle)
+{
     const std::lock_guard guard(lock_);
     const auto entry = openedKeys_.find(handle);
-    return entry != openedKeys_.end() ? entry->second.get() : nullptr;
+    return entry != openedKeys_.end() ? entry->second : nullptr;
 }
 
 P11KeyObject* KeyStore::findOpenedOrImported(NCRYPT_KEY_HANDLE handle)

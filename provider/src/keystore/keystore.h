@@ -72,8 +72,10 @@ public:
     // about it.
     void discard(NCRYPT_KEY_HANDLE handle);
 
-    // The clone behind a handle, null for any other handle.
+    // The clone behind a handle, null for any other handle. Its owner may be kept while it is used: a
+    // close takes the handle away at once.
     P11KeyObject* findOpened(NCRYPT_KEY_HANDLE handle);
+    std::shared_ptr<P11KeyObject> ownerOfOpened(NCRYPT_KEY_HANDLE handle);
     // The clone or the imported public key behind a handle, null for any other handle.
     P11KeyObject* findOpenedOrImported(NCRYPT_KEY_HANDLE handle);
 
@@ -84,7 +86,7 @@ public:
     size_t keyCount();
 
 private:
-    using ByHandle = std::map<NCRYPT_KEY_HANDLE, std::unique_ptr<P11KeyObject>>;
+    using ByHandle = std::map<NCRYPT_KEY_HANDLE, std::shared_ptr<P11KeyObject>>;
 
     struct ManagedKey {
         std::wstring name;

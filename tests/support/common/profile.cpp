@@ -25,17 +25,34 @@ void Profile::writeConfig(std::string_view content) const
     writeFile(configFile(), content);
 }
 
-void Profile::writeConfigFor(const std::filesystem::path& p11File) const
+namespace {
+
+std::string configFor(const std::string& p11File)
 {
     const std::filesystem::path store = std::filesystem::path("~") / ".norvanta-keywarden" / "logs";
-    writeConfig("logLevel=TRACE\n"
-                "logTypes=FILE\n"
-                "logStore=" +
-                narrowPath(store) +
-                "\n"
-                "logRotate=7\n"
-                "p11File=" +
-                narrowPath(p11File) + "\n");
+    return "logLevel=TRACE\n"
+           "logTypes=FILE\n"
+           "logStore=" +
+           narrowPath(store) +
+           "\n"
+           "logRotate=7\n"
+           "p11File=" +
+           p11File + "\n";
+}
+
+}  // namespace
+
+void Profile::writeConfigFor(const std::filesystem::path& p11File) const
+{
+    writeConfig(configFor(narrowPath(p11File)));
+}
+
+void Profile::writeModernConfigFor(const std::filesystem::path& p11File,
+                                   std::string_view more) const
+{
+    const std::u8string path = p11File.u8string();
+    writeConfig("mode=modern\n" + configFor(std::string(path.begin(), path.end())) +
+                std::string(more));
 }
 
 std::filesystem::path Profile::configFile() const

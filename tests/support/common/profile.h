@@ -29,6 +29,9 @@ public:
     // Writes the configuration that most tests need: all levels, to files in logDirectory(), kept
     // for 7 days, and this PKCS#11 library.
     void writeConfigFor(const std::filesystem::path& p11File) const;
+    // The same for the modern behaviour; `more` has further lines.
+    void writeModernConfigFor(const std::filesystem::path& p11File,
+                              std::string_view more = {}) const;
 
     const std::filesystem::path& path() const { return folder_.path(); }
     std::filesystem::path configFile() const;

@@ -95,7 +95,15 @@ LogLines ModuleTest::takeLines()
     return lines;
 }
 
-ServedKeysTest::ServedKeysTest(bool withLog)
+ModuleTest::ModuleTest(Behaviour behaviour)
+{
+    if (behaviour == Behaviour::modern)
+        profile.writeModernConfigFor(ScriptedToken::widePath());
+    else
+        profile.writeConfigFor(ScriptedToken::widePath());
+}
+
+ServedKeysTest::ServedKeysTest(bool withLog, Behaviour behaviour) : ModuleTest(behaviour)
 {
     if (!withLog)
         profile.writeConfig("logLevel=ERROR\nlogTypes=FILE\nlogStore=\nlogRotate=7\np11File=" +

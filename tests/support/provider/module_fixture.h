@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "base/encoding.h"
+#include "config/mode.h"
 #include "profile.h"
 #include "provider_module.h"
 #include "scripted_token.h"
@@ -40,7 +41,7 @@ inline SECURITY_STATUS status(HRESULT code)
 
 class ModuleTest : public testing::Test {
 protected:
-    ModuleTest() { profile.writeConfigFor(ScriptedToken::widePath()); }
+    explicit ModuleTest(Behaviour behaviour = Behaviour::classic);
 
     // Loads the module and opens a provider; what follows starts without calls and log lines.
     void start();
@@ -68,7 +69,7 @@ private:
 class ServedKeysTest : public ModuleTest {
 protected:
     // Without a log, what a test measures is the module's own.
-    explicit ServedKeysTest(bool withLog = true);
+    explicit ServedKeysTest(bool withLog = true, Behaviour behaviour = Behaviour::classic);
 
     // What every refused operation must leave as it was: a buffer with EE on both sides and inside,
     // and a result length.
@@ -87,6 +88,17 @@ protected:
     NCRYPT_KEY_HANDLE rsa = 0;
     NCRYPT_KEY_HANDLE ec = 0;
     Bytes hash = someBytes(32);
+};
+
+// The same with the modern behaviour.
+class ModernModuleTest : public ModuleTest {
+protected:
+    ModernModuleTest() : ModuleTest(Behaviour::modern) {}
+};
+
+class ModernKeysTest : public ServedKeysTest {
+protected:
+    ModernKeysTest() : ServedKeysTest(true, Behaviour::modern) {}
 };
 
 }  // namespace NV::test

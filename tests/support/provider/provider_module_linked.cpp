@@ -7,6 +7,7 @@
 #include "config/config.h"
 #include "config/config_keys.h"
 #include "config/config_path.h"
+#include "config/mode.h"
 #include "logger/logger.h"
 #include "nvvtoken/nvvtoken.h"
 #include "provider_module.h"
@@ -30,6 +31,7 @@ void applyConfiguration()
     const std::string profile = userProfile();
     Config& config = Config::instance();
     config.load(withSlashes(configurationFile(profile)));
+    applyMode(config);
     LoggerSettings settings;
     applyLogSettings(config, profile, settings);
     settings.store = withSlashes(settings.store);
@@ -55,6 +57,7 @@ ProviderModule::ProviderModule(const std::filesystem::path&) : ProviderModule() 
 ProviderModule::~ProviderModule()
 {
     ProviderManager::instance().clear();
+    setMode(Mode());
     loggerSettings() = LoggerSettings{.types = 0, .store = ""};
 }
 
