@@ -6,6 +6,8 @@
 #include <array>
 #include <vector>
 
+#include "config/mode.h"
+#include "p11/library_life.h"
 #include "p11/p11text.h"
 
 namespace NV {
@@ -47,12 +49,22 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
         return true;
     NV_UNDER(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
              returnValueText(rv));
-    status_ = NTE_INTERNAL_ERROR;
+    fail(rv);
     return false;
+}
+
+void TokenSequence::fail(CK_RV rv)
+{
+    if (status_ != ERROR_SUCCESS)
+        return;
+    const bool lost = p11_.joined() && rv == CKR_CRYPTOKI_NOT_INITIALIZED;
+    status_ = lost ? libraryLost : NTE_INTERNAL_ERROR;
 }
 
 bool TokenSequence::initialize()
 {
+    if (p11_.joined())
+        return true;
     NV_UNDER(TRC, operation_, "0) Try to initialize");
     const CK_RV rv = p11_.C_Initialize(nullptr);
     if (rv == CKR_CRYPTOKI_ALREADY_INITIALIZED)
@@ -76,9 +88,15 @@ bool TokenSequence::login(const SecretBytes& pin)
     NV_UNDER(TRC, operation_, "2) Try to login the token ");
     // A private copy, because PKCS#11 takes the PIN by a pointer to non-const.
     SecretBytes copy(pin);
-    loggedIn_ =
-        check(p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
-              "Failed to login the token ");
+    if (p11_.joined())
+        login_ = std::unique_lock(sequenceLock());
+    const CK_RV rv =
+        p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size()));
+    if (rv == CKR_USER_ALREADY_LOGGED_IN && mode().sharesLibraryWithHost()) {
+        NV_UNDER(TRC, operation_, "The token has a login already");
+        return true;
+    }
+    loggedIn_ = check(rv, "Failed to login the token ");
     if (loggedIn_)
         NV_UNDER(TRC, operation_, "Success to login the token");
     return loggedIn_;
@@ -133,6 +151,8 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
     // A login that its wrapper could not report, or not end. The end of the session does not always
     // end it: another part of the process may have one, too.
     p11_.giveBackLogin();
+    if (login_.owns_lock())
+        login_.unlock();
     if (opened_) {
         NV_UNDER(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
                  asPointer(session_));

@@ -5,8 +5,10 @@
 
 #include "base/cng.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -22,17 +24,14 @@
 
 namespace NV {
 
-// Serializes the token sequences of all providers in the process. The providers share the PKCS#11
-// library's one initialized state, which a C_Finalize inside another provider's sequence would end.
-// Take this lock after the provider's lock and before the key store's, never while the PIN dialog
-// is open, and never at process detach.
-Mutex& sequenceLock();
-
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
 // The public operations have the names, arguments, and results of CNG's callbacks, without the
-// provider handle. Each one holds the provider's lock until it returns, also while the PIN dialog
-// is open, so that calls on one provider are serialized. All lengths are in bytes.
+// provider handle. All lengths are in bytes.
+//
+// In the classic behaviour, each one holds the provider's lock until it returns, also while the PIN
+// dialog is open, so that calls on one provider are serialized. In the modern behaviour, it releases
+// the lock when it has found its key: token operations of a provider run side by side.
 class Provider {
 public:
     // Touches neither the configuration nor the token.
@@ -127,20 +126,29 @@ private:
                                     DWORD cbOutput, DWORD* pcbResult);
 
     // Agrees on a secret with the owner of an imported public key, and adds it to the list.
-    SECURITY_STATUS agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_HANDLE hPubKey,
-                          NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin);
+    SECURITY_STATUS agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
+                          NCRYPT_KEY_HANDLE hPubKey, NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                          const SecretBytes& pin);
 
     // Asks the user for the PIN. Sets the status to 0 and returns the PIN, which can be empty;
     // otherwise sets the status that the operation must return.
     SecretBytes enterPIN(SECURITY_STATUS& status);
 
-    // Runs the work with the opened key of a handle. NTE_INVALID_HANDLE if there is none.
-    template <typename Work>
-    SECURITY_STATUS withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work);
+    // The parts of a token operation; see nvvtoken_work.h. `held` is the provider's lock.
+    using Held = std::unique_lock<Mutex>;
 
-    // Runs the work under the sequence lock. NTE_INTERNAL_ERROR if memory runs out in it.
+    // Runs the work with the opened key of a handle, which lives until the work is done.
+    // NTE_INVALID_HANDLE if there is none.
     template <typename Work>
-    static SECURITY_STATUS onToken(const Work& work);
+    SECURITY_STATUS withKey(const Site& site, Held& held, NCRYPT_KEY_HANDLE hKey, const Work& work);
+
+    // Runs the work with a call layer on the library.
+    template <typename Work>
+    SECURITY_STATUS onToken(const Site& site, const Work& work);
+    template <typename Work>
+    SECURITY_STATUS inSequence(const Work& work);
+    template <typename Work>
+    SECURITY_STATUS sideBySide(const Site& site, const Work& work);
 
     // Asks for the PIN and runs the work with it, as onToken does. Compat: an empty PIN
     // skips the work, and the status is 0.
@@ -151,7 +159,7 @@ private:
     Mutex lock_{LockRank::provider};
     std::unique_ptr<Pkcs11> pkcs11_;
     P11Slot* slot_ = nullptr;
-    HWND ownerWindow_ = nullptr;
+    std::atomic<HWND> ownerWindow_ = nullptr;
     KeyStore keyStore_;
     CertStore certStore_;
     std::map<std::wstring, std::shared_ptr<Property>> properties_;

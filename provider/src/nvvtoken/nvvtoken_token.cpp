@@ -131,7 +131,7 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
                     pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
                     pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
                     pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     const bool buffersValid = isInput(pbHashValue, cbHashValue) &&
@@ -139,14 +139,14 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
     logSilentFlag(here, dwFlags);
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
+    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
         if (pbSignature == nullptr)
             return reportSignatureLength(here, key.signatureLength(), pcbResult);
-        return withPIN(here, [&](const SecretBytes& pin) {
+        return withPIN(here, [&](Pkcs11& p11, const SecretBytes& pin) {
             DWORD length = 0;
             const SECURITY_STATUS status =
-                key.sign(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                         cbSignature, &length, dwFlags, pin);
+                key.sign(&p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature,
+                         &length, dwFlags, pin);
             if (status != ERROR_SUCCESS)
                 return status;
             // The token's own length is for a key whose length the certificate does not tell.
@@ -166,16 +166,16 @@ SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPadding
                     pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
                     pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
                     flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     const bool buffersValid =
         isInput(pbHashValue, cbHashValue) && isOutput(pbSignature, cbSignature);
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, hKey, [&](P11KeyObject& key) {
-        return onToken([&] {
-            return key.verify(pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
+    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
+        return onToken(here, [&](Pkcs11& p11) {
+            return key.verify(&p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
                               cbSignature, dwFlags);
         });
     }));
@@ -191,17 +191,17 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
                     pointer("pPaddingInfo", pPaddingInfo), pointer("pbOutput", pbOutput),
                     number("cbOutput", cbOutput), pointer("pcbResult", pcbResult),
                     flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     // Compat: the input is not checked.
     const bool buffersValid = isOutput(pbOutput, cbOutput) && pcbResult != nullptr;
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, hKey, [&](P11KeyObject& key) {
-        return onToken([&] {
-            return key.encrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
-                               pcbResult, dwFlags);
+    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
+        return onToken(here, [&](Pkcs11& p11) {
+            return key.encrypt(&p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult,
+                               dwFlags);
         });
     }));
 }
@@ -217,7 +217,7 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     trace.skipArgument();  // Compat: there is no ARG[4]; the next number is 5.
     trace.arguments(pointer("pbOutput", pbOutput), number("cbOutput", cbOutput),
                     pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     const bool buffersValid =
@@ -225,10 +225,10 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     logSilentFlag(here, dwFlags);
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, hKey, [&](P11KeyObject& key) {
-        return withPIN(here, [&](const SecretBytes& pin) {
-            return key.decrypt(pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput,
-                               pcbResult, dwFlags, pin);
+    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
+        return withPIN(here, [&](Pkcs11& p11, const SecretBytes& pin) {
+            return key.decrypt(&p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult,
+                               dwFlags, pin);
         });
     }));
 }
