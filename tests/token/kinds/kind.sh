@@ -41,7 +41,7 @@ serve()
 {
     local log=$1
     shift
-    setpriv --pdeathsig TERM "$@" </dev/null >"$log" 2>&1 &
+    setpriv --pdeathsig KILL "$@" </dev/null >"$log" 2>&1 &
     server=$!
     servers+=("$server")
 }
