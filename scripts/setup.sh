@@ -34,6 +34,10 @@ packages=(
     jq                          # release: the bill of materials; tests: judge of what --json prints
     p11-kit                     # tests: serves a token over a socket, as a remote one
     p11-kit-modules             # tests: the client of that socket, a PKCS#11 library
+    libnss3-tools               # tests: makes a database for NSS softoken, which comes with it
+    swtpm                       # tests: a simulated TPM
+    libtpm2-pkcs11-1            # tests: a TPM as a PKCS#11 token
+    libtss2-tcti-swtpm0         # tests: the library's way to the simulated TPM
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
     clang                       # fuzzing: the compiler with libFuzzer
     libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries

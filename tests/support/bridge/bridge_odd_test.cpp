@@ -71,6 +71,21 @@ TEST_F(OddModule, MutexCallbacksStayOnThisSide)
     EXPECT_EQ(0U, seen().find("cb=0 fl=2 ")) << seen();
 }
 
+TEST_F(OddModule, ParametersComeFromTheEnvironment)
+{
+    CK_C_INITIALIZE_ARGS arguments{};
+    ASSERT_EQ(CKR_OK, p11->C_Finalize(nullptr));
+    host::setEnvironment("P11_BRIDGE_PARAMETERS", " p=1");
+    for (CK_C_INITIALIZE_ARGS* given : {&arguments, static_cast<CK_C_INITIALIZE_ARGS*>(nullptr)}) {
+        EXPECT_EQ(CKR_OK, p11->C_Initialize(given));
+        EXPECT_NE(std::string::npos, seen().find(" p=1")) << seen();
+        ASSERT_EQ(CKR_OK, p11->C_Finalize(nullptr));
+    }
+    host::removeEnvironment("P11_BRIDGE_PARAMETERS");
+    EXPECT_EQ(CKR_OK, p11->C_Initialize(&arguments));
+    EXPECT_EQ(std::string::npos, seen().find(" p=1")) << seen();
+}
+
 TEST_F(OddModule, NotifyCallbackStaysOnThisSide)
 {
     CK_SESSION_HANDLE session = 0;
@@ -103,13 +118,18 @@ TEST_F(OddModule, TokenNumbersFitOrAreAnError)
     EXPECT_EQ(allOnes, info.ulFreePublicMemory);
 }
 
-TEST_F(OddModule, SessionBeyond32BitsIsClosedAgain)
+TEST_F(OddModule, SessionBeyond32BitsHasANumberInItsPlace)
 {
     CK_SESSION_HANDLE session = 99;
-    EXPECT_EQ(CKR_GENERAL_ERROR,
-              p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session));
-    EXPECT_EQ(99U, session);
+    ASSERT_EQ(CKR_OK, p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &session));
+    EXPECT_EQ(0xF0000000U, session);
+    CK_SESSION_HANDLE again = 99;
+    ASSERT_EQ(CKR_OK, p11->C_OpenSession(1, CKF_SERIAL_SESSION, nullptr, nullptr, &again));
+    EXPECT_EQ(session, again);
+    EXPECT_EQ(CKR_OK, p11->C_CloseSession(session));
     EXPECT_NE(std::string::npos, seen().find("closed=100000007")) << seen();
+    EXPECT_EQ(CKR_OK, p11->C_CloseSession(0xF0000001));
+    EXPECT_NE(std::string::npos, seen().find("closed=f0000001")) << seen();
 }
 
 TEST_F(OddModule, MissingNativeFunctionIsNotSupported)

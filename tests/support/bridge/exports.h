@@ -68,8 +68,6 @@ public:
 
     native::CK_ULONG* get() { return caller_ != nullptr ? &native_ : nullptr; }
 
-    native::CK_ULONG value() const { return native_; }
-
     // Throws Failure when the handle does not fit.
     CK_RV finish(CK_RV result) const
     {

@@ -1,6 +1,7 @@
 // Exports: library, slots, tokens, mechanism lists, sessions and login.
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <vector>
 
@@ -126,7 +127,9 @@ CK_RV fillList(CK_ULONG* caller, CK_ULONG* callerCount, Call call)
     return result;
 }
 
-// The native library cannot use Windows callbacks: it locks with its own system's functions.
+// The native library cannot use Windows callbacks: it locks with its own system's functions. Some
+// libraries want a text of parameters, which NSS passes in pReserved; the Unix environment variable
+// P11_BRIDGE_PARAMETERS has it.
 CK_RV initializeWith(const CK_C_INITIALIZE_ARGS& arguments)
 {
     const int callbacks = (arguments.CreateMutex != nullptr) + (arguments.DestroyMutex != nullptr) +
@@ -137,6 +140,8 @@ CK_RV initializeWith(const CK_C_INITIALIZE_ARGS& arguments)
     native::CK_C_INITIALIZE_ARGS converted{};
     converted.flags = CKF_OS_LOCKING_OK;
     converted.pReserved = arguments.pReserved;
+    if (converted.pReserved == nullptr)
+        converted.pReserved = std::getenv("P11_BRIDGE_PARAMETERS");
     return initializeLibrary(&converted);
 }
 
@@ -150,7 +155,9 @@ CK_FUNCTION_LIST ownFunctions = {{2, 40},
 
 NV_EXPORT(C_Initialize, (CK_VOID_PTR pInitArgs), {
     if (pInitArgs == nullptr)
-        return initializeLibrary(nullptr);
+        return std::getenv("P11_BRIDGE_PARAMETERS") == nullptr
+                   ? initializeLibrary(nullptr)
+                   : initializeWith(CK_C_INITIALIZE_ARGS{});
     return initializeWith(*static_cast<const CK_C_INITIALIZE_ARGS*>(pInitArgs));
 })
 
@@ -219,16 +226,13 @@ NV_EXPORT(C_OpenSession,
           (CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication, CK_NOTIFY,
            CK_SESSION_HANDLE_PTR phSession),
           {
-              NewHandle session{phSession};
-              const CK_RV result = callNative(NV_NATIVE(C_OpenSession), slotID, flags, pApplication,
-                                              native::CK_NOTIFY{nullptr}, session.get());
-              try {
-                  return session.finish(result);
-              } catch (const Failure&) {
-                  // The caller could not refer to the session.
-                  callNative(NV_NATIVE(C_CloseSession), session.value());
-                  throw;
-              }
+              native::CK_SESSION_HANDLE session = 0;
+              const CK_RV result =
+                  callNative(NV_NATIVE(C_OpenSession), slotID, flags, pApplication,
+                             native::CK_NOTIFY{nullptr}, phSession != nullptr ? &session : nullptr);
+              if (result == CKR_OK && phSession != nullptr)
+                  *phSession = shortSession(session);
+              return result;
           })
 
 NV_EXPORT(C_CloseSession, (CK_SESSION_HANDLE hSession), {

@@ -17,6 +17,7 @@ constexpr CK_ULONG beyond = CK_ULONG{1} << 32;
 // What the description reports.
 bool sawCallbacks = false;
 CK_FLAGS sawFlags = 0;
+char sawParameters[8] = "";
 bool sawNotify = false;
 CK_SESSION_HANDLE closedSession = 0;
 
@@ -30,6 +31,9 @@ CK_RV initialize(void* arguments)
         sawCallbacks = given->CreateMutex != nullptr || given->DestroyMutex != nullptr ||
                        given->LockMutex != nullptr || given->UnlockMutex != nullptr;
         sawFlags = given->flags;
+        const auto* parameters = static_cast<const char*>(given->pReserved);
+        std::snprintf(sawParameters, sizeof(sawParameters), "%s",
+                      parameters != nullptr ? parameters : "");
     }
     return CKR_OK;
 }
@@ -43,8 +47,8 @@ CK_RV getInfo(CK_INFO* info)
 {
     *info = {};
     char text[sizeof(info->libraryDescription) + 1] = {};
-    std::snprintf(text, sizeof(text), "cb=%d fl=%lx no=%d closed=%lx", sawCallbacks, sawFlags,
-                  sawNotify, closedSession);
+    std::snprintf(text, sizeof(text), "cb=%d fl=%lx no=%d%s closed=%lx", sawCallbacks, sawFlags,
+                  sawNotify, sawParameters, closedSession);
     std::memcpy(info->libraryDescription, text, sizeof(info->libraryDescription));
     return CKR_OK;
 }

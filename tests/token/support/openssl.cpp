@@ -144,6 +144,12 @@ Bytes OpenSsl::makePeer(const std::string& curve) const
     return output("pkey -in peer.pem -pubout -outform DER -out output");
 }
 
+Bytes OpenSsl::agreedByPeer(const TokenKey& key) const
+{
+    run("x509 -noout -pubkey -out public.pem -in " + keyFile(key, ".crt.pem"));
+    return output("pkeyutl -derive -inkey peer.pem -peerkey public.pem -out output");
+}
+
 Bytes OpenSsl::agreedWithPeer(const TokenKey& key) const
 {
     return output("pkeyutl -derive -peerkey peer.public.pem -out output" + withPrivateKey(key));

@@ -42,6 +42,8 @@ public:
     // the latest such key pair.
     Bytes makePeer(const std::string& curve) const;
     Bytes agreedWithPeer(const TokenKey& key) const;
+    // The same on the other party's side, which needs no file of the token's private key.
+    Bytes agreedByPeer(const TokenKey& key) const;
 
 private:
     // Runs openssl in the folder and returns its exit code, 0 or 1. Its output is in the file

@@ -3,6 +3,7 @@
 #include "token_test.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <memory>
 #include <random>
 #include <stdexcept>
@@ -55,7 +56,8 @@ DWORD sizeOf(const Bytes& bytes)
 
 std::string tokenFolder()
 {
-    return NV_TEST_TOKEN_FOLDER;
+    const char* other = std::getenv("KEYWARDEN_TOKEN_FOLDER");
+    return other != nullptr ? other : NV_TEST_TOKEN_FOLDER;
 }
 
 // A copy, because SoftHSM2 writes to its files at every login, and a process that reads them at

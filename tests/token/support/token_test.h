@@ -19,7 +19,8 @@
 
 namespace NV::test {
 
-// The host path of the folder that make-token.sh made, and the user PIN of the token.
+// The host path of the folder that make-token.sh made, or the one that KEYWARDEN_TOKEN_FOLDER names, and
+// the user PIN of the token.
 std::string tokenFolder();
 inline constexpr wchar_t tokenPin[] = L"keywarden-pin-4711";
 
