@@ -6,6 +6,7 @@
 #include <array>
 #include <vector>
 
+#include "logger/operation.h"
 #include "p11/p11text.h"
 
 namespace NV {
@@ -47,6 +48,7 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
         return true;
     NV_UNDER(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
              returnValueText(rv));
+    noteResult(rv, returnValueText);
     status_ = NTE_INTERNAL_ERROR;
     return false;
 }

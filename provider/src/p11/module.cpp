@@ -11,6 +11,7 @@
 #include "base/scope_exit.h"
 #include "base/text.h"
 #include "base/writable_memory.h"
+#include "logger/operation.h"
 #include "p11/library_use.h"
 #include "p11/p11text.h"
 
@@ -167,6 +168,7 @@ bool P11Module::fetchFunctionList(const Site& load)
     if (rv != CKR_OK || functionList_ == nullptr) {
         functionList_ = nullptr;
         NV_UNDER(ERR, load, "FAILURE: Failed to get function list: 0x%lX\n", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     state_ = "INITIALIZED";
@@ -255,6 +257,7 @@ bool P11Module::initializeLibrary(const Site& init, LibraryUse& use)
     }
     if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
         NV_UNDER(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     state_ = "INITIALIZED";
@@ -269,6 +272,7 @@ bool P11Module::readLibraryInfo(const Site& init)
     NV_UNDER(TRC, init, "Call C_GetInfo():END RV=%s", returnValueText(rv));
     if (rv != CKR_OK) {
         NV_UNDER(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     NV_UNDER(DBG, init, "SUCCESS: C_GetInfo()");
@@ -295,6 +299,7 @@ bool P11Module::readSlots(const Site& init)
     NV_UNDER(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
     if (!counted) {
         NV_UNDER(ERR, init, "FAILURE: C_GetSlotList() : 0x%lX", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     if (rv == CKR_OK) {
@@ -389,6 +394,7 @@ bool P11Module::finalizeLibrary(const Site& init, LibraryUse& use)
     }
     if (rv != CKR_OK) {
         NV_UNDER(ERR, init, "Error finalizing the cryptoki library: 0x%lX\n", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     return true;
