@@ -17,6 +17,12 @@ TEST(ConfigurationFile, IsBelowTheProfile)
     EXPECT_EQ(profile / ".norvanta-keywarden\\nvksprovider.conf", configurationFile(profile));
 }
 
+TEST(ConfigurationFile, OfTheMachineIsBesideTheModule)
+{
+    const std::filesystem::path folder = "system";
+    EXPECT_EQ(folder / "nvksprovider.conf", machineConfigurationFile(folder / "odd.dll"));
+}
+
 }  // namespace
 
 }  // namespace NV

@@ -1,4 +1,4 @@
-// The path of the configuration file.
+// The paths of the configuration files.
 
 #include "config/config_path.h"
 
@@ -9,6 +9,7 @@ namespace NV {
 namespace {
 
 constexpr const char* fileInProfile = ".norvanta-keywarden\\nvksprovider.conf";
+constexpr const char* fileBesideModule = "nvksprovider.conf";
 
 }  // namespace
 
@@ -26,6 +27,11 @@ std::string configurationFile(const std::string& profile)
 std::filesystem::path configurationFile(const std::filesystem::path& profile)
 {
     return profile / fileInProfile;
+}
+
+std::filesystem::path machineConfigurationFile(const std::filesystem::path& module)
+{
+    return module.parent_path() / fileBesideModule;
 }
 
 }  // namespace NV

@@ -1,4 +1,4 @@
-// Where the user's configuration file is.
+// Where the configuration files are: the user's, and the machine's.
 
 #pragma once
 
@@ -13,5 +13,9 @@ std::string userProfile();
 // The configuration file of the user with this profile folder, in the encoding of the argument.
 std::string configurationFile(const std::string& profile);
 std::filesystem::path configurationFile(const std::filesystem::path& profile);
+
+// The configuration file of the machine, for users without one: in the folder of the module, whose file
+// is given.
+std::filesystem::path machineConfigurationFile(const std::filesystem::path& module);
 
 }  // namespace NV

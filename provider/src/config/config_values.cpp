@@ -69,6 +69,15 @@ int32_t parseLogRotate(const std::string& value, int32_t current)
     return days;
 }
 
+std::string logRotateOrDefault(const std::string& value, const std::string&)
+{
+    int32_t days = 0;
+    const char* end = value.data() + value.size();
+    const auto [last, error] = std::from_chars(value.data(), end, days);
+    const bool number = error == std::errc() && last == end && days >= 0 && value.front() != '-';
+    return number ? value : std::to_string(LoggerSettings().rotate);
+}
+
 std::string expandLogStore(const std::string& value, const std::string& profile)
 {
     std::string path;

@@ -35,6 +35,9 @@ uint32_t parseLogTypes(const std::string& value);
 // "stoi argument out of range" for a number past 32 bits.
 int32_t parseLogRotate(const std::string& value, int32_t current);
 
+// The value if parseLogRotate takes it for a number of days, "7" otherwise.
+std::string logRotateOrDefault(const std::string& value, const std::string& profile);
+
 // The folder with every "~" replaced by the user profile's path.
 std::string expandLogStore(const std::string& value, const std::string& profile);
 

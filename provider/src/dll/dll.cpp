@@ -4,32 +4,88 @@
 #include "base/cng.h"
 
 #include <cstdlib>
+#include <exception>
+#include <new>
 
 #include "base/last_error.h"
+#include "base/scope_exit.h"
+#include "config/mode.h"
+#include "logger/operation.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
 
 namespace {
 
-// The body of an entry point that acts on an open provider. It does not log arguments or measure
-// time; the provider's operation does both. Like each entry point, it leaves the thread's last error
-// as it found it. Compat: an unknown handle throws std::out_of_range, so
-// that the log shows ENTER without LEAVE.
-template <typename... Parameters, typename... Arguments>
-SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
-                         SECURITY_STATUS (NV::Provider::*operation)(Parameters...),
-                         Arguments... arguments)
+// The two ways of an entry point. Neither logs arguments or measures time; the provider's operation does
+// both.
+
+// Compat: what is thrown inside leaves the entry point, so that the log shows ENTER without LEAVE.
+template <typename Work>
+SECURITY_STATUS uncaught(const NV::Site& site, const Work& work)
+{
+    const NV::Trace trace(site);
+    return trace.leaving(work());
+}
+
+void logException(const NV::Site& site, const char* what)
+{
+    NV::quietly([&] { NV_UNDER(ERR, site, "Caught Exception: %s", what); });
+}
+
+// Whatever is thrown inside becomes a status.
+template <typename Work>
+SECURITY_STATUS contained(const NV::Site& site, const Work& work) noexcept
+{
+    try {
+        return uncaught(site, work);
+    } catch (const std::bad_alloc& error) {
+        logException(site, error.what());
+        return NTE_NO_MEMORY;
+    } catch (const std::exception& error) {
+        logException(site, error.what());
+    } catch (...) {
+        logException(site, "unknown");
+    }
+    return NTE_INTERNAL_ERROR;
+}
+
+template <typename Work>
+SECURITY_STATUS enter(const NV::Site& site, const Work& work)
+{
+    return NV::mode().containsExceptions() ? contained(site, work) : uncaught(site, work);
+}
+
+// The two kinds of entry points. Both leave the thread's last error as they found it.
+
+// It tells or refuses something.
+template <typename Work>
+SECURITY_STATUS answer(const NV::Site& site, const Work& work)
 {
     const NV::LastErrorKept kept;
-    const NV::Trace trace(site);
-    SECURITY_STATUS status = NTE_INVALID_HANDLE;
-    {
+    return enter(site, work);
+}
+
+// It does something, and its end has a record of its own.
+template <typename Work>
+SECURITY_STATUS perform(const NV::Site& site, const Work& work)
+{
+    const NV::LastErrorKept kept;
+    const NV::Operation operation(site);
+    return operation.end(enter(site, work));
+}
+
+// Calls the operation of the provider behind the handle. Compat: in classic, an unknown handle throws
+// std::out_of_range.
+template <typename... Parameters, typename... Arguments>
+auto withProvider(NCRYPT_PROV_HANDLE hProvider,
+                  SECURITY_STATUS (NV::Provider::*operation)(Parameters...), Arguments... arguments)
+{
+    return [=]() -> SECURITY_STATUS {
         const auto registered = NV::ProviderManager::instance().find(hProvider);
-        if (registered != nullptr)
-            status = (registered->provider()->*operation)(arguments...);
-    }
-    trace.leave();
-    return status;
+        if (registered == nullptr)
+            return NTE_INVALID_HANDLE;
+        return (registered->provider()->*operation)(arguments...);
+    };
 }
 
 }  // namespace
@@ -37,17 +93,16 @@ SECURITY_STATUS dispatch(const NV::Site& site, NCRYPT_PROV_HANDLE hProvider,
 SECURITY_STATUS WINAPI NVKSPOpenProvider(NCRYPT_PROV_HANDLE* phProvider, LPCWSTR pszProviderName,
                                          DWORD dwFlags)
 {
-    const NV::LastErrorKept kept;
-    const NV::Trace trace(NV_HERE);
-    return trace.leaving(
-        NV::ProviderManager::instance().OpenProvider(phProvider, pszProviderName, dwFlags));
+    return perform(NV_HERE, [&] {
+        return NV::ProviderManager::instance().OpenProvider(phProvider, pszProviderName, dwFlags);
+    });
 }
 
 SECURITY_STATUS WINAPI NVKSPOpenKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE* phKey,
                                     LPCWSTR pszKeyName, DWORD dwLegacyKeySpec, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::OpenKey, phKey, pszKeyName, dwLegacyKeySpec,
-                    dwFlags);
+    return perform(NV_HERE, withProvider(hProvider, &NV::Provider::OpenKey, phKey, pszKeyName,
+                                         dwLegacyKeySpec, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider,
@@ -55,110 +110,110 @@ SECURITY_STATUS WINAPI NVKSPCreatePersistedKey(NCRYPT_PROV_HANDLE hProvider,
                                                LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
                                                DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::CreatePersistedKey, phKey, pszAlgId,
-                    pszKeyName, dwLegacyKeySpec, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::CreatePersistedKey, phKey,
+                                        pszAlgId, pszKeyName, dwLegacyKeySpec, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPGetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty,
                                                 PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult,
                                                 DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::GetProviderProperty, pszProperty, pbOutput,
-                    cbOutput, pcbResult, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::GetProviderProperty, pszProperty,
+                                        pbOutput, cbOutput, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPGetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                            LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
                                            DWORD* pcbResult, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::GetKeyProperty, hKey, pszProperty, pbOutput,
-                    cbOutput, pcbResult, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::GetKeyProperty, hKey, pszProperty,
+                                        pbOutput, cbOutput, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPSetProviderProperty(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszProperty,
                                                 PBYTE pbInput, DWORD cbInput, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::SetProviderProperty, pszProperty, pbInput,
-                    cbInput, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::SetProviderProperty, pszProperty,
+                                        pbInput, cbInput, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPSetKeyProperty(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                            LPCWSTR pszProperty, PBYTE pbInput, DWORD cbInput,
                                            DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::SetKeyProperty, hKey, pszProperty, pbInput,
-                    cbInput, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::SetKeyProperty, hKey, pszProperty,
+                                        pbInput, cbInput, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPFinalizeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                         DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::FinalizeKey, hKey, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::FinalizeKey, hKey, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPDeleteKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                       DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::DeleteKey, hKey, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::DeleteKey, hKey, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPFreeProvider(NCRYPT_PROV_HANDLE hProvider)
 {
-    const NV::LastErrorKept kept;
-    const NV::Trace trace(NV_HERE);
-    return trace.leaving(NV::ProviderManager::instance().FreeProvider(hProvider));
+    return perform(NV_HERE,
+                   [&] { return NV::ProviderManager::instance().FreeProvider(hProvider); });
 }
 
 SECURITY_STATUS WINAPI NVKSPFreeKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::FreeKey, hKey);
+    return perform(NV_HERE, withProvider(hProvider, &NV::Provider::FreeKey, hKey));
 }
 
 // Operations allocate every block that they return on the C heap.
 SECURITY_STATUS WINAPI NVKSPFreeBuffer(PVOID pvInput)
 {
-    const NV::LastErrorKept kept;
-    const NV::Trace trace(NV_HERE);
-    const SECURITY_STATUS status = pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
-    std::free(pvInput);
-    return trace.leaving(status);
+    return answer(NV_HERE, [=]() -> SECURITY_STATUS {
+        const SECURITY_STATUS status = pvInput != nullptr ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
+        std::free(pvInput);
+        return status;
+    });
 }
 
 SECURITY_STATUS WINAPI NVKSPEncrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                     PBYTE pbInput, DWORD cbInput, VOID* pPaddingInfo,
                                     PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::Encrypt, hKey, pbInput, cbInput,
-                    pPaddingInfo, pbOutput, cbOutput, pcbResult, dwFlags);
+    return perform(NV_HERE, withProvider(hProvider, &NV::Provider::Encrypt, hKey, pbInput, cbInput,
+                                         pPaddingInfo, pbOutput, cbOutput, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPDecrypt(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                     PBYTE pbInput, DWORD cbInput, VOID* pPaddingInfo,
                                     PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::Decrypt, hKey, pbInput, cbInput,
-                    pPaddingInfo, pbOutput, cbOutput, pcbResult, dwFlags);
+    return perform(NV_HERE, withProvider(hProvider, &NV::Provider::Decrypt, hKey, pbInput, cbInput,
+                                         pPaddingInfo, pbOutput, cbOutput, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPIsAlgSupported(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszAlgId,
                                            DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::IsAlgSupported, pszAlgId, dwFlags);
+    return answer(NV_HERE,
+                  withProvider(hProvider, &NV::Provider::IsAlgSupported, pszAlgId, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPEnumAlgorithms(NCRYPT_PROV_HANDLE hProvider, DWORD dwAlgOperations,
                                            DWORD* pdwAlgCount, NCryptAlgorithmName** ppAlgList,
                                            DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::EnumAlgorithms, dwAlgOperations, pdwAlgCount,
-                    ppAlgList, dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::EnumAlgorithms, dwAlgOperations,
+                                        pdwAlgCount, ppAlgList, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPEnumKeys(NCRYPT_PROV_HANDLE hProvider, LPCWSTR pszScope,
                                      NCryptKeyName** ppKeyName, PVOID* ppEnumState, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::EnumKeys, pszScope, ppKeyName, ppEnumState,
-                    dwFlags);
+    return answer(NV_HERE, withProvider(hProvider, &NV::Provider::EnumKeys, pszScope, ppKeyName,
+                                        ppEnumState, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hImportKey,
@@ -166,8 +221,9 @@ SECURITY_STATUS WINAPI NVKSPImportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
                                       NCRYPT_KEY_HANDLE* phKey, PBYTE pbData, DWORD cbData,
                                       DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::ImportKey, hImportKey, pszBlobType,
-                    pParameterList, phKey, pbData, cbData, dwFlags);
+    return perform(NV_HERE,
+                   withProvider(hProvider, &NV::Provider::ImportKey, hImportKey, pszBlobType,
+                                pParameterList, phKey, pbData, cbData, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
@@ -175,8 +231,9 @@ SECURITY_STATUS WINAPI NVKSPExportKey(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_H
                                       NCryptBufferDesc* pParameterList, PBYTE pbOutput,
                                       DWORD cbOutput, DWORD* pcbResult, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::ExportKey, hKey, hExportKey, pszBlobType,
-                    pParameterList, pbOutput, cbOutput, pcbResult, dwFlags);
+    return perform(NV_HERE,
+                   withProvider(hProvider, &NV::Provider::ExportKey, hKey, hExportKey, pszBlobType,
+                                pParameterList, pbOutput, cbOutput, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
@@ -184,8 +241,9 @@ SECURITY_STATUS WINAPI NVKSPSignHash(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HA
                                      PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult,
                                      DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::SignHash, hKey, pPaddingInfo, pbHashValue,
-                    cbHashValue, pbSignature, cbSignature, pcbResult, dwFlags);
+    return perform(NV_HERE,
+                   withProvider(hProvider, &NV::Provider::SignHash, hKey, pPaddingInfo, pbHashValue,
+                                cbHashValue, pbSignature, cbSignature, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
@@ -193,28 +251,31 @@ SECURITY_STATUS WINAPI NVKSPVerifySignature(NCRYPT_PROV_HANDLE hProvider, NCRYPT
                                             DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                             DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::VerifySignature, hKey, pPaddingInfo,
-                    pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags);
+    return perform(NV_HERE,
+                   withProvider(hProvider, &NV::Provider::VerifySignature, hKey, pPaddingInfo,
+                                pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPPromptUser(NCRYPT_PROV_HANDLE hProvider, NCRYPT_KEY_HANDLE hKey,
                                        LPCWSTR pszOperation, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::PromptUser, hKey, pszOperation, dwFlags);
+    return answer(NV_HERE,
+                  withProvider(hProvider, &NV::Provider::PromptUser, hKey, pszOperation, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPNotifyChangeKey(NCRYPT_PROV_HANDLE hProvider, HANDLE* phEvent,
                                             DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::NotifyChangeKey, phEvent, dwFlags);
+    return answer(NV_HERE,
+                  withProvider(hProvider, &NV::Provider::NotifyChangeKey, phEvent, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPSecretAgreement(NCRYPT_PROV_HANDLE hProvider,
                                             NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY_HANDLE hPubKey,
                                             NCRYPT_SECRET_HANDLE* phAgreedSecret, DWORD dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::SecretAgreement, hPrivKey, hPubKey,
-                    phAgreedSecret, dwFlags);
+    return perform(NV_HERE, withProvider(hProvider, &NV::Provider::SecretAgreement, hPrivKey,
+                                         hPubKey, phAgreedSecret, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPDeriveKey(NCRYPT_PROV_HANDLE hProvider,
@@ -222,14 +283,15 @@ SECURITY_STATUS WINAPI NVKSPDeriveKey(NCRYPT_PROV_HANDLE hProvider,
                                       NCryptBufferDesc* pParameterList, PBYTE pbDerivedKey,
                                       DWORD cbDerivedKey, DWORD* pcbResult, ULONG dwFlags)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::DeriveKey, hSharedSecret, pwszKDF,
-                    pParameterList, pbDerivedKey, cbDerivedKey, pcbResult, dwFlags);
+    return perform(NV_HERE,
+                   withProvider(hProvider, &NV::Provider::DeriveKey, hSharedSecret, pwszKDF,
+                                pParameterList, pbDerivedKey, cbDerivedKey, pcbResult, dwFlags));
 }
 
 SECURITY_STATUS WINAPI NVKSPFreeSecret(NCRYPT_PROV_HANDLE hProvider,
                                        NCRYPT_SECRET_HANDLE hSharedSecret)
 {
-    return dispatch(NV_HERE, hProvider, &NV::Provider::FreeSecret, hSharedSecret);
+    return perform(NV_HERE, withProvider(hProvider, &NV::Provider::FreeSecret, hSharedSecret));
 }
 
 namespace {

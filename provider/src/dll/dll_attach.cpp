@@ -1,5 +1,5 @@
 // The module's attach and detach handler and its signal handler. Attaching applies the
-// configuration.
+// configuration, which decides the behaviour first.
 
 #include <windows.h>
 
@@ -19,8 +19,10 @@
 #include "base/process_end.h"
 #include "base/scope_exit.h"
 #include "config/config.h"
+#include "config/config_file.h"
 #include "config/config_keys.h"
 #include "config/config_path.h"
+#include "config/mode.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
 
@@ -30,6 +32,8 @@ using Handler = void (*)(int);
 
 constexpr int handledSignals[] = {SIGINT, SIGABRT, SIGSEGV, SIGILL, SIGTERM};
 Handler previousHandlers[std::size(handledSignals)];
+
+bool signalHandlersInstalled = false;
 
 bool attached = false;
 
@@ -68,11 +72,14 @@ void installSignalHandlers()
 {
     for (size_t i = 0; i < std::size(handledSignals); ++i)
         previousHandlers[i] = std::signal(handledSignals[i], SignalHandler);
+    signalHandlersInstalled = true;
 }
 
 // Restores the handlers that are still the module's: after it is unloaded, nothing may call it.
 void restoreSignalHandlers()
 {
+    if (!signalHandlersInstalled)
+        return;
     for (size_t i = 0; i < std::size(handledSignals); ++i) {
         const Handler current = std::signal(handledSignals[i], previousHandlers[i]);
         if (current != SignalHandler)
@@ -80,21 +87,40 @@ void restoreSignalHandlers()
     }
 }
 
-void applyConfiguration(HINSTANCE instance)
+std::filesystem::path fileOf(HINSTANCE module)
 {
-    const std::string profile = NV::userProfile();
-    NV::Config& config = NV::Config::instance();
-    config.load(NV::configurationFile(profile));
-    config.setModuleInstance(instance);
-    NV::applyMode(config);
-    NV::applyLogSettings(config, profile, NV::loggerSettings());
+    std::wstring path(MAX_PATH, L'\0');
+    DWORD length = 0;
+    while ((length = GetModuleFileNameW(module, path.data(), static_cast<DWORD>(path.size()))) ==
+           path.size())
+        path.resize(path.size() * 2);
+    path.resize(length);
+    return path;
+}
+
+void logProblems(const NV::Config& config)
+{
+    for (const std::string& problem : config.problems())
+        NV_UNDER(ERR, dllMain, "%s", problem.c_str());
 }
 
 void attach(HINSTANCE instance)
 {
-    installSignalHandlers();
-    InitCommonControls();
-    applyConfiguration(instance);
+    const std::string profile = NV::userProfile();
+    NV::Config& config = NV::Config::instance();
+    const NV::ConfigFile file =
+        NV::readConfigFile(NV::configurationFile(profile), fileOf(instance));
+    const bool modern = config.loadIfModern(file);
+    NV::setMode(config.mode());
+    if (NV::mode().handlesSignals())
+        installSignalHandlers();
+    if (!NV::mode().initializesControlsLate())
+        InitCommonControls();
+    if (!modern)
+        config.loadClassic(file);
+    config.setModuleInstance(instance);
+    NV::applyLogSettings(config, profile, NV::loggerSettings());
+    logProblems(config);
     DisableThreadLibraryCalls(instance);
     threadNotifications = false;
 }

@@ -11,6 +11,7 @@
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_ec.h"
 #include "keystore/keystore_rsa.h"
+#include "logger/operation.h"
 
 namespace NV {
 
@@ -173,6 +174,7 @@ NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
     const std::lock_guard guard(lock_);
     constexpr Site here = NV_HERE;
     const Trace trace(here);
+    noteKey(name);
     NV_TRC("Try to find [%s] from managed keys", toUtf8(name).c_str());
     auto place = placeOf(name);
     // Compat: an unknown name leaves an entry without a key behind, which counts in enumerations.
@@ -206,6 +208,7 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     if (found) {
         // Deleted also when the line cannot be written.
         keys.erase(handle);
+        noteKey(key->keyId());
         NV_DBG("Found Key %s,", toUtf8(key->keyId()).c_str());
         key.reset();
     } else {
@@ -233,7 +236,10 @@ std::shared_ptr<P11KeyObject> KeyStore::ownerOfOpened(NCRYPT_KEY_HANDLE handle)
 {
     const std::lock_guard guard(lock_);
     const auto entry = openedKeys_.find(handle);
-    return entry != openedKeys_.end() ? entry->second : nullptr;
+    if (entry == openedKeys_.end() || entry->second == nullptr)
+        return nullptr;
+    noteKey(entry->second->keyId());
+    return entry->second;
 }
 
 P11KeyObject* KeyStore::findOpenedOrImported(NCRYPT_KEY_HANDLE handle)

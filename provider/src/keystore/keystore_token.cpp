@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "config/mode.h"
+#include "logger/operation.h"
 #include "p11/library_life.h"
 #include "p11/p11text.h"
 
@@ -49,6 +50,7 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
         return true;
     NV_UNDER(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
              returnValueText(rv));
+    noteResult(rv, returnValueText);
     fail(rv);
     return false;
 }

@@ -37,6 +37,13 @@ struct LoggerSettings {
     std::string store = "~/.norvanta-keywarden/logs";
     // Days after which a dated file is deleted, counted from its date.
     int32_t rotate = 7;
+    // Whether the mask gates all levels, and each operation has a record of its end (operation.h). Compat:
+    // otherwise only SEV uses the mask.
+    bool gatesAllLevels = false;
+    // Whether the level functions drop and count what they cannot write, and the next record that is
+    // written has one before it that says how many: "LOGGER: 3 records could not be written", WRN,
+    // whatever the mask. Otherwise they throw, or drop the record unsaid.
+    bool survivesFailures = false;
     // The date goes between the stem and the extension of this name: nvksprovider-20260304.log.
     std::string fileName = "nvksprovider.log";
     // The clock for the time stamps and for the files' dates and ages.
@@ -48,12 +55,18 @@ LoggerSettings& loggerSettings();
 // Whether there is any output: the console, or files in a folder that has a name.
 bool loggerHasOutput();
 
+// The number of records that could not be written and that no record has told yet.
+std::atomic<uint32_t>& loggerLostRecords();
+
 // The number of records, including those without an output. The record that finds it 0 is written
 // with the banner, so a process that starts without an output never writes a banner.
 std::atomic<uint32_t>& loggerRecordCount();
 
 // The levels. Each has a function of the same name below.
 enum class LogLevel : uint8_t { SEV, ERR, WRN, INF, DBG, TRC };
+
+// Whether a record of the level is written, as far as the settings decide it.
+bool loggerTakes(LogLevel level);
 
 // Whether to write a record. Counts a record that has no output. The level functions call it too; a
 // caller that calls it first need not evaluate arguments for a record that is not written.
@@ -63,8 +76,8 @@ bool beginRecord(LogLevel level);
 // The caller converts wide texts (base/text.h). Throw std::filesystem::filesystem_error when the
 // log folder can neither be listed nor created, and std::system_error when the platform refuses the
 // lock. If the file cannot be opened, the record is dropped without an error; so is one that would have
-// to wait for another while the process ends (base/process_end.h). Compat: only SEV uses
-// the level mask.
+// to wait for another while the process ends (base/process_end.h). With survivesFailures they throw
+// nothing.
 void SEV(const char* format, ...) NV_PRINTF(1, 2);
 void ERR(const char* format, ...) NV_PRINTF(1, 2);
 void WRN(const char* format, ...) NV_PRINTF(1, 2);

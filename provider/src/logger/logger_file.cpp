@@ -125,27 +125,28 @@ std::string withCarriageReturns(std::string_view lines)
     return text;
 }
 
-void append(const std::wstring& file, const std::string& text)
+bool append(const std::wstring& file, const std::string& text)
 {
     const FileHandle handle(CreateFileW(file.c_str(), FILE_APPEND_DATA,
                                         FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr, OPEN_ALWAYS,
                                         FILE_ATTRIBUTE_NORMAL, nullptr));
     if (!handle.valid())
-        return;
+        return false;
     DWORD written = 0;
-    WriteFile(handle.get(), text.data(), static_cast<DWORD>(text.size()), &written, nullptr);
+    const auto size = static_cast<DWORD>(text.size());
+    return WriteFile(handle.get(), text.data(), size, &written, nullptr) != 0 && written == size;
 }
 
 }  // namespace
 
-void appendToLogFile(const LoggerSettings& settings, const LocalTime& time, std::string_view lines)
+bool appendToLogFile(const LoggerSettings& settings, const LocalTime& time, std::string_view lines)
 {
     const Folder folder = folderOf(settings);
     deleteOutdated(folder, time.seconds, settings.rotate);
     const FileName configured = splitFileName(folder.configuredName);
     std::string text = withCarriageReturns(lines);
     const WipedAtEnd wiped(text);
-    append(folder.entry(datedFileName(configured, time.calendar)), text);
+    return append(folder.entry(datedFileName(configured, time.calendar)), text);
 }
 
 }  // namespace NV

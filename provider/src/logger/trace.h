@@ -205,8 +205,8 @@ void logArguments(const Site& operation, int first, const Argument<Values>&... a
      ...);
 }
 
-// The monotonic high-resolution clock, read at construction. Only the log shows these times:
-// without an output the clock is not read and the time is 0.
+// The monotonic high-resolution clock, read at construction. Only TRC records show these times: if none
+// is written, the clock is not read and the time is 0.
 class Stopwatch {
 public:
     double milliseconds() const
@@ -221,7 +221,7 @@ private:
     using Clock = std::chrono::steady_clock;
 
     std::optional<Clock::time_point> start_ =
-        loggerHasOutput() ? std::optional(Clock::now()) : std::nullopt;
+        loggerTakes(LogLevel::TRC) ? std::optional(Clock::now()) : std::nullopt;
 };
 
 // One run of a function. The constructor writes ENTER. Call exactly one of the end functions on

@@ -14,9 +14,12 @@
 #include "base/scope_exit.h"
 #include "base/text.h"
 #include "config/config.h"
+#include "config/config_keys.h"
+#include "logger/operation.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
 #include "p11/library_life.h"
+#include "p11/p11text.h"
 #include "pindialog/pindialog.h"
 
 namespace NV {
@@ -115,7 +118,7 @@ bool Provider::init()
 bool Provider::openToken(const Site& init)
 {
     NV_UNDER(TRC, init, "Try to load PKCS11 library by configuration");
-    if (!pkcs11_->loadModule(Config::instance().get("p11File"))) {
+    if (!pkcs11_->loadModule(configuredLibrary(Config::instance()))) {
         // Compat: the text blames the configuration file for every failure to load the library.
         NV_UNDER(ERR, init, "Failed to load config file");
         return false;
@@ -123,8 +126,9 @@ bool Provider::openToken(const Site& init)
     NV_UNDER(TRC, init, "Success to load PKCS11 library");
     if (pkcs11_->joined())
         return true;
-    if (pkcs11_->C_Initialize(nullptr) != CKR_OK) {
+    if (const CK_RV rv = pkcs11_->C_Initialize(nullptr); rv != CKR_OK) {
         NV_UNDER(ERR, init, "Failed to call C_Initialize()");
+        noteResult(rv, returnValueText);
         return false;
     }
     NV_UNDER(TRC, init, "Success to call C_Initialize()");

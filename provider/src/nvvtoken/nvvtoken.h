@@ -213,7 +213,8 @@ public:
     using Owner = std::shared_ptr<Registered>;
 
     // The provider of a handle, for a call to keep while it is inside. Null if the handle is known but
-    // has no provider. Throws std::out_of_range, "invalid map<K, T> key", for an unknown handle.
+    // has no provider. For an unknown handle, classic throws std::out_of_range, "invalid map<K, T> key",
+    // and modern returns null.
     Owner find(NCRYPT_PROV_HANDLE hProvider);
 
     // Destroys every provider, at process detach. Takes no lock and does not wait: the system may
@@ -223,6 +224,10 @@ public:
 private:
     friend NeverDestroyed<ProviderManager>;
     ProviderManager() = default;
+
+    // What classic does with a handle that the map does not have. Modern does neither.
+    enum class Unknown : uint8_t { isAdded, throws };
+    Owner lookUp(NCRYPT_PROV_HANDLE hProvider, Unknown unknown) NV_REQUIRES(mapLock_);
 
     bool isOpen(NCRYPT_PROV_HANDLE hProvider);
     SECURITY_STATUS open(const Site& site, NCRYPT_PROV_HANDLE* phProvider);

@@ -10,6 +10,7 @@
 
 #include "base/process_end.h"
 #include "base/scope_exit.h"
+#include "config/mode.h"
 #include "logger/trace.h"
 #include "p11/library_life.h"
 
@@ -68,12 +69,10 @@ SECURITY_STATUS ProviderManager::OpenProvider(NCRYPT_PROV_HANDLE* phProvider,
     return trace.end(status);
 }
 
-// Compat: an unknown handle gets an entry without a provider, so that later calls answer it as
-// invalid and do not throw.
 bool ProviderManager::isOpen(NCRYPT_PROV_HANDLE hProvider)
 {
     const std::lock_guard guard(mapLock_);
-    return providers_[hProvider] != nullptr;
+    return lookUp(hProvider, Unknown::isAdded) != nullptr;
 }
 
 SECURITY_STATUS ProviderManager::open(const Site& site, NCRYPT_PROV_HANDLE* phProvider)
@@ -127,8 +126,7 @@ SECURITY_STATUS ProviderManager::free(const Site& site, NCRYPT_PROV_HANDLE hProv
     Owner provider;
     {
         const std::lock_guard guard(mapLock_);
-        // Compat: an unknown handle gets an entry, see isOpen.
-        provider = std::move(providers_[hProvider]);
+        provider = lookUp(hProvider, Unknown::isAdded);
         if (provider != nullptr)
             providers_.erase(hProvider);
     }
@@ -146,10 +144,21 @@ ProviderManager::Owner ProviderManager::find(NCRYPT_PROV_HANDLE hProvider)
     if (processEndsOnThisThread())
         return nullptr;
     const std::lock_guard guard(mapLock_);
+    return lookUp(hProvider, Unknown::throws);
+}
+
+ProviderManager::Owner ProviderManager::lookUp(NCRYPT_PROV_HANDLE hProvider, Unknown unknown)
+{
     const auto entry = providers_.find(hProvider);
-    if (entry == providers_.end())
+    if (entry != providers_.end())
+        return entry->second;
+    if (mode().containsExceptions())
+        return nullptr;
+    if (unknown == Unknown::throws)
         throw std::out_of_range("invalid map<K, T> key");
-    return entry->second;
+    // Compat: opening and freeing leave an entry without a provider, so that later calls answer the
+    // handle as invalid and do not throw.
+    return providers_[hProvider];
 }
 
 ProviderManager::Registered::~Registered()

@@ -12,6 +12,7 @@
 #include "base/text.h"
 #include "base/writable_memory.h"
 #include "config/mode.h"
+#include "logger/operation.h"
 #include "p11/library_life.h"
 #include "p11/library_use.h"
 #include "p11/p11text.h"
@@ -195,6 +196,7 @@ bool P11Module::fetchFunctionList(const Site& load)
     if (rv != CKR_OK || functionList_ == nullptr) {
         functionList_ = nullptr;
         NV_UNDER(ERR, load, "FAILURE: Failed to get function list: 0x%lX\n", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     state_ = "INITIALIZED";
@@ -320,6 +322,7 @@ bool P11Module::initializeLibrary(const Site& init, LibraryUse& use)
     }
     if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED) {
         NV_UNDER(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     state_ = "INITIALIZED";
@@ -335,6 +338,7 @@ bool P11Module::readLibraryInfo(const Site& init)
     if (rv != CKR_OK) {
         NV_UNDER(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
         lost_ = rv == CKR_CRYPTOKI_NOT_INITIALIZED;
+        noteResult(rv, returnValueText);
         return false;
     }
     NV_UNDER(DBG, init, "SUCCESS: C_GetInfo()");
@@ -361,6 +365,7 @@ bool P11Module::readSlots(const Site& init)
     NV_UNDER(TRC, init, "Call C_GetSlotList():END RV=%s", returnValueText(rv));
     if (!counted) {
         NV_UNDER(ERR, init, "FAILURE: C_GetSlotList() : 0x%lX", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     if (rv == CKR_OK) {
@@ -455,6 +460,7 @@ bool P11Module::finalizeLibrary(const Site& init, LibraryUse& use)
     }
     if (rv != CKR_OK) {
         NV_UNDER(ERR, init, "Error finalizing the cryptoki library: 0x%lX\n", asLong(rv));
+        noteResult(rv, returnValueText);
         return false;
     }
     return true;

@@ -8,7 +8,7 @@
 #include "config/config_keys.h"
 #include "config/config_path.h"
 #include "config/mode.h"
-#include "logger/logger.h"
+#include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
 #include "provider_module.h"
 
@@ -31,12 +31,15 @@ void applyConfiguration()
     const std::string profile = userProfile();
     Config& config = Config::instance();
     config.load(withSlashes(configurationFile(profile)));
-    applyMode(config);
+    setMode(config.mode());
     LoggerSettings settings;
     applyLogSettings(config, profile, settings);
     settings.store = withSlashes(settings.store);
     loggerSettings() = settings;
     loggerRecordCount() = 0;
+    loggerLostRecords() = 0;
+    for (const std::string& problem : config.problems())
+        NV_ERR("%s", problem.c_str());
 }
 
 }  // namespace

@@ -8,9 +8,12 @@
 #include <set>
 #include <sstream>
 #include <stdexcept>
+#include <string>
+#include <string_view>
 
 #include "check/check.h"
 #include "config/config_keys.h"
+#include "config/config_text.h"
 #include "config/config_values.h"
 #include "failure.h"
 #include "system/configuration.h"
@@ -111,8 +114,9 @@ void reportRefusal(Findings& findings, const std::vector<Line>& lines, const Fai
 // Lines that the module reads, but probably not as the user means them.
 struct OddLines {
     std::vector<Line> withReturn;
-    std::vector<Line> unknown;   // keys that the module does not know
-    std::vector<Line> repeated;  // keys of an earlier line
+    std::vector<Line> unreadable;  // modern passes over them
+    std::vector<Line> unknown;     // keys that the module does not know
+    std::vector<Line> repeated;    // keys of an earlier line
 };
 
 bool isKnown(const std::string& name)
@@ -146,11 +150,42 @@ OddLines findOddLines(const std::vector<Line>& lines)
     return odd;
 }
 
+// The same for a modern file, where line ends and marks are no matter.
+OddLines findOddModernLines(const std::vector<Line>& lines)
+{
+    OddLines odd;
+    std::set<std::string> keys;
+    for (const Line& line : lines) {
+        const std::string_view text = line.text;
+        const bool marked = line.number == 1 && hasByteOrderMark(lines);
+        const ConfigLine read = readConfigLine(marked ? text.substr(3) : text);
+        if (read.kind == ConfigLine::Kind::unreadable)
+            odd.unreadable.push_back(line);
+        if (read.kind != ConfigLine::Kind::setting)
+            continue;
+        if (!isKnown(read.key))
+            odd.unknown.push_back(line);
+        if (!keys.insert(read.key).second)
+            odd.repeated.push_back(line);
+    }
+    return odd;
+}
+
+bool isModern()
+{
+    return Config::instance().mode().behaviour() == Behaviour::modern;
+}
+
 void reportLines(Findings& findings, const std::vector<Line>& lines)
 {
     constexpr const char* name = "configuration-lines";
-    const OddLines odd = findOddLines(lines);
-    if (hasByteOrderMark(lines))
+    const OddLines odd = isModern() ? findOddModernLines(lines) : findOddLines(lines);
+    if (!odd.unreadable.empty())
+        findings.warn(name,
+                      std::to_string(odd.unreadable.size()) +
+                          " lines cannot be read and are passed over",
+                      "Fix or remove them. A line is key=value, or a comment that begins with #.");
+    else if (hasByteOrderMark(lines) && !isModern())
         findings.fail(
             name, "the file begins with a byte order mark, which becomes part of its first line",
             "Save it as UTF-8 without a byte order mark.");
@@ -165,7 +200,7 @@ void reportLines(Findings& findings, const std::vector<Line>& lines)
         findings.warn(name, "duplicate keys; the last one is used", "Remove the others.");
     else
         findings.ok(name, std::to_string(lines.size()) + " lines, no problems found");
-    for (const auto* group : {&odd.withReturn, &odd.unknown, &odd.repeated}) {
+    for (const auto* group : {&odd.withReturn, &odd.unreadable, &odd.unknown, &odd.repeated}) {
         for (const Line& line : *group)
             findings.detail(quoted(line));
     }
@@ -176,6 +211,26 @@ struct ValueProblem {
     std::string text;
     std::string advice;
 };
+
+// The configuration has found out whether there is a value that nobody knows.
+std::optional<ValueProblem> problemOfMode()
+{
+    const std::vector<std::string>& problems = Config::instance().problems();
+    if (isModern() || problems.empty())
+        return std::nullopt;
+    return ValueProblem{true, problems.front() + "; the behaviour is classic",
+                        "Specify modern or classic, in lower case."};
+}
+
+std::optional<ValueProblem> problemOfYesOrNo(const ConfigKey& key, const std::string& value)
+{
+    if (value.empty() || value == "yes" || value == "no")
+        return std::nullopt;
+    return ValueProblem{false,
+                        std::string(key.name) + "=" + value + " is not known; " + key.initialValue +
+                            " is used",
+                        "Specify yes or no."};
+}
 
 std::optional<ValueProblem> problemOfLibrary(const std::string& name, const std::string& value)
 {
@@ -231,9 +286,23 @@ std::optional<ValueProblem> problemOfDays(const std::string& name, const std::st
     return std::nullopt;
 }
 
+std::optional<ValueProblem> problemOfModernDays(const std::string& name, const std::string& value)
+{
+    const std::string days = logRotateOrDefault(value, {});
+    if (value.empty() || days == value)
+        return std::nullopt;
+    return ValueProblem{false,
+                        name + "=" + value + " is not a number of days, so " + days + " are used",
+                        "Specify digits only."};
+}
+
 std::optional<ValueProblem> problemOf(const ConfigKey& key, const std::string& value)
 {
     switch (key.kind) {
+    case ConfigKind::mode:
+        return problemOfMode();
+    case ConfigKind::yesOrNo:
+        return problemOfYesOrNo(key, value);
     case ConfigKind::library:
         return problemOfLibrary(key.name, value);
     case ConfigKind::logLevel:
@@ -241,7 +310,7 @@ std::optional<ValueProblem> problemOf(const ConfigKey& key, const std::string& v
     case ConfigKind::logTypes:
         return problemOfTypes(key.name, value);
     case ConfigKind::days:
-        return problemOfDays(key.name, value);
+        return isModern() ? problemOfModernDays(key.name, value) : problemOfDays(key.name, value);
     case ConfigKind::folder:
         break;  // checkLogFolder
     }
@@ -288,7 +357,7 @@ DWORD tryToWriteInto(const std::filesystem::path& folder)
 
 void checkConfiguration(Findings& findings)
 {
-    const std::filesystem::path file = configurationFile();
+    const std::filesystem::path file = configurationInUse();
     std::error_code error;
     if (!std::filesystem::is_regular_file(file, error)) {
         findings.fail("configuration-file", toUtf8(file) + " does not exist",
@@ -307,7 +376,7 @@ void checkConfiguration(Findings& findings)
     reportLines(findings, lines);
     checkValues(findings);
     Config& config = Config::instance();
-    findings.library = config.get("p11File");
+    findings.library = configuredLibrary(config);
     const bool toFile = (parseLogTypes(config.get("logTypes")) & logToFile) != 0;
     if (toFile && !config.get("logStore").empty())
         findings.logFolder = configuredLogFolder();
@@ -329,8 +398,10 @@ void checkLogFolder(Findings& findings)
     const bool made = std::filesystem::create_directories(folder, error);
     if (!std::filesystem::is_directory(folder, error))
         findings.fail(name, toUtf8(folder) + " does not exist and cannot be created",
-                      "Without the folder, every call of the provider fails. Choose another "
-                      "logStore, or leave logTypes empty.");
+                      std::string(isModern()
+                                      ? "Without the folder, there is no log."
+                                      : "Without the folder, every call of the provider fails.") +
+                          " Choose another logStore, or leave logTypes empty.");
     else if (const DWORD refusal = tryToWriteInto(folder); refusal != ERROR_SUCCESS)
         findings.warn(name,
                       "no file can be created in " + toUtf8(folder) + ": " + errorText(refusal),

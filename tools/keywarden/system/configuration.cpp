@@ -8,10 +8,13 @@
 #include <fstream>
 #include <system_error>
 
+#include "config/config_expansion.h"
+#include "config/config_file.h"
 #include "config/config_keys.h"
 #include "config/config_path.h"
 #include "config/config_values.h"
 #include "failure.h"
+#include "system/key_storage.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -40,7 +43,8 @@ constexpr UsualPlace usualPlaces[] = {
 };
 
 // Throws Failure for a value that the module would not read back as it is: it takes each byte of
-// the library's path for a character, and each "~" of a folder for the user's profile.
+// the library's path for a character, %NAME% for a variable, and each "~" of a folder for the user's
+// profile.
 void checkValue(const ConfigKey& key, const std::string& value)
 {
     if (value.find_first_of("\r\n") != std::string::npos || value.starts_with(' ') ||
@@ -51,6 +55,9 @@ void checkValue(const ConfigKey& key, const std::string& value)
         throw Failure("the library's path has characters outside ASCII, and the provider does not "
                       "load such a library: " +
                           value,
+                      "Copy the library to a folder with a plain name.");
+    if (key.kind == ConfigKind::library && expandLibraryPath(value, {}) != value)
+        throw Failure("the library's path contains the name of an environment variable: " + value,
                       "Copy the library to a folder with a plain name.");
     if (key.kind == ConfigKind::folder && value.find('~', 1) != std::string::npos)
         throw Failure("the log folder contains a ~, which stands for the user's profile: " + value,
@@ -99,8 +106,7 @@ std::string asComment(const std::string& text)
 constexpr const char* fileComment =
     "Norvanta KeyWarden reads this file once, when a process loads the module.\n"
     "Each line is key=value. A line that begins with # is a comment; elsewhere in a line,\n"
-    "a # is part of the value. Lines end in a line feed alone: a carriage return would be\n"
-    "part of the value.";
+    "a # is part of the value. %NAME% in a path is the environment variable of that name.";
 
 }  // namespace
 
@@ -112,11 +118,22 @@ std::filesystem::path configurationFile()
     return NV::configurationFile(std::filesystem::path(profile));
 }
 
+std::filesystem::path configurationInUse()
+{
+    const std::filesystem::path user = configurationFile();
+    const std::filesystem::path machine = machineConfigurationFile(defaultModule());
+    std::error_code error;
+    const bool missing =
+        std::filesystem::status(user, error).type() == std::filesystem::file_type::not_found;
+    return missing && std::filesystem::exists(machine, error) ? machine : user;
+}
+
 void loadConfiguration()
 {
     configurationFile();  // reports a missing USERPROFILE
     try {
-        Config::instance().load(NV::configurationFile(userProfile()));
+        Config::instance().load(
+            readConfigFile(NV::configurationFile(userProfile()), defaultModule()));
     } catch (const std::runtime_error& error) {
         throw Failure(error.what(), "Run \"keywarden check\" to find the reason.");
     }
@@ -124,7 +141,7 @@ void loadConfiguration()
 
 std::filesystem::path configuredLogFolder()
 {
-    const std::string folder = expandLogStore(Config::instance().get("logStore"), userProfile());
+    const std::string folder = configuredLogStore(Config::instance(), userProfile());
     if (folder.empty())
         throw Failure("the configuration does not specify a log folder (logStore)");
     return {fromAnsi(folder)};

@@ -14,11 +14,15 @@ namespace NV::tool {
 // %USERPROFILE%\.norvanta-keywarden\nvksprovider.conf. Throws Failure if USERPROFILE is not set.
 std::filesystem::path configurationFile();
 
-// Reads the file into this program's Config, as the module does. Throws Failure if it does not
+// The file that the module reads: that, or, if it does not exist, nvksprovider.conf beside the module,
+// where there is one.
+std::filesystem::path configurationInUse();
+
+// Reads that file into this program's Config, as the module does. Throws Failure if it does not
 // exist or contains a line that the module rejects.
 void loadConfiguration();
 
-// The log folder of the loaded configuration, with "~" replaced. Throws Failure if there is none.
+// The log folder of the loaded configuration, expanded. Throws Failure if there is none.
 std::filesystem::path configuredLogFolder();
 
 // The names that logLevel can have, and "FIRST, SECOND, or THIRD" of such names.

@@ -31,17 +31,6 @@ std::filesystem::path besideProgram(const wchar_t* name)
     return std::filesystem::path(path).replace_filename(name);
 }
 
-// The DLL beside this program. An installed product has the DLL only in the system's folder.
-std::filesystem::path defaultModule()
-{
-    const std::filesystem::path beside = besideProgram(registeredImage);
-    std::error_code error;
-    const std::filesystem::path installed = thisSystem().systemFolder / registeredImage;
-    return !std::filesystem::exists(beside, error) && std::filesystem::exists(installed, error)
-               ? installed
-               : beside;
-}
-
 // The operation table of the module. The module stays loaded until the program ends.
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& file)
 {
@@ -125,6 +114,17 @@ std::string listed(const std::vector<std::wstring>& names)
 }
 
 }  // namespace
+
+// An installed product has the DLL only in the system's folder.
+std::filesystem::path defaultModule()
+{
+    const std::filesystem::path beside = besideProgram(registeredImage);
+    std::error_code error;
+    const std::filesystem::path installed = thisSystem().systemFolder / registeredImage;
+    return !std::filesystem::exists(beside, error) && std::filesystem::exists(installed, error)
+               ? installed
+               : beside;
+}
 
 void require(SECURITY_STATUS status, const std::string& what)
 {

@@ -15,6 +15,9 @@ namespace NV::tool {
 
 struct Session;
 
+// The DLL beside this program, or, if there is none, the installed one.
+std::filesystem::path defaultModule();
+
 // An opened provider. The module reads its configuration from the user's profile when it is loaded.
 // The constructor throws Failure with an advice when the module cannot be loaded or opened.
 class KeyStorage {
