@@ -79,7 +79,8 @@ void Provider::serveSlot(P11Slot& slot)
     certStore_.loadCertificates(*pkcs11_, &slot, name_);
     for (const auto& [keyName, certificate] : certStore_.certificates())
         keyStore_.addPublicKey(slot, keyName, certificate->algorithmOid(), certificate->publicKey(),
-                               certificate->keyLength());
+                               certificate->keyLength(),
+                               {certificate->curveOid(), certificate->certificate()});
     setAlgorisms(slot);
 }
 

@@ -1,13 +1,18 @@
-// The algorithms that a provider names.
+// The algorithms that a provider names. The lists of Provider are those of classic; modern names what
+// the keys can do.
 
 #include "nvvtoken/nvvtoken.h"
 
 #include <algorithm>
 #include <cstdlib>
+#include <cwchar>
+#include <iterator>
 #include <span>
 #include <string_view>
+#include <vector>
 
 #include "base/scope_exit.h"
+#include "config/mode.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
 
@@ -15,7 +20,50 @@ namespace NV {
 
 namespace {
 
-// The algorithms of one kind of operation.
+struct KeyAlgorithm {
+    const wchar_t* name;
+    DWORD interfaceNumber;
+    DWORD operations;
+};
+
+constexpr KeyAlgorithm keyAlgorithms[] = {
+    {L"RSA", 3, NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION | NCRYPT_SIGNATURE_OPERATION},
+    {L"ECDH_P256", 4, NCRYPT_SECRET_AGREEMENT_OPERATION},
+    {L"ECDH_P384", 4, NCRYPT_SECRET_AGREEMENT_OPERATION},
+    {L"ECDH_P521", 4, NCRYPT_SECRET_AGREEMENT_OPERATION},
+    {L"ECDSA_P256", 5, NCRYPT_SIGNATURE_OPERATION},
+    {L"ECDSA_P384", 5, NCRYPT_SIGNATURE_OPERATION},
+    {L"ECDSA_P521", 5, NCRYPT_SIGNATURE_OPERATION},
+};
+
+// The records of the algorithms with one of the operations, for EnumAlgorithms.
+SECURITY_STATUS listKeyAlgorithms(std::span<const KeyAlgorithm> algorithms, DWORD dwAlgOperations,
+                                  DWORD* pdwAlgCount, NCryptAlgorithmName** ppAlgList)
+{
+    std::vector<KeyAlgorithm> wanted;
+    size_t characters = 0;
+    for (const KeyAlgorithm& algorithm : algorithms) {
+        if ((algorithm.operations & dwAlgOperations) == 0)
+            continue;
+        wanted.push_back(algorithm);
+        characters += std::wcslen(algorithm.name) + 1;
+    }
+    *pdwAlgCount = 0;
+    *ppAlgList = nullptr;
+    if (wanted.empty())
+        return ERROR_SUCCESS;
+    RecordBlock<NCryptAlgorithmName> block(wanted.size(), characters);
+    NCryptAlgorithmName* record = block.records();
+    if (record == nullptr)
+        return NTE_NO_MEMORY;
+    for (const KeyAlgorithm& algorithm : wanted)
+        *record++ = {block.add(algorithm.name), algorithm.interfaceNumber, algorithm.operations, 0};
+    *pdwAlgCount = static_cast<DWORD>(wanted.size());
+    *ppAlgList = block.release().release();
+    return ERROR_SUCCESS;
+}
+
+// The algorithms of one kind of operation, in classic.
 struct AlgorithmGroup {
     DWORD operation;
     const std::vector<const wchar_t*>& names;
@@ -87,13 +135,25 @@ SECURITY_STATUS Provider::IsAlgSupported(LPCWSTR pszAlgId, DWORD dwFlags)
 
     if (pszAlgId == nullptr)
         return trace.end(NTE_INVALID_PARAMETER);
-    // Compat: the names of signature algorithms count as not supported.
-    for (const auto* names : {&hashAlgorithms_, &asymmetricEncryptionAlgorithms_,
-                              &cipherAlgorithms_, &rngAlgorithms_, &secretAgreementAlgorithms_}) {
-        if (contains(*names, pszAlgId))
-            return trace.end(ERROR_SUCCESS);
-    }
-    return trace.end(NTE_NOT_SUPPORTED);
+    const bool supported =
+        mode().listsKeyAlgorithms() ? isKeyAlgorithm(pszAlgId) : isListed(pszAlgId);
+    return trace.end(supported ? ERROR_SUCCESS : NTE_NOT_SUPPORTED);
+}
+
+bool Provider::isKeyAlgorithm(std::wstring_view name) const
+{
+    return slot_ != nullptr && std::ranges::find(keyAlgorithms, name, [](const auto& algorithm) {
+                                   return std::wstring_view(algorithm.name);
+                               }) != std::end(keyAlgorithms);
+}
+
+// Compat: the names of signature algorithms count as not supported.
+bool Provider::isListed(std::wstring_view name) const
+{
+    const AlgorithmNames* const lists[] = {&hashAlgorithms_, &asymmetricEncryptionAlgorithms_,
+                                           &cipherAlgorithms_, &rngAlgorithms_,
+                                           &secretAgreementAlgorithms_};
+    return std::ranges::any_of(lists, [name](const auto* names) { return contains(*names, name); });
 }
 
 SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCount,
@@ -108,6 +168,18 @@ SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCou
 
     if (pdwAlgCount == nullptr || ppAlgList == nullptr || dwAlgOperations == 0)
         return trace.end(NTE_INVALID_PARAMETER);
+    if (!mode().listsKeyAlgorithms())
+        return trace.end(listByOperation(dwAlgOperations, pdwAlgCount, ppAlgList));
+    // Without a token there are no keys.
+    const auto algorithms =
+        std::span(keyAlgorithms).first(slot_ != nullptr ? std::size(keyAlgorithms) : 0);
+    return trace.end(listKeyAlgorithms(algorithms, dwAlgOperations, pdwAlgCount, ppAlgList));
+}
+
+// The lists of classic.
+SECURITY_STATUS Provider::listByOperation(DWORD dwAlgOperations, DWORD* pdwAlgCount,
+                                          NCryptAlgorithmName** ppAlgList) const
+{
     const AlgorithmGroup groups[] = {
         {NCRYPT_CIPHER_OPERATION, cipherAlgorithms_, 0},
         {NCRYPT_HASH_OPERATION, hashAlgorithms_, 0},
@@ -120,11 +192,11 @@ SECURITY_STATUS Provider::EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCou
     if (count != 0) {
         auto records = algorithmRecords(groups, dwAlgOperations, count);
         if (records == nullptr)
-            return trace.end(NTE_NO_MEMORY);
+            return NTE_NO_MEMORY;
         *pdwAlgCount = static_cast<DWORD>(count);
         *ppAlgList = records.release();
     }
-    return trace.end(ERROR_SUCCESS);
+    return ERROR_SUCCESS;
 }
 
 }  // namespace NV

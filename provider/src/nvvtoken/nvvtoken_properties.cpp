@@ -9,6 +9,8 @@
 #include <utility>
 
 #include "base/text.h"
+#include "config/mode.h"
+#include "keystore/keystore_properties.h"
 #include "logger/trace.h"
 
 namespace NV {
@@ -23,6 +25,28 @@ constexpr DWORD maxPropertySize = INT32_MAX;
 // Types of the provider's own properties: a text with its terminating zero, and plain bytes.
 constexpr uint32_t textProperty = 1;
 constexpr uint32_t binaryProperty = 3;
+
+// The owner window after "HWND Handle" is set to the value. Compat: a value longer than a handle does
+// not change it; a shorter one is filled up with zeros.
+HWND windowOf(const Site& site, const BYTE* pbInput, DWORD cbInput, HWND before)
+{
+    NV_UNDER(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
+    uintptr_t window = 0;
+    if (cbInput > sizeof window)
+        return before;
+    std::memcpy(&window, pbInput, cbInput);
+    NV_UNDER(TRC, site, "Owner Window Handle is %p", asPointer(window));
+    return reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
+}
+
+// The last window that is set counts.
+void setKeyWindow(const Site& site, P11KeyObject& key, const BYTE* pbInput, DWORD cbInput)
+{
+    const HWND window = windowOf(site, pbInput, cbInput, key.ownerWindow());
+    key.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, pbInput, static_cast<int32_t>(cbInput),
+                    P11KeyObject::IfPresent::replace);
+    key.setOwnerWindow(window);
+}
 
 }  // namespace
 
@@ -53,7 +77,7 @@ SECURITY_STATUS Provider::outputProperty(const Site& site, const Property& prope
     if (pbOutput != nullptr) {
         if (cbOutput < size) {
             NV_UNDER(ERR, site, "The length of output buffer is too short");
-            return NTE_BUFFER_TOO_SMALL;
+            return outputTooShort(size, pcbResult, NTE_BUFFER_TOO_SMALL);
         }
         NV_UNDER(TRC, site, "Store the value into output buffer (%d bytes)",
                  static_cast<int>(size));
@@ -61,6 +85,14 @@ SECURITY_STATUS Provider::outputProperty(const Site& site, const Property& prope
     }
     *pcbResult = size;
     return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS Provider::outputTooShort(DWORD size, DWORD* pcbResult, SECURITY_STATUS classic)
+{
+    if (!mode().tellsLengthsFirst())
+        return classic;
+    *pcbResult = size;
+    return NTE_BUFFER_TOO_SMALL;
 }
 
 SECURITY_STATUS Provider::GetProviderProperty(LPCWSTR pszProperty, PBYTE pbOutput, DWORD cbOutput,
@@ -83,7 +115,7 @@ SECURITY_STATUS Provider::GetProviderProperty(LPCWSTR pszProperty, PBYTE pbOutpu
     if (property == properties_.end()) {
         // Compat: the text says "Key Property" for a property of the provider.
         NV_ERR("Not Found Key Property (%s)", printable(pszProperty).c_str());
-        return trace.end(NTE_NOT_SUPPORTED);
+        return trace.end(statusOfMissing(pszProperty));
     }
     NV_TRC("Found Provider Property (%s)", printable(pszProperty).c_str());
     return trace.end(outputProperty(here, *property->second, pbOutput, cbOutput, pcbResult));
@@ -109,7 +141,7 @@ SECURITY_STATUS Provider::GetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProp
     const Property* property = key->findProperty(pszProperty);
     if (property == nullptr) {
         NV_ERR("Not Found Key Property (%s)", printable(pszProperty).c_str());
-        return trace.end(NTE_NOT_SUPPORTED);
+        return trace.end(statusOfMissing(pszProperty));
     }
     NV_TRC("Found Key Property (%s)", printable(pszProperty).c_str());
     return trace.end(outputProperty(here, *property, pbOutput, cbOutput, pcbResult));
@@ -131,30 +163,18 @@ SECURITY_STATUS Provider::SetProviderProperty(LPCWSTR pszProperty, PBYTE pbInput
         std::make_shared<Property>(pszProperty, 0, pbInput, static_cast<int32_t>(cbInput));
     HWND window = ownerWindow_;
     if (std::wstring_view(pszProperty) == NCRYPT_WINDOW_HANDLE_PROPERTY)
-        window = ownerWindow(here, pbInput, cbInput);
+        window = windowOf(here, pbInput, cbInput, window);
     // Both only after the last line that can throw.
     properties_[pszProperty] = std::move(property);
     ownerWindow_ = window;
     return trace.end(ERROR_SUCCESS);
 }
 
-// The owner window after the property is set to the value. Compat: a value longer than a handle does
-// not change it; a shorter one is filled up with zeros.
-HWND Provider::ownerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput) const
-{
-    NV_UNDER(TRC, site, "Set NCRYPT_WINDOW_HANDLE_PROPERTY");
-    uintptr_t window = 0;
-    if (cbInput > sizeof window)
-        return ownerWindow_;
-    std::memcpy(&window, pbInput, cbInput);
-    NV_UNDER(TRC, site, "Owner Window Handle is %p", asPointer(window));
-    return reinterpret_cast<HWND>(window);  // NOLINT(performance-no-int-to-ptr)
-}
-
 SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty, PBYTE pbInput,
                                          DWORD cbInput, DWORD dwFlags)
 {
-    Trace trace(NV_HERE);
+    constexpr Site here = NV_HERE;
+    Trace trace(here);
     trace.arguments(pointer("hKey", hKey), text("pszProperty", pszProperty),
                     pointer("pbInput", pbInput), number("cbInput", cbInput),
                     flagBits("dwFlags", dwFlags));
@@ -169,7 +189,14 @@ SECURITY_STATUS Provider::SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProp
         return trace.end(NTE_INVALID_HANDLE);
     }
     NV_TRC("Found the key (%p)", asPointer(hKey));
-    key->addProperty(pszProperty, pbInput, static_cast<int32_t>(cbInput));
+    if (!mayBeSet(pszProperty)) {
+        NV_ERR("Not Supported Key Property (%s)", printable(pszProperty).c_str());
+        return trace.end(NTE_NOT_SUPPORTED);
+    }
+    if (mode().keysOwnDialogs() && std::wstring_view(pszProperty) == NCRYPT_WINDOW_HANDLE_PROPERTY)
+        setKeyWindow(here, *key, pbInput, cbInput);
+    else
+        key->addProperty(pszProperty, pbInput, static_cast<int32_t>(cbInput));
     return trace.end(ERROR_SUCCESS);
 }
 
