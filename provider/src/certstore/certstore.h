@@ -34,6 +34,9 @@ public:
     static std::string extractPublicKey(const std::string& certificate);
     static std::wstring extractAlgoOid(const std::string& certificate);
     static uint32_t extractKeyLength(const std::string& certificate);
+    // The name of the subject, as the system shows it. As it is in the certificate, any characters
+    // included.
+    static std::wstring extractSubject(const std::string& certificate);
 
     // Adds the certificate to the user's "My" store, or replaces an equal one, with key provider
     // information that names the provider and the container. True even when that information could

@@ -111,7 +111,7 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
     return trace.end(withKey(here, hPrivKey, [&](P11KeyObject& key) {
-        return withPIN(here, [&](const SecretBytes& pin) {
+        return withPIN(here, key, [&](const SecretBytes& pin) {
             return agree(here, key, hPubKey, phAgreedSecret, pin);
         });
     }));
