@@ -13,8 +13,8 @@ leastBranches=92
 tree=$build/sanitized
 work=$tree/coverage
 
-# Not of the core: the dialog, and the check of the lock order, which the released module does not have.
-notCore='/pindialog/|/lock_order\.cpp$'
+# Not of the core: the dialog's window, and the check of the lock order, which the released module does not have.
+notCore='/pindialog(_kind)?\.(cpp|h)$|/lock_order\.cpp$'
 
 runTests()
 {

@@ -25,7 +25,8 @@ dialogOf()
 answerDialog()
 {
     local window=$1 picture=$2 answer=$3
-    xdotool mousemove --window "$window" 150 65 click 1
+    # On the dialog's margin, for the screen's focus; the dialog gives its own to the field.
+    xdotool mousemove --window "$window" 5 45 click 1
     if [ "$answer" = cancel ]; then
         xdotool key Escape
         return

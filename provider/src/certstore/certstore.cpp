@@ -273,6 +273,25 @@ void P11CertObject::keepKeys(Pkcs11& p11, CK_SESSION_HANDLE session, ByHandle& c
     trace.leave();
 }
 
+std::wstring P11CertObject::extractSubject(const std::string& certificate)
+{
+    const Trace trace(NV_HERE);
+    std::wstring subject;
+    if (const CertContext context = createContext(certificate)) {
+        const auto name = [&](wchar_t* output, DWORD size) {
+            return CertGetNameStringW(context.get(), CERT_NAME_SIMPLE_DISPLAY_TYPE, 0, nullptr,
+                                      output, size);
+        };
+        // Sizes are in characters, with the terminating zero.
+        subject.resize(name(nullptr, 0));
+        subject.resize(
+            std::max<DWORD>(name(subject.data(), static_cast<DWORD>(subject.size())), 1) - 1);
+    } else {
+        NV_ERR("CertCreateCertificateContext() failed");
+    }
+    return trace.leaving(std::move(subject));
+}
+
 bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,
                                     const std::wstring& pwszContainerName,
                                     const std::string& base64)

@@ -34,6 +34,9 @@ public:
     static std::string extractPublicKey(const std::string& certificate);
     static std::wstring extractAlgoOid(const std::string& certificate);
     static uint32_t extractKeyLength(const std::string& certificate);
+    // The name of the subject, as the system shows it. As it is in the certificate, any characters
+    // included.
+    static std::wstring extractSubject(const std::string& certificate);
 
     // The OID of a named curve in the parameters of the public key; empty for any other parameters.
     static std::string extractCurveOid(const std::string& certificate);

@@ -9,8 +9,10 @@
 #include "base/scope_exit.h"
 #include "config/config.h"
 #include "config/config_keys.h"
+#include "config/mode.h"
 #include "logger/operation.h"
 #include "logger/trace.h"
+#include "nvvtoken/nvvtoken_pin.h"
 #include "p11/library_life.h"
 #include "p11/p11text.h"
 #include "pindialog/pindialog.h"
@@ -165,15 +167,19 @@ SECURITY_STATUS Provider::NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags)
     return trace.end(refusal(phEvent != nullptr));
 }
 
-SecretBytes Provider::enterPIN(SECURITY_STATUS& status)
+SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
 {
     const Trace trace(NV_HERE);
     SecretBytes pin;
     NV_TRC("Trying to open PinPad");
     try {
         const CK_TOKEN_INFO& token = slot_->tokenInfo();
-        const PINRequest request{Config::instance().moduleInstance(), ownerWindow_,
-                                 token.ulMinPinLen, token.ulMaxPinLen};
+        PINRequest request{Config::instance().moduleInstance(), ownerWindow_, token.ulMinPinLen,
+                           token.ulMaxPinLen};
+        if (mode().keysOwnDialogs())
+            request.parent = dialogOwner(key, ownerWindow_);
+        if (mode().dialogNamesKey())
+            request.subject = pinSubject(*pkcs11_, *slot_, key, certStore_);
         pin = requestPIN(&request);
         NV_TRC("Entered Pin is %d bytes", static_cast<int>(pin.size()));
         status = ERROR_SUCCESS;

@@ -140,9 +140,9 @@ private:
                           NCRYPT_KEY_HANDLE hPubKey, NCRYPT_SECRET_HANDLE* phAgreedSecret,
                           const SecretBytes& pin);
 
-    // Asks the user for the PIN. Sets the status to 0 and returns the PIN, which can be empty;
+    // Asks the user for the PIN of the key's token. Sets the status to 0 and returns the PIN, which can be empty;
     // otherwise sets the status that the operation must return.
-    SecretBytes enterPIN(SECURITY_STATUS& status);
+    SecretBytes enterPIN(const P11KeyObject& key, SECURITY_STATUS& status);
 
     // The parts of a token operation; see nvvtoken_work.h. `held` is the provider's lock.
     using Held = std::unique_lock<Mutex>;
@@ -163,7 +163,7 @@ private:
     // Asks for the PIN and runs the work with it, as onToken does. Compat: an empty PIN
     // skips the work, and the status is 0.
     template <typename Work>
-    SECURITY_STATUS withPIN(const Site& site, const Work& work);
+    SECURITY_STATUS withPIN(const Site& site, const P11KeyObject& key, const Work& work);
 
     const wchar_t* name_ = providerName;
     Mutex lock_{LockRank::provider};

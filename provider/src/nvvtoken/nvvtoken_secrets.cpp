@@ -112,7 +112,7 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
     return trace.end(withKey(here, guard, hPrivKey, [&](P11KeyObject& key) {
-        return withPIN(here, [&](Pkcs11& p11, const SecretBytes& pin) {
+        return withPIN(here, key, [&](Pkcs11& p11, const SecretBytes& pin) {
             return agree(here, p11, key, hPubKey, phAgreedSecret, pin);
         });
     }));

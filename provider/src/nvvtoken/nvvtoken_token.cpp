@@ -142,7 +142,7 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
     return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
         if (pbSignature == nullptr)
             return reportSignatureLength(here, key.signatureLength(), pcbResult);
-        return withPIN(here, [&](Pkcs11& p11, const SecretBytes& pin) {
+        return withPIN(here, key, [&](Pkcs11& p11, const SecretBytes& pin) {
             DWORD length = 0;
             const SECURITY_STATUS status =
                 key.sign(&p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature,
@@ -226,7 +226,7 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
-        return withPIN(here, [&](Pkcs11& p11, const SecretBytes& pin) {
+        return withPIN(here, key, [&](Pkcs11& p11, const SecretBytes& pin) {
             return key.decrypt(&p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult,
                                dwFlags, pin);
         });

@@ -64,10 +64,10 @@ SECURITY_STATUS Provider::sideBySide(const Site& site, const Work& work)
 }
 
 template <typename Work>
-SECURITY_STATUS Provider::withPIN(const Site& site, const Work& work)
+SECURITY_STATUS Provider::withPIN(const Site& site, const P11KeyObject& key, const Work& work)
 {
     SECURITY_STATUS status = ERROR_SUCCESS;
-    const SecretBytes pin = enterPIN(status);
+    const SecretBytes pin = enterPIN(key, status);
     if (status != ERROR_SUCCESS)
         return status;
     // Compat: "retrive", because people search the log for this text.

@@ -2,15 +2,18 @@
 
 #include "pindialog/pindialog.h"
 
+#include <commctrl.h>
+
 #include "base/lock_order.h"
+#include "config/mode.h"
 #include "logger/trace.h"
+#include "pindialog/pindialog_kind.h"
 
 namespace NV {
 
 namespace {
 
-// Identifiers of the template in nvksprovider.rc.
-constexpr int dialogTemplate = 101;
+// Identifiers of both templates in nvksprovider.rc.
 constexpr int pinField = 1001;
 constexpr int showButton = 1008;
 
@@ -24,8 +27,26 @@ SecretWideText readLine(HWND field, size_t length)
     // EM_GETLINE takes the size of the buffer from its first character.
     line[0] = static_cast<wchar_t>(line.size());
     SendMessageW(field, EM_GETLINE, 0, reinterpret_cast<LPARAM>(line.data()));
-    line.back() = L'\0';
+    line.pop_back();
     return line;
+}
+
+// Once for the process.
+void initializeControls()
+{
+    constexpr INITCOMMONCONTROLSEX controls{sizeof controls, ICC_STANDARD_CLASSES};
+    static const BOOL initialized = InitCommonControlsEx(&controls);
+    static_cast<void>(initialized);
+}
+
+// Whether the user can see windows of this process. A service has a window station that nobody sees,
+// and a dialog there would wait forever. True if the system does not say.
+bool windowsAreVisible()
+{
+    USEROBJECTFLAGS flags{};
+    return !GetUserObjectInformationW(GetProcessWindowStation(), UOI_FLAGS, &flags, sizeof flags,
+                                      nullptr) ||
+           (flags.dwFlags & WSF_VISIBLE) != 0;
 }
 
 // The window system has the field's text in its own memory and does not wipe it. So this function
@@ -55,33 +76,42 @@ SecretBytes requestPIN(const PINRequest* request)
 }
 
 PINDialog::PINDialog(const PINRequest& request)
-    : instance_(request.instance), parent_(request.parent), minimumLength_(request.minimumLength),
-      maximumLength_(request.maximumLength)
+    : kind_(mode().dialogNamesKey() ? namingDialog : plainDialog), request_(request)
 {
 }
 
 bool PINDialog::open()
 {
     const Trace trace(NV_HERE);
-    NV_TRC("hInstance=%p", static_cast<const void*>(instance_));
-    NV_TRC("hWnd(Parent)=%p", static_cast<const void*>(parent_));
-    if (instance_ != nullptr) {
-        if (parent_ == nullptr)
-            parent_ = GetDesktopWindow();
+    const bool mustShow = mode().reportsMissingPin();
+    HINSTANCE instance = request_.instance;
+    HWND parent = request_.parent;
+    NV_TRC("hInstance=%p", static_cast<const void*>(instance));
+    NV_TRC("hWnd(Parent)=%p", static_cast<const void*>(parent));
+    if (instance != nullptr && (!mustShow || windowsAreVisible())) {
+        if (parent == nullptr)
+            parent = GetDesktopWindow();
         NV_TRC("self = %p", static_cast<const void*>(this));
-        INT_PTR result = 0;
-        {
-            // The dialog's loop also serves the thread's other windows.
-            const OutsideCode outside;
-            result = DialogBoxParamW(instance_, MAKEINTRESOURCEW(dialogTemplate), parent_,
-                                     &DialogProc, reinterpret_cast<LPARAM>(this));
-        }
+        const INT_PTR result = run(parent);
         if (error_ != nullptr)
             std::rethrow_exception(error_);
         NV_TRC("result = %d", static_cast<int>(result));
     }
+    const bool shown = dialog_ != nullptr;
+    if (mustShow && !shown)
+        NV_ERR("The dialog cannot be shown");
     trace.leave();
-    return true;
+    return shown || !mustShow;
+}
+
+INT_PTR PINDialog::run(HWND parent)
+{
+    if (mode().initializesControlsLate())
+        initializeControls();
+    // The dialog's loop also serves the thread's other windows.
+    const OutsideCode outside;
+    return DialogBoxParamW(request_.instance, MAKEINTRESOURCEW(kind_.resource), parent, &DialogProc,
+                           reinterpret_cast<LPARAM>(this));
 }
 
 INT_PTR CALLBACK PINDialog::DialogProc(HWND hDlg, UINT message, WPARAM wParam, LPARAM lParam)
@@ -159,6 +189,7 @@ void PINDialog::prepare(const Site& site, HWND hDlg) const
         // Compat: spelled like this, here and below, because people search the log for these texts.
         NV_UNDER(ERR, site, "Failed to change password charactor");
     }
+    kind_.complete(hDlg, request_);
     RECT frame;
     if (!GetWindowRect(hDlg, &frame)) {
         NV_UNDER(ERR, site, "Failed to move to center");
@@ -183,16 +214,12 @@ void PINDialog::accept(const Site& site, HWND hDlg)
         MessageBoxW(hDlg, L"No characters entered.", L"Error", MB_ICONERROR);
         return;
     }
-    SecretBytes pin;
-    pin.reserve(length);
-    // Compat: the PIN is the low byte of each UTF-16 unit, without a code page.
-    const SecretWideText line = readLine(field, length);
-    for (size_t i = 0; i < length; ++i)
-        pin.push_back(static_cast<unsigned char>(line[i]));
-    if (pin.size() < minimumLength_) {
-        refuse(L"Too short characters.");
-    } else if (pin.size() > maximumLength_) {
-        refuse(L"Too many characters.");
+    SecretBytes pin = kind_.encode(readLine(field, length));
+    const bool wide = pin.size() > length;
+    if (pin.size() < request_.minimumLength) {
+        refuse(kind_.tooShort(request_, wide));
+    } else if (pin.size() > request_.maximumLength) {
+        refuse(kind_.tooLong(request_, wide));
     } else {
         pin_ = std::move(pin);
         NV_UNDER(TRC, site, "WM_COMMAND[IDOK]: verified password(%d:bytes)",
@@ -218,9 +245,9 @@ void PINDialog::toggleMask(HWND hDlg)
     InvalidateRect(field, nullptr, TRUE);
 }
 
-void PINDialog::refuse(const wchar_t* text) const
+void PINDialog::refuse(const std::wstring& text) const
 {
-    MessageBoxW(dialog_, text, L"Error", MB_ICONERROR);
+    MessageBoxW(dialog_, text.c_str(), L"Error", MB_ICONERROR);
 }
 
 }  // namespace NV

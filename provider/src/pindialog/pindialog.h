@@ -1,5 +1,5 @@
 // The modal dialog that asks the user for the token's PIN. It does not depend on the provider: the
-// caller passes the owner window and the length limits.
+// caller passes the owner window, the length limits, and what the user is to know about the key.
 
 #pragma once
 
@@ -15,12 +15,25 @@
 
 namespace NV {
 
+// What the token says about the tries that are left.
+enum class PINWarning : uint8_t { none, fewTries, lastTry };
+
+// What the user is to know. The texts come from the token, as they are: the dialog cleans and shortens
+// them.
+struct PINSubject {
+    std::wstring certificate;  // the name of its subject; empty: the key's name stands for it
+    std::wstring keyName;
+    std::wstring tokenLabel;
+    PINWarning warning = PINWarning::none;
+};
+
 // What the caller passes to the dialog.
 struct PINRequest {
     HINSTANCE instance;      // of the module that contains the template
     HWND parent;             // null: the desktop window
     CK_ULONG minimumLength;  // bytes, CK_TOKEN_INFO.ulMinPinLen
     CK_ULONG maximumLength;  // bytes, CK_TOKEN_INFO.ulMaxPinLen
+    PINSubject subject{};    // only modern shows it
 };
 
 // No PIN was entered.
@@ -42,19 +55,25 @@ private:
     uint32_t code_;
 };
 
-// Shows the dialog and returns the PIN, one byte for each character. Throws PINDialogException if
-// the user cancels. Compat: the PIN is empty if the dialog cannot be shown, and for a null request.
+struct PINDialogKind;
+
+// Shows the dialog and returns the PIN: in classic one byte for each UTF-16 unit, in modern as UTF-8.
+// Throws PINDialogException if the user cancels, and in modern if the dialog cannot be shown. The PIN is
+// empty for a null request, and if something closes the dialog without an answer. Compat: it is also
+// empty if the dialog cannot be shown, in classic.
 SecretBytes requestPIN(const PINRequest* request);
 
 // One run of the dialog, on the calling thread, until the user answers.
 class PINDialog {
 public:
+    // The request must outlive the dialog.
     explicit PINDialog(const PINRequest& request);
     virtual ~PINDialog() = default;
     PINDialog(const PINDialog&) = delete;
     PINDialog& operator=(const PINDialog&) = delete;
 
-    // Runs the dialog. Compat: always true; a failure of DialogBoxParamW is only logged.
+    // Runs the dialog. False if it cannot be shown. Compat: always true in classic; a failure of
+    // DialogBoxParamW is only logged.
     bool open();
 
     const SecretBytes& pin() const { return pin_; }
@@ -62,6 +81,8 @@ public:
 
 private:
     static INT_PTR CALLBACK DialogProc(HWND hDlg, UINT message, WPARAM wParam, LPARAM lParam);
+
+    INT_PTR run(HWND parent);
 
     // The steps of the dialog procedure. They log under its name.
     INT_PTR forward(const Site& site, HWND hDlg, UINT message, WPARAM wParam,
@@ -71,16 +92,14 @@ private:
     void accept(const Site& site, HWND hDlg);
     void cancel(const Site& site, HWND hDlg);
     void toggleMask(HWND hDlg);
-    void refuse(const wchar_t* text) const;
+    void refuse(const std::wstring& text) const;
 
-    HINSTANCE instance_;
-    HWND parent_;
+    const PINDialogKind& kind_;
+    const PINRequest& request_;
     HWND dialog_ = nullptr;
     SecretBytes pin_;
     bool masked_ = true;
     bool canceled_ = false;
-    CK_ULONG minimumLength_;
-    CK_ULONG maximumLength_;
     // An exception must not pass through the frames of the window manager, so open throws it again.
     std::exception_ptr error_;
 };

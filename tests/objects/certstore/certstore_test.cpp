@@ -77,6 +77,13 @@ TEST_P(EveryCertificateTest, lengthIsInBits)
                     "\nTRC NV::P11CertObject::extractKeyLength:LEAVE\n");
 }
 
+TEST_P(EveryCertificateTest, subjectIsItsCommonName)
+{
+    const std::string name = GetParam().fixture;
+    EXPECT_EQ(L"KeyWarden " + std::wstring(name.begin(), name.end()),
+              P11CertObject::extractSubject(base64));
+}
+
 INSTANTIATE_TEST_SUITE_P(Certificates, EveryCertificateTest,
                          testing::Values(CertificateRow{"rsa2048", L"1.2.840.113549.1.1.1", 2048},
                                          CertificateRow{"rsa1024", L"1.2.840.113549.1.1.1", 1024},
@@ -102,7 +109,9 @@ TEST_F(CertificateTest, whatIsNoCertificateGivesNothingAndAnError)
         EXPECT_EQ("", P11CertObject::extractPublicKey(text));
         EXPECT_EQ(L"", P11CertObject::extractAlgoOid(text));
         EXPECT_EQ(0U, P11CertObject::extractKeyLength(text));
+        EXPECT_EQ(L"", P11CertObject::extractSubject(text));
         EXPECT_EQ("CertCreateCertificateContext() failed\n"
+                  "CertCreateCertificateContext() failed\n"
                   "CertCreateCertificateContext() failed\n"
                   "CertCreateCertificateContext() failed\n",
                   messages(log.takeLines(), "ERR"));

@@ -17,6 +17,7 @@ inline constexpr DWORD PKCS_7_ASN_ENCODING = 0x10000;
 inline constexpr DWORD AT_KEYEXCHANGE = 1;
 inline constexpr DWORD AT_SIGNATURE = 2;
 inline constexpr DWORD CERT_KEY_PROV_INFO_PROP_ID = 2;
+inline constexpr DWORD CERT_NAME_SIMPLE_DISPLAY_TYPE = 4;
 inline constexpr DWORD CERT_STORE_ADD_REPLACE_EXISTING = 3;
 inline constexpr DWORD CERT_CLOSE_STORE_FORCE_FLAG = 0x0001;
 inline constexpr DWORD CERT_STORE_CREATE_NEW_FLAG = 0x2000;
@@ -115,6 +116,10 @@ BOOL CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, v
 DWORD CertGetPublicKeyLength(DWORD encoding, CERT_PUBLIC_KEY_INFO* key);
 // The first extension of the identifier; null when there is none.
 CERT_EXTENSION* CertFindExtension(LPCSTR identifier, DWORD count, CERT_EXTENSION* extensions);
+// The common name of the subject, CERT_NAME_SIMPLE_DISPLAY_TYPE alone. The size that it returns is in
+// characters, with the terminating zero; 1 for a subject without a common name.
+DWORD CertGetNameStringW(PCCERT_CONTEXT context, DWORD type, DWORD flags, void* parameter,
+                         LPWSTR name, DWORD size);
 // X509_OBJECT_IDENTIFIER, X509_BASIC_CONSTRAINTS2, RSA_CSP_PUBLICKEYBLOB and CNG_RSA_PUBLIC_KEY_BLOB.
 BOOL CryptDecodeObject(DWORD encoding, LPCSTR type, const BYTE* bytes, DWORD size, DWORD flags,
                        void* structure, DWORD* structureSize);

@@ -1,0 +1,57 @@
+// What the PIN dialog is told.
+
+#include "nvvtoken/nvvtoken_pin.h"
+
+#include <cstdint>
+#include <cstring>
+
+#include "base/text.h"
+
+namespace NV {
+
+namespace {
+
+CK_TOKEN_INFO tokenNow(Pkcs11& p11, const P11Slot& slot)
+{
+    CK_TOKEN_INFO token{};
+    if (p11.C_GetTokenInfo(slot.id(), &token) == CKR_OK)
+        return token;
+    token = slot.tokenInfo();
+    token.flags = 0;
+    return token;
+}
+
+}  // namespace
+
+HWND dialogOwner(const P11KeyObject& key, HWND providersWindow)
+{
+    const Property* property = key.findProperty(NCRYPT_WINDOW_HANDLE_PROPERTY);
+    uintptr_t window = 0;
+    if (property != nullptr && property->value().size() <= sizeof window)
+        std::memcpy(&window, property->value().data(), property->value().size());
+    return window != 0 ? reinterpret_cast<HWND>(window)  // NOLINT(performance-no-int-to-ptr)
+                       : providersWindow;
+}
+
+PINSubject pinSubject(Pkcs11& p11, const P11Slot& slot, const P11KeyObject& key,
+                      const CertStore& certStore)
+{
+    const CK_TOKEN_INFO token = tokenNow(p11, slot);
+    PINSubject subject;
+    const auto certificate = certStore.certificates().find(key.keyId());
+    if (certificate != certStore.certificates().end())
+        subject.certificate = P11CertObject::extractSubject(certificate->second->certificate());
+    subject.keyName = key.keyId();
+    subject.tokenLabel = fromUtf8({reinterpret_cast<const char*>(token.label), sizeof token.label});
+    subject.warning = tokenWarning(token);
+    return subject;
+}
+
+PINWarning tokenWarning(const CK_TOKEN_INFO& token)
+{
+    if ((token.flags & CKF_USER_PIN_FINAL_TRY) != 0)
+        return PINWarning::lastTry;
+    return (token.flags & CKF_USER_PIN_COUNT_LOW) != 0 ? PINWarning::fewTries : PINWarning::none;
+}
+
+}  // namespace NV

@@ -1,0 +1,157 @@
+// What the PIN dialog is told about a key: its names, its token, the token's warning, and the owner
+// window.
+
+#include "nvvtoken/nvvtoken_pin.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "certstore/certstore.h"
+#include "key_fixture.h"
+#include "keystore/keystore_rsa.h"
+
+namespace NV::test {
+namespace {
+
+HWND window(uintptr_t value)
+{
+    return reinterpret_cast<HWND>(value);
+}
+
+class DialogOwner : public testing::Test {
+protected:
+    LogCapture log_;
+};
+
+TEST_F(DialogOwner, isTheKeysWindowOrElseTheProviders)
+{
+    P11RSAKeyObject key;
+    EXPECT_EQ(dialogOwner(key, window(0x7391)), window(0x7391));
+    const uintptr_t own = 0x52;
+    key.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, &own, sizeof own);
+    EXPECT_EQ(dialogOwner(key, window(0x7391)), window(0x52));
+}
+
+TEST_F(DialogOwner, takesNullAsNone)
+{
+    P11RSAKeyObject key;
+    const uintptr_t none = 0;
+    key.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, &none, sizeof none);
+    EXPECT_EQ(dialogOwner(key, window(0x7391)), window(0x7391));
+}
+
+TEST_F(DialogOwner, takesShortValuesAsTheLowBytesAndLongOnesAsNone)
+{
+    const unsigned char bytes[9] = {0x52, 0x77, 0, 0, 0, 0, 0, 0, 0};
+    P11RSAKeyObject oneByte;
+    oneByte.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, bytes, 1);
+    EXPECT_EQ(dialogOwner(oneByte, nullptr), window(0x52));
+    P11RSAKeyObject eightBytes;
+    eightBytes.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, bytes, 8);
+    EXPECT_EQ(dialogOwner(eightBytes, nullptr), window(0x7752));
+    P11RSAKeyObject nineBytes;
+    nineBytes.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, bytes, 9);
+    EXPECT_EQ(dialogOwner(nineBytes, window(0x7391)), window(0x7391));
+}
+
+TEST(TokenWarning, isTheSeriousOneOfTwo)
+{
+    CK_TOKEN_INFO token{};
+    EXPECT_EQ(tokenWarning(token), PINWarning::none);
+    token.flags = ~(CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY);
+    EXPECT_EQ(tokenWarning(token), PINWarning::none);
+    token.flags = CKF_USER_PIN_COUNT_LOW;
+    EXPECT_EQ(tokenWarning(token), PINWarning::fewTries);
+    token.flags = CKF_USER_PIN_FINAL_TRY;
+    EXPECT_EQ(tokenWarning(token), PINWarning::lastTry);
+    token.flags = CKF_USER_PIN_COUNT_LOW | CKF_USER_PIN_FINAL_TRY;
+    EXPECT_EQ(tokenWarning(token), PINWarning::lastTry);
+}
+
+class PinSubject : public testing::Test {
+protected:
+    PinSubject()
+    {
+        key_.setKeyId(L"01AB");
+        token_.addCertificate(Bytes{0x01, 0xAB}, certificateDer("rsa2048"));
+        EXPECT_TRUE(p11_.loadModule(ScriptedToken::path()));
+        EXPECT_EQ(p11_.C_Initialize(nullptr), CKR_OK);
+        slot_.setId(kSlot);
+        CK_TOKEN_INFO early{};
+        std::fill(std::begin(early.label), std::end(early.label), static_cast<CK_UTF8CHAR>(' '));
+        early.label[0] = 'e';
+        early.flags = CKF_USER_PIN_FINAL_TRY;
+        slot_.setTokenInfo(early);
+    }
+
+    PINSubject subject() { return pinSubject(p11_, slot_, key_, certStore_); }
+
+    ScriptedToken token_;
+    LogCapture log_;
+    Pkcs11 p11_;
+    P11Slot slot_;
+    P11RSAKeyObject key_;
+    CertStore certStore_;
+};
+
+TEST_F(PinSubject, namesTheCertificatesSubject)
+{
+    ASSERT_TRUE(certStore_.loadCertificates(p11_, &slot_, L"odd provider"));
+    EXPECT_EQ(subject().certificate, L"KeyWarden rsa2048");
+    EXPECT_EQ(subject().keyName, L"01AB");
+}
+
+TEST_F(PinSubject, hasNoSubjectForAKeyWithoutCertificate)
+{
+    EXPECT_EQ(subject().certificate, L"");
+    EXPECT_EQ(subject().keyName, L"01AB");
+}
+
+TEST_F(PinSubject, hasNoSubjectForWhatIsNoCertificate)
+{
+    token_.clearObjects();
+    token_.addCertificate(Bytes{0x01, 0xAB}, Bytes{0x30, 0x00});
+    ASSERT_TRUE(certStore_.loadCertificates(p11_, &slot_, L"odd provider"));
+    EXPECT_EQ(subject().certificate, L"");
+}
+
+TEST_F(PinSubject, asksTheTokenEachTime)
+{
+    token_.clearCalls();
+    EXPECT_EQ(subject().warning, PINWarning::none);
+    EXPECT_TRUE(subject().tokenLabel.starts_with(L"Odd Label 52 "));
+    token_.addSlot(kSlot, kSlotFlags, kTokenFlags | CKF_USER_PIN_COUNT_LOW);
+    EXPECT_EQ(subject().warning, PINWarning::fewTries);
+    token_.addSlot(kSlot, kSlotFlags, kTokenFlags | CKF_USER_PIN_FINAL_TRY);
+    EXPECT_EQ(subject().warning, PINWarning::lastTry);
+    EXPECT_EQ(token_.callNames(), std::vector<std::string>(4, "C_GetTokenInfo"));
+}
+
+TEST_F(PinSubject, hasTheEarlierLabelAndNoWarningWhenTheTokenDoesNotAnswer)
+{
+    for (const CK_RV failure :
+         {CKR_DEVICE_ERROR, CKR_CRYPTOKI_NOT_INITIALIZED, CKR_SLOT_ID_INVALID}) {
+        token_.fail("C_GetTokenInfo", failure, 1);
+        const PINSubject told = subject();
+        EXPECT_EQ(told.tokenLabel, L"e" + std::wstring(31, L' '));
+        EXPECT_EQ(told.warning, PINWarning::none);
+    }
+    token_.throwFrom("C_GetTokenInfo", 1);
+    EXPECT_EQ(subject().warning, PINWarning::none);
+}
+
+TEST_F(PinSubject, convertsTheEarlierLabelFromUtf8)
+{
+    CK_TOKEN_INFO early{};
+    // 32 bytes that end in the middle of a character.
+    const std::string label = "K\xC3\xA4rtchen" + std::string(22, 'x') + "\xC3";
+    ASSERT_EQ(label.size(), sizeof early.label);
+    std::copy(label.begin(), label.end(), early.label);
+    slot_.setTokenInfo(early);
+    token_.fail("C_GetTokenInfo", CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ(subject().tokenLabel, L"K\u00E4rtchen" + std::wstring(22, L'x') + L"\uFFFD");
+}
+
+}  // namespace
+}  // namespace NV::test

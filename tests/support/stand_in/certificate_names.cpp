@@ -1,0 +1,58 @@
+// Names in certificates, by OpenSSL.
+
+#include <openssl/x509.h>
+#include <windows.h>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+
+#include "certificates.h"
+
+using namespace NV::stand_in;  // the definitions below are functions of Windows
+
+namespace {
+
+struct CertificateFreer {
+    void operator()(X509* certificate) const { X509_free(certificate); }
+};
+
+std::string commonName(const std::vector<BYTE>& der)
+{
+    const BYTE* end = der.data();
+    const std::unique_ptr<X509, CertificateFreer> certificate(
+        d2i_X509(nullptr, &end, static_cast<long>(der.size())));
+    if (certificate == nullptr)
+        return {};
+    const X509_NAME* subject = X509_get_subject_name(certificate.get());
+    const int index = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
+    if (index < 0)
+        return {};
+    unsigned char* text = nullptr;
+    const int length =
+        ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
+    std::string name;
+    if (length > 0)
+        name.assign(reinterpret_cast<const char*>(text), static_cast<size_t>(length));
+    OPENSSL_free(text);
+    return name;
+}
+
+}  // namespace
+
+DWORD CertGetNameStringW(PCCERT_CONTEXT context, DWORD, DWORD, void*, LPWSTR name, DWORD size)
+{
+    const std::string utf8 = commonName(certificateOf(context)->der());
+    const int bytes = static_cast<int>(utf8.size());
+    std::wstring wide(
+        static_cast<size_t>(MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, nullptr, 0)), 0);
+    MultiByteToWideChar(CP_UTF8, 0, utf8.data(), bytes, wide.data(), static_cast<int>(wide.size()));
+    if (name == nullptr)
+        return static_cast<DWORD>(wide.size() + 1);
+    if (size == 0)
+        return 0;
+    const size_t length = std::min<size_t>(wide.size(), size - 1);
+    std::copy_n(wide.begin(), length, name);
+    name[length] = L'\0';
+    return static_cast<DWORD>(length + 1);
+}
