@@ -114,7 +114,7 @@ TEST_F(NoException, leavesWhenAHandleIsFreedAgainAndAgain)
 // Wine and the stand-in cannot tell whether there is a file on a network path, and the opening throws.
 TEST_F(NoException, leavesTheOpening)
 {
-    profile.writeModernConfigFor("\\\\no-such-host.invalid\\share\\a.dll");
+    profile.writeModernConfigFor("//no-such-host.invalid/share/a.dll");
     module.emplace();
     NCRYPT_PROV_HANDLE opened = 0;
     EXPECT_EQ(NTE_INTERNAL_ERROR, table()->OpenProvider(&opened, L"Norvanta", 0));

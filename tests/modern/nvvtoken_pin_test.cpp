@@ -1,5 +1,4 @@
-// What the PIN dialog is told about a key: its names, its token, the token's warning, and the owner
-// window.
+// What the PIN dialog is told about a key: its names, its token, the token's warning.
 
 #include "nvvtoken/nvvtoken_pin.h"
 
@@ -13,47 +12,6 @@
 
 namespace NV::test {
 namespace {
-
-HWND window(uintptr_t value)
-{
-    return reinterpret_cast<HWND>(value);
-}
-
-class DialogOwner : public testing::Test {
-protected:
-    LogCapture log_;
-};
-
-TEST_F(DialogOwner, isTheKeysWindowOrElseTheProviders)
-{
-    P11RSAKeyObject key;
-    EXPECT_EQ(dialogOwner(key, window(0x7391)), window(0x7391));
-    const uintptr_t own = 0x52;
-    key.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, &own, sizeof own);
-    EXPECT_EQ(dialogOwner(key, window(0x7391)), window(0x52));
-}
-
-TEST_F(DialogOwner, takesNullAsNone)
-{
-    P11RSAKeyObject key;
-    const uintptr_t none = 0;
-    key.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, &none, sizeof none);
-    EXPECT_EQ(dialogOwner(key, window(0x7391)), window(0x7391));
-}
-
-TEST_F(DialogOwner, takesShortValuesAsTheLowBytesAndLongOnesAsNone)
-{
-    const unsigned char bytes[9] = {0x52, 0x77, 0, 0, 0, 0, 0, 0, 0};
-    P11RSAKeyObject oneByte;
-    oneByte.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, bytes, 1);
-    EXPECT_EQ(dialogOwner(oneByte, nullptr), window(0x52));
-    P11RSAKeyObject eightBytes;
-    eightBytes.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, bytes, 8);
-    EXPECT_EQ(dialogOwner(eightBytes, nullptr), window(0x7752));
-    P11RSAKeyObject nineBytes;
-    nineBytes.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, bytes, 9);
-    EXPECT_EQ(dialogOwner(nineBytes, window(0x7391)), window(0x7391));
-}
 
 TEST(TokenWarning, isTheSeriousOneOfTwo)
 {

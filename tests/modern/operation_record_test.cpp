@@ -142,6 +142,8 @@ TEST_F(OperationRecords, ofAWrongPin)
 
 TEST_F(OperationRecords, ofAnOpeningThatFailed)
 {
+    provider.reset();
+    written();
     for (const char* call : {"C_Initialize", "C_GetInfo", "C_GetSlotList"}) {
         token.fail(call, CKR_DEVICE_REMOVED);
         NCRYPT_PROV_HANDLE opened = 0;

@@ -5,6 +5,7 @@
 
 #include "base/cng.h"
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -123,7 +124,7 @@ private:
     uint32_t keyLength_ = 0;
     std::string curveOid_;
     Properties properties_;
-    HWND ownerWindow_ = nullptr;  // of this handle alone: a copy has none
+    std::atomic<HWND> ownerWindow_ = nullptr;  // of this handle alone: a copy has none
     bool emptiesValues_ = true;
 };
 

@@ -176,8 +176,8 @@ SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
         const CK_TOKEN_INFO& token = slot_->tokenInfo();
         PINRequest request{Config::instance().moduleInstance(), ownerWindow_, token.ulMinPinLen,
                            token.ulMaxPinLen};
-        if (mode().keysOwnDialogs())
-            request.parent = dialogOwner(key, ownerWindow_);
+        if (mode().keysOwnDialogs() && key.ownerWindow() != nullptr)
+            request.parent = key.ownerWindow();
         if (mode().dialogNamesKey())
             request.subject = pinSubject(*pkcs11_, *slot_, key, certStore_);
         pin = requestPIN(&request);

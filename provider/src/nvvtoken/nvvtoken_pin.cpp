@@ -2,9 +2,6 @@
 
 #include "nvvtoken/nvvtoken_pin.h"
 
-#include <cstdint>
-#include <cstring>
-
 #include "base/text.h"
 
 namespace NV {
@@ -22,16 +19,6 @@ CK_TOKEN_INFO tokenNow(Pkcs11& p11, const P11Slot& slot)
 }
 
 }  // namespace
-
-HWND dialogOwner(const P11KeyObject& key, HWND providersWindow)
-{
-    const Property* property = key.findProperty(NCRYPT_WINDOW_HANDLE_PROPERTY);
-    uintptr_t window = 0;
-    if (property != nullptr && property->value().size() <= sizeof window)
-        std::memcpy(&window, property->value().data(), property->value().size());
-    return window != 0 ? reinterpret_cast<HWND>(window)  // NOLINT(performance-no-int-to-ptr)
-                       : providersWindow;
-}
 
 PINSubject pinSubject(Pkcs11& p11, const P11Slot& slot, const P11KeyObject& key,
                       const CertStore& certStore)

@@ -12,10 +12,6 @@
 
 namespace NV {
 
-// The window that owns the dialogs of a key: the last one that its property "HWND Handle" was set to, or
-// else the provider's. A value longer than a handle is none; a shorter one is filled up with zeros.
-HWND dialogOwner(const P11KeyObject& key, HWND providersWindow);
-
 // The names of the key and its token, and the token's warning. Asks the token for its information of
 // now. If the token does not give it, the label is the one of the opening, and there is no warning.
 PINSubject pinSubject(Pkcs11& p11, const P11Slot& slot, const P11KeyObject& key,

@@ -282,10 +282,13 @@ bool P11Module::joinLibrary(const Site& init)
         return true;
     const CK_RV rv = LibraryLife::instance().join(init, *functionList_);
     joined_ = rv == CKR_OK || rv == CKR_CRYPTOKI_ALREADY_INITIALIZED;
-    if (!joined_)
+    if (!joined_) {
         NV_UNDER(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
-    state_ = joined_ ? "INITIALIZED" : state_;
-    return joined_;
+        noteResult(rv, returnValueText);
+        return false;
+    }
+    state_ = "INITIALIZED";
+    return true;
 }
 
 bool P11Module::discover(const Site& init)
