@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "folder.h"
 #include "scripted_token.h"
 #include "tool_program.h"
 
@@ -82,6 +83,29 @@ const BrokenConfiguration brokenConfigurations[] = {
      "log-folder", "failed", "does not exist and cannot be created", "Choose another logStore"},
     {"LogFolderNotFull", library + "logTypes=FILE\nlogStore=odd-logs\nlogRotate=7\n", "log-folder",
      "warning", "is not a full path", "Begin logStore with a drive"},
+    {"UnknownMode", "mode=Modern\n" + library + rest, values, "failed",
+     "Invalid mode: Modern; the behaviour is classic", "Specify modern or classic"},
+    {"EmptyMode", "mode=\n" + library + rest, values, "failed",
+     "Invalid mode: ", "Specify modern or classic"},
+    {"UnknownModeInCarriageReturns", "mode=odd\r\n" + library + rest, values, "failed",
+     "Invalid mode: odd;", "Specify modern or classic"},
+    {"ModernUnreadableLines", "mode=modern\nnonsense\n" + library + rest + "=\n", lines, "warning",
+     "2 lines cannot be read and are passed over", "Fix or remove them", R"(line 2: "nonsense")"},
+    {"ModernUnknownKey", "mode=modern\r\n" + library + rest + "\tP11file=x\r\n", lines, "warning",
+     "unknown keys", "mode, silentPrompt, p11File", R"(line 7: "\tP11file=x\r")"},
+    {"ModernRepeatedKey", "mode=modern\n" + library + rest + " mode = modern\n", lines, "warning",
+     "duplicate keys", "Remove the others", R"(line 7: " mode = modern")"},
+    {"ModernRotateNotANumber", "mode=modern\n" + library + "logRotate=2147483648\n", values,
+     "warning", "logRotate=2147483648 is not a number of days, so 7 are used",
+     "Specify digits only"},
+    {"SilentPrompt", "mode=modern\nsilentPrompt=Yes\n" + library + rest, values, "warning",
+     "silentPrompt=Yes is not known; no is used", "Specify yes or no"},
+    {"ModernLibraryMissing", "mode=modern\n" + rest, values, "failed",
+     "p11File is missing or empty", "keywarden init --p11 PATH"},
+    {"ModernLogFolder",
+     "mode=modern\n" + library +
+         "logTypes=FILE\nlogStore=~\\.norvanta-keywarden\\nvksprovider.conf\\logs\n",
+     "log-folder", "failed", "does not exist and cannot be created", "there is no log"},
 };
 
 // For the names in GoogleTest's output.
@@ -159,6 +183,39 @@ TEST_F(CheckConfiguration, TakesAGoodFileAndLeavesNothingBehind)
         EXPECT_EQ(stepOf(document, name)["outcome"], "ok") << stepOf(document, name);
     EXPECT_EQ(document["failed"], 1);
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
+}
+
+// What keeps a classic module from loading, or spoils its values.
+TEST_F(CheckConfiguration, TakesAModernFileAsEditorsWriteIt)
+{
+    profile.writeConfig("\xEF\xBB\xBFmode=modern\r\n \t\r\n  # remark\r\np11File=\"" +
+                        narrowPath(ScriptedToken::widePath()) +
+                        "\"\r\nlogTypes=FILE\r\nlogStore=\"%USERPROFILE%\\odd logs\"\r\n");
+    const Json document = profile.json({"check"}, 1);
+    for (const char* name : {"configuration-file", lines, values, "log-folder", "library-file",
+                             "library-loads", "slots"})
+        EXPECT_EQ(stepOf(document, name)["outcome"], "ok") << stepOf(document, name);
+    EXPECT_NE(
+        stepOf(document, "log-folder")["text"].get<std::string>().find("odd logs is writable"),
+        std::string::npos);
+}
+
+// The module reads the file beside it for a user who has none.
+TEST_F(CheckConfiguration, ReadsTheMachinesFile)
+{
+    const TemporaryFolder machine;
+    copy_file(programFolder() / L"keywarden.exe", machine.path() / "keywarden.exe");
+    writeFile(machine.path() / "nvksprovider.dll", "a placeholder for the module");
+    writeFile(machine.path() / "nvksprovider.conf", goodConfig(ScriptedToken::widePath()));
+    const auto check = [&] {
+        return runProgram(machine.path() / "keywarden.exe",
+                          {.arguments = {"--profile", narrowPath(profile.path()), "check"}})
+            .output;
+    };
+    EXPECT_NE(check().find(narrowPath(machine.path() / "nvksprovider.conf")), std::string::npos);
+    profile.writeConfig(goodConfig(ScriptedToken::widePath()));
+    EXPECT_NE(check().find(narrowPath(profile.configFile())), std::string::npos);
+    EXPECT_EQ(check().find(narrowPath(machine.path() / "nvksprovider.conf")), std::string::npos);
 }
 
 TEST_F(CheckConfiguration, LeavesAnExistingLogFolder)

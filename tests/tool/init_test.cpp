@@ -58,6 +58,15 @@ TEST_F(Init, WritesAFileThatTheModuleReads)
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
 }
 
+TEST_F(Init, WritesAModernFile)
+{
+    profile.run({"init", "--p11", library});
+    EXPECT_EQ(value("mode"), "modern");
+    EXPECT_EQ(value("silentPrompt"), "no");
+    EXPECT_EQ(Config::instance().mode().behaviour(), Behaviour::modern);
+    EXPECT_TRUE(Config::instance().problems().empty());
+}
+
 TEST_F(Init, ExplainsEachKeyAboveIt)
 {
     profile.run({"init", "--p11", library});
@@ -247,6 +256,15 @@ TEST_F(InitAsks, NothingWhenThereIsNone)
                       {"no PKCS#11 library was found in the usual places", "--p11 PATH"},
                       answering("1\n"));
     expectNothingWritten();
+}
+
+TEST(ConfigurationText, RefusesALibraryWhosePathNamesAVariable)
+{
+    Settings configuration = tool::newConfiguration();
+    configuration["p11File"] = "C:\\%USERPROFILE%\\odd.dll";
+    EXPECT_THROW(tool::configurationText(configuration), tool::Failure);
+    configuration["p11File"] = "C:\\100%\\odd%.dll";
+    EXPECT_NO_THROW(tool::configurationText(configuration));
 }
 
 TEST(ConfigurationText, RefusesValuesThatWouldNotComeBack)
