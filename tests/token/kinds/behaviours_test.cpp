@@ -20,9 +20,9 @@ constexpr char oaepSha256[] = "-pkeyopt rsa_padding_mode:oaep -pkeyopt rsa_oaep_
 
 // A way to sign or to encrypt, and what OpenSSL calls it.
 struct Way {
-    const char* name;  // of the record
+    const char* name = nullptr;  // of the record
     Padding padding;
-    const char* openSsl;
+    const char* openSsl = nullptr;
 };
 
 const Way signatures[] = {{"pkcs1", Padding::pkcs1(sha256.cng), pkcs1Digest},

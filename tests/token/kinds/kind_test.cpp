@@ -85,7 +85,7 @@ FailedCall firstFailure(const LogLines& lines)
 }  // namespace
 
 struct KindTest::Opened {
-    Opened() : behaviour(environment("KEYWARDEN_TOKEN_BEHAVIOUR")), profile()
+    Opened() : behaviour(environment("KEYWARDEN_TOKEN_BEHAVIOUR"))
     {
         const std::filesystem::path library = host::winelibPath("p11bridge.dll");
         if (behaviour == "modern")
