@@ -6,6 +6,7 @@
 #include <array>
 #include <vector>
 
+#include "config/mode.h"
 #include "p11/p11text.h"
 
 namespace NV {
@@ -47,7 +48,7 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
         return true;
     NV_UNDER(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
              returnValueText(rv));
-    status_ = NTE_INTERNAL_ERROR;
+    failure_.note(rv);
     return false;
 }
 
@@ -147,7 +148,15 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
         const CK_RV rv = p11_.C_Finalize(nullptr);
         check(rv, "Failed C_Finalize ");
     }
-    return status_;
+    return status();
+}
+
+SECURITY_STATUS TokenSequence::status() const
+{
+    if (!failure_.failed())
+        return ERROR_SUCCESS;
+    return mode().translatesTokenResults() ? static_cast<SECURITY_STATUS>(failure_.status().value)
+                                           : NTE_INTERNAL_ERROR;
 }
 
 CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported)

@@ -14,6 +14,7 @@
 #include "base/scope_exit.h"
 #include "base/text.h"
 #include "config/config.h"
+#include "config/mode.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
 #include "pindialog/pindialog.h"
@@ -433,6 +434,22 @@ SECURITY_STATUS Provider::NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags)
     return trace.end(refusal(phEvent != nullptr));
 }
 
+namespace {
+
+SECURITY_STATUS dialogFailure(const PINDialogException& error)
+{
+    switch (error.code()) {
+    case PINDialogException::userCanceled:
+        return NTE_USER_CANCELLED;
+    case PINDialogException::openFailed:
+        return mode().reportsMissingPin() ? NTE_SILENT_CONTEXT : NTE_INTERNAL_ERROR;
+    default:
+        return NTE_INTERNAL_ERROR;
+    }
+}
+
+}  // namespace
+
 SecretBytes Provider::enterPIN(SECURITY_STATUS& status)
 {
     const Trace trace(NV_HERE);
@@ -444,11 +461,11 @@ SecretBytes Provider::enterPIN(SECURITY_STATUS& status)
                                  token.ulMinPinLen, token.ulMaxPinLen};
         pin = requestPIN(&request);
         NV_TRC("Entered Pin is %d bytes", static_cast<int>(pin.size()));
-        status = ERROR_SUCCESS;
+        // Compat: in classic, an empty PIN is no failure.
+        status = pin.empty() && mode().reportsMissingPin() ? NTE_USER_CANCELLED : ERROR_SUCCESS;
     } catch (const PINDialogException& error) {
         NV_ERR("Caught Exception: %s(errorcode:%d)", error.what(), static_cast<int>(error.code()));
-        status = error.code() == PINDialogException::userCanceled ? NTE_USER_CANCELLED
-                                                                  : NTE_INTERNAL_ERROR;
+        status = dialogFailure(error);
     } catch (...) {
         NV_ERR("Caught Unknown Exception");
         status = NTE_INTERNAL_ERROR;

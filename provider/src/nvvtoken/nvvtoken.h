@@ -16,6 +16,7 @@
 #include "base/secret.h"
 #include "certstore/certstore.h"
 #include "keystore/keystore.h"
+#include "keystore/keystore_call.h"
 #include "keystore/property.h"
 #include "nvvtoken/nvvtoken_name.h"
 #include "p11/p11.h"
@@ -127,8 +128,11 @@ private:
                                     DWORD cbOutput, DWORD* pcbResult);
 
     // Agrees on a secret with the owner of an imported public key, and adds it to the list.
-    SECURITY_STATUS agree(const Site& site, P11KeyObject& key, NCRYPT_KEY_HANDLE hPubKey,
+    SECURITY_STATUS agree(const Site& site, P11KeyObject& key, const P11KeyObject& peer,
                           NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin);
+    // The public key behind the handle, which lives as long as the result. Null if the store does not
+    // know the handle, or knows it as that of an RSA key. Compat: in classic, the store is not asked, and the handle must be one of a key.
+    std::shared_ptr<const P11KeyObject> peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
 
     // Asks the user for the PIN. Sets the status to 0 and returns the PIN, which can be empty;
     // otherwise sets the status that the operation must return.
@@ -137,6 +141,46 @@ private:
     // Runs the work with the opened key of a handle. NTE_INVALID_HANDLE if there is none.
     template <typename Work>
     SECURITY_STATUS withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work);
+
+    // The token operations behind their argument checks. In modern, everything that can be told or
+    // refused without the user and the token is.
+    SECURITY_STATUS sign(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call,
+                         DWORD* pcbResult);
+    SECURITY_STATUS signChecked(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call,
+                                DWORD* pcbResult);
+    SECURITY_STATUS verify(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call);
+    SECURITY_STATUS verifyChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
+                                  const SignatureCall& call);
+    SECURITY_STATUS encrypt(const Site& site, NCRYPT_KEY_HANDLE hKey, const CipherCall& call);
+    SECURITY_STATUS encryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
+                                   const CipherCall& call);
+    SECURITY_STATUS decrypt(const Site& site, NCRYPT_KEY_HANDLE hKey, const CipherCall& call);
+    SECURITY_STATUS decryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
+                                   const CipherCall& call);
+    // The token decrypts into as many bytes as the modulus has: some tokens want no fewer.
+    SECURITY_STATUS decryptIntoOwnBuffer(const Site& site, P11KeyObject& key,
+                                         const CipherCall& call, DWORD modulus);
+
+    // The two ways of what has an output.
+    struct TokenWays {
+        SECURITY_STATUS (Provider::*sign)
+        (const Site&, NCRYPT_KEY_HANDLE, const SignatureCall&, DWORD* pcbResult);
+        SECURITY_STATUS (Provider::*encrypt)(const Site&, NCRYPT_KEY_HANDLE, const CipherCall&);
+        SECURITY_STATUS (Provider::*decrypt)(const Site&, NCRYPT_KEY_HANDLE, const CipherCall&);
+    };
+    static const TokenWays& tokenWays();
+
+    // What both ways do in the end.
+    SECURITY_STATUS signWithPIN(const Site& site, P11KeyObject& key, const SignatureCall& call,
+                                DWORD* pcbResult);
+    static SECURITY_STATUS verifyOnToken(P11KeyObject& key, const SignatureCall& call);
+    static SECURITY_STATUS encryptOnToken(P11KeyObject& key, const CipherCall& call);
+    SECURITY_STATUS decryptWithPIN(const Site& site, P11KeyObject& key, const CipherCall& call);
+    // NTE_INTERNAL_ERROR for 0, which is logged: the length is not known.
+    static SECURITY_STATUS reportSignatureLength(const Site& site, DWORD length, DWORD* pcbResult);
+
+    // Whether the caller's NCRYPT_SILENT_FLAG keeps the dialog from being shown, which is logged.
+    static bool mustStaySilent(const Site& site, DWORD dwFlags);
 
     // Runs the work under the sequence lock. NTE_INTERNAL_ERROR if memory runs out in it.
     template <typename Work>
