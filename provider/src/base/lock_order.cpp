@@ -31,8 +31,9 @@ constinit thread_local HeldLocks held{};
 
 const char* nameOf(LockRank rank)
 {
-    static constexpr const char* names[] = {"registry",   "provider", "sequence",   "key store",
-                                            "call layer", "log",      "severe log", "leaf"};
+    static constexpr const char* names[] = {"registry",  "provider",   "sequence",
+                                            "key store", "call layer", "library",
+                                            "log",       "severe log", "leaf"};
     static_assert(std::size(names) == static_cast<size_t>(LockRank::leaf) + 1);
     return names[static_cast<size_t>(rank)];
 }

@@ -15,6 +15,7 @@ enum class LockRank : uint8_t {
     sequence,
     keyStore,
     callLayer,
+    library,
     log,
     severeLog,  // a crash report may interrupt an ordinary record
     leaf,       // no other lock is taken under it

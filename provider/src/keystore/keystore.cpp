@@ -143,7 +143,7 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     const std::string base64 = pointText(here, *blob.coordinates);
 
     NV_TRC("2) Create KeyObject to get NCRYPT_KEY_HANDLE..");
-    auto key = std::make_unique<P11ECKeyObject>();
+    auto key = std::make_shared<P11ECKeyObject>();
     key->setPublicKey(base64);
     key->setAlgorithmOid(std::wstring(ecOid));
     key->setKeyLength(blob.curve->keyLength);
@@ -166,7 +166,7 @@ template <typename Key>
 NCRYPT_KEY_HANDLE KeyStore::fileClone(const Site& open, const P11KeyObject& source,
                                       const char* success)
 {
-    auto clone = std::make_unique<Key>(static_cast<const Key&>(source));
+    auto clone = std::make_shared<Key>(static_cast<const Key&>(source));
     const NCRYPT_KEY_HANDLE handle = handleOf(*clone);
     // Filed only after the line: a clone that cannot be reported must not stay.
     NV_UNDER(TRC, open, "%s [%p]", success, asPointer(handle));

@@ -176,7 +176,11 @@ void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
 
 SECURITY_STATUS KeyStore::derive(const Derivation& derivation)
 {
-    const std::lock_guard guard(lock_);
+    // Derivations run side by side, like all operations of the modern behaviour; they use nothing of the
+    // store.
+    std::unique_lock guard(lock_, std::defer_lock);
+    if (!derivation.p11->joined())
+        guard.lock();
     constexpr Site here = NV_HERE;
     Trace trace(here);
     logArguments(trace, derivation);

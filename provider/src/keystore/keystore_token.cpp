@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "config/mode.h"
+#include "p11/library_life.h"
 #include "p11/p11text.h"
 
 namespace NV {
@@ -54,6 +55,8 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
 
 bool TokenSequence::initialize()
 {
+    if (p11_.joined())
+        return true;
     NV_UNDER(TRC, operation_, "0) Try to initialize");
     const CK_RV rv = p11_.C_Initialize(nullptr);
     if (rv == CKR_CRYPTOKI_ALREADY_INITIALIZED)
@@ -77,9 +80,15 @@ bool TokenSequence::login(const SecretBytes& pin)
     NV_UNDER(TRC, operation_, "2) Try to login the token ");
     // A private copy, because PKCS#11 takes the PIN by a pointer to non-const.
     SecretBytes copy(pin);
-    loggedIn_ =
-        check(p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size())),
-              "Failed to login the token ");
+    if (p11_.joined())
+        login_ = std::unique_lock(sequenceLock());
+    const CK_RV rv =
+        p11_.C_Login(session_, CKU_USER, copy.data(), static_cast<CK_ULONG>(copy.size()));
+    if (rv == CKR_USER_ALREADY_LOGGED_IN && mode().sharesLibraryWithHost()) {
+        NV_UNDER(TRC, operation_, "The token has a login already");
+        return true;
+    }
+    loggedIn_ = check(rv, "Failed to login the token ");
     if (loggedIn_)
         NV_UNDER(TRC, operation_, "Success to login the token");
     return loggedIn_;
@@ -134,6 +143,8 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
     // A login that its wrapper could not report, or not end. The end of the session does not always
     // end it: another part of the process may have one, too.
     p11_.giveBackLogin();
+    if (login_.owns_lock())
+        login_.unlock();
     if (opened_) {
         NV_UNDER(TRC, operation_, "%d) Try to close the session (%p)", steps.close,
                  asPointer(session_));
@@ -155,6 +166,8 @@ SECURITY_STATUS TokenSequence::status() const
 {
     if (!failure_.failed())
         return ERROR_SUCCESS;
+    if (p11_.joined() && failure_.result() == CKR_CRYPTOKI_NOT_INITIALIZED)
+        return libraryLost;
     return mode().translatesTokenResults() ? static_cast<SECURITY_STATUS>(failure_.status().value)
                                            : NTE_INTERNAL_ERROR;
 }

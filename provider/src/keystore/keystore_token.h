@@ -3,11 +3,13 @@
 
 #pragma once
 
-#include <windows.h>
+#include "base/cng.h"
 
+#include <mutex>
 #include <string_view>
 
 #include "base/encoding.h"
+#include "base/mutex.h"
 #include "base/secret.h"
 #include "keystore/token_status.h"
 #include "logger/trace.h"
@@ -16,12 +18,19 @@
 
 namespace NV {
 
+// The status of a sequence that somebody else's C_Finalize has interrupted. It never leaves the
+// provider, which begins the operation again. A value of our own (the customer bit is set).
+inline constexpr SECURITY_STATUS libraryLost = static_cast<SECURITY_STATUS>(0xA0110190);
+
 // One run of the sequence. Its lines appear under the operation's name. A failed step logs an error
 // with the PKCS#11 result's name and sets the status. The operation then calls finish, which undoes
 // the steps so far.
 //
-// A step returns true when the operation can go on, so that steps chain with &&. The caller holds the
-// process-wide sequence lock.
+// A step returns true when the operation can go on, so that steps chain with &&.
+//
+// In the classic behaviour, the caller holds the process-wide sequence lock. In the modern one, the
+// library is initialized all the time: that step and the last one are left out, and the sequence takes
+// the lock itself, from login to logout.
 class TokenSequence {
 public:
     // The numbers in the headings of the clean-up steps.
@@ -42,7 +51,8 @@ public:
     bool initialize();
     // A serial session, read-only, without callback.
     bool openSession(const char* heading = "1) Try to open a new session ");
-    // As the user. The PIN's bytes are passed unchanged.
+    // As the user. The PIN's bytes are passed unchanged. In the modern behaviour, a login that the
+    // token has already is used and left.
     bool login(const SecretBytes& pin);
     // The first key object of a class (CKO_PRIVATE_KEY or CKO_PUBLIC_KEY), type and CKA_ID.
     bool findKey(int step, CK_OBJECT_CLASS objectClass, CK_KEY_TYPE keyType, const Bytes& id);
@@ -76,6 +86,7 @@ private:
     Site operation_;
     CK_SESSION_HANDLE session_ = 0;
     CK_OBJECT_HANDLE key_ = 0;
+    std::unique_lock<Mutex> login_;  // of the sequence lock
     bool initialized_ = false;
     bool opened_ = false;
     bool loggedIn_ = false;

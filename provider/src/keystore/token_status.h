@@ -94,6 +94,8 @@ public:
     }
 
     bool failed() const { return failed_; }
+    // CKR_OK without a failure, and after one that was not a call.
+    CK_RV result() const { return result_; }
     // Meaningful after a failure.
     NamedStatus status() const { return noKey_ ? noKeyFound : tokenStatus(result_); }
     // The token does not give a key object at all, or not without a login.

@@ -17,6 +17,7 @@
 #include "config/mode.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
+#include "p11/library_life.h"
 #include "pindialog/pindialog.h"
 
 namespace NV {
@@ -107,7 +108,8 @@ bool Provider::init()
         return trace.endWithResult(false);
     setDefaultProperties();
     serveFirstActiveSlot(here);
-    pkcs11_->C_Finalize(nullptr);
+    if (!pkcs11_->joined())
+        pkcs11_->C_Finalize(nullptr);
     return trace.endWithResult(true);
 }
 
@@ -120,6 +122,8 @@ bool Provider::openToken(const Site& init)
         return false;
     }
     NV_UNDER(TRC, init, "Success to load PKCS11 library");
+    if (pkcs11_->joined())
+        return true;
     if (pkcs11_->C_Initialize(nullptr) != CKR_OK) {
         NV_UNDER(ERR, init, "Failed to call C_Initialize()");
         return false;

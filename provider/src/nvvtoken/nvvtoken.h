@@ -5,8 +5,10 @@
 
 #include "base/cng.h"
 
+#include <atomic>
 #include <map>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 #include <vector>
@@ -23,17 +25,14 @@
 
 namespace NV {
 
-// Serializes the token sequences of all providers in the process. The providers share the PKCS#11
-// library's one initialized state, which a C_Finalize inside another provider's sequence would end.
-// Take this lock after the provider's lock and before the key store's, never while the PIN dialog
-// is open, and never at process detach.
-Mutex& sequenceLock();
-
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
 // The public operations have the names, arguments, and results of CNG's callbacks, without the
-// provider handle. Each one holds the provider's lock until it returns, also while the PIN dialog
-// is open, so that calls on one provider are serialized. All lengths are in bytes.
+// provider handle. All lengths are in bytes.
+//
+// In the classic behaviour, each one holds the provider's lock until it returns, also while the PIN
+// dialog is open, so that calls on one provider are serialized. In the modern behaviour, it releases
+// the lock when it has found its key: token operations of a provider run side by side.
 class Provider {
 public:
     // Touches neither the configuration nor the token.
@@ -128,53 +127,55 @@ private:
                                     DWORD cbOutput, DWORD* pcbResult);
 
     // Agrees on a secret with the owner of an imported public key, and adds it to the list.
-    SECURITY_STATUS agree(const Site& site, P11KeyObject& key, const P11KeyObject& peer,
-                          NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin);
+    SECURITY_STATUS agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
+                          const P11KeyObject& peer, NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                          const SecretBytes& pin);
     // The public key behind the handle, which lives as long as the result. Null if the store does not
-    // know the handle, or knows it as that of an RSA key. Compat: in classic, the store is not asked, and the handle must be one of a key.
+    // know the handle, or knows it as that of an RSA key. Compat: in classic, the store is not asked,
+    // and the handle must be one of a key.
     std::shared_ptr<const P11KeyObject> peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
 
     // Asks the user for the PIN. Sets the status to 0 and returns the PIN, which can be empty;
     // otherwise sets the status that the operation must return.
     SecretBytes enterPIN(SECURITY_STATUS& status);
 
-    // Runs the work with the opened key of a handle. NTE_INVALID_HANDLE if there is none.
-    template <typename Work>
-    SECURITY_STATUS withKey(const Site& site, NCRYPT_KEY_HANDLE hKey, const Work& work);
+    // The parts of a token operation; see nvvtoken_work.h. `held` is the provider's lock.
+    using Held = std::unique_lock<Mutex>;
+
+    // The operation, the provider's lock, and the key's handle.
+    struct KeyUse {
+        const Site& site;
+        Held& held;
+        NCRYPT_KEY_HANDLE hKey;
+    };
 
     // The token operations behind their argument checks. In modern, everything that can be told or
-    // refused without the user and the token is.
-    SECURITY_STATUS sign(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call,
-                         DWORD* pcbResult);
-    SECURITY_STATUS signChecked(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call,
-                                DWORD* pcbResult);
-    SECURITY_STATUS verify(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call);
-    SECURITY_STATUS verifyChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                  const SignatureCall& call);
-    SECURITY_STATUS encrypt(const Site& site, NCRYPT_KEY_HANDLE hKey, const CipherCall& call);
-    SECURITY_STATUS encryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                   const CipherCall& call);
-    SECURITY_STATUS decrypt(const Site& site, NCRYPT_KEY_HANDLE hKey, const CipherCall& call);
-    SECURITY_STATUS decryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                   const CipherCall& call);
+    // refused without the user and the token is. The calls have no call layer yet.
+    SECURITY_STATUS sign(const KeyUse& use, const SignatureCall& call, DWORD* pcbResult);
+    SECURITY_STATUS signChecked(const KeyUse& use, const SignatureCall& call, DWORD* pcbResult);
+    SECURITY_STATUS verify(const KeyUse& use, const SignatureCall& call);
+    SECURITY_STATUS verifyChecked(const KeyUse& use, const SignatureCall& call);
+    SECURITY_STATUS encrypt(const KeyUse& use, const CipherCall& call);
+    SECURITY_STATUS encryptChecked(const KeyUse& use, const CipherCall& call);
+    SECURITY_STATUS decrypt(const KeyUse& use, const CipherCall& call);
+    SECURITY_STATUS decryptChecked(const KeyUse& use, const CipherCall& call);
     // The token decrypts into as many bytes as the modulus has: some tokens want no fewer.
     SECURITY_STATUS decryptIntoOwnBuffer(const Site& site, P11KeyObject& key,
                                          const CipherCall& call, DWORD modulus);
 
     // The two ways of what has an output.
     struct TokenWays {
-        SECURITY_STATUS (Provider::*sign)
-        (const Site&, NCRYPT_KEY_HANDLE, const SignatureCall&, DWORD* pcbResult);
-        SECURITY_STATUS (Provider::*encrypt)(const Site&, NCRYPT_KEY_HANDLE, const CipherCall&);
-        SECURITY_STATUS (Provider::*decrypt)(const Site&, NCRYPT_KEY_HANDLE, const CipherCall&);
+        SECURITY_STATUS (Provider::*sign)(const KeyUse&, const SignatureCall&, DWORD* pcbResult);
+        SECURITY_STATUS (Provider::*encrypt)(const KeyUse&, const CipherCall&);
+        SECURITY_STATUS (Provider::*decrypt)(const KeyUse&, const CipherCall&);
     };
     static const TokenWays& tokenWays();
 
     // What both ways do in the end.
     SECURITY_STATUS signWithPIN(const Site& site, P11KeyObject& key, const SignatureCall& call,
                                 DWORD* pcbResult);
-    static SECURITY_STATUS verifyOnToken(P11KeyObject& key, const SignatureCall& call);
-    static SECURITY_STATUS encryptOnToken(P11KeyObject& key, const CipherCall& call);
+    SECURITY_STATUS verifyOnToken(const Site& site, P11KeyObject& key, const SignatureCall& call);
+    SECURITY_STATUS encryptOnToken(const Site& site, P11KeyObject& key, const CipherCall& call);
     SECURITY_STATUS decryptWithPIN(const Site& site, P11KeyObject& key, const CipherCall& call);
     // NTE_INTERNAL_ERROR for 0, which is logged: the length is not known.
     static SECURITY_STATUS reportSignatureLength(const Site& site, DWORD length, DWORD* pcbResult);
@@ -182,9 +183,18 @@ private:
     // Whether the caller's NCRYPT_SILENT_FLAG keeps the dialog from being shown, which is logged.
     static bool mustStaySilent(const Site& site, DWORD dwFlags);
 
-    // Runs the work under the sequence lock. NTE_INTERNAL_ERROR if memory runs out in it.
+    // Runs the work with the opened key of a handle, which lives until the work is done.
+    // NTE_INVALID_HANDLE if there is none.
     template <typename Work>
-    static SECURITY_STATUS onToken(const Work& work);
+    SECURITY_STATUS withKey(const Site& site, Held& held, NCRYPT_KEY_HANDLE hKey, const Work& work);
+
+    // Runs the work with a call layer on the library.
+    template <typename Work>
+    SECURITY_STATUS onToken(const Site& site, const Work& work);
+    template <typename Work>
+    SECURITY_STATUS inSequence(const Work& work);
+    template <typename Work>
+    SECURITY_STATUS sideBySide(const Site& site, const Work& work);
 
     // Asks for the PIN and runs the work with it, as onToken does. Compat: an empty PIN
     // skips the work, and the status is 0.
@@ -195,7 +205,7 @@ private:
     Mutex lock_{LockRank::provider};
     std::unique_ptr<Pkcs11> pkcs11_;
     P11Slot* slot_ = nullptr;
-    HWND ownerWindow_ = nullptr;
+    std::atomic<HWND> ownerWindow_ = nullptr;
     KeyStore keyStore_;
     CertStore certStore_;
     std::map<std::wstring, std::shared_ptr<Property>> properties_;

@@ -53,66 +53,71 @@ bool Provider::mustStaySilent(const Site& site, DWORD dwFlags)
     return true;
 }
 
-SECURITY_STATUS Provider::signChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                      const SignatureCall& call, DWORD* pcbResult)
+SECURITY_STATUS Provider::signChecked(const KeyUse& use, const SignatureCall& call,
+                                      DWORD* pcbResult)
 {
-    return withKey(site, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
-        if (const SECURITY_STATUS status = key.checkSignature(site, call); status != ERROR_SUCCESS)
+    return withKey(use.site, use.held, use.hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
+        if (const SECURITY_STATUS status = key.checkSignature(use.site, call);
+            status != ERROR_SUCCESS)
             return status;
         const DWORD needed = key.signatureLength();
         if (const auto answer =
-                answerFromLength(site, needed, call.pbSignature, call.cbSignature, pcbResult))
+                answerFromLength(use.site, needed, call.pbSignature, call.cbSignature, pcbResult))
             return *answer;
         if (call.pbSignature == nullptr)
-            return reportSignatureLength(site, needed, pcbResult);
-        if (mustStaySilent(site, call.dwFlags))
+            return reportSignatureLength(use.site, needed, pcbResult);
+        if (mustStaySilent(use.site, call.dwFlags))
             return NTE_SILENT_CONTEXT;
-        return signWithPIN(site, key, call, pcbResult);
+        return signWithPIN(use.site, key, call, pcbResult);
     });
 }
 
-SECURITY_STATUS Provider::verifyChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                        const SignatureCall& call)
+SECURITY_STATUS Provider::verifyChecked(const KeyUse& use, const SignatureCall& call)
 {
     const auto checked = [&](P11KeyObject& key, const auto& work) -> SECURITY_STATUS {
-        if (const SECURITY_STATUS status = key.checkSignature(site, call); status != ERROR_SUCCESS)
+        if (const SECURITY_STATUS status = key.checkSignature(use.site, call);
+            status != ERROR_SUCCESS)
             return status;
-        return hasSignatureLength(site, key, call) ? work(key) : NTE_BAD_SIGNATURE;
+        return hasSignatureLength(use.site, key, call) ? work(key) : NTE_BAD_SIGNATURE;
     };
-    if (const auto imported = keyStore_.importedRSAKey(hKey))
-        return checked(*logFound(site, imported.get()), [&](P11KeyObject& key) {
-            return verifyWithoutToken(site, key, call).value_or(NTE_NOT_SUPPORTED);
+    if (const auto imported = keyStore_.importedRSAKey(use.hKey)) {
+        use.held.unlock();
+        return checked(*logFound(use.site, imported.get()), [&](P11KeyObject& key) {
+            return verifyWithoutToken(use.site, key, call).value_or(NTE_NOT_SUPPORTED);
         });
-    return withKey(site, hKey, [&](P11KeyObject& opened) {
-        return checked(opened, [&](P11KeyObject& key) { return verifyOnToken(key, call); });
+    }
+    return withKey(use.site, use.held, use.hKey, [&](P11KeyObject& opened) {
+        return checked(opened,
+                       [&](P11KeyObject& key) { return verifyOnToken(use.site, key, call); });
     });
 }
 
-SECURITY_STATUS Provider::encryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                         const CipherCall& call)
+SECURITY_STATUS Provider::encryptChecked(const KeyUse& use, const CipherCall& call)
 {
     const auto checked = [&](P11KeyObject& key, const auto& work) -> SECURITY_STATUS {
-        if (const SECURITY_STATUS status = key.checkCipher(site, call); status != ERROR_SUCCESS)
+        if (const SECURITY_STATUS status = key.checkCipher(use.site, call); status != ERROR_SUCCESS)
             return status;
         // The length of the modulus.
-        const auto answer = answerFromLength(site, key.signatureLength(), call.pbOutput,
+        const auto answer = answerFromLength(use.site, key.signatureLength(), call.pbOutput,
                                              call.cbOutput, call.pcbResult);
         return answer ? *answer : work(key);
     };
-    if (const auto imported = keyStore_.importedRSAKey(hKey))
-        return checked(*logFound(site, imported.get()), [&](P11KeyObject& key) {
-            return encryptWithoutToken(site, key, call).value_or(NTE_NOT_SUPPORTED);
+    if (const auto imported = keyStore_.importedRSAKey(use.hKey)) {
+        use.held.unlock();
+        return checked(*logFound(use.site, imported.get()), [&](P11KeyObject& key) {
+            return encryptWithoutToken(use.site, key, call).value_or(NTE_NOT_SUPPORTED);
         });
-    return withKey(site, hKey, [&](P11KeyObject& opened) {
-        return checked(opened, [&](P11KeyObject& key) { return encryptOnToken(key, call); });
+    }
+    return withKey(use.site, use.held, use.hKey, [&](P11KeyObject& opened) {
+        return checked(opened,
+                       [&](P11KeyObject& key) { return encryptOnToken(use.site, key, call); });
     });
 }
 
-SECURITY_STATUS Provider::decryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                         const CipherCall& call)
+SECURITY_STATUS Provider::decryptChecked(const KeyUse& use, const CipherCall& call)
 {
-    return withKey(site, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
-        if (const SECURITY_STATUS status = key.checkCipher(site, call); status != ERROR_SUCCESS)
+    return withKey(use.site, use.held, use.hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
+        if (const SECURITY_STATUS status = key.checkCipher(use.site, call); status != ERROR_SUCCESS)
             return status;
         // The cipher text is as long as the modulus, if the certificate does not tell its length.
         const DWORD modulus = key.signatureLength() != 0 ? key.signatureLength() : call.cbInput;
@@ -120,9 +125,9 @@ SECURITY_STATUS Provider::decryptChecked(const Site& site, NCRYPT_KEY_HANDLE hKe
             *call.pcbResult = modulus;
             return ERROR_SUCCESS;
         }
-        if (mustStaySilent(site, call.dwFlags))
+        if (mustStaySilent(use.site, call.dwFlags))
             return NTE_SILENT_CONTEXT;
-        return decryptIntoOwnBuffer(site, key, call, modulus);
+        return decryptIntoOwnBuffer(use.site, key, call, modulus);
     });
 }
 

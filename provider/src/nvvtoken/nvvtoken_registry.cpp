@@ -11,6 +11,7 @@
 #include "base/process_end.h"
 #include "base/scope_exit.h"
 #include "logger/trace.h"
+#include "p11/library_life.h"
 
 namespace NV {
 
@@ -24,12 +25,6 @@ NCRYPT_PROV_HANDLE handleOf(const Provider* provider)
 }
 
 }  // namespace
-
-Mutex& sequenceLock()
-{
-    static NeverDestroyed<Mutex> lock(LockRank::sequence);
-    return *lock;
-}
 
 ProviderManager& ProviderManager::instance()
 {

@@ -3,6 +3,7 @@
 #include "nvvtoken/nvvtoken.h"
 
 #include <memory>
+#include <mutex>
 #include <new>
 #include <span>
 #include <string_view>
@@ -106,21 +107,21 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
     Trace trace(here);
     trace.arguments(pointer("hPrivKey", hPrivKey), pointer("hPubKey", hPubKey),
                     pointer("phAgreedSecret", phAgreedSecret), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     if (hPrivKey == 0 || hPubKey == 0 || phAgreedSecret == nullptr)
         return trace.end(NTE_INVALID_PARAMETER);
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
-    return trace.end(withKey(here, hPrivKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
+    return trace.end(withKey(here, guard, hPrivKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
         const std::shared_ptr<const P11KeyObject> peer = peerKey(here, hPubKey);
         if (peer == nullptr)
             return NTE_INVALID_HANDLE;
         if (mustStaySilent(here, dwFlags))
             return NTE_SILENT_CONTEXT;
-        return withPIN(here, [&](const SecretBytes& pin) {
-            return agree(here, key, *peer, phAgreedSecret, pin);
+        return withPIN(here, [&](Pkcs11& p11, const SecretBytes& pin) {
+            return agree(here, p11, key, *peer, phAgreedSecret, pin);
         });
     }));
 }
@@ -139,16 +140,17 @@ std::shared_ptr<const P11KeyObject> Provider::peerKey(const Site& site, NCRYPT_K
     return {std::shared_ptr<void>(), reinterpret_cast<const P11KeyObject*>(hPubKey)};
 }
 
-SECURITY_STATUS Provider::agree(const Site& site, P11KeyObject& key, const P11KeyObject& peer,
-                                NCRYPT_SECRET_HANDLE* phAgreedSecret, const SecretBytes& pin)
+SECURITY_STATUS Provider::agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
+                                const P11KeyObject& peer, NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                                const SecretBytes& pin)
 {
     Bytes peerKey = base64Decode(peer.publicKey());
     NV_UNDER(DBG, site, "Peer's public key(b64)=[%s]", peer.publicKey().c_str());
     NV_UNDER(DBG, site, "Peer's public key=[%s], %d bytes", hexEncode(peerKey).c_str(),
              static_cast<int>(peerKey.size()));
     NCRYPT_SECRET_HANDLE handle = 0;
-    const SECURITY_STATUS status = key.secretAgreement(
-        pkcs11_.get(), peerKey.data(), static_cast<DWORD>(peerKey.size()), &handle, pin);
+    const SECURITY_STATUS status =
+        key.secretAgreement(&p11, peerKey.data(), static_cast<DWORD>(peerKey.size()), &handle, pin);
     if (status != ERROR_SUCCESS) {
         NV_UNDER(ERR, site, "SecretAgreement() failed with error-code:0x%08x",
                  static_cast<unsigned>(status));
@@ -173,7 +175,7 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
                     pointer("pParameterList", pParameterList),
                     pointer("pbDerivedKey", pbDerivedKey), number("cbDerivedKey", cbDerivedKey),
                     pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     if (hSharedSecret == 0 || pwszKDF == nullptr || pcbResult == nullptr ||
@@ -207,9 +209,11 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
                asPointer(hSharedSecret));
         return trace.end(NTE_INVALID_HANDLE);
     }
-    return trace.end(onToken([&] {
-        return keyStore_.derive({pkcs11_.get(), slot_ != nullptr ? slot_->id() : 0, hSharedSecret,
-                                 *secret, pbDerivedKey, cbDerivedKey, pcbResult, *hash, useHmacKdf,
+    if (pkcs11_->joined())
+        guard.unlock();
+    return trace.end(onToken(here, [&](Pkcs11& p11) {
+        return keyStore_.derive({&p11, slot_ != nullptr ? slot_->id() : 0, hSharedSecret, *secret,
+                                 pbDerivedKey, cbDerivedKey, pcbResult, *hash, useHmacKdf,
                                  secretAsHmacKey ? *secret : parameters.hmacKey, parameters.prepend,
                                  parameters.append});
     }));

@@ -141,7 +141,7 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
                     pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
                     pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
                     pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     const bool buffersValid = isInput(pbHashValue, cbHashValue) &&
@@ -150,29 +150,28 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end((this->*tokenWays().sign)(
-        here, hKey,
-        {pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
+        {here, guard, hKey},
+        {nullptr, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
         pcbResult));
 }
 
-SECURITY_STATUS Provider::sign(const Site& site, NCRYPT_KEY_HANDLE hKey, const SignatureCall& call,
-                               DWORD* pcbResult)
+SECURITY_STATUS Provider::sign(const KeyUse& use, const SignatureCall& call, DWORD* pcbResult)
 {
-    return withKey(site, hKey, [&](P11KeyObject& key) {
+    return withKey(use.site, use.held, use.hKey, [&](P11KeyObject& key) {
         return call.pbSignature == nullptr
-                   ? reportSignatureLength(site, key.signatureLength(), pcbResult)
-                   : signWithPIN(site, key, call, pcbResult);
+                   ? reportSignatureLength(use.site, key.signatureLength(), pcbResult)
+                   : signWithPIN(use.site, key, call, pcbResult);
     });
 }
 
 SECURITY_STATUS Provider::signWithPIN(const Site& site, P11KeyObject& key,
                                       const SignatureCall& call, DWORD* pcbResult)
 {
-    return withPIN(site, [&](const SecretBytes& pin) {
+    return withPIN(site, [&](Pkcs11& p11, const SecretBytes& pin) {
         DWORD length = 0;
         const SECURITY_STATUS status =
-            key.sign(call.p11, call.pPaddingInfo, call.pbHashValue, call.cbHashValue,
-                     call.pbSignature, call.cbSignature, &length, call.dwFlags, pin);
+            key.sign(&p11, call.pPaddingInfo, call.pbHashValue, call.cbHashValue, call.pbSignature,
+                     call.cbSignature, &length, call.dwFlags, pin);
         if (status != ERROR_SUCCESS)
             return status;
         // The token's own length is for a key whose length the certificate does not tell.
@@ -191,29 +190,30 @@ SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPadding
                     pointer("pbHashValue", pbHashValue), number("cbHashValue", cbHashValue),
                     pointer("pbSignature", pbSignature), number("cbSignature", cbSignature),
                     flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     const bool buffersValid =
         isInput(pbHashValue, cbHashValue) && isOutput(pbSignature, cbSignature);
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    const SignatureCall call{pkcs11_.get(), pPaddingInfo, pbHashValue, cbHashValue,
-                             pbSignature,   cbSignature,  dwFlags};
-    return trace.end(mode().verifiesAsItSigns() ? verifyChecked(here, hKey, call)
-                                                : verify(here, hKey, call));
+    const SignatureCall call{nullptr,     pPaddingInfo, pbHashValue, cbHashValue,
+                             pbSignature, cbSignature,  dwFlags};
+    return trace.end(mode().verifiesAsItSigns() ? verifyChecked({here, guard, hKey}, call)
+                                                : verify({here, guard, hKey}, call));
 }
 
-SECURITY_STATUS Provider::verify(const Site& site, NCRYPT_KEY_HANDLE hKey,
-                                 const SignatureCall& call)
+SECURITY_STATUS Provider::verify(const KeyUse& use, const SignatureCall& call)
 {
-    return withKey(site, hKey, [&](P11KeyObject& key) { return verifyOnToken(key, call); });
+    return withKey(use.site, use.held, use.hKey,
+                   [&](P11KeyObject& key) { return verifyOnToken(use.site, key, call); });
 }
 
-SECURITY_STATUS Provider::verifyOnToken(P11KeyObject& key, const SignatureCall& call)
+SECURITY_STATUS Provider::verifyOnToken(const Site& site, P11KeyObject& key,
+                                        const SignatureCall& call)
 {
-    return onToken([&] {
-        return key.verify(call.p11, call.pPaddingInfo, call.pbHashValue, call.cbHashValue,
+    return onToken(site, [&](Pkcs11& p11) {
+        return key.verify(&p11, call.pPaddingInfo, call.pbHashValue, call.cbHashValue,
                           call.pbSignature, call.cbSignature, call.dwFlags);
     });
 }
@@ -228,7 +228,7 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
                     pointer("pPaddingInfo", pPaddingInfo), pointer("pbOutput", pbOutput),
                     number("cbOutput", cbOutput), pointer("pcbResult", pcbResult),
                     flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     // Compat: the input is not checked.
@@ -236,19 +236,21 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end((this->*tokenWays().encrypt)(
-        here, hKey,
-        {pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}));
+        {here, guard, hKey},
+        {nullptr, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}));
 }
 
-SECURITY_STATUS Provider::encrypt(const Site& site, NCRYPT_KEY_HANDLE hKey, const CipherCall& call)
+SECURITY_STATUS Provider::encrypt(const KeyUse& use, const CipherCall& call)
 {
-    return withKey(site, hKey, [&](P11KeyObject& key) { return encryptOnToken(key, call); });
+    return withKey(use.site, use.held, use.hKey,
+                   [&](P11KeyObject& key) { return encryptOnToken(use.site, key, call); });
 }
 
-SECURITY_STATUS Provider::encryptOnToken(P11KeyObject& key, const CipherCall& call)
+SECURITY_STATUS Provider::encryptOnToken(const Site& site, P11KeyObject& key,
+                                         const CipherCall& call)
 {
-    return onToken([&] {
-        return key.encrypt(call.p11, call.pPaddingInfo, call.pbInput, call.cbInput, call.pbOutput,
+    return onToken(site, [&](Pkcs11& p11) {
+        return key.encrypt(&p11, call.pPaddingInfo, call.pbInput, call.cbInput, call.pbOutput,
                            call.cbOutput, call.pcbResult, call.dwFlags);
     });
 }
@@ -264,7 +266,7 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     trace.skipArgument();  // Compat: there is no ARG[4]; the next number is 5.
     trace.arguments(pointer("pbOutput", pbOutput), number("cbOutput", cbOutput),
                     pointer("pcbResult", pcbResult), flagBits("dwFlags", dwFlags));
-    const std::lock_guard guard(lock_);
+    std::unique_lock guard(lock_);
     trace.startClock();
 
     const bool buffersValid =
@@ -273,20 +275,21 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
     return trace.end((this->*tokenWays().decrypt)(
-        here, hKey,
-        {pkcs11_.get(), pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}));
+        {here, guard, hKey},
+        {nullptr, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}));
 }
 
-SECURITY_STATUS Provider::decrypt(const Site& site, NCRYPT_KEY_HANDLE hKey, const CipherCall& call)
+SECURITY_STATUS Provider::decrypt(const KeyUse& use, const CipherCall& call)
 {
-    return withKey(site, hKey, [&](P11KeyObject& key) { return decryptWithPIN(site, key, call); });
+    return withKey(use.site, use.held, use.hKey,
+                   [&](P11KeyObject& key) { return decryptWithPIN(use.site, key, call); });
 }
 
 SECURITY_STATUS Provider::decryptWithPIN(const Site& site, P11KeyObject& key,
                                          const CipherCall& call)
 {
-    return withPIN(site, [&](const SecretBytes& pin) {
-        return key.decrypt(call.p11, call.pPaddingInfo, call.pbInput, call.cbInput, call.pbOutput,
+    return withPIN(site, [&](Pkcs11& p11, const SecretBytes& pin) {
+        return key.decrypt(&p11, call.pPaddingInfo, call.pbInput, call.cbInput, call.pbOutput,
                            call.cbOutput, call.pcbResult, call.dwFlags, pin);
     });
 }

@@ -11,6 +11,8 @@
 #include "base/scope_exit.h"
 #include "base/text.h"
 #include "base/writable_memory.h"
+#include "config/mode.h"
+#include "p11/library_life.h"
 #include "p11/library_use.h"
 #include "p11/p11text.h"
 
@@ -109,6 +111,10 @@ bool P11Module::checkPath(const Site& load) const
     }
     const std::wstring path = fromUtf8(path_);
     NV_UNDER(DBG, load, "Path (u8) = %s", toUtf8(path).c_str());
+    if (mode().restrictsLibrarySearch() && !std::filesystem::path(path).is_absolute()) {
+        NV_UNDER(ERR, load, "FAILURE: %s is not an absolute path", path_.c_str());
+        return false;
+    }
     if (!fileExists(path)) {
         NV_UNDER(ERR, load, "FAILURE: %s file does not exist", path_.c_str());
         return false;
@@ -116,6 +122,32 @@ bool P11Module::checkPath(const Site& load) const
     NV_UNDER(DBG, load, "SUCCESS: %s file exists", path_.c_str());
     return true;
 }
+
+namespace {
+
+// Compat: unlike checkPath, this makes each byte a character. A path outside ASCII that exists does not
+// load, and the log shows both lines.
+LoadedLibrary loadFromAnywhere(const std::string& u8Path)
+{
+    const std::wstring path = widenBytes(u8Path);
+    LoadedLibrary library(LoadLibraryExW(path.c_str(), nullptr, 0));
+    if (library == nullptr)
+        library.reset(LoadLibraryW(path.c_str()));
+    return library;
+}
+
+// The DLLs that it needs come from its own folder, the program's and the system's: neither the current
+// folder nor PATH can plant one.
+LoadedLibrary loadFromTrustedFolders(const std::string& u8Path)
+{
+    const std::filesystem::path path(fromUtf8(u8Path));
+    // The search flags need the system's own separator.
+    return LoadedLibrary(
+        LoadLibraryExW(std::filesystem::path(path).make_preferred().wstring().c_str(), nullptr,
+                       LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
+}
+
+}  // namespace
 
 bool P11Module::loadLibrary(const Site& load)
 {
@@ -125,12 +157,8 @@ bool P11Module::loadLibrary(const Site& load)
                  static_cast<const void*>(library_.get()));
         return false;
     }
-    // Compat: unlike checkPath, this makes each byte a character. A path outside ASCII that exists
-    // does not load, and the log shows both lines.
-    const std::wstring path = widenBytes(path_);
-    library_.reset(LoadLibraryExW(path.c_str(), nullptr, 0));
-    if (library_ == nullptr)
-        library_.reset(LoadLibraryW(path.c_str()));
+    library_ =
+        mode().restrictsLibrarySearch() ? loadFromTrustedFolders(path_) : loadFromAnywhere(path_);
     if (library_ == nullptr) {
         NV_UNDER(ERR, load, "FAILURE: Module [%s] cannot be loaded", path_.c_str());
         return false;
@@ -218,17 +246,54 @@ bool P11Module::init()
         NV_ERR("The library is not initialized");
         return trace.leave(false);
     }
+    return trace.leave(mode().keepsLibraryInitialized() ? discoverShared(here)
+                                                        : discoverAlone(here));
+}
+
+// Between an initialization and a finalization of its own.
+bool P11Module::discoverAlone(const Site& init)
+{
     LibraryUse use;
     const ScopeExit giveBack([&] { use.giveBack(*functionList_); });
-    if (!initializeLibrary(here, use))
-        return trace.leave(false);
-    bool result = false;
+    if (!initializeLibrary(init, use))
+        return false;
+    const bool result = discover(init);
+    return finalizeLibrary(init, use) && result;
+}
+
+// In the initialized state that all providers and the rest of the process share.
+bool P11Module::discoverShared(const Site& init)
+{
+    LibraryLife& life = LibraryLife::instance();
+    const uint32_t generation = life.generation();
+    if (!joinLibrary(init))
+        return false;
+    if (discover(init))
+        return true;
+    return std::exchange(lost_, false) && life.resume(init, *functionList_, generation) &&
+           discover(init);
+}
+
+bool P11Module::joinLibrary(const Site& init)
+{
+    if (joined_)
+        return true;
+    const CK_RV rv = LibraryLife::instance().join(init, *functionList_);
+    joined_ = rv == CKR_OK || rv == CKR_CRYPTOKI_ALREADY_INITIALIZED;
+    if (!joined_)
+        NV_UNDER(ERR, init, "Error initializing the cryptoki library: 0x%lX\n", asLong(rv));
+    state_ = joined_ ? "INITIALIZED" : state_;
+    return joined_;
+}
+
+bool P11Module::discover(const Site& init)
+{
     try {
-        result = readLibraryInfo(here) && readSlots(here);
+        return readLibraryInfo(init) && readSlots(init);
     } catch (...) {
-        NV_ERR("Caught Exception.");
+        NV_UNDER(ERR, init, "Caught Exception.");
+        return false;
     }
-    return trace.leave(finalizeLibrary(here, use) && result);
 }
 
 bool P11Module::initializeLibrary(const Site& init, LibraryUse& use)
@@ -269,6 +334,7 @@ bool P11Module::readLibraryInfo(const Site& init)
     NV_UNDER(TRC, init, "Call C_GetInfo():END RV=%s", returnValueText(rv));
     if (rv != CKR_OK) {
         NV_UNDER(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
+        lost_ = rv == CKR_CRYPTOKI_NOT_INITIALIZED;
         return false;
     }
     NV_UNDER(DBG, init, "SUCCESS: C_GetInfo()");
@@ -448,7 +514,9 @@ bool P11Module::clean()
 {
     constexpr Site here = NV_HERE;
     const Trace trace = Trace::ofCleanUp(here);
-    if (functionList_ != nullptr) {
+    if (std::exchange(joined_, false)) {
+        LibraryLife::instance().leave(here, *functionList_);
+    } else if (functionList_ != nullptr && !mode().sharesLibraryWithHost()) {
         NV_CLEAN_UP(TRC, here, "Call C_Finalize(): START");
         quietly([this] { present(functionList_->C_Finalize)(nullptr); });
         NV_CLEAN_UP(TRC, here, "Call C_Finalize(): END");

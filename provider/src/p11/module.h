@@ -91,11 +91,13 @@ public:
     // std::filesystem::filesystem_error when the file system cannot tell whether the file exists.
     virtual bool load();
 
-    // The discovery: library information, slots with a token, their mechanisms. The library is
-    // finalized afterwards. A second call appends the slots again.
+    // The discovery: library information, slots with a token, their mechanisms. In the classic
+    // behaviour, the library is finalized afterwards; in the modern one, it stays initialized until
+    // the module is destroyed. A second call appends the slots again.
     virtual bool init();
 
-    // Finalizes and unloads the library and frees owned init arguments. For the destructor.
+    // Finalizes and unloads the library and frees owned init arguments. For the destructor. What is
+    // finalized in the modern behaviour: see LibraryLife.
     virtual bool clean();
 
     // A lock that uses the callbacks of the init arguments. Without init arguments nothing is
@@ -108,6 +110,8 @@ public:
     // "UNINITIALIZED", "LOADED" or "INITIALIZED". Informational: nothing depends on it.
     const std::string& state() const { return state_; }
     const std::string& path() const { return path_; }
+    // Whether the library stays initialized while the module lives.
+    bool joined() const { return joined_; }
     CK_VERSION cryptokiVersion() const { return version_; }
     const CK_INFO& libraryInfo() const { return libraryInfo_; }
     const std::vector<std::unique_ptr<P11Slot>>& slots() const { return slots_; }
@@ -135,6 +139,10 @@ private:
     void verifyFunctionList(const Site& load);
     void repairFunctionList(const Site& load);
 
+    bool discoverAlone(const Site& init);
+    bool discoverShared(const Site& init);
+    bool discover(const Site& init);
+    bool joinLibrary(const Site& init);
     bool initializeLibrary(const Site& init, LibraryUse& use);
     bool readLibraryInfo(const Site& init);
     bool readSlots(const Site& init);
@@ -154,6 +162,9 @@ private:
     InitArgs ownedInitArgs_;
     std::vector<std::unique_ptr<P11Slot>> slots_;
     bool repairFunctionList_ = true;
+    bool joined_ = false;
+    // The discovery has met CKR_CRYPTOKI_NOT_INITIALIZED.
+    bool lost_ = false;
     CK_VOID_PTR mutexHandle_ = nullptr;
 };
 

@@ -36,7 +36,7 @@ bool Pkcs11::loadModule(std::string path)
     trace.arguments(text("path", path.c_str()));
     if (module_ != nullptr)
         return trace.leaving(false);
-    module_ = std::make_unique<P11Module>(std::move(path));
+    module_ = std::make_shared<P11Module>(std::move(path));
     return trace.leaving(module_->load() && module_->init());
 }
 

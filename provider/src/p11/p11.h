@@ -6,6 +6,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "base/mutex.h"
@@ -15,7 +16,7 @@
 
 namespace NV {
 
-// Owns the library's module and has one member for each of the 68 functions, with the standard's
+// Owns the library's module, or a share of it, and has one member for each of the 68 functions, with the standard's
 // name, arguments and result. Each member logs its arguments, holds the object's lock until it
 // returns, times the library call alone, and logs the outcome. The lock is not recursive: no member
 // calls another.
@@ -26,6 +27,9 @@ namespace NV {
 class Pkcs11 {
 public:
     Pkcs11() = default;
+    // A call layer of its own for one operation, on a library that another one has loaded. Null: without
+    // a function list.
+    explicit Pkcs11(std::shared_ptr<P11Module> module) : module_(std::move(module)) {}
     virtual ~Pkcs11() = default;
     Pkcs11(const Pkcs11&) = delete;
     Pkcs11& operator=(const Pkcs11&) = delete;
@@ -44,6 +48,10 @@ public:
 
     // Null before loadModule.
     const P11Module* module() const { return module_.get(); }
+    const std::shared_ptr<P11Module>& sharedModule() const { return module_; }
+    // Whether the library stays initialized, so that operations need not initialize it and run side by
+    // side.
+    bool joined() const { return module_ != nullptr && module_->joined(); }
     // Whether any C_Initialize returned CKR_OK.
     bool initialized() const { return initialized_; }
     // clang-format on
@@ -79,7 +87,7 @@ private:
     // ones; see P11Module::replaceInitArgs.
     P11Module::InitArgs prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs);
 
-    std::unique_ptr<P11Module> module_;
+    std::shared_ptr<P11Module> module_;
     Mutex lock_{LockRank::callLayer};
     LibraryUse use_;
     bool initialized_ = false;

@@ -6,6 +6,7 @@
 #include <mutex>
 
 #include "nvvtoken/nvvtoken.h"
+#include "p11/library_life.h"
 #include "operations.h"
 
 namespace NV::fuzz {

@@ -26,11 +26,15 @@ struct NamedRank {
 };
 
 // As in docs/architecture.md.
-constexpr NamedRank ranks[] = {
-    {LockRank::registry, "registry"},    {LockRank::provider, "provider"},
-    {LockRank::sequence, "sequence"},    {LockRank::keyStore, "key store"},
-    {LockRank::callLayer, "call layer"}, {LockRank::log, "log"},
-    {LockRank::severeLog, "severe log"}, {LockRank::leaf, "leaf"}};
+constexpr NamedRank ranks[] = {{LockRank::registry, "registry"},
+                               {LockRank::provider, "provider"},
+                               {LockRank::sequence, "sequence"},
+                               {LockRank::keyStore, "key store"},
+                               {LockRank::callLayer, "call layer"},
+                               {LockRank::library, "library"},
+                               {LockRank::log, "log"},
+                               {LockRank::severeLog, "severe log"},
+                               {LockRank::leaf, "leaf"}};
 
 // The positions of two of them, the lock that is taken first before the other.
 NV_TEST_CHILD(takesTwo)

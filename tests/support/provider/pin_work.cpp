@@ -7,6 +7,7 @@
 #include "keystore/keystore_hash.h"
 #include "keystore/keystore_secret.h"
 #include "nvvtoken/nvvtoken.h"
+#include "p11/library_life.h"
 #include "peer_key.h"
 #include "token_work.h"
 

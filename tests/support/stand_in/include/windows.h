@@ -137,6 +137,8 @@ BOOL CloseHandle(HANDLE file);
 
 // Modules
 HMODULE LoadLibraryW(LPCWSTR name);
+inline constexpr DWORD LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR = 0x100;
+inline constexpr DWORD LOAD_LIBRARY_SEARCH_DEFAULT_DIRS = 0x1000;
 HMODULE LoadLibraryExW(LPCWSTR name, HANDLE reserved, DWORD flags);
 // Of a loaded module; it is not loaded and its use is not counted. Null: the program.
 HMODULE GetModuleHandleW(LPCWSTR name);
