@@ -54,6 +54,22 @@ TEST_F(SilentTest, otherRefusalsComeFirst)
     EXPECT_TRUE(token.calls().empty());
 }
 
+TEST_F(ModernModuleTest, silentPromptShowsTheDialogAllTheSame)
+{
+    profile.writeModernConfigFor(ScriptedToken::widePath(), "silentPrompt=yes\n");
+    token.addCertificate(Bytes{0x01, 0xAB}, certificateDer("rsa2048"));
+    token.addRsaKeyPair({0x01, 0xAB}, 2048);
+    start();
+    Bytes hash = someBytes(32);
+    Bytes signature(256);
+    DWORD length = 0;
+    DialogDriver dialog(DialogDriver::entering(std::wstring(kPin.begin(), kPin.end())));
+    EXPECT_EQ(status(ERROR_SUCCESS),
+              table()->SignHash(handle(), openKey(L"01AB"), nullptr, hash.data(), 32,
+                                signature.data(), 256, &length, NCRYPT_SILENT_FLAG));
+    EXPECT_EQ(1, dialog.answered());
+}
+
 TEST_F(SilentTest, withoutTheFlagTheDialogAppears)
 {
     EXPECT_EQ(status(ERROR_SUCCESS), withPin([&] { return sign(rsa, 256); }));
