@@ -19,6 +19,18 @@ protected:
     NCRYPT_SECRET_HANDLE secret = 0xEEEE;
 };
 
+class SilentPromptTest : public ModernModuleTest {
+protected:
+    // On this machine, a key of the configuration stays until another one names it.
+    ~SilentPromptTest() override
+    {
+        provider.reset();
+        module.reset();
+        profile.writeModernConfigFor(ScriptedToken::widePath(), "silentPrompt=no\n");
+        module.emplace();
+    }
+};
+
 }  // namespace
 
 TEST_F(SilentTest, theSilentFlagKeepsTheDialogFromAppearing)
@@ -54,7 +66,7 @@ TEST_F(SilentTest, otherRefusalsComeFirst)
     EXPECT_TRUE(token.calls().empty());
 }
 
-TEST_F(ModernModuleTest, silentPromptShowsTheDialogAllTheSame)
+TEST_F(SilentPromptTest, theDialogIsShownAllTheSame)
 {
     profile.writeModernConfigFor(ScriptedToken::widePath(), "silentPrompt=yes\n");
     token.addCertificate(Bytes{0x01, 0xAB}, certificateDer("rsa2048"));

@@ -128,7 +128,7 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
 
 std::shared_ptr<const P11KeyObject> Provider::peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey)
 {
-    if (mode().checksImportedKeys()) {
+    if (mode().looksUpHandles()) {
         std::shared_ptr<const P11KeyObject> peer = keyStore_.ownerOf(hPubKey);
         if (peer != nullptr && peer->algorithm() != "RSA")
             return peer;
@@ -237,7 +237,7 @@ SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)
     NV_WRN("Not found secretHandle(%p) in managed Global SecretHandle List",
            asPointer(hSharedSecret));
     // Compat: in classic, freeing an unknown secret succeeds.
-    return trace.end(mode().checksImportedKeys() ? NTE_INVALID_HANDLE : ERROR_SUCCESS);
+    return trace.end(mode().looksUpHandles() ? NTE_INVALID_HANDLE : ERROR_SUCCESS);
 }
 
 }  // namespace NV
