@@ -54,16 +54,18 @@ TEST(ImportedBlob, TheNumbersOfAnRsaBlobHaveNoLeadingZeros)
     const Bytes blob = rsaBlob({0, 24, 2, 3, 0, 0}, {0, 3, 0, 0x7F, 0x01, 0xEE});
     const ImportedRsaKey key = readImportedRsaBlob(blob);
     EXPECT_EQ(BlobVerdict::accepted, key.verdict);
-    EXPECT_EQ(Bytes{3}, bytesOf(key.exponent));
-    EXPECT_EQ((Bytes{0x7F, 0x01}), bytesOf(key.modulus));
-    EXPECT_EQ(15U, key.bits());
+    EXPECT_EQ(Bytes{3}, key.numbers.exponent);
+    EXPECT_EQ((Bytes{0x7F, 0x01}), key.numbers.modulus);
+    EXPECT_EQ(15U, key.numbers.bits());
 }
 
 TEST(ImportedBlob, BitsOfAnRsaKeyAreThoseOfItsModulus)
 {
     for (const auto& [first, bits] :
          {std::pair<unsigned char, uint32_t>{0x01, 9}, {0x40, 15}, {0x80, 16}, {0xFF, 16}})
-        EXPECT_EQ(bits, readImportedRsaBlob(rsaBlob({0, 16, 1, 2, 0, 0}, {3, first, 0xAA})).bits());
+        EXPECT_EQ(
+            bits,
+            readImportedRsaBlob(rsaBlob({0, 16, 1, 2, 0, 0}, {3, first, 0xAA})).numbers.bits());
 }
 
 TEST(ImportedBlob, AnRsaBlobThatContradictsItselfIsDamaged)
@@ -86,18 +88,17 @@ TEST(ImportedBlob, AnRsaBlobThatContradictsItselfIsDamaged)
 
 TEST(ImportedBlob, DerHasAZeroBeforeAHighBit)
 {
-    EXPECT_EQ("3006020105020103", hexEncode(encodeRsaPublicKey(Bytes{5}, Bytes{3})));
+    EXPECT_EQ("3006020105020103", hexEncode(encodeRsaPublicKey({{5}, {3}})));
     EXPECT_EQ("3008020200800202"
               "0080",
-              hexEncode(encodeRsaPublicKey(Bytes{0x80}, Bytes{0x80})));
+              hexEncode(encodeRsaPublicKey({{0x80}, {0x80}})));
 }
 
 // 127, 128, 255 and 256 bytes: one to three bytes of length.
 TEST(ImportedBlob, DerHasTheShortestLengths)
 {
     const auto beginning = [](size_t modulusSize, size_t count) {
-        Bytes modulus(modulusSize, 0x11);
-        return hexEncode(encodeRsaPublicKey(modulus, Bytes{3})).substr(0, 2 * count);
+        return hexEncode(encodeRsaPublicKey({Bytes(modulusSize, 0x11), {3}})).substr(0, 2 * count);
     };
     EXPECT_EQ("308184"
               "027F"

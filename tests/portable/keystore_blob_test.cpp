@@ -114,6 +114,93 @@ TEST(RsaBlob, IsEmptyWhenTheModulusIsCutShort)
     }
 }
 
+TEST(RsaNumbers, AreReadWithoutLeadingZeros)
+{
+    const auto numbers = readRsaBlob(joined({"52534131", "00000000", "03000000", "04000000",
+                                             "0000000000000000", "000003", "00008001", "FF"}));
+    ASSERT_TRUE(numbers);
+    EXPECT_EQ("03", hexOf(numbers->exponent));
+    EXPECT_EQ("8001", hexOf(numbers->modulus));
+}
+
+TEST(RsaNumbers, HaveTheModulusTrueLength)
+{
+    EXPECT_EQ(0U, (RsaNumbers{}.bits()));
+    EXPECT_EQ(1U, (RsaNumbers{hexDecode("01"), {}}.bits()));
+    EXPECT_EQ(8U, (RsaNumbers{hexDecode("80"), {}}.bits()));
+    EXPECT_EQ(9U, (RsaNumbers{hexDecode("01FF"), {}}.bits()));
+    EXPECT_EQ(23U, (RsaNumbers{hexDecode("400000"), {}}.bits()));
+}
+
+TEST(RsaNumbers, AreNoneInAnotherOrAShorterBlob)
+{
+    const Bytes whole =
+        joined({"52534131", "10000000", "01000000", "02000000", "0000000000000000", "03", "8001"});
+    ASSERT_TRUE(readRsaBlob(whole));
+    for (size_t size = 0; size < whole.size(); ++size)
+        EXPECT_FALSE(readRsaBlob(std::span(whole).first(size))) << size;
+    for (const char* magic : {"52534132", "31415352", "45434B31", "00000000"}) {
+        Bytes other = hexDecode(magic);
+        other.insert(other.end(), whole.begin() + 4, whole.end());
+        EXPECT_FALSE(readRsaBlob(other)) << magic;
+    }
+}
+
+TEST(RsaNumbers, AreNoneWithSizesThatOverflow)
+{
+    for (const auto& [exponent, modulus] :
+         {std::pair{"FFFFFFFF", "02000000"}, std::pair{"01000000", "FFFFFFFF"},
+          std::pair{"FFFFFFFF", "FFFFFFFF"}, std::pair{"FFFFFFFF", "04000000"},
+          std::pair{"02000000", "02000000"}})
+        EXPECT_FALSE(readRsaBlob(
+            joined({"52534131", "10000000", exponent, modulus, "0000000000000000", "03", "8001"})))
+            << exponent << modulus;
+}
+
+TEST(RsaNumbers, AreNoneIfOneIsZero)
+{
+    for (const auto& [exponent, modulus] : {std::pair{"00", "8001"}, std::pair{"03", "0000"}})
+        EXPECT_FALSE(readRsaBlob(joined({"52534131", "10000000", "01000000", "02000000",
+                                         "0000000000000000", exponent, modulus})));
+    EXPECT_FALSE(readRsaBlob(
+        joined({"52534131", "10000000", "00000000", "02000000", "0000000000000000", "8001"})));
+    EXPECT_FALSE(readRsaBlob(
+        joined({"52534131", "10000000", "01000000", "00000000", "0000000000000000", "03"})));
+}
+
+TEST(RsaNumbers, AreWrittenWithTheirOwnLengths)
+{
+    EXPECT_EQ("52534131"
+              "0F000000"
+              "05000000"
+              "02000000"
+              "0000000000000000"
+              "0100000001"
+              "4001",
+              hexOf(rsaBlob({hexDecode("4001"), hexDecode("0100000001")})));
+}
+
+TEST(RsaNumbers, AreWrittenForCryptoApiWithALengthOfWholeBytes)
+{
+    EXPECT_EQ("0602000000A40000"
+              "52534131"
+              "10000000"
+              "03000000"
+              "0140",
+              hexOf(legacyRsaBlob({hexDecode("4001"), hexDecode("03")})));
+    EXPECT_EQ("0602000000A40000"
+              "52534131"
+              "08000000"
+              "010000F0"
+              "81",
+              hexOf(legacyRsaBlob({hexDecode("81"), hexDecode("F0000001")})));
+}
+
+TEST(RsaNumbers, CryptoApiHasNoRoomForAnExponentOfMoreThan32Bits)
+{
+    EXPECT_TRUE(legacyRsaBlob({hexDecode("81"), hexDecode("0100000001")}).empty());
+}
+
 TEST(RsaBlob, ThereIsNoneWithoutAWholeHead)
 {
     const Bytes head = joined({"0602000000A40000", "52534131", "40000000", "03000000"});

@@ -13,6 +13,11 @@
 #include <bcrypt.h>
 #include <ncrypt.h>
 
+// MinGW-w64 does not declare this one either.
+#ifndef NCRYPT_ECC_CURVE_NAME_PROPERTY
+#define NCRYPT_ECC_CURVE_NAME_PROPERTY L"ECCCurveName"
+#endif
+
 using NCryptOpenStorageProviderFn = SECURITY_STATUS(WINAPI*)(NCRYPT_PROV_HANDLE* phProvider,
                                                              LPCWSTR pszProviderName,
                                                              DWORD dwFlags);

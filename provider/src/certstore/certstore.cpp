@@ -11,6 +11,7 @@
 #include "base/curve.h"
 #include "base/scope_exit.h"
 #include "base/text.h"
+#include "config/mode.h"
 
 namespace NV {
 
@@ -37,21 +38,19 @@ CertContext createContext(const std::string& base64)
         CertCreateCertificateContext(anyEncoding, der.data(), static_cast<DWORD>(der.size())));
 }
 
-// The length of an elliptic-curve key in bits, by the named curve in the algorithm's parameters
-// (RFC 5480, 2.1.1). 0 for anything else.
-uint32_t namedCurveBits(const CRYPT_OBJID_BLOB& parameters)
+// The named curve in the parameters of an elliptic-curve key (RFC 5480, 2.1.1). Empty for anything else.
+std::string namedCurve(const CRYPT_OBJID_BLOB& parameters)
 {
     // The buffer begins with a pointer to the decoded text, which follows in the same buffer.
     DWORD size = 0;
     if (!CryptDecodeObject(X509_ASN_ENCODING, X509_OBJECT_IDENTIFIER, parameters.pbData,
                            parameters.cbData, 0, nullptr, &size))
-        return 0;
+        return {};
     std::vector<LPSTR> buffer(size / sizeof(LPSTR) + 1);
     if (!CryptDecodeObject(X509_ASN_ENCODING, X509_OBJECT_IDENTIFIER, parameters.pbData,
                            parameters.cbData, 0, buffer.data(), &size))
-        return 0;
-    const Curve* curve = findNamedCurve(buffer.front());
-    return curve != nullptr ? curve->keyLength : 0;
+        return {};
+    return buffer.front();
 }
 
 uint32_t keyBits(const CERT_CONTEXT& certificate)
@@ -64,7 +63,31 @@ uint32_t keyBits(const CERT_CONTEXT& certificate)
     CERT_PUBLIC_KEY_INFO& key = certificate.pCertInfo->SubjectPublicKeyInfo;
     if (widenBytes(key.Algorithm.pszObjId) == rsaOid)
         return CertGetPublicKeyLength(X509_ASN_ENCODING, &key);
-    return namedCurveBits(key.Algorithm.Parameters);
+    const Curve* curve = findNamedCurve(namedCurve(key.Algorithm.Parameters));
+    return curve != nullptr ? curve->keyLength : 0;
+}
+
+// The size of the coordinates of a public point in bytes; 0 for what is none (SEC 1, 2.3.3).
+uint32_t coordinateSize(const Bytes& point)
+{
+    if (point.empty() || point.front() < 2 || point.front() > 4)
+        return 0;
+    const auto rest = static_cast<uint32_t>(point.size() - 1);
+    return point.front() == 4 ? rest / 2 : rest;
+}
+
+// Whether the token has a public key object that can be seen without a login.
+bool hasPublicKey(Pkcs11& p11, CK_SESSION_HANDLE session, const Bytes& id)
+{
+    constexpr CK_OBJECT_CLASS objectClass = CKO_PUBLIC_KEY;
+    std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
+                         attribute(CKA_ID, id.data(), id.size())};
+    if (p11.C_FindObjectsInit(session, search.data(), search.size()) != CKR_OK)
+        return false;
+    std::vector<CK_OBJECT_HANDLE> found;
+    const bool searched = findObjects(p11, session, found) == CKR_OK;
+    p11.C_FindObjectsFinal(session);
+    return searched && !found.empty();
 }
 
 }  // namespace
@@ -132,7 +155,21 @@ void P11CertObject::readCertificate(Search& search, CK_SLOT_ID slotId, CK_OBJECT
     NV_UNDER(DBG, find, "KEYLENGTH = %d", static_cast<int>(keyLength_));
     algorithmOid_ = extractAlgoOid(certificate_);
     NV_UNDER(DBG, find, "ALGOObjID = %s", toUtf8(algorithmOid_).c_str());
+    if (mode().tellsCurvesByIdentifier() && algorithmOid_ == ecOid)
+        readCurve(find);
     slotId_ = slotId;
+}
+
+// Also corrects the length, which systems do not know for every curve.
+void P11CertObject::readCurve(const Site& find)
+{
+    curveOid_ = extractCurveOid(certificate_);
+    const Curve* curve = findNamedCurve(curveOid_);
+    if (curve != nullptr)
+        keyLength_ = curve->keyLength;
+    else if (const uint32_t size = coordinateSize(base64Decode(publicKey_)); size != 0)
+        keyLength_ = keyLengthByCoordinates(size);
+    NV_UNDER(DBG, find, "CURVE = %s (%d bits)", curveOid_.c_str(), static_cast<int>(keyLength_));
 }
 
 void P11CertObject::readKeyName(Search& search, CK_OBJECT_HANDLE object)
@@ -182,6 +219,58 @@ uint32_t P11CertObject::extractKeyLength(const std::string& certificate)
         NV_ERR("CertCreateCertificateContext() failed");
     }
     return trace.leaving(bits);
+}
+
+std::string P11CertObject::extractCurveOid(const std::string& certificate)
+{
+    const Trace trace(NV_HERE);
+    std::string oid;
+    if (const CertContext context = createContext(certificate))
+        oid = namedCurve(context->pCertInfo->SubjectPublicKeyInfo.Algorithm.Parameters);
+    else
+        NV_ERR("CertCreateCertificateContext() failed");
+    return trace.leaving(std::move(oid));
+}
+
+bool P11CertObject::isAuthority(const std::string& certificate)
+{
+    const Trace trace(NV_HERE);
+    CERT_BASIC_CONSTRAINTS2_INFO constraints{};
+    DWORD size = sizeof constraints;
+    if (const CertContext context = createContext(certificate)) {
+        const CERT_INFO& info = *context->pCertInfo;
+        const CERT_EXTENSION* extension =
+            CertFindExtension(szOID_BASIC_CONSTRAINTS2, info.cExtension, info.rgExtension);
+        if (extension != nullptr &&
+            !CryptDecodeObject(X509_ASN_ENCODING, X509_BASIC_CONSTRAINTS2, extension->Value.pbData,
+                               extension->Value.cbData, 0, &constraints, &size))
+            constraints = {};
+    }
+    return trace.leaving(constraints.fCA != FALSE);
+}
+
+void P11CertObject::keepKeys(Pkcs11& p11, CK_SESSION_HANDLE session, ByHandle& certificates)
+{
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
+    std::map<std::wstring, size_t> uses;
+    for (const auto& [handle, certificate] : certificates)
+        ++uses[certificate->keyName()];
+    std::erase_if(certificates, [&](const auto& entry) {
+        const P11CertObject& certificate = *entry.second;
+        const std::wstring& name = certificate.keyName();
+        if (name.empty()) {
+            NV_UNDER(DBG, here, "Skip a certificate without CKA_ID");
+            return true;
+        }
+        if (!isAuthority(certificate.certificate()) ||
+            (uses[name] == 1 && hasPublicKey(p11, session, hexDecode(toUtf8(name)))))
+            return false;
+        NV_UNDER(DBG, here, "Skip the certificate of an authority, CKA_ID = %s",
+                 toUtf8(name).c_str());
+        return true;
+    });
+    trace.leave();
 }
 
 bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,
@@ -237,7 +326,10 @@ bool CertStore::loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::ws
         NV_ERR("Failed C_OpenSession()");
         return trace.leaving(false);
     }
-    for (auto& [handle, certificate] : P11CertObject::FindCertificates(p11, *slot, session)) {
+    P11CertObject::ByHandle found = P11CertObject::FindCertificates(p11, *slot, session);
+    if (mode().filtersCertificates())
+        P11CertObject::keepKeys(p11, session, found);
+    for (auto& [handle, certificate] : found) {
         const std::wstring keyName = certificate->keyName();
         const std::string base64 = certificate->certificate();
         certificates_.try_emplace(keyName, std::move(certificate));

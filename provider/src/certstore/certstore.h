@@ -35,6 +35,15 @@ public:
     static std::wstring extractAlgoOid(const std::string& certificate);
     static uint32_t extractKeyLength(const std::string& certificate);
 
+    // The OID of a named curve in the parameters of the public key; empty for any other parameters.
+    static std::string extractCurveOid(const std::string& certificate);
+    // Whether the basic constraints say that it is the certificate of an authority.
+    static bool isAuthority(const std::string& certificate);
+
+    // Removes the certificates that are no keys: those without a name, and those of an authority unless
+    // the token has a public key object of that name and no other certificate has it.
+    static void keepKeys(Pkcs11& p11, CK_SESSION_HANDLE session, ByHandle& certificates);
+
     // Adds the certificate to the user's "My" store, or replaces an equal one, with key provider
     // information that names the provider and the container. True even when that information could
     // not be attached, which is logged.
@@ -48,6 +57,8 @@ public:
     const std::string& certificate() const { return certificate_; }
     const std::string& publicKey() const { return publicKey_; }
     uint32_t keyLength() const { return keyLength_; }
+    // Of a named curve; only modern reads it.
+    const std::string& curveOid() const { return curveOid_; }
 
 private:
     // More bytes than these, of all certificates and key names together, are unavailable.
@@ -66,6 +77,7 @@ private:
                                               CK_ATTRIBUTE_TYPE type, const Found& found);
     void readCertificate(Search& search, CK_SLOT_ID slotId, CK_OBJECT_HANDLE object);
     void readKeyName(Search& search, CK_OBJECT_HANDLE object);
+    void readCurve(const Site& find);
 
     CK_SLOT_ID slotId_ = 0;
     std::wstring keyName_;
@@ -73,6 +85,7 @@ private:
     std::string certificate_;
     std::string publicKey_;
     uint32_t keyLength_ = 0;
+    std::string curveOid_;
 };
 
 // The certificates of one provider's token, by key name. It has no lock: the provider fills it
@@ -86,8 +99,8 @@ public:
     CertStore(const CertStore&) = delete;
     CertStore& operator=(const CertStore&) = delete;
 
-    // Finds the slot's certificates, files the first of each key name, and publishes all of them.
-    // False without a slot or a session. Later failures are ignored. The library must be
+    // Finds the slot's certificates, files the first of each key name, and publishes all of them; in
+    // modern only those that are keys. False without a slot or a session. Later failures are ignored. The library must be
     // initialized.
     bool loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::wstring& providerName);
 

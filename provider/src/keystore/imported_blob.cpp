@@ -2,11 +2,10 @@
 
 #include "keystore/imported_blob.h"
 
-#include <algorithm>
 #include <bit>
 #include <cstring>
-
-#include "keystore/keystore_blob.h"
+#include <optional>
+#include <utility>
 
 namespace NV {
 
@@ -14,12 +13,6 @@ namespace {
 
 constexpr uint32_t rsaPublicMagic = 0x31415352;  // BCRYPT_RSAPUBLIC_MAGIC
 constexpr uint32_t longestModulus = 16384;       // bits; BCrypt takes no longer one
-
-std::span<const unsigned char> withoutLeadingZeros(std::span<const unsigned char> number)
-{
-    const auto first = std::ranges::find_if(number, [](unsigned char byte) { return byte != 0; });
-    return {first, number.end()};
-}
 
 void appendLength(Bytes& der, size_t length)
 {
@@ -34,7 +27,7 @@ void appendLength(Bytes& der, size_t length)
 }
 
 // A number that is not negative: a zero comes before a first byte whose highest bit is set.
-void appendInteger(Bytes& der, std::span<const unsigned char> number)
+void appendInteger(Bytes& der, const Bytes& number)
 {
     const bool zero = number.front() > 0x7F;
     der.push_back(0x02);
@@ -58,12 +51,6 @@ ImportedEccKey readImportedEccBlob(std::span<const unsigned char> blob)
     return {BlobVerdict::accepted, read.curve, *read.coordinates};
 }
 
-uint32_t ImportedRsaKey::bits() const
-{
-    return static_cast<uint32_t>(8 * (modulus.size() - 1)) +
-           static_cast<uint32_t>(std::bit_width(modulus.front()));
-}
-
 ImportedRsaKey readImportedRsaBlob(std::span<const unsigned char> blob)
 {
     RsaBlobHead head{};
@@ -71,28 +58,21 @@ ImportedRsaKey readImportedRsaBlob(std::span<const unsigned char> blob)
         return {};
     std::memcpy(&head, blob.data(), sizeof head);
     if (head.magic != rsaPublicMagic || head.bitLength > longestModulus)
-        return {BlobVerdict::foreign, {}, {}};
-    const auto numbers = blob.subspan(sizeof head);
-    const uint64_t size = uint64_t{head.exponentSize} + head.modulusSize;
-    if (size > numbers.size() || head.modulusSize != (head.bitLength + 7) / 8)
+        return {BlobVerdict::foreign, {}};
+    std::optional<RsaNumbers> numbers = readRsaBlob(blob);
+    if (!numbers || head.modulusSize != (head.bitLength + 7) / 8)
         return {};
-    ImportedRsaKey key;
-    key.exponent = withoutLeadingZeros(numbers.first(head.exponentSize));
-    key.modulus = withoutLeadingZeros(numbers.subspan(head.exponentSize, head.modulusSize));
-    if (!key.exponent.empty() && !key.modulus.empty())
-        key.verdict = BlobVerdict::accepted;
-    return key;
+    return {BlobVerdict::accepted, *std::move(numbers)};
 }
 
-Bytes encodeRsaPublicKey(std::span<const unsigned char> modulus,
-                         std::span<const unsigned char> exponent)
+Bytes encodeRsaPublicKey(const RsaNumbers& numbers)
 {
-    Bytes numbers;
-    appendInteger(numbers, modulus);
-    appendInteger(numbers, exponent);
+    Bytes content;
+    appendInteger(content, numbers.modulus);
+    appendInteger(content, numbers.exponent);
     Bytes der{0x30};
-    appendLength(der, numbers.size());
-    der.insert(der.end(), numbers.begin(), numbers.end());
+    appendLength(der, content.size());
+    der.insert(der.end(), content.begin(), content.end());
     return der;
 }
 

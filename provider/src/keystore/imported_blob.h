@@ -8,6 +8,7 @@
 
 #include "base/curve.h"
 #include "base/encoding.h"
+#include "keystore/keystore_blob.h"
 
 namespace NV {
 
@@ -26,22 +27,16 @@ struct ImportedEccKey {
 
 ImportedEccKey readImportedEccBlob(std::span<const unsigned char> blob);
 
-// A BCRYPT_RSAKEY_BLOB of a public key. The rest is for an accepted one.
+// A BCRYPT_RSAKEY_BLOB of a public key. The numbers are those of an accepted one.
 struct ImportedRsaKey {
     BlobVerdict verdict = BlobVerdict::damaged;
-    // Of the blob, big-endian, without leading zeros.
-    std::span<const unsigned char> exponent;
-    std::span<const unsigned char> modulus;
-
-    // Of the modulus. The first byte is not 0.
-    uint32_t bits() const;
+    RsaNumbers numbers;
 };
 
 ImportedRsaKey readImportedRsaBlob(std::span<const unsigned char> blob);
 
 // RSAPublicKey (RFC 8017, A.1.1) in DER, as the public key of a certificate contains it. The numbers are
-// big-endian, without leading zeros and not empty.
-Bytes encodeRsaPublicKey(std::span<const unsigned char> modulus,
-                         std::span<const unsigned char> exponent);
+// not empty.
+Bytes encodeRsaPublicKey(const RsaNumbers& numbers);
 
 }  // namespace NV

@@ -8,8 +8,10 @@
 
 #include "base/curve.h"
 #include "base/text.h"
+#include "config/mode.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_ec.h"
+#include "keystore/keystore_properties.h"
 #include "keystore/keystore_rsa.h"
 
 namespace NV {
@@ -19,36 +21,6 @@ namespace {
 NCRYPT_KEY_HANDLE handleOf(const P11KeyObject& key)
 {
     return reinterpret_cast<NCRYPT_KEY_HANDLE>(&key);
-}
-
-// With the terminating zero.
-void addText(P11KeyObject& key, const wchar_t* name, const std::wstring& text)
-{
-    key.addProperty(name, text.c_str(), static_cast<int32_t>((text.size() + 1) * sizeof(wchar_t)));
-}
-
-void addNumber(P11KeyObject& key, const wchar_t* name, DWORD value)
-{
-    key.addProperty(name, &value, sizeof value);
-}
-
-std::wstring algorithmName(const P11KeyObject& key, const std::wstring& group)
-{
-    const Curve* curve = findCngCurve(&Curve::keyLength, key.keyLength());
-    return group == L"ECDSA" && curve != nullptr ? curve->algorithmName : group;
-}
-
-void addKeyProperties(P11KeyObject& key)
-{
-    const std::wstring group = widenBytes(key.algorithm());
-    addText(key, NCRYPT_NAME_PROPERTY, key.keyId());
-    addText(key, NCRYPT_UNIQUE_NAME_PROPERTY, key.keyId());
-    addNumber(key, NCRYPT_KEY_USAGE_PROPERTY,
-              NCRYPT_ALLOW_DECRYPT_FLAG | NCRYPT_ALLOW_SIGNING_FLAG);
-    addNumber(key, NCRYPT_IMPL_TYPE_PROPERTY, NCRYPT_IMPL_HARDWARE_FLAG);
-    addText(key, NCRYPT_ALGORITHM_PROPERTY, algorithmName(key, group));
-    addText(key, NCRYPT_ALGORITHM_GROUP_PROPERTY, group);
-    addNumber(key, NCRYPT_EXPORT_POLICY_PROPERTY, 0);
 }
 
 // The uncompressed point as base64.
@@ -85,8 +57,23 @@ bool KeyStore::isFiledAt(std::vector<ManagedKey>::iterator place, const std::wst
     return place != managedKeys_.end() && place->name == name;
 }
 
+const P11KeyObject* KeyStore::findFiled(const std::wstring& name)
+{
+    const auto place = placeOf(name);
+    return isFiledAt(place, name) ? place->key.get() : nullptr;
+}
+
+// Compat: an unknown name leaves an entry without a key behind, which counts in enumerations.
+const P11KeyObject* KeyStore::findOrInsert(const std::wstring& name)
+{
+    auto place = placeOf(name);
+    if (!isFiledAt(place, name))
+        place = managedKeys_.insert(place, {name, nullptr});
+    return place->key.get();
+}
+
 bool KeyStore::addPublicKey(const P11Slot& slot, const std::wstring& id, const std::wstring& oid,
-                            const std::string& base64, uint32_t length)
+                            const std::string& base64, uint32_t length, const KeyOrigin& origin)
 {
     const std::lock_guard guard(lock_);
     Trace trace(NV_HERE);
@@ -109,7 +96,8 @@ bool KeyStore::addPublicKey(const P11Slot& slot, const std::wstring& id, const s
     key->setSlotId(slot.id());
     key->setAlgorithmOid(oid);
     key->setKeyLength(length);
-    addKeyProperties(*key);
+    key->setCurveOid(std::string(origin.curveOid));
+    addKeyProperties(*key, origin.certificate);
 
     // Compat: a second key of a name is neither filed nor deleted; the log shows no destructor for it.
     if (const auto place = placeOf(id); isFiledAt(place, id))
@@ -147,7 +135,8 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     key->setPublicKey(base64);
     key->setAlgorithmOid(std::wstring(ecOid));
     key->setKeyLength(blob.curve->keyLength);
-    addKeyProperties(*key);
+    key->setCurveOid(std::string(blob.curve->oid));
+    addKeyProperties(*key, {});
     const NCRYPT_KEY_HANDLE handle = handleOf(*key);
     ephemeralKeys_[handle] = std::move(key);
     return trace.leaving(handle);
@@ -155,7 +144,7 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
 
 NCRYPT_KEY_HANDLE KeyStore::fileImported(std::unique_ptr<P11KeyObject> key)
 {
-    addKeyProperties(*key);
+    addKeyProperties(*key, {});
     const NCRYPT_KEY_HANDLE handle = handleOf(*key);
     const std::lock_guard guard(lock_);
     ephemeralKeys_[handle] = std::move(key);
@@ -183,11 +172,7 @@ NCRYPT_KEY_HANDLE KeyStore::open(const std::wstring& name)
     constexpr Site here = NV_HERE;
     const Trace trace(here);
     NV_TRC("Try to find [%s] from managed keys", toUtf8(name).c_str());
-    auto place = placeOf(name);
-    // Compat: an unknown name leaves an entry without a key behind, which counts in enumerations.
-    if (!isFiledAt(place, name))
-        place = managedKeys_.insert(place, {name, nullptr});
-    const P11KeyObject* key = place->key.get();
+    const P11KeyObject* key = mode().forgetsUnknownNames() ? findFiled(name) : findOrInsert(name);
     NCRYPT_KEY_HANDLE handle = 0;
     if (key == nullptr) {
         NV_ERR("Failed to open the key because Not Found KeyId = %s", toUtf8(name).c_str());
@@ -209,7 +194,7 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     const Trace trace(NV_HERE);
     const bool imported = ephemeralKeys_.contains(handle);
     ByHandle& keys = imported ? ephemeralKeys_ : openedKeys_;
-    // Compat: an unknown handle leaves an entry without a key behind, as in open.
+    // Compat: an unknown handle leaves an entry without a key behind.
     std::shared_ptr<P11KeyObject> key = std::move(keys[handle]);
     const bool found = key != nullptr;
     if (found) {

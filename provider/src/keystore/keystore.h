@@ -10,6 +10,7 @@
 #include <memory>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "base/mutex.h"
@@ -30,11 +31,17 @@ public:
     KeyStore(const KeyStore&) = delete;
     KeyStore& operator=(const KeyStore&) = delete;
 
-    // Files a key object with its seven CNG properties under `id`, the key name. `base64` is the
+    // What else the certificate of a key says; see P11CertObject. Only modern looks at it.
+    struct KeyOrigin {
+        std::string_view curveOid;     // of a named curve
+        std::string_view certificate;  // base64
+    };
+
+    // Files a key object with its CNG properties under `id`, the key name. `base64` is the
     // certificate's public key, `length` its length in bits. False when the OID is neither rsaOid nor
     // ecOid. A name that already exists keeps its first key.
     bool addPublicKey(const P11Slot& slot, const std::wstring& id, const std::wstring& oid,
-                      const std::string& base64, uint32_t length);
+                      const std::string& base64, uint32_t length, const KeyOrigin& origin = {});
 
     // Files the public key of a BCRYPT_ECCKEY_BLOB with an ECDH magic as an imported key and returns
     // its handle. Returns 0 for any other magic and for a blob shorter than its header says. Reads
@@ -91,7 +98,7 @@ public:
     std::shared_ptr<P11KeyObject> importedRSAKey(NCRYPT_KEY_HANDLE handle);
 
     // The filed key at a position in name order. Null past the end, and at an entry without a key,
-    // which open leaves behind.
+    // which open leaves behind in classic.
     P11KeyObject* keyAt(size_t position);
     // The number of entries, including those without a key.
     size_t keyCount();
@@ -111,6 +118,9 @@ private:
 
     // Gives an imported key its properties and its handle.
     NCRYPT_KEY_HANDLE fileImported(std::unique_ptr<P11KeyObject> key);
+    // The filed key of a name, in modern and in classic; null when there is none.
+    const P11KeyObject* findFiled(const std::wstring& name) NV_REQUIRES(lock_);
+    const P11KeyObject* findOrInsert(const std::wstring& name) NV_REQUIRES(lock_);
 
     template <typename Key>
     NCRYPT_KEY_HANDLE fileClone(const Site& open, const P11KeyObject& source, const char* success)

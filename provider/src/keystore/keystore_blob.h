@@ -75,4 +75,23 @@ std::optional<LegacyRsaHead> readLegacyRsaHead(std::span<const unsigned char> le
 // CNG's public key blob, made of a legacy blob and its head. Empty when the modulus is incomplete.
 Bytes rsaPublicKeyBlob(const LegacyRsaHead& head, std::span<const unsigned char> legacy);
 
+// The numbers of an RSA public key, big-endian. Both begin with a byte that is not zero.
+struct RsaNumbers {
+    Bytes modulus;
+    Bytes exponent;
+
+    // Of the modulus.
+    uint32_t bits() const;
+};
+
+// Reads a BCRYPT_RSAKEY_BLOB with the public magic. Zeros before a number are left out. Nothing for
+// another magic, for a blob shorter than its head says, and for a number that is zero.
+std::optional<RsaNumbers> readRsaBlob(std::span<const unsigned char> blob);
+
+// CNG's public key blob with the key's own exponent and length.
+Bytes rsaBlob(const RsaNumbers& numbers);
+
+// CryptoAPI's PUBLICKEYBLOB. Empty for an exponent of more than 32 bits, for which it has no room.
+Bytes legacyRsaBlob(const RsaNumbers& numbers);
+
 }  // namespace NV

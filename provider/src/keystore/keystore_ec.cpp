@@ -49,8 +49,8 @@ P11ECKeyObject::ECPoint P11ECKeyObject::getPointFromPublicKey(const Bytes& publi
 {
     const Trace trace(NV_HERE);
     ECPoint point;
-    if (const Curve* curve = findCngCurve(&Curve::keyLength, keyLength())) {
-        PointCoordinates coordinates = splitPoint(publicKeyBytes, curve->coordinateSize());
+    if (const Curve* known = curve()) {
+        PointCoordinates coordinates = splitPoint(publicKeyBytes, known->coordinateSize());
         point = {std::move(coordinates.x), std::move(coordinates.y)};
     }
     NV_TRC("x = %s(%d bytes)", hexEncode(point.x).c_str(), static_cast<int>(point.x.size()));
@@ -67,8 +67,8 @@ Bytes P11ECKeyObject::getPubkeyBlob() const
         NV_TRC("EC PublicKey = %s(%d bytes)", hexEncode(publicKeyBytes).c_str(),
                static_cast<int>(publicKeyBytes.size()));
         const ECPoint point = getPointFromPublicKey(publicKeyBytes);
-        if (const Curve* curve = findCngCurve(&Curve::keyLength, keyLength())) {
-            const EccBlobHead header{curve->ecdsaMagic, curve->coordinateSize()};
+        if (const Curve* known = curve()) {
+            const EccBlobHead header{known->ecdsaMagic, known->coordinateSize()};
             const auto* begin = reinterpret_cast<const unsigned char*>(&header);
             blob.assign(begin, begin + sizeof header);
             const Bytes coordinates = point.toBlob();

@@ -23,8 +23,8 @@ public:
     P11ECKeyObject& operator=(const P11ECKeyObject&) = delete;
     ~P11ECKeyObject() override = default;
 
-    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty for a key length without a curve. Only the
-    // header for a malformed point.
+    // A BCRYPT_ECCKEY_BLOB with the ECDSA magic. Empty without a curve. Only the header for a malformed
+    // point.
     Bytes getPubkeyBlob() const override;
     // CKM_ECDSA for all arguments.
     OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
@@ -54,8 +54,8 @@ public:
     // Twice the coordinate size: by the key length, or by the public point if that is not known.
     DWORD signatureLength() const override;
 
-    // Splits an uncompressed point (SEC 1, 2.3.3) by the key length. The result is empty unless the
-    // bytes begin with 04, contain both coordinates, and CNG has a curve of the key length.
+    // Splits an uncompressed point (SEC 1, 2.3.3). The result is empty unless the bytes begin with 04
+    // and contain both coordinates, and the key has a curve.
     ECPoint getPointFromPublicKey(const Bytes& publicKeyBytes) const;
 };
 

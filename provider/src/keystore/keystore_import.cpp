@@ -32,15 +32,16 @@ std::unique_ptr<P11KeyObject> makeEcKey(const ImportedEccKey& imported)
     key->setPublicKey(base64Encode(uncompressedPoint(imported.coordinates)));
     key->setAlgorithmOid(std::wstring(ecOid));
     key->setKeyLength(imported.curve->keyLength);
+    key->setCurveOid(std::string(imported.curve->oid));
     return key;
 }
 
 std::unique_ptr<P11KeyObject> makeRsaKey(const ImportedRsaKey& imported)
 {
     auto key = std::make_unique<P11RSAKeyObject>();
-    key->setPublicKey(base64Encode(encodeRsaPublicKey(imported.modulus, imported.exponent)));
+    key->setPublicKey(base64Encode(encodeRsaPublicKey(imported.numbers)));
     key->setAlgorithmOid(std::wstring(rsaOid));
-    key->setKeyLength(imported.bits());
+    key->setKeyLength(imported.numbers.bits());
     return key;
 }
 

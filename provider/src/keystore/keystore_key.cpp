@@ -3,6 +3,7 @@
 #include "keystore/keystore_key.h"
 
 #include "base/scope_exit.h"
+#include "config/mode.h"
 
 #include <utility>
 
@@ -17,7 +18,8 @@ P11KeyObject::P11KeyObject() : stamp_(creationStamp())
 P11KeyObject::P11KeyObject(const P11KeyObject& source, WithoutProperties)
     : P11Object(source), stamp_(creationStamp()), slotId_(source.slotId_), keyId_(source.keyId_),
       algorithm_(source.algorithm_), publicKey_(source.publicKey_),
-      algorithmOid_(source.algorithmOid_), keyLength_(source.keyLength_), emptiesValues_(false)
+      algorithmOid_(source.algorithmOid_), keyLength_(source.keyLength_),
+      curveOid_(source.curveOid_), emptiesValues_(false)
 {
 }
 
@@ -50,16 +52,22 @@ P11KeyObject::~P11KeyObject()
     trace.leave();
 }
 
-void P11KeyObject::addProperty(const std::wstring& name, const void* data, int32_t size)
+void P11KeyObject::addProperty(const std::wstring& name, const void* data, int32_t size,
+                               IfPresent ifPresent)
 {
     Trace trace(NV_HERE);
     trace.arguments(spaced(text("id", name.c_str())), spaced(pointer("data", data)),
                     spaced(number("size", size)));
     NV_TRC("Size of Properties = %d", static_cast<int>(properties_.size()));
-    if (data == nullptr || size < 1)
+    if (data == nullptr || size < 1) {
         NV_ERR("Failed to allocate memory");
-    else
-        properties_.try_emplace(name, std::make_shared<Property>(name, 0, data, size));
+    } else {
+        auto property = std::make_shared<Property>(name, 0, data, size);
+        if (ifPresent == IfPresent::replace)
+            properties_.insert_or_assign(name, std::move(property));
+        else
+            properties_.try_emplace(name, std::move(property));
+    }
     trace.leave();
 }
 
@@ -67,6 +75,14 @@ const Property* P11KeyObject::findProperty(const std::wstring& name) const
 {
     const auto entry = properties_.find(name);
     return entry != properties_.end() ? entry->second.get() : nullptr;
+}
+
+const Curve* P11KeyObject::curve() const
+{
+    if (algorithm_ != "ECDSA")
+        return nullptr;
+    return mode().tellsCurvesByIdentifier() ? findCngCurve(&Curve::oid, curveOid_)
+                                            : findCngCurve(&Curve::keyLength, keyLength_);
 }
 
 Bytes P11KeyObject::tokenId() const

@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "base/curve.h"
 #include "base/encoding.h"
 #include "base/secret.h"
 #include "keystore/keystore_mechanism.h"
@@ -35,7 +36,7 @@ public:
     using Properties = std::map<std::wstring, std::shared_ptr<Property>>;
 
     P11KeyObject();
-    // Shares the property values with the source; see Property. Until setEmptiesValues is called, the
+    // Shares the property values with the source in classic; see Property. Until setEmptiesValues is called, the
     // copy's destructor does not empty them.
     P11KeyObject(const P11KeyObject& source);
     P11KeyObject& operator=(const P11KeyObject&) = delete;
@@ -80,11 +81,14 @@ public:
     // Length of a signature in bytes; 0 if it is not known.
     virtual DWORD signatureLength() const = 0;
 
-    // Adds a property of type 0 with a copy of the bytes. A name that already exists keeps its first
-    // value. Null data or a size below 1 adds nothing.
-    void addProperty(const std::wstring& name, const void* data, int32_t size);
-    // Null when no property has the name. The key owns it; destroying a copy of the key empties the
-    // value.
+    // What becomes of the value of a name that already exists.
+    enum class IfPresent : uint8_t { keep, replace };
+
+    // Adds a property of type 0 with a copy of the bytes. Null data or a size below 1 adds nothing.
+    void addProperty(const std::wstring& name, const void* data, int32_t size,
+                     IfPresent ifPresent = IfPresent::keep);
+    // Null when no property has the name. The key owns it; in classic, destroying a copy of the key
+    // empties the value.
     const Property* findProperty(const std::wstring& name) const;
     const Properties& properties() const { return properties_; }
 
@@ -96,6 +100,10 @@ public:
     const std::string& publicKey() const { return publicKey_; }
     const std::wstring& algorithmOid() const { return algorithmOid_; }
     uint32_t keyLength() const { return keyLength_; }
+    // The curve, if it is one that CNG has blobs for; null for any other and for RSA.
+    const Curve* curve() const;
+    // The window that owns the dialogs of this handle; null if the application has set none.
+    HWND ownerWindow() const { return ownerWindow_; }
     uint32_t stamp() const { return stamp_; }
 
     void setSlotId(CK_SLOT_ID slotId) { slotId_ = slotId; }
@@ -106,6 +114,9 @@ public:
     void setAlgorithmOid(std::wstring oid) { algorithmOid_ = std::move(oid); }
     // In bits.
     void setKeyLength(uint32_t keyLength) { keyLength_ = keyLength; }
+    // Of a named curve; empty for parameters without a name.
+    void setCurveOid(std::string oid) { curveOid_ = std::move(oid); }
+    void setOwnerWindow(HWND window) { ownerWindow_ = window; }
 
 protected:
     void setAlgorithm(std::string algorithm) { algorithm_ = std::move(algorithm); }
@@ -121,7 +132,9 @@ private:
     std::string publicKey_;
     std::wstring algorithmOid_;
     uint32_t keyLength_ = 0;
+    std::string curveOid_;
     Properties properties_;
+    HWND ownerWindow_ = nullptr;  // of this handle alone: a copy has none
     bool emptiesValues_ = true;
 };
 

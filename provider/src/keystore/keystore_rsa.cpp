@@ -9,7 +9,6 @@
 
 #include "base/text.h"
 #include "config/mode.h"
-#include "keystore/keystore_blob.h"
 #include "keystore/keystore_hash.h"
 #include "keystore/keystore_padding.h"
 #include "keystore/keystore_public.h"
@@ -22,20 +21,50 @@ namespace {
 static_assert(sizeof(LegacyRsaHead) == sizeof(BLOBHEADER) + sizeof(RSAPUBKEY));
 static_assert(sizeof(RsaBlobHead) == sizeof(BCRYPT_RSAKEY_BLOB));
 
-// The legacy blob that crypt32 makes of an RSAPublicKey. Empty when crypt32 fails.
-Bytes decodePublicKey(const Bytes& der)
+// The blob of a type that crypt32 makes of an RSAPublicKey. Empty when crypt32 fails.
+Bytes decodePublicKey(LPCSTR type, const Bytes& der)
 {
     DWORD size = 0;
     const auto length = static_cast<DWORD>(der.size());
-    if (!CryptDecodeObject(X509_ASN_ENCODING, RSA_CSP_PUBLICKEYBLOB, der.data(), length, 0, nullptr,
-                           &size))
+    if (!CryptDecodeObject(X509_ASN_ENCODING, type, der.data(), length, 0, nullptr, &size))
         return {};
     Bytes blob(size);
-    if (!CryptDecodeObject(X509_ASN_ENCODING, RSA_CSP_PUBLICKEYBLOB, der.data(), length, 0,
-                           blob.data(), &size))
+    if (!CryptDecodeObject(X509_ASN_ENCODING, type, der.data(), length, 0, blob.data(), &size))
         return {};
     blob.resize(size);
     return blob;
+}
+
+// Both blobs log the modulus' length in bytes, the exponent and the magic.
+void logNumbers(const Site& site, uint32_t modulusSize, uint32_t exponent, uint32_t magic)
+{
+    NV_UNDER(TRC, site, "dwModulusSize = %d", static_cast<int>(modulusSize));
+    NV_UNDER(TRC, site, "dwExponent = %d", static_cast<int>(exponent));
+    NV_UNDER(TRC, site, "dwMagic = %x", static_cast<unsigned>(magic));
+}
+
+// The blob in classic.
+Bytes blobWithUsualExponent(const Site& site, const Bytes& der)
+{
+    const Bytes legacy = decodePublicKey(RSA_CSP_PUBLICKEYBLOB, der);
+    const std::optional<LegacyRsaHead> head = readLegacyRsaHead(legacy);
+    if (!head)
+        return {};
+    logNumbers(site, head->modulusSize(), head->exponent, head->magic);
+    return rsaPublicKeyBlob(*head, legacy);
+}
+
+// The blob in modern.
+Bytes blobWithOwnExponent(const Site& site, const std::optional<RsaNumbers>& numbers)
+{
+    if (!numbers)
+        return {};
+    uint32_t exponent = 0;  // the line has room for 32 bits
+    for (const unsigned char byte : numbers->exponent)
+        exponent = exponent << 8 | byte;
+    logNumbers(site, static_cast<uint32_t>(numbers->modulus.size()), exponent,
+               BCRYPT_RSAPUBLIC_MAGIC);
+    return rsaBlob(*numbers);
 }
 
 // How encryption and decryption differ after the key is found.
@@ -111,24 +140,21 @@ P11RSAKeyObject::P11RSAKeyObject(const P11RSAKeyObject& source) : P11KeyObject(s
     trace.leave();
 }
 
+std::optional<RsaNumbers> P11RSAKeyObject::numbers() const
+{
+    return readRsaBlob(decodePublicKey(CNG_RSA_PUBLIC_KEY_BLOB, base64Decode(publicKey())));
+}
+
 Bytes P11RSAKeyObject::getPubkeyBlob() const
 {
-    const Trace trace(NV_HERE);
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
     const Bytes der = base64Decode(publicKey());
     NV_TRC("RSA PublicKey = %s (%d bytes)", hexEncode(der).c_str(), static_cast<int>(der.size()));
-    const Bytes legacy = decodePublicKey(der);
-    const std::optional<LegacyRsaHead> head = readLegacyRsaHead(legacy);
-    if (!head) {
-        return trace.leaving(Bytes{});
-    }
-    NV_TRC("dwModulusSize = %d", static_cast<int>(head->modulusSize()));
-    NV_TRC("dwExponent = %d", static_cast<int>(head->exponent));
-    NV_TRC("dwMagic = %x", static_cast<unsigned>(head->magic));
-    Bytes blob = rsaPublicKeyBlob(*head, legacy);
-    if (blob.empty()) {
-        return trace.leaving(std::move(blob));
-    }
-    NV_TRC("RSA PublicKey Blob = %s", hexEncode(blob).c_str());
+    Bytes blob = mode().exportsOwnExponent() ? blobWithOwnExponent(here, numbers())
+                                             : blobWithUsualExponent(here, der);
+    if (!blob.empty())
+        NV_TRC("RSA PublicKey Blob = %s", hexEncode(blob).c_str());
     return trace.leaving(std::move(blob));
 }
 

@@ -2,6 +2,9 @@
 
 #pragma once
 
+#include <optional>
+
+#include "keystore/keystore_blob.h"
 #include "keystore/keystore_key.h"
 
 namespace NV {
@@ -14,8 +17,10 @@ public:
     ~P11RSAKeyObject() override = default;
 
     // A BCRYPT_RSAKEY_BLOB with the modulus, most significant byte first. Empty when the public key
-    // cannot be decoded. Compat: the exponent is always 01 00 01, not the key's own.
+    // cannot be decoded. Compat: the exponent is always 01 00 01, and only in modern the key's own.
     Bytes getPubkeyBlob() const override;
+    // Modulus and exponent. Nothing when the public key cannot be decoded. Writes no log lines.
+    std::optional<RsaNumbers> numbers() const;
     // For BCRYPT_PAD_PKCS1 and BCRYPT_PAD_PSS; with both, PSS is used. CKM_RSA_PKCS for anything
     // unknown.
     OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;

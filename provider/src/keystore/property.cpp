@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "config/mode.h"
 #include "logger/trace.h"
 
 namespace NV {
@@ -25,7 +26,9 @@ Property::Property(std::wstring name, uint32_t type, const void* data, int32_t s
 }
 
 Property::Property(const Property& source)
-    : stamp_(creationStamp()), _type(source._type), _id(source._id), _data(source._data)
+    : stamp_(creationStamp()), _type(source._type), _id(source._id),
+      _data(mode().sharesPropertyValues() ? source._data
+                                          : std::make_shared<SecretBytes>(*source._data))
 {
     NV_TRC("src._id = %s", toUtf8(source._id).c_str());
     NV_TRC("src._type = %d", static_cast<int>(source._type));

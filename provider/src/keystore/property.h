@@ -15,6 +15,7 @@ uint32_t creationStamp();
 
 // Compat: copies share one value buffer, and the destructor of any copy empties it. The others then
 // have the name and no bytes. An application sees that after it has freed the first handle of a key.
+// In modern, each copy has bytes of its own.
 //
 // The value is wiped when it is released: callers store PINs in properties.
 class Property {

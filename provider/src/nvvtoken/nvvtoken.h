@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
@@ -57,7 +58,8 @@ public:
     SECURITY_STATUS SetKeyProperty(NCRYPT_KEY_HANDLE hKey, LPCWSTR pszProperty, PBYTE pbInput,
                                    DWORD cbInput, DWORD dwFlags);
 
-    // Algorithms. *ppAlgList is one block for FreeBuffer, which does not release the names in it.
+    // Algorithms. *ppAlgList is one block for FreeBuffer, which does not release the names in it unless
+    // they are in the same block, as in modern.
     SECURITY_STATUS IsAlgSupported(LPCWSTR pszAlgId, DWORD dwFlags);
     SECURITY_STATUS EnumAlgorithms(DWORD dwAlgOperations, DWORD* pdwAlgCount,
                                    NCryptAlgorithmName** ppAlgList, DWORD dwFlags);
@@ -71,7 +73,7 @@ public:
     SECURITY_STATUS NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags);
 
     // Keys. The record and the state of EnumKeys are blocks for FreeBuffer, which does not release
-    // the names in the record.
+    // the names in the record unless they are in the same block, as in modern.
     SECURITY_STATUS OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName, DWORD dwLegacyKeySpec,
                             DWORD dwFlags);
     SECURITY_STATUS FreeKey(NCRYPT_KEY_HANDLE hKey);
@@ -118,13 +120,21 @@ private:
 
     static SECURITY_STATUS outputProperty(const Site& site, const Property& property,
                                           PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult);
-    HWND ownerWindow(const Site& site, const BYTE* pbInput, DWORD cbInput) const;
+    // The status of an output that does not fit: the one given, or in modern NTE_BUFFER_TOO_SMALL with
+    // the size in *pcbResult.
+    static SECURITY_STATUS outputTooShort(DWORD size, DWORD* pcbResult, SECURITY_STATUS classic);
+
+    // Whether IsAlgSupported knows an algorithm, in modern and in classic.
+    bool isKeyAlgorithm(std::wstring_view name) const;
+    bool isListed(std::wstring_view name) const;
+    SECURITY_STATUS listByOperation(DWORD dwAlgOperations, DWORD* pdwAlgCount,
+                                    NCryptAlgorithmName** ppAlgList) const;
 
     // Logs whether a key was found, and returns it.
     static P11KeyObject* logFound(const Site& site, P11KeyObject* key);
 
-    SECURITY_STATUS exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, PBYTE pbOutput,
-                                    DWORD cbOutput, DWORD* pcbResult);
+    SECURITY_STATUS exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, LPCWSTR pszBlobType,
+                                    PBYTE pbOutput, DWORD cbOutput, DWORD* pcbResult);
 
     // Agrees on a secret with the owner of an imported public key, and adds it to the list.
     SECURITY_STATUS agree(const Site& site, Pkcs11& p11, P11KeyObject& key,

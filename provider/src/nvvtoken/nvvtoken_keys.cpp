@@ -4,11 +4,14 @@
 
 #include <algorithm>
 #include <span>
+#include <string>
 #include <string_view>
 
 #include "base/scope_exit.h"
 #include "base/text.h"
 #include "config/mode.h"
+#include "keystore/keystore_export.h"
+#include "keystore/keystore_properties.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_memory.h"
 
@@ -18,6 +21,43 @@ namespace {
 
 constexpr const wchar_t* exportBlobTypes[] = {BCRYPT_PUBLIC_KEY_BLOB, LEGACY_RSAPUBLIC_BLOB,
                                               BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB};
+// A record of EnumKeys, with its names if they are in blocks of their own.
+struct KeyRecord {
+    HeapBlock<wchar_t> name;
+    HeapBlock<wchar_t> algorithm;
+    HeapBlock<NCryptKeyName> record;  // null if there is no memory
+
+    NCryptKeyName* release()
+    {
+        static_cast<void>(name.release());
+        static_cast<void>(algorithm.release());
+        return record.release();
+    }
+};
+
+// Compat: FreeBuffer releases the record, but not its names.
+KeyRecord recordBesideNames(const P11KeyObject& key)
+{
+    KeyRecord made{copyToHeap(key.keyId().c_str()), copyToHeap(key.algorithmOid().c_str()),
+                   allocateOnHeap<NCryptKeyName>()};
+    if (made.name == nullptr || made.algorithm == nullptr)
+        made.record.reset();
+    if (made.record != nullptr)
+        *made.record = {made.name.get(), made.algorithm.get(), 0, 0};
+    return made;
+}
+
+KeyRecord recordWithNames(const P11KeyObject& key)
+{
+    const std::wstring algorithm = algorithmName(key);
+    RecordBlock<NCryptKeyName> block(1, key.keyId().size() + algorithm.size() + 2);
+    if (block.records() != nullptr) {
+        wchar_t* const name = block.add(key.keyId());
+        *block.records() = {name, block.add(algorithm), 0, 0};
+    }
+    return {nullptr, nullptr, block.release()};
+}
+
 constexpr const wchar_t* importBlobTypes[] = {BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB};
 
 bool isOneOf(std::span<const wchar_t* const> names, std::wstring_view name)
@@ -62,7 +102,7 @@ SECURITY_STATUS Provider::OpenKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszKeyName,
     const NCRYPT_KEY_HANDLE handle = keyStore_.open(pszKeyName);
     if (handle == 0) {
         NV_ERR("Failed to open key");
-        return trace.end(NTE_INVALID_HANDLE);
+        return trace.end(mode().forgetsUnknownNames() ? NTE_BAD_KEYSET : NTE_INVALID_HANDLE);
     }
     Undo discard([&] { keyStore_.discard(handle); });
     NV_TRC("Success to open the key (%p)", asPointer(handle));
@@ -127,14 +167,11 @@ SECURITY_STATUS Provider::EnumKeys(LPCWSTR pszScope, NCryptKeyName** ppKeyName, 
         NV_ERR("Not Found key");
         return trace.end(NTE_NOT_FOUND);
     }
-    // Compat: FreeBuffer releases the record, but not its names.
-    auto name = copyToHeap(key->keyId().c_str());
-    auto algorithm = copyToHeap(key->algorithmOid().c_str());
-    auto record = allocateOnHeap<NCryptKeyName>();
-    if (name == nullptr || algorithm == nullptr || record == nullptr)
+    KeyRecord record =
+        mode().listsAlgorithmNames() ? recordWithNames(*key) : recordBesideNames(*key);
+    if (record.record == nullptr)
         return trace.end(NTE_NO_MEMORY);
     NV_TRC("Output the list of keys = %d", 1);
-    *record = {name.release(), algorithm.release(), 0, 0};
     *state = index + 1;
     *ppKeyName = record.release();
     *ppEnumState = state;
@@ -203,13 +240,13 @@ SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hE
     if (pcbResult == nullptr)
         status = NTE_INVALID_PARAMETER;
     if (status == ERROR_SUCCESS)
-        status = exportPublicKey(here, hKey, pbOutput, cbOutput, pcbResult);
+        status = exportPublicKey(here, hKey, pszBlobType, pbOutput, cbOutput, pcbResult);
     return trace.end(status);
 }
 
-// Compat: every blob type gives the blob of the key's own type.
-SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey, PBYTE pbOutput,
-                                          DWORD cbOutput, DWORD* pcbResult)
+SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hKey,
+                                          LPCWSTR pszBlobType, PBYTE pbOutput, DWORD cbOutput,
+                                          DWORD* pcbResult)
 {
     const P11KeyObject* key = logFound(site, keyStore_.findOpenedOrImported(hKey));
     if (key == nullptr)
@@ -218,17 +255,21 @@ SECURITY_STATUS Provider::exportPublicKey(const Site& site, NCRYPT_KEY_HANDLE hK
     NV_UNDER(TRC, site, "Retrieved public key = %d (bytes)", static_cast<int>(publicKeySize));
     if (publicKeySize == 0)
         return NTE_INTERNAL_ERROR;
-    const Bytes blob = key->getPubkeyBlob();
+    // Compat: every blob type gives the blob of the key's own type.
+    const auto& [status, blob] =
+        mode().exportsByBlobType() ? exportByType(*key, pszBlobType) : exportOwnBlob(*key);
     NV_UNDER(TRC, site, "Retrieved public key blob = %d (bytes)", static_cast<int>(blob.size()));
-    if (blob.empty())
-        return NTE_INTERNAL_ERROR;
+    if (status == NTE_NOT_SUPPORTED)
+        NV_UNDER(ERR, site, "Not Supported BlobType = %s", printable(pszBlobType).c_str());
+    if (status != ERROR_SUCCESS)
+        return status;
     *pcbResult = static_cast<DWORD>(blob.size());
     if (pbOutput == nullptr)
         return ERROR_SUCCESS;
     if (blob.size() > cbOutput) {
-        // Compat: the status is not NTE_BUFFER_TOO_SMALL, and the line is no error.
+        // Compat: the line is no error, and in classic the status is not NTE_BUFFER_TOO_SMALL.
         NV_UNDER(TRC, site, "The allocated buffer length is too short");
-        return NTE_INVALID_PARAMETER;
+        return outputTooShort(static_cast<DWORD>(blob.size()), pcbResult, NTE_INVALID_PARAMETER);
     }
     NV_UNDER(TRC, site, "Copy the public key data");
     std::copy(blob.begin(), blob.end(), pbOutput);

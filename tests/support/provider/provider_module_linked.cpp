@@ -30,6 +30,9 @@ void applyConfiguration()
 {
     const std::string profile = userProfile();
     Config& config = Config::instance();
+    // A process reads one configuration. Here an earlier test may have read one with these keys.
+    for (const char* key : {"mode", "silentPrompt"})
+        const_cast<std::string&>(config.get(key)).clear();
     config.load(withSlashes(configurationFile(profile)));
     applyMode(config);
     LoggerSettings settings;

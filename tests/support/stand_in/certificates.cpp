@@ -3,6 +3,7 @@
 #include <openssl/evp.h>
 #include <openssl/objects.h>
 #include <openssl/x509.h>
+#include <openssl/x509v3.h>
 #include <windows.h>
 
 #include <atomic>
@@ -29,6 +30,7 @@ struct Freer {
 };
 using X509Certificate = std::unique_ptr<X509, Freer<&X509_free>>;
 using PublicKey = std::unique_ptr<EVP_PKEY, Freer<&EVP_PKEY_free>>;
+using BasicConstraints = std::unique_ptr<BASIC_CONSTRAINTS, Freer<&BASIC_CONSTRAINTS_free>>;
 using Identifier = std::unique_ptr<ASN1_OBJECT, Freer<&ASN1_OBJECT_free>>;
 
 std::string textOf(const ASN1_OBJECT* identifier)
@@ -69,7 +71,22 @@ struct KeyInfo {
     std::string algorithm;
     std::vector<BYTE> parameters;
     std::vector<BYTE> publicKey;
+    std::vector<Extension> extensions;
 };
+
+std::vector<Extension> readExtensions(const X509* certificate)
+{
+    std::vector<Extension> extensions;
+    for (int i = 0; i < X509_get_ext_count(certificate); ++i) {
+        X509_EXTENSION* const extension = X509_get_ext(certificate, i);
+        const ASN1_OCTET_STRING* const value = X509_EXTENSION_get_data(extension);
+        const BYTE* const begin = ASN1_STRING_get0_data(value);
+        extensions.push_back({textOf(X509_EXTENSION_get_object(extension)),
+                              X509_EXTENSION_get_critical(extension) != 0,
+                              {begin, begin + ASN1_STRING_length(value)}});
+    }
+    return extensions;
+}
 
 std::optional<KeyInfo> readKeyInfo(const std::vector<BYTE>& der)
 {
@@ -82,7 +99,10 @@ std::optional<KeyInfo> readKeyInfo(const std::vector<BYTE>& der)
     int bitsSize = 0;
     X509_ALGOR* identifier = nullptr;
     X509_PUBKEY_get0_param(&algorithm, &bits, &bitsSize, &identifier, key);
-    return KeyInfo{textOf(algorithm), encodedParameters(identifier), {bits, bits + bitsSize}};
+    return KeyInfo{textOf(algorithm),
+                   encodedParameters(identifier),
+                   {bits, bits + bitsSize},
+                   readExtensions(certificate.get())};
 }
 
 bool keysAreKept = false;
@@ -120,8 +140,14 @@ bool Certificate::read()
     algorithm_ = key->algorithm;
     parameters_ = key->parameters;
     publicKey_ = key->publicKey;
-    info_.SubjectPublicKeyInfo = {{algorithm_.data(), blobOf(parameters_)},
-                                  {static_cast<DWORD>(publicKey_.size()), publicKey_.data(), 0}};
+    extensions_ = key->extensions;
+    for (Extension& extension : extensions_)
+        extensionRecords_.push_back({extension.identifier.data(), extension.critical ? TRUE : FALSE,
+                                     blobOf(extension.value)});
+    info_ = {{{algorithm_.data(), blobOf(parameters_)},
+              {static_cast<DWORD>(publicKey_.size()), publicKey_.data(), 0}},
+             static_cast<DWORD>(extensionRecords_.size()),
+             extensionRecords_.data()};
     context_ = {X509_ASN_ENCODING, der_.data(), static_cast<DWORD>(der_.size()), &info_, nullptr};
     return true;
 }
@@ -181,10 +207,18 @@ BOOL giveIdentifier(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize
     return give(bytes, buffer, bufferSize);
 }
 
+// Big-endian.
 struct RsaNumbers {
-    std::vector<BYTE> modulus;  // big-endian
-    DWORD exponent;
+    std::vector<BYTE> modulus;
+    std::vector<BYTE> exponent;
 };
+
+std::vector<BYTE> bytesOf(const BIGNUM* number)
+{
+    std::vector<BYTE> bytes(static_cast<size_t>(BN_num_bytes(number)));
+    BN_bn2bin(number, bytes.data());
+    return bytes;
+}
 
 // SEQUENCE { modulus, exponent }, as PKCS #1 defines it.
 std::optional<RsaNumbers> readRsaKey(const BYTE* der, DWORD size)
@@ -199,10 +233,42 @@ std::optional<RsaNumbers> readRsaKey(const BYTE* der, DWORD size)
     EVP_PKEY_get_bn_param(key.get(), "e", &exponent);
     const std::unique_ptr<BIGNUM, Freer<&BN_free>> ownedModulus(modulus);
     const std::unique_ptr<BIGNUM, Freer<&BN_free>> ownedExponent(exponent);
-    RsaNumbers numbers{std::vector<BYTE>(static_cast<size_t>(BN_num_bytes(modulus))),
-                       static_cast<DWORD>(BN_get_word(exponent))};
-    BN_bn2bin(modulus, numbers.modulus.data());
-    return numbers;
+    return RsaNumbers{bytesOf(modulus), bytesOf(exponent)};
+}
+
+BOOL giveCngRsaBlob(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize)
+{
+    const auto numbers = readRsaKey(der, size);
+    if (!numbers)
+        return failed(ERROR_INVALID_PARAMETER);
+    const auto& [modulus, exponent] = *numbers;
+    // The length is that of whole bytes.
+    const BCRYPT_RSAKEY_BLOB head{BCRYPT_RSAPUBLIC_MAGIC,
+                                  static_cast<ULONG>(8 * modulus.size()),
+                                  static_cast<ULONG>(exponent.size()),
+                                  static_cast<ULONG>(modulus.size()),
+                                  0,
+                                  0};
+    std::vector<BYTE> bytes(sizeof head);
+    std::memcpy(bytes.data(), &head, sizeof head);
+    bytes.insert(bytes.end(), exponent.begin(), exponent.end());
+    bytes.insert(bytes.end(), modulus.begin(), modulus.end());
+    return give(bytes, buffer, bufferSize);
+}
+
+BOOL giveBasicConstraints(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize)
+{
+    const BYTE* end = der;
+    const BasicConstraints constraints(d2i_BASIC_CONSTRAINTS(nullptr, &end, size));
+    if (constraints == nullptr)
+        return failed(ERROR_INVALID_PARAMETER);
+    const bool limited = constraints->pathlen != nullptr;
+    const CERT_BASIC_CONSTRAINTS2_INFO info{
+        constraints->ca != 0 ? TRUE : FALSE, limited ? TRUE : FALSE,
+        limited ? static_cast<DWORD>(ASN1_INTEGER_get(constraints->pathlen)) : 0};
+    std::vector<BYTE> bytes(sizeof info);
+    std::memcpy(bytes.data(), &info, sizeof info);
+    return give(bytes, buffer, bufferSize);
 }
 
 BOOL giveRsaBlob(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize)
@@ -216,7 +282,10 @@ BOOL giveRsaBlob(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize)
     constexpr DWORD rsa1 = 0x31415352;
     const BLOBHEADER head{publicKeyBlob, blobVersion, 0, rsaKeyExchange};
     const auto bits = static_cast<DWORD>(8 * numbers->modulus.size());
-    const RSAPUBKEY key{rsa1, bits, numbers->exponent};
+    DWORD exponent = 0;
+    for (const BYTE byte : numbers->exponent)
+        exponent = exponent << 8 | byte;
+    const RSAPUBKEY key{rsa1, bits, exponent};
     std::vector<BYTE> bytes(sizeof head + sizeof key);
     std::memcpy(bytes.data(), &head, sizeof head);
     std::memcpy(bytes.data() + sizeof head, &key, sizeof key);
@@ -275,6 +344,15 @@ DWORD CertGetPublicKeyLength(DWORD, CERT_PUBLIC_KEY_INFO* key)
     return numbers ? static_cast<DWORD>(8 * numbers->modulus.size()) : 0;
 }
 
+CERT_EXTENSION* CertFindExtension(LPCSTR identifier, DWORD count, CERT_EXTENSION* extensions)
+{
+    for (DWORD i = 0; i < count; ++i) {
+        if (std::strcmp(extensions[i].pszObjId, identifier) == 0)
+            return &extensions[i];
+    }
+    return nullptr;
+}
+
 BOOL CryptDecodeObject(DWORD, LPCSTR type, const BYTE* bytes, DWORD size, DWORD, void* structure,
                        DWORD* structureSize)
 {
@@ -282,5 +360,9 @@ BOOL CryptDecodeObject(DWORD, LPCSTR type, const BYTE* bytes, DWORD size, DWORD,
         return giveIdentifier(bytes, size, structure, structureSize);
     if (type == RSA_CSP_PUBLICKEYBLOB)
         return giveRsaBlob(bytes, size, structure, structureSize);
+    if (type == CNG_RSA_PUBLIC_KEY_BLOB)
+        return giveCngRsaBlob(bytes, size, structure, structureSize);
+    if (type == X509_BASIC_CONSTRAINTS2)
+        return giveBasicConstraints(bytes, size, structure, structureSize);
     return failed(ERROR_FILE_NOT_FOUND);
 }

@@ -20,6 +20,12 @@ struct ProviderInfo {
     DWORD keySpec;
 };
 
+struct Extension {
+    std::string identifier;
+    bool critical;
+    std::vector<BYTE> value;
+};
+
 // Shared by its references, of which the maker has the first.
 class Certificate {
 public:
@@ -47,6 +53,8 @@ private:
     std::string algorithm_;
     std::vector<BYTE> parameters_;
     std::vector<BYTE> publicKey_;
+    std::vector<Extension> extensions_;
+    std::vector<CERT_EXTENSION> extensionRecords_;  // of extensions_
     mutable std::mutex lock_;
     std::optional<ProviderInfo> provider_;
     std::atomic<int> references_ = 1;

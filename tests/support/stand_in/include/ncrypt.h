@@ -32,6 +32,7 @@ inline constexpr HRESULT NTE_BAD_FLAGS = static_cast<HRESULT>(0x80090009);
 inline constexpr HRESULT NTE_NO_KEY = static_cast<HRESULT>(0x8009000D);
 inline constexpr HRESULT NTE_NO_MEMORY = static_cast<HRESULT>(0x8009000E);
 inline constexpr HRESULT NTE_NOT_FOUND = static_cast<HRESULT>(0x80090011);
+inline constexpr HRESULT NTE_BAD_KEYSET = static_cast<HRESULT>(0x80090016);
 inline constexpr HRESULT NTE_SILENT_CONTEXT = static_cast<HRESULT>(0x80090022);
 inline constexpr HRESULT NTE_INVALID_HANDLE = static_cast<HRESULT>(0x80090026);
 inline constexpr HRESULT NTE_INVALID_PARAMETER = static_cast<HRESULT>(0x80090027);
@@ -57,12 +58,28 @@ inline constexpr wchar_t NCRYPT_KEY_USAGE_PROPERTY[] = L"Key Usage";
 inline constexpr wchar_t NCRYPT_PROVIDER_HANDLE_PROPERTY[] = L"Provider Handle";
 inline constexpr wchar_t NCRYPT_VERSION_PROPERTY[] = L"Version";
 inline constexpr wchar_t NCRYPT_WINDOW_HANDLE_PROPERTY[] = L"HWND Handle";
+inline constexpr wchar_t NCRYPT_LENGTH_PROPERTY[] = L"Length";
+inline constexpr wchar_t NCRYPT_LENGTHS_PROPERTY[] = L"Lengths";
+inline constexpr wchar_t NCRYPT_BLOCK_LENGTH_PROPERTY[] = L"Block Length";
+inline constexpr wchar_t NCRYPT_UI_POLICY_PROPERTY[] = L"UI Policy";
+inline constexpr wchar_t NCRYPT_USE_CONTEXT_PROPERTY[] = L"Use Context";
+inline constexpr wchar_t NCRYPT_KEY_TYPE_PROPERTY[] = L"Key Type";
+inline constexpr wchar_t NCRYPT_PIN_PROPERTY[] = L"SmartCardPin";
+inline constexpr wchar_t NCRYPT_CERTIFICATE_PROPERTY[] = L"SmartCardKeyCertificate";
 inline constexpr wchar_t NCRYPT_RSA_ALGORITHM[] = L"RSA";
+
+struct NCRYPT_SUPPORTED_LENGTHS {
+    DWORD dwMinLength;
+    DWORD dwMaxLength;
+    DWORD dwIncrement;
+    DWORD dwDefaultLength;
+};
 
 inline constexpr DWORD NCRYPT_SILENT_FLAG = 0x40;
 inline constexpr DWORD NCRYPT_OVERWRITE_KEY_FLAG = 0x80;
 inline constexpr DWORD NCRYPT_ALLOW_DECRYPT_FLAG = 0x1;
 inline constexpr DWORD NCRYPT_ALLOW_SIGNING_FLAG = 0x2;
+inline constexpr DWORD NCRYPT_ALLOW_KEY_AGREEMENT_FLAG = 0x4;
 inline constexpr DWORD NCRYPT_IMPL_HARDWARE_FLAG = 0x1;
 
 inline constexpr DWORD NCRYPT_CIPHER_OPERATION = 0x01;

@@ -23,9 +23,12 @@ inline constexpr DWORD CERT_STORE_CREATE_NEW_FLAG = 0x2000;
 // Numbers in the place of names.
 // NOLINTBEGIN(performance-no-int-to-ptr)
 #define CERT_STORE_PROV_MEMORY reinterpret_cast<LPCSTR>(uintptr_t{2})
+#define X509_BASIC_CONSTRAINTS2 reinterpret_cast<LPCSTR>(uintptr_t{15})
 #define RSA_CSP_PUBLICKEYBLOB reinterpret_cast<LPCSTR>(uintptr_t{19})
+#define CNG_RSA_PUBLIC_KEY_BLOB reinterpret_cast<LPCSTR>(uintptr_t{72})
 #define X509_OBJECT_IDENTIFIER reinterpret_cast<LPCSTR>(uintptr_t{73})
 // NOLINTEND(performance-no-int-to-ptr)
+inline constexpr char szOID_BASIC_CONSTRAINTS2[] = "2.5.29.19";
 
 struct CRYPT_DATA_BLOB {
     DWORD cbData;
@@ -49,9 +52,23 @@ struct CERT_PUBLIC_KEY_INFO {
     CRYPT_BIT_BLOB PublicKey;
 };
 
-// Only the public key is filled.
+struct CERT_EXTENSION {
+    LPSTR pszObjId;
+    BOOL fCritical;
+    CRYPT_OBJID_BLOB Value;
+};
+
+// Only the public key and the extensions are filled.
 struct CERT_INFO {
     CERT_PUBLIC_KEY_INFO SubjectPublicKeyInfo;
+    DWORD cExtension;
+    CERT_EXTENSION* rgExtension;
+};
+
+struct CERT_BASIC_CONSTRAINTS2_INFO {
+    BOOL fCA;
+    BOOL fPathLenConstraint;
+    DWORD dwPathLenConstraint;
 };
 
 struct CERT_CONTEXT {
@@ -96,7 +113,9 @@ BOOL CertGetCertificateContextProperty(PCCERT_CONTEXT context, DWORD property, v
                                        DWORD* size);
 // Of an RSA key, in bits; 0 for any other.
 DWORD CertGetPublicKeyLength(DWORD encoding, CERT_PUBLIC_KEY_INFO* key);
-// X509_OBJECT_IDENTIFIER and RSA_CSP_PUBLICKEYBLOB.
+// The first extension of the identifier; null when there is none.
+CERT_EXTENSION* CertFindExtension(LPCSTR identifier, DWORD count, CERT_EXTENSION* extensions);
+// X509_OBJECT_IDENTIFIER, X509_BASIC_CONSTRAINTS2, RSA_CSP_PUBLICKEYBLOB and CNG_RSA_PUBLIC_KEY_BLOB.
 BOOL CryptDecodeObject(DWORD encoding, LPCSTR type, const BYTE* bytes, DWORD size, DWORD flags,
                        void* structure, DWORD* structureSize);
 // A new store of its own: the provider must be CERT_STORE_PROV_MEMORY.
