@@ -67,8 +67,10 @@ public:
     // M22: the PKCS#11 library stays initialized while providers are open, and operations run side by
     // side.
     constexpr bool keepsLibraryInitialized() const { return modern_; }
-    // M23: imported blobs and the handles of public keys are checked.
+    // M23: imported blobs are checked, and RSA keys are imported.
     constexpr bool checksImportedKeys() const { return modern_; }
+    // M23: the handles of public keys and of secrets to be freed are looked up.
+    constexpr bool looksUpHandles() const { return modern_; }
     // M24: no exception leaves an entry point.
     constexpr bool containsExceptions() const { return modern_; }
     // M25: a log that cannot be written fails no call.

@@ -143,6 +143,15 @@ NCRYPT_KEY_HANDLE KeyStore::addEphemeralKey(const BYTE* pbData, DWORD cbData)
     return trace.leaving(handle);
 }
 
+NCRYPT_KEY_HANDLE KeyStore::fileImported(std::unique_ptr<P11KeyObject> key)
+{
+    addKeyProperties(*key, {});
+    const NCRYPT_KEY_HANDLE handle = handleOf(*key);
+    const std::lock_guard guard(lock_);
+    ephemeralKeys_[handle] = std::move(key);
+    return handle;
+}
+
 template <typename Key>
 NCRYPT_KEY_HANDLE KeyStore::fileClone(const Site& open, const P11KeyObject& source,
                                       const char* success)

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -47,6 +48,12 @@ public:
     // nothing past cbData bytes.
     NCRYPT_KEY_HANDLE addEphemeralKey(const BYTE* pbData, DWORD cbData);
 
+    // In modern: the same for a BCRYPT_RSAKEY_BLOB (rsa) or a BCRYPT_ECCKEY_BLOB with an ECDH magic.
+    // ERROR_SUCCESS and the handle; NTE_BAD_DATA for a damaged or short blob; NTE_NOT_SUPPORTED for
+    // another kind of key or another curve. The handle is written on success only.
+    SECURITY_STATUS importPublicKey(bool rsa, std::span<const BYTE> blob,
+                                    NCRYPT_KEY_HANDLE& handle);
+
     // The input of a derivation, and the buffer of its result.
     struct Derivation {
         Pkcs11* p11;
@@ -66,7 +73,8 @@ public:
     // Digests prepend || secret || append on the token, or signs it with the HMAC key; the derived key
     // is the whole digest. Returns ERROR_SUCCESS, or NTE_INTERNAL_ERROR for anything that fails on the
     // token, including an output buffer that is too small. Sets *pcbResult when the token has derived
-    // the key, even if a clean-up step fails afterwards.
+    // the key, even if a clean-up step fails afterwards. In modern, a smaller buffer takes the first
+    // bytes of the digest.
     SECURITY_STATUS derive(const Derivation& derivation);
 
     // The handle of a new clone; 0 when no key has the name.
@@ -85,6 +93,9 @@ public:
     std::shared_ptr<P11KeyObject> ownerOfOpened(NCRYPT_KEY_HANDLE handle);
     // The clone or the imported public key behind a handle, null for any other handle.
     P11KeyObject* findOpenedOrImported(NCRYPT_KEY_HANDLE handle);
+    std::shared_ptr<P11KeyObject> ownerOf(NCRYPT_KEY_HANDLE handle);
+    // The imported RSA key behind a handle, null for any other handle.
+    std::shared_ptr<P11KeyObject> importedRSAKey(NCRYPT_KEY_HANDLE handle);
 
     // The filed key at a position in name order. Null past the end, and at an entry without a key,
     // which open leaves behind in classic.
@@ -105,6 +116,8 @@ private:
     bool isFiledAt(std::vector<ManagedKey>::iterator place, const std::wstring& name) const
         NV_REQUIRES(lock_);
 
+    // Gives an imported key its properties and its handle.
+    NCRYPT_KEY_HANDLE fileImported(std::unique_ptr<P11KeyObject> key);
     // The filed key of a name, in modern and in classic; null when there is none.
     const P11KeyObject* findFiled(const std::wstring& name) NV_REQUIRES(lock_);
     const P11KeyObject* findOrInsert(const std::wstring& name) NV_REQUIRES(lock_);

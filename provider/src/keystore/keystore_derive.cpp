@@ -2,10 +2,13 @@
 
 #include "keystore/keystore.h"
 
+#include <algorithm>
 #include <array>
 #include <mutex>
 
 #include "base/text.h"
+#include "config/mode.h"
+#include "keystore/keystore_secret.h"
 #include "keystore/keystore_token.h"
 
 namespace NV {
@@ -62,12 +65,12 @@ SecretBytes inputData(const Site& site, const KeyStore::Derivation& d)
     for (const SecretBytes* piece : {&d.kdfPrepend, &d.secret, &d.kdfAppend})
         input.insert(input.end(), piece->begin(), piece->end());
     NV_UNDER(DBG, site, "Retrieved SharedSecret(%d bytes)=[%s]", asInt(d.secret.size()),
-             secretHex(d.secret).data());
+             secretText(d.secret.data(), d.secret.size()).data());
     NV_UNDER(DBG, site, "KDFInputData(%d bytes)=[%s]", asInt(input.size()),
-             secretHex(input).data());
+             secretText(input.data(), input.size()).data());
     if (d.useHmacKdf)
         NV_UNDER(DBG, site, "HMAC_KEY(%d bytes)=[%s]", asInt(d.hmacKey.size()),
-                 secretHex(d.hmacKey).data());
+                 secretText(d.hmacKey.data(), d.hmacKey.size()).data());
     return input;
 }
 
@@ -104,23 +107,36 @@ constexpr Computation digestComputation = {
     "Failed to Digest data, error-code:",
     "Success to Digest data "};
 
-// Sets `length` to the length that the token reported, limited to the buffer. False after a failure,
-// which is logged.
+// Computes into a buffer of `length` bytes; null asks for the length. Sets `length` to the length that
+// the token reported, limited to the buffer. False after a failure, which is logged.
 bool compute(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
-             const Computation& how, CK_OBJECT_HANDLE key, SecretBytes& input, CK_ULONG& length)
+             CK_OBJECT_HANDLE key, SecretBytes& input, PBYTE output, CK_ULONG& length)
 {
+    const Computation& how = d.useHmacKdf ? hmacComputation : digestComputation;
     CK_MECHANISM mechanism{d.hashAlgo.*how.mechanism, nullptr, 0};
     if (!token.check(how.init(token, &mechanism, key), how.initFailure))
         return false;
     NV_UNDER(TRC, site, "%s", how.initSuccess);
-    length = d.cbDerivedKey;
-    const CK_RV rv =
-        (token.p11().*how.run)(token.session(), input.data(), static_cast<CK_ULONG>(input.size()),
-                               d.pbDerivedKey, &length);
+    const CK_ULONG size = length;
+    const CK_RV rv = (token.p11().*how.run)(token.session(), input.data(),
+                                            static_cast<CK_ULONG>(input.size()), output, &length);
     if (!token.check(rv, how.runFailure))
         return false;
-    length = lengthWithin(d.pbDerivedKey, d.cbDerivedKey, length);
+    length = lengthWithin(output, size, length);
     NV_UNDER(TRC, site, "%s%d(bytes)", how.runSuccess, asInt(length));
+    return true;
+}
+
+// The derived key is as many of the first bytes as the caller has room for.
+bool computeShortened(TokenSequence& token, const Site& site, const KeyStore::Derivation& d,
+                      CK_OBJECT_HANDLE key, SecretBytes& input, CK_ULONG& length)
+{
+    SecretBytes whole(d.hashAlgo.size);
+    length = d.hashAlgo.size;
+    if (!compute(token, site, d, key, input, whole.data(), length))
+        return false;
+    length = std::min(length, CK_ULONG{d.cbDerivedKey});
+    std::copy_n(whole.begin(), length, d.pbDerivedKey);
     return true;
 }
 
@@ -144,14 +160,16 @@ void run(TokenSequence& token, const Site& site, const KeyStore::Derivation& d)
     SecretBytes input = inputData(site, d);
     NV_UNDER(TRC, site, "4) Trying to derive the key using [%s] based KDF..",
              printable(d.useHmacKdf ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH).c_str());
-    CK_ULONG length = 0;
-    if (!compute(token, site, d, d.useHmacKdf ? hmacComputation : digestComputation, key, input,
-                 length))
+    CK_ULONG length = d.cbDerivedKey;
+    const bool derived = d.pbDerivedKey != nullptr && mode().shortensDerivedKeys()
+                             ? computeShortened(token, site, d, key, input, length)
+                             : compute(token, site, d, key, input, d.pbDerivedKey, length);
+    if (!derived)
         return;
     *d.pcbResult = length;
     if (d.pbDerivedKey != nullptr)
         NV_UNDER(DBG, site, "Derived Key(%d bytes): [%s]", asInt(length),
-                 secretHex(d.pbDerivedKey, length).data());
+                 secretText(d.pbDerivedKey, length).data());
 }
 
 }  // namespace

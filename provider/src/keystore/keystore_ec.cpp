@@ -108,6 +108,16 @@ OwnedMechanism P11ECKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dwF
     return trace.leaving(OwnedMechanism(CKM_ECDSA));
 }
 
+SECURITY_STATUS P11ECKeyObject::checkSignature(const Site&, const SignatureCall&) const
+{
+    return ERROR_SUCCESS;
+}
+
+SECURITY_STATUS P11ECKeyObject::checkCipher(const Site&, const CipherCall&) const
+{
+    return NTE_NOT_SUPPORTED;
+}
+
 SECURITY_STATUS P11ECKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                      DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                      DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
@@ -115,22 +125,17 @@ SECURITY_STATUS P11ECKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHa
     const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
                              pbSignature, cbSignature,  dwFlags};
     // Compat: the finalize step has the number 5 again; people search logs for it.
-    return signOnToken(
-        NV_HERE, *this, CKK_EC, call, pin, {.logout = 5, .close = 6, .finalize = 5},
-        [&] {
-            return SignInput{mechanismSignature(pPaddingInfo, dwFlags),
-                             Bytes(pbHashValue, pbHashValue + cbHashValue)};
-        },
-        pcbResult);
+    return signOnToken(NV_HERE, *this, CKK_EC, call, pin, {.logout = 5, .close = 6, .finalize = 5},
+                       hashAsItIs, pcbResult);
 }
 
 SECURITY_STATUS P11ECKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                        DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                        DWORD dwFlags)
 {
-    return verifyOnToken(
-        NV_HERE, *this, CKK_EC,
-        {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags});
+    const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
+                             pbSignature, cbSignature,  dwFlags};
+    return verifyOnToken(NV_HERE, *this, CKK_EC, call, hashAsItIs);
 }
 
 SECURITY_STATUS P11ECKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,

@@ -30,6 +30,10 @@ public:
     OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const override;
     OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
 
+    // Every hash and padding is accepted for a signature. Nothing is encrypted.
+    SECURITY_STATUS checkSignature(const Site& operation, const SignatureCall& call) const override;
+    SECURITY_STATUS checkCipher(const Site& operation, const CipherCall& call) const override;
+
     // The signature is r followed by s, the format of both PKCS#11 and CNG.
     SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                          PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags,

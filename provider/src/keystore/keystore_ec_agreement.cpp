@@ -56,7 +56,7 @@ OwnedSecret readSecret(TokenSequence& token, const Site& site, CK_OBJECT_HANDLE 
     wipe(secret->bytes + length, secret->length - length);
     secret->length = length;
     NV_UNDER(DBG, site, "Agreed SharedSecret(%d bytes)=[%s], ", static_cast<int>(secret->length),
-             secretHex(secret->bytes, secret->length).data());
+             secretText(secret->bytes, secret->length).data());
     return secret;
 }
 

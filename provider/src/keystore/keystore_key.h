@@ -16,11 +16,15 @@
 #include "base/secret.h"
 #include "keystore/keystore_mechanism.h"
 #include "keystore/property.h"
+#include "logger/trace.h"
 #include "p11/cryptoki.h"
 #include "p11/p11.h"
 #include "p11/p11object.h"
 
 namespace NV {
+
+struct CipherCall;
+struct SignatureCall;
 
 // Has no token state between operations: each one runs its own session. It has no lock: the key store
 // guards construction and deletion, the provider guards the use.
@@ -48,6 +52,13 @@ public:
     // The mechanism of a padding. What the padding information points at stays the caller's.
     virtual OwnedMechanism mechanismSignature(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
     virtual OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const = 0;
+
+    // Whether the key has the operation and the padding, before anything is asked of the user and the
+    // token: ERROR_SUCCESS, NTE_NOT_SUPPORTED, or NTE_INVALID_PARAMETER for a hash of a wrong length.
+    // Not for classic. The padding information that the flags need must not be null.
+    virtual SECURITY_STATUS checkSignature(const Site& operation,
+                                           const SignatureCall& call) const = 0;
+    virtual SECURITY_STATUS checkCipher(const Site& operation, const CipherCall& call) const = 0;
 
     // *pcbResult is the length that the token gave; written on success only.
     virtual SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,

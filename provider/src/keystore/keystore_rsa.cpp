@@ -10,6 +10,8 @@
 #include "base/text.h"
 #include "config/mode.h"
 #include "keystore/keystore_hash.h"
+#include "keystore/keystore_padding.h"
+#include "keystore/keystore_public.h"
 #include "keystore/keystore_sign.h"
 
 namespace NV {
@@ -102,7 +104,7 @@ bool runCipher(TokenSequence& token, const Site& operation, const CipherCall& ca
 }
 
 // Everything but PSS is signed as raw PKCS #1 v1.5, and the DigestInfo is put before the hash here.
-SignInput signInput(const P11RSAKeyObject& key, const SignatureCall& call)
+SignInput signInput(const P11KeyObject& key, const SignatureCall& call)
 {
     SignInput input{key.mechanismSignature(call.pPaddingInfo, call.dwFlags), {}};
     const auto* hash =
@@ -111,6 +113,15 @@ SignInput signInput(const P11RSAKeyObject& key, const SignatureCall& call)
         input = {OwnedMechanism(CKM_RSA_PKCS), hexDecode(hash->digestInfo)};
     input.data.insert(input.data.end(), call.pbHashValue, call.pbHashValue + call.cbHashValue);
     return input;
+}
+
+// The same for a call that checkSignature has accepted.
+SignInput checkedInput(const P11KeyObject& key, const SignatureCall& call)
+{
+    OwnedMechanism mechanism = key.mechanismSignature(call.pPaddingInfo, call.dwFlags);
+    if (mechanism.type() == CKM_RSA_PKCS_PSS)
+        return {std::move(mechanism), {call.pbHashValue, call.pbHashValue + call.cbHashValue}};
+    return {OwnedMechanism(CKM_RSA_PKCS), digestInfoAndHash(call)};
 }
 
 }  // namespace
@@ -213,24 +224,36 @@ OwnedMechanism P11RSAKeyObject::mechanismEncryption(VOID* pPaddingInfo, DWORD dw
     return trace.leaving(std::move(mechanism));
 }
 
+SECURITY_STATUS P11RSAKeyObject::checkSignature(const Site& operation,
+                                                const SignatureCall& call) const
+{
+    return checkRsaSignature(operation, call);
+}
+
+SECURITY_STATUS P11RSAKeyObject::checkCipher(const Site& operation, const CipherCall& call) const
+{
+    return checkRsaCipher(operation, call);
+}
+
 SECURITY_STATUS P11RSAKeyObject::sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                       DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                       DWORD* pcbResult, DWORD dwFlags, const SecretBytes& pin)
 {
     const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
                              pbSignature, cbSignature,  dwFlags};
-    return signOnToken(
-        NV_HERE, *this, CKK_RSA, call, pin, {.logout = 5, .close = 6, .finalize = 7},
-        [&] { return signInput(*this, call); }, pcbResult);
+    return signOnToken(NV_HERE, *this, CKK_RSA, call, pin, {.logout = 5, .close = 6, .finalize = 7},
+                       mode().checksHashNames() ? checkedInput : signInput, pcbResult);
 }
 
 SECURITY_STATUS P11RSAKeyObject::verify(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue,
                                         DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
                                         DWORD dwFlags)
 {
-    return verifyOnToken(
-        NV_HERE, *this, CKK_RSA,
-        {p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags});
+    const SignatureCall call{p11,         pPaddingInfo, pbHashValue, cbHashValue,
+                             pbSignature, cbSignature,  dwFlags};
+    // Compat: classic gives the token the bare hash, with a mechanism that expects the message.
+    return verifyOnToken(NV_HERE, *this, CKK_RSA, call,
+                         mode().verifiesAsItSigns() ? checkedInput : hashAsItIs);
 }
 
 SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbInput,
@@ -253,6 +276,8 @@ SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
                    static_cast<long>(length));
     }
     const SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
+    if (token.failure().withholdsKey() && mode().usesCertificateKeys())
+        return trace.leaving(encryptWithoutToken(here, *this, call).value_or(status));
     if (status == ERROR_SUCCESS)
         *pcbResult = length;
     return trace.leaving(status);

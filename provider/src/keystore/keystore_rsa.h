@@ -28,6 +28,9 @@ public:
     // used; with none, the mechanism is 0.
     OwnedMechanism mechanismEncryption(VOID* pPaddingInfo, DWORD dwFlags) const override;
 
+    SECURITY_STATUS checkSignature(const Site& operation, const SignatureCall& call) const override;
+    SECURITY_STATUS checkCipher(const Site& operation, const CipherCall& call) const override;
+
     SECURITY_STATUS sign(Pkcs11* p11, VOID* pPaddingInfo, PBYTE pbHashValue, DWORD cbHashValue,
                          PBYTE pbSignature, DWORD cbSignature, DWORD* pcbResult, DWORD dwFlags,
                          const SecretBytes& pin) override;

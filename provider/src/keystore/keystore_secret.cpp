@@ -5,9 +5,11 @@
 #include <algorithm>
 #include <cstdlib>
 #include <new>
+#include <string_view>
 #include <utility>
 
 #include "base/never_destroyed.h"
+#include "config/mode.h"
 
 namespace NV {
 
@@ -17,6 +19,13 @@ void AgreedSecretFreer::operator()(AgreedSecret* secret) const
         wipe(secret->bytes, secret->length);
     std::free(secret->bytes);
     std::free(secret);
+}
+
+SecretText secretText(const unsigned char* bytes, size_t length)
+{
+    constexpr std::string_view hidden("hidden\0", 7);
+    return mode().hidesSecrets() ? SecretText(hidden.begin(), hidden.end())
+                                 : secretHex(bytes, length);
 }
 
 OwnedSecret makeSecret(uint32_t length)

@@ -4,6 +4,7 @@
 
 #include "base/cng.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -31,6 +32,10 @@ struct AgreedSecretFreer {
     void operator()(AgreedSecret* secret) const;
 };
 using OwnedSecret = std::unique_ptr<AgreedSecret, AgreedSecretFreer>;
+
+// What the log shows of a secret between brackets: in classic its bytes in hexadecimal, in modern
+// "hidden". Ends with a zero.
+SecretText secretText(const unsigned char* bytes, size_t length);
 
 // A record for `length` bytes, filled with zeros. Throws std::bad_alloc.
 OwnedSecret makeSecret(uint32_t length);

@@ -2,6 +2,9 @@
 
 #include "keystore/keystore_sign.h"
 
+#include "config/mode.h"
+#include "keystore/keystore_public.h"
+
 namespace NV {
 
 namespace {
@@ -31,25 +34,31 @@ CK_ULONG sign(TokenSequence& token, const Site& operation, const SignatureCall& 
     return length;
 }
 
-void verify(TokenSequence& token, const Site& operation, const SignatureCall& call,
-            OwnedMechanism mechanism)
+void verify(TokenSequence& token, const Site& operation, const SignatureCall& call, SignInput input)
 {
-    if (!token.check(call.p11->C_VerifyInit(token.session(), mechanism.get(), token.key()),
+    if (!token.check(call.p11->C_VerifyInit(token.session(), input.mechanism.get(), token.key()),
                      "Failed to initialize verify process "))
         return;
     NV_UNDER(TRC, operation, "Success to initialize verify process");
-    const CK_RV rv = call.p11->C_Verify(token.session(), call.pbHashValue, call.cbHashValue,
-                                        call.pbSignature, call.cbSignature);
+    const CK_RV rv = call.p11->C_Verify(token.session(), input.data.data(),
+                                        static_cast<CK_ULONG>(input.data.size()), call.pbSignature,
+                                        call.cbSignature);
     if (token.check(rv, "Failed to verify Process "))
         NV_UNDER(TRC, operation, "Success to verify signature");
 }
 
 }  // namespace
 
+SignInput hashAsItIs(const P11KeyObject& key, const SignatureCall& call)
+{
+    return {key.mechanismSignature(call.pPaddingInfo, call.dwFlags),
+            {call.pbHashValue, call.pbHashValue + call.cbHashValue}};
+}
+
 SECURITY_STATUS signOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,
                             const SignatureCall& call, const SecretBytes& pin,
-                            const TokenSequence::CleanUp& cleanUp,
-                            const std::function<SignInput()>& input, DWORD* pcbResult)
+                            const TokenSequence::CleanUp& cleanUp, MakeInput input,
+                            DWORD* pcbResult)
 {
     Trace trace(operation);
     logArguments(trace, call, &pin);
@@ -58,7 +67,7 @@ SECURITY_STATUS signOnToken(const Site& operation, const P11KeyObject& key, CK_K
     if (token.initialize() && token.openSession() && token.login(pin) &&
         token.findKey(3, CKO_PRIVATE_KEY, keyType, key.tokenId())) {
         NV_UNDER(TRC, operation, "4) Try to sign the given hash by private key");
-        length = sign(token, operation, call, input());
+        length = sign(token, operation, call, input(key, call));
     }
     const SECURITY_STATUS status = token.finish(cleanUp);
     if (status == ERROR_SUCCESS)
@@ -67,7 +76,7 @@ SECURITY_STATUS signOnToken(const Site& operation, const P11KeyObject& key, CK_K
 }
 
 SECURITY_STATUS verifyOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,
-                              const SignatureCall& call)
+                              const SignatureCall& call, MakeInput input)
 {
     Trace trace(operation);
     logArguments(trace, call, nullptr);
@@ -75,9 +84,12 @@ SECURITY_STATUS verifyOnToken(const Site& operation, const P11KeyObject& key, CK
     if (token.initialize() && token.openSession() &&
         token.findKey(2, CKO_PUBLIC_KEY, keyType, key.tokenId())) {
         NV_UNDER(TRC, operation, "3) Try to verify the given signature by public key");
-        verify(token, operation, call, key.mechanismSignature(call.pPaddingInfo, call.dwFlags));
+        verify(token, operation, call, input(key, call));
     }
-    return trace.leaving(token.finish({.logout = 0, .close = 4, .finalize = 5}));
+    SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
+    if (token.failure().withholdsKey() && mode().usesCertificateKeys())
+        status = verifyWithoutToken(operation, key, call).value_or(status);
+    return trace.leaving(status);
 }
 
 }  // namespace NV

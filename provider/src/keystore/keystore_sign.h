@@ -4,8 +4,6 @@
 
 #include <windows.h>
 
-#include <functional>
-
 #include "base/encoding.h"
 #include "base/secret.h"
 #include "keystore/keystore_call.h"
@@ -16,23 +14,29 @@
 
 namespace NV {
 
-// What the token signs, and how.
+// What the token signs or verifies, and how.
 struct SignInput {
     OwnedMechanism mechanism;
     Bytes data;
 };
 
-// The whole operation, from ENTER to LEAVE, under the operation's name. ERROR_SUCCESS, or
-// NTE_INTERNAL_ERROR for anything that fails on the token. `input` is called after the private key
+using MakeInput = SignInput (*)(const P11KeyObject& key, const SignatureCall& call);
+
+// A MakeInput: the hash of the call, with the key's mechanismSignature.
+SignInput hashAsItIs(const P11KeyObject& key, const SignatureCall& call);
+
+// The whole operation, from ENTER to LEAVE, under the operation's name. The status is that
+// of TokenSequence::finish. `input` is called after the private key
 // is found. *pcbResult is the length that the token gave, at most the buffer's size; written on
 // success only.
 SECURITY_STATUS signOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,
                             const SignatureCall& call, const SecretBytes& pin,
-                            const TokenSequence::CleanUp& cleanUp,
-                            const std::function<SignInput()>& input, DWORD* pcbResult);
+                            const TokenSequence::CleanUp& cleanUp, MakeInput input,
+                            DWORD* pcbResult);
 
-// The same for verifying the hash as it is, with the key's mechanismSignature.
+// The same for verifying, without a login. In modern, the certificate's public key takes the place of
+// one that the token does not give.
 SECURITY_STATUS verifyOnToken(const Site& operation, const P11KeyObject& key, CK_KEY_TYPE keyType,
-                              const SignatureCall& call);
+                              const SignatureCall& call, MakeInput input);
 
 }  // namespace NV

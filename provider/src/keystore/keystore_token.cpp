@@ -51,16 +51,8 @@ bool TokenSequence::check(CK_RV rv, std::string_view failure)
     NV_UNDER(ERR, operation_, "%.*s(%s)", static_cast<int>(failure.size()), failure.data(),
              returnValueText(rv));
     noteResult(rv, returnValueText);
-    fail(rv);
+    failure_.note(rv);
     return false;
-}
-
-void TokenSequence::fail(CK_RV rv)
-{
-    if (status_ != ERROR_SUCCESS)
-        return;
-    const bool lost = p11_.joined() && rv == CKR_CRYPTOKI_NOT_INITIALIZED;
-    status_ = lost ? libraryLost : NTE_INTERNAL_ERROR;
 }
 
 bool TokenSequence::initialize()
@@ -169,7 +161,17 @@ SECURITY_STATUS TokenSequence::finish(const CleanUp& steps)
         const CK_RV rv = p11_.C_Finalize(nullptr);
         check(rv, "Failed C_Finalize ");
     }
-    return status_;
+    return status();
+}
+
+SECURITY_STATUS TokenSequence::status() const
+{
+    if (!failure_.failed())
+        return ERROR_SUCCESS;
+    if (p11_.joined() && failure_.result() == CKR_CRYPTOKI_NOT_INITIALIZED)
+        return libraryLost;
+    return mode().translatesTokenResults() ? static_cast<SECURITY_STATUS>(failure_.status().value)
+                                           : NTE_INTERNAL_ERROR;
 }
 
 CK_ULONG lengthWithin(const void* buffer, CK_ULONG capacity, CK_ULONG reported)

@@ -11,6 +11,7 @@
 #include "base/encoding.h"
 #include "base/mutex.h"
 #include "base/secret.h"
+#include "keystore/token_status.h"
 #include "logger/trace.h"
 #include "p11/cryptoki.h"
 #include "p11/p11.h"
@@ -59,12 +60,16 @@ public:
     // True for CKR_OK. Otherwise logs `failure`, followed by the result's name in parentheses.
     bool check(CK_RV rv, std::string_view failure);
 
-    // Sets the status for a step that failed without a token call and is already logged.
-    void fail() { status_ = NTE_INTERNAL_ERROR; }
+    // For a step that found no key object and has logged that.
+    void fail() { failure_.noteNoKey(); }
 
     // Logs out, closes and finalizes, as far as the steps were done. ERROR_SUCCESS when every step of
-    // the whole sequence succeeded, otherwise NTE_INTERNAL_ERROR.
+    // the whole sequence succeeded, otherwise NTE_INTERNAL_ERROR; in modern the status of the first
+    // failure (token_status.h).
     SECURITY_STATUS finish(const CleanUp& steps);
+
+    // What decides the status.
+    const TokenFailure& failure() const { return failure_; }
 
     Pkcs11& p11() const { return p11_; }
     CK_SESSION_HANDLE session() const { return session_; }
@@ -74,8 +79,7 @@ private:
     struct KeyTexts;
 
     bool findFirst(const KeyTexts& texts);
-    // The first failure decides the status.
-    void fail(CK_RV rv);
+    SECURITY_STATUS status() const;
 
     Pkcs11& p11_;
     CK_SLOT_ID slotId_;
@@ -86,7 +90,7 @@ private:
     bool initialized_ = false;
     bool opened_ = false;
     bool loggedIn_ = false;
-    SECURITY_STATUS status_ = ERROR_SUCCESS;
+    TokenFailure failure_;
 };
 
 // The length that a token reported for an output, limited to the buffer's capacity. Not limited when

@@ -167,6 +167,22 @@ SECURITY_STATUS Provider::NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags)
     return trace.end(refusal(phEvent != nullptr));
 }
 
+namespace {
+
+SECURITY_STATUS dialogFailure(const PINDialogException& error)
+{
+    switch (error.code()) {
+    case PINDialogException::userCanceled:
+        return NTE_USER_CANCELLED;
+    case PINDialogException::openFailed:
+        return mode().reportsMissingPin() ? NTE_SILENT_CONTEXT : NTE_INTERNAL_ERROR;
+    default:
+        return NTE_INTERNAL_ERROR;
+    }
+}
+
+}  // namespace
+
 SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
 {
     const Trace trace(NV_HERE);
@@ -182,11 +198,11 @@ SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
             request.subject = pinSubject(*pkcs11_, *slot_, key, certStore_);
         pin = requestPIN(&request);
         NV_TRC("Entered Pin is %d bytes", static_cast<int>(pin.size()));
-        status = ERROR_SUCCESS;
+        // Compat: in classic, an empty PIN is no failure.
+        status = pin.empty() && mode().reportsMissingPin() ? NTE_USER_CANCELLED : ERROR_SUCCESS;
     } catch (const PINDialogException& error) {
         NV_ERR("Caught Exception: %s(errorcode:%d)", error.what(), static_cast<int>(error.code()));
-        status = error.code() == PINDialogException::userCanceled ? NTE_USER_CANCELLED
-                                                                  : NTE_INTERNAL_ERROR;
+        status = dialogFailure(error);
     } catch (...) {
         NV_ERR("Caught Unknown Exception");
         status = NTE_INTERNAL_ERROR;

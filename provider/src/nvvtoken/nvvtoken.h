@@ -19,6 +19,7 @@
 #include "base/secret.h"
 #include "certstore/certstore.h"
 #include "keystore/keystore.h"
+#include "keystore/keystore_call.h"
 #include "keystore/property.h"
 #include "nvvtoken/nvvtoken_name.h"
 #include "p11/p11.h"
@@ -137,8 +138,12 @@ private:
 
     // Agrees on a secret with the owner of an imported public key, and adds it to the list.
     SECURITY_STATUS agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
-                          NCRYPT_KEY_HANDLE hPubKey, NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                          const P11KeyObject& peer, NCRYPT_SECRET_HANDLE* phAgreedSecret,
                           const SecretBytes& pin);
+    // The public key behind the handle, which lives as long as the result. Null if the store does not
+    // know the handle, or knows it as that of an RSA key. Compat: in classic, the store is not asked,
+    // and the handle must be one of a key.
+    std::shared_ptr<const P11KeyObject> peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
 
     // Asks the user for the PIN of the key's token. Sets the status to 0 and returns the PIN, which can be empty;
     // otherwise sets the status that the operation must return.
@@ -146,6 +151,47 @@ private:
 
     // The parts of a token operation; see nvvtoken_work.h. `held` is the provider's lock.
     using Held = std::unique_lock<Mutex>;
+
+    // The operation, the provider's lock, and the key's handle.
+    struct KeyUse {
+        const Site& site;
+        Held& held;
+        NCRYPT_KEY_HANDLE hKey;
+    };
+
+    // The token operations behind their argument checks. In modern, everything that can be told or
+    // refused without the user and the token is. The calls have no call layer yet.
+    SECURITY_STATUS sign(const KeyUse& use, const SignatureCall& call, DWORD* pcbResult);
+    SECURITY_STATUS signChecked(const KeyUse& use, const SignatureCall& call, DWORD* pcbResult);
+    SECURITY_STATUS verify(const KeyUse& use, const SignatureCall& call);
+    SECURITY_STATUS verifyChecked(const KeyUse& use, const SignatureCall& call);
+    SECURITY_STATUS encrypt(const KeyUse& use, const CipherCall& call);
+    SECURITY_STATUS encryptChecked(const KeyUse& use, const CipherCall& call);
+    SECURITY_STATUS decrypt(const KeyUse& use, const CipherCall& call);
+    SECURITY_STATUS decryptChecked(const KeyUse& use, const CipherCall& call);
+    // The token decrypts into as many bytes as the modulus has: some tokens want no fewer.
+    SECURITY_STATUS decryptIntoOwnBuffer(const Site& site, P11KeyObject& key,
+                                         const CipherCall& call, DWORD modulus);
+
+    // The two ways of what has an output.
+    struct TokenWays {
+        SECURITY_STATUS (Provider::*sign)(const KeyUse&, const SignatureCall&, DWORD* pcbResult);
+        SECURITY_STATUS (Provider::*encrypt)(const KeyUse&, const CipherCall&);
+        SECURITY_STATUS (Provider::*decrypt)(const KeyUse&, const CipherCall&);
+    };
+    static const TokenWays& tokenWays();
+
+    // What both ways do in the end.
+    SECURITY_STATUS signWithPIN(const Site& site, P11KeyObject& key, const SignatureCall& call,
+                                DWORD* pcbResult);
+    SECURITY_STATUS verifyOnToken(const Site& site, P11KeyObject& key, const SignatureCall& call);
+    SECURITY_STATUS encryptOnToken(const Site& site, P11KeyObject& key, const CipherCall& call);
+    SECURITY_STATUS decryptWithPIN(const Site& site, P11KeyObject& key, const CipherCall& call);
+    // NTE_INTERNAL_ERROR for 0, which is logged: the length is not known.
+    static SECURITY_STATUS reportSignatureLength(const Site& site, DWORD length, DWORD* pcbResult);
+
+    // Whether the caller's NCRYPT_SILENT_FLAG keeps the dialog from being shown, which is logged.
+    static bool mustStaySilent(const Site& site, DWORD dwFlags);
 
     // Runs the work with the opened key of a handle, which lives until the work is done.
     // NTE_INVALID_HANDLE if there is none.

@@ -203,10 +203,14 @@ SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlo
                printable(pszBlobType).c_str());
         status = NTE_NOT_SUPPORTED;
     }
+    if (status != ERROR_SUCCESS)
+        return trace.end(status);
+    if (mode().checksImportedKeys())
+        return trace.end(keyStore_.importPublicKey(
+            std::wstring_view(pszBlobType) == BCRYPT_RSAPUBLIC_BLOB, {pbData, cbData}, *phKey));
     // Compat: a blob that the store rejects gives a null handle and success.
-    if (status == ERROR_SUCCESS)
-        *phKey = keyStore_.addEphemeralKey(pbData, cbData);
-    return trace.end(status);
+    *phKey = keyStore_.addEphemeralKey(pbData, cbData);
+    return trace.end(ERROR_SUCCESS);
 }
 
 SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hExportKey,

@@ -39,6 +39,8 @@ ParameterKind parameterKind(const ParameterBuffer& buffer, bool useHmacKdf);
 
 // The content of the whole list.
 struct DerivationParameters {
+    // Whether the list has a buffer for the name. For the caller of takeParameter.
+    bool hasHashName = false;
     std::wstring hashName;
     SecretBytes hmacKey;
     SecretBytes prepend;

@@ -2,6 +2,7 @@
 
 #include "nvvtoken/nvvtoken.h"
 
+#include <memory>
 #include <mutex>
 #include <new>
 #include <span>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "base/text.h"
+#include "config/mode.h"
 #include "keystore/keystore_hash.h"
 #include "keystore/keystore_secret.h"
 #include "logger/trace.h"
@@ -29,6 +31,7 @@ SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool
     const ParameterKind kind = parameterKind(buffer, useHmacKdf);
     switch (kind) {
     case ParameterKind::hashName:
+        parameters.hasHashName = true;
         takeParameter(kind, buffer, parameters);
         if (!buffer.readable())
             parameters.hashName.clear();
@@ -111,22 +114,38 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
         return trace.end(NTE_INVALID_PARAMETER);
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
-    return trace.end(withKey(here, guard, hPrivKey, [&](P11KeyObject& key) {
+    return trace.end(withKey(here, guard, hPrivKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
+        const std::shared_ptr<const P11KeyObject> peer = peerKey(here, hPubKey);
+        if (peer == nullptr)
+            return NTE_INVALID_HANDLE;
+        if (mustStaySilent(here, dwFlags))
+            return NTE_SILENT_CONTEXT;
         return withPIN(here, key, [&](Pkcs11& p11, const SecretBytes& pin) {
-            return agree(here, p11, key, hPubKey, phAgreedSecret, pin);
+            return agree(here, p11, key, *peer, phAgreedSecret, pin);
         });
     }));
 }
 
-SECURITY_STATUS Provider::agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
-                                NCRYPT_KEY_HANDLE hPubKey, NCRYPT_SECRET_HANDLE* phAgreedSecret,
-                                const SecretBytes& pin)
+std::shared_ptr<const P11KeyObject> Provider::peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey)
 {
+    if (mode().looksUpHandles()) {
+        std::shared_ptr<const P11KeyObject> peer = keyStore_.ownerOf(hPubKey);
+        if (peer != nullptr && peer->algorithm() != "RSA")
+            return peer;
+        NV_UNDER(ERR, site, "Not Found public Key of a curve = %p", asPointer(hPubKey));
+        return nullptr;
+    }
     // Compat: there is no look-up of this handle. It must be one that ImportKey returned.
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
-    const auto* peer = reinterpret_cast<const P11KeyObject*>(hPubKey);
-    Bytes peerKey = base64Decode(peer->publicKey());
-    NV_UNDER(DBG, site, "Peer's public key(b64)=[%s]", peer->publicKey().c_str());
+    return {std::shared_ptr<void>(), reinterpret_cast<const P11KeyObject*>(hPubKey)};
+}
+
+SECURITY_STATUS Provider::agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
+                                const P11KeyObject& peer, NCRYPT_SECRET_HANDLE* phAgreedSecret,
+                                const SecretBytes& pin)
+{
+    Bytes peerKey = base64Decode(peer.publicKey());
+    NV_UNDER(DBG, site, "Peer's public key(b64)=[%s]", peer.publicKey().c_str());
     NV_UNDER(DBG, site, "Peer's public key=[%s], %d bytes", hexEncode(peerKey).c_str(),
              static_cast<int>(peerKey.size()));
     NCRYPT_SECRET_HANDLE handle = 0;
@@ -174,6 +193,10 @@ SECURITY_STATUS Provider::DeriveKey(NCRYPT_SECRET_HANDLE hSharedSecret, LPCWSTR 
     if (const SECURITY_STATUS status = readParameters(here, pParameterList, useHmacKdf, parameters);
         status != ERROR_SUCCESS)
         return trace.end(status);
+    if (!parameters.hasHashName && mode().shortensDerivedKeys()) {
+        NV_DBG("No KDF Hash Algorithm is given, using [SHA1]");
+        parameters.hashName = BCRYPT_SHA1_ALGORITHM;
+    }
     const HashAlgorithm* hash = findHashAlgorithm(parameters.hashName.c_str());
     if (hash == nullptr) {
         NV_ERR("Unsupported KDF Hash Algorithm [%s]", toUtf8(parameters.hashName).c_str());
@@ -206,13 +229,15 @@ SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)
     if (hSharedSecret == 0)
         return trace.end(NTE_INVALID_PARAMETER);
     size_t size = 0;
-    if (const OwnedSecret secret = SecretList::instance().remove(hSharedSecret, size))
+    if (const OwnedSecret secret = SecretList::instance().remove(hSharedSecret, size)) {
         NV_DBG("Found secretHandle(%p) in managed Global SecretHandle List of size (%d)",
                asPointer(hSharedSecret), static_cast<int>(size));
-    else
-        NV_WRN("Not found secretHandle(%p) in managed Global SecretHandle List",
-               asPointer(hSharedSecret));
-    return trace.end(ERROR_SUCCESS);
+        return trace.end(ERROR_SUCCESS);
+    }
+    NV_WRN("Not found secretHandle(%p) in managed Global SecretHandle List",
+           asPointer(hSharedSecret));
+    // Compat: in classic, freeing an unknown secret succeeds.
+    return trace.end(mode().looksUpHandles() ? NTE_INVALID_HANDLE : ERROR_SUCCESS);
 }
 
 }  // namespace NV

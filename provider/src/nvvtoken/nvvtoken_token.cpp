@@ -1,4 +1,5 @@
 // The provider's operations on the token with a key: signing, verification, encryption, decryption.
+// Here are the operations of the table, and how classic does them; nvvtoken_checked.cpp has modern.
 
 #include "nvvtoken/nvvtoken.h"
 
@@ -6,6 +7,7 @@
 #include <span>
 
 #include "base/text.h"
+#include "config/mode.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken_work.h"
 
@@ -109,7 +111,17 @@ void logSilentFlag(const Site& site, DWORD dwFlags)
         NV_UNDER(DBG, site, "NCRYPT_SILENT_FLAG is enabled");
 }
 
-SECURITY_STATUS reportSignatureLength(const Site& site, DWORD length, DWORD* pcbResult)
+}  // namespace
+
+const Provider::TokenWays& Provider::tokenWays()
+{
+    static constexpr TokenWays asGiven = {&Provider::sign, &Provider::encrypt, &Provider::decrypt};
+    static constexpr TokenWays checked = {&Provider::signChecked, &Provider::encryptChecked,
+                                          &Provider::decryptChecked};
+    return mode().tellsLengthsFirst() ? checked : asGiven;
+}
+
+SECURITY_STATUS Provider::reportSignatureLength(const Site& site, DWORD length, DWORD* pcbResult)
 {
     if (length == 0) {
         NV_UNDER(ERR, site, "The length of the signature is not known");
@@ -118,8 +130,6 @@ SECURITY_STATUS reportSignatureLength(const Site& site, DWORD length, DWORD* pcb
     *pcbResult = length;
     return ERROR_SUCCESS;
 }
-
-}  // namespace
 
 SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, PBYTE pbHashValue,
                                    DWORD cbHashValue, PBYTE pbSignature, DWORD cbSignature,
@@ -139,21 +149,35 @@ SECURITY_STATUS Provider::SignHash(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo, P
     logSilentFlag(here, dwFlags);
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
-        if (pbSignature == nullptr)
-            return reportSignatureLength(here, key.signatureLength(), pcbResult);
-        return withPIN(here, key, [&](Pkcs11& p11, const SecretBytes& pin) {
-            DWORD length = 0;
-            const SECURITY_STATUS status =
-                key.sign(&p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature,
-                         &length, dwFlags, pin);
-            if (status != ERROR_SUCCESS)
-                return status;
-            // The token's own length is for a key whose length the certificate does not tell.
-            return reportSignatureLength(
-                here, key.keyLength() != 0 ? key.signatureLength() : length, pcbResult);
-        });
-    }));
+    return trace.end((this->*tokenWays().sign)(
+        {here, guard, hKey},
+        {nullptr, pPaddingInfo, pbHashValue, cbHashValue, pbSignature, cbSignature, dwFlags},
+        pcbResult));
+}
+
+SECURITY_STATUS Provider::sign(const KeyUse& use, const SignatureCall& call, DWORD* pcbResult)
+{
+    return withKey(use.site, use.held, use.hKey, [&](P11KeyObject& key) {
+        return call.pbSignature == nullptr
+                   ? reportSignatureLength(use.site, key.signatureLength(), pcbResult)
+                   : signWithPIN(use.site, key, call, pcbResult);
+    });
+}
+
+SECURITY_STATUS Provider::signWithPIN(const Site& site, P11KeyObject& key,
+                                      const SignatureCall& call, DWORD* pcbResult)
+{
+    return withPIN(site, key, [&](Pkcs11& p11, const SecretBytes& pin) {
+        DWORD length = 0;
+        const SECURITY_STATUS status =
+            key.sign(&p11, call.pPaddingInfo, call.pbHashValue, call.cbHashValue, call.pbSignature,
+                     call.cbSignature, &length, call.dwFlags, pin);
+        if (status != ERROR_SUCCESS)
+            return status;
+        // The token's own length is for a key whose length the certificate does not tell.
+        return reportSignatureLength(site, key.keyLength() != 0 ? key.signatureLength() : length,
+                                     pcbResult);
+    });
 }
 
 SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPaddingInfo,
@@ -173,12 +197,25 @@ SECURITY_STATUS Provider::VerifySignature(NCRYPT_KEY_HANDLE hKey, VOID* pPadding
         isInput(pbHashValue, cbHashValue) && isOutput(pbSignature, cbSignature);
     if (!checkSignaturePadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
-        return onToken(here, [&](Pkcs11& p11) {
-            return key.verify(&p11, pPaddingInfo, pbHashValue, cbHashValue, pbSignature,
-                              cbSignature, dwFlags);
-        });
-    }));
+    const SignatureCall call{nullptr,     pPaddingInfo, pbHashValue, cbHashValue,
+                             pbSignature, cbSignature,  dwFlags};
+    return trace.end(mode().verifiesAsItSigns() ? verifyChecked({here, guard, hKey}, call)
+                                                : verify({here, guard, hKey}, call));
+}
+
+SECURITY_STATUS Provider::verify(const KeyUse& use, const SignatureCall& call)
+{
+    return withKey(use.site, use.held, use.hKey,
+                   [&](P11KeyObject& key) { return verifyOnToken(use.site, key, call); });
+}
+
+SECURITY_STATUS Provider::verifyOnToken(const Site& site, P11KeyObject& key,
+                                        const SignatureCall& call)
+{
+    return onToken(site, [&](Pkcs11& p11) {
+        return key.verify(&p11, call.pPaddingInfo, call.pbHashValue, call.cbHashValue,
+                          call.pbSignature, call.cbSignature, call.dwFlags);
+    });
 }
 
 SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput,
@@ -198,12 +235,24 @@ SECURITY_STATUS Provider::Encrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     const bool buffersValid = isOutput(pbOutput, cbOutput) && pcbResult != nullptr;
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
-        return onToken(here, [&](Pkcs11& p11) {
-            return key.encrypt(&p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult,
-                               dwFlags);
-        });
-    }));
+    return trace.end((this->*tokenWays().encrypt)(
+        {here, guard, hKey},
+        {nullptr, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}));
+}
+
+SECURITY_STATUS Provider::encrypt(const KeyUse& use, const CipherCall& call)
+{
+    return withKey(use.site, use.held, use.hKey,
+                   [&](P11KeyObject& key) { return encryptOnToken(use.site, key, call); });
+}
+
+SECURITY_STATUS Provider::encryptOnToken(const Site& site, P11KeyObject& key,
+                                         const CipherCall& call)
+{
+    return onToken(site, [&](Pkcs11& p11) {
+        return key.encrypt(&p11, call.pPaddingInfo, call.pbInput, call.cbInput, call.pbOutput,
+                           call.cbOutput, call.pcbResult, call.dwFlags);
+    });
 }
 
 SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD cbInput,
@@ -225,12 +274,24 @@ SECURITY_STATUS Provider::Decrypt(NCRYPT_KEY_HANDLE hKey, PBYTE pbInput, DWORD c
     logSilentFlag(here, dwFlags);
     if (!checkCipherPadding(here, dwFlags, pPaddingInfo) || !buffersValid)
         return trace.end(NTE_INVALID_PARAMETER);
-    return trace.end(withKey(here, guard, hKey, [&](P11KeyObject& key) {
-        return withPIN(here, key, [&](Pkcs11& p11, const SecretBytes& pin) {
-            return key.decrypt(&p11, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult,
-                               dwFlags, pin);
-        });
-    }));
+    return trace.end((this->*tokenWays().decrypt)(
+        {here, guard, hKey},
+        {nullptr, pPaddingInfo, pbInput, cbInput, pbOutput, cbOutput, pcbResult, dwFlags}));
+}
+
+SECURITY_STATUS Provider::decrypt(const KeyUse& use, const CipherCall& call)
+{
+    return withKey(use.site, use.held, use.hKey,
+                   [&](P11KeyObject& key) { return decryptWithPIN(use.site, key, call); });
+}
+
+SECURITY_STATUS Provider::decryptWithPIN(const Site& site, P11KeyObject& key,
+                                         const CipherCall& call)
+{
+    return withPIN(site, key, [&](Pkcs11& p11, const SecretBytes& pin) {
+        return key.decrypt(&p11, call.pPaddingInfo, call.pbInput, call.cbInput, call.pbOutput,
+                           call.cbOutput, call.pcbResult, call.dwFlags, pin);
+    });
 }
 
 }  // namespace NV

@@ -60,6 +60,16 @@ TEST_F(PublicOperationTest, encryptAnswersASizeQueryFromTheToken)
     EXPECT_EQ(256U, length);
 }
 
+// The certificate has the public key, and it is not used.
+TEST_F(PublicOperationTest, aMissingPublicKeyIsAnInternalError)
+{
+    token.clearObjects();
+    Output output;
+    EXPECT_EQ(status(NTE_INTERNAL_ERROR), verify(rsa, signatureOf(CKM_RSA_PKCS, hash, 256)));
+    EXPECT_EQ(status(NTE_INTERNAL_ERROR), encrypt(output, 256));
+    EXPECT_TRUE(output.untouched());
+}
+
 TEST_F(PublicOperationTest, theTraceOfAWholeVerification)
 {
     EXPECT_EQ(status(ERROR_SUCCESS), verify(ec, signatureOf(CKM_ECDSA, hash, 64)));

@@ -60,9 +60,14 @@ std::string tokenFolder()
     return other != nullptr ? other : NV_TEST_TOKEN_FOLDER;
 }
 
+std::string tokenFolderWithoutPublicKeys()
+{
+    return tokenFolder() + "-without-public-keys";
+}
+
 // A copy, because SoftHSM2 writes to its files at every login, and a process that reads them at
 // that moment may find half of a token.
-TokenProfile::TokenProfile(const std::string& made)
+TokenProfile::TokenProfile(const std::string& made, Behaviour behaviour)
 {
     const std::string tokens = host::quoted(made + "/tokens");
     const std::string folder = host::unixPath(token_.path());
@@ -74,7 +79,10 @@ TokenProfile::TokenProfile(const std::string& made)
                                                    "log.level = ERROR\n"
                                                    "slots.removable = false\n");
     host::setEnvironment("SOFTHSM2_CONF", folder + "/softhsm2.conf");
-    profile_.writeConfigFor(host::winelibPath("p11bridge.dll"));
+    if (behaviour == Behaviour::modern)
+        profile_.writeModernConfigFor(host::winelibPath("p11bridge.dll"));
+    else
+        profile_.writeConfigFor(host::winelibPath("p11bridge.dll"));
 }
 
 OpenedKey::OpenedKey(const ProviderModule& module, NCRYPT_PROV_HANDLE provider, const wchar_t* name)
@@ -173,6 +181,8 @@ Outcome OpenedKey::property(const wchar_t* name) const
 
 // In the order in which they depend on each other.
 struct TokenTest::Opened {
+    Opened(const std::string& made, Behaviour behaviour) : profile(made, behaviour) {}
+
     TokenProfile profile;
     ProviderModule module;
     OpenedProvider provider{module};
@@ -183,7 +193,12 @@ TokenTest::Opened* TokenTest::current_ = nullptr;
 
 void TokenTest::SetUpTestSuite()
 {
-    current_ = std::make_unique<Opened>().release();
+    openToken(tokenFolder(), Behaviour::classic);
+}
+
+void TokenTest::openToken(const std::string& made, Behaviour behaviour)
+{
+    current_ = std::make_unique<Opened>(made, behaviour).release();
 }
 
 void TokenTest::TearDownTestSuite()

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "base/encoding.h"
+#include "config/mode.h"
 #include "dialog_driver.h"
 #include "openssl.h"
 #include "padding.h"
@@ -22,6 +23,8 @@ namespace NV::test {
 // The host path of the folder that make-token.sh made, or the one that KEYWARDEN_TOKEN_FOLDER names, and
 // the user PIN of the token.
 std::string tokenFolder();
+// The same keys without public key objects, on another token.
+std::string tokenFolderWithoutPublicKeys();
 inline constexpr wchar_t tokenPin[] = L"keywarden-pin-4711";
 
 // A status and the output of the operation: as many bytes as it reports. The caller's buffer ends
@@ -36,7 +39,8 @@ struct Outcome {
 class TokenProfile {
 public:
     // The folder that make-token.sh made.
-    explicit TokenProfile(const std::string& made = tokenFolder());
+    explicit TokenProfile(const std::string& made = tokenFolder(),
+                          Behaviour behaviour = Behaviour::classic);
 
     const Profile& profile() const { return profile_; }
 
@@ -86,6 +90,8 @@ public:
     static void TearDownTestSuite();
 
 protected:
+    // For the SetUpTestSuite of other suites.
+    static void openToken(const std::string& made, Behaviour behaviour);
     static const ProviderModule& module();
     static NCRYPT_PROV_HANDLE provider();
     static OpenedKey open(const TokenKey& key) { return {module(), provider(), key.name}; }
@@ -96,6 +102,12 @@ private:
     struct Opened;
     static Opened& opened();
     static Opened* current_;
+};
+
+// The same with the modern behaviour.
+class ModernTokenTest : public TokenTest {
+public:
+    static void SetUpTestSuite() { openToken(tokenFolder(), Behaviour::modern); }
 };
 
 // Bytes without a pattern, the same in every run.

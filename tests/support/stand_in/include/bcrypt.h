@@ -1,4 +1,5 @@
-// The part of CNG's primitives that the module's core and its tests use: declarations alone.
+// The part of CNG's primitives that the module's core and its tests use. public_keys.cpp implements
+// the functions.
 
 #pragma once
 
@@ -79,3 +80,24 @@ struct BCryptBufferDesc {
     ULONG cBuffers;
     BCryptBuffer* pBuffers;
 };
+
+// Public keys, by OpenSSL: RSA, and ECDSA on P-256, P-384 and P-521. What Windows would not take gets
+// STATUS_INVALID_PARAMETER or STATUS_NOT_SUPPORTED.
+using BCRYPT_HANDLE = void*;
+using BCRYPT_ALG_HANDLE = void*;
+using BCRYPT_KEY_HANDLE = void*;
+
+NTSTATUS BCryptOpenAlgorithmProvider(BCRYPT_ALG_HANDLE* algorithm, LPCWSTR name, LPCWSTR provider,
+                                     ULONG flags);
+NTSTATUS BCryptCloseAlgorithmProvider(BCRYPT_ALG_HANDLE algorithm, ULONG flags);
+// A BCRYPT_RSAKEY_BLOB or a BCRYPT_ECCKEY_BLOB with an ECDSA magic.
+NTSTATUS BCryptImportKeyPair(BCRYPT_ALG_HANDLE algorithm, BCRYPT_KEY_HANDLE import, LPCWSTR type,
+                             BCRYPT_KEY_HANDLE* key, PUCHAR blob, ULONG size, ULONG flags);
+NTSTATUS BCryptDestroyKey(BCRYPT_KEY_HANDLE key);
+// PKCS #1 v1.5 with a hash name or a null one, PSS, and r followed by s for ECDSA.
+NTSTATUS BCryptVerifySignature(BCRYPT_KEY_HANDLE key, void* padding, PUCHAR hash, ULONG hashSize,
+                               PUCHAR signature, ULONG signatureSize, ULONG flags);
+// RSA alone. A null output asks for the length.
+NTSTATUS BCryptEncrypt(BCRYPT_KEY_HANDLE key, PUCHAR input, ULONG inputSize, void* padding,
+                       PUCHAR iv, ULONG ivSize, PUCHAR output, ULONG outputSize, ULONG* length,
+                       ULONG flags);

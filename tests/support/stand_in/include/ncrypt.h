@@ -25,10 +25,15 @@ struct NCryptKeyName {
     DWORD dwFlags;
 };
 
+inline constexpr HRESULT NTE_BAD_LEN = static_cast<HRESULT>(0x80090004);
+inline constexpr HRESULT NTE_BAD_DATA = static_cast<HRESULT>(0x80090005);
+inline constexpr HRESULT NTE_BAD_SIGNATURE = static_cast<HRESULT>(0x80090006);
 inline constexpr HRESULT NTE_BAD_FLAGS = static_cast<HRESULT>(0x80090009);
+inline constexpr HRESULT NTE_NO_KEY = static_cast<HRESULT>(0x8009000D);
 inline constexpr HRESULT NTE_NO_MEMORY = static_cast<HRESULT>(0x8009000E);
 inline constexpr HRESULT NTE_NOT_FOUND = static_cast<HRESULT>(0x80090011);
 inline constexpr HRESULT NTE_BAD_KEYSET = static_cast<HRESULT>(0x80090016);
+inline constexpr HRESULT NTE_SILENT_CONTEXT = static_cast<HRESULT>(0x80090022);
 inline constexpr HRESULT NTE_INVALID_HANDLE = static_cast<HRESULT>(0x80090026);
 inline constexpr HRESULT NTE_INVALID_PARAMETER = static_cast<HRESULT>(0x80090027);
 inline constexpr HRESULT NTE_BUFFER_TOO_SMALL = static_cast<HRESULT>(0x80090028);
@@ -36,6 +41,12 @@ inline constexpr HRESULT NTE_NOT_SUPPORTED = static_cast<HRESULT>(0x80090029);
 inline constexpr HRESULT NTE_NO_MORE_ITEMS = static_cast<HRESULT>(0x8009002A);
 inline constexpr HRESULT NTE_INTERNAL_ERROR = static_cast<HRESULT>(0x8009002D);
 inline constexpr HRESULT NTE_USER_CANCELLED = static_cast<HRESULT>(0x80090036);
+inline constexpr HRESULT NTE_PASSWORD_CHANGE_REQUIRED = static_cast<HRESULT>(0x80090037);
+inline constexpr HRESULT SCARD_W_UNSUPPORTED_CARD = static_cast<HRESULT>(0x80100065);
+inline constexpr HRESULT SCARD_W_REMOVED_CARD = static_cast<HRESULT>(0x80100069);
+inline constexpr HRESULT SCARD_W_WRONG_CHV = static_cast<HRESULT>(0x8010006B);
+inline constexpr HRESULT SCARD_W_CHV_BLOCKED = static_cast<HRESULT>(0x8010006C);
+inline constexpr HRESULT SCARD_W_CARD_NOT_AUTHENTICATED = static_cast<HRESULT>(0x8010006F);
 
 inline constexpr wchar_t NCRYPT_NAME_PROPERTY[] = L"Name";
 inline constexpr wchar_t NCRYPT_UNIQUE_NAME_PROPERTY[] = L"Unique Name";
