@@ -29,11 +29,11 @@ struct PINSubject {
 
 // What the caller passes to the dialog.
 struct PINRequest {
-    HINSTANCE instance;      // of the module that contains the template
-    HWND parent;             // null: the desktop window
-    CK_ULONG minimumLength;  // bytes, CK_TOKEN_INFO.ulMinPinLen
-    CK_ULONG maximumLength;  // bytes, CK_TOKEN_INFO.ulMaxPinLen
-    PINSubject subject{};    // only modern shows it
+    HINSTANCE instance = nullptr;  // of the module that contains the template
+    HWND parent = nullptr;         // null: the desktop window
+    CK_ULONG minimumLength = 0;    // bytes, CK_TOKEN_INFO.ulMinPinLen
+    CK_ULONG maximumLength = 0;    // bytes, CK_TOKEN_INFO.ulMaxPinLen
+    PINSubject subject{};          // only modern shows it
 };
 
 // No PIN was entered.

@@ -23,7 +23,7 @@ struct Line {
 // In dialog units: from one line of template 103 to the next.
 constexpr LONG lineHeight = 12;
 
-std::wstring firstNotEmpty(std::wstring text, const wchar_t* otherwise)
+std::wstring firstNotEmpty(const std::wstring& text, const wchar_t* otherwise)
 {
     return text.empty() ? otherwise : text;
 }

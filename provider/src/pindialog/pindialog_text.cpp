@@ -12,8 +12,8 @@ namespace {
 
 // UTF-16 units, ends included.
 struct UnitRange {
-    uint32_t first;
-    uint32_t last;
+    wchar_t first;
+    wchar_t last;
 };
 
 // Control characters and what leaves room without showing anything.
@@ -41,9 +41,8 @@ constexpr wchar_t ellipsis = 0x2026;
 
 bool isIn(std::span<const UnitRange> ranges, wchar_t unit)
 {
-    const auto value = static_cast<uint32_t>(unit);
-    return std::ranges::any_of(ranges, [value](const UnitRange& range) {
-        return value >= range.first && value <= range.last;
+    return std::ranges::any_of(ranges, [unit](const UnitRange& range) {
+        return unit >= range.first && unit <= range.last;
     });
 }
 

@@ -3,9 +3,7 @@
 
 #include <gtest/gtest.h>
 
-#include <memory>
 #include <string>
-#include <type_traits>
 
 #include "dialog_driver.h"
 #include "module_fixture.h"
@@ -13,17 +11,6 @@
 
 namespace NV::test {
 namespace {
-
-struct WindowDestroyer {
-    void operator()(HWND window) const { DestroyWindow(window); }
-};
-using OwnedWindow = std::unique_ptr<std::remove_pointer_t<HWND>, WindowDestroyer>;
-
-OwnedWindow makeWindow(const wchar_t* title)
-{
-    return OwnedWindow(CreateWindowExW(0, L"STATIC", title, WS_POPUP | WS_VISIBLE, 40, 40, 300, 200,
-                                       nullptr, nullptr, nullptr, nullptr));
-}
 
 const std::wstring rightPin(kPin.begin(), kPin.end());
 
@@ -68,19 +55,19 @@ protected:
         return owner;
     }
 
-    static PBYTE bytesOf(HWND& window) { return reinterpret_cast<PBYTE>(&window); }
-
-    void setProvidersWindow(HWND window)
+    void setProvidersWindow(const OwnedWindow& window)
     {
+        auto value = reinterpret_cast<uintptr_t>(window.get());
         EXPECT_EQ(table()->SetProviderProperty(handle(), NCRYPT_WINDOW_HANDLE_PROPERTY,
-                                               bytesOf(window), sizeof window, 0),
+                                               reinterpret_cast<PBYTE>(&value), sizeof value, 0),
                   ERROR_SUCCESS);
     }
 
-    void setKeysWindow(NCRYPT_KEY_HANDLE key, HWND window)
+    void setKeysWindow(NCRYPT_KEY_HANDLE key, const OwnedWindow& window)
     {
+        auto value = reinterpret_cast<uintptr_t>(window.get());
         EXPECT_EQ(table()->SetKeyProperty(handle(), key, NCRYPT_WINDOW_HANDLE_PROPERTY,
-                                          bytesOf(window), sizeof window, 0),
+                                          reinterpret_cast<PBYTE>(&value), sizeof value, 0),
                   ERROR_SUCCESS);
     }
 };
@@ -145,9 +132,9 @@ TEST_F(DialogOperation, theKeysWindowOwnsItsDialogs)
 {
     const OwnedWindow providers = makeWindow(L"The provider's");
     const OwnedWindow keys = makeWindow(L"The key's");
-    setProvidersWindow(providers.get());
+    setProvidersWindow(providers);
     EXPECT_EQ(ownerOfTheDialog(rsa), providers.get());
-    setKeysWindow(rsa, keys.get());
+    setKeysWindow(rsa, keys);
     EXPECT_EQ(ownerOfTheDialog(rsa), keys.get());
     EXPECT_EQ(shown(rsa, DialogLine::window), L"The key's");
     EXPECT_EQ(ownerOfTheDialog(ec), providers.get());
@@ -158,7 +145,7 @@ TEST_F(DialogOperation, theKeysWindowGoesWithItsHandle)
 {
     const OwnedWindow keys = makeWindow(L"The key's");
     const NCRYPT_KEY_HANDLE second = openKey(L"01AB");
-    setKeysWindow(second, keys.get());
+    setKeysWindow(second, keys);
     EXPECT_EQ(ownerOfTheDialog(second), keys.get());
     EXPECT_EQ(table()->FreeKey(handle(), second), ERROR_SUCCESS);
     EXPECT_EQ(ownerOfTheDialog(openKey(L"01AB")), nullptr);
@@ -169,11 +156,11 @@ class ClassicDialogOperation : public ServedKeysTest {};
 TEST_F(ClassicDialogOperation, theProvidersWindowOwnsAllDialogs)
 {
     const OwnedWindow keys = makeWindow(L"The key's");
-    HWND window = keys.get();
+    auto window = reinterpret_cast<uintptr_t>(keys.get());
     EXPECT_EQ(table()->SetKeyProperty(handle(), ec, NCRYPT_WINDOW_HANDLE_PROPERTY,
                                       reinterpret_cast<PBYTE>(&window), sizeof window, 0),
               ERROR_SUCCESS);
-    HWND owner = window;
+    HWND owner = keys.get();
     const DialogDriver driver([&](const PinDialogWindow& dialog) {
         owner = GetWindow(dialog.handle(), GW_OWNER);
         EXPECT_EQ(GetDlgItem(dialog.handle(), valueOf(DialogLine::key)), nullptr);

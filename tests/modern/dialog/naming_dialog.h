@@ -4,8 +4,10 @@
 
 #include <gtest/gtest.h>
 
+#include <memory>
 #include <optional>
 #include <string>
+#include <type_traits>
 
 #include "dialog_driver.h"
 #include "log_capture.h"
@@ -51,6 +53,18 @@ inline RECT placeIn(HWND other, HWND window)
     GetWindowRect(window, &place);
     MapWindowPoints(nullptr, other, reinterpret_cast<POINT*>(&place), 2);
     return place;
+}
+
+struct WindowDestroyer {
+    void operator()(HWND window) const { DestroyWindow(window); }
+};
+using OwnedWindow = std::unique_ptr<std::remove_pointer_t<HWND>, WindowDestroyer>;
+
+inline OwnedWindow makeWindow(const std::wstring& title, DWORD style = WS_POPUP | WS_VISIBLE,
+                              HWND parent = nullptr)
+{
+    return OwnedWindow(CreateWindowExW(0, L"STATIC", title.c_str(), style, 40, 40, 300, 200, parent,
+                                       nullptr, nullptr, nullptr));
 }
 
 class NamingDialog : public testing::Test {

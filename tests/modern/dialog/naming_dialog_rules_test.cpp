@@ -148,10 +148,10 @@ TEST_F(PinRules, spaceOnTheButtonShowsTheCharacters)
 }
 
 struct Control {
-    HWND window;
-    int id;
+    HWND window = nullptr;
+    int id = 0;
     std::wstring className;
-    DWORD style;
+    DWORD style = 0;
     std::wstring text;
 };
 

@@ -2,23 +2,10 @@
 
 #include "naming_dialog.h"
 
-#include <memory>
 #include <string>
-#include <type_traits>
 
 namespace NV::test {
 namespace {
-
-struct WindowDestroyer {
-    void operator()(HWND window) const { DestroyWindow(window); }
-};
-using OwnedWindow = std::unique_ptr<std::remove_pointer_t<HWND>, WindowDestroyer>;
-
-OwnedWindow makeWindow(const std::wstring& title, DWORD style = WS_VISIBLE, HWND parent = nullptr)
-{
-    return OwnedWindow(CreateWindowExW(0, L"STATIC", title.c_str(), style, 40, 40, 30, 20, parent,
-                                       nullptr, nullptr, nullptr));
-}
 
 TEST_F(NamingDialog, saysWhichProgramKeyAndToken)
 {
@@ -131,7 +118,7 @@ TEST_F(NamingDialog, survivesAnEndlessName)
 
 TEST_F(NamingDialog, saysWhichWindowAsks)
 {
-    const OwnedWindow window = makeWindow(L"R&D\t\u2013 Inbox", WS_POPUP | WS_VISIBLE);
+    const OwnedWindow window = makeWindow(L"R&D\t\u2013 Inbox");
     request_.parent = window.get();
     EXPECT_EQ(shown(DialogLine::window), L"R&D \u2013 Inbox");
     // A part of a window stands for the whole.
@@ -146,7 +133,7 @@ TEST_F(NamingDialog, hasNoWindowLineForNoWindowAHiddenOneOrOneWithoutATitle)
     const OwnedWindow hidden = makeWindow(L"hidden", WS_POPUP);
     request_.parent = hidden.get();
     EXPECT_EQ(shown(DialogLine::window), std::nullopt);
-    const OwnedWindow untitled = makeWindow(L"", WS_POPUP | WS_VISIBLE);
+    const OwnedWindow untitled = makeWindow(L"");
     request_.parent = untitled.get();
     EXPECT_EQ(shown(DialogLine::window), std::nullopt);
 }
@@ -163,7 +150,7 @@ TEST_F(NamingDialog, warnsOfTheLastTries)
 // Each line that is missing makes the dialog smaller, and leaves no hole.
 TEST_F(NamingDialog, closesTheGapOfMissingLines)
 {
-    const OwnedWindow window = makeWindow(L"Inbox", WS_POPUP | WS_VISIBLE);
+    const OwnedWindow window = makeWindow(L"Inbox");
     struct Looks {
         LONG height, middle, field, lastLine;
     };

@@ -23,6 +23,7 @@ BOOL WINAPI countInitialization(const INITCOMMONCONTROLSEX* controls)
 }  // namespace
 
 // In the place of the pointer through which the function of comctl32 is called.
+// NOLINTNEXTLINE(readability-identifier-naming,bugprone-reserved-identifier)
 extern "C" const void* const __imp_InitCommonControlsEx =
     reinterpret_cast<const void*>(&countInitialization);
 
