@@ -128,11 +128,29 @@ TEST_F(WholeCertificateKeyTest, withoutPaddingTheCipherTextIsTheOneOfOpenSsl)
               encrypt(rsa, Bytes(256, 0xFF), 256, nullptr, BCRYPT_PAD_NONE));
 }
 
+// Whose exponent is not 65537.
+TEST_F(ModernModuleTest, aKeyWithAnotherExponentVerifies)
+{
+    addCertificateWithKey(token, {0x01, 0x03}, "rsa1024");
+    start();
+    token.clearObjects();
+    Bytes hash = fixtureHash(32);
+    Bytes signature = fixtureResult("rsa1024.pkcs1-sha256");
+    BCRYPT_PKCS1_PADDING_INFO padding{L"SHA256"};
+    const auto verify = [&] {
+        return table()->VerifySignature(handle(), openKey(L"0103"), &padding, hash.data(), 32,
+                                        signature.data(), 128, BCRYPT_PAD_PKCS1);
+    };
+    EXPECT_EQ(status(ERROR_SUCCESS), verify());
+    signature[3] ^= 1;
+    EXPECT_EQ(status(NTE_BAD_SIGNATURE), verify());
+}
+
 TEST_F(ModernModuleTest, theOtherCurvesVerifyByTheirCertificates)
 {
-    token.addCertificate(Bytes{0x03, 0x84}, certificateDer("p384"));
-    token.addCertificate(Bytes{0x05, 0x21}, certificateDer("p521"));
-    token.addCertificate(Bytes{0x02, 0x57}, certificateDer("brainpoolP320r1"));
+    addCertificateWithKey(token, {0x03, 0x84}, "p384");
+    addCertificateWithKey(token, {0x05, 0x21}, "p521");
+    addCertificateWithKey(token, {0x02, 0x57}, "brainpoolP320r1");
     start();
     token.clearObjects();
     Bytes hash = fixtureHash(32);

@@ -139,7 +139,7 @@ TEST_F(LengthTest, anEcKeyDoesNotEncryptAndAsksNobody)
 // Its length is not in the certificate, so it is that of the point.
 TEST_F(ModernModuleTest, aKeyWithAnUnknownCurveTellsTheLengthOfItsPoint)
 {
-    token.addCertificate(Bytes{0x03, 0x20}, certificateDer("brainpoolP320r1"));
+    addCertificateWithKey(token, {0x03, 0x20}, "brainpoolP320r1");
     start();
     const NCRYPT_KEY_HANDLE key = openKey(L"0320");
     Bytes hash = someBytes(32);

@@ -24,6 +24,14 @@ inline Bytes fixtureResult(const std::string& name)
     return hexDecode(readFile(std::filesystem::path(CERTIFICATES) / (name + ".hex")));
 }
 
+// A certificate, and a public key object, without which a self-signed certificate is no key.
+inline void addCertificateWithKey(ScriptedToken& token, const Bytes& id,
+                                  const std::string& certificate)
+{
+    token.addCertificate(id, certificateDer(certificate));
+    token.addObject({numberAttribute(CKA_CLASS, CKO_PUBLIC_KEY), {CKA_ID, id}});
+}
+
 class TokenOperationTest : public ModernKeysTest {
 protected:
     // With `room` bytes for the signature; 0 passes a null buffer.
