@@ -16,15 +16,25 @@ DWORD Answer::number() const
     return value;
 }
 
-RouterTest::RouterTest()
+namespace {
+
+Bytes certificate(const char* name, uint32_t serial)
+{
+    return serial != 0 ? certificateWithSerial(name, serial) : certificateDer(name);
+}
+
+}  // namespace
+
+RouterTest::RouterTest(uint32_t serial)
+    : rsaCertificate(certificate("rsa2048", serial)), ecCertificate(certificate("p256", serial))
 {
     if (modern())
         profile.writeModernConfigFor(ScriptedToken::widePath());
     else
         profile.writeConfigFor(ScriptedToken::widePath());
-    token.addCertificate(Bytes{0x01, 0xAB}, certificateDer("rsa2048"));
+    token.addCertificate(Bytes{0x01, 0xAB}, rsaCertificate);
     token.addRsaKeyPair({0x01, 0xAB}, 2048);
-    token.addCertificate(Bytes{0x02, 0x56}, certificateDer("p256"));
+    token.addCertificate(Bytes{0x02, 0x56}, ecCertificate);
     token.addEcKeyPair({0x02, 0x56}, 32);
     EXPECT_EQ(NCryptOpenStorageProvider(provider.out(), providerName, 0), ERROR_SUCCESS);
     token.clearCalls();

@@ -10,6 +10,7 @@
 #include <memory>
 #include <ostream>
 #include <string>
+#include <utility>
 
 #include "config/mode.h"
 #include "dialog_driver.h"
@@ -39,9 +40,10 @@ public:
     void free()
     {
         if (value_ != 0) {
-            EXPECT_EQ(NCryptFreeObject(std::exchange(value_, 0)), ERROR_SUCCESS);
+            EXPECT_EQ(NCryptFreeObject(release()), ERROR_SUCCESS);
         }
     }
+    NCRYPT_HANDLE release() { return std::exchange(value_, 0); }
     NCRYPT_HANDLE* out() { return &value_; }
     NCRYPT_HANDLE operator*() const { return value_; }
 
@@ -67,7 +69,8 @@ struct Answer {
 // An RSA key "01AB" of 2048 bits and a P-256 key "0256" on the token; a provider opened through the router.
 class RouterTest : public testing::TestWithParam<Behaviour> {
 protected:
-    RouterTest();
+    // With a serial number, the certificates are new to the system's store "My".
+    explicit RouterTest(uint32_t serial = 0);
 
     bool modern() const { return GetParam() == Behaviour::modern; }
     // The expected value of this behaviour.
@@ -93,6 +96,8 @@ protected:
 
     static DialogDriver::Script rightPin();
 
+    const Bytes rsaCertificate;
+    const Bytes ecCertificate;
     ScriptedToken token;
     Profile profile;
     RegisteredProvider registered;
