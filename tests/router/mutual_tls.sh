@@ -53,12 +53,13 @@ startServer()
 # handshake it may wait for more connections.
 stopServer()
 {
+    [ -n "$server" ] || return 0
     for _ in {1..20}; do
-        [ -n "$server" ] && kill -0 "$server" 2>/dev/null || break
+        kill -0 "$server" 2>/dev/null || break
         sleep 0.05
     done
-    [ -z "$server" ] || kill "$server" 2>/dev/null || true
-    [ -z "$server" ] || wait "$server" 2>/dev/null || true
+    kill "$server" 2>/dev/null || true
+    wait "$server" 2>/dev/null || true
     server=
 }
 
