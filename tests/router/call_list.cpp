@@ -49,9 +49,7 @@ std::string valueOf(std::string_view name, const Bytes& bytes)
         std::memcpy(&number, bytes.data(), sizeof number);
         return std::to_string(number);
     }
-    const std::wstring text(reinterpret_cast<const wchar_t*>(bytes.data()),
-                            bytes.size() / sizeof(wchar_t));
-    return "\"" + toUtf8(text.c_str()) + "\"";
+    return "\"" + toUtf8(Answer{.bytes = bytes}.text()) + "\"";
 }
 
 struct ContextFreer {
@@ -97,6 +95,7 @@ struct PaddingOf {
         else if (padding == "OAEP")
             information = &oaep;
     }
+    ~PaddingOf() = default;
     PaddingOf(const PaddingOf&) = delete;
     PaddingOf& operator=(const PaddingOf&) = delete;
 
@@ -233,7 +232,7 @@ std::string CallPlayer::getProperty(Words& words)
     const SECURITY_STATUS status =
         NCryptGetProperty(*key_, name.c_str(), room ? output.data() : nullptr, room.value_or(0),
                           &length, words.nextFlags());
-    const std::string answer = answerOf(status, length);
+    std::string answer = answerOf(status, length);
     return status == ERROR_SUCCESS && room ? answer + " " + valueOf(toUtf8(name), output) : answer;
 }
 
@@ -308,7 +307,7 @@ std::string CallPlayer::decrypt(Words& words)
     const SECURITY_STATUS status =
         NCryptDecrypt(*key_, cipher_.data(), static_cast<DWORD>(cipher_.size()), info.information,
                       output.data(), static_cast<DWORD>(output.size()), &length, flags);
-    const std::string answer = answerOf(status, length);
+    std::string answer = answerOf(status, length);
     if (status != ERROR_SUCCESS)
         return answer;
     output.resize(length);

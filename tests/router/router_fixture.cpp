@@ -7,6 +7,13 @@
 
 namespace NV::test {
 
+std::wstring Answer::text() const
+{
+    std::wstring text(bytes.size() / sizeof(wchar_t), L'\0');
+    std::memcpy(text.data(), bytes.data(), text.size() * sizeof(wchar_t));
+    return text.substr(0, text.find(L'\0'));
+}
+
 DWORD Answer::number() const
 {
     DWORD value = 0;

@@ -57,12 +57,8 @@ struct Answer {
     Bytes bytes;
     DWORD length = 0;  // what it reported
 
-    std::wstring text() const
-    {
-        return std::wstring(reinterpret_cast<const wchar_t*>(bytes.data()),
-                            bytes.size() / sizeof(wchar_t))
-            .c_str();
-    }
+    // Without the terminating zero.
+    std::wstring text() const;
     DWORD number() const;
 };
 

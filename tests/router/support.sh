@@ -12,7 +12,14 @@ program=$routerFolder/keywarden.exe
 profile=$WINEPREFIX/drive_c/users/$(id -un)
 providers=$work/providers
 
-# useRouter [MODULE]: registers the module for all programs that follow.
+# holdDesktop: dialogs need a desktop, which Wine may be closing between two programs. What holds it ends
+# with the Wine processes of this script.
+holdDesktop()
+{
+    wine "$routerFolder/desktop_holder.exe" </dev/null >/dev/null 2>&1 &
+}
+
+# useRouter [MODULE]: registers the module for all programs that follow, and holds the desktop for them.
 useRouter()
 {
     local module=${1:-$windows/bin/nvksprovider.dll}
@@ -20,6 +27,7 @@ useRouter()
     KEYWARDEN_ROUTER_PROVIDERS=$(windowsPath "$providers")
     export KEYWARDEN_ROUTER_PROVIDERS
     export WINEDLLOVERRIDES='mscoree,mshtml=;ncrypt=n'
+    holdDesktop
 }
 
 # useBehaviour NAME: writes the configuration for the token, classic or modern.
