@@ -26,12 +26,12 @@ Buffers& buffers()
 
 }  // namespace
 
-void noteBuffer(void* block, std::shared_ptr<ProviderDll> dll)
+void noteBuffer(void* block, const std::shared_ptr<ProviderDll>& dll)
 {
     if (block == nullptr)
         return;
     const std::lock_guard guard(buffers().lock);
-    buffers().owners.try_emplace(block, std::move(dll));
+    buffers().owners.try_emplace(block, dll);
 }
 
 void* newBuffer(size_t size)

@@ -9,7 +9,7 @@
 namespace NV::router {
 
 // Notes that a provider gave the block. Null, and a block that is noted already, change nothing.
-void noteBuffer(void* block, std::shared_ptr<ProviderDll> dll);
+void noteBuffer(void* block, const std::shared_ptr<ProviderDll>& dll);
 
 // A block of the router's own, for the caller.
 void* newBuffer(size_t size);
