@@ -75,6 +75,16 @@ checkFormat()
     }
 }
 
+checkGo()
+{
+    local files
+    files=$(gofmt -l tests) || return 1
+    [ -z "$files" ] || {
+        echo "gofmt -w formats: $files" >&2
+        return 1
+    }
+}
+
 # mirrorForCppcheck: cppcheck 2.10 does not know __VA_OPT__ and would give up on every file that
 # traces. It reads a copy of the sources that has the older spelling instead.
 mirrorForCppcheck()
@@ -289,6 +299,7 @@ fi
 status=0
 timed "layers" scripts/layers.py || status=1
 timed "clang-format" checkFormat || status=1
+timed "gofmt" checkGo || status=1
 timed "shellcheck" checkScripts || status=1
 timed "codespell" checkSpelling || status=1
 timed "cppcheck" checkCppcheck || status=1

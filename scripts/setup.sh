@@ -54,6 +54,7 @@ packages=(
     libssl-dev                  # certificates in place of Windows' own; lint and benchmarks: OpenSSL's codecs
     git                         # lint: which files changed
     procps                      # tests: ps and pgrep
+    golang-go                   # tests: a TLS client for Windows, by Go's standard library
 )
 
 # Of no use to anything but the mutation check, which people run now and then.

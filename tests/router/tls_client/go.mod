@@ -1,0 +1,3 @@
+module norvanta.example/keywarden/tls_client
+
+go 1.19
