@@ -98,7 +98,6 @@ TEST_F(NoException, leavesItsLines)
     expectBlock(takeLines(), "TRC NVKSPIsAlgSupported:ENTER\nTRC NVKSPIsAlgSupported:LEAVE");
 }
 
-// An entry that freeing or opening left behind would be found by the next opening at its address.
 TEST_F(NoException, leavesWhenAHandleIsFreedAgainAndAgain)
 {
     start();

@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <system_error>
 
+#include "base/scope_exit.h"
 #include "logger/logger.h"
 #include "module_fixture.h"
 
@@ -85,6 +86,32 @@ TEST_F(ModernGuard, leavesTheProviderUsable)
 {
     freeWhile(std::bad_alloc());
     EXPECT_NE(0U, openKey(L"01AB"));
+}
+
+// Classic knows a handle for which there is an entry.
+TEST_F(ModernGuard, leavesNoEntryForAnUnknownHandle)
+{
+    constexpr NCRYPT_PROV_HANDLE unknownHandle = 0x1234;
+    const auto isKnown = [&] {
+        const Mode before = mode();
+        setMode(Mode());
+        const ScopeExit restore([&] { setMode(before); });
+        try {
+            table()->IsAlgSupported(unknownHandle, nullptr, 0);
+            return true;
+        } catch (const std::out_of_range&) {
+            return false;
+        }
+    };
+    EXPECT_EQ(NTE_INVALID_HANDLE, table()->FreeProvider(unknownHandle));
+    EXPECT_FALSE(isKnown());
+    NCRYPT_PROV_HANDLE opened = unknownHandle;
+    EXPECT_EQ(ERROR_SUCCESS, table()->OpenProvider(&opened, L"Norvanta", 0));
+    EXPECT_FALSE(isKnown());
+    EXPECT_EQ(ERROR_SUCCESS, table()->FreeProvider(opened));
+    setMode(Mode());
+    EXPECT_EQ(NTE_INVALID_HANDLE, table()->FreeProvider(unknownHandle));
+    EXPECT_TRUE(isKnown());
 }
 
 TEST_F(ClassicGuard, isNone)

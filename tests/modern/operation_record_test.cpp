@@ -156,6 +156,29 @@ TEST_F(OperationRecords, ofAnOpeningThatFailed)
     }
 }
 
+// However often opening initializes the library.
+TEST_F(OperationRecords, ofAnOpeningWhoseNthInitializationFailed)
+{
+    size_t struck = 0;
+    for (const uint32_t nth : {1U, 2U, 3U}) {
+        token.takeStruckFaults();
+        token.fail("C_Initialize", CKR_DEVICE_REMOVED, nth);
+        NCRYPT_PROV_HANDLE opened = 0;
+        const SECURITY_STATUS status = table()->OpenProvider(&opened, L"Norvanta", 0);
+        token.clearFaults();
+        const std::string record = written();
+        if (token.takeStruckFaults().empty()) {
+            EXPECT_EQ(ERROR_SUCCESS, table()->FreeProvider(opened));
+            forget();
+            continue;
+        }
+        ++struck;
+        EXPECT_EQ(NTE_INTERNAL_ERROR, status);
+        EXPECT_NE(std::string::npos, record.find(", RESULT=CKR_DEVICE_REMOVED\n")) << record;
+    }
+    EXPECT_LT(0U, struck);
+}
+
 TEST_F(OperationRecords, ofAnUnknownHandleAndAnUnknownName)
 {
     table()->FreeKey(0x1234, rsa);

@@ -104,6 +104,8 @@ void logProblems(const NV::Config& config)
         NV_UNDER(ERR, dllMain, "%s", problem.c_str());
 }
 
+// The file is read first, because it decides what else attaching does. Compat: a classic file that cannot
+// be read ends the attach only after the other steps.
 void attach(HINSTANCE instance)
 {
     const std::string profile = NV::userProfile();
