@@ -81,7 +81,7 @@ TEST_F(ModernAlgorithmsTest, recordsAndNamesAreOneBlock)
     const auto* behind = reinterpret_cast<const wchar_t*>(list + count);
     EXPECT_EQ(behind, list[0].pszName);
     EXPECT_EQ(behind + 4, list[1].pszName);
-    EXPECT_EQ(behind + 4 + 2 * 11, list[3].pszName);
+    EXPECT_EQ(behind + 26, list[3].pszName);  // "RSA" and two names of ten characters
     table()->FreeBuffer(list);
 }
 

@@ -72,18 +72,14 @@ struct ServedCurve {
 
 class CurveTest : public ModernModuleTest, public testing::WithParamInterface<ServedCurve> {
 protected:
-    CurveTest()
+    void SetUp() override
     {
         token.addCertificate(Bytes{0x01}, certificateDer(GetParam().certificate));
-        addPublicKeyObject();
+        token.addObject({numberAttribute(CKA_CLASS, CKO_PUBLIC_KEY), {CKA_ID, {0x01}}});
         start();
         key = openKey(L"01");
     }
 
-    void addPublicKeyObject()
-    {
-        token.addObject({numberAttribute(CKA_CLASS, CKO_PUBLIC_KEY), {CKA_ID, {0x01}}});
-    }
     std::wstring textOf(const wchar_t* name)
     {
         std::wstring value(100, L'\0');
@@ -92,7 +88,8 @@ protected:
         EXPECT_EQ(status(ERROR_SUCCESS),
                   table()->GetKeyProperty(handle(), key, name,
                                           reinterpret_cast<BYTE*>(value.data()), room, &length, 0));
-        return value.c_str();
+        value.resize(value.find(L'\0'));
+        return value;
     }
     DWORD numberOf(const wchar_t* name)
     {

@@ -52,14 +52,15 @@ SECURITY_STATUS listKeyAlgorithms(std::span<const KeyAlgorithm> algorithms, DWOR
     *ppAlgList = nullptr;
     if (wanted.empty())
         return ERROR_SUCCESS;
-    RecordBlock<NCryptAlgorithmName> block(wanted.size(), characters);
-    NCryptAlgorithmName* record = block.records();
-    if (record == nullptr)
+    auto records = allocateWithTexts<NCryptAlgorithmName>(wanted.size(), characters);
+    if (records == nullptr)
         return NTE_NO_MEMORY;
+    TextsBehind names(records.get() + wanted.size());
+    NCryptAlgorithmName* record = records.get();
     for (const KeyAlgorithm& algorithm : wanted)
-        *record++ = {block.add(algorithm.name), algorithm.interfaceNumber, algorithm.operations, 0};
+        *record++ = {names.add(algorithm.name), algorithm.interfaceNumber, algorithm.operations, 0};
     *pdwAlgCount = static_cast<DWORD>(wanted.size());
-    *ppAlgList = block.release().release();
+    *ppAlgList = records.release();
     return ERROR_SUCCESS;
 }
 

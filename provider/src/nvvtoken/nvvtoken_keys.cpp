@@ -6,6 +6,7 @@
 #include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "base/scope_exit.h"
 #include "base/text.h"
@@ -21,11 +22,12 @@ namespace {
 
 constexpr const wchar_t* exportBlobTypes[] = {BCRYPT_PUBLIC_KEY_BLOB, LEGACY_RSAPUBLIC_BLOB,
                                               BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB};
-// A record of EnumKeys, with its names if they are in blocks of their own.
+// A record of EnumKeys, with its names if they are in blocks of their own. Without memory, the record is
+// null.
 struct KeyRecord {
     HeapBlock<wchar_t> name;
     HeapBlock<wchar_t> algorithm;
-    HeapBlock<NCryptKeyName> record;  // null if there is no memory
+    HeapBlock<NCryptKeyName> record;
 
     NCryptKeyName* release()
     {
@@ -38,10 +40,11 @@ struct KeyRecord {
 // Compat: FreeBuffer releases the record, but not its names.
 KeyRecord recordBesideNames(const P11KeyObject& key)
 {
-    KeyRecord made{copyToHeap(key.keyId().c_str()), copyToHeap(key.algorithmOid().c_str()),
-                   allocateOnHeap<NCryptKeyName>()};
-    if (made.name == nullptr || made.algorithm == nullptr)
-        made.record.reset();
+    KeyRecord made;
+    made.name = copyToHeap(key.keyId().c_str());
+    made.algorithm = copyToHeap(key.algorithmOid().c_str());
+    if (made.name != nullptr && made.algorithm != nullptr)
+        made.record = allocateOnHeap<NCryptKeyName>();
     if (made.record != nullptr)
         *made.record = {made.name.get(), made.algorithm.get(), 0, 0};
     return made;
@@ -50,12 +53,13 @@ KeyRecord recordBesideNames(const P11KeyObject& key)
 KeyRecord recordWithNames(const P11KeyObject& key)
 {
     const std::wstring algorithm = algorithmName(key);
-    RecordBlock<NCryptKeyName> block(1, key.keyId().size() + algorithm.size() + 2);
-    if (block.records() != nullptr) {
-        wchar_t* const name = block.add(key.keyId());
-        *block.records() = {name, block.add(algorithm), 0, 0};
-    }
-    return {nullptr, nullptr, block.release()};
+    auto record = allocateWithTexts<NCryptKeyName>(1, key.keyId().size() + algorithm.size() + 2);
+    if (record == nullptr)
+        return {};
+    TextsBehind names(record.get() + 1);
+    wchar_t* const name = names.add(key.keyId());
+    *record = {name, names.add(algorithm), 0, 0};
+    return {nullptr, nullptr, std::move(record)};
 }
 
 constexpr const wchar_t* importBlobTypes[] = {BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB};

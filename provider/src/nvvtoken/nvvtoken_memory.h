@@ -7,7 +7,6 @@
 #include <cwchar>
 #include <memory>
 #include <string_view>
-#include <utility>
 
 namespace NV {
 
@@ -35,33 +34,31 @@ inline HeapBlock<wchar_t> copyToHeap(const wchar_t* text)
     return block;
 }
 
-// One block with records, and behind them the texts that they refer to.
+// A block of records with room behind them for the texts that they refer to, as many characters in all,
+// terminators included. Null if there is no memory.
 template <typename Record>
-class RecordBlock {
-public:
-    // The characters are those of all texts, each with a terminator.
-    RecordBlock(size_t records, size_t characters)
-        : block_(allocateOnHeap<Record>(records * sizeof(Record) + characters * sizeof(wchar_t)))
-    {
-        if (block_ != nullptr)
-            text_ = reinterpret_cast<wchar_t*>(block_.get() + records);
-    }
+HeapBlock<Record> allocateWithTexts(size_t records, size_t characters)
+{
+    return allocateOnHeap<Record>(records * sizeof(Record) + characters * sizeof(wchar_t));
+}
 
-    // Null if there is no memory; then nothing may be added.
-    Record* records() const { return block_.get(); }
-    // Adds a text and returns its copy.
+// Fills the room behind the records.
+class TextsBehind {
+public:
+    // The end of the records.
+    explicit TextsBehind(void* place) : place_(static_cast<wchar_t*>(place)) {}
+
+    // Adds a text with a terminator and returns its copy.
     wchar_t* add(std::wstring_view text)
     {
-        wchar_t* copy = text_;
-        text_ += text.copy(copy, text.size());
-        *text_++ = L'\0';
+        wchar_t* copy = place_;
+        place_ += text.copy(copy, text.size());
+        *place_++ = L'\0';
         return copy;
     }
-    HeapBlock<Record> release() { return std::move(block_); }
 
 private:
-    HeapBlock<Record> block_;
-    wchar_t* text_ = nullptr;  // where the next text goes
+    wchar_t* place_;
 };
 
 }  // namespace NV

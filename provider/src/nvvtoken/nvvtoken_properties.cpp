@@ -42,7 +42,7 @@ HWND windowOf(const Site& site, const BYTE* pbInput, DWORD cbInput, HWND before)
 // The last window that is set counts.
 void setKeyWindow(const Site& site, P11KeyObject& key, const BYTE* pbInput, DWORD cbInput)
 {
-    const HWND window = windowOf(site, pbInput, cbInput, key.ownerWindow());
+    HWND window = windowOf(site, pbInput, cbInput, key.ownerWindow());
     key.addProperty(NCRYPT_WINDOW_HANDLE_PROPERTY, pbInput, static_cast<int32_t>(cbInput),
                     P11KeyObject::IfPresent::replace);
     key.setOwnerWindow(window);

@@ -201,7 +201,7 @@ BOOL giveIdentifier(const BYTE* der, DWORD size, void* buffer, DWORD* bufferSize
         return failed(ERROR_INVALID_PARAMETER);
     const std::string text = textOf(identifier.get());
     std::vector<BYTE> bytes(sizeof(LPSTR) + text.size() + 1);
-    const LPSTR place = buffer != nullptr ? static_cast<LPSTR>(buffer) + sizeof(LPSTR) : nullptr;
+    char* const place = buffer != nullptr ? static_cast<LPSTR>(buffer) + sizeof(LPSTR) : nullptr;
     std::memcpy(bytes.data(), &place, sizeof place);
     std::memcpy(bytes.data() + sizeof place, text.c_str(), text.size() + 1);
     return give(bytes, buffer, bufferSize);
