@@ -91,7 +91,7 @@ TEST_F(HashNameTest, anUnknownNameIsNotSupported)
 TEST_F(HashNameTest, aHashOfAnotherLengthIsAnInvalidParameter)
 {
     for (const Named& row : names) {
-        for (const DWORD size : {1U, row.size - 1, row.size + 1, 2 * row.size}) {
+        for (const DWORD size : {DWORD{1}, row.size - 1, row.size + 1, 2 * row.size}) {
             hash = someBytes(size);
             BCRYPT_PKCS1_PADDING_INFO pkcs1{row.name};
             expectAllRefused(NTE_INVALID_PARAMETER, &pkcs1, BCRYPT_PAD_PKCS1);
@@ -104,7 +104,7 @@ TEST_F(HashNameTest, aHashOfAnotherLengthIsAnInvalidParameter)
 
 TEST_F(HashNameTest, missingPaddingInformationStaysAnInvalidParameter)
 {
-    for (const DWORD flags : {BCRYPT_PAD_PKCS1, BCRYPT_PAD_PSS})
+    for (const DWORD flags : {DWORD{BCRYPT_PAD_PKCS1}, DWORD{BCRYPT_PAD_PSS}})
         expectAllRefused(NTE_INVALID_PARAMETER, nullptr, flags);
 }
 

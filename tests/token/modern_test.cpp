@@ -66,7 +66,7 @@ TEST_P(ModernRsa, Pkcs1WithoutANameSignsWhatIsGiven)
         const Bytes value = arbitraryBytes(size);
         const Outcome own = key.sign(Padding::pkcs1(nullptr), value);
         ASSERT_EQ(own.status, ERROR_SUCCESS);
-        EXPECT_EQ(own.bytes, openSsl().sign(GetParam(), value, rawPkcs1));
+        EXPECT_EQ(openSsl().recovered(GetParam(), own.bytes), value);
         EXPECT_EQ(key.verify(Padding::pkcs1(nullptr), value, own.bytes), ERROR_SUCCESS);
         EXPECT_EQ(key.verify(Padding::none(), value, own.bytes), ERROR_SUCCESS);
     }

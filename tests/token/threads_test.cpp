@@ -76,7 +76,7 @@ public:
 
 private:
     TokenProfile profile_;
-    OpenSsl openSsl_;
+    OpenSsl openSsl_{tokenFolder()};
     std::unique_ptr<ProviderModule> module_;
     TokenFacts facts_;
     std::vector<KnownResults> known_;

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "host.h"
-#include "token_test.h"
 
 namespace NV::test {
 
@@ -17,22 +16,22 @@ Bytes bytesOf(const std::string& text)
     return {text.begin(), text.end()};
 }
 
-std::string keyFile(const TokenKey& key, const char* ending)
+}  // namespace
+
+std::string OpenSsl::keyFile(const TokenKey& key, const char* ending) const
 {
-    return host::quoted(tokenFolder() + "/keys/" + key.file + ending);
+    return host::quoted(made_ + "/keys/" + key.file + ending);
 }
 
-std::string withPrivateKey(const TokenKey& key)
+std::string OpenSsl::withPrivateKey(const TokenKey& key) const
 {
     return " -inkey " + keyFile(key, ".key.pem") + " ";
 }
 
-std::string withCertificate(const TokenKey& key)
+std::string OpenSsl::withCertificate(const TokenKey& key) const
 {
     return " -certin -inkey " + keyFile(key, ".crt.pem") + " ";
 }
-
-}  // namespace
 
 int OpenSsl::start(const std::string& arguments) const
 {

@@ -9,6 +9,7 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "base/encoding.h"
 #include "folder.h"
@@ -18,6 +19,9 @@ namespace NV::test {
 
 class OpenSsl {
 public:
+    // `made`: the folder that make-token.sh made.
+    explicit OpenSsl(std::string made) : made_(std::move(made)) {}
+
     // Verifies a signature of exactly this data by the certificate's key. False means that OpenSSL
     // rejects the signature; any other failure throws.
     bool verifies(const TokenKey& key, const Bytes& data, const Bytes& signature,
@@ -54,6 +58,11 @@ private:
     void give(const char* file, const Bytes& content) const;
     std::string log() const;
 
+    std::string keyFile(const TokenKey& key, const char* ending) const;
+    std::string withPrivateKey(const TokenKey& key) const;
+    std::string withCertificate(const TokenKey& key) const;
+
+    std::string made_;
     TemporaryFolder folder_;
 };
 

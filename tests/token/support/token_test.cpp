@@ -181,7 +181,9 @@ Outcome OpenedKey::property(const wchar_t* name) const
 
 // In the order in which they depend on each other.
 struct TokenTest::Opened {
-    Opened(const std::string& made, Behaviour behaviour) : profile(made, behaviour) {}
+    Opened(const std::string& made, Behaviour behaviour) : profile(made, behaviour), openSsl(made)
+    {
+    }
 
     TokenProfile profile;
     ProviderModule module;
