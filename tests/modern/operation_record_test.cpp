@@ -160,6 +160,8 @@ TEST_F(OperationRecords, ofAnOpeningThatFailed)
 TEST_F(OperationRecords, ofAnOpeningWhoseNthInitializationFailed)
 {
     size_t struck = 0;
+    provider.reset();
+    forget();
     for (const uint32_t nth : {1U, 2U, 3U}) {
         token.takeStruckFaults();
         token.fail("C_Initialize", CKR_DEVICE_REMOVED, nth);
