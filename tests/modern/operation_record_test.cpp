@@ -84,7 +84,7 @@ TEST_F(OperationRecords, oneForEachOperationThatDoesSomething)
     table()->DeriveKey(handle(), 1, L"ODD", nullptr, nullptr, 0, &length, 0);
     EXPECT_TRUE(written().starts_with("INF NVKSPDeriveKey:DONE, STATUS=0x80090027"));
     table()->FreeSecret(handle(), 1);
-    EXPECT_EQ("INF NVKSPFreeSecret:DONE, STATUS=0x0, ELAPSED:#(ms)\n", written());
+    EXPECT_EQ("INF NVKSPFreeSecret:DONE, STATUS=0x80090026, ELAPSED:#(ms)\n", written());
     table()->ImportKey(handle(), 0, nullptr, nullptr, nullptr, nullptr, 0, 0);
     EXPECT_EQ("INF NVKSPImportKey:DONE, STATUS=0x80090027, ELAPSED:#(ms)\n", written());
     table()->SecretAgreement(handle(), 0, 0, nullptr, 0);

@@ -195,7 +195,7 @@ SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
         if (mode().keysOwnDialogs() && key.ownerWindow() != nullptr)
             request.parent = key.ownerWindow();
         if (mode().dialogNamesKey())
-            request.subject = pinSubject(*pkcs11_, *slot_, key, certStore_);
+            request.readSubject = [&] { return pinSubject(*pkcs11_, *slot_, key, certStore_); };
         pin = requestPIN(&request);
         NV_TRC("Entered Pin is %d bytes", static_cast<int>(pin.size()));
         // Compat: in classic, an empty PIN is no failure.

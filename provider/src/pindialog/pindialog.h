@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <exception>
+#include <functional>
 #include <string>
 
 #include "base/secret.h"
@@ -33,7 +34,11 @@ struct PINRequest {
     HWND parent = nullptr;         // null: the desktop window
     CK_ULONG minimumLength = 0;    // bytes, CK_TOKEN_INFO.ulMinPinLen
     CK_ULONG maximumLength = 0;    // bytes, CK_TOKEN_INFO.ulMaxPinLen
-    PINSubject subject{};          // only modern shows it
+    // Only modern shows it.
+    PINSubject subject{};
+    // Takes the place of the subject, if there is one. Called when the dialog has been made, so that the
+    // token is not asked for a dialog that cannot be shown.
+    std::function<PINSubject()> readSubject{};
 };
 
 // No PIN was entered.

@@ -155,8 +155,11 @@ void takeOut(HWND hDlg, const Line& line)
                  frame.bottom - frame.top - step.bottom, keepOrder);
 }
 
-void showNames(HWND hDlg, const PINRequest& request)
+void showNames(HWND hDlg, const PINRequest& given)
 {
+    PINRequest request = given;
+    if (request.readSubject)
+        request.subject = request.readSubject();
     for (const Line& line : lines) {
         if (const std::wstring text = line.text(request); !text.empty())
             showName(GetDlgItem(hDlg, line.value), text);
