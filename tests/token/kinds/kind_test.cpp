@@ -117,7 +117,7 @@ struct KindTest::Opened {
     std::unique_ptr<ProviderModule> module;
     NCRYPT_PROV_HANDLE provider = 0;
     SECURITY_STATUS status = 0;
-    OpenSsl openSsl;
+    OpenSsl openSsl{tokenFolder()};
     size_t logSeen = 0;  // bytes
 };
 
