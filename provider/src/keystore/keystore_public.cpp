@@ -153,9 +153,11 @@ struct CipherPadding {
 // As mechanismEncryption chooses: the last of several flags.
 CipherPadding cipherPadding(const CipherCall& call)
 {
-    if (auto* oaep = static_cast<BCRYPT_OAEP_PADDING_INFO*>(call.pPaddingInfo);
-        oaep != nullptr && (call.dwFlags & BCRYPT_PAD_OAEP) != 0)
-        return {BCRYPT_PAD_OAEP, oaep, 2 + 2 * size_t{findHashAlgorithm(oaep->pszAlgId)->size}};
+    auto* oaep = static_cast<BCRYPT_OAEP_PADDING_INFO*>(call.pPaddingInfo);
+    if (oaep != nullptr && (call.dwFlags & BCRYPT_PAD_OAEP) != 0) {
+        const HashAlgorithm* hash = findHashAlgorithm(oaep->pszAlgId);
+        return {BCRYPT_PAD_OAEP, oaep, 2 + 2 * size_t{hash != nullptr ? hash->size : 0}};
+    }
     if ((call.dwFlags & BCRYPT_PAD_PKCS1) != 0)
         return {BCRYPT_PAD_PKCS1, nullptr, 11};
     return {BCRYPT_PAD_NONE, nullptr, 0};
