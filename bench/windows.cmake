@@ -33,6 +33,7 @@ benchmark(softhsm_operations softhsm_operations.cpp windows/operations.cpp LIBRA
 benchmark(scripted_operations scripted_operations.cpp windows/operations.cpp LIBRARIES
           bench_linked_module)
 benchmark(threads threads.cpp LIBRARIES bench_linked_module)
+benchmark(modes modes.cpp windows/operations.cpp LIBRARIES bench_linked_module)
 
 # An empty DLL with the module's imports, to compare loading with.
 set(imports ${CMAKE_CURRENT_BINARY_DIR}/imports)
