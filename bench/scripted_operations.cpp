@@ -76,7 +76,7 @@ void compareAt(Results& results, const Plan& plan, const Extent& extent, const s
         provider.openKey(L"01AB");
     BareToken bare(ScriptedToken::widePath(), pin);
     {
-        Operations operations(module, provider, bare, L"01AB", L"0256");
+        Operations operations(module, provider, &bare, L"01AB", L"0256");
         for (const Operations::Row& row : Operations::rows()) {
             expectSameCalls(token, operations, row);
             results.added({group, row.name, "the same calls, bare", size},

@@ -18,7 +18,7 @@ void benchmark(Results& results, const Plan& plan)
     const LinkedModule module(library, pin);
     const OpenProvider provider(module);
     BareToken bare(library, pin);
-    Operations operations(module, provider, bare, L"01AB", L"0256");
+    Operations operations(module, provider, &bare, L"01AB", L"0256");
     // An operation takes milliseconds: single runs in turn, and many of them.
     const Plan single{plan.pairs * 10, std::chrono::nanoseconds(1)};
     for (const Operations::Row& row : Operations::rows()) {

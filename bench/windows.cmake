@@ -33,6 +33,7 @@ benchmark(softhsm_operations softhsm_operations.cpp windows/operations.cpp LIBRA
 benchmark(scripted_operations scripted_operations.cpp windows/operations.cpp LIBRARIES
           bench_linked_module)
 benchmark(threads threads.cpp LIBRARIES bench_linked_module)
+benchmark(modes modes.cpp windows/operations.cpp LIBRARIES bench_linked_module)
 
 # An empty DLL with the module's imports, to compare loading with.
 set(imports ${CMAKE_CURRENT_BINARY_DIR}/imports)
@@ -45,7 +46,7 @@ add_custom_command(
   VERBATIM)
 add_library(empty_module SHARED EXCLUDE_FROM_ALL empty_module/empty_module.cpp ${imports}.obj)
 target_include_directories(empty_module PRIVATE ${PROJECT_SOURCE_DIR}/provider/src)
-target_link_libraries(empty_module PRIVATE keywarden_warnings crypt32 comctl32)
+target_link_libraries(empty_module PRIVATE keywarden_warnings bcrypt crypt32 comctl32)
 target_link_options(empty_module PRIVATE -static -s)
 set_target_properties(empty_module PROPERTIES PREFIX "")
 

@@ -12,8 +12,8 @@ set -euo pipefail
 . "$(dirname "$0")/lib.sh"
 cd "$root"
 
-windowsBenchmarks=(softhsm_operations scripted_operations logger tracing opening keys loading threads
-    call_counts)
+windowsBenchmarks=(softhsm_operations scripted_operations modes logger tracing opening keys loading
+    threads call_counts)
 hostBenchmarks=(codecs)
 scriptBenchmarks=(fleet)
 

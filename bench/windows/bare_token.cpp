@@ -89,10 +89,23 @@ BareToken::~BareToken()
     FreeLibrary(library_);
 }
 
+void BareToken::initialize()
+{
+    expectOk(list_->C_Initialize(&initArguments), "C_Initialize");
+    initialized_ = true;
+}
+
+void BareToken::finalize()
+{
+    initialized_ = false;
+    expectOk(list_->C_Finalize(nullptr), "C_Finalize");
+}
+
 template <typename Work>
 void BareToken::inSession(bool login, const Work& work)
 {
-    expectOk(list_->C_Initialize(&initArguments), "C_Initialize");
+    if (!initialized_)
+        expectOk(list_->C_Initialize(&initArguments), "C_Initialize");
     CK_SESSION_HANDLE session = 0;
     expectOk(list_->C_OpenSession(slot_, CKF_SERIAL_SESSION, nullptr, nullptr, &session),
              "C_OpenSession");
@@ -104,7 +117,8 @@ void BareToken::inSession(bool login, const Work& work)
     if (login)
         expectOk(list_->C_Logout(session), "C_Logout");
     expectOk(list_->C_CloseSession(session), "C_CloseSession");
-    expectOk(list_->C_Finalize(nullptr), "C_Finalize");
+    if (!initialized_)
+        expectOk(list_->C_Finalize(nullptr), "C_Finalize");
 }
 
 CK_OBJECT_HANDLE BareToken::find(CK_SESSION_HANDLE session, CK_OBJECT_CLASS objectClass,

@@ -24,6 +24,10 @@ public:
     BareToken(const BareToken&) = delete;
     BareToken& operator=(const BareToken&) = delete;
 
+    // Between the two, the operations find the library initialized, and may run on several threads.
+    void initialize();
+    void finalize();
+
     // Keys are named by their CKA_ID.
     void sign(CK_KEY_TYPE keyType, const Bytes& id, const Bytes& data, Bytes& signature);
     void verify(CK_KEY_TYPE keyType, const Bytes& id, const Bytes& data, const Bytes& signature);
@@ -38,7 +42,8 @@ public:
     CK_SLOT_ID slot() const { return slot_; }
 
 private:
-    // Initialize, open a session, log in if needed, work, log out, close, finalize.
+    // Initialize, open a session, log in if needed, work, log out, close, finalize. The first and the
+    // last step are left out while the library is initialized.
     template <typename Work>
     void inSession(bool login, const Work& work);
 
@@ -48,6 +53,7 @@ private:
     HMODULE library_;
     CK_FUNCTION_LIST* list_ = nullptr;
     CK_SLOT_ID slot_ = 0;
+    bool initialized_ = false;
     std::string pin_;
 };
 

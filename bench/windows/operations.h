@@ -16,8 +16,9 @@ namespace NV::bench {
 class Operations {
 public:
     // The names are the keys' CKA_IDs in hexadecimal. Runs every operation once in both ways, and
-    // throws std::runtime_error if one fails or the results differ.
-    Operations(const LinkedModule& module, const OpenProvider& provider, BareToken& bare,
+    // throws std::runtime_error if one fails or the results differ. Without `bare`, runs them through
+    // the module alone.
+    Operations(const LinkedModule& module, const OpenProvider& provider, BareToken* bare,
                const wchar_t* rsaName, const wchar_t* ecName);
     ~Operations();
     Operations(const Operations&) = delete;
@@ -29,6 +30,9 @@ public:
         void (Operations::*bare)();
     };
     static std::span<const Row> rows();
+
+    // Asks for the length of a decryption.
+    void decryptedLength();
 
 private:
     void rsaSign();
@@ -48,13 +52,15 @@ private:
 
     SECURITY_STATUS sign(NCRYPT_KEY_HANDLE key, void* padding, DWORD flags, const Bytes& hash,
                          Bytes& signature);
-    SECURITY_STATUS verify(NCRYPT_KEY_HANDLE key, const Bytes& hash, const Bytes& signature);
+    SECURITY_STATUS verify(NCRYPT_KEY_HANDLE key, void* padding, DWORD flags, const Bytes& hash,
+                           const Bytes& signature);
     void importPeer();
+    void runOnce();
     void expectSameResults();
 
     const LinkedModule& module_;
     NCRYPT_PROV_HANDLE provider_;
-    BareToken& bare_;
+    BareToken* bare_;
     NCRYPT_KEY_HANDLE rsa_;
     NCRYPT_KEY_HANDLE ec_;
     NCRYPT_KEY_HANDLE peer_ = 0;

@@ -13,6 +13,7 @@
 #include <utility>
 
 #include "check_fixture.h"
+#include "modern_mode.h"
 
 namespace NV::test {
 
@@ -73,6 +74,15 @@ TEST_F(CheckCertificates, NoPublicKey)
                "Verification and encryption on the token fail");
     EXPECT_EQ(detailOf("public-keys"), "0256");
     EXPECT_TRUE(contains(detailOf("public-keys", 1), "only after a login"));
+}
+
+TEST_F(CheckCertificates, NoPublicKeyIsNoProblemInModern)
+{
+    const ModernMode modern;
+    token.addCertificate(ecId, certificateDer("p256"));
+    check();
+    expectStep("public-keys", Outcome::ok, "the provider uses the keys in the certificates");
+    EXPECT_EQ(detailOf("public-keys"), "0256");
 }
 
 TEST_F(CheckCertificates, ExpiredCertificate)

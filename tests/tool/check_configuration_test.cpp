@@ -185,6 +185,41 @@ TEST_F(CheckConfiguration, TakesAGoodFileAndLeavesNothingBehind)
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
 }
 
+TEST_F(CheckConfiguration, SaysWhichBehaviourHolds)
+{
+    const std::string good = goodConfig(ScriptedToken::widePath());
+    struct Case {
+        const char* line;
+        const char* behaviour;
+        const char* outcome;
+    };
+    for (const Case& each :
+         {Case{"", "classic", "warning"}, Case{"mode=classic\n", "classic", "warning"},
+          Case{"mode=Modern\n", "classic", "warning"}, Case{"mode=modern\n", "modern", "ok"}}) {
+        profile.writeConfig(each.line + good);
+        const Json document = profile.json({"check"}, 1);
+        const Json step = stepOf(document, "behaviour");
+        ASSERT_FALSE(step.is_null()) << document.dump(1);
+        EXPECT_EQ(document["behaviour"], each.behaviour) << each.line;
+        EXPECT_EQ(step["outcome"], each.outcome) << step;
+        EXPECT_EQ(step["text"].get<std::string>().find(each.behaviour), 0U) << step;
+        EXPECT_EQ(step["advice"].get<std::string>().find("docs/modes.md") != std::string::npos,
+                  step["outcome"] == "warning")
+            << step;
+    }
+}
+
+TEST_F(CheckConfiguration, SaysNoBehaviourWithoutAConfiguration)
+{
+    for (const char* content : {"", "nonsense\n"}) {
+        if (*content != '\0')
+            profile.writeConfig(content);
+        const Json document = profile.json({"check"}, 1);
+        EXPECT_TRUE(document["behaviour"].is_null()) << document.dump(1);
+        EXPECT_EQ(stepOf(document, "behaviour")["outcome"], "skipped") << document.dump(1);
+    }
+}
+
 // What keeps a classic module from loading, or spoils its values.
 TEST_F(CheckConfiguration, TakesAModernFileAsEditorsWriteIt)
 {

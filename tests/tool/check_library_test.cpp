@@ -10,6 +10,7 @@
 
 #include "formats/pe_file.h"
 #include "scripted_token.h"
+#include "text.h"
 #include "tool_program.h"
 
 namespace NV::test {
@@ -39,6 +40,13 @@ protected:
     Json check(const std::filesystem::path& library, const ChildOptions& options = {})
     {
         profile.writeConfig(goodConfig(library));
+        return profile.json({"check"}, 1, options);
+    }
+
+    // The same in modern, where the configuration is UTF-8.
+    Json checkModern(const std::filesystem::path& library, const ChildOptions& options = {})
+    {
+        profile.writeConfig("mode=modern\np11File=" + tool::toUtf8(library) + "\n");
         return profile.json({"check"}, 1, options);
     }
 
@@ -134,6 +142,35 @@ TEST_F(CheckLibrary, WithADependencyBesideIt)
     EXPECT_EQ(found, loads) << document.dump(1);
 }
 
+TEST_F(CheckLibrary, InModernWithADependencyBesideIt)
+{
+    const auto library = copy(oddLibrary(L"needs_dependency.dll"), "needs_dependency.dll");
+    const auto dependency = copy(oddLibrary(L"odd_dependency.dll"), "odd_dependency.dll");
+    Json document = checkModern(library);
+    EXPECT_EQ(stepOf(document, "library-dependencies")["outcome"], "ok")
+        << stepOf(document, "library-dependencies");
+    EXPECT_EQ(stepOf(document, "library-loads")["text"], "it does not export C_GetFunctionList");
+
+    remove(dependency);
+    document = checkModern(library);
+    expectFailed(document, "library-dependencies",
+                 "required DLLs were not found: odd_dependency.dll", "PATH is not searched");
+    expectFailed(document, "library-loads",
+                 "the system cannot load it: ", "the library's documentation");
+}
+
+// The check agrees with the provider, which does not look into PATH.
+TEST_F(CheckLibrary, InModernWithADependencyInPath)
+{
+    const auto library = copy(oddLibrary(L"needs_dependency.dll"), "needs_dependency.dll");
+    const auto dependency = copy(oddLibrary(L"odd_dependency.dll"), "lib/odd_dependency.dll");
+    const ChildOptions options{.environment = {{L"PATH", dependency.parent_path().wstring()}}};
+    const Json document = checkModern(library, options);
+    expectFailed(document, "library-dependencies", "odd_dependency.dll", "PATH is not searched");
+    expectFailed(document, "library-loads",
+                 "the system cannot load it: ", "the library's documentation");
+}
+
 TEST_F(CheckLibrary, WithoutGetFunctionList)
 {
     expectFailed(check(widePathBesideTest(L"not_pkcs11.dll")), "library-loads",
@@ -167,6 +204,27 @@ TEST_F(CheckLibrary, BehindANameThatIsNotAscii)
     profile.writeConfig("p11File=" + std::string(utf8.begin(), utf8.end()) + "\nlogRotate=7\n");
     expectFailed(profile.json({"check"}, 1), "library-file", "characters outside ASCII",
                  "only ASCII characters");
+}
+
+TEST_F(CheckLibrary, InModernBehindAnyName)
+{
+    const auto library = folder.path() / L"t\u00f6ken \u65E5.dll";
+    copy_file(ScriptedToken::widePath(), library);
+    const Json document = checkModern(library);
+    for (const char* name :
+         {"library-file", "library-dependencies", "library-loads", "function-list", "slots"})
+        EXPECT_EQ(stepOf(document, name)["outcome"], "ok") << document.dump(1);
+}
+
+TEST_F(CheckLibrary, InModernWithoutAFullPath)
+{
+    const auto old = std::filesystem::current_path();
+    current_path(folder.path());
+    std::filesystem::copy_file(ScriptedToken::widePath(), "odd.dll");
+    const Json document = checkModern("odd.dll");
+    current_path(old);
+    expectFailed(document, "library-file", "is not a full path, so the provider does not load it",
+                 "a drive and a folder");
 }
 
 TEST_F(CheckLibrary, WithoutAFullPath)

@@ -5,6 +5,7 @@
 #include <string>
 
 #include "check_fixture.h"
+#include "modern_mode.h"
 
 namespace NV::test {
 
@@ -33,6 +34,28 @@ TEST_F(CheckToken, FindsNoProblem)
         << detailOf("certificates");
     EXPECT_TRUE(contains(detailOf("public-keys"), "only after a login"));
     EXPECT_FALSE(token.calls("C_FindObjectsInit").empty());
+}
+
+// The library is initialized once, for all steps.
+TEST_F(CheckToken, FindsNoProblemInModern)
+{
+    const ModernMode modern;
+    addRsa();
+    check();
+    for (const char* name : {"library-file", "library-dependencies", "library-loads", "slots",
+                             "chosen-slot", "pin", "certificates", "public-keys"})
+        expectStep(name, Outcome::ok, "");
+    EXPECT_EQ(token.calls("C_Initialize").size(), 1U);
+    EXPECT_TRUE(token.calls("C_Finalize").empty());
+}
+
+TEST_F(CheckToken, SlotListFailsInModern)
+{
+    const ModernMode modern;
+    token.fail("C_GetSlotList", CKR_GENERAL_ERROR);
+    check();
+    expectStep("slots", Outcome::failed, "C_GetSlotList: 00000005(CKR_GENERAL_ERROR)", "log");
+    EXPECT_TRUE(token.calls("C_Finalize").empty());
 }
 
 TEST_F(CheckToken, ListRepaired)

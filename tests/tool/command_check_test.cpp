@@ -44,6 +44,8 @@ TEST_F(CheckCommand, PrintsStepsDetailsAndAdvice)
                         "        > The provider publishes them when it opens."),
               std::string::npos)
         << text;
+    EXPECT_NE(text.find("note    behaviour: classic: .NET cannot use the keys"), std::string::npos)
+        << text;
     EXPECT_EQ(text.find("FAILED"), std::string::npos) << text;
     EXPECT_TRUE(text.ends_with("\nNo problems found.\n")) << text;
     EXPECT_EQ(text.find('\x1b'), std::string::npos) << "colours without a terminal";
@@ -75,7 +77,7 @@ TEST_F(CheckCommand, HasItsShapeAsJson)
         EXPECT_TRUE(names.insert(step["name"].get<std::string>()).second) << step;
     }
     for (const char* name : {"configuration-file", "configuration-lines", "configuration-values",
-                             "log-folder", "library-file", "library-architecture",
+                             "behaviour", "log-folder", "library-file", "library-architecture",
                              "library-dependencies", "library-loads", "function-list", "slots",
                              "chosen-slot", "pin", "certificates", "public-keys", "published"})
         EXPECT_TRUE(names.contains(name)) << name;

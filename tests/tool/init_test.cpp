@@ -12,6 +12,7 @@
 #include "contains.h"
 #include "failure.h"
 #include "system/configuration.h"
+#include "text.h"
 #include "tool_program.h"
 
 namespace NV::test {
@@ -145,14 +146,14 @@ TEST_F(Init, RefusesAMissingLibrary)
     expectNothingWritten();
 }
 
-TEST_F(Init, RefusesALibraryOutsideAscii)
+// The file is modern.
+TEST_F(Init, TakesALibraryOutsideAscii)
 {
     const auto odd = tokens.path() / L"t\u00f6ken.dll";
     writeFile(odd, "a placeholder for a library");
-    profile.expectRun(1, {"init", "--p11", narrowPath(odd)},
-                      {"the library's path has characters outside ASCII",
-                       "Copy the library to a folder with a plain name"});
-    expectNothingWritten();
+    profile.expectRun(0, {"init", "--p11", narrowPath(odd)}, {"Written: "});
+    EXPECT_EQ(value("p11File"), tool::toUtf8(odd));
+    EXPECT_EQ(configuredLibrary(Config::instance()), tool::toUtf8(odd));
 }
 
 TEST_F(Init, RefusesAFolderWithATildeInside)
@@ -269,8 +270,7 @@ TEST(ConfigurationText, RefusesALibraryWhosePathNamesAVariable)
 
 TEST(ConfigurationText, RefusesValuesThatWouldNotComeBack)
 {
-    for (const char* path : {"C:\\odd\n.dll", "C:\\odd.dll ", " C:\\odd.dll", "C:\\odd\r.dll",
-                             "C:\\t\xC3\xB6ken.dll"}) {
+    for (const char* path : {"C:\\odd\n.dll", "C:\\odd.dll ", " C:\\odd.dll", "C:\\odd\r.dll"}) {
         Settings configuration = tool::newConfiguration();
         configuration["p11File"] = path;
         EXPECT_THROW(tool::configurationText(configuration), tool::Failure) << path;
@@ -279,6 +279,23 @@ TEST(ConfigurationText, RefusesValuesThatWouldNotComeBack)
     configuration["p11File"] = "C:\\odd.dll";
     configuration["logStore"] = "C:\\\xE6\x97\xA5";  // not in this code page
     EXPECT_THROW(tool::configurationText(configuration), tool::Failure);
+}
+
+TEST(ConfigurationText, RefusesALibraryOutsideAsciiInClassic)
+{
+    Settings configuration = tool::newConfiguration();
+    configuration["p11File"] = "C:\\t\xC3\xB6ken \xE6\x97\xA5.dll";
+    EXPECT_TRUE(contains(tool::configurationText(configuration),
+                         "\np11File=C:\\t\xC3\xB6ken \xE6\x97\xA5.dll\n"));
+    for (const char* mode : {"classic", "", "Modern"}) {
+        configuration["mode"] = mode;
+        try {
+            static_cast<void>(tool::configurationText(configuration));
+            ADD_FAILURE() << mode;
+        } catch (const tool::Failure& refusal) {
+            EXPECT_TRUE(contains(refusal.what(), "characters outside ASCII, and in classic"));
+        }
+    }
 }
 
 // The module reads the log folder in the ANSI code page and the library's path in UTF-8.

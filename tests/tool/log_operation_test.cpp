@@ -56,6 +56,60 @@ TEST(LogOperation, HasStatusTimeAndPlace)
     EXPECT_TRUE(operations[1].failed());
 }
 
+// A log at the level INFO.
+TEST(LogOperation, IsTheRecordOfItsEnd)
+{
+    size_t foreign = 0;
+    const auto operations = operationsOf(
+        LogText()
+            .record("INF", "NVKSPOpenKey", "DONE, STATUS=0x0, ELAPSED:0.214(ms), KEY=01AB")
+            .record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a0(CKR_PIN_INCORRECT))")
+            .record("INF", "NVKSPSignHash",
+                    "DONE, STATUS=0x8010006b, ELAPSED:1960.418(ms), RESULT=CKR_PIN_INCORRECT, "
+                    "KEY=01AB")
+            .record("INF", "NVKSPFreeKey", "DONE, STATUS=0x0, ELAPSED:0.010(ms)")
+            .text(),
+        &foreign);
+    EXPECT_EQ(foreign, 0U);
+    ASSERT_EQ(operations.size(), 3U);
+    EXPECT_EQ(operations[0].name, "OpenKey");
+    EXPECT_EQ(operations[0].elapsed, 0.214);
+    EXPECT_EQ(operations[0].key, "01AB");
+    EXPECT_EQ(operations[0].result, "");
+    EXPECT_FALSE(operations[0].failed());
+    EXPECT_TRUE(operations[0].errors.empty());
+    EXPECT_EQ(operations[1].name, "SignHash");
+    EXPECT_EQ(operations[1].line, 3U);
+    EXPECT_TRUE(operations[1].failed());
+    EXPECT_EQ(operations[1].result, "CKR_PIN_INCORRECT");
+    EXPECT_EQ(operations[1].key, "01AB");
+    ASSERT_EQ(operations[1].errors.size(), 1U);
+    EXPECT_EQ(tool::statusOf(operations[1]), "SCARD_W_WRONG_CHV (0x8010006b), CKR_PIN_INCORRECT");
+    EXPECT_EQ(operations[2].name, "FreeKey");
+    EXPECT_TRUE(operations[2].key.empty());
+    EXPECT_TRUE(operations[2].errors.empty());
+}
+
+// With the level TRACE, a log has both.
+TEST(LogOperation, IsNotDoubledByTheRecordOfItsEnd)
+{
+    const std::string end = "DONE, STATUS=0x0, ELAPSED:9.000(ms), KEY=01AB";
+    const auto operations = operationsOf(LogText()
+                                             .operation("SignHash", "8.500")
+                                             .record("INF", "NVKSPSignHash", end)
+                                             .record("INF", "NVKSPSignHash", end)
+                                             .operation("OpenKey", "1.000")
+                                             .record("INF", "NVKSPSignHash", end)
+                                             .text());
+    ASSERT_EQ(operations.size(), 4U);
+    EXPECT_EQ(operations[0].elapsed, 8.5);
+    EXPECT_EQ(operations[0].key, "01AB");
+    EXPECT_EQ(operations[1].elapsed, 9);
+    EXPECT_EQ(operations[2].name, "OpenKey");
+    EXPECT_EQ(operations[2].key, "");
+    EXPECT_EQ(operations[3].elapsed, 9);
+}
+
 TEST(LogOperation, EndOfAnEnumerationIsNoFailure)
 {
     const Operation operation = operationOf(LogText().operation("EnumKeys", "0.1", "0x8009002a"));
@@ -252,6 +306,7 @@ TEST(LogFuzz, NothingBreaksTheReader)
         .trace("NV::PINDialog::open", "LEAVE");
     log.call("C_Initialize", "00000000(CKR_OK)").endedCall("C_Login");
     log.record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a0(CKR_PIN_INCORRECT))");
+    log.record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:9.0(ms), RESULT=odd, KEY=01AB");
     log.leave("SignHash", "12.500", "0x8009002d").enter("OpenKey").start("C_GetInfo");
     log.trace("NV::P11Module::init", "Call C_GetSlotList():START");
     log.trace("NV::P11Module::init", "Call C_GetSlotList():END RV=00000000(CKR_OK)");

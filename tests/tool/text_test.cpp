@@ -81,6 +81,36 @@ TEST(Text, NamesStatuses)
     EXPECT_EQ(hexText(NTE_INTERNAL_ERROR), "0x8009002d");
 }
 
+// The statuses that the module returns, with the names of winerror.h.
+TEST(Text, NamesEachStatusOfTheModule)
+{
+#define NV_NAMED(name)                                                                             \
+    EXPECT_EQ(statusText(static_cast<SECURITY_STATUS>(name)),                                      \
+              #name " (" + hexText(static_cast<SECURITY_STATUS>(name)) + ")")
+    NV_NAMED(NTE_BAD_DATA);
+    NV_NAMED(NTE_BAD_FLAGS);
+    NV_NAMED(NTE_BAD_KEYSET);
+    NV_NAMED(NTE_BAD_LEN);
+    NV_NAMED(NTE_BAD_SIGNATURE);
+    NV_NAMED(NTE_BUFFER_TOO_SMALL);
+    NV_NAMED(NTE_INVALID_HANDLE);
+    NV_NAMED(NTE_INVALID_PARAMETER);
+    NV_NAMED(NTE_NOT_FOUND);
+    NV_NAMED(NTE_NOT_SUPPORTED);
+    NV_NAMED(NTE_NO_KEY);
+    NV_NAMED(NTE_NO_MEMORY);
+    NV_NAMED(NTE_NO_MORE_ITEMS);
+    NV_NAMED(NTE_PASSWORD_CHANGE_REQUIRED);
+    NV_NAMED(NTE_SILENT_CONTEXT);
+    NV_NAMED(NTE_USER_CANCELLED);
+    NV_NAMED(SCARD_W_CARD_NOT_AUTHENTICATED);
+    NV_NAMED(SCARD_W_CHV_BLOCKED);
+    NV_NAMED(SCARD_W_REMOVED_CARD);
+    NV_NAMED(SCARD_W_UNSUPPORTED_CARD);
+    NV_NAMED(SCARD_W_WRONG_CHV);
+#undef NV_NAMED
+}
+
 TEST(Text, DescribesErrors)
 {
     const std::string known = errorText(ERROR_ACCESS_DENIED);

@@ -5,6 +5,9 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <string_view>
+
+#include "keystore/token_status.h"
 
 namespace NV::tool {
 
@@ -12,7 +15,7 @@ namespace {
 
 struct StatusName {
     SECURITY_STATUS status;
-    const char* name;
+    std::string_view name;
 };
 
 #define NV_STATUS(name)                                                                            \
@@ -21,24 +24,20 @@ struct StatusName {
         static_cast<SECURITY_STATUS>(name), #name                                                  \
     }
 
+// The statuses that no failed call of the token has: those are in tokenStatuses.
 constexpr std::array statusNames = {
     NV_STATUS(NTE_BAD_DATA),
     NV_STATUS(NTE_BAD_FLAGS),
     NV_STATUS(NTE_BAD_KEYSET),
-    NV_STATUS(NTE_BAD_SIGNATURE),
-    NV_STATUS(NTE_BUFFER_TOO_SMALL),
     NV_STATUS(NTE_FAIL),
-    NV_STATUS(NTE_INTERNAL_ERROR),
     NV_STATUS(NTE_INVALID_HANDLE),
     NV_STATUS(NTE_INVALID_PARAMETER),
     NV_STATUS(NTE_NOT_FOUND),
-    NV_STATUS(NTE_NOT_SUPPORTED),
-    NV_STATUS(NTE_NO_MEMORY),
     NV_STATUS(NTE_NO_MORE_ITEMS),
     NV_STATUS(NTE_PERM),
     NV_STATUS(NTE_PROVIDER_DLL_FAIL),
     NV_STATUS(NTE_PROV_DLL_NOT_FOUND),
-    NV_STATUS(NTE_USER_CANCELLED),
+    NV_STATUS(NTE_SILENT_CONTEXT),
     // The header of these values conflicts with windows.h.
     StatusName{static_cast<SECURITY_STATUS>(0xC0000002), "STATUS_NOT_IMPLEMENTED"},
     StatusName{static_cast<SECURITY_STATUS>(0xC0000022), "STATUS_ACCESS_DENIED"},
@@ -46,6 +45,26 @@ constexpr std::array statusNames = {
     StatusName{static_cast<SECURITY_STATUS>(0xC0000035), "STATUS_OBJECT_NAME_COLLISION"},
     StatusName{static_cast<SECURITY_STATUS>(0xC0000225), "STATUS_NOT_FOUND"},
 };
+
+SECURITY_STATUS valueOf(const NamedStatus& status)
+{
+    return static_cast<SECURITY_STATUS>(status.value);
+}
+
+// Empty for a status without a name.
+std::string_view nameOf(SECURITY_STATUS status)
+{
+    for (const NamedStatus& named : {noKeyFound, otherTokenFailure}) {
+        if (valueOf(named) == status)
+            return named.name;
+    }
+    const auto* token = std::ranges::find(
+        tokenStatuses, status, [](const TokenStatus& row) { return valueOf(row.status); });
+    if (token != std::end(tokenStatuses))
+        return token->status.name;
+    const auto* other = std::ranges::find(statusNames, status, &StatusName::status);
+    return other != statusNames.end() ? other->name : std::string_view();
+}
 
 }  // namespace
 
@@ -76,10 +95,8 @@ std::string hexText(SECURITY_STATUS status)
 
 std::string statusText(SECURITY_STATUS status)
 {
-    const auto* row = std::ranges::find(statusNames, status, &StatusName::status);
-    if (row == statusNames.end())
-        return hexText(status);
-    return std::string(row->name) + " (" + hexText(status) + ")";
+    const std::string_view name = nameOf(status);
+    return name.empty() ? hexText(status) : std::string(name) + " (" + hexText(status) + ")";
 }
 
 std::string errorText(DWORD error)

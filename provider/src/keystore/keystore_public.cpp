@@ -153,8 +153,8 @@ struct CipherPadding {
 // As mechanismEncryption chooses: the last of several flags.
 CipherPadding cipherPadding(const CipherCall& call)
 {
-    if (auto* oaep = static_cast<BCRYPT_OAEP_PADDING_INFO*>(call.pPaddingInfo);
-        oaep != nullptr && (call.dwFlags & BCRYPT_PAD_OAEP) != 0) {
+    auto* oaep = static_cast<BCRYPT_OAEP_PADDING_INFO*>(call.pPaddingInfo);
+    if (oaep != nullptr && (call.dwFlags & BCRYPT_PAD_OAEP) != 0) {
         const HashAlgorithm* hash = findHashAlgorithm(oaep->pszAlgId);
         return {BCRYPT_PAD_OAEP, oaep, 2 + 2 * size_t{hash != nullptr ? hash->size : 0}};
     }

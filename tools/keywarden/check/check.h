@@ -50,7 +50,8 @@ struct Findings {
 
 // Each function adds the steps named beside it. None asks for a PIN or logs in.
 void checkConfiguration(Findings& findings);  // configuration-file, configuration-lines,
-                                              // configuration-values
+                                              // configuration-values, behaviour. Sets the
+                                              // behaviour for the steps that follow.
 void checkLogFolder(Findings& findings);      // log-folder
 void checkLibrary(Findings& findings);        // library-file, library-architecture,
                                               // library-dependencies, library-loads,

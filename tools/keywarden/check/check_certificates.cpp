@@ -6,6 +6,7 @@
 
 #include "certstore/certstore.h"
 #include "check/check.h"
+#include "config/mode.h"
 #include "failure.h"
 #include "formats/certificate.h"
 #include "nvvtoken/nvvtoken_name.h"
@@ -127,6 +128,10 @@ void judgePublicKeys(Findings& findings, const std::vector<TokenCertificate>& ce
     }
     if (without.empty()) {
         findings.ok(name, "each certificate has a public key object with its CKA_ID");
+    } else if (mode().usesCertificateKeys()) {
+        findings.ok(name, std::to_string(without.size()) +
+                              " certificates have no public key object with their CKA_ID; the "
+                              "provider uses the keys in the certificates");
     } else {
         findings.warn(
             name,
@@ -134,9 +139,9 @@ void judgePublicKeys(Findings& findings, const std::vector<TokenCertificate>& ce
                 " certificates have no public key object with their CKA_ID",
             "Verification and encryption on the token fail for these certificates. Signing "
             "does not need a public key object.");
-        for (const std::string& keyName : without)
-            findings.detail(keyName);
     }
+    for (const std::string& keyName : without)
+        findings.detail(keyName);
     findings.detail("Private keys are visible only after a login, so they were not checked.");
 }
 

@@ -15,6 +15,7 @@
 #include "config/config_keys.h"
 #include "config/config_text.h"
 #include "config/config_values.h"
+#include "config/mode.h"
 #include "failure.h"
 #include "system/configuration.h"
 #include "text.h"
@@ -340,6 +341,18 @@ void checkValues(Findings& findings)
         findings.detail(problems[i].text + ". " + problems[i].advice);
 }
 
+void reportBehaviour(Findings& findings)
+{
+    constexpr const char* name = "behaviour";
+    if (isModern())
+        findings.ok(name, "modern");
+    else
+        findings.warn(name,
+                      "classic: .NET cannot use the keys (RSACng, ECDsaCng, X509Certificate2)",
+                      "If no program depends on classic, add the line mode=modern to the "
+                      "configuration. docs/modes.md compares the two behaviours.");
+}
+
 // Creates and deletes a file there. ERROR_SUCCESS, or the system's error.
 DWORD tryToWriteInto(const std::filesystem::path& folder)
 {
@@ -362,6 +375,7 @@ void checkConfiguration(Findings& findings)
     if (!std::filesystem::is_regular_file(file, error)) {
         findings.fail("configuration-file", toUtf8(file) + " does not exist",
                       "Run \"keywarden init\" to write it.");
+        findings.skip("behaviour", "there is no configuration");
         return;
     }
     const std::vector<Line> lines = readLines(file);
@@ -370,11 +384,15 @@ void checkConfiguration(Findings& findings)
         loadConfiguration();
     } catch (const Failure& refusal) {
         reportRefusal(findings, lines, refusal);
+        findings.skip("behaviour", "the configuration could not be read");
         return;
     }
     findings.configurationRead = true;
+    // From here on, the module's parts in this program do as the provider does.
+    setMode(Config::instance().mode());
     reportLines(findings, lines);
     checkValues(findings);
+    reportBehaviour(findings);
     Config& config = Config::instance();
     findings.library = configuredLibrary(config);
     const bool toFile = (parseLogTypes(config.get("logTypes")) & logToFile) != 0;

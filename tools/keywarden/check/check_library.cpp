@@ -6,6 +6,7 @@
 
 #include "base/loaded_library.h"
 #include "check/check.h"
+#include "config/mode.h"
 #include "failure.h"
 #include "formats/pe_file.h"
 #include "text.h"
@@ -34,15 +35,61 @@ bool isApiSet(const std::string& name)
     return name.starts_with("api-ms-") || name.starts_with("ext-ms-");
 }
 
-// Searches like the loader: in the program's folder, in the system's, and in PATH. Does not run code of
-// the DLL.
-bool canBeFound(const std::string& name)
+// In the program's folder, in the system's, and in PATH. Does not run code of the DLL.
+bool isInPath(const std::string& name, const std::filesystem::path&)
 {
-    if (GetModuleHandleW(fromUtf8(name).c_str()) != nullptr || isApiSet(name))
-        return true;
-    const LoadedLibrary file(
-        LoadLibraryExW(fromUtf8(name).c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE));
-    return file != nullptr;
+    return LoadedLibrary(LoadLibraryExW(fromUtf8(name).c_str(), nullptr,
+                                        LOAD_LIBRARY_AS_DATAFILE)) != nullptr;
+}
+
+// In the folder of the library or the system's. Each program that loads the provider has a folder of its
+// own, so this program's does not count.
+bool isInTrustedFolder(const std::string& name, const std::filesystem::path& library)
+{
+    wchar_t system[MAX_PATH] = L"";
+    GetSystemDirectoryW(system, static_cast<UINT>(std::size(system)));
+    std::error_code error;
+    return std::filesystem::is_regular_file(library.parent_path() / toPath(name), error) ||
+           std::filesystem::is_regular_file(std::filesystem::path(system) / toPath(name), error);
+}
+
+// How a behaviour loads a library.
+struct LoadingRules {
+    bool anyName;  // characters outside ASCII, too
+    bool fullPathAlone;
+    // Whether a DLL that the library requires is found.
+    bool (*finds)(const std::string& name, const std::filesystem::path& library);
+    const char* advice;  // if it is not
+};
+
+constexpr LoadingRules classicRules = {
+    false, false, isInPath,
+    "Install the vendor's prerequisites, or add their folder to PATH. The library's own folder is not "
+    "searched."};
+constexpr LoadingRules modernRules = {
+    true, true, isInTrustedFolder,
+    "Install the vendor's prerequisites, or put the DLLs into the library's own folder. PATH is not "
+    "searched."};
+
+const LoadingRules& loadingRules()
+{
+    return mode().restrictsLibrarySearch() ? modernRules : classicRules;
+}
+
+bool canBeFound(const std::string& name, const std::filesystem::path& library)
+{
+    return GetModuleHandleW(fromUtf8(name).c_str()) != nullptr || isApiSet(name) ||
+           loadingRules().finds(name, library);
+}
+
+// Loads it as the provider does. Null, and the thread's last error, if the system cannot.
+LoadedLibrary loadAsProvider(const std::filesystem::path& library)
+{
+    const DWORD search = mode().restrictsLibrarySearch()
+                             ? LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS
+                             : 0;
+    std::filesystem::path path = library;
+    return LoadedLibrary(LoadLibraryExW(path.make_preferred().c_str(), nullptr, search));
 }
 
 bool checkFile(Findings& findings)
@@ -55,10 +102,16 @@ bool checkFile(Findings& findings)
                       "p11File must contain the full path and nothing else, not even a comment.");
         return false;
     }
-    if (!isAscii(path)) {
+    if (!loadingRules().anyName && !isAscii(path)) {
         findings.fail(name,
                       path + " has characters outside ASCII, so the provider does not load it",
-                      "Copy the library to a path that has only ASCII characters.");
+                      "Set mode=modern, or copy the library to a path that has only ASCII "
+                      "characters.");
+        return false;
+    }
+    if (loadingRules().fullPathAlone && !toPath(path).is_absolute()) {
+        findings.fail(name, path + " is not a full path, so the provider does not load it",
+                      "Set p11File to a path with a drive and a folder.");
         return false;
     }
     if (!toPath(path).is_absolute())
@@ -93,14 +146,15 @@ void checkDependencies(Findings& findings, const std::vector<std::string>& impor
 {
     constexpr const char* name = "library-dependencies";
     std::vector<std::string> missing;
-    std::ranges::remove_copy_if(imports, std::back_inserter(missing), canBeFound);
+    const std::filesystem::path library = toPath(findings.library);
+    std::ranges::remove_copy_if(
+        imports, std::back_inserter(missing),
+        [&](const std::string& import) { return canBeFound(import, library); });
     if (missing.empty())
         findings.ok(name, "all " + std::to_string(imports.size()) + " required DLLs were found");
     else
-        findings.fail(
-            name, "required DLLs were not found: " + joined(missing),
-            "Install the vendor's prerequisites, or add their folder to PATH. The library's "
-            "own folder is not searched.");
+        findings.fail(name, "required DLLs were not found: " + joined(missing),
+                      loadingRules().advice);
 }
 
 size_t missingExports(HMODULE library)
@@ -141,7 +195,7 @@ bool checkLoading(Findings& findings)
     P11Module module(findings.library);
     module.setRepairFunctionList(false);
     if (!module.load()) {
-        const LoadedLibrary library(LoadLibraryW(toPath(findings.library).c_str()));
+        const LoadedLibrary library = loadAsProvider(toPath(findings.library));
         const DWORD error = GetLastError();
         if (library == nullptr)
             findings.fail(name, "the system cannot load it: " + errorText(error),

@@ -50,7 +50,9 @@ std::string describe(const P11Slot& slot)
 // The first call of the discovery that fails, with its result.
 std::string failingCall(Pkcs11& p11)
 {
-    CK_RV rv = p11.C_Initialize(nullptr);
+    // In modern, the library stays initialized.
+    const bool joined = p11.module()->joined();
+    CK_RV rv = joined ? CKR_OK : p11.C_Initialize(nullptr);
     if (rv != CKR_OK)
         return std::string("C_Initialize: ") + returnValueText(rv);
     CK_INFO info{};
@@ -60,7 +62,7 @@ std::string failingCall(Pkcs11& p11)
         failing = std::string("C_GetInfo: ") + returnValueText(rv);
     else if ((rv = p11.C_GetSlotList(CK_TRUE, nullptr, &count)) != CKR_OK)
         failing = std::string("C_GetSlotList: ") + returnValueText(rv);
-    if ((rv = p11.C_Finalize(nullptr)) != CKR_OK && failing.empty())
+    if (!joined && (rv = p11.C_Finalize(nullptr)) != CKR_OK && failing.empty())
         failing = std::string("C_Finalize: ") + returnValueText(rv);
     return failing.empty() ? "a second attempt succeeded" : failing;
 }

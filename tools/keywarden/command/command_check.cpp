@@ -7,6 +7,7 @@
 
 #include "check/check.h"
 #include "command/commands.h"
+#include "config/mode.h"
 #include "session.h"
 
 namespace NV::tool {
@@ -58,6 +59,14 @@ size_t count(const Findings& findings, Outcome outcome)
     return static_cast<size_t>(std::ranges::count(findings.steps, outcome, &Step::outcome));
 }
 
+// Null if the configuration does not say.
+Json behaviourOf(const Findings& findings)
+{
+    if (!findings.configurationRead)
+        return nullptr;
+    return mode().behaviour() == Behaviour::modern ? "modern" : "classic";
+}
+
 // A failed step is a result, not a Failure; the exit code reports it to scripts.
 void check(Session& session)
 {
@@ -69,7 +78,9 @@ void check(Session& session)
     checkCertificates(findings);
     checkSystem(findings);
 
-    Json document = {{"steps", Json::array()}, {"failed", count(findings, Outcome::failed)}};
+    Json document = {{"steps", Json::array()},
+                     {"failed", count(findings, Outcome::failed)},
+                     {"behaviour", behaviourOf(findings)}};
     for (const Step& step : findings.steps) {
         show(session.out, step);
         document["steps"].push_back(toJson(step));

@@ -116,7 +116,8 @@ void show(Session& session, const Operation& operation, bool secrets)
                      (operation.finished
                           ? formatTime(operation.elapsed) + " ms  " + statusOf(operation)
                           : "not finished") +
-                     "  (line " + std::to_string(operation.line) + ")");
+                     (operation.key.empty() ? "" : "  key " + operation.key) + "  (line " +
+                     std::to_string(operation.line) + ")");
     for (const CallLine& call : describe(operation.calls))
         session.out.line("  " +
                          session.out.coloured(call.failed ? Colour::red : Colour::none, call.text));

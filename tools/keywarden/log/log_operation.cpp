@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <optional>
 #include <string_view>
+#include <utility>
 
 namespace NV::tool {
 
@@ -78,6 +79,18 @@ std::string resultInError(std::string_view text)
     return name.starts_with("CKR_") ? std::string(name) : std::string();
 }
 
+// What a message says of an operation's end: "STATUS=0x80090027, ELAPSED:0.012(ms)".
+void takeEnd(Operation& operation, std::string_view message)
+{
+    const std::string status = between(message, "STATUS=0x", ",").value_or("");
+    std::from_chars(status.data(), status.data() + status.size(), operation.status, 16);
+    operation.elapsed = toTime(between(message, "ELAPSED:", "(ms)").value_or("0"));
+    operation.finished = true;
+}
+
+constexpr std::string_view endOfOperation = "DONE, STATUS=0x";
+constexpr std::string_view entryPoint = "NVKSP";
+
 }  // namespace
 
 bool Operation::failed() const
@@ -106,7 +119,11 @@ void OperationReader::add(const LogRecord& record)
             addError(thread, record);
         readCall(thread, record);
         readStatus(thread, record);
+    } else if (record.level == "ERR" || record.level == "SEV") {
+        thread.errors.push_back(record);
     }
+    if (record.message.starts_with(endOfOperation) && record.function.starts_with(entryPoint))
+        readEnd(thread, record);
     if (record.message.starts_with("LEAVE"))
         leave(thread, record);
 }
@@ -123,13 +140,21 @@ void OperationReader::enter(Thread& thread, const LogRecord& record)
         abandon(thread);
     Frame frame;
     frame.function = record.function;
+    frame.operation = operationAt(record);
     frame.operation.name = lastName(record.function);
-    frame.operation.process = record.process;
-    frame.operation.thread = record.thread;
-    frame.operation.time = record.time;
-    frame.operation.begun = record.milliseconds;
-    frame.operation.line = line_;
     thread.frames.push_back(std::move(frame));
+}
+
+// Without a name.
+Operation OperationReader::operationAt(const LogRecord& record) const
+{
+    Operation operation;
+    operation.process = record.process;
+    operation.thread = record.thread;
+    operation.time = record.time;
+    operation.begun = record.milliseconds;
+    operation.line = line_;
+    return operation;
 }
 
 // An exception leaves frames without a record, so all frames inside this one are closed too.
@@ -162,8 +187,10 @@ void OperationReader::close(Thread& thread)
         outer.calls.insert(outer.calls.end(), inner.calls.begin(), inner.calls.end());
         outer.errors.insert(outer.errors.end(), inner.errors.begin(), inner.errors.end());
     }
-    if (frame.hasStatus)
-        operations_.push_back(std::move(frame.operation));
+    if (!frame.hasStatus)
+        return;
+    thread.left = operations_.size();
+    operations_.push_back(std::move(frame.operation));
 }
 
 // The outermost of the open frames becomes an unfinished operation. A token call that did not return
@@ -246,11 +273,30 @@ void OperationReader::readStatus(Thread& thread, const LogRecord& record)
     Frame& frame = thread.frames.back();
     if (frame.function != record.function || !record.message.starts_with("STATUS=0x"))
         return;
-    const std::string& text = record.message;
-    std::from_chars(text.data() + 9, text.data() + text.size(), frame.operation.status, 16);
-    frame.operation.elapsed = toTime(between(text, "ELAPSED:", "(ms)").value_or("0"));
-    frame.operation.finished = true;
+    takeEnd(frame.operation, record.message);
     frame.hasStatus = true;
+}
+
+// "DONE, STATUS=0x8010006b, ELAPSED:0.012(ms), RESULT=CKR_PIN_INCORRECT, KEY=01AB" of an entry point.
+// With the level TRACE, it ends the operation that the thread has just left; otherwise it is all that
+// the log has of it, but for errors.
+void OperationReader::readEnd(Thread& thread, const LogRecord& record)
+{
+    const std::string name = record.function.substr(entryPoint.size());
+    const std::optional<size_t> left = std::exchange(thread.left, std::nullopt);
+    std::vector<LogRecord> errors = std::exchange(thread.errors, {});
+    const bool traced = left && operations_[*left].name == name;
+    if (!traced) {
+        Operation& added = operations_.emplace_back(operationAt(record));
+        added.name = name;
+        added.errors = std::move(errors);
+        takeEnd(added, record.message);
+    }
+    Operation& operation = traced ? operations_[*left] : operations_.back();
+    const std::string text = record.message + ",";
+    operation.result = between(text, ", RESULT=", ",").value_or("");
+    if (const size_t key = record.message.find(", KEY="); key != std::string::npos)
+        operation.key = record.message.substr(key + 6);
 }
 
 std::vector<Operation> OperationReader::finish()

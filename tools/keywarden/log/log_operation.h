@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -30,19 +31,23 @@ struct TokenCall {
     }
 };
 
-// A call of the provider's table: everything between its ENTER and its LEAVE.
+// A call of the provider's table: everything between its ENTER and its LEAVE, or, at a level without
+// them, the record of its end.
 struct Operation {
     std::string name;  // "SignHash"
     std::string process;
     std::string thread;
-    std::string time;  // of its ENTER
+    std::string time;  // of its ENTER; without one, of its end
     int64_t begun = 0;
-    size_t line = 0;  // of its ENTER, counted from 1
+    size_t line = 0;  // of the same record, counted from 1
     bool finished = false;
     uint32_t status = 0;
     double elapsed = 0;
     std::vector<TokenCall> calls;
     std::vector<LogRecord> errors;  // records of the levels ERR and SEV
+    // Of the record of its end; empty if there is none, or it does not say.
+    std::string key;
+    std::string result;  // the first failed one: "CKR_PIN_INCORRECT"
 
     // Whether the status is a failure. The end of an enumeration is not.
     bool failed() const;
@@ -74,6 +79,9 @@ private:
         std::string callName;
         int64_t callBegun = 0;
         int64_t dialogBegun = 0;
+        // The latest operation of the table that was left. The record of its end follows.
+        std::optional<size_t> left;
+        std::vector<LogRecord> errors;  // outside of all functions
     };
 
     void add(const LogRecord& record);
@@ -83,10 +91,12 @@ private:
     void close(Thread& thread);
     // Removes all frames; they become one unfinished operation.
     void abandon(Thread& thread);
+    Operation operationAt(const LogRecord& record) const;
     static void addError(Thread& thread, const LogRecord& record);
     static void addCall(Thread& thread, TokenCall call);
     static void readCall(Thread& thread, const LogRecord& record);
     static void readStatus(Thread& thread, const LogRecord& record);
+    void readEnd(Thread& thread, const LogRecord& record);
 
     size_t line_ = 0;
     size_t records_ = 0;

@@ -80,8 +80,10 @@ std::string statusOf(const Operation& operation)
 {
     if (!operation.finished)
         return {};
-    return operation.status == 0 ? "ok"
-                                 : statusText(static_cast<SECURITY_STATUS>(operation.status));
+    if (operation.status == 0)
+        return "ok";
+    return statusText(static_cast<SECURITY_STATUS>(operation.status)) +
+           (operation.result.empty() ? "" : ", " + operation.result);
 }
 
 Json toJson(const OperationFigures& figures)
@@ -109,6 +111,8 @@ Json toJson(const Operation& operation, bool secrets)
                            ? Json(hexText(static_cast<SECURITY_STATUS>(operation.status)))
                            : Json()},
             {"elapsed", operation.finished ? Json(operation.elapsed) : Json()},
+            {"key", operation.key},
+            {"result", operation.result},
             {"calls", calls},
             {"errors", errors}};
 }

@@ -31,7 +31,7 @@ struct CallLine {
 };
 std::vector<CallLine> describe(const std::vector<TokenCall>& calls);
 
-// "ok" or "NTE_INTERNAL_ERROR (0x8009002d)"; empty for an unfinished operation.
+// "ok", "NTE_INTERNAL_ERROR (0x8009002d)", or "SCARD_W_WRONG_CHV (0x8010006b), CKR_PIN_INCORRECT"; empty for an unfinished operation.
 std::string statusOf(const Operation& operation);
 
 Json toJson(const OperationFigures& figures);

@@ -42,20 +42,21 @@ constexpr UsualPlace usualPlaces[] = {
     {"p11-kit", L"ProgramFiles", L"p11-kit\\bin\\p11-kit-client.dll"},
 };
 
-// Throws Failure for a value that the module would not read back as it is: it takes each byte of
-// the library's path for a character, %NAME% for a variable, and each "~" of a folder for the user's
-// profile.
-void checkValue(const ConfigKey& key, const std::string& value)
+// Throws Failure for a value that the module would not read back as it is: in classic, it takes each
+// byte of the library's path for a character, in modern %NAME% for a variable, and in both each "~" of
+// a folder for the user's profile.
+void checkValue(const ConfigKey& key, const std::string& value, bool modern)
 {
     if (value.find_first_of("\r\n") != std::string::npos || value.starts_with(' ') ||
         value.ends_with(' '))
         throw Failure(std::string("the value of ") + key.name +
                       " cannot be written: it contains a line break, or a space at one end");
-    if (key.kind == ConfigKind::library && !isAscii(value))
-        throw Failure("the library's path has characters outside ASCII, and the provider does not "
-                      "load such a library: " +
-                          value,
-                      "Copy the library to a folder with a plain name.");
+    if (key.kind == ConfigKind::library && !modern && !isAscii(value))
+        throw Failure(
+            "the library's path has characters outside ASCII, and in classic the provider "
+            "does not load such a library: " +
+                value,
+            "Copy the library to a folder with a plain name.");
     if (key.kind == ConfigKind::library && expandLibraryPath(value, {}) != value)
         throw Failure("the library's path contains the name of an environment variable: " + value,
                       "Copy the library to a folder with a plain name.");
@@ -173,10 +174,11 @@ Settings newConfiguration()
 
 std::string configurationText(const Settings& values)
 {
+    const bool modern = values.at("mode") == "modern";
     std::string text = asComment(fileComment);
     for (const ConfigKey& key : configKeys()) {
         const std::string& value = values.at(key.name);
-        checkValue(key, value);
+        checkValue(key, value, modern);
         text += "\n" + asComment(key.help) + key.name + "=" +
                 (key.kind == ConfigKind::folder ? toAnsi(key, value) : value) + "\n";
     }

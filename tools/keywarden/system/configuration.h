@@ -35,8 +35,8 @@ Settings newConfiguration();
 
 // The text of the file: every key, each explained in comments, with line feeds as line ends. The
 // module reads p11File as UTF-8 and logStore in the ANSI code page, so the text contains bytes of
-// both. Throws Failure if p11File is not ASCII, because the module does not load such a library, if
-// logStore has a character that the code page lacks or a "~" that is not its first character, or if
+// both. Throws Failure if p11File is not ASCII in a classic file, because the module does not load such
+// a library in classic, if logStore has a character that the code page lacks or a "~" that is not its first character, or if
 // the module would read a value differently (a line feed in it, a space at its end).
 std::string configurationText(const Settings& values);
 

@@ -9,7 +9,7 @@
 
 namespace NV::tool {
 
-// Keeps the library initialised while the object exists. The caller must not use the same library in
+// Keeps the library initialised while the object exists; in modern, it is initialised already. The caller must not use the same library in
 // another way during that time.
 class PublicSession {
 public:
