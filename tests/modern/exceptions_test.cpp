@@ -1,6 +1,7 @@
 // Nothing leaves an entry point (M24): handles of providers that are not there, a log, a lock or memory that
 // fails.
 
+#include <filesystem>
 #include <functional>
 #include <string>
 #include <vector>
@@ -113,7 +114,8 @@ TEST_F(NoException, leavesWhenAHandleIsFreedAgainAndAgain)
 // Wine and the stand-in cannot tell whether there is a file on a network path, and the opening throws.
 TEST_F(NoException, leavesTheOpening)
 {
-    profile.writeModernConfigFor("//no-such-host.invalid/share/a.dll");
+    profile.writeModernConfigFor(
+        std::filesystem::path("//no-such-host.invalid/share/a.dll").make_preferred());
     module.emplace();
     NCRYPT_PROV_HANDLE opened = 0;
     EXPECT_EQ(NTE_INTERNAL_ERROR, table()->OpenProvider(&opened, L"Norvanta", 0));
