@@ -23,6 +23,23 @@ TEST(ConfigurationFile, OfTheMachineIsBesideTheModule)
     EXPECT_EQ(folder / "nvksprovider.conf", machineConfigurationFile(folder / "odd.dll"));
 }
 
+TEST(AbsolutePath, IsADriveWithItsRootOrAShareWithEitherSlash)
+{
+    for (const wchar_t* path :
+         {L"\\\\server\\share\\a.dll", L"//server/share/a.dll", L"\\/s/a.dll"})
+        EXPECT_TRUE(isAbsolutePath(path)) << std::filesystem::path(path);
+    for (const wchar_t* path :
+         {L"", L"a.dll", L"./a.dll", L"C:a.dll", L"\\a.dll", L"\\\\", L"///a.dll2"})
+        EXPECT_EQ(isAbsolutePath(path), std::filesystem::path(path).is_absolute())
+            << std::filesystem::path(path);
+#ifdef _WIN32
+    EXPECT_TRUE(isAbsolutePath(L"C:\\a.dll"));
+    EXPECT_TRUE(isAbsolutePath(L"c:/a.dll"));
+    EXPECT_FALSE(isAbsolutePath(L"C:a.dll"));
+    EXPECT_FALSE(isAbsolutePath(L"\\a.dll"));
+#endif
+}
+
 }  // namespace
 
 }  // namespace NV

@@ -34,4 +34,20 @@ std::filesystem::path machineConfigurationFile(const std::filesystem::path& modu
     return module.parent_path() / fileBesideModule;
 }
 
+namespace {
+
+bool isSlash(wchar_t c)
+{
+    return c == L'\\' || c == L'/';
+}
+
+}  // namespace
+
+bool isAbsolutePath(const std::wstring& path)
+{
+    // The standard library of MinGW does not know shares.
+    const bool share = path.size() > 2 && isSlash(path[0]) && isSlash(path[1]) && !isSlash(path[2]);
+    return share || std::filesystem::path(path).is_absolute();
+}
+
 }  // namespace NV

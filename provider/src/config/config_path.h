@@ -18,4 +18,8 @@ std::filesystem::path configurationFile(const std::filesystem::path& profile);
 // is given.
 std::filesystem::path machineConfigurationFile(const std::filesystem::path& module);
 
+// Whether a path names a place whatever the current folder and drive are: a drive with its root, or a
+// share, with either slash.
+bool isAbsolutePath(const std::wstring& path);
+
 }  // namespace NV

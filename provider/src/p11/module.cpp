@@ -11,6 +11,7 @@
 #include "base/scope_exit.h"
 #include "base/text.h"
 #include "base/writable_memory.h"
+#include "config/config_path.h"
 #include "config/mode.h"
 #include "logger/operation.h"
 #include "p11/library_life.h"
@@ -112,7 +113,7 @@ bool P11Module::checkPath(const Site& load) const
     }
     const std::wstring path = fromUtf8(path_);
     NV_UNDER(DBG, load, "Path (u8) = %s", toUtf8(path).c_str());
-    if (mode().restrictsLibrarySearch() && !std::filesystem::path(path).is_absolute()) {
+    if (mode().restrictsLibrarySearch() && !isAbsolutePath(path)) {
         NV_UNDER(ERR, load, "FAILURE: %s is not an absolute path", path_.c_str());
         return false;
     }

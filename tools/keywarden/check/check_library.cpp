@@ -6,6 +6,7 @@
 
 #include "base/loaded_library.h"
 #include "check/check.h"
+#include "config/config_path.h"
 #include "config/mode.h"
 #include "failure.h"
 #include "formats/pe_file.h"
@@ -109,12 +110,12 @@ bool checkFile(Findings& findings)
                       "characters.");
         return false;
     }
-    if (loadingRules().fullPathAlone && !toPath(path).is_absolute()) {
+    if (loadingRules().fullPathAlone && !isAbsolutePath(toPath(path).wstring())) {
         findings.fail(name, path + " is not a full path, so the provider does not load it",
                       "Set p11File to a path with a drive and a folder.");
         return false;
     }
-    if (!toPath(path).is_absolute())
+    if (!isAbsolutePath(toPath(path).wstring()))
         findings.warn(
             name, path + " is not a full path, so each program looks for it in a different place",
             "Set p11File to a path with a drive and a folder.");
