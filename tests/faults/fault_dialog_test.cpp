@@ -110,7 +110,7 @@ protected:
         arm(token, fault);
         remadeFunctionList(token);
         token.clearCalls();
-        const ExpectedOutcome expected = expectedOutcome(row(), good, fault);
+        const ExpectedOutcome expected = expectedOutcome(Behaviour::classic, row(), good, fault);
         expectResult(expected, run());
         EXPECT_EQ(expected.calls, namesOf(sequenceOf(token.calls())));
         EXPECT_EQ(0U, token.openSessions());

@@ -267,9 +267,10 @@ bool P11Module::discoverAlone(const Site& init)
 bool P11Module::discoverShared(const Site& init)
 {
     LibraryLife& life = LibraryLife::instance();
-    const uint32_t generation = life.generation();
     if (!joinLibrary(init))
         return false;
+    // Joining may have begun a new one.
+    const uint32_t generation = life.generation();
     if (discover(init))
         return true;
     return std::exchange(lost_, false) && life.resume(init, *functionList_, generation) &&
