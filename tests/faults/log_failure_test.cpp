@@ -8,10 +8,7 @@
 
 #include "event_matrix.h"
 #include "log_event.h"
-
-extern "C" NTSTATUS WINAPI GetKeyStorageInterface(LPCWSTR pszProviderName,
-                                                  NCRYPT_KEY_STORAGE_FUNCTION_TABLE** ppTable,
-                                                  DWORD dwFlags);
+#include "module_table.h"
 
 namespace NV::test {
 
@@ -43,13 +40,6 @@ std::string modernLogRule(const ProviderCase&, const Ending& ending)
     return ending.done() ? "" : "the call fails; ";
 }
 
-const ProviderWorld::Table* moduleTable()
-{
-    ProviderWorld::Table* table = nullptr;
-    GetKeyStorageInterface(providerName, &table, 0);
-    return table;
-}
-
 // In which behaviour, and which operation.
 using Case = std::tuple<Behaviour, ProviderCase>;
 
@@ -64,6 +54,9 @@ protected:
         EventMatrix matrix(row, event, modern ? &modernLogRule : &logRule, behaviour,
                            modern ? moduleTable() : nullptr);
         const std::vector<std::string> records = matrix.recordsOfGoodRun();
+        // Opening writes a thousand lines, and each fails in the same way.
+        if (modern && step == 1 && row.memory == MemoryRule::opening)
+            step = 7;
         Findings findings;
         findings.describeBy([&](size_t nth) {
             return nth <= records.size() ? records[nth - 1] : "after the last of a good run";

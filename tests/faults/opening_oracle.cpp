@@ -37,9 +37,8 @@ enum class Lost {
 enum class Then {
     all,
     none,
-    finalize,        // and nothing behind it
-    endOfDiscovery,  // and nothing behind it
-    unknownSlots,    // slots without an identifier, then the rest of discovery and the last calls
+    finalize,      // and nothing behind it
+    unknownSlots,  // slots without an identifier, then the rest of discovery and the last calls
     nextSlot,
     nameOfCertificate,
     nextCertificate,
@@ -62,8 +61,8 @@ constexpr Rule rules[] = {
     {Stage::functionList, Then::none, Lost::opening},
     {Stage::clearing, Then::all, Lost::nothing},
     {Stage::start, Then::none, Lost::opening},
-    {Stage::libraryInfo, Then::endOfDiscovery, Lost::opening},
-    {Stage::slotCount, Then::endOfDiscovery, Lost::opening},
+    {Stage::libraryInfo, Then::finalize, Lost::opening},
+    {Stage::slotCount, Then::finalize, Lost::opening},
     {Stage::slotList, Then::unknownSlots, Lost::slots},
     {Stage::slotInfo, Then::all, Lost::slot},
     {Stage::tokenInfo, Then::all, Lost::slot},
@@ -115,11 +114,9 @@ Rule ruleFor(Behaviour behaviour, Stage stage, const FaultCase& fault)
     if (changesNothing(stage, fault))
         return {stage, Then::all, Lost::nothing};
     if (thrownInDiscovery(stage, fault)) {
-        // A library that throws at its start may have started, so it is ended. In modern, one that has
-        // started stays so until the provider ends.
-        const bool started = stage == Stage::start || (!modern && stage > Stage::start);
-        const bool ended = started && stage < Stage::discoveryEnd;
-        return {stage, ended ? Then::finalize : Then::none, Lost::opening};
+        // A library that throws at its start may have started, so it is ended too.
+        const bool started = stage >= Stage::start && stage < Stage::discoveryEnd;
+        return {stage, started ? Then::finalize : Then::none, Lost::opening};
     }
     if (modern && stage == Stage::libraryInfo && isLostLibrary(fault))
         return {stage, Then::again, Lost::nothing};
@@ -163,8 +160,6 @@ Steps following(const Steps& steps, size_t place, Then then)
         return {};
     case Then::finalize:
         return {{"C_Finalize", Stage::discoveryEnd, 0}};
-    case Then::endOfDiscovery:
-        return ofStages(steps, {Stage::discoveryEnd});
     case Then::unknownSlots: {
         Steps unknown;
         for (size_t i = 0; i < slotCount; ++i)
@@ -317,8 +312,7 @@ void expectLibraryInClassic(ExpectedOpening& expected, const Step& step, const F
 void expectLibraryInModern(ExpectedOpening& expected, const Step& step, const FaultCase& fault,
                            const Rule& rule)
 {
-    const bool started =
-        step.stage > Stage::start || (step.stage == Stage::start && rule.lost == Lost::nothing);
+    const bool started = rule.lost != Lost::opening;
     const bool others =
         (step.stage == Stage::start && fault.saysAlreadyInitialized()) || rule.then == Then::again;
     expected.sessionsLeft = step.stage == Stage::sessionEnd ? 1 : 0;
