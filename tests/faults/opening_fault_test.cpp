@@ -242,6 +242,6 @@ TEST_P(OpeningFaultTest, everyFaultOfTheLastFinalize)
 }
 
 INSTANTIATE_TEST_SUITE_P(Behaviours, OpeningFaultTest, testing::ValuesIn(behaviours),
-                         [](const auto& info) { return nameOf(info.param); });
+                         [](const auto& tested) { return nameOf(tested.param); });
 
 }  // namespace NV::test

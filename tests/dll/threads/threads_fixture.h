@@ -58,8 +58,10 @@ protected:
 
 // Each suite of this folder runs in both.
 #define NV_IN_BOTH_BEHAVIOURS(suite)                                                               \
-    INSTANTIATE_TEST_SUITE_P(                                                                      \
-        Behaviours, suite, testing::Values(Behaviour::classic, Behaviour::modern),                 \
-        [](const auto& info) { return info.param == Behaviour::modern ? "modern" : "classic"; })
+    INSTANTIATE_TEST_SUITE_P(Behaviours, suite,                                                    \
+                             testing::Values(Behaviour::classic, Behaviour::modern),               \
+                             [](const auto& tested) {                                              \
+                                 return tested.param == Behaviour::modern ? "modern" : "classic";  \
+                             })
 
 }  // namespace NV::test
