@@ -132,7 +132,7 @@ protected:
 
     LogOff logOff;
     ScriptedToken token;
-    std::vector<Step> steps = openingSteps();
+    std::vector<Step> steps = openingSteps(Behaviour::classic);
     Sequence good;
 };
 
@@ -150,7 +150,9 @@ TEST_F(DiscoveryFaultTest, everyFaultOfEveryCall)
             arm(token, fault);
             bool result = false;
             EXPECT_EQ(expectedSlots(steps[fault.call], fault), discover(&result));
-            EXPECT_EQ(expectedOpening(openingSteps(), fault).result, result);
+            EXPECT_EQ(
+                expectedOpening(Behaviour::classic, openingSteps(Behaviour::classic), fault).result,
+                result);
             fillToken();
             EXPECT_EQ(wholeSlots(), discover());
         }

@@ -72,8 +72,9 @@ std::string Findings::text() const
     return all;
 }
 
-EventMatrix::EventMatrix(const ProviderCase& row, Event& event, EndingRule rule)
-    : row_(row), event_(event), rule_(std::move(rule))
+EventMatrix::EventMatrix(const ProviderCase& row, Event& event, EndingRule rule,
+                         Behaviour behaviour, const ProviderWorld::Table* table)
+    : row_(row), event_(event), rule_(std::move(rule)), world_(behaviour, table)
 {
     static_cast<void>(std::signal(SIGABRT, &tellWhere));
     static_cast<void>(std::signal(SIGILL, &tellWhere));
@@ -107,6 +108,7 @@ std::vector<std::string> EventMatrix::recordsOfGoodRun()
     std::vector<std::string> records;
     {
         LogCapture log;
+        loggerSettings().gatesAllLevels = mode().logsByLevel();
         row_.act(world_);
         for (const LogLine& line : log.takeLines())
             records.push_back(line.level + " " + line.function + ": " + line.message.substr(0, 60));
@@ -171,15 +173,15 @@ std::string EventMatrix::outputWrong(const Ending& ending) const
 void EventMatrix::settle(const Ending& ending, std::string& wrong)
 {
     if (row_.start != Start::registered)
-        wrong += world_.leftOnToken();
+        wrong += world_.leftOnToken(opened() || row_.start == Start::closed);
     if (opened()) {
         world_.recover();
         wrong += world_.nextOperations();
     }
     wrong += row_.settle(world_, ending.done());
     // Providers that are still open end with this.
-    if (row_.start == Start::registered)
-        wrong += world_.leftOnToken();
+    if (row_.start == Start::registered || row_.start == Start::closed)
+        wrong += world_.leftOnToken(false);
     world_.recover();
 }
 

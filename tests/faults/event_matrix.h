@@ -49,7 +49,10 @@ private:
 
 class EventMatrix {
 public:
-    EventMatrix(const ProviderCase& row, Event& event, EndingRule rule);
+    // `table`: see ProviderWorld.
+    EventMatrix(const ProviderCase& row, Event& event, EndingRule rule,
+                Behaviour behaviour = Behaviour::classic,
+                const ProviderWorld::Table* table = nullptr);
 
     // With every `step`th event, from the first. Returns how many events the operation has.
     size_t run(Extent extent, size_t step, Findings& findings);

@@ -3,7 +3,9 @@
 #include "fault_table.h"
 
 #include <algorithm>
+#include <iterator>
 #include <map>
+#include <span>
 
 namespace NV::test {
 
@@ -26,6 +28,39 @@ constexpr Code codes[] = {
     {0x7391AB, "a code without a name"},
 };
 
+// Those of moreResults.
+constexpr Code moreCodes[] = {
+    {CKR_CRYPTOKI_NOT_INITIALIZED, "CKR_CRYPTOKI_NOT_INITIALIZED"},
+    {CKR_USER_ALREADY_LOGGED_IN, "CKR_USER_ALREADY_LOGGED_IN"},
+    {CKR_PIN_INCORRECT, "CKR_PIN_INCORRECT"},
+    {CKR_PIN_INVALID, "CKR_PIN_INVALID"},
+    {CKR_PIN_LEN_RANGE, "CKR_PIN_LEN_RANGE"},
+    {CKR_PIN_EXPIRED, "CKR_PIN_EXPIRED"},
+    {CKR_USER_PIN_NOT_INITIALIZED, "CKR_USER_PIN_NOT_INITIALIZED"},
+    {CKR_FUNCTION_CANCELED, "CKR_FUNCTION_CANCELED"},
+    {CKR_DATA_LEN_RANGE, "CKR_DATA_LEN_RANGE"},
+    {CKR_SLOT_ID_INVALID, "CKR_SLOT_ID_INVALID"},
+    {CKR_TOKEN_NOT_RECOGNIZED, "CKR_TOKEN_NOT_RECOGNIZED"},
+    {CKR_MECHANISM_INVALID, "CKR_MECHANISM_INVALID"},
+    {CKR_MECHANISM_PARAM_INVALID, "CKR_MECHANISM_PARAM_INVALID"},
+    {CKR_KEY_FUNCTION_NOT_PERMITTED, "CKR_KEY_FUNCTION_NOT_PERMITTED"},
+    {CKR_FUNCTION_NOT_SUPPORTED, "CKR_FUNCTION_NOT_SUPPORTED"},
+    {CKR_HOST_MEMORY, "CKR_HOST_MEMORY"},
+    {CKR_DEVICE_MEMORY, "CKR_DEVICE_MEMORY"},
+};
+static_assert(std::ranges::equal(moreResults, moreCodes, {}, {}, &Code::value));
+
+std::string_view nameOf(CK_RV code)
+{
+    for (const std::span<const Code> all :
+         {std::span<const Code>(codes), std::span<const Code>(moreCodes)}) {
+        const auto row = std::ranges::find(all, code, &Code::value);
+        if (row != all.end())
+            return row->name;
+    }
+    return "";
+}
+
 constexpr FaultKind outputFaults[] = {FaultKind::bufferTooSmall, FaultKind::secondCountLarger,
                                       FaultKind::lengthPastBuffer};
 
@@ -40,7 +75,7 @@ std::string_view textOf(const FaultCase& fault)
 {
     switch (fault.kind) {
     case FaultKind::code:
-        return std::ranges::find(codes, fault.code, &Code::value)->name;
+        return nameOf(fault.code);
     case FaultKind::exception:
         return "an exception";
     case FaultKind::nullEntry:
@@ -85,13 +120,16 @@ std::string FaultCase::name() const
            std::string(textOf(*this));
 }
 
-std::vector<FaultCase> casesOf(const Sequence& sequence)
+std::vector<FaultCase> casesOf(const Sequence& sequence, std::span<const CK_RV> more)
 {
+    std::vector<CK_RV> results;
+    std::ranges::transform(codes, std::back_inserter(results), &Code::value);
+    results.insert(results.end(), more.begin(), more.end());
     std::vector<FaultCase> cases;
     for (size_t i = 0; i < sequence.size(); ++i) {
         const SequenceCall& call = sequence[i];
-        for (const Code& code : codes)
-            cases.push_back({i, call, FaultKind::code, code.value});
+        for (const CK_RV result : results)
+            cases.push_back({i, call, FaultKind::code, result});
         cases.push_back({i, call, FaultKind::exception, 0});
         if (call.function == "C_GetAttributeValue")
             cases.push_back({i, call, FaultKind::valueUnavailable, 0});
@@ -111,7 +149,7 @@ void arm(ScriptedToken& token, const FaultCase& fault)
     const SequenceCall& target = fault.target;
     switch (fault.kind) {
     case FaultKind::code:
-        if (fault.saysAlreadyInitialized())
+        if (fault.saysAlreadyInitialized() || fault.saysAlreadyLoggedIn())
             token.failAfterWork(target.function, fault.code, target.occurrence);
         else
             token.fail(target.function, fault.code, target.occurrence);

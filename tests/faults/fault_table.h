@@ -4,6 +4,7 @@
 #pragma once
 
 #include <cstdint>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -35,6 +36,27 @@ enum class FaultKind {
     lengthPastBuffer,   // a count or length that exceeds the buffer
 };
 
+// Results that only modern tells apart.
+inline constexpr CK_RV moreResults[] = {
+    CKR_CRYPTOKI_NOT_INITIALIZED,
+    CKR_USER_ALREADY_LOGGED_IN,
+    CKR_PIN_INCORRECT,
+    CKR_PIN_INVALID,
+    CKR_PIN_LEN_RANGE,
+    CKR_PIN_EXPIRED,
+    CKR_USER_PIN_NOT_INITIALIZED,
+    CKR_FUNCTION_CANCELED,
+    CKR_DATA_LEN_RANGE,
+    CKR_SLOT_ID_INVALID,
+    CKR_TOKEN_NOT_RECOGNIZED,
+    CKR_MECHANISM_INVALID,
+    CKR_MECHANISM_PARAM_INVALID,
+    CKR_KEY_FUNCTION_NOT_PERMITTED,
+    CKR_FUNCTION_NOT_SUPPORTED,
+    CKR_HOST_MEMORY,
+    CKR_DEVICE_MEMORY,
+};
+
 struct FaultCase {
     size_t call;  // its place in the sequence; of a null entry the function's first one
     SequenceCall target;
@@ -52,11 +74,18 @@ struct FaultCase {
         return target.function == "C_Initialize" && kind == FaultKind::code &&
                code == CKR_CRYPTOKI_ALREADY_INITIALIZED;
     }
+    // C_Login that says that there is a login. There is one then.
+    bool saysAlreadyLoggedIn() const
+    {
+        return target.function == "C_Login" && kind == FaultKind::code &&
+               code == CKR_USER_ALREADY_LOGGED_IN;
+    }
 };
 
 // Every call with every code and with an exception; what concerns an output, with the calls that
-// give a buffer for one; a null entry for each function that is called by way of the list.
-std::vector<FaultCase> casesOf(const Sequence& sequence);
+// give a buffer for one; a null entry for each function that is called by way of the list. `more` are
+// codes besides the nine that all matrices have, of moreResults.
+std::vector<FaultCase> casesOf(const Sequence& sequence, std::span<const CK_RV> more = {});
 
 // Lets the next run of the sequence meet the fault. A null entry shows in lists that are fetched
 // after this.

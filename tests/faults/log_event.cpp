@@ -4,6 +4,8 @@
 
 #include <system_error>
 
+#include "config/mode.h"
+
 namespace NV::test {
 
 namespace {
@@ -47,6 +49,8 @@ LogEvent::LogEvent(LogCause cause) : cause_(cause), settings_(loggerSettings())
     settings.types = 0;
     settings.store = narrowPath(folder_.path());
     settings.now = &now;
+    settings.gatesAllLevels = mode().logsByLevel();
+    settings.survivesFailures = mode().survivesLogFailures();
     loggerSettings() = settings;
     // No banner: it would be part of a first record only.
     if (loggerRecordCount() == 0)
@@ -67,6 +71,8 @@ void LogEvent::arm(size_t nth, Extent extent)
     state.nth = nth;
     state.extent = extent;
     state.struck = false;
+    // The record that tells of lost ones would be one more.
+    loggerLostRecords() = 0;
     if (cause_ == LogCause::clock)
         quiet_.begin();
     loggerSettings().types = cause_ == LogCause::clock ? logToConsole : logToFile;

@@ -1,11 +1,17 @@
 // What a fault makes of opening a provider. Opening swallows most failures: what could not be read
 // is missing, and the rest is served. It fails as a whole when the library cannot be had, started,
 // asked for itself and its slots, ended after discovery, or started again.
+//
+// Modern initialises the library once and leaves it so. A library that somebody else has initialised is
+// as good. A certificate without a name, and one of an authority whose public key is not found, is no key.
 
 #include "opening_oracle.h"
 
 #include <algorithm>
+#include <initializer_list>
+#include <iterator>
 #include <string_view>
+#include <utility>
 
 namespace NV::test {
 
@@ -17,23 +23,28 @@ constexpr size_t longestSearch = 1024;  // objects
 
 enum class Lost {
     nothing,
-    opening,       // init is false
-    slots,         // all of them
-    slot,          // this one; the next is taken
-    certificates,  // all of them
-    key,           // of this certificate, which is still published
-    name,          // of this certificate; its key has an empty one
+    opening,            // init is false
+    slots,              // all of them
+    slot,               // this one; the next is taken
+    certificates,       // all of them
+    key,                // of this certificate, which is still published
+    name,               // of this certificate; in classic its key has an empty one
+    certificate,        // this one: it is neither filed nor published
+    laterCertificates,  // in modern those after this one, or all, neither filed nor published
 };
 
 // The steps that follow.
 enum class Then {
     all,
     none,
-    endOfDiscovery,  // and nothing behind it
-    unknownSlots,    // slots without an identifier, then the rest of discovery and the last calls
+    finalize,      // and nothing behind it
+    unknownSlots,  // slots without an identifier, then the rest of discovery and the last calls
     nextSlot,
     nameOfCertificate,
     nextCertificate,
+    nextKeySearch,
+    noKeySearch,  // all of them, except that each one fails at once, because a search has not ended
+    again,        // from the start of the library
     sessionEnd,
     end,
 };
@@ -45,12 +56,13 @@ struct Rule {
     Lost lost;
 };
 
+// The steps that a behaviour does not have do not follow.
 constexpr Rule rules[] = {
     {Stage::functionList, Then::none, Lost::opening},
     {Stage::clearing, Then::all, Lost::nothing},
     {Stage::start, Then::none, Lost::opening},
-    {Stage::libraryInfo, Then::endOfDiscovery, Lost::opening},
-    {Stage::slotCount, Then::endOfDiscovery, Lost::opening},
+    {Stage::libraryInfo, Then::finalize, Lost::opening},
+    {Stage::slotCount, Then::finalize, Lost::opening},
     {Stage::slotList, Then::unknownSlots, Lost::slots},
     {Stage::slotInfo, Then::all, Lost::slot},
     {Stage::tokenInfo, Then::all, Lost::slot},
@@ -66,10 +78,18 @@ constexpr Rule rules[] = {
     {Stage::certificate, Then::all, Lost::key},
     {Stage::nameLength, Then::nextCertificate, Lost::name},
     {Stage::name, Then::all, Lost::name},
-    {Stage::searchEnd, Then::all, Lost::nothing},
+    {Stage::searchEnd, Then::noKeySearch, Lost::laterCertificates},
+    {Stage::keySearch, Then::nextKeySearch, Lost::certificate},
+    {Stage::keySearchResult, Then::all, Lost::certificate},
+    {Stage::keySearchEnd, Then::noKeySearch, Lost::laterCertificates},
     {Stage::sessionEnd, Then::all, Lost::nothing},
     {Stage::end, Then::all, Lost::nothing},
 };
+
+bool isLostLibrary(const FaultCase& fault)
+{
+    return fault.kind == FaultKind::code && fault.code == CKR_CRYPTOKI_NOT_INITIALIZED;
+}
 
 // Discovery calls the library directly: an exception ends it. Later the call layer makes an answer
 // of the exception.
@@ -88,65 +108,111 @@ bool changesNothing(Stage stage, const FaultCase& fault)
     return repaired || inUse || (fault.isLie() && stage != Stage::searchResult);
 }
 
-Rule ruleFor(Stage stage, const FaultCase& fault)
+Rule ruleFor(Behaviour behaviour, Stage stage, const FaultCase& fault)
 {
+    const bool modern = behaviour == Behaviour::modern;
     if (changesNothing(stage, fault))
         return {stage, Then::all, Lost::nothing};
     if (thrownInDiscovery(stage, fault)) {
         // A library that throws at its start may have started, so it is ended too.
         const bool started = stage >= Stage::start && stage < Stage::discoveryEnd;
-        return {stage, started ? Then::endOfDiscovery : Then::none, Lost::opening};
+        return {stage, started ? Then::finalize : Then::none, Lost::opening};
     }
+    if (modern && stage == Stage::libraryInfo && isLostLibrary(fault))
+        return {stage, Then::again, Lost::nothing};
     return *std::ranges::find(rules, stage, &Rule::stage);
 }
 
 using Names = std::vector<std::string>;
+using Steps = std::vector<Step>;
 
-// The names of the steps from the first of a stage (and slot or certificate) on.
-Names from(const std::vector<Step>& steps, Stage stage, size_t item = 0)
+// The steps from the first of a stage (and slot or certificate) on. None without one.
+Steps from(const Steps& steps, Stage stage, size_t item = 0)
 {
-    auto step = std::ranges::find_if(
+    const auto first = std::ranges::find_if(
         steps, [&](const Step& each) { return each.stage == stage && each.item == item; });
-    Names names;
-    for (; step != steps.end(); ++step)
-        names.emplace_back(step->function);
-    return names;
+    return {first, steps.end()};
 }
 
-Names following(const std::vector<Step>& steps, size_t place, Then then)
+Steps ofStages(const Steps& steps, std::initializer_list<Stage> stages)
 {
-    const size_t next = steps[place].item + 1;
+    Steps chosen;
+    std::ranges::copy_if(steps, std::back_inserter(chosen), [&](const Step& step) {
+        return std::ranges::find(stages, step.stage) != stages.end();
+    });
+    return chosen;
+}
+
+Steps joined(Steps first, const Steps& second)
+{
+    first.insert(first.end(), second.begin(), second.end());
+    return first;
+}
+
+Steps following(const Steps& steps, size_t place, Then then)
+{
+    const size_t item = steps[place].item;
+    const auto after = [&](size_t i) {
+        return Steps(steps.begin() + static_cast<std::ptrdiff_t>(i) + 1, steps.end());
+    };
     switch (then) {
     case Then::none:
         return {};
-    case Then::endOfDiscovery:
-        return {"C_Finalize"};
+    case Then::finalize:
+        return {{"C_Finalize", Stage::discoveryEnd, 0}};
     case Then::unknownSlots: {
-        Names names;
+        Steps unknown;
         for (size_t i = 0; i < slotCount; ++i)
-            names.insert(names.end(), {"C_GetSlotInfo", "C_GetTokenInfo", "C_GetMechanismList"});
-        names.insert(names.end(), {"C_Finalize", "C_Initialize", "C_Finalize"});
-        return names;
+            unknown.insert(unknown.end(), {{"C_GetSlotInfo", Stage::slotInfo, i},
+                                           {"C_GetTokenInfo", Stage::tokenInfo, i},
+                                           {"C_GetMechanismList", Stage::mechanismCount, i}});
+        return joined(unknown, ofStages(steps, {Stage::discoveryEnd, Stage::restart, Stage::end}));
     }
-    case Then::nextSlot:
-        return next < slotCount ? from(steps, Stage::slotInfo, next)
-                                : from(steps, Stage::discoveryEnd);
+    case Then::nextSlot: {
+        if (item + 1 < slotCount)
+            return from(steps, Stage::slotInfo, item + 1);
+        const auto behind = std::ranges::find_if(
+            steps, [](const Step& each) { return each.stage > Stage::mechanismInfo; });
+        return {behind, steps.end()};
+    }
     case Then::nameOfCertificate:
-        return from(steps, Stage::nameLength, steps[place].item);
+        return from(steps, Stage::nameLength, item);
     case Then::nextCertificate:
-        return next < certificateCount ? from(steps, Stage::certificateLength, next)
-                                       : from(steps, Stage::searchEnd);
+        return item + 1 < certificateCount ? from(steps, Stage::certificateLength, item + 1)
+                                           : from(steps, Stage::searchEnd);
+    case Then::nextKeySearch:
+        return after(place + 2);
+    case Then::noKeySearch: {
+        Steps rest = after(place);
+        std::erase_if(rest, [](const Step& step) {
+            return step.stage == Stage::keySearchResult || step.stage == Stage::keySearchEnd;
+        });
+        return rest;
+    }
+    case Then::again:
+        return joined({{"C_Initialize", Stage::start, 0}}, from(steps, Stage::libraryInfo));
     case Then::sessionEnd:
         return from(steps, Stage::sessionEnd);
     case Then::end:
         return from(steps, Stage::end);
-    default: {
-        Names names;
-        for (size_t i = place + 1; i < steps.size(); ++i)
-            names.emplace_back(steps[i].function);
-        return names;
+    default:
+        return after(place);
     }
-    }
+}
+
+// Where C_GetAttributeValue is missing, no certificate can be read.
+bool losesEveryKey(Lost lost, const FaultCase& fault)
+{
+    return lost == Lost::key && fault.kind == FaultKind::nullEntry;
+}
+
+// A certificate that cannot be read is not one of an authority, and one without a name is no key: nobody
+// looks for its public key.
+bool isSkipped(const Step& step, Lost lost, const Step& struck, const FaultCase& fault)
+{
+    const bool search = step.stage >= Stage::keySearch && step.stage <= Stage::keySearchEnd;
+    const bool unread = lost == Lost::key || lost == Lost::name;
+    return search && unread && (step.item == struck.item || losesEveryKey(lost, fault));
 }
 
 // Objects that a token has only claimed to have found: each is asked for its two lengths.
@@ -158,13 +224,18 @@ size_t claimedObjects(Stage stage, const FaultCase& fault)
                                                       : longestSearch - certificateCount;
 }
 
-std::string callsOf(const std::vector<Step>& steps, const FaultCase& fault, Then then)
+std::string callsOf(const Steps& steps, const FaultCase& fault, const Rule& rule)
 {
+    const Step& struck = steps[fault.call];
     Names names;
     for (size_t i = 0; i <= fault.call; ++i)
         names.emplace_back(steps[i].function);
-    Names rest = following(steps, fault.call, then);
-    const size_t claimed = claimedObjects(steps[fault.call].stage, fault);
+    Names rest;
+    for (const Step& step : following(steps, fault.call, rule.then)) {
+        if (!isSkipped(step, rule.lost, struck, fault))
+            rest.emplace_back(step.function);
+    }
+    const size_t claimed = claimedObjects(struck.stage, fault);
     rest.insert(std::ranges::find(rest, "C_FindObjectsFinal"), 2 * claimed, "C_GetAttributeValue");
     names.insert(names.end(), rest.begin(), rest.end());
     // What is missing in the list does not reach the token; C_Initialize is never missing.
@@ -176,18 +247,37 @@ std::string callsOf(const std::vector<Step>& steps, const FaultCase& fault, Then
     return text;
 }
 
-std::string keysAfter(Lost lost, const Step& step, const FaultCase& fault)
+// The certificates that are neither filed nor published in modern: from the first one to the one before
+// the second.
+std::pair<size_t, size_t> droppedCertificates(Lost lost, const Step& step, const FaultCase& fault)
+{
+    if (losesEveryKey(lost, fault))
+        return {0, certificateCount};
+    switch (lost) {
+    case Lost::name:
+    case Lost::certificate:
+        return {step.item, step.item + 1};
+    case Lost::laterCertificates:
+        return {step.stage == Stage::searchEnd ? 0 : step.item + 1, certificateCount};
+    default:
+        return {0, 0};
+    }
+}
+
+std::string keysAfter(Behaviour behaviour, Lost lost, const Step& step, const FaultCase& fault)
 {
     Names names(std::begin(firstSlotKeys), std::end(firstSlotKeys));
-    // Where C_GetAttributeValue is missing, no certificate can be read.
-    const bool everyKey = lost == Lost::key && fault.kind == FaultKind::nullEntry;
+    const auto place = [&](size_t i) { return names.begin() + static_cast<std::ptrdiff_t>(i); };
     const bool all = lost == Lost::opening || lost == Lost::slots || lost == Lost::certificates;
+    const auto [first, last] = droppedCertificates(lost, step, fault);
     if (lost == Lost::slot && step.item == 0)
         names.assign(std::begin(otherSlotKeys), std::end(otherSlotKeys));
-    else if (all || everyKey)
+    else if (all || losesEveryKey(lost, fault))
         names.clear();
     else if (lost == Lost::key)
-        names.erase(names.begin() + static_cast<std::ptrdiff_t>(step.item));
+        names.erase(place(step.item));
+    else if (behaviour == Behaviour::modern)
+        names.erase(place(first), place(last));
     else if (lost == Lost::name)
         names[step.item].clear();
     std::ranges::sort(names);
@@ -197,16 +287,51 @@ std::string keysAfter(Lost lost, const Step& step, const FaultCase& fault)
     return text;
 }
 
+size_t publishedAfter(Behaviour behaviour, Lost lost, const Step& step, const FaultCase& fault)
+{
+    if (lost == Lost::opening || lost == Lost::slots || lost == Lost::certificates)
+        return 0;
+    // All objects that are only claimed have one handle, and classic publishes them, in vain, as one.
+    if (behaviour == Behaviour::classic)
+        return certificateCount + (claimedObjects(step.stage, fault) != 0 ? 1 : 0);
+    const auto [first, last] = droppedCertificates(lost, step, fault);
+    return certificateCount - (last - first);
+}
+
+// The library and its sessions after init, and at the end.
+void expectLibraryInClassic(ExpectedOpening& expected, const Step& step, const FaultCase& fault)
+{
+    const bool finalizeMissing =
+        fault.kind == FaultKind::nullEntry && fault.target.function == "C_Finalize";
+    expected.sessionsFinalized = step.stage == Stage::sessionEnd ? 1 : 0;
+    expected.initialised = step.stage == Stage::discoveryEnd || step.stage == Stage::end ||
+                           (step.stage == Stage::restart && fault.saysAlreadyInitialized());
+    expected.finalizedAtTheEnd = step.stage != Stage::functionList && !finalizeMissing;
+}
+
+void expectLibraryInModern(ExpectedOpening& expected, const Step& step, const FaultCase& fault,
+                           const Rule& rule)
+{
+    const bool started = rule.lost != Lost::opening;
+    const bool others =
+        (step.stage == Stage::start && fault.saysAlreadyInitialized()) || rule.then == Then::again;
+    expected.sessionsLeft = step.stage == Stage::sessionEnd ? 1 : 0;
+    expected.initialised = started;
+    expected.finalizedAtTheEnd = started && !others;
+    expected.initialisedAtTheEnd = started && others;
+}
+
 }  // namespace
 
-std::vector<Step> openingSteps()
+Steps openingSteps(Behaviour behaviour)
 {
-    std::vector<Step> steps = {{"C_GetFunctionList", Stage::functionList, 0},
-                               {"C_Finalize", Stage::clearing, 0},
-                               {"C_Initialize", Stage::start, 0},
-                               {"C_GetInfo", Stage::libraryInfo, 0},
-                               {"C_GetSlotList", Stage::slotCount, 0},
-                               {"C_GetSlotList", Stage::slotList, 0}};
+    const bool modern = behaviour == Behaviour::modern;
+    Steps steps = {{"C_GetFunctionList", Stage::functionList, 0},
+                   {"C_Finalize", Stage::clearing, 0},
+                   {"C_Initialize", Stage::start, 0},
+                   {"C_GetInfo", Stage::libraryInfo, 0},
+                   {"C_GetSlotList", Stage::slotCount, 0},
+                   {"C_GetSlotList", Stage::slotList, 0}};
     for (size_t i = 0; i < slotCount; ++i) {
         steps.insert(steps.end(), {{"C_GetSlotInfo", Stage::slotInfo, i},
                                    {"C_GetTokenInfo", Stage::tokenInfo, i},
@@ -225,36 +350,41 @@ std::vector<Step> openingSteps()
                                    {"C_GetAttributeValue", Stage::certificate, i},
                                    {"C_GetAttributeValue", Stage::nameLength, i},
                                    {"C_GetAttributeValue", Stage::name, i}});
-    steps.insert(steps.end(), {{"C_FindObjectsFinal", Stage::searchEnd, 0},
-                               {"C_CloseSession", Stage::sessionEnd, 0},
-                               {"C_Finalize", Stage::end, 0}});
+    steps.push_back({"C_FindObjectsFinal", Stage::searchEnd, 0});
+    for (size_t i = 0; modern && i < certificateCount; ++i)
+        steps.insert(steps.end(), {{"C_FindObjectsInit", Stage::keySearch, i},
+                                   {"C_FindObjects", Stage::keySearchResult, i},
+                                   {"C_FindObjectsFinal", Stage::keySearchEnd, i}});
+    steps.insert(steps.end(),
+                 {{"C_CloseSession", Stage::sessionEnd, 0}, {"C_Finalize", Stage::end, 0}});
+    if (modern) {
+        std::erase_if(steps, [](const Step& step) {
+            return step.stage == Stage::clearing || step.stage == Stage::discoveryEnd ||
+                   step.stage == Stage::restart || step.stage == Stage::end;
+        });
+    }
     return steps;
 }
 
-ExpectedOpening expectedOpening(const std::vector<Step>& steps, const FaultCase& fault)
+ExpectedOpening expectedOpening(Behaviour behaviour, const Steps& steps, const FaultCase& fault)
 {
     const Step& step = steps[fault.call];
     const bool claimed = claimedObjects(step.stage, fault) != 0;
-    const Rule rule =
-        claimed ? Rule{step.stage, Then::all, Lost::nothing} : ruleFor(step.stage, fault);
+    const Rule rule = claimed ? Rule{step.stage, Then::all, Lost::nothing}
+                              : ruleFor(behaviour, step.stage, fault);
     const Lost lost = rule.lost;
-    const bool served = lost != Lost::opening && lost != Lost::slots;
 
     ExpectedOpening expected{};
     expected.result = lost != Lost::opening;
-    expected.calls = callsOf(steps, fault, rule.then);
-    expected.keys = keysAfter(lost, step, fault);
-    expected.algorithms = served;
-    expected.published = served && lost != Lost::certificates ? certificateCount : 0;
-    // All objects that are only claimed have one handle, and are published, in vain, as one.
-    expected.published += claimed ? 1 : 0;
+    expected.calls = callsOf(steps, fault, rule);
+    expected.keys = keysAfter(behaviour, lost, step, fault);
+    expected.algorithms = lost != Lost::opening && lost != Lost::slots;
+    expected.published = static_cast<uint32_t>(publishedAfter(behaviour, lost, step, fault));
     expected.slot = lost == Lost::slot && step.item == 0 ? kOtherSlot : kSlot;
-    expected.sessionsFinalized = step.stage == Stage::sessionEnd ? 1 : 0;
-    const bool finalizeMissing =
-        fault.kind == FaultKind::nullEntry && fault.target.function == "C_Finalize";
-    expected.initialised = step.stage == Stage::discoveryEnd || step.stage == Stage::end ||
-                           (step.stage == Stage::restart && fault.saysAlreadyInitialized());
-    expected.finalizedAtTheEnd = step.stage != Stage::functionList && !finalizeMissing;
+    if (behaviour == Behaviour::modern)
+        expectLibraryInModern(expected, step, fault, rule);
+    else
+        expectLibraryInClassic(expected, step, fault);
     return expected;
 }
 

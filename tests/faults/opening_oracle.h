@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "config/mode.h"
 #include "fault_table.h"
 
 namespace NV::test {
@@ -35,6 +36,9 @@ enum class Stage {
     nameLength,
     name,
     searchEnd,
+    keySearch,  // these three of each certificate, in modern: is there a public key of it?
+    keySearchResult,
+    keySearchEnd,
     sessionEnd,
     end,
 };
@@ -46,7 +50,7 @@ struct Step {
 };
 
 // The calls of a good opening, in order.
-std::vector<Step> openingSteps();
+std::vector<Step> openingSteps(Behaviour behaviour);
 
 struct ExpectedOpening {
     bool result;
@@ -58,10 +62,14 @@ struct ExpectedOpening {
     CK_SLOT_ID slot;     // of the session, if one is opened
     bool initialised;    // how init leaves the library
     uint32_t sessionsFinalized;
-    // Destroying the provider finalises the library again.
+    uint32_t sessionsLeft;  // until the library is finalised
+    // Destroying the provider finalises the library: in classic again, in modern if the opening has
+    // initialised it.
     bool finalizedAtTheEnd;
+    bool initialisedAtTheEnd;  // somebody else is said to use it
 };
 
-ExpectedOpening expectedOpening(const std::vector<Step>& steps, const FaultCase& fault);
+ExpectedOpening expectedOpening(Behaviour behaviour, const std::vector<Step>& steps,
+                                const FaultCase& fault);
 
 }  // namespace NV::test

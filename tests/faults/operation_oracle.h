@@ -8,6 +8,7 @@
 #include <optional>
 #include <string>
 
+#include "config/mode.h"
 #include "fault_table.h"
 
 namespace NV::test {
@@ -30,11 +31,13 @@ enum class Told { never, onSuccess, withTheOutput };
 struct OperationRow {
     TokenOperation operation;
     const char* name;
-    const char* calls;   // of a good run, in order
+    const char* calls;   // of a good run in classic, in order
     const char* output;  // the call that fills the output buffer; null: there is none
     DWORD room;          // of the output buffer, in bytes
     DWORD length;        // of the true output
     Told told;
+    DWORD ownRoom =
+        0;  // of the module's own buffer, which modern gives to the token; 0: the caller's
 };
 
 inline constexpr OperationRow operationRows[] = {
@@ -53,7 +56,7 @@ inline constexpr OperationRow operationRows[] = {
     {TokenOperation::rsaDecrypt, "rsaDecrypt",
      "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
      "C_DecryptInit C_Decrypt C_Logout C_CloseSession C_Finalize",
-     "C_Decrypt", 60, 32, Told::onSuccess},
+     "C_Decrypt", 60, 32, Told::onSuccess, 256},
     {TokenOperation::ecSign, "ecSign",
      "C_Initialize C_OpenSession C_Login C_FindObjectsInit C_FindObjects C_FindObjectsFinal "
      "C_SignInit C_Sign C_Logout C_CloseSession C_Finalize",
@@ -68,10 +71,10 @@ inline constexpr OperationRow operationRows[] = {
      nullptr, 0, 0, Told::never},
     {TokenOperation::hashDerivation, "hashDerivation",
      "C_Initialize C_OpenSession C_DigestInit C_Digest C_CloseSession C_Finalize", "C_Digest", 64,
-     32, Told::withTheOutput},
+     32, Told::withTheOutput, 32},
     {TokenOperation::hmacDerivation, "hmacDerivation",
      "C_Initialize C_OpenSession C_CreateObject C_SignInit C_Sign C_CloseSession C_Finalize",
-     "C_Sign", 64, 32, Told::withTheOutput},
+     "C_Sign", 64, 32, Told::withTheOutput, 32},
 };
 
 // For the names of test cases.
@@ -79,6 +82,9 @@ inline void PrintTo(const OperationRow& row, std::ostream* out)
 {
     *out << row.name;
 }
+
+// The calls of a good run. In modern, the library is initialized all the time.
+std::string callsOf(const OperationRow& row, Behaviour behaviour);
 
 struct ExpectedOutcome {
     SECURITY_STATUS status;
@@ -88,9 +94,12 @@ struct ExpectedOutcome {
     bool secret;                  // an agreed secret is handed out
     bool initialised;             // how the operation leaves the library
     uint32_t sessionsFinalized;   // sessions that only C_Finalize has ended
+    uint32_t sessionsLeft;        // sessions that are open until the library is finalized
+    DWORD zeros;                  // bytes behind the true output that the token has only claimed
+    bool byCertificate;           // the output is one of the certificate's key, and not the token's
 };
 
-ExpectedOutcome expectedOutcome(const OperationRow& row, const Sequence& good,
+ExpectedOutcome expectedOutcome(Behaviour behaviour, const OperationRow& row, const Sequence& good,
                                 const FaultCase& fault);
 
 }  // namespace NV::test

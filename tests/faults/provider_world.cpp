@@ -3,11 +3,9 @@
 #include "provider_world.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <stdexcept>
 
-#include "config/config.h"
-#include "folder.h"
+#include "configured_library.h"
 #include "keystore/keystore_secret.h"
 #include "peer_key.h"
 
@@ -19,24 +17,6 @@ const Bytes rsaId = {0x01, 0xAB};
 const Bytes ecId = {0x02, 0x56};
 const Bytes secretBytes = {0x51, 0x52, 0x53};
 constexpr CK_ULONG modulusBytes = 256;
-
-void configure()
-{
-    static const bool configured = [] {
-        const TemporaryFolder folder;
-        const std::filesystem::path file = folder.path() / "provider.conf";
-        writeFile(file, "p11File=" + ScriptedToken::path() + "\n");
-        Config::instance().load(narrowPath(file));
-        return true;
-    }();
-    static_cast<void>(configured);
-}
-
-Bytes certificate(const char* name)
-{
-    const std::string der = readFile(std::filesystem::path(CERTIFICATES) / name);
-    return {der.begin(), der.end()};
-}
 
 void expect(bool right, const char* what)
 {
@@ -58,17 +38,26 @@ size_t listedSecrets()
 
 }  // namespace
 
-ProviderWorld::ProviderWorld()
-    : blob(peerBlob(ecdhP256, 32)), buffers_{{sizeof hashName_, KDF_HASH_ALGORITHM, hashName_},
+void ProviderEnd::operator()(Provider* provider) const
+{
+    if (!registered)
+        delete provider;
+    else
+        ProviderManager::instance().FreeProvider(reinterpret_cast<NCRYPT_PROV_HANDLE>(provider));
+}
+
+ProviderWorld::ProviderWorld(Behaviour behaviour, const Table* table)
+    : mode_(behaviour), table_(table),
+      blob(peerBlob(ecdhP256, 32)), buffers_{{sizeof hashName_, KDF_HASH_ALGORITHM, hashName_},
                                              {sizeof prepended_, KDF_SECRET_PREPEND, prepended_},
                                              {sizeof hmacKey_, KDF_HMAC_KEY, hmacKey_}},
       hashList_{0, 2, buffers_}, hmacList_{0, 3, buffers_}
 {
-    configure();
+    configureScriptedToken();
     for (unsigned char i = 0; i < 32; ++i)
         hash.push_back(static_cast<unsigned char>(0xA0 + i));
-    token.addCertificate(rsaId, certificate("rsa2048.der"));
-    token.addCertificate(ecId, certificate("p256.der"));
+    token.addCertificate(rsaId, fixtureCertificate("rsa2048"));
+    token.addCertificate(ecId, fixtureCertificate("p256"));
     token.addRsaKeyPair(rsaId, 8 * modulusBytes);
     token.addEcKeyPair(ecId, 32);
     // The header that PKCS #1 puts before a SHA-256 hash.
@@ -86,10 +75,35 @@ ProviderWorld::~ProviderWorld()
     close();
 }
 
+SECURITY_STATUS ProviderWorld::openRegistered(NCRYPT_PROV_HANDLE* handle)
+{
+    *handle = 0;
+    return table_ != nullptr ? table_->OpenProvider(handle, providerName, 0)
+                             : ProviderManager::instance().OpenProvider(handle, providerName, 0);
+}
+
+SECURITY_STATUS ProviderWorld::freeRegistered(NCRYPT_PROV_HANDLE handle)
+{
+    return table_ != nullptr ? table_->FreeProvider(handle)
+                             : ProviderManager::instance().FreeProvider(handle);
+}
+
+void ProviderWorld::openProvider()
+{
+    if (table_ == nullptr) {
+        provider = std::make_unique<Provider>();
+        expect(provider->init(), "opening");
+        return;
+    }
+    NCRYPT_PROV_HANDLE handle = 0;
+    expect(openRegistered(&handle) == ERROR_SUCCESS, "opening");
+    // The handle of a provider is its address.
+    provider = {reinterpret_cast<Provider*>(handle), ProviderEnd(true)};
+}
+
 void ProviderWorld::open()
 {
-    provider = std::make_unique<Provider>();
-    expect(provider->init(), "opening");
+    openProvider();
     expect(provider->OpenKey(&rsa, L"01AB", 0, 0) == ERROR_SUCCESS, "OpenKey");
     expect(provider->OpenKey(&ec, L"0256", 0, 0) == ERROR_SUCCESS, "OpenKey");
     expect(provider->ImportKey(0, BCRYPT_ECCPUBLIC_BLOB, nullptr, &peer, blob.data(), sizeOf(blob),
@@ -123,11 +137,12 @@ void ProviderWorld::prepare()
     secretsBefore_ = listedSecrets();
 }
 
-std::string ProviderWorld::leftOnToken() const
+std::string ProviderWorld::leftOnToken(bool providerOpen) const
 {
     const TokenState now = token.state();
     std::string left;
-    if (now.initialised != 0)
+    const bool mayBeInitialized = providerOpen && mode().keepsLibraryInitialized();
+    if (now.initialised != 0 && !mayBeInitialized)
         left += "the library is initialised; ";
     if (now.openSessions != 0)
         left += "a session is open; ";
@@ -144,7 +159,8 @@ std::string ProviderWorld::leftOnToken() const
 
 void ProviderWorld::recover()
 {
-    if (token.initialised())
+    const bool inUse = provider != nullptr && mode().keepsLibraryInitialized();
+    if (token.initialised() && !inUse)
         token.exports().C_Finalize(nullptr);
     token.clearFaults();
     before_ = token.state();
@@ -191,9 +207,10 @@ std::string ProviderWorld::workedWrong()
     };
     Provider& p = *provider;
     constexpr DWORD nameSize = sizeof L"01AB";
-    check(rsaKeyFreed || (p.GetKeyProperty(rsa, NCRYPT_NAME_PROPERTY, output.data(), room, &length,
-                                           0) == ERROR_SUCCESS &&
-                          length == nameSize && output[sizeof(wchar_t)] == '1'),
+    check((rsaKeyFreed && mode().sharesPropertyValues()) ||
+              (p.GetKeyProperty(rsa, NCRYPT_NAME_PROPERTY, output.data(), room, &length, 0) ==
+                   ERROR_SUCCESS &&
+               length == nameSize && output[sizeof(wchar_t)] == '1'),
           "a filed RSA key has lost its values");
     check(p.GetKeyProperty(ec, NCRYPT_NAME_PROPERTY, output.data(), room, &length, 0) ==
                   ERROR_SUCCESS &&

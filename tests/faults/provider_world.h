@@ -8,6 +8,7 @@
 #include <memory>
 #include <string>
 
+#include "behaviours.h"
 #include "guarded_output.h"
 #include "nvvtoken/nvvtoken.h"
 #include "other_thread.h"
@@ -31,13 +32,40 @@ struct Outputs {
     void* state = nullptr;
 };
 
+// Ends a provider: one of the registry by freeing it.
+struct ProviderEnd {
+    ProviderEnd() = default;
+    ProviderEnd(bool isRegistered) : registered(isRegistered) {}
+    ProviderEnd(std::default_delete<Provider>) {}
+    void operator()(Provider* provider) const;
+
+    bool registered = false;
+};
+
+// An operation of a provider, and the entry point of the table that calls it.
+template <typename... Parameters>
+struct Call {
+    Provider& provider;
+    SECURITY_STATUS (Provider::*operation)(Parameters...);
+    SECURITY_STATUS(WINAPI* entry)(NCRYPT_PROV_HANDLE, Parameters...);
+
+    SECURITY_STATUS operator()(Parameters... parameters) const
+    {
+        return entry == nullptr
+                   ? (provider.*operation)(parameters...)
+                   : entry(reinterpret_cast<NCRYPT_PROV_HANDLE>(&provider), parameters...);
+    }
+};
+
 class ProviderWorld {
 public:
     static constexpr size_t room = 300;
+    using Table = NCRYPT_KEY_STORAGE_FUNCTION_TABLE;
 
     // The token in slot 52 with the RSA key 01AB and the P-256 key 0256, and a certificate of each. The
-    // configuration names its library. No provider is open.
-    ProviderWorld();
+    // configuration names its library. No provider is open. With a table, the registry opens the
+    // provider, and the operations are called by the table.
+    explicit ProviderWorld(Behaviour behaviour = Behaviour::classic, const Table* table = nullptr);
     ~ProviderWorld();
     ProviderWorld(const ProviderWorld&) = delete;
     ProviderWorld& operator=(const ProviderWorld&) = delete;
@@ -50,8 +78,9 @@ public:
     // Begins a run: fresh outputs, no recorded calls.
     void prepare();
 
-    // Each is empty if all is well. Otherwise each thing that is wrong ends in "; ".
-    std::string leftOnToken() const;
+    // Each is empty if all is well. Otherwise each thing that is wrong ends in "; ". In modern, the
+    // library is initialized while a provider is open.
+    std::string leftOnToken(bool providerOpen) const;
     // An operation of each kind on another thread, with its output.
     std::string nextOperations();
 
@@ -66,8 +95,26 @@ public:
     // How many secrets the list has more than when the run began.
     ptrdiff_t secretsAdded() const;
 
+    // The operation of this name of the provider.
+    template <typename... Parameters>
+    Call<Parameters...> call(SECURITY_STATUS (Provider::*operation)(Parameters...),
+                             SECURITY_STATUS (WINAPI* Table::*entry)(NCRYPT_PROV_HANDLE,
+                                                                     Parameters...))
+    {
+        return {*provider, operation, table_ != nullptr ? table_->*entry : nullptr};
+    }
+    // Opens and frees a provider of the registry.
+    SECURITY_STATUS openRegistered(NCRYPT_PROV_HANDLE* handle);
+    SECURITY_STATUS freeRegistered(NCRYPT_PROV_HANDLE handle);
+
+private:
+    // Before everything that opens a provider.
+    ModeOf mode_;
+    const Table* table_;
+
+public:
     ScriptedToken token;
-    std::unique_ptr<Provider> provider;
+    std::unique_ptr<Provider, ProviderEnd> provider;
     NCRYPT_PROV_HANDLE registered[2] = {};  // by the cases of the registry
     NCRYPT_KEY_HANDLE rsa = 0;
     NCRYPT_KEY_HANDLE ec = 0;
@@ -95,6 +142,7 @@ public:
 
 private:
     std::string workedWrong();
+    void openProvider();
 
     OtherThread other_;
     TokenState before_{};

@@ -73,6 +73,8 @@ public:
     constexpr bool looksUpHandles() const { return modern_; }
     // M24: no exception leaves an entry point.
     constexpr bool containsExceptions() const { return modern_; }
+    // M24: memory that ends where exceptions are caught is told as such, too.
+    constexpr bool reportsMissingMemory() const { return modern_; }
     // M25: a log that cannot be written fails no call.
     constexpr bool survivesLogFailures() const { return modern_; }
     // M26: NCRYPT_SILENT_FLAG keeps the dialog from appearing.

@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <exception>
 #include <new>
+#include <system_error>
 
 #include "base/last_error.h"
 #include "base/scope_exit.h"
@@ -41,6 +42,11 @@ SECURITY_STATUS contained(const NV::Site& site, const Work& work) noexcept
     } catch (const std::bad_alloc& error) {
         logException(site, error.what());
         return NTE_NO_MEMORY;
+    } catch (const std::system_error& error) {
+        logException(site, error.what());
+        // The platform allocates a lock when it is first taken.
+        if (error.code() == std::errc::not_enough_memory)
+            return NTE_NO_MEMORY;
     } catch (const std::exception& error) {
         logException(site, error.what());
     } catch (...) {

@@ -147,8 +147,10 @@ NCRYPT_KEY_HANDLE KeyStore::fileImported(std::unique_ptr<P11KeyObject> key)
 {
     addKeyProperties(*key, {});
     const NCRYPT_KEY_HANDLE handle = handleOf(*key);
+    // Before it is filed: memory may end here, and an entry must not be without a key.
+    std::shared_ptr<P11KeyObject> owned(std::move(key));
     const std::lock_guard guard(lock_);
-    ephemeralKeys_[handle] = std::move(key);
+    ephemeralKeys_[handle] = std::move(owned);
     return handle;
 }
 

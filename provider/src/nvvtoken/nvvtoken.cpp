@@ -3,6 +3,7 @@
 #include "nvvtoken/nvvtoken.h"
 
 #include <algorithm>
+#include <new>
 #include <string_view>
 #include <utility>
 
@@ -203,6 +204,9 @@ SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
     } catch (const PINDialogException& error) {
         NV_ERR("Caught Exception: %s(errorcode:%d)", error.what(), static_cast<int>(error.code()));
         status = dialogFailure(error);
+    } catch (const std::bad_alloc&) {
+        NV_ERR("Caught Unknown Exception");
+        status = mode().reportsMissingMemory() ? NTE_NO_MEMORY : NTE_INTERNAL_ERROR;
     } catch (...) {
         NV_ERR("Caught Unknown Exception");
         status = NTE_INTERNAL_ERROR;

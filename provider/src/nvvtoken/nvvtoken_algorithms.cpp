@@ -48,10 +48,11 @@ SECURITY_STATUS listKeyAlgorithms(std::span<const KeyAlgorithm> algorithms, DWOR
         wanted.push_back(algorithm);
         characters += std::wcslen(algorithm.name) + 1;
     }
-    *pdwAlgCount = 0;
-    *ppAlgList = nullptr;
-    if (wanted.empty())
+    if (wanted.empty()) {
+        *pdwAlgCount = 0;
+        *ppAlgList = nullptr;
         return ERROR_SUCCESS;
+    }
     auto records = allocateWithTexts<NCryptAlgorithmName>(wanted.size(), characters);
     if (records == nullptr)
         return NTE_NO_MEMORY;

@@ -58,7 +58,7 @@ SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool
     try {
         takeParameter(kind, buffer, parameters);
     } catch (const std::bad_alloc&) {
-        return NTE_INTERNAL_ERROR;
+        return mode().reportsMissingMemory() ? NTE_NO_MEMORY : NTE_INTERNAL_ERROR;
     }
     return ERROR_SUCCESS;
 }

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <filesystem>
 #include <functional>
+#include <new>
 #include <system_error>
 #include <utility>
 
@@ -268,13 +269,17 @@ bool P11Module::discoverAlone(const Site& init)
 bool P11Module::discoverShared(const Site& init)
 {
     LibraryLife& life = LibraryLife::instance();
-    const uint32_t generation = life.generation();
     if (!joinLibrary(init))
         return false;
-    if (discover(init))
+    // Joining may have begun a new one.
+    const uint32_t generation = life.generation();
+    if (discover(init) || (std::exchange(lost_, false) &&
+                           life.resume(init, *functionList_, generation) && discover(init)))
         return true;
-    return std::exchange(lost_, false) && life.resume(init, *functionList_, generation) &&
-           discover(init);
+    // An opening that fails never destroys this object.
+    joined_ = false;
+    life.leave(init, *functionList_);
+    return false;
 }
 
 bool P11Module::joinLibrary(const Site& init)
@@ -296,6 +301,12 @@ bool P11Module::discover(const Site& init)
 {
     try {
         return readLibraryInfo(init) && readSlots(init);
+    } catch (const std::bad_alloc&) {
+        NV_UNDER(ERR, init, "Caught Exception.");
+        // The entry point tells it.
+        if (joined_)
+            throw;
+        return false;
     } catch (...) {
         NV_UNDER(ERR, init, "Caught Exception.");
         return false;

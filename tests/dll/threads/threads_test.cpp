@@ -69,39 +69,39 @@ std::map<std::string, int> counted(const std::vector<std::string>& names)
 
 }  // namespace
 
-TEST_F(ThreadsTest, mixedWorkOnTwoProviders)
+TEST_P(ThreadsTest, mixedWorkOnTwoProviders)
 {
     EXPECT_EQ(workOnTwoProviders(token(), rounds(1000)), "");
 }
 
-TEST_F(ThreadsTest, dialogsOnTwoProvidersBesideOtherWork)
+TEST_P(ThreadsTest, dialogsOnTwoProvidersBesideOtherWork)
 {
     EXPECT_EQ(workWithDialogs(token(), rounds(2)), "");
 }
 
-TEST_F(ThreadsTest, providersComeAndGoWhileOthersWork)
+TEST_P(ThreadsTest, providersComeAndGoWhileOthersWork)
 {
     EXPECT_EQ(openAndFreeProviders(token(), rounds(5)), "");
 }
 
-TEST_F(ThreadsTest, aProviderIsFreedInTheMiddleOfItsWork)
+TEST_P(ThreadsTest, aProviderIsFreedInTheMiddleOfItsWork)
 {
     EXPECT_EQ(freeAProviderInUse(token(), rounds(20)), "");
 }
 
-TEST_F(ThreadsTest, freeingDoesNotWaitForTheDialogOfAnotherThread)
+TEST_P(ThreadsTest, freeingDoesNotWaitForTheDialogOfAnotherThread)
 {
     EXPECT_EQ(freeUnderAnOpenDialog(token()), "");
 }
 
-TEST_F(ThreadsTest, workWithPinOnTwoSetsOfObjects)
+TEST_P(ThreadsTest, workWithPinOnTwoSetsOfObjects)
 {
     EXPECT_EQ(workWithPins(ScriptedToken::path(), facts, known, rounds(100)), "");
 }
 
 // Each line is a whole record (or reading the log throws), each thread's lines tell a whole story,
 // and none is missing.
-TEST_F(LoggedThreadsTest, theLogStaysWhole)
+TEST_P(LoggedThreadsTest, theLogStaysWhole)
 {
     EXPECT_EQ(workOnTwoProviders(token(), rounds(5)), "");
     const LogLines lines = profile.log();
@@ -114,5 +114,8 @@ TEST_F(LoggedThreadsTest, theLogStaysWhole)
         EXPECT_EQ(logged[name], seen[name]) << name;
     }
 }
+
+NV_IN_BOTH_BEHAVIOURS(ThreadsTest);
+NV_IN_BOTH_BEHAVIOURS(LoggedThreadsTest);
 
 }  // namespace NV::test

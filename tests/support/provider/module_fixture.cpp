@@ -106,7 +106,8 @@ ModuleTest::ModuleTest(Behaviour behaviour)
 ServedKeysTest::ServedKeysTest(bool withLog, Behaviour behaviour) : ModuleTest(behaviour)
 {
     if (!withLog)
-        profile.writeConfig("logLevel=ERROR\nlogTypes=FILE\nlogStore=\nlogRotate=7\np11File=" +
+        profile.writeConfig(std::string(behaviour == Behaviour::modern ? "mode=modern\n" : "") +
+                            "logLevel=ERROR\nlogTypes=FILE\nlogStore=\nlogRotate=7\np11File=" +
                             narrowPath(ScriptedToken::widePath()) + "\n");
     token.addCertificate(Bytes{0x01, 0xAB}, certificateDer("rsa2048"));
     token.addRsaKeyPair({0x01, 0xAB}, 2048);

@@ -1,6 +1,8 @@
 // The operations with the module's objects.
 
 #include <algorithm>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -55,6 +57,31 @@ CK_SLOT_ID PinWork::firstActiveSlot() const
     throw std::runtime_error("no initialised token");
 }
 
+// The locks and the call layer of one operation, as a provider has them: in classic it holds its lock and
+// the sequence lock, in modern neither, and each operation has a call layer of its own.
+class PinWork::Turn {
+public:
+    explicit Turn(PinWork& work)
+        : p11_(&work.p11_), provider_(work.lock_, std::defer_lock),
+          sequence_(sequenceLock(), std::defer_lock)
+    {
+        if (work.p11_.joined()) {
+            p11_ = &own_.emplace(work.p11_.sharedModule());
+            return;
+        }
+        provider_.lock();
+        sequence_.lock();
+    }
+
+    Pkcs11& p11() { return *p11_; }
+
+private:
+    std::optional<Pkcs11> own_;
+    Pkcs11* p11_;
+    std::unique_lock<Mutex> provider_;
+    std::unique_lock<Mutex> sequence_;
+};
+
 std::span<const PinWork::Kind> PinWork::kinds()
 {
     static constexpr Kind all[] = {{"sign with RSA", &PinWork::signRsa},
@@ -70,9 +97,8 @@ bool PinWork::signRsa(const KnownResults& known)
     Bytes hash = known.hash;
     Bytes signature(known.rsaSignature.size());
     DWORD length = 0;
-    const std::lock_guard guard(lock_);
-    const std::lock_guard sequence(sequenceLock());
-    const SECURITY_STATUS status = rsa_.sign(&p11_, nullptr, hash.data(), sizeOf(hash),
+    Turn turn(*this);
+    const SECURITY_STATUS status = rsa_.sign(&turn.p11(), nullptr, hash.data(), sizeOf(hash),
                                              signature.data(), sizeOf(signature), &length, 0, pin_);
     return status == success && signature == known.rsaSignature;
 }
@@ -82,9 +108,8 @@ Bytes PinWork::ecSignature(const KnownResults& known)
     Bytes hash = known.hash;
     Bytes signature(known.ecSignature.size());
     DWORD length = 0;
-    const std::lock_guard guard(lock_);
-    const std::lock_guard sequence(sequenceLock());
-    const SECURITY_STATUS status = ec_.sign(&p11_, nullptr, hash.data(), sizeOf(hash),
+    Turn turn(*this);
+    const SECURITY_STATUS status = ec_.sign(&turn.p11(), nullptr, hash.data(), sizeOf(hash),
                                             signature.data(), sizeOf(signature), &length, 0, pin_);
     return status == success ? signature : Bytes{};
 }
@@ -94,9 +119,8 @@ bool PinWork::signEc(const KnownResults& known)
 {
     Bytes hash = known.hash;
     Bytes signature = ecSignature(known);
-    const std::lock_guard guard(lock_);
-    const std::lock_guard sequence(sequenceLock());
-    return ec_.verify(&p11_, nullptr, hash.data(), sizeOf(hash), signature.data(),
+    Turn turn(*this);
+    return ec_.verify(&turn.p11(), nullptr, hash.data(), sizeOf(hash), signature.data(),
                       sizeOf(signature), 0) == success;
 }
 
@@ -105,11 +129,10 @@ bool PinWork::decrypt(const KnownResults& known)
     Bytes cipher = known.cipher;
     Bytes plain(cipher.size());
     DWORD length = 0;
-    const std::lock_guard guard(lock_);
-    const std::lock_guard sequence(sequenceLock());
+    Turn turn(*this);
     const SECURITY_STATUS status =
-        rsa_.decrypt(&p11_, nullptr, cipher.data(), sizeOf(cipher), plain.data(), sizeOf(plain),
-                     &length, BCRYPT_PAD_NONE, pin_);
+        rsa_.decrypt(&turn.p11(), nullptr, cipher.data(), sizeOf(cipher), plain.data(),
+                     sizeOf(plain), &length, BCRYPT_PAD_NONE, pin_);
     plain.resize(std::min<size_t>(length, plain.size()));
     return status == success && plain == known.plain;
 }
@@ -118,9 +141,8 @@ bool PinWork::agree(const KnownResults&)
 {
     Bytes point = joinedBytes({{0x04}, facts_.peer});
     NCRYPT_SECRET_HANDLE handle = 0;
-    const std::lock_guard guard(lock_);
-    const std::lock_guard sequence(sequenceLock());
-    if (ec_.secretAgreement(&p11_, point.data(), sizeOf(point), &handle, pin_) != success)
+    Turn turn(*this);
+    if (ec_.secretAgreement(&turn.p11(), point.data(), sizeOf(point), &handle, pin_) != success)
         return false;
     // NOLINTNEXTLINE(performance-no-int-to-ptr): a secret handle is the record's address.
     const OwnedSecret secret(reinterpret_cast<AgreedSecret*>(handle));
@@ -134,10 +156,11 @@ bool PinWork::derive(const KnownResults& known)
     const SecretBytes prepend = secretBytes(known.prepend);
     const SecretBytes hmacKey = secretBytes(known.hmacKey);
     const HashAlgorithm& sha256 = *findHashAlgorithm(L"SHA256");
+    Turn turn(*this);
     const auto derives = [&](bool hmac, const Bytes& expected) {
         Bytes key(32);
         DWORD length = 0;
-        const SECURITY_STATUS status = store_.derive({&p11_,
+        const SECURITY_STATUS status = store_.derive({&turn.p11(),
                                                       slot_,
                                                       0,
                                                       secret,
@@ -151,8 +174,6 @@ bool PinWork::derive(const KnownResults& known)
                                                       {}});
         return status == success && length == key.size() && key == expected;
     };
-    const std::lock_guard guard(lock_);
-    const std::lock_guard sequence(sequenceLock());
     return derives(false, known.digest) && derives(true, known.hmac);
 }
 

@@ -82,10 +82,10 @@ void openUseAndFree(const ThreadedToken& token, NCRYPT_SECRET_HANDLE secret, int
 
 // A provider with one opened key, for work that ends with the provider.
 struct BareProvider {
-    explicit BareProvider(const ThreadedToken& token) : module(token.module)
+    explicit BareProvider(const ThreadedToken& served) : token(served), module(served.module)
     {
         if (module->OpenProvider(&provider, providerName, 0) != success ||
-            module->OpenKey(provider, &key, token.facts.rsaKey.c_str(), 0, 0) != success)
+            module->OpenKey(provider, &key, served.facts.rsaKey.c_str(), 0, 0) != success)
             throw std::runtime_error("no provider with a key");
     }
 
@@ -99,15 +99,14 @@ struct BareProvider {
     // Whether the handle is no provider's any more.
     bool gone() const
     {
-        try {
+        return token.unknownTo([&] {
             DWORD length = 0;
-            module->GetProviderProperty(provider, NCRYPT_NAME_PROPERTY, nullptr, 0, &length, 0);
-            return false;
-        } catch (const std::out_of_range&) {
-            return true;
-        }
+            return module->GetProviderProperty(provider, NCRYPT_NAME_PROPERTY, nullptr, 0, &length,
+                                               0);
+        });
     }
 
+    const ThreadedToken& token;
     const ProviderModule& module;
     NCRYPT_PROV_HANDLE provider = 0;
     NCRYPT_KEY_HANDLE key = 0;
@@ -117,13 +116,12 @@ struct BareProvider {
 void verifyToTheEnd(const BareProvider& provider, const KnownResults& known,
                     std::atomic<int>& verified, Complaints& complaints)
 {
-    try {
-        for (;;) {
-            complaints.addUnless(provider.verify(known) == success, "a verification failed");
-            ++verified;
-        }
-    } catch (const std::out_of_range&) {
-        // The handle is unknown: the end that is meant.
+    SECURITY_STATUS status = success;
+    while (!provider.token.unknownTo([&] { return status = provider.verify(known); })) {
+        complaints.addUnless(status == success, "a verification failed");
+        ++verified;
+        if (status != success)
+            return;
     }
 }
 

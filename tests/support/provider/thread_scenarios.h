@@ -4,9 +4,11 @@
 
 #pragma once
 
+#include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "config/mode.h"
 #include "token_work.h"
 
 namespace NV::test {
@@ -17,6 +19,19 @@ struct ThreadedToken {
     const ProviderModule& module;
     const TokenFacts& facts;
     const std::vector<KnownResults>& known;  // each thread has its own
+    Behaviour behaviour = Behaviour::classic;
+
+    // Makes a call with a handle of a provider. Whether the handle was unknown: an exception in classic,
+    // a status in modern.
+    template <typename Call>
+    bool unknownTo(const Call& call) const
+    {
+        try {
+            return call() == NTE_INVALID_HANDLE && behaviour == Behaviour::modern;
+        } catch (const std::out_of_range&) {
+            return behaviour == Behaviour::classic;
+        }
+    }
 };
 
 // Half of the threads on each of two providers, so many operations each, of all kinds without PIN.

@@ -6,6 +6,7 @@
 #include <array>
 #include <cstring>
 
+#include "config/mode.h"
 #include "peer_key.h"
 
 namespace NV::test {
@@ -135,8 +136,10 @@ bool PublicWork::refuse(const KnownResults& known) const
 {
     Bytes hash = known.hash;
     hash.back() ^= 1;
-    return verifyWith(rsa_, hash, known.rsaSignature) == NTE_INTERNAL_ERROR &&
-           verifyWith(ec_, hash, known.ecSignature) == NTE_INTERNAL_ERROR;
+    const SECURITY_STATUS refusal =
+        mode().verifiesAsItSigns() ? NTE_BAD_SIGNATURE : NTE_INTERNAL_ERROR;
+    return verifyWith(rsa_, hash, known.rsaSignature) == refusal &&
+           verifyWith(ec_, hash, known.ecSignature) == refusal;
 }
 
 bool PublicWork::encrypt(const KnownResults& known) const
@@ -275,9 +278,10 @@ bool PublicWork::enumerateAlgorithms(const KnownResults&) const
     NCryptAlgorithmName* list = nullptr;
     const SECURITY_STATUS status = module_->EnumAlgorithms(
         provider_, NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, &count, &list, 0);
-    const bool right = status == success && count == 2 &&
+    const DWORD expected = mode().listsKeyAlgorithms() ? 1 : 2;
+    const bool right = status == success && count == expected &&
                        std::wstring_view(list[0].pszName) == L"RSA" &&
-                       std::wstring_view(list[1].pszName) == L"ECDSA";
+                       (count == 1 || std::wstring_view(list[1].pszName) == L"ECDSA");
     return right && module_->FreeBuffer(list) == success;
 }
 

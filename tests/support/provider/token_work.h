@@ -47,6 +47,7 @@ struct TokenFacts {
 
 // Through the module's table, on one provider, what asks for no PIN. May be used by several threads
 // at once.
+// Expects the answers of the behaviour that the test's own objects have.
 class PublicWork {
 public:
     // `secret`: agreed, as the facts tell it. Opens its keys, and frees them at the end.
@@ -169,6 +170,8 @@ public:
     Bytes ecSignature(const KnownResults& known);
 
 private:
+    class Turn;
+
     CK_SLOT_ID firstActiveSlot() const;
 
     const TokenFacts& facts_;

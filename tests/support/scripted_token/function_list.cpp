@@ -2,6 +2,7 @@
 
 #include "function_list.h"
 
+#include <cstring>
 #include <new>
 #include <set>
 
@@ -60,10 +61,10 @@ struct OtherEntry<exported> {
     }
 };
 
-void makeList()
+// The list as the script wants it.
+CK_FUNCTION_LIST wantedList()
 {
-    protectList(PAGE_READWRITE);
-    CK_FUNCTION_LIST& list = handedOut();
+    CK_FUNCTION_LIST list{};
     list.version = test::kCryptokiVersion;
     const bool allDiffer = script().mode == test::ListMode::allDifferent;
 #define NV_FILL(name, parameters) list.name = allDiffer ? &OtherEntry<&::name>::call : &::name;
@@ -78,6 +79,16 @@ void makeList()
         list.name = nullptr;
     NV_CK_FUNCTIONS(NV_REMOVE)
 #undef NV_REMOVE
+    return list;
+}
+
+void makeList()
+{
+    protectList(PAGE_READWRITE);
+    const CK_FUNCTION_LIST wanted = wantedList();
+    // Like that of other libraries, a list that is already right is not written: other threads use it.
+    if (std::memcmp(&handedOut(), &wanted, sizeof wanted) != 0)
+        std::memcpy(&handedOut(), &wanted, sizeof wanted);
     if (script().readOnly)
         protectList(PAGE_READONLY);
 }
