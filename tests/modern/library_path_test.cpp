@@ -21,6 +21,7 @@ protected:
             std::string("logLevel=TRACE\nlogTypes=FILE\nlogStore=~/logs\nlogRotate=7\n"
                         "p11File=") +
             u8Path + "\n");
+        std::filesystem::remove_all(profile.path() / "logs");
         module.emplace();
         NCRYPT_PROV_HANDLE opened = 0;
         const SECURITY_STATUS result = table()->OpenProvider(&opened, L"", 0);
