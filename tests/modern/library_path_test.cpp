@@ -101,7 +101,7 @@ protected:
         std::filesystem::copy_file(widePathBesideTest(L"support/dependent_library.dll"), library());
         std::filesystem::current_path(current_);
     }
-    ~NeededDllTest() override { std::filesystem::current_path(before_); }
+    void TearDown() override { std::filesystem::current_path(before_); }
 
     std::filesystem::path library() const { return libraries_ / "dependent_library.dll"; }
     void putNeededDllInto(const std::filesystem::path& folder) const
