@@ -80,7 +80,7 @@ public:
 
     // Each is empty if all is well. Otherwise each thing that is wrong ends in "; ". In modern, the
     // library is initialized while a provider is open.
-    std::string leftOnToken(bool providerOpen) const;
+    std::string leftOnToken(bool providerOpen = false) const;
     // An operation of each kind on another thread, with its output.
     std::string nextOperations();
 

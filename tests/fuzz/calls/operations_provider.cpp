@@ -6,8 +6,8 @@
 #include <mutex>
 
 #include "nvvtoken/nvvtoken.h"
-#include "p11/library_life.h"
 #include "operations.h"
+#include "p11/library_life.h"
 
 namespace NV::fuzz {
 
