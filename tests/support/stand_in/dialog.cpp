@@ -36,7 +36,11 @@ SecretBytes requestPIN(const PINRequest* request)
         const std::lock_guard guard(stand_in::lock);
         answer = stand_in::currentAnswer();
     }
-    return answer ? answer(request) : SecretBytes();
+    SecretBytes pin = answer ? answer(request) : SecretBytes();
+    // The dialog asks for what it shows when it is made. Here, one that gives no PIN was not made.
+    if (!pin.empty() && request != nullptr && request->readSubject)
+        request->readSubject();
+    return pin;
 }
 
 }  // namespace NV
