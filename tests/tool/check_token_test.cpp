@@ -55,8 +55,8 @@ TEST_F(CheckToken, SlotListFailsInModern)
     token.fail("C_GetSlotList", CKR_GENERAL_ERROR);
     check();
     expectStep("slots", Outcome::failed, "C_GetSlotList: 00000005(CKR_GENERAL_ERROR)", "log");
-    // An opening that fails gives the library back.
-    EXPECT_EQ(token.calls("C_Finalize").size(), 1U);
+    // An opening that fails gives the library back, and so does the search for the reason.
+    EXPECT_EQ(token.calls("C_Finalize").size(), token.calls("C_Initialize").size());
     EXPECT_FALSE(token.initialised());
 }
 
