@@ -13,7 +13,7 @@ objdump=x86_64-w64-mingw32-objdump
 
 # Everything that the module may ask of a machine. ncrypt.dll is not here: it exports a
 # GetKeyStorageInterface too, and linking with it would hide ours.
-allowedImports="advapi32.dll bcrypt.dll comctl32.dll crypt32.dll kernel32.dll msvcrt.dll user32.dll"
+allowedImports="advapi32.dll bcrypt.dll comctl32.dll crypt32.dll gdi32.dll kernel32.dll msvcrt.dll user32.dll"
 
 # oneLine: joins the lines of its input, for reasons.
 oneLine()
@@ -148,6 +148,7 @@ checkDll()
     check "hardened: ASLR, high entropy, no execution of data" checkHardening
     check "can be relocated" checkRelocations
     check "has dialog 101" checkResource 0x000005 0x000065 'dialog 101'
+    check "has dialog 103" checkResource 0x000005 0x000067 'dialog 103'
     check "has icon 102" checkResource 0x00000e 0x000066 'icon group 102'
     check "has version information" checkResource 0x000010 0x000001 'version information'
     check "a second build gives the same bytes" checkSameBytes "$dll"
