@@ -103,8 +103,8 @@ public:
     CertStore& operator=(const CertStore&) = delete;
 
     // Finds the slot's certificates, files the first of each key name, and publishes all of them; in
-    // modern only those that are keys. False without a slot or a session. Later failures are ignored. The library must be
-    // initialized.
+    // modern only those that are keys. False without a slot or a session. Later failures are ignored.
+    // The library must be initialized.
     bool loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::wstring& providerName);
 
     const ByKeyName& certificates() const { return certificates_; }

@@ -20,9 +20,9 @@ namespace NV {
 
 using Settings = std::map<std::string, std::string>;
 
-// The classic reading: key=value lines to the end of the text. A later line of a key replaces an earlier one.
-// Throws std::runtime_error, "Invalid line: " and the line; the settings then contain the lines
-// before it. Compat: lines end in a line feed, and a carriage return is part of the value.
+// The classic reading: key=value lines to the end of the text. A later line of a key replaces an
+// earlier one. Throws std::runtime_error, "Invalid line: " and the line; the settings then contain the
+// lines before it. Compat: lines end in a line feed, and a carriage return is part of the value.
 void readSettings(std::istream& text, Settings& settings);
 
 // One per process, created by the first call of instance() and never destroyed. It has no lock: the

@@ -37,8 +37,8 @@ public:
     using Properties = std::map<std::wstring, std::shared_ptr<Property>>;
 
     P11KeyObject();
-    // Shares the property values with the source in classic; see Property. Until setEmptiesValues is called, the
-    // copy's destructor does not empty them.
+    // Shares the property values with the source in classic; see Property. Until setEmptiesValues is
+    // called, the copy's destructor does not empty them.
     P11KeyObject(const P11KeyObject& source);
     P11KeyObject& operator=(const P11KeyObject&) = delete;
     ~P11KeyObject() override;

@@ -13,9 +13,9 @@ namespace NV {
 
 // Failures are logged under the operation's name.
 
-// The padding information that the flags need must not be null. ERROR_SUCCESS for a signature that the key can make or verify. NTE_NOT_SUPPORTED for an unknown hash
-// name, and for a null one with PSS. NTE_INVALID_PARAMETER for a hash whose length is not the name's.
-// With several flags, PSS decides.
+// The padding information that the flags need must not be null. ERROR_SUCCESS for a signature that the
+// key can make or verify. NTE_NOT_SUPPORTED for an unknown hash name, and for a null one with PSS.
+// NTE_INVALID_PARAMETER for a hash whose length is not the name's. With several flags, PSS decides.
 SECURITY_STATUS checkRsaSignature(const Site& operation, const SignatureCall& call);
 
 // ERROR_SUCCESS for a padding of encryption and decryption. NTE_NOT_SUPPORTED without a flag, and for

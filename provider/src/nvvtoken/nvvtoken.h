@@ -145,8 +145,8 @@ private:
     // and the handle must be one of a key.
     std::shared_ptr<const P11KeyObject> peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
 
-    // Asks the user for the PIN of the key's token. Sets the status to 0 and returns the PIN, which can be empty;
-    // otherwise sets the status that the operation must return.
+    // Asks the user for the PIN of the key's token. Sets the status to 0 and returns the PIN, which can
+    // be empty; otherwise sets the status that the operation must return.
     SecretBytes enterPIN(const P11KeyObject& key, SECURITY_STATUS& status);
 
     // The parts of a token operation; see nvvtoken_work.h. `held` is the provider's lock.

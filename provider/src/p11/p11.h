@@ -16,10 +16,10 @@
 
 namespace NV {
 
-// Owns the library's module, or a share of it, and has one member for each of the 68 functions, with the standard's
-// name, arguments and result. Each member logs its arguments, holds the object's lock until it
-// returns, times the library call alone, and logs the outcome. The lock is not recursive: no member
-// calls another.
+// Owns the library's module, or a share of it, and has one member for each of the 68 functions, with
+// the standard's name, arguments and result. Each member logs its arguments, holds the object's lock
+// until it returns, times the library call alone, and logs the outcome. The lock is not recursive: no
+// member calls another.
 //
 // Results are the library's own, with two exceptions. Without a function list the result is
 // CKR_GENERAL_ERROR. An exception out of the library and a null entry in its list give
