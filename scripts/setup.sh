@@ -41,6 +41,7 @@ packages=(
     libp11-kit-dev              # PKCS#11 header, independent check of the constants
     clang                       # fuzzing: the compiler with libFuzzer
     libclang-rt-14-dev          # fuzzing: libFuzzer and the sanitizers, as libraries
+    lld                         # tests: links their programs quickly
     llvm-14                     # coverage: llvm-profdata and llvm-cov
     nsis                        # release: the installer
     zip                         # release: the archive
@@ -131,14 +132,9 @@ setRegistry()
     env -u DISPLAY wine reg add "$@" /f >>"$build/setup-wine.log" 2>&1
 }
 
-makePrefix()
+# fillPrefix: an empty folder becomes a prefix with the settings of the tests.
+fillPrefix()
 {
-    local stamp=$WINEPREFIX/keywarden-ready-2 # the number goes up when the settings below change
-    if [ -e "$stamp" ]; then
-        say "Wine prefix: ready in $WINEPREFIX"
-        return 0
-    fi
-    say "Wine prefix: creating $WINEPREFIX"
     # What an interrupted run left is not trusted. Nothing but a prefix is removed.
     if [ -e "$WINEPREFIX/system.reg" ]; then
         stopWine
@@ -146,10 +142,7 @@ makePrefix()
     fi
     mkdir -p "$WINEPREFIX"
     # No display is needed yet, and none is to be remembered.
-    if ! env -u DISPLAY wineboot -i >"$build/setup-wine.log" 2>&1; then
-        cat "$build/setup-wine.log" >&2
-        return 1
-    fi
+    env -u DISPLAY wineboot -i >"$build/setup-wine.log" 2>&1 || return 1
     # Without a window manager Wine waits two seconds for each dialog to be taken by one.
     setRegistry 'HKCU\Software\Wine\X11 Driver' /v Managed /d N || return 1
     # A test that crashes is to end, not to wait behind a dialog that says so.
@@ -158,7 +151,29 @@ makePrefix()
     setRegistry 'HKLM\Software\Microsoft\Windows NT\CurrentVersion\AeDebug' \
         /v Debugger /t REG_SZ /d none || return 1
     wineserver -w # the registry is on disk once the server has ended
-    grep -q '^"Managed"="N"' "$WINEPREFIX/user.reg" || return 1
+    grep -q '^"Managed"="N"' "$WINEPREFIX/user.reg" || {
+        echo "the settings are not in $WINEPREFIX/user.reg" >>"$build/setup-wine.log"
+        return 1
+    }
+}
+
+# makePrefix: on a busy machine Wine's services can come too late for wineboot, so it may try a second time.
+makePrefix()
+{
+    local stamp=$WINEPREFIX/keywarden-ready-2 # the number goes up when the settings above change
+    if [ -e "$stamp" ]; then
+        say "Wine prefix: ready in $WINEPREFIX"
+        return 0
+    fi
+    say "Wine prefix: creating $WINEPREFIX"
+    if ! fillPrefix; then
+        cat "$build/setup-wine.log" >&2
+        say "Wine prefix: failed, trying once more"
+        fillPrefix || {
+            cat "$build/setup-wine.log" >&2
+            return 1
+        }
+    fi
     touch "$stamp"
     say "Wine prefix: ready"
 }

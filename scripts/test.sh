@@ -7,7 +7,7 @@
 #             the tests of the configuration "full" as well: the module's objects, the installer, and a new
 #             user's way from it to a verified signature; the Windows tests three times more: on the module
 #             as it is shipped, with Wine's checks of the heap, and those of threads and endurance with
-#             twenty times the rounds; each fuzz target for two minutes instead of three seconds, the one of
+#             twenty times the rounds; each fuzz target for two minutes instead of one second, the one of
 #             the calls for ten; the instructions that the hot paths take
 #   -R REGEX  only the tests whose names match, without lint and fuzzing, for work in progress
 # The last line is "N passed, N failed". It counts the tests of all builds; a stage that fails (setup,
@@ -18,7 +18,7 @@ set -euo pipefail
 cd "$root"
 
 presets=(windows sanitized)
-fuzzSeconds=3
+fuzzSeconds=1
 passed=0
 failed=0
 
