@@ -84,12 +84,16 @@ struct Blob {
         default:
             break;
         }
+        const bool whole = curve != nullptr && head.coordinateSize == curve->coordinateSize() &&
+                           size >= size_t{2} * head.coordinateSize && form / 16 != 13;
         const auto* const begin = reinterpret_cast<const unsigned char*>(&head);
         bytes.assign(begin, begin + sizeof head);
         const Bytes coordinates = someBytes(size, fill);
         bytes.insert(bytes.end(), coordinates.begin(), coordinates.end());
         if (form / 16 == 13)
             bytes.resize(fill % sizeof head);
+        if (isModern() && !whole)
+            return;
         if (curve == nullptr || bytes.size() < sizeof head ||
             bytes.size() < sizeof head + size_t{2} * head.coordinateSize)
             return;
@@ -122,7 +126,7 @@ void openKey(World& world, Operands& operands)
         if (found != provider->filed.end())
             source = &found->second;
         if (source == nullptr || !*source)
-            expected.status = NTE_INVALID_HANDLE;
+            expected.status = isModern() ? NTE_BAD_KEYSET : NTE_INVALID_HANDLE;
     }
     const Answer answer = world.call("OpenKey", Reach::module, [&] {
         return world.table().OpenKey(handle, place.pointer(), name, form / 16 % 3,
@@ -137,7 +141,7 @@ void openKey(World& world, Operands& operands)
     HOLDS(place.untouched());
     // Compat: a name that was asked for in vain gets an entry.
     const bool mayFile =
-        provider != nullptr && !place.null() && name != nullptr && source == nullptr;
+        !isModern() && provider != nullptr && !place.null() && name != nullptr && source == nullptr;
     HOLDS(answer.blocks == 0 || (mayFile && answer.blocks <= 2));
     if (mayFile &&
         (!answer.by.any() || world.keyNames(handle).size() == provider->filed.size() + 1))
@@ -169,7 +173,8 @@ void freeKey(World& world, Operands& operands)
         HOLDS(!freed);
         return;
     }
-    emptyValues(*known);
+    if (!isModern())
+        emptyValues(*known);
     world.freedKeys.push_back(key);
     provider->opened.erase(key);
     provider->imported.erase(key);
@@ -332,6 +337,9 @@ void importKey(World& world, Operands& operands)
         if (type != nullptr && std::wstring_view(type) != BCRYPT_ECCPUBLIC_BLOB &&
             std::wstring_view(type) != BCRYPT_RSAPUBLIC_BLOB)
             expected.status = NTE_NOT_SUPPORTED;
+        const bool ecc = type != nullptr && std::wstring_view(type) == BCRYPT_ECCPUBLIC_BLOB;
+        if (isModern() && expected.status == ERROR_SUCCESS && !(blob.key && ecc))
+            expected = {NTE_BAD_DATA, false, NTE_NOT_SUPPORTED};
     }
     NCryptBufferDesc none{};
     const Answer answer = world.call("ImportKey", Reach::module, [&] {

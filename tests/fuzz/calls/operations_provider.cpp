@@ -81,6 +81,15 @@ std::vector<AlgorithmRecord> algorithmsOf(const ProviderModel& provider, DWORD o
     return records;
 }
 
+// What IsAlgSupported knows in modern.
+bool isKeyAlgorithm(std::wstring_view name)
+{
+    static constexpr std::wstring_view names[] = {L"RSA",       L"ECDH_P256",  L"ECDH_P384",
+                                                  L"ECDH_P521", L"ECDSA_P256", L"ECDSA_P384",
+                                                  L"ECDSA_P521"};
+    return std::ranges::find(names, name) != std::end(names);
+}
+
 }  // namespace
 
 void openProvider(World& world, Operands& operands)
@@ -133,15 +142,16 @@ void freeProvider(World& world, Operands& operands)
     const Answer answer = world.call("FreeProvider", Reach::library,
                                      [&] { return world.table().FreeProvider(handle); });
     world.judge(answer, {open ? ERROR_SUCCESS : NTE_INVALID_HANDLE}, Reach::library);
-    // An unknown handle gets an entry.
-    HOLDS(open ? answer.blocks <= 0 : answer.blocks <= 1);
+    // An unknown handle gets an entry in classic.
+    HOLDS(open ? answer.blocks <= 0 : answer.blocks <= (isModern() ? 0 : 1));
     if (open && !world.isOpenInModule(handle))
         world.removeProvider(handle);
     else
         HOLDS(!open || answer.by.any());
     if (!world.isOpenInModule(handle))
         world.learnRegistry(handle);
-    HOLDS(answer.by.any() || handle == 0 || world.emptyEntries.contains(handle) == !open);
+    HOLDS(answer.by.any() || handle == 0 || isModern() ||
+          world.emptyEntries.contains(handle) == !open);
 }
 
 void getProviderProperty(World& world, Operands& operands)
@@ -236,7 +246,7 @@ void isAlgSupported(World& world, Operands& operands)
         expected = world.withoutProvider(handle);
     else if (name == nullptr)
         expected.status = NTE_INVALID_PARAMETER;
-    else if (!known || !group.supported || !provider->served)
+    else if (!(isModern() ? isKeyAlgorithm(name) : known && group.supported) || !provider->served)
         expected.status = NTE_NOT_SUPPORTED;
     const Answer answer = world.call("IsAlgSupported", Reach::module, [&] {
         return world.table().IsAlgSupported(handle, name, flagsOf(operands.byte()));

@@ -48,10 +48,18 @@ public:
 
     bool valid() const { return valid_; }
     // The name of a hash; empty without one.
-    std::wstring hashName() const { return known_ ? hashName_ : L""; }
-    const Bytes& hmacKey() const { return hmacKey_; }
+    std::wstring hashName() const
+    {
+        if (isModern() && (!known_ || !hashGiven_))
+            return L"SHA1";
+        return known_ ? hashName_ : L"";
+    }
+    // What is not given means nothing.
+    Bytes hmacKey() const { return known_ ? hmacKey_ : Bytes{}; }
     Bytes around(const Bytes& secret) const
     {
+        if (!known_)
+            return secret;
         Bytes all(prepend_);
         all.insert(all.end(), secret.begin(), secret.end());
         all.insert(all.end(), append_.begin(), append_.end());
@@ -86,6 +94,7 @@ private:
         const auto* const begin = reinterpret_cast<const unsigned char*>(text.data());
         addBuffer(KDF_HASH_ALGORITHM, {begin, begin + text.size() * sizeof(wchar_t)});
         hashName_ = name;
+        hashGiven_ = true;
     }
 
     void addHmacKey(const Bytes& key, bool hmac)
@@ -115,7 +124,16 @@ private:
     Bytes append_;
     bool valid_ = true;
     bool known_ = true;
+    bool hashGiven_ = false;
 };
+
+// Whether modern agrees with the owner of this key: one on a curve, of the same provider.
+bool isPeer(const ProviderModel& provider, NCRYPT_KEY_HANDLE peer)
+{
+    ProviderModel copy = provider;
+    const Key* const key = copy.openedOrImported(peer);
+    return key != nullptr && !key->facts.rsa;
+}
 
 bool isListed(NCRYPT_SECRET_HANDLE secret)
 {
@@ -133,6 +151,7 @@ void secretAgreement(World& world, Operands& operands)
     const NCRYPT_KEY_HANDLE peer = rarely(peerForm) ? 0 : world.pickPeer(peerForm);
     const uint8_t form = operands.byte();
     Place<NCRYPT_SECRET_HANDLE> place(rarely(form));
+    const DWORD flags = flagsOf(operands.byte());
 
     Expected expected;
     TokenResult secret;
@@ -143,6 +162,10 @@ void secretAgreement(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     } else if (const auto found = provider->opened.find(key); found == provider->opened.end()) {
         expected.status = NTE_INVALID_HANDLE;
+    } else if (isModern() && !isPeer(*provider, peer)) {
+        expected.status = NTE_INVALID_HANDLE;
+    } else if (isModern() && (flags & NCRYPT_SILENT_FLAG) != 0) {
+        expected.status = NTE_SILENT_CONTEXT;
     } else if (const PinOutcome pin = world.pinOutcome(); pin.end) {
         skipped = true;
         expected.status = *pin.end;
@@ -152,10 +175,12 @@ void secretAgreement(World& world, Operands& operands)
         if (!pin.loginFails)
             secret = agreed(found->second.facts, world.findKey(peer)->facts.publicKey);
         expected.status = secret ? ERROR_SUCCESS : NTE_INTERNAL_ERROR;
+        if (isModern() && !secret)
+            expected.status = pin.loginFails ? static_cast<SECURITY_STATUS>(SCARD_W_WRONG_CHV)
+                                             : NTE_NOT_SUPPORTED;
     }
     const Answer answer = world.call("SecretAgreement", Reach::sequence, [&] {
-        return world.table().SecretAgreement(handle, key, peer, place.pointer(),
-                                             flagsOf(operands.byte()));
+        return world.table().SecretAgreement(handle, key, peer, place.pointer(), flags);
     });
     if (world.judge(answer, expected, Reach::sequence) && !skipped) {
         // The record and the secret.
@@ -211,9 +236,14 @@ void deriveKey(World& world, Operands& operands)
             result = derived(parameters.hashName(), hmac,
                              ownKey ? known->second.bytes : parameters.hmacKey(),
                              parameters.around(known->second.bytes));
-        expected.status = result && (output.null() || output.size() >= result->size())
+        expected.status = result && (isModern() || output.null() || output.size() >= result->size())
                               ? ERROR_SUCCESS
                               : NTE_INTERNAL_ERROR;
+        // In modern, the first bytes.
+        if (isModern() && result && !output.null())
+            result->resize(std::min<size_t>(result->size(), output.size()));
+        if (isModern() && !result)
+            expected.status = static_cast<SECURITY_STATUS>(SCARD_W_REMOVED_CARD);
     }
     const Answer answer = world.call("DeriveKey", Reach::sequence, [&] {
         return world.table().DeriveKey(handle, secret, kdf, list, output.data(), output.size(),
@@ -222,7 +252,10 @@ void deriveKey(World& world, Operands& operands)
     HOLDS(answer.blocks == 0);
     if (claimsSuccess(answer, expected))
         return;
-    if (world.judge(answer, expected, Reach::sequence)) {
+    const bool succeeded = world.judge(answer, expected, Reach::sequence);
+    if (World::isUncertain(answer))
+        return;
+    if (succeeded) {
         HOLDS(lengthHolds(length.value(), result->size(), output, answer.by));
         HOLDS(output.null() || output.holds(*result));
         return;
@@ -244,6 +277,8 @@ void freeSecret(World& world, Operands& operands)
         expected = world.withoutProvider(handle);
     else if (secret == 0)
         expected.status = NTE_INVALID_PARAMETER;
+    else if (isModern() && !known)
+        expected.status = NTE_INVALID_HANDLE;
     const Answer answer = world.call("FreeSecret", Reach::module,
                                      [&] { return world.table().FreeSecret(handle, secret); });
     const bool freed = world.judge(answer, expected, Reach::module);

@@ -6,6 +6,7 @@
 #include <cstring>
 #include <span>
 
+#include "config/mode.h"
 #include "keystore/keystore_blob.h"
 #include "scripted_token_values.h"
 
@@ -39,10 +40,22 @@ const Hash* findHash(const wchar_t* name)
     return nullptr;
 }
 
+// Those of modern besides SHA-2.
+const Bytes sha1DigestInfo = {0x30, 0x21, 0x30, 0x09, 0x06, 0x05, 0x2B, 0x0E,
+                              0x03, 0x02, 0x1A, 0x05, 0x00, 0x04, 0x14};
+const Bytes md5DigestInfo = {0x30, 0x20, 0x30, 0x0C, 0x06, 0x08, 0x2A, 0x86, 0x48,
+                             0x86, 0xF7, 0x0D, 0x02, 0x05, 0x05, 0x00, 0x04, 0x10};
+constexpr size_t md5Size = 16;
+
+bool isMd5(const wchar_t* name)
+{
+    return name != nullptr && std::wstring_view(name) == L"MD5";
+}
+
 Bytes digestInfo(const Hash& hash)
 {
     if (hash.identifier == 0)
-        return {};
+        return mode().checksHashNames() ? sha1DigestInfo : Bytes{};
     const auto size = static_cast<uint8_t>(hash.size);
     return {0x30,
             static_cast<uint8_t>(size + 17),
@@ -133,11 +146,14 @@ TokenResult rsaSignature(const KeyFacts& key, const Padding& padding, const Byte
         return test::pattern(CKM_RSA_PKCS_PSS, hash, key.size());
     }
     if ((padding.flags & BCRYPT_PAD_PKCS1) != 0 && named != nullptr) {
-        if (verifying)
+        if (verifying && !mode().verifiesAsItSigns())
             type = named->rsaPkcs;
         else
             data = joined(digestInfo(*named), hash);
     }
+    if ((padding.flags & BCRYPT_PAD_PKCS1) != 0 && padding.infoGiven && isMd5(padding.hashName) &&
+        mode().checksHashNames())
+        data = joined(md5DigestInfo, hash);
     if (type == CKM_RSA_PKCS && data.size() > key.size() - pkcsPadding)
         return std::nullopt;
     return test::pattern(type, data, key.size());
@@ -239,6 +255,38 @@ TokenResult decrypted(const KeyFacts& key, const Padding& padding, const Bytes& 
         size + headSize > block.size())
         return std::nullopt;
     return Bytes(block.end() - static_cast<std::ptrdiff_t>(size), block.end());
+}
+
+SECURITY_STATUS signatureRefusal(const KeyFacts& key, const Padding& padding, const Bytes& hash)
+{
+    if (!key.rsa)
+        return ERROR_SUCCESS;
+    const bool pss = (padding.flags & BCRYPT_PAD_PSS) != 0;
+    const bool pkcs1 = (padding.flags & BCRYPT_PAD_PKCS1) != 0 && padding.hashName != nullptr;
+    if (!pss && !pkcs1)
+        return ERROR_SUCCESS;
+    const Hash* const named = findHash(padding.hashName);
+    const bool md5 = !pss && isMd5(padding.hashName);
+    if (named == nullptr && !md5)
+        return NTE_NOT_SUPPORTED;
+    const size_t size = md5 ? md5Size : named->size;
+    return hash.size() == size ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
+}
+
+SECURITY_STATUS cipherRefusal(const KeyFacts& key, const Padding& padding)
+{
+    if (!key.rsa)
+        return NTE_NOT_SUPPORTED;
+    if ((padding.flags & BCRYPT_PAD_OAEP) != 0 && padding.infoGiven)
+        return findHash(padding.hashName) != nullptr ? ERROR_SUCCESS : NTE_NOT_SUPPORTED;
+    const bool chosen = (padding.flags & (BCRYPT_PAD_NONE | BCRYPT_PAD_PKCS1)) != 0;
+    return chosen ? ERROR_SUCCESS : NTE_NOT_SUPPORTED;
+}
+
+bool isTooLong(const KeyFacts& key, const Padding& padding, const Bytes& data)
+{
+    const auto mechanism = cipherMechanism(padding);
+    return mechanism && data.size() > mostData(*mechanism, key.size());
 }
 
 TokenResult agreed(const KeyFacts& key, const Bytes& point)

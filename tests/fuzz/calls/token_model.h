@@ -45,6 +45,11 @@ TokenResult signature(const KeyFacts& key, const Padding& padding, const Bytes& 
 TokenResult verifiedSignature(const KeyFacts& key, const Padding& padding, const Bytes& hash);
 TokenResult encrypted(const KeyFacts& key, const Padding& padding, const Bytes& data);
 TokenResult decrypted(const KeyFacts& key, const Padding& padding, const Bytes& data);
+// In modern, what a signature's or a cipher's padding is refused with; ERROR_SUCCESS: nothing.
+SECURITY_STATUS signatureRefusal(const KeyFacts& key, const Padding& padding, const Bytes& hash);
+SECURITY_STATUS cipherRefusal(const KeyFacts& key, const Padding& padding);
+// Whether the token finds the data too long for the padding.
+bool isTooLong(const KeyFacts& key, const Padding& padding, const Bytes& data);
 // The secret agreed with the owner of a point.
 TokenResult agreed(const KeyFacts& key, const Bytes& point);
 TokenResult derived(const std::wstring& hashName, bool hmac, const Bytes& hmacKey,

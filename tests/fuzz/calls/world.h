@@ -17,11 +17,20 @@
 #include <vector>
 
 #include "../target.h"
+#include "config/mode.h"
 #include "memory.h"
 #include "scripted_token.h"
 #include "token_model.h"
 
 namespace NV::fuzz {
+
+// The behaviour of the module in this program: behaviour_classic.cpp or behaviour_modern.cpp.
+extern const Behaviour testedBehaviour;
+
+inline bool isModern()
+{
+    return testedBehaviour == Behaviour::modern;
+}
 
 // The operands of an instruction. After the last one come zeros.
 using Operands = Input;
@@ -65,6 +74,8 @@ struct Disturbance {
     bool claim = false;   // a length of any size, also where the module asks for it first
     bool log = false;     // a record could not be written
     bool memory = false;  // an allocation failed
+    // In modern, what the first call of the token that failed makes of the operation.
+    std::optional<SECURITY_STATUS> tokenStatus;
 
     bool any() const { return token || lie || log || memory; }
 };
@@ -81,6 +92,10 @@ struct Answer {
 struct Expected {
     SECURITY_STATUS status = ERROR_SUCCESS;
     bool unknownHandle = false;  // std::out_of_range
+    // Another status that is as good.
+    std::optional<SECURITY_STATUS> other = std::nullopt;
+
+    bool allows(SECURITY_STATUS answer) const { return answer == status || answer == other; }
 };
 
 // Whether the token may have called a failure a success: one that claims a length does not look at the
@@ -156,6 +171,8 @@ public:
     // Whether the call succeeded. Ends the run when the answer is neither the expected one nor one
     // that the disturbance allows.
     bool judge(const Answer& answer, const Expected& expected, Reach reach);
+    // In modern, a claim of the token may make any output of it.
+    static bool isUncertain(const Answer& answer) { return isModern() && answer.by.claim; }
     // A call without disturbances whose answer is only used.
     template <typename Call>
     SECURITY_STATUS ask(const Call& call);
@@ -222,6 +239,8 @@ private:
 
     template <typename Call>
     static Answer guarded(const Call& call);
+    PinOutcome modernPinOutcome() const;
+    static void judgeModern(const Answer& answer, const Expected& expected, Reach reach);
     void finishCall(const char* name, Reach reach, Answer& answer);
     void checkToken(Reach reach, const std::vector<test::StruckFault>& struck);
     void makeToken(uint8_t kind);

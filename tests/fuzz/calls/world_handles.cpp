@@ -90,6 +90,8 @@ void addKeyProperties(Key& key)
 
 void releaseRecord(const NCryptKeyName& record)
 {
+    if (isModern())
+        return;
     std::free(record.pszName);
     std::free(record.pszAlgid);
 }
@@ -173,7 +175,7 @@ const Key* World::findKey(NCRYPT_KEY_HANDLE handle)
 
 Expected World::withoutProvider(NCRYPT_PROV_HANDLE handle) const
 {
-    return {NTE_INVALID_HANDLE, !emptyEntries.contains(handle)};
+    return {NTE_INVALID_HANDLE, !isModern() && !emptyEntries.contains(handle)};
 }
 
 ProviderModel& World::addProvider(NCRYPT_PROV_HANDLE handle)
@@ -255,6 +257,9 @@ bool World::isOpenInModule(NCRYPT_PROV_HANDLE handle)
 
 void World::learnRegistry(NCRYPT_PROV_HANDLE handle)
 {
+    // In modern, unknown handles get no entry.
+    if (isModern())
+        return;
     const Answer answer = guarded([&] { return table_->IsAlgSupported(handle, nullptr, 0); });
     if (answer.left == Left::normally && answer.status == NTE_INVALID_HANDLE)
         emptyEntries.insert(handle);
