@@ -80,13 +80,6 @@ constexpr Operation operations[] = {
     useToken,
 };
 
-// The operations whose answers in modern the model knows. The others take their place in a program, and
-// the calls are those of classic where nothing differs.
-constexpr Operation classicOnly[] = {getProviderProperty, setProviderProperty,
-                                     enumAlgorithms,      getKeyProperty,
-                                     setKeyProperty,      enumKeys,
-                                     freeBuffer,          exportKey};
-
 World& theWorld()
 {
     static auto* const world = new World;
@@ -127,9 +120,7 @@ void runInstruction(World& world, std::span<const uint8_t> rest)
 {
     const auto instruction = rest.first(std::min(rest.size(), instructionSize));
     Operands operands(instruction.data() + 1, instruction.size() - 1);
-    const Operation operation = operations[instruction.front() % std::size(operations)];
-    if (!isModern() || std::ranges::find(classicOnly, operation) == std::end(classicOnly))
-        operation(world, operands);
+    operations[instruction.front() % std::size(operations)](world, operands);
 }
 
 // The lowest three bits of the first byte choose the keys on the token, the next two whether to begin with

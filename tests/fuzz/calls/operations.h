@@ -60,6 +60,11 @@ bool rarely(uint8_t operand);
 DWORD flagsOf(uint8_t operand);
 
 const wchar_t* propertyName(uint8_t operand);
+// What reading a property gives that is not there.
+SECURITY_STATUS statusOfMissing(std::wstring_view name);
+// What reading a property has written.
+void checkValue(const Answer& answer, bool succeeded, const Bytes* value, const Output& output,
+                const Place<DWORD>& length);
 
 // CNG takes input by a pointer to non-const.
 inline PBYTE in(const Bytes& bytes)

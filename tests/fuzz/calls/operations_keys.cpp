@@ -92,7 +92,7 @@ struct Blob {
         bytes.insert(bytes.end(), coordinates.begin(), coordinates.end());
         if (form / 16 == 13)
             bytes.resize(fill % sizeof head);
-        if (isModern() && !whole)
+        if (rules.checksBlobs && !whole)
             return;
         if (curve == nullptr || bytes.size() < sizeof head ||
             bytes.size() < sizeof head + size_t{2} * head.coordinateSize)
@@ -105,7 +105,37 @@ struct Blob {
     }
 };
 
+// What an export of the row is for the key, or why there is none.
+void expectBlob(const Key* key, const BlobRow& row, Expected& expected, Bytes& blob)
+{
+    if (key == nullptr) {
+        expected.status = NTE_INVALID_HANDLE;
+        return;
+    }
+    const auto make = key->facts.rsa ? row.rsa : row.ec;
+    if (make == nullptr)
+        expected.status = NTE_NOT_SUPPORTED;
+    else
+        blob = make(key->facts);
+}
+
 }  // namespace
+
+SECURITY_STATUS statusOfMissing(std::wstring_view name)
+{
+    return contains(rules.optional, name) ? NTE_NOT_FOUND : NTE_NOT_SUPPORTED;
+}
+
+void checkValue(const Answer& answer, bool succeeded, const Bytes* value, const Output& output,
+                const Place<DWORD>& length)
+{
+    if (succeeded) {
+        HOLDS(length.value() == value->size() && (output.null() || output.holds(*value)));
+        return;
+    }
+    const bool told = rules.tellsLengths && answer.status == NTE_BUFFER_TOO_SMALL;
+    HOLDS(output.untouched() && (told ? length.value() == value->size() : length.untouched()));
+}
 
 void openKey(World& world, Operands& operands)
 {
@@ -126,7 +156,7 @@ void openKey(World& world, Operands& operands)
         if (found != provider->filed.end())
             source = &found->second;
         if (source == nullptr || !*source)
-            expected.status = isModern() ? NTE_BAD_KEYSET : NTE_INVALID_HANDLE;
+            expected.status = rules.unknownKeyName;
     }
     const Answer answer = world.call("OpenKey", Reach::module, [&] {
         return world.table().OpenKey(handle, place.pointer(), name, form / 16 % 3,
@@ -139,9 +169,8 @@ void openKey(World& world, Operands& operands)
         return;
     }
     HOLDS(place.untouched());
-    // Compat: a name that was asked for in vain gets an entry.
-    const bool mayFile =
-        !isModern() && provider != nullptr && !place.null() && name != nullptr && source == nullptr;
+    const bool mayFile = rules.keepsUnknownNames && provider != nullptr && !place.null() &&
+                         name != nullptr && source == nullptr;
     HOLDS(answer.blocks == 0 || (mayFile && answer.blocks <= 2));
     if (mayFile &&
         (!answer.by.any() || world.keyNames(handle).size() == provider->filed.size() + 1))
@@ -173,7 +202,7 @@ void freeKey(World& world, Operands& operands)
         HOLDS(!freed);
         return;
     }
-    if (!isModern())
+    if (rules.sharesValues)
         emptyValues(*known);
     world.freedKeys.push_back(key);
     provider->opened.erase(key);
@@ -199,7 +228,7 @@ void getKeyProperty(World& world, Operands& operands)
     } else if (const Key* const known = provider->openedOrImported(key); known == nullptr) {
         expected.status = NTE_INVALID_HANDLE;
     } else if (const auto found = known->properties.find(name); found == known->properties.end()) {
-        expected.status = NTE_NOT_SUPPORTED;
+        expected.status = statusOfMissing(name);
     } else {
         value = found->second.get();
         if (!output.null() && output.size() < value->size())
@@ -210,10 +239,7 @@ void getKeyProperty(World& world, Operands& operands)
                                             length.pointer(), flagsOf(operands.byte()));
     });
     HOLDS(answer.blocks == 0);
-    if (world.judge(answer, expected, Reach::module))
-        HOLDS(length.value() == value->size() && (output.null() || output.holds(*value)));
-    else
-        HOLDS(length.untouched() && output.untouched());
+    checkValue(answer, world.judge(answer, expected, Reach::module), value, output, length);
 }
 
 void setKeyProperty(World& world, Operands& operands)
@@ -235,15 +261,18 @@ void setKeyProperty(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     else if (known == nullptr)
         expected.status = NTE_INVALID_HANDLE;
+    else if (contains(rules.unsettable, name))
+        expected.status = NTE_NOT_SUPPORTED;
     const Answer answer = world.call("SetKeyProperty", Reach::module, [&] {
         return world.table().SetKeyProperty(handle, key, name, null ? nullptr : in(value), size,
                                             flagsOf(operands.byte()));
     });
     const bool stored = world.judge(answer, expected, Reach::module);
-    // Compat: a second value is not taken.
+    // Compat: mostly, a second value is not taken.
     const bool isNew = known != nullptr && name != nullptr && !known->properties.contains(name);
     HOLDS(answer.blocks == 0 || (isNew && expected.status == ERROR_SUCCESS && answer.blocks > 0));
-    if (isNew && (stored || answer.blocks > 0))
+    const bool replaced = stored && contains(rules.replaceable, name);
+    if (replaced || (isNew && (stored || answer.blocks > 0)))
         known->properties[name] = std::make_shared<Bytes>(value);
 }
 
@@ -285,12 +314,12 @@ void enumKeys(World& world, Operands& operands)
         HOLDS(given == nullptr || *given == index);
         return;
     }
-    HOLDS(answer.blocks == (given == nullptr ? 4 : 3));
+    HOLDS(answer.blocks == 1 + (given == nullptr ? 1 : 0) + (rules.namesApart ? 2 : 0));
     HOLDS(state != nullptr && (given == nullptr || state == given));
     auto* const next = static_cast<uint32_t*>(state);
     HOLDS(*next == index + 1);
     HOLDS(key->facts.name == record->pszName && record->dwFlags == 0);
-    HOLDS(std::wstring_view(record->pszAlgid) == (key->facts.rsa ? rsaOid : ecOid));
+    HOLDS(bytesOf(std::wstring(record->pszAlgid)) == rules.listedAlgorithm(key->facts));
     releaseRecord(*record);
     HOLDS(world.ask([&] { return world.table().FreeBuffer(record); }) == ERROR_SUCCESS);
     if (given == nullptr)
@@ -308,8 +337,8 @@ void freeBuffer(World& world, Operands& operands)
         world.call("FreeBuffer", Reach::module, [&] { return world.table().FreeBuffer(block); });
     const Expected expected{null ? NTE_INVALID_PARAMETER : ERROR_SUCCESS};
     world.judge(answer, expected, Reach::module);
-    // A log that fails at the call's first line leaves the block.
-    HOLDS(answer.blocks == (null || answer.left != Left::normally ? 0 : -1));
+    // A log that fails at the call's first line leaves the block, and so does missing memory.
+    HOLDS(answer.blocks == (answer.succeeded() ? -1 : 0));
     if (answer.blocks < 0)
         states.erase(states.begin() + static_cast<std::ptrdiff_t>(place));
 }
@@ -338,7 +367,7 @@ void importKey(World& world, Operands& operands)
             std::wstring_view(type) != BCRYPT_RSAPUBLIC_BLOB)
             expected.status = NTE_NOT_SUPPORTED;
         const bool ecc = type != nullptr && std::wstring_view(type) == BCRYPT_ECCPUBLIC_BLOB;
-        if (isModern() && expected.status == ERROR_SUCCESS && !(blob.key && ecc))
+        if (rules.checksBlobs && expected.status == ERROR_SUCCESS && !(blob.key && ecc))
             expected = {NTE_BAD_DATA, false, NTE_NOT_SUPPORTED};
     }
     NCryptBufferDesc none{};
@@ -374,7 +403,9 @@ void exportKey(World& world, Operands& operands)
     Place<DWORD> length(rarely(form));
     const NCRYPT_KEY_HANDLE exportKey = rarely(typeForm) ? world.pickPeer(form) : 0;
     const Key* const known = provider != nullptr ? provider->openedOrImported(key) : nullptr;
-    const Bytes blob = known != nullptr ? known->facts.exported() : Bytes();
+    const auto row = std::ranges::find(rules.blobs, std::wstring_view(type != nullptr ? type : L""),
+                                       &BlobRow::type);
+    Bytes blob;
 
     Expected expected;
     bool lengthTold = false;
@@ -387,16 +418,16 @@ void exportKey(World& world, Operands& operands)
             expected.status = NTE_INVALID_PARAMETER;
         if (type == nullptr)
             expected.status = NTE_INVALID_PARAMETER;
-        else if (std::wstring_view(type) == L"ECCPRIVATEBLOB")
+        else if (row == rules.blobs.end())
             expected.status = NTE_NOT_SUPPORTED;
         if (length.null())
             expected.status = NTE_INVALID_PARAMETER;
-        if (expected.status == ERROR_SUCCESS && known == nullptr)
-            expected.status = NTE_INVALID_HANDLE;
+        if (expected.status == ERROR_SUCCESS)
+            expectBlob(known, *row, expected, blob);
+        // In both behaviours, the length is also told if the buffer is too short.
         lengthTold = expected.status == ERROR_SUCCESS;
-        // Compat: a buffer that is too short is an invalid parameter, and the length is told.
         if (lengthTold && !output.null() && output.size() < blob.size())
-            expected.status = NTE_INVALID_PARAMETER;
+            expected.status = rules.exportTooShort;
     }
     const Answer answer = world.call("ExportKey", Reach::module, [&] {
         return world.table().ExportKey(handle, key, exportKey, type, nullptr, output.data(),

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cwchar>
+#include <iterator>
 #include <mutex>
 
 #include "nvvtoken/nvvtoken.h"
@@ -29,65 +30,41 @@ void destroyLeftProvider(World& world)
 }
 
 // What is known of a provider that was opened while something went wrong.
-void addUncertainProvider(World& world, NCRYPT_PROV_HANDLE handle, bool claim)
+void addUncertainProvider(World& world, NCRYPT_PROV_HANDLE handle, const Disturbance& by)
 {
-    if (world.learnProvider(world.addProvider(handle), claim))
+    if (world.learnProvider(world.addProvider(handle), by))
         return;
     HOLDS(world.ask([&] { return world.table().FreeProvider(handle); }) == ERROR_SUCCESS);
     world.removeProvider(handle);
     world.settleToken();
 }
 
-struct AlgorithmGroup {
-    DWORD operation;
-    DWORD interfaceNumber;
-    std::vector<std::wstring> names;
-    bool supported;  // IsAlgSupported knows them
-};
-
-const std::vector<AlgorithmGroup>& algorithmGroups()
+// Names that IsAlgSupported is asked for: mostly one of a group.
+const std::vector<std::vector<const wchar_t*>>& askedAlgorithms()
 {
-    static const std::vector<AlgorithmGroup> groups = {
-        {NCRYPT_HASH_OPERATION,
-         0,
-         {L"SHA1", L"SHA256", L"SHA384", L"SHA512", L"MD2", L"MD4", L"MD5"},
-         true},
-        {NCRYPT_ASYMMETRIC_ENCRYPTION_OPERATION, 3, {L"RSA", L"ECDSA"}, true},
-        {NCRYPT_SECRET_AGREEMENT_OPERATION, 4, {L"ECDH_P256", L"ECDH_P384", L"ECDH_P521"}, true},
-        {NCRYPT_SIGNATURE_OPERATION,
-         5,
-         {L"RSA_SIGN", L"ECDSA_P256", L"ECDSA_P384", L"ECDSA_P521"},
-         false},
-        {NCRYPT_RNG_OPERATION, 0, {L"RNG"}, true},
+    static const std::vector<std::vector<const wchar_t*>> groups = {
+        {L"SHA1", L"SHA256", L"SHA384", L"SHA512", L"MD2", L"MD4", L"MD5"},
+        {L"RSA", L"ECDSA"},
+        {L"ECDH_P256", L"ECDH_P384", L"ECDH_P521"},
+        {L"RSA_SIGN", L"ECDSA_P256", L"ECDSA_P384", L"ECDSA_P521"},
+        {L"RNG"},
     };
     return groups;
 }
 
-struct AlgorithmRecord {
-    std::wstring name;
-    DWORD operation;
-    DWORD interfaceNumber;
-};
-
-std::vector<AlgorithmRecord> algorithmsOf(const ProviderModel& provider, DWORD operations)
+bool isSupported(std::wstring_view name)
 {
-    std::vector<AlgorithmRecord> records;
-    for (const AlgorithmGroup& group : algorithmGroups()) {
-        for (const std::wstring& name : group.names) {
-            if (provider.served && (operations & group.operation) != 0)
-                records.push_back({name, group.operation, group.interfaceNumber});
-        }
-    }
-    return records;
+    const auto row = std::ranges::find(rules.algorithms, name, &AlgorithmRow::name);
+    return row != rules.algorithms.end() && row->supported;
 }
 
-// What IsAlgSupported knows in modern.
-bool isKeyAlgorithm(std::wstring_view name)
+std::vector<AlgorithmRow> algorithmsOf(const ProviderModel& provider, DWORD operations)
 {
-    static constexpr std::wstring_view names[] = {L"RSA",       L"ECDH_P256",  L"ECDH_P384",
-                                                  L"ECDH_P521", L"ECDSA_P256", L"ECDSA_P384",
-                                                  L"ECDSA_P521"};
-    return std::ranges::find(names, name) != std::end(names);
+    std::vector<AlgorithmRow> rows;
+    std::ranges::copy_if(rules.algorithms, std::back_inserter(rows), [&](const AlgorithmRow& row) {
+        return provider.served && (row.operations & operations) != 0;
+    });
+    return rows;
 }
 
 }  // namespace
@@ -130,7 +107,7 @@ void openProvider(World& world, Operands& operands)
     if (valid && !taken)
         world.learnRegistry(old);
     if (opened && answer.by.any())
-        addUncertainProvider(world, place.value(), answer.by.claim);
+        addUncertainProvider(world, place.value(), answer.by);
     else if (opened)
         world.addProvider(place.value());
 }
@@ -142,15 +119,14 @@ void freeProvider(World& world, Operands& operands)
     const Answer answer = world.call("FreeProvider", Reach::library,
                                      [&] { return world.table().FreeProvider(handle); });
     world.judge(answer, {open ? ERROR_SUCCESS : NTE_INVALID_HANDLE}, Reach::library);
-    // An unknown handle gets an entry in classic.
-    HOLDS(open ? answer.blocks <= 0 : answer.blocks <= (isModern() ? 0 : 1));
+    HOLDS(open ? answer.blocks <= 0 : answer.blocks <= (rules.keepsUnknownProviders ? 1 : 0));
     if (open && !world.isOpenInModule(handle))
         world.removeProvider(handle);
     else
         HOLDS(!open || answer.by.any());
     if (!world.isOpenInModule(handle))
         world.learnRegistry(handle);
-    HOLDS(answer.by.any() || handle == 0 || isModern() ||
+    HOLDS(answer.by.any() || handle == 0 || !rules.keepsUnknownProviders ||
           world.emptyEntries.contains(handle) == !open);
 }
 
@@ -174,7 +150,7 @@ void getProviderProperty(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     } else if (const auto found = provider->properties.find(name);
                found == provider->properties.end()) {
-        expected.status = NTE_NOT_SUPPORTED;
+        expected.status = statusOfMissing(name);
     } else {
         value = &found->second;
         if (!output.null() && output.size() < value->size())
@@ -185,10 +161,7 @@ void getProviderProperty(World& world, Operands& operands)
                                                  length.pointer(), flags);
     });
     HOLDS(answer.blocks == 0);
-    if (world.judge(answer, expected, Reach::module))
-        HOLDS(length.value() == value->size() && (output.null() || output.holds(*value)));
-    else
-        HOLDS(length.untouched() && output.untouched());
+    checkValue(answer, world.judge(answer, expected, Reach::module), value, output, length);
 }
 
 void setProviderProperty(World& world, Operands& operands)
@@ -235,10 +208,9 @@ void isAlgSupported(World& world, Operands& operands)
     static constexpr const wchar_t* others[] = {nullptr, L"", L"DSA", L"rsa", L"RSA_SIGN"};
     const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
     const uint8_t which = operands.byte();
-    const AlgorithmGroup& group = algorithmGroups()[which % algorithmGroups().size()];
-    const bool known = which % 4 != 3;
-    const wchar_t* const name = known ? group.names[(which / 8) % group.names.size()].c_str()
-                                      : others[(which / 8) % std::size(others)];
+    const auto& group = askedAlgorithms()[which % askedAlgorithms().size()];
+    const wchar_t* const name = which % 4 != 3 ? group[(which / 8) % group.size()]
+                                               : others[(which / 8) % std::size(others)];
 
     const ProviderModel* const provider = world.find(handle);
     Expected expected;
@@ -246,7 +218,7 @@ void isAlgSupported(World& world, Operands& operands)
         expected = world.withoutProvider(handle);
     else if (name == nullptr)
         expected.status = NTE_INVALID_PARAMETER;
-    else if (!(isModern() ? isKeyAlgorithm(name) : known && group.supported) || !provider->served)
+    else if (!isSupported(name) || !provider->served)
         expected.status = NTE_NOT_SUPPORTED;
     const Answer answer = world.call("IsAlgSupported", Reach::module, [&] {
         return world.table().IsAlgSupported(handle, name, flagsOf(operands.byte()));
@@ -280,16 +252,17 @@ void enumAlgorithms(World& world, Operands& operands)
     }
     const auto records = algorithmsOf(*provider, operation);
     if (records.empty()) {
-        HOLDS(answer.blocks == 0 && list == nullptr && count.untouched());
+        HOLDS(answer.blocks == 0 && list == nullptr);
+        HOLDS(rules.tellsEmptyLists ? count.value() == 0 : count.untouched());
         return;
     }
     HOLDS(count.value() == records.size());
-    HOLDS(answer.blocks == static_cast<long>(1 + records.size()));
+    HOLDS(answer.blocks == 1 + (rules.namesApart ? static_cast<long>(records.size()) : 0));
     for (size_t i = 0; i < records.size(); ++i) {
-        HOLDS(records[i].name == list[i].pszName && list[i].dwClass == records[i].operation &&
-              list[i].dwAlgOperations == records[i].interfaceNumber && list[i].dwFlags == 0);
-        // FreeBuffer does not release the names.
-        std::free(list[i].pszName);
+        HOLDS(records[i].name == list[i].pszName && list[i].dwClass == records[i].recordClass &&
+              list[i].dwAlgOperations == records[i].recordOperations && list[i].dwFlags == 0);
+        if (rules.namesApart)
+            std::free(list[i].pszName);
     }
     HOLDS(world.ask([&] { return world.table().FreeBuffer(list); }) == ERROR_SUCCESS);
 }

@@ -50,9 +50,7 @@ public:
     // The name of a hash; empty without one.
     std::wstring hashName() const
     {
-        if (isModern() && (!known_ || !hashGiven_))
-            return L"SHA1";
-        return known_ ? hashName_ : L"";
+        return known_ && hashGiven_ ? hashName_ : std::wstring(rules.defaultHash);
     }
     // What is not given means nothing.
     Bytes hmacKey() const { return known_ ? hmacKey_ : Bytes{}; }
@@ -162,9 +160,9 @@ void secretAgreement(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     } else if (const auto found = provider->opened.find(key); found == provider->opened.end()) {
         expected.status = NTE_INVALID_HANDLE;
-    } else if (isModern() && !isPeer(*provider, peer)) {
+    } else if (rules.looksUpHandles && !isPeer(*provider, peer)) {
         expected.status = NTE_INVALID_HANDLE;
-    } else if (isModern() && (flags & NCRYPT_SILENT_FLAG) != 0) {
+    } else if (rules.obeysSilentFlag && (flags & NCRYPT_SILENT_FLAG) != 0) {
         expected.status = NTE_SILENT_CONTEXT;
     } else if (const PinOutcome pin = world.pinOutcome(); pin.end) {
         skipped = true;
@@ -174,10 +172,8 @@ void secretAgreement(World& world, Operands& operands)
     } else {
         if (!pin.loginFails)
             secret = agreed(found->second.facts, world.findKey(peer)->facts.publicKey);
-        expected.status = secret ? ERROR_SUCCESS : NTE_INTERNAL_ERROR;
-        if (isModern() && !secret)
-            expected.status = pin.loginFails ? static_cast<SECURITY_STATUS>(SCARD_W_WRONG_CHV)
-                                             : NTE_NOT_SUPPORTED;
+        if (!secret)
+            expected.status = pin.loginFails ? rules.wrongPin : rules.badPeer;
     }
     const Answer answer = world.call("SecretAgreement", Reach::sequence, [&] {
         return world.table().SecretAgreement(handle, key, peer, place.pointer(), flags);
@@ -236,14 +232,12 @@ void deriveKey(World& world, Operands& operands)
             result = derived(parameters.hashName(), hmac,
                              ownKey ? known->second.bytes : parameters.hmacKey(),
                              parameters.around(known->second.bytes));
-        expected.status = result && (isModern() || output.null() || output.size() >= result->size())
-                              ? ERROR_SUCCESS
-                              : NTE_INTERNAL_ERROR;
-        // In modern, the first bytes.
-        if (isModern() && result && !output.null())
+        if (!result)
+            expected.status = rules.noToken;
+        else if (!output.null() && output.size() < result->size() && !rules.shortensKeys)
+            expected.status = NTE_INTERNAL_ERROR;
+        else if (!output.null())
             result->resize(std::min<size_t>(result->size(), output.size()));
-        if (isModern() && !result)
-            expected.status = static_cast<SECURITY_STATUS>(SCARD_W_REMOVED_CARD);
     }
     const Answer answer = world.call("DeriveKey", Reach::sequence, [&] {
         return world.table().DeriveKey(handle, secret, kdf, list, output.data(), output.size(),
@@ -277,7 +271,7 @@ void freeSecret(World& world, Operands& operands)
         expected = world.withoutProvider(handle);
     else if (secret == 0)
         expected.status = NTE_INVALID_PARAMETER;
-    else if (isModern() && !known)
+    else if (rules.looksUpHandles && !known)
         expected.status = NTE_INVALID_HANDLE;
     const Answer answer = world.call("FreeSecret", Reach::module,
                                      [&] { return world.table().FreeSecret(handle, secret); });

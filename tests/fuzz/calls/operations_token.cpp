@@ -108,7 +108,7 @@ void expectSignature(World& world, const KeyFacts& key, const Padding& padding, 
     else if (pin.end)
         expected.status = *pin.end;
     else if (pin.loginFails)
-        expected.status = static_cast<SECURITY_STATUS>(SCARD_W_WRONG_CHV);
+        expected.status = rules.wrongPin;
     else if (result = signature(key, padding, hash); !result)
         expected.status = NTE_BAD_LEN;
 }
@@ -162,7 +162,7 @@ void signHash(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     } else if (known = openedKey(*provider, key); known == nullptr) {
         expected.status = NTE_INVALID_HANDLE;
-    } else if (isModern()) {
+    } else if (rules.tellsLengths) {
         told = known->facts.signatureSize();
         expectSignature(world, known->facts, padding.model(), hash, output, flags, expected,
                         result);
@@ -188,7 +188,7 @@ void signHash(World& world, Operands& operands)
     const bool succeeded = world.judge(answer, expected, Reach::sequence);
     if (World::isUncertain(answer))
         return;
-    if (!succeeded && isModern() && known != nullptr && isTooShort(answer, output, told)) {
+    if (!succeeded && rules.tellsLengths && known != nullptr && isTooShort(answer, output, told)) {
         HOLDS(length.value() == told && output.untouched());
     } else if (!succeeded) {
         HOLDS(length.untouched() && untouchedOrHolds(output, result));
@@ -234,10 +234,11 @@ void verifySignature(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     else if (known == nullptr)
         expected.status = NTE_INVALID_HANDLE;
-    else if (isModern() && signatureRefusal(known->facts, padding.model(), hash) != ERROR_SUCCESS)
+    else if (rules.checksHashNames &&
+             signatureRefusal(known->facts, padding.model(), hash) != ERROR_SUCCESS)
         expected.status = signatureRefusal(known->facts, padding.model(), hash);
     else if (!right || nullSignature || given != *right)
-        expected.status = isModern() ? NTE_BAD_SIGNATURE : NTE_INTERNAL_ERROR;
+        expected.status = rules.badSignature;
     Output exact(given.size(), nullSignature);
     if (!nullSignature)
         std::ranges::copy(given, exact.data());
@@ -325,7 +326,7 @@ void expectDecryption(World& world, const KeyFacts& key, const CipherArguments& 
     else if (pin.end)
         expected.status = *pin.end;
     else if (pin.loginFails)
-        expected.status = static_cast<SECURITY_STATUS>(SCARD_W_WRONG_CHV);
+        expected.status = rules.wrongPin;
     else if (result = decrypted(key, padding, arguments.data); !result)
         expected.status = NTE_INTERNAL_ERROR;
     else if (arguments.output.size() < result->size())
@@ -371,7 +372,7 @@ void runCipher(World& world, const char* name, CipherArguments& arguments, const
     const bool succeeded = world.judge(answer, expected, Reach::sequence);
     if (World::isUncertain(answer))
         return;
-    if (isModern()) {
+    if (rules.tellsLengths) {
         const Key* const key = world.findKey(arguments.key);
         checkModernCipher(arguments, answer, succeeded, key != nullptr ? key->facts.size() : 0,
                           result);
@@ -401,7 +402,7 @@ void encrypt(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     } else if (const Key* const known = openedKey(*provider, arguments.key); known == nullptr) {
         expected.status = NTE_INVALID_HANDLE;
-    } else if (isModern()) {
+    } else if (rules.tellsLengths) {
         expectEncryption(known->facts, arguments, expected, result);
     } else {
         expectCipher(*known, &encrypted, arguments, expected, result);
@@ -425,7 +426,7 @@ void decrypt(World& world, Operands& operands)
         expected.status = NTE_INVALID_PARAMETER;
     } else if (const Key* const known = openedKey(*provider, arguments.key); known == nullptr) {
         expected.status = NTE_INVALID_HANDLE;
-    } else if (isModern()) {
+    } else if (rules.tellsLengths) {
         expectDecryption(world, known->facts, arguments, expected, result);
     } else if (const PinOutcome pin = world.pinOutcome(); pin.end) {
         skipped = true;

@@ -115,7 +115,8 @@ const wchar_t* propertyName(uint8_t operand)
                                            longest.c_str(),
                                            tooLong.c_str(),
                                            nullptr};
-    return names[operand % std::size(names)];
+    const size_t chosen = operand % (std::size(names) + rules.moreNames.size());
+    return chosen < std::size(names) ? names[chosen] : rules.moreNames[chosen - std::size(names)];
 }
 
 void changePin(World& world, Operands& operands)

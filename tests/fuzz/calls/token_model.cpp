@@ -6,8 +6,7 @@
 #include <cstring>
 #include <span>
 
-#include "config/mode.h"
-#include "keystore/keystore_blob.h"
+#include "rules.h"
 #include "scripted_token_values.h"
 
 namespace NV::fuzz {
@@ -55,7 +54,7 @@ bool isMd5(const wchar_t* name)
 Bytes digestInfo(const Hash& hash)
 {
     if (hash.identifier == 0)
-        return mode().checksHashNames() ? sha1DigestInfo : Bytes{};
+        return rules.checksHashNames ? sha1DigestInfo : Bytes{};
     const auto size = static_cast<uint8_t>(hash.size);
     return {0x30,
             static_cast<uint8_t>(size + 17),
@@ -146,13 +145,13 @@ TokenResult rsaSignature(const KeyFacts& key, const Padding& padding, const Byte
         return test::pattern(CKM_RSA_PKCS_PSS, hash, key.size());
     }
     if ((padding.flags & BCRYPT_PAD_PKCS1) != 0 && named != nullptr) {
-        if (verifying && !mode().verifiesAsItSigns())
+        if (verifying && !rules.verifiesAsItSigns)
             type = named->rsaPkcs;
         else
             data = joined(digestInfo(*named), hash);
     }
     if ((padding.flags & BCRYPT_PAD_PKCS1) != 0 && padding.infoGiven && isMd5(padding.hashName) &&
-        mode().checksHashNames())
+        rules.checksHashNames)
         data = joined(md5DigestInfo, hash);
     if (type == CKM_RSA_PKCS && data.size() > key.size() - pkcsPadding)
         return std::nullopt;
@@ -169,45 +168,7 @@ TokenResult anySignature(const KeyFacts& key, const Padding& padding, const Byte
     return rsaSignature(key, padding, hash, verifying);
 }
 
-Bytes exportedRsa(const KeyFacts& key)
-{
-    // SEQUENCE of two INTEGER; the first one begins with a zero, because its highest bit is set.
-    const Bytes zero{0x00};
-    const auto modulusSize = static_cast<std::ptrdiff_t>(key.size());
-    const std::ptrdiff_t begin = key.size() >= 256 ? 9 : 7;
-    const RsaBlobHead head{BCRYPT_RSAPUBLIC_MAGIC, key.bits, 3, key.size(), 0, 0};
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&head);
-    Bytes blob(bytes, bytes + sizeof head);
-    blob.insert(blob.end(), {0x01, 0x00, 0x01});
-    const auto modulus = key.publicKey.begin() + begin;
-    blob.insert(blob.end(), modulus, modulus + modulusSize);
-    return blob;
-}
-
-Bytes exportedEc(const KeyFacts& key)
-{
-    constexpr std::pair<uint32_t, ULONG> magics[] = {{256, BCRYPT_ECDSA_PUBLIC_P256_MAGIC},
-                                                     {384, BCRYPT_ECDSA_PUBLIC_P384_MAGIC},
-                                                     {521, BCRYPT_ECDSA_PUBLIC_P521_MAGIC}};
-    const auto* const magic =
-        std::ranges::find(magics, key.bits, &std::pair<uint32_t, ULONG>::first);
-    const EccBlobHead head{magic->second, key.size()};
-    const auto* const bytes = reinterpret_cast<const unsigned char*>(&head);
-    Bytes blob(bytes, bytes + sizeof head);
-    // An imported point may be shorter than the curve's, or longer.
-    const size_t pointSize = 1 + size_t{2} * key.size();
-    if (key.publicKey.size() >= pointSize)
-        blob.insert(blob.end(), key.publicKey.begin() + 1,
-                    key.publicKey.begin() + static_cast<std::ptrdiff_t>(pointSize));
-    return blob;
-}
-
 }  // namespace
-
-Bytes KeyFacts::exported() const
-{
-    return rsa ? exportedRsa(*this) : exportedEc(*this);
-}
 
 TokenResult signature(const KeyFacts& key, const Padding& padding, const Bytes& hash)
 {

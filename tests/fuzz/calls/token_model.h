@@ -11,23 +11,9 @@
 #include <bcrypt.h>
 
 #include "base/encoding.h"
+#include "key_facts.h"
 
 namespace NV::fuzz {
-
-// A key of a certificate, or one that was imported.
-struct KeyFacts {
-    std::wstring name;  // empty: the certificate has no CKA_ID, or the key was imported
-    bool rsa = false;
-    uint32_t bits = 0;
-    Bytes publicKey = {};  // as in the certificate; of an imported key the uncompressed point
-    bool onToken = false;  // the private and the public key object are on the token
-
-    // Bytes of a modulus or of a coordinate.
-    uint32_t size() const { return (bits + 7) / 8; }
-    uint32_t signatureSize() const { return rsa ? size() : 2 * size(); }
-    // What ExportKey returns; empty: it fails.
-    Bytes exported() const;
-};
 
 // The argument pPaddingInfo with what it points to, for one call.
 struct Padding {

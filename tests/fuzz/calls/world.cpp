@@ -110,47 +110,17 @@ bool failsSequence(const StruckFault& struck, bool initialisedBefore)
     return !lies(struck) && struck.fault != Fault::delay;
 }
 
-// What the module makes of a result of the token in modern: the rows that the faults of the programs reach.
-struct StatusRow {
-    CK_RV result;
-    HRESULT status;
-};
-
-constexpr StatusRow statusRows[] = {
-    {CKR_DEVICE_REMOVED, SCARD_W_REMOVED_CARD},
-    {CKR_TOKEN_NOT_PRESENT, SCARD_W_REMOVED_CARD},
-    {CKR_PIN_LOCKED, SCARD_W_CHV_BLOCKED},
-    {CKR_BUFFER_TOO_SMALL, NTE_BUFFER_TOO_SMALL},
-};
-
-SECURITY_STATUS statusOf(const StruckFault& struck)
-{
-    CK_RV result = CKR_FUNCTION_FAILED;
-    if (struck.fault == Fault::returnValue || struck.fault == Fault::returnAfterWork)
-        result = struck.value;
-    else if (struck.fault == Fault::bufferTooSmall)
-        result = CKR_BUFFER_TOO_SMALL;
-    // The library is initialized once more when somebody has finalized it. If that fails, so does the
-    // operation, without a reason of its own.
-    if (std::string_view(struck.function) == "C_Initialize")
-        result = CKR_FUNCTION_FAILED;
-    const auto* const row = std::ranges::find(statusRows, result, &StatusRow::result);
-    return static_cast<SECURITY_STATUS>(row != std::end(statusRows) ? row->status
-                                                                    : NTE_INTERNAL_ERROR);
-}
-
-// The dialog asks about the PIN, and does without an answer.
 bool isPinQuery(const StruckFault& struck)
 {
     return std::string_view(struck.function) == "C_GetTokenInfo";
 }
 
-// Modern splits the path. What the standard library takes for a long component is not counted when it is
+// What the standard library takes for a long component of a path that is split is not counted when it is
 // released, so this name of the library has short ones only.
 std::string libraryPath()
 {
     const std::string path = test::ScriptedToken::path();
-    if (!isModern())
+    if (!rules.splitsLibraryPath)
         return path;
     const int library = open(path.c_str(), O_RDONLY);
     HOLDS(library >= 0);
@@ -263,7 +233,7 @@ World::World() : library_(token_.exports())
             fixtures_[std::string(name) + ending] = fileContent(std::string(name) + ending);
     }
     configure();
-    setMode(Mode(testedBehaviour));
+    setMode(Mode(rules.behaviour));
     loggerSettings() = LoggerSettings{.types = 0,
                                       .store = "",
                                       .gatesAllLevels = mode().logsByLevel(),
@@ -342,12 +312,13 @@ void World::finishCall(const char* name, Reach reach, Answer& answer)
     const auto fails = [&](const StruckFault& each) {
         if (reach == Reach::library)
             return !lies(each);
-        return failsSequence(each, before_.initialised != 0) && !(isModern() && isPinQuery(each));
+        return failsSequence(each, before_.initialised != 0) &&
+               !(rules.dialogAsksToken && isPinQuery(each));
     };
     const auto first = std::ranges::find_if(struck, fails);
     answer.by.token = first != struck.end();
     if (answer.by.token)
-        answer.by.tokenStatus = statusOf(*first);
+        answer.by.tokenStatus = rules.statusOfFault(*first);
     if (showsCalls()) {
         std::fprintf(
             stderr, "%s: 0x%08X, %+ld blocks%s%s%s%s%s%s%s\n", name,
@@ -372,8 +343,7 @@ void World::checkToken(Reach reach, const std::vector<StruckFault>& struck)
     const Excuse excuse = excuseOf(struck);
     // Opening and freeing end what other users of the library have open.
     const bool ended = reach == Reach::library && now.initialised == 0 && before_.initialised != 0;
-    // In modern, opening begins the library, and an operation begins it again.
-    const bool begun = isModern() && reach != Reach::module && before_.initialised == 0;
+    const bool begun = rules.keepsLibrary && reach != Reach::module && before_.initialised == 0;
     const uint32_t sessions = ended ? 0 : before_.openSessions;
     const uint32_t logins = ended ? 0 : before_.userLoggedIn;
     HOLDS(now.initialised == before_.initialised || ended || begun || excuse.initialised);
@@ -405,55 +375,8 @@ bool World::judge(const Answer& answer, const Expected& expected, Reach reach)
     if (showsCalls())
         std::fprintf(stderr, "  expected: 0x%08X%s\n", static_cast<unsigned>(expected.status),
                      expected.unknownHandle ? ", unknown handle" : "");
-    if (isModern()) {
-        judgeModern(answer, expected, reach);
-        return answer.left == Left::normally && answer.status == ERROR_SUCCESS;
-    }
-    const Disturbance& by = answer.by;
-    const bool asExpected = expected.unknownHandle
-                                ? answer.left == Left::unknownHandle
-                                : answer.left == Left::normally && answer.status == expected.status;
-    const bool failed = answer.left == Left::normally && answer.status == NTE_INTERNAL_ERROR;
-    if (by.log || by.memory) {
-        const bool thrown = (by.log && answer.left == Left::logError) ||
-                            (by.memory && answer.left == Left::noMemory);
-        const bool noMemory =
-            by.memory && answer.left == Left::normally && answer.status == NTE_NO_MEMORY;
-        HOLDS(asExpected || thrown || noMemory || (failed && reach != Reach::module));
-    } else if (by.token && reach == Reach::sequence) {
-        // Each step of the sequence that fails makes it fail.
-        HOLDS(failed);
-    } else if (by.claim || (by.token && reach == Reach::library)) {
-        HOLDS(asExpected || failed);
-    } else {
-        HOLDS(asExpected);
-    }
-    return answer.left == Left::normally && answer.status == ERROR_SUCCESS;
-}
-
-// Nothing leaves an entry point, and the log changes nothing.
-void World::judgeModern(const Answer& answer, const Expected& expected, Reach reach)
-{
-    HOLDS(answer.left == Left::normally);
-    const Disturbance& by = answer.by;
-    const SECURITY_STATUS status = answer.status;
-    if (by.memory && status == NTE_NO_MEMORY)
-        return;
-    if (by.claim && reach != Reach::module) {
-        // No key, a key of the certificate in its place, a result that does not fit.
-        constexpr SECURITY_STATUS claimed[] = {ERROR_SUCCESS, NTE_INTERNAL_ERROR, NTE_NO_KEY,
-                                               NTE_BAD_SIGNATURE, NTE_BUFFER_TOO_SMALL};
-        HOLDS(expected.allows(status) || status == by.tokenStatus ||
-              std::ranges::find(claimed, status) != std::end(claimed));
-    } else if (by.token && reach == Reach::sequence) {
-        // The first failure decides: that of the disturbance, or one that was to come anyway.
-        HOLDS(status == by.tokenStatus ||
-              (expected.status != ERROR_SUCCESS && expected.allows(status)));
-    } else if (by.token && reach == Reach::library) {
-        HOLDS(expected.allows(status) || status == NTE_INTERNAL_ERROR);
-    } else {
-        HOLDS(expected.allows(status));
-    }
+    rules.judge(answer, expected, reach);
+    return answer.succeeded();
 }
 
 void World::setLog(bool on, uint32_t failingRecord)
@@ -464,32 +387,10 @@ void World::setLog(bool on, uint32_t failingRecord)
 
 PinOutcome World::pinOutcome() const
 {
-    if (isModern())
-        return modernPinOutcome();
-    switch (pin_) {
-    case Pin::cancelled:
-        return {NTE_USER_CANCELLED};
-    case Pin::broken:
-        return {NTE_INTERNAL_ERROR};
-    case Pin::empty:
-        return {ERROR_SUCCESS};
-    default:
-        return {std::nullopt, pin_ != Pin::right || before_.userLoggedIn != 0};
-    }
-}
-
-PinOutcome World::modernPinOutcome() const
-{
-    switch (pin_) {
-    case Pin::cancelled:
-    case Pin::empty:
-        return {NTE_USER_CANCELLED};
-    case Pin::broken:
-        return {NTE_SILENT_CONTEXT};
-    default:
-        // A login that is there already is used.
-        return {std::nullopt, pin_ != Pin::right && before_.userLoggedIn == 0};
-    }
+    PinOutcome outcome = std::ranges::find(rules.pins, pin_, &PinRow::pin)->outcome;
+    if (before_.userLoggedIn != 0)
+        outcome.loginFails = !rules.sharesLogin;
+    return outcome;
 }
 
 size_t World::secretsInModule() const
@@ -514,9 +415,12 @@ void World::addKey(const char* certificate, const KeyFacts& facts, const Bytes& 
     const Bytes& hex = fixtures_.at(name + ".spki.hex");
     key.publicKey = hexDecode(std::string(hex.begin(), hex.end()));
     key.onToken = pairs > 0;
-    // In modern, these self-signed certificates are keys if their public key is found.
-    if (key.bits != 0 && (!isModern() || (key.onToken && !key.name.empty())))
-        tokenKeys_.push_back(std::move(key));
+    key.certificate = fixtures_.at(name + ".der");
+    if (key.bits == 0 || (rules.filtersCertificates && key.name.empty()))
+        return;
+    // The certificates are self-signed.
+    auto& keys = rules.filtersCertificates && !key.onToken ? authorities_ : tokenKeys_;
+    keys.push_back(std::move(key));
 }
 
 void World::makeToken(uint8_t kind)
@@ -524,6 +428,7 @@ void World::makeToken(uint8_t kind)
     token_.reset();
     token_.setRecording(false);
     tokenKeys_.clear();
+    authorities_.clear();
     tokenPresent_ = kind % tokenKinds != 2;
     switch (kind % tokenKinds) {
     case 0:  // a token without anything

@@ -17,20 +17,13 @@
 #include <vector>
 
 #include "../target.h"
-#include "config/mode.h"
+#include "answer.h"
 #include "memory.h"
+#include "rules.h"
 #include "scripted_token.h"
 #include "token_model.h"
 
 namespace NV::fuzz {
-
-// The behaviour of the module in this program: behaviour_classic.cpp or behaviour_modern.cpp.
-extern const Behaviour testedBehaviour;
-
-inline bool isModern()
-{
-    return testedBehaviour == Behaviour::modern;
-}
 
 // The operands of an instruction. After the last one come zeros.
 using Operands = Input;
@@ -38,7 +31,7 @@ using Operands = Input;
 struct Key {
     KeyFacts facts;
     uint64_t serial = 0;  // in the order of their making, which does not depend on addresses
-    // Shared, as by the module: closing one handle of a key empties the values of all.
+    // Shared, as by the module in classic: closing one handle of a key empties the values of all.
     std::map<std::wstring, std::shared_ptr<Bytes>> properties;
 };
 
@@ -58,62 +51,6 @@ struct ProviderModel {
     std::map<std::wstring, Bytes> properties;
 
     Key* openedOrImported(NCRYPT_KEY_HANDLE key);
-};
-
-// How far a call reaches.
-enum class Reach {
-    module,    // not to the token
-    sequence,  // to a sequence on the token, which leaves the token as it was
-    library,   // opens or frees a provider, which ends the library's use by everybody
-};
-
-// What went wrong around the module during a call.
-struct Disturbance {
-    bool token = false;   // a call of the token failed
-    bool lie = false;     // the token told a length that is not true
-    bool claim = false;   // a length of any size, also where the module asks for it first
-    bool log = false;     // a record could not be written
-    bool memory = false;  // an allocation failed
-    // In modern, what the first call of the token that failed makes of the operation.
-    std::optional<SECURITY_STATUS> tokenStatus;
-
-    bool any() const { return token || lie || log || memory; }
-};
-
-enum class Left { normally, unknownHandle, logError, noMemory };
-
-struct Answer {
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    Left left = Left::normally;
-    long blocks = 0;  // of memory, allocated and not released by the call
-    Disturbance by;
-};
-
-struct Expected {
-    SECURITY_STATUS status = ERROR_SUCCESS;
-    bool unknownHandle = false;  // std::out_of_range
-    // Another status that is as good.
-    std::optional<SECURITY_STATUS> other = std::nullopt;
-
-    bool allows(SECURITY_STATUS answer) const { return answer == status || answer == other; }
-};
-
-// Whether the token may have called a failure a success: one that claims a length does not look at the
-// buffer's. What the outputs then contain is the token's affair, also when the operation ends otherwise
-// because the log or the memory fails after it.
-inline bool claimsSuccess(const Answer& answer, const Expected& expected)
-{
-    const bool succeeded = answer.left == Left::normally && answer.status == ERROR_SUCCESS;
-    return answer.by.claim && (succeeded || answer.by.log || answer.by.memory) &&
-           expected.status == NTE_INTERNAL_ERROR;
-}
-
-enum class Pin { right, wrong, empty, tooLong, cancelled, broken };
-
-// What becomes of an operation that asks for the PIN: its end before the token, or nothing.
-struct PinOutcome {
-    std::optional<SECURITY_STATUS> end;
-    bool loginFails = false;
 };
 
 // A buffer of exactly its size for a result, or none.
@@ -168,11 +105,12 @@ public:
     // Makes a call of the module's table and checks what it leaves on the token.
     template <typename Call>
     Answer call(const char* name, Reach reach, const Call& call);
-    // Whether the call succeeded. Ends the run when the answer is neither the expected one nor one
-    // that the disturbance allows.
-    bool judge(const Answer& answer, const Expected& expected, Reach reach);
-    // In modern, a claim of the token may make any output of it.
-    static bool isUncertain(const Answer& answer) { return isModern() && answer.by.claim; }
+    // Whether the call succeeded. Ends the run by the rules of the behaviour.
+    static bool judge(const Answer& answer, const Expected& expected, Reach reach);
+    static bool isUncertain(const Answer& answer)
+    {
+        return rules.claimsMakeOutputs && answer.by.claim;
+    }
     // A call without disturbances whose answer is only used.
     template <typename Call>
     SECURITY_STATUS ask(const Call& call);
@@ -197,8 +135,8 @@ public:
     void removeProvider(NCRYPT_PROV_HANDLE handle);
     uint64_t nextSerial() { return ++serial_; }
     // Asks the module for what the model cannot know after a disturbance. The keys of a provider that
-    // was just opened, perhaps from a token that claimed lengths: false if that is not clear.
-    bool learnProvider(ProviderModel& provider, bool claim);
+    // was just opened, perhaps from a token that lied: false if that is not clear.
+    bool learnProvider(ProviderModel& provider, const Disturbance& by);
     // In the order of the enumeration. Nothing for an entry without a key.
     std::vector<std::optional<std::wstring>> keyNames(NCRYPT_PROV_HANDLE provider);
     void learnRegistry(NCRYPT_PROV_HANDLE handle);
@@ -239,8 +177,6 @@ private:
 
     template <typename Call>
     static Answer guarded(const Call& call);
-    PinOutcome modernPinOutcome() const;
-    static void judgeModern(const Answer& answer, const Expected& expected, Reach reach);
     void finishCall(const char* name, Reach reach, Answer& answer);
     void checkToken(Reach reach, const std::vector<test::StruckFault>& struck);
     void makeToken(uint8_t kind);
@@ -251,6 +187,7 @@ private:
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table_ = nullptr;
     std::map<std::string, Bytes> fixtures_;
     std::vector<KeyFacts> tokenKeys_;
+    std::vector<KeyFacts> authorities_;  // no keys, unless the token tells of public keys
     test::TokenState before_{};
     Pin pin_ = Pin::right;
     uint32_t untilNoMemory_ = 0;

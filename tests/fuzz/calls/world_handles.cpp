@@ -57,40 +57,19 @@ std::vector<uintptr_t> keyHandles(const ProviderModel& provider)
     return handles;
 }
 
-Bytes bytesOf(const std::wstring& text)
-{
-    const auto* const begin = reinterpret_cast<const unsigned char*>(text.c_str());
-    return {begin, begin + (text.size() + 1) * sizeof(wchar_t)};
-}
-
-Bytes bytesOf(DWORD number)
-{
-    const auto* const begin = reinterpret_cast<const unsigned char*>(&number);
-    return {begin, begin + sizeof number};
-}
-
 }  // namespace
 
 void addKeyProperties(Key& key)
 {
-    const std::wstring group = key.facts.rsa ? L"RSA" : L"ECDSA";
-    const std::wstring algorithm =
-        key.facts.rsa ? group : group + L"_P" + std::to_wstring(key.facts.bits);
-    const auto add = [&key](const wchar_t* name, Bytes value) {
-        key.properties[name] = std::make_shared<Bytes>(std::move(value));
-    };
-    add(NCRYPT_NAME_PROPERTY, bytesOf(key.facts.name));
-    add(NCRYPT_UNIQUE_NAME_PROPERTY, bytesOf(key.facts.name));
-    add(NCRYPT_KEY_USAGE_PROPERTY, bytesOf(NCRYPT_ALLOW_DECRYPT_FLAG | NCRYPT_ALLOW_SIGNING_FLAG));
-    add(NCRYPT_IMPL_TYPE_PROPERTY, bytesOf(NCRYPT_IMPL_HARDWARE_FLAG));
-    add(NCRYPT_ALGORITHM_PROPERTY, bytesOf(algorithm));
-    add(NCRYPT_ALGORITHM_GROUP_PROPERTY, bytesOf(group));
-    add(NCRYPT_EXPORT_POLICY_PROPERTY, bytesOf(DWORD{0}));
+    for (const PropertyRow& row : rules.keyProperties) {
+        if (Bytes value = row.value(key.facts); !value.empty())
+            key.properties[row.name] = std::make_shared<Bytes>(std::move(value));
+    }
 }
 
 void releaseRecord(const NCryptKeyName& record)
 {
-    if (isModern())
+    if (!rules.namesApart)
         return;
     std::free(record.pszName);
     std::free(record.pszAlgid);
@@ -175,8 +154,19 @@ const Key* World::findKey(NCRYPT_KEY_HANDLE handle)
 
 Expected World::withoutProvider(NCRYPT_PROV_HANDLE handle) const
 {
-    return {NTE_INVALID_HANDLE, !isModern() && !emptyEntries.contains(handle)};
+    return {NTE_INVALID_HANDLE, rules.keepsUnknownProviders && !emptyEntries.contains(handle)};
 }
+
+namespace {
+
+void addFiled(std::map<std::wstring, std::optional<Key>>& filed, const KeyFacts& facts)
+{
+    Key key{facts, 0, {}};
+    addKeyProperties(key);
+    filed[facts.name] = std::move(key);
+}
+
+}  // namespace
 
 ProviderModel& World::addProvider(NCRYPT_PROV_HANDLE handle)
 {
@@ -192,11 +182,8 @@ ProviderModel& World::addProvider(NCRYPT_PROV_HANDLE handle)
     std::memcpy(self.data(), std::bit_cast<const void*>(handle), self.size());
     provider.properties[NCRYPT_PROVIDER_HANDLE_PROPERTY] = self;
     provider.served = tokenPresent_;
-    for (const KeyFacts& facts : tokenKeys_) {
-        Key key{facts, 0, {}};
-        addKeyProperties(key);
-        provider.filed[facts.name] = std::move(key);
-    }
+    for (const KeyFacts& facts : tokenKeys_)
+        addFiled(provider.filed, facts);
     return provider;
 }
 
@@ -231,16 +218,22 @@ std::vector<std::optional<std::wstring>> World::keyNames(NCRYPT_PROV_HANDLE prov
     }
 }
 
-bool World::learnProvider(ProviderModel& provider, bool claim)
+bool World::learnProvider(ProviderModel& provider, const Disturbance& by)
 {
+    std::map<std::wstring, std::optional<Key>> possible = provider.filed;
+    // A token that lies about what it has found tells of public keys that are not there.
+    if (by.lie) {
+        for (const KeyFacts& facts : authorities_)
+            addFiled(possible, facts);
+    }
     std::map<std::wstring, std::optional<Key>> filed;
     for (const auto& name : keyNames(provider.handle)) {
         HOLDS(name.has_value());
-        const auto known = provider.filed.find(*name);
+        const auto known = possible.find(*name);
         // A key that has lost its name, or got another one from the token, may be any.
-        if (name->empty() || (known == provider.filed.end() && claim))
+        if (name->empty() || (known == possible.end() && by.claim))
             return false;
-        HOLDS(known != provider.filed.end());
+        HOLDS(known != possible.end());
         HOLDS(filed.insert(*known).second);
     }
     provider.filed = std::move(filed);
@@ -257,8 +250,7 @@ bool World::isOpenInModule(NCRYPT_PROV_HANDLE handle)
 
 void World::learnRegistry(NCRYPT_PROV_HANDLE handle)
 {
-    // In modern, unknown handles get no entry.
-    if (isModern())
+    if (!rules.keepsUnknownProviders)
         return;
     const Answer answer = guarded([&] { return table_->IsAlgSupported(handle, nullptr, 0); });
     if (answer.left == Left::normally && answer.status == NTE_INVALID_HANDLE)
