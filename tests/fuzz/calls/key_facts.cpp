@@ -40,7 +40,8 @@ void append(Bytes& bytes, const Value& value)
 // set.
 size_t modulusPlace(const KeyFacts& key)
 {
-    return key.size() >= 256 ? 9 : 7;
+    const size_t longLengths = key.size() >= 256 ? 4 : key.size() >= 128 ? 2 : 0;
+    return 5 + longLengths;
 }
 
 std::span<const unsigned char> modulusOf(const KeyFacts& key)

@@ -30,9 +30,11 @@ void freeBuffer(World& world, Operands& operands);
 void importKey(World& world, Operands& operands);
 void exportKey(World& world, Operands& operands);
 
-// operations_token.cpp
+// operations_signatures.cpp
 void signHash(World& world, Operands& operands);
 void verifySignature(World& world, Operands& operands);
+
+// operations_ciphers.cpp
 void encrypt(World& world, Operands& operands);
 void decrypt(World& world, Operands& operands);
 

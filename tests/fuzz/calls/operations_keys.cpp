@@ -4,8 +4,7 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "base/curve.h"
-#include "keystore/keystore_blob.h"
+#include "import_blob.h"
 #include "operations.h"
 
 namespace NV::fuzz {
@@ -28,9 +27,11 @@ constexpr const wchar_t* blobTypes[] = {BCRYPT_ECCPUBLIC_BLOB,  BCRYPT_RSAPUBLIC
                                         BCRYPT_PUBLIC_KEY_BLOB, LEGACY_RSAPUBLIC_BLOB,
                                         L"ECCPRIVATEBLOB",      nullptr};
 
-const wchar_t* blobType(uint8_t operand)
+// Mostly the one that fits.
+const wchar_t* blobType(const ImportBlob& blob, uint8_t operand)
 {
-    return operand < 0xC0 ? BCRYPT_ECCPUBLIC_BLOB : blobTypes[operand % std::size(blobTypes)];
+    const wchar_t* const own = blob.isRsa() ? BCRYPT_RSAPUBLIC_BLOB : BCRYPT_ECCPUBLIC_BLOB;
+    return operand < 0xC0 ? own : blobTypes[operand % std::size(blobTypes)];
 }
 
 // Freeing empties the values that all handles of the key share.
@@ -49,61 +50,6 @@ bool isThere(World& world, const ProviderModel& provider, NCRYPT_KEY_HANDLE key)
     HOLDS(status == ERROR_SUCCESS || status == NTE_INVALID_HANDLE);
     return status == ERROR_SUCCESS;
 }
-
-// A public key blob, mostly a good one.
-struct Blob {
-    Bytes bytes;
-    std::optional<KeyFacts> key;  // what becomes of it; nothing: no key
-
-    Blob(uint8_t form, uint8_t fill)
-    {
-        constexpr ULONG magics[] = {BCRYPT_ECDH_PUBLIC_P256_MAGIC, BCRYPT_ECDH_PUBLIC_P384_MAGIC,
-                                    BCRYPT_ECDH_PUBLIC_P521_MAGIC, BCRYPT_ECDSA_PUBLIC_P256_MAGIC,
-                                    BCRYPT_RSAPUBLIC_MAGIC};
-        const size_t chosen = form % 16 < 12 ? form % 3 : form % std::size(magics);
-        const Curve* const curve = findCngCurve(&Curve::ecdhMagic, magics[chosen]);
-        EccBlobHead head{magics[chosen], curve != nullptr ? curve->coordinateSize() : 32};
-        size_t size = size_t{2} * head.coordinateSize;
-        switch (form / 16) {
-        case 8:  // cut short
-            --size;
-            break;
-        case 9:  // coordinates longer than the curve's
-            head.coordinateSize += 5;
-            size += 10;
-            break;
-        case 10:  // none
-            head.coordinateSize = 0;
-            break;
-        case 11:  // more than there is
-            head.coordinateSize = 0x80000000;
-            break;
-        case 12:  // bytes behind the coordinates
-            size += 3;
-            break;
-        default:
-            break;
-        }
-        const bool whole = curve != nullptr && head.coordinateSize == curve->coordinateSize() &&
-                           size >= size_t{2} * head.coordinateSize && form / 16 != 13;
-        const auto* const begin = reinterpret_cast<const unsigned char*>(&head);
-        bytes.assign(begin, begin + sizeof head);
-        const Bytes coordinates = someBytes(size, fill);
-        bytes.insert(bytes.end(), coordinates.begin(), coordinates.end());
-        if (form / 16 == 13)
-            bytes.resize(fill % sizeof head);
-        if (rules.checksBlobs && !whole)
-            return;
-        if (curve == nullptr || bytes.size() < sizeof head ||
-            bytes.size() < sizeof head + size_t{2} * head.coordinateSize)
-            return;
-        key = KeyFacts{.bits = curve->keyLength};
-        key->publicKey = {0x04};
-        key->publicKey.insert(key->publicKey.end(), coordinates.begin(),
-                              coordinates.begin() +
-                                  2 * static_cast<std::ptrdiff_t>(head.coordinateSize));
-    }
-};
 
 // What an export of the row is for the key, or why there is none.
 void expectBlob(const Key* key, const BlobRow& row, Expected& expected, Bytes& blob)
@@ -348,8 +294,8 @@ void importKey(World& world, Operands& operands)
     const NCRYPT_PROV_HANDLE handle = world.pickProvider(operands.byte());
     ProviderModel* const provider = world.find(handle);
     const uint8_t blobForm = operands.byte();
-    const Blob blob(blobForm, operands.byte());
-    const wchar_t* const type = blobType(operands.byte());
+    const ImportBlob blob(blobForm, operands.byte());
+    const wchar_t* const type = blobType(blob, operands.byte());
     const uint8_t form = operands.byte();
     const NCRYPT_KEY_HANDLE importKey = rarely(form) ? world.pickPeer(form) : 0;
     Place<NCRYPT_KEY_HANDLE> place(form % 16 == 1);
@@ -361,33 +307,32 @@ void importKey(World& world, Operands& operands)
     } else {
         if (importKey != 0)
             expected.status = NTE_NOT_SUPPORTED;
-        if (type == nullptr || place.null() || null || blob.bytes.empty())
+        if (type == nullptr || place.null() || null || blob.bytes().empty())
             expected.status = NTE_INVALID_PARAMETER;
         if (type != nullptr && std::wstring_view(type) != BCRYPT_ECCPUBLIC_BLOB &&
             std::wstring_view(type) != BCRYPT_RSAPUBLIC_BLOB)
             expected.status = NTE_NOT_SUPPORTED;
-        const bool ecc = type != nullptr && std::wstring_view(type) == BCRYPT_ECCPUBLIC_BLOB;
-        if (rules.checksBlobs && expected.status == ERROR_SUCCESS && !(blob.key && ecc))
-            expected = {NTE_BAD_DATA, false, NTE_NOT_SUPPORTED};
+        if (rules.checksBlobs && expected.status == ERROR_SUCCESS)
+            expected.status = blob.statusAs(type);
     }
     NCryptBufferDesc none{};
     const Answer answer = world.call("ImportKey", Reach::module, [&] {
         return world.table().ImportKey(handle, importKey, type, form % 3 == 0 ? &none : nullptr,
-                                       place.pointer(), null ? nullptr : in(blob.bytes),
-                                       sizeOf(blob.bytes), flagsOf(operands.byte()));
+                                       place.pointer(), null ? nullptr : in(blob.bytes()),
+                                       sizeOf(blob.bytes()), flagsOf(operands.byte()));
     });
     if (!world.judge(answer, expected, Reach::module)) {
         HOLDS(answer.blocks == 0 && place.untouched());
         return;
     }
     // Compat: a blob that cannot be read gives a null handle and success.
-    if (!blob.key) {
+    if (!blob.key()) {
         HOLDS(answer.blocks == 0 && place.value() == 0);
         return;
     }
     HOLDS(place.value() != 0 && provider->openedOrImported(place.value()) == nullptr);
     Key& key = provider->imported[place.value()];
-    key = {*blob.key, world.nextSerial(), {}};
+    key = {*blob.key(), world.nextSerial(), {}};
     addKeyProperties(key);
 }
 

@@ -1,6 +1,8 @@
 // What happens around the calls: the user, the token, the log and memory. And the operands that
 // several instructions share.
 
+#include <algorithm>
+
 #include "operations.h"
 
 namespace NV::fuzz {
@@ -117,6 +119,16 @@ const wchar_t* propertyName(uint8_t operand)
                                            nullptr};
     const size_t chosen = operand % (std::size(names) + rules.moreNames.size());
     return chosen < std::size(names) ? names[chosen] : rules.moreNames[chosen - std::size(names)];
+}
+
+bool lengthHolds(DWORD length, size_t trueLength, const Output& output, const Disturbance& by)
+{
+    if (length == trueLength)
+        return true;
+    if (by.claim)
+        return output.null() || length <= output.size();
+    const size_t larger = std::min<size_t>(output.size(), trueLength + test::kLieExcess);
+    return by.lie && !output.null() && (length == larger || length == output.size());
 }
 
 void changePin(World& world, Operands& operands)

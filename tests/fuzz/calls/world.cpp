@@ -203,13 +203,17 @@ Output::Output(size_t size, bool null)
         std::fill_n(bytes_.get(), size, filler);
 }
 
+bool Output::untouchedFrom(size_t place) const
+{
+    return place <= size_ && std::all_of(bytes_.get() + place, bytes_.get() + size_,
+                                         [](BYTE byte) { return byte == filler; });
+}
+
 bool Output::holds(const Bytes& bytes) const
 {
     if (null())
         return bytes.empty();
-    return bytes.size() <= size_ && std::equal(bytes.begin(), bytes.end(), bytes_.get()) &&
-           std::all_of(bytes_.get() + bytes.size(), bytes_.get() + size_,
-                       [](BYTE byte) { return byte == filler; });
+    return untouchedFrom(bytes.size()) && std::equal(bytes.begin(), bytes.end(), bytes_.get());
 }
 
 World::Window::Window(World& world) : world_(world)

@@ -62,6 +62,7 @@ public:
     DWORD size() const { return size_; }
     bool null() const { return bytes_ == nullptr; }
     bool untouched() const { return holds({}); }
+    bool untouchedFrom(size_t place) const;
     // At its beginning; the rest is untouched.
     bool holds(const Bytes& bytes) const;
 
