@@ -23,6 +23,8 @@ struct Disturbance {
     bool claim = false;   // a length of any size, also where the module asks for it first
     bool log = false;     // a record could not be written
     bool memory = false;  // an allocation failed
+    // The first call of the token that failed wants a login.
+    bool wantsLogin = false;
     // What the first call of the token that failed makes of the operation.
     std::optional<SECURITY_STATUS> tokenStatus;
 
@@ -43,10 +45,8 @@ struct Answer {
 struct Expected {
     SECURITY_STATUS status = ERROR_SUCCESS;
     bool unknownHandle = false;  // std::out_of_range
-    // Another status that is as good.
-    std::optional<SECURITY_STATUS> other = std::nullopt;
-
-    bool allows(SECURITY_STATUS answer) const { return answer == status || answer == other; }
+    // Of an operation that the certificate's key does if the token wants a login for it.
+    std::optional<SECURITY_STATUS> byCertificate = std::nullopt;
 };
 
 // Whether the token may have called a failure a success: one that claims a length does not look at the

@@ -165,4 +165,9 @@ Bytes legacyBlob(const KeyFacts& key)
     return blob;
 }
 
+bool isBelowModulus(const KeyFacts& key, const Bytes& data)
+{
+    return data.size() < key.size() || std::ranges::lexicographical_compare(data, modulusOf(key));
+}
+
 }  // namespace NV::fuzz

@@ -50,6 +50,9 @@ Bytes rsaBlob(const KeyFacts& key);
 Bytes eccBlob(const KeyFacts& key);
 Bytes legacyBlob(const KeyFacts& key);
 
+// Whether the data, which is not longer than the modulus, is a number below it.
+bool isBelowModulus(const KeyFacts& key, const Bytes& data);
+
 template <DWORD value>
 Bytes numberOf(const KeyFacts&)
 {

@@ -82,6 +82,13 @@ Expectation decryptInClassic(World& world, const KeyFacts& key, const CipherArgu
     return cipherInClassic(key, &decrypted, call);
 }
 
+// Encryption without the token.
+SECURITY_STATUS publicKeyStatus(const KeyFacts& key, const CipherArguments& call)
+{
+    const bool padded = (call.padding.model().flags & (BCRYPT_PAD_PKCS1 | BCRYPT_PAD_OAEP)) != 0;
+    return padded || isBelowModulus(key, call.data) ? ERROR_SUCCESS : NTE_INVALID_PARAMETER;
+}
+
 Expectation encryptInModern(World&, const KeyFacts& key, const CipherArguments& call)
 {
     Expectation expectation{.told = key.size()};
@@ -98,6 +105,8 @@ Expectation encryptInModern(World&, const KeyFacts& key, const CipherArguments& 
         expected.status = NTE_BAD_LEN;
     else
         result = encrypted(key, padding, call.data);
+    if (result)
+        expected.byCertificate = publicKeyStatus(key, call);
     return expectation;
 }
 
@@ -140,8 +149,7 @@ Expectation encryptByImportedKey(const KeyFacts& key, const CipherArguments& cal
     else if (isTooLong(key, padding, call.data))
         expected.status = NTE_BAD_LEN;
     else
-        // Data that is not padded may be no smaller number than the modulus.
-        expected.other = NTE_INVALID_PARAMETER;
+        expected.status = publicKeyStatus(key, call);
     return expectation;
 }
 
@@ -171,7 +179,7 @@ void checkInModern(const CipherArguments& call, const Answer& answer, bool succe
         return;
     if (succeeded && output.null()) {
         HOLDS(length == expectation.told);
-    } else if (succeeded && !result) {
+    } else if (succeeded && (!result || answer.by.wantsLogin)) {
         HOLDS(length == expectation.told && output.untouchedFrom(length));
     } else if (succeeded) {
         HOLDS(length == result->size() && output.holds(*result));

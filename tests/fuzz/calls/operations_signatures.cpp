@@ -80,7 +80,9 @@ Expected expectVerification(const ProviderModel& provider, NCRYPT_KEY_HANDLE han
         if (refusal != ERROR_SUCCESS)
             return {refusal};
     }
-    return {right ? ERROR_SUCCESS : rules.badSignature};
+    // The certificate's key does not know the scripted token's signatures.
+    return {.status = right ? ERROR_SUCCESS : rules.badSignature,
+            .byCertificate = rules.badSignature};
 }
 
 }  // namespace

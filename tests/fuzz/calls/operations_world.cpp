@@ -142,7 +142,9 @@ void addTokenFault(World& world, Operands& operands)
 {
     const char* const function = tokenFunctions[operands.byte() % std::size(tokenFunctions)];
     const uint8_t kind = operands.byte();
-    const CK_RV code = codes[operands.byte() % std::size(codes)];
+    const size_t chosen = operands.byte() % (std::size(codes) + rules.moreCodes.size());
+    const CK_RV code =
+        chosen < std::size(codes) ? codes[chosen] : rules.moreCodes[chosen - std::size(codes)];
     const uint8_t when = operands.byte();
     // Rarely every call.
     const uint32_t nth = when == 0xFF ? 0 : 1 + when % (when < 0xC0 ? 3 : 24);

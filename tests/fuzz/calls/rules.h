@@ -49,6 +49,8 @@ struct Rules {
     void (*judge)(const Answer& answer, const Expected& expected, Reach reach);
     // What a fault makes of the operation whose first failure it is.
     SECURITY_STATUS (*statusOfFault)(const test::StruckFault& struck);
+    // What the token's calls may fail with, besides what operations_world.cpp has.
+    std::span<const CK_RV> moreCodes;
     // A claim of the token may make any output of it.
     bool claimsMakeOutputs;
 

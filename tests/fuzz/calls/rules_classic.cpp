@@ -102,6 +102,7 @@ constinit const Rules rules{
     .behaviour = Behaviour::classic,
     .judge = judge,
     .statusOfFault = statusOfFault,
+    .moreCodes = {},
     .claimsMakeOutputs = false,
 
     .keepsLibrary = false,

@@ -98,13 +98,16 @@ bool lies(const StruckFault& struck)
            struck.fault == Fault::lengthPastBuffer;
 }
 
+bool returns(const StruckFault& struck)
+{
+    return struck.fault == Fault::returnValue || struck.fault == Fault::returnAfterWork;
+}
+
 // A sequence takes CKR_CRYPTOKI_ALREADY_INITIALIZED for success, and goes on.
 bool failsSequence(const StruckFault& struck, bool initialisedBefore)
 {
-    const bool inUse =
-        std::string_view(struck.function) == "C_Initialize" &&
-        struck.value == CKR_CRYPTOKI_ALREADY_INITIALIZED &&
-        (struck.fault == Fault::returnValue || struck.fault == Fault::returnAfterWork);
+    const bool inUse = std::string_view(struck.function) == "C_Initialize" &&
+                       struck.value == CKR_CRYPTOKI_ALREADY_INITIALIZED && returns(struck);
     if (inUse)
         return struck.fault == Fault::returnValue && !initialisedBefore;
     return !lies(struck) && struck.fault != Fault::delay;
@@ -321,8 +324,10 @@ void World::finishCall(const char* name, Reach reach, Answer& answer)
     };
     const auto first = std::ranges::find_if(struck, fails);
     answer.by.token = first != struck.end();
-    if (answer.by.token)
+    if (answer.by.token) {
         answer.by.tokenStatus = rules.statusOfFault(*first);
+        answer.by.wantsLogin = returns(*first) && first->value == CKR_USER_NOT_LOGGED_IN;
+    }
     if (showsCalls()) {
         std::fprintf(
             stderr, "%s: 0x%08X, %+ld blocks%s%s%s%s%s%s%s\n", name,
