@@ -160,7 +160,7 @@ sourcesToTidy()
 {
     local changed headers
     changed=$(changedFiles) || return 1
-    if [ "$changed" = '*' ] || grep -qx -e '\.clang-tidy' -e 'scripts/lint\.sh' <<<"$changed"; then
+    if [ "$changed" = '*' ] || grep -qx -e '\(.*/\)\?\.clang-tidy' -e 'scripts/lint\.sh' <<<"$changed"; then
         filesNamed '*.cpp'
         return 0
     fi

@@ -58,10 +58,10 @@ inline constexpr CK_RV moreResults[] = {
 };
 
 struct FaultCase {
-    size_t call;  // its place in the sequence; of a null entry the function's first one
+    size_t call = 0;  // its place in the sequence; of a null entry the function's first one
     SequenceCall target;
-    FaultKind kind;
-    CK_RV code;
+    FaultKind kind = FaultKind::code;
+    CK_RV code = CKR_OK;
 
     std::string name() const;  // "C_GetAttributeValue, call 2: CKR_DEVICE_REMOVED"
     bool isLie() const

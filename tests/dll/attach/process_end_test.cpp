@@ -37,7 +37,7 @@ struct LockingToken : ScriptedToken {
 
 // What the child keeps until its process is gone.
 struct Served {
-    void verify()
+    void verify() const
     {
         BYTE bytes[64] = {};
         module->VerifySignature(provider.handle(), key, nullptr, bytes, 32, bytes, 64, 0);
@@ -79,7 +79,7 @@ void endByExitProcess(Served& served)
 void endAfterAnEndedThread(Served& served)
 {
     workInside(served);
-    const HANDLE worker = OpenThread(THREAD_TERMINATE, FALSE, served.token.callThreads().back());
+    HANDLE worker = OpenThread(THREAD_TERMINATE, FALSE, served.token.callThreads().back());
     if (TerminateThread(worker, 1) == FALSE)
         std::exit(1);
     std::exit(73);

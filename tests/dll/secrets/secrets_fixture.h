@@ -30,25 +30,11 @@ inline constexpr SECURITY_STATUS success = ERROR_SUCCESS;
 
 class SecretsModule {
 public:
-    SecretsModule()
-    {
-        addKey("p256", {0x02, 0x56});
-        addKey("rsa2048", {0x01, 0xAB});
-        token.addEcKeyPair({0x02, 0x56}, 32);
-        token.addRsaKeyPair({0x01, 0xAB}, 2048);
-        profile.writeConfigFor(ScriptedToken::widePath());
-        module.emplace();
-        first.emplace(*module);
-        second.emplace(*module);
-        key = first->openKey(L"0256");
-        keyOfSecond = second->openKey(L"0256");
-        rsaKey = first->openKey(L"01AB");
-    }
-
+    SecretsModule() = default;
     ~SecretsModule()
     {
         if (secret != 0) {
-            EXPECT_EQ(success, (*module)->FreeSecret(first->handle(), secret));
+            EXPECT_EQ(success, module->FreeSecret(first.handle(), secret));
         }
     }
     SecretsModule(const SecretsModule&) = delete;
@@ -58,22 +44,33 @@ public:
     LogLines takeLines()
     {
         const LogLines all = withoutBanner(profile.log());
-        const LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
+        LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
         taken_ = all.size();
         return fresh;
     }
 
     Profile profile;
     ScriptedToken token;
-    std::optional<ProviderModule> module;
-    std::optional<OpenedProvider> first;
-    std::optional<OpenedProvider> second;
-    NCRYPT_KEY_HANDLE key = 0;  // of the first provider, P-256
-    NCRYPT_KEY_HANDLE keyOfSecond = 0;
-    NCRYPT_KEY_HANDLE rsaKey = 0;     // of the first provider
+    ProviderModule module = loaded();
+    OpenedProvider first{module};
+    OpenedProvider second{module};
+    NCRYPT_KEY_HANDLE key = first.openKey(L"0256");
+    NCRYPT_KEY_HANDLE keyOfSecond = second.openKey(L"0256");
+    NCRYPT_KEY_HANDLE rsaKey = first.openKey(L"01AB");
     NCRYPT_SECRET_HANDLE secret = 0;  // that the tests of a suite share, if they do
 
 private:
+    // The module, after the token has its keys and the profile its configuration.
+    ProviderModule loaded()
+    {
+        addKey("p256", {0x02, 0x56});
+        addKey("rsa2048", {0x01, 0xAB});
+        token.addEcKeyPair({0x02, 0x56}, 32);
+        token.addRsaKeyPair({0x01, 0xAB}, 2048);
+        profile.writeConfigFor(ScriptedToken::widePath());
+        return ProviderModule();
+    }
+
     void addKey(const std::string& certificate, const Bytes& id)
     {
         const std::string der =
@@ -100,9 +97,9 @@ protected:
     }
 
     ScriptedToken& token() { return shared_->token; }
-    const ProviderModule& module() { return *shared_->module; }
-    NCRYPT_PROV_HANDLE provider() { return shared_->first->handle(); }
-    NCRYPT_PROV_HANDLE otherProvider() { return shared_->second->handle(); }
+    const ProviderModule& module() { return shared_->module; }
+    NCRYPT_PROV_HANDLE provider() { return shared_->first.handle(); }
+    NCRYPT_PROV_HANDLE otherProvider() { return shared_->second.handle(); }
     NCRYPT_KEY_HANDLE key() { return shared_->key; }
     NCRYPT_KEY_HANDLE keyOfOther() { return shared_->keyOfSecond; }
     NCRYPT_KEY_HANDLE rsaKey() { return shared_->rsaKey; }

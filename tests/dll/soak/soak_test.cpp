@@ -32,7 +32,7 @@ namespace {
 
 // One small block left by one operation in a hundred would be more.
 constexpr size_t blockTolerance = 100;
-constexpr size_t byteTolerance = 32 * 1024;
+constexpr size_t byteTolerance = size_t{32} * 1024;
 constexpr size_t kilobyteTolerance = 2048;
 constexpr size_t handleTolerance = 4;
 

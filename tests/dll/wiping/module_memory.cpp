@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <stdexcept>
 #include <utility>
 
@@ -72,13 +73,15 @@ const Replacement replacements[] = {{"malloc", address(watchedMalloc)},
                                     {"free", address(watchedFree)},
                                     {"_strdup", address(watchedStrdup)}};
 
-void replaceEntry(void** entry, void* function)
+// False if the entry cannot be written.
+bool replaceEntry(void** entry, void* function)
 {
     DWORD protection = 0;
     if (VirtualProtect(entry, sizeof *entry, PAGE_READWRITE, &protection) == 0)
-        throw std::runtime_error("the import table cannot be written");
+        return false;
     *entry = function;
     VirtualProtect(entry, sizeof *entry, protection, &protection);
+    return true;
 }
 
 template <typename T>
@@ -117,8 +120,11 @@ ModuleMemory::ModuleMemory(HMODULE module)
 
 ModuleMemory::~ModuleMemory()
 {
-    for (const Import& import : imports_)
-        replaceEntry(import.entry, import.original);
+    for (const Import& import : imports_) {
+        // The module would go on calling functions that have nothing to watch for.
+        if (!replaceEntry(import.entry, import.original))
+            std::terminate();
+    }
     watching = nullptr;
 }
 
@@ -145,7 +151,8 @@ void ModuleMemory::redirect(unsigned char* base)
             if (found == std::end(replacements))
                 continue;
             imports_.push_back({entry, *entry});
-            replaceEntry(entry, found->function);
+            if (!replaceEntry(entry, found->function))
+                throw std::runtime_error("the import table cannot be written");
         }
     }
 }

@@ -184,6 +184,7 @@ void setProviderProperty(World& world, Operands& operands)
                                                  flagsOf(operands.byte()));
     });
     if (world.judge(answer, expected, Reach::module)) {
+        HOLDS(provider != nullptr);
         provider->properties[name] = value;
         return;
     }
@@ -250,6 +251,7 @@ void enumAlgorithms(World& world, Operands& operands)
         HOLDS(answer.blocks == 0 && list == nullptr && count.untouched());
         return;
     }
+    HOLDS(provider != nullptr);
     const auto records = algorithmsOf(*provider, operation);
     if (records.empty()) {
         HOLDS(answer.blocks == 0 && list == nullptr);

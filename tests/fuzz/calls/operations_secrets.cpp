@@ -69,7 +69,7 @@ private:
     {
         const auto size = sizeOf(bytes);
         // Moving the bytes into the list keeps their place.
-        PBYTE const place = bytes.data();
+        PBYTE place = bytes.data();
         contents_.push_back(std::move(bytes));
         buffers_.push_back({size, type, place});
     }
@@ -217,7 +217,7 @@ void deriveKey(World& world, Operands& operands)
     if (provider == nullptr) {
         expected = world.withoutProvider(handle);
     } else if (secret == 0 || kdf == nullptr || length.null() ||
-               (!output.null() && output.size() == 0)) {
+               (!output.null() && output.size() == 0)) {  // NOLINT(bugprone-branch-clone): in order
         expected.status = NTE_INVALID_PARAMETER;
     } else if (std::wstring_view(kdf) == BCRYPT_KDF_TLS_PRF) {
         expected.status = NTE_NOT_SUPPORTED;

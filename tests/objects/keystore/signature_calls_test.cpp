@@ -204,7 +204,7 @@ TEST_F(SignatureCallsTest, p384SignatureHas96BytesAndP521Has132)
         ec = makeEcKey(name, fixture, bits);
         const Result result = run({.operation = Operation::ecSign, .room = 140});
         EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, result.status);
-        EXPECT_TRUE(log.takeLines().size() > 0);
+        EXPECT_FALSE(log.takeLines().empty());
         Bytes expected = signatureOf(CKM_ECDSA, someBytes(32), length);
         expected.resize(140, 0xEE);
         EXPECT_EQ(expected, result.output);

@@ -127,12 +127,12 @@ protected:
         const CK_FUNCTION_LIST direct = token.exports();
         CK_RV rv = CKR_OK;
         CK_SESSION_HANDLE session = 0;
-        if (row.state >= State::Initialised)
+        if (row.state >= State::initialised)
             rv |= direct.C_Initialize(nullptr);
-        if (row.state >= State::SessionOpen)
+        if (row.state >= State::sessionOpen)
             rv |= direct.C_OpenSession(kSlot, CKF_SERIAL_SESSION | CKF_RW_SESSION, nullptr, nullptr,
                                        &session);
-        if (row.state >= State::LoggedIn)
+        if (row.state >= State::loggedIn)
             rv |= direct.C_Login(session, CKU_USER, bench.userPin, kPin.size());
         if (row.prepare != nullptr)
             rv |= row.prepare(direct, bench);

@@ -85,7 +85,7 @@ struct Bench {
 };
 
 // What a call needs before it can succeed.
-enum class State { Finalised, Initialised, SessionOpen, LoggedIn };
+enum class State { finalised, initialised, sessionOpen, loggedIn };
 
 using Preparation = CK_RV (*)(const CK_FUNCTION_LIST& token, Bench& bench);
 
@@ -93,13 +93,13 @@ using Preparation = CK_RV (*)(const CK_FUNCTION_LIST& token, Bench& bench);
 enum class Outcome { time, result };
 
 struct WrapperCase {
-    const char* name;
-    State state;
+    const char* name = nullptr;
+    State state = State::finalised;
     // Calls of the token itself, such as the start of an operation; the sum of their results.
-    Preparation prepare;
-    CK_RV (*call)(Pkcs11& p11, Bench& bench);
-    const char* recorded;   // what the token sees
-    const char* arguments;  // as they are logged: "hSession=..., pData=..."
+    Preparation prepare = nullptr;
+    CK_RV (*call)(Pkcs11& p11, Bench& bench) = nullptr;
+    const char* recorded = nullptr;   // what the token sees
+    const char* arguments = nullptr;  // as they are logged: "hSession=..., pData=..."
     // The lines that this wrapper alone logs, "DBG text\n": after a call that succeeds, and before it.
     const char* after = "";
     const char* before = "";

@@ -4,10 +4,10 @@
 #include <unistd.h>
 #include <windows.h>
 
-#include <cstdio>
 #include <fstream>
 #include <map>
 #include <mutex>
+#include <sstream>
 #include <string>
 
 #include "last_error.h"
@@ -35,7 +35,8 @@ int protectionBits(DWORD protection)
     }
 }
 
-DWORD protectionOf(const char (&letters)[5])
+// Of letters like "r-xp".
+DWORD protectionOf(const std::string& letters)
 {
     const bool reads = letters[0] == 'r';
     const bool writes = letters[1] == 'w';
@@ -51,8 +52,10 @@ DWORD currentProtection(uintptr_t address)
     for (std::string line; std::getline(maps, line);) {
         unsigned long begin = 0;
         unsigned long end = 0;
-        char letters[5] = {};
-        if (std::sscanf(line.c_str(), "%lx-%lx %4c", &begin, &end, letters) == 3 &&
+        char dash = 0;
+        std::string letters;
+        std::istringstream fields(line);
+        if (fields >> std::hex >> begin >> dash >> end >> letters && letters.size() == 4 &&
             address >= begin && address < end)
             return protectionOf(letters);
     }
