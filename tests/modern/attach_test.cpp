@@ -125,11 +125,13 @@ TEST_F(Attaching, leavesASignalToTheProgram)
 TEST_F(Attaching, initializesNoControls)
 {
     std::string module = readFile(ProviderModule::defaultPath());
-    const auto name = std::ranges::search(module, std::string_view("COMCTL32.DLL"), {}, [](char c) {
-        return c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
-    });
-    ASSERT_EQ(12, std::ranges::ssize(name));
-    std::ranges::copy(std::string_view("cntctl32.dll"), name.begin());
+    constexpr std::string_view system = "COMCTL32.DLL";
+    const auto name = std::search(module.begin(), module.end(), system.begin(), system.end(),
+                                  [](char c, char capital) {
+                                      return c == capital || (c >= 'a' && c - 'a' + 'A' == capital);
+                                  });
+    ASSERT_TRUE(name != module.end());
+    std::ranges::copy(std::string_view("cntctl32.dll"), name);
     const TemporaryFolder folder;
     writeFile(folder.path() / "nvksprovider.dll", module);
     const std::vector<std::string> file = {narrowPath(folder.path() / "nvksprovider.dll")};

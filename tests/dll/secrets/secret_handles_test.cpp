@@ -122,7 +122,7 @@ TEST_F(SecretHandlesTest, TwoProvidersAgreeAtOnceWithoutLoss)
     EXPECT_EQ(0, failed);
     EXPECT_EQ(0u, token().sequenceViolations());
     EXPECT_EQ(0u, token().overlappingCalls());
-    size_t left = 2 * rounds;
+    size_t left = size_t{2} * rounds;
     for (const Side& side : sides) {
         for (const NCRYPT_SECRET_HANDLE secret : side.secrets) {
             Bytes key;

@@ -198,7 +198,8 @@ void ModuleMemory::forget()
 void ModuleMemory::search(std::span<const unsigned char> bytes, const std::string& where)
 {
     for (const Needle& needle : needles_) {
-        if (!std::ranges::search(bytes, needle.bytes).empty())
+        if (std::search(bytes.begin(), bytes.end(), needle.bytes.begin(), needle.bytes.end()) !=
+            bytes.end())
             findings_.insert(needle.name + " in " + where);
     }
 }

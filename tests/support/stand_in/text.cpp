@@ -59,7 +59,7 @@ std::string narrowed(std::wstring_view wide)
     std::string text;
     const auto put = [&text](uint32_t byte) { text.push_back(static_cast<char>(byte)); };
     for (const wchar_t character : wide) {
-        auto point = static_cast<uint32_t>(character);
+        auto point = static_cast<char32_t>(character);
         if (!isCharacter(point))
             point = replacementCharacter;
         if (point < 0x80) {
