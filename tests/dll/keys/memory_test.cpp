@@ -11,7 +11,7 @@ namespace NV::test {
 namespace {
 
 // A block of a few hundred bytes a time would be more.
-constexpr size_t tolerance = 32 * 1024;
+constexpr size_t tolerance = size_t{32} * 1024;
 // Handle values are multiples of this.
 constexpr uintptr_t handleStep = 4;
 
@@ -83,7 +83,7 @@ TEST_F(UsageTest, theCountersSeeWhatIsHeld)
     const Usage after = usage();
     for (HANDLE event : events)
         CloseHandle(event);
-    EXPECT_GE(after.heapBytes, before.heapBytes + 400 * 1000);
+    EXPECT_GE(after.heapBytes, before.heapBytes + size_t{400} * 1000);
     EXPECT_GE(after.lowestFree, before.lowestFree + 900 * handleStep);
 }
 

@@ -45,7 +45,7 @@ protected:
         destroyed = false;
     }
 
-    SECURITY_STATUS sign(DialogDriver::Script script)
+    SECURITY_STATUS sign(const DialogDriver::Script& script)
     {
         const DialogDriver driver([script](const PinDialogWindow& dialog) {
             watchTheField(dialog);

@@ -8,7 +8,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 
@@ -27,38 +26,33 @@ class WatchedModule {
 public:
     WatchedModule()
     {
+        Bytes blob = peerBlob(ecdhP256, 32);
+        EXPECT_EQ(ERROR_SUCCESS,
+                  module->ImportKey(provider.handle(), 0, BCRYPT_ECCPUBLIC_BLOB, nullptr, &peer,
+                                    blob.data(), static_cast<DWORD>(blob.size()), 0));
+    }
+
+    Profile profile;
+    ScriptedToken token;
+    ProviderModule module = loaded();
+    ModuleMemory memory{module.handle()};
+    OpenedProvider provider{module};
+    NCRYPT_KEY_HANDLE ecKey = provider.openKey(L"0256");
+    NCRYPT_KEY_HANDLE rsaKey = provider.openKey(L"01AB");
+    NCRYPT_KEY_HANDLE peer = 0;
+
+private:
+    // The module, after the token has its keys and the profile its configuration.
+    ProviderModule loaded()
+    {
         addKey("p256", {0x02, 0x56});
         addKey("rsa2048", {0x01, 0xAB});
         token.addEcKeyPair({0x02, 0x56}, 32);
         token.addRsaKeyPair({0x01, 0xAB}, 2048);
         profile.writeConfigFor(ScriptedToken::widePath());
-        memory.emplace(module.emplace(shippedModule()).handle());
-        provider.emplace(*module);
-        ecKey = provider->openKey(L"0256");
-        rsaKey = provider->openKey(L"01AB");
-        Bytes blob = peerBlob(ecdhP256, 32);
-        EXPECT_EQ(ERROR_SUCCESS,
-                  (*module)->ImportKey(provider->handle(), 0, BCRYPT_ECCPUBLIC_BLOB, nullptr, &peer,
-                                       blob.data(), static_cast<DWORD>(blob.size()), 0));
+        return ProviderModule(shippedModule());
     }
-    ~WatchedModule()
-    {
-        provider.reset();
-        memory.reset();
-    }
-    WatchedModule(const WatchedModule&) = delete;
-    WatchedModule& operator=(const WatchedModule&) = delete;
 
-    Profile profile;
-    ScriptedToken token;
-    std::optional<ProviderModule> module;
-    std::optional<ModuleMemory> memory;
-    std::optional<OpenedProvider> provider;
-    NCRYPT_KEY_HANDLE ecKey = 0;
-    NCRYPT_KEY_HANDLE rsaKey = 0;
-    NCRYPT_KEY_HANDLE peer = 0;
-
-private:
     // Without the checks that the tests' own build carries; another one by KEYWARDEN_MODULE.
     static std::filesystem::path shippedModule()
     {
@@ -83,9 +77,9 @@ protected:
     ~WatchedTest() override { token().clearFaults(); }
 
     ScriptedToken& token() { return shared_->token; }
-    ModuleMemory& memory() { return *shared_->memory; }
-    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() { return *shared_->module->operator->(); }
-    NCRYPT_PROV_HANDLE provider() { return shared_->provider->handle(); }
+    ModuleMemory& memory() { return shared_->memory; }
+    const NCRYPT_KEY_STORAGE_FUNCTION_TABLE& table() { return *shared_->module.operator->(); }
+    NCRYPT_PROV_HANDLE provider() { return shared_->provider.handle(); }
     NCRYPT_KEY_HANDLE ecKey() { return shared_->ecKey; }
     NCRYPT_KEY_HANDLE rsaKey() { return shared_->rsaKey; }
     NCRYPT_KEY_HANDLE peer() { return shared_->peer; }

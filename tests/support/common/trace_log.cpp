@@ -66,7 +66,7 @@ private:
 
     std::string take(size_t length)
     {
-        const std::string taken(rest_.substr(0, length));
+        std::string taken(rest_.substr(0, length));
         rest_.remove_prefix(length);
         return taken;
     }
