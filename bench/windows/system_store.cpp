@@ -30,7 +30,6 @@ auto timed(const Call& call)
 }  // namespace
 
 // The linker's names for the pointers through which the imported functions are called.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 using OpenStore = HCERTSTORE(WINAPI*)(HCRYPTPROV_LEGACY, LPCWSTR);
 using AddToStore = BOOL(WINAPI*)(HCERTSTORE, PCCERT_CONTEXT, DWORD, PCCERT_CONTEXT*);
@@ -79,7 +78,6 @@ AddToStore __wrap___imp_CertAddCertificateContextToStore = &addToStore;
 SetProperty __wrap___imp_CertSetCertificateContextProperty = &setProperty;
 CloseStore __wrap___imp_CertCloseStore = &closeStore;
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace NV::bench {
 

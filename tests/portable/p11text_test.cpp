@@ -51,7 +51,7 @@ Names scan(TextFunction&& text)
 // "00000191(CKR_X)" without the number, which must be the value's.
 std::string returnValueName(uint32_t value)
 {
-    const std::string text = returnValueText(value);
+    std::string text = returnValueText(value);
     if (text == "UNKNOWN")
         return text;
     char number[16];
@@ -63,7 +63,7 @@ std::string returnValueName(uint32_t value)
 // "CKA_X(257)" without the number, which must be the value's as a signed one.
 std::string attributeName(uint32_t value)
 {
-    const std::string text = attributeText(value);
+    std::string text = attributeText(value);
     if (text == "UNKNOWN")
         return text;
     const std::string number = "(" + std::to_string(static_cast<int32_t>(value)) + ")";

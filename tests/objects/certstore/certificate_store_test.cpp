@@ -19,7 +19,6 @@ bool setFails = false;
 }  // namespace
 
 // The linker's names for the pointers through which the imported functions are called.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 using OpenStore = HCERTSTORE(WINAPI*)(HCRYPTPROV_LEGACY, LPCWSTR);
 using AddToStore = BOOL(WINAPI*)(HCERTSTORE, PCCERT_CONTEXT, DWORD, PCCERT_CONTEXT*);
@@ -57,7 +56,6 @@ OpenStore __wrap___imp_CertOpenSystemStoreW = &openStore;
 AddToStore __wrap___imp_CertAddCertificateContextToStore = &addToStore;
 SetProperty __wrap___imp_CertSetCertificateContextProperty = &setProperty;
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace NV::test {
 

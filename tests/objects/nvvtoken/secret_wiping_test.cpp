@@ -55,7 +55,6 @@ bool refused(size_t size)
 }  // namespace
 
 // The linker's names for the wrapped and the wrapping functions.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void* __real_malloc(size_t size);
 void* __real_realloc(void* block, size_t size);
@@ -87,7 +86,6 @@ void __wrap_free(void* block)
     __real_free(block);
 }
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace NV::test {
 

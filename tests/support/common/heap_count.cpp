@@ -51,7 +51,6 @@ void uncount(void* block)
 }  // namespace
 
 // The linker's names for the wrapped and the wrapping functions.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 void* __real_malloc(size_t size);
 void* __real_calloc(size_t count, size_t size);
@@ -93,7 +92,6 @@ void __wrap_free(void* block)
     __real_free(block);
 }
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace NV::test {
 

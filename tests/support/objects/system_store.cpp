@@ -13,7 +13,6 @@ uint32_t openings = 0;
 }  // namespace
 
 // The linker's names for the pointer through which the imported function is called.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 using OpenStore = HCERTSTORE(WINAPI*)(HCRYPTPROV_LEGACY, LPCWSTR);
 
@@ -27,7 +26,6 @@ static HCERTSTORE WINAPI openStore(HCRYPTPROV_LEGACY, LPCWSTR)
 
 OpenStore __wrap___imp_CertOpenSystemStoreW = &openStore;
 }
-// NOLINTEND(bugprone-reserved-identifier)
 
 namespace NV::test {
 

@@ -27,7 +27,6 @@ std::string withPointersAsNumbers(const char* format)
 }  // namespace
 
 // The linker's names for the wrapped and the wrapping functions.
-// NOLINTBEGIN(bugprone-reserved-identifier)
 extern "C" {
 int __real_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments);
 int __wrap_vsnprintf(char* buffer, size_t capacity, const char* format, va_list arguments);
@@ -47,4 +46,3 @@ int __wrap_snprintf(char* buffer, size_t capacity, const char* format, ...)
     return length;
 }
 }
-// NOLINTEND(bugprone-reserved-identifier)

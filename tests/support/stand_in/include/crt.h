@@ -8,7 +8,7 @@
 #include <cstdlib>
 
 // Windows names them.
-// NOLINTBEGIN(bugprone-reserved-identifier,readability-identifier-naming)
+// NOLINTBEGIN(readability-identifier-naming)
 
 // An empty value removes the variable.
 inline int _putenv_s(const char* name, const char* value)
@@ -22,4 +22,4 @@ inline size_t _msize(void* block)
     return malloc_usable_size(block);
 }
 
-// NOLINTEND(bugprone-reserved-identifier,readability-identifier-naming)
+// NOLINTEND(readability-identifier-naming)
