@@ -104,14 +104,14 @@ void Operations::expectSameResults()
     ecSignBare();
     rsaEncrypt();
     rsaEncryptBare();
-    std::swap(module_wrote_.ecSignature, bare_wrote_.ecSignature);
-    std::swap(module_wrote_.cipher, bare_wrote_.cipher);
+    std::swap(moduleWrote_.ecSignature, bareWrote_.ecSignature);
+    std::swap(moduleWrote_.cipher, bareWrote_.cipher);
     for (const Row& row : rows()) {
         (this->*row.throughModule)();
         (this->*row.bare)();
     }
-    if (module_wrote_.rsaSignature != bare_wrote_.rsaSignature ||
-        module_wrote_.plain != bare_wrote_.plain || module_wrote_.derived != bare_wrote_.derived)
+    if (moduleWrote_.rsaSignature != bareWrote_.rsaSignature ||
+        moduleWrote_.plain != bareWrote_.plain || moduleWrote_.derived != bareWrote_.derived)
         throw std::runtime_error("the module's results are not those of the bare calls");
 }
 
@@ -133,84 +133,83 @@ SECURITY_STATUS Operations::verify(NCRYPT_KEY_HANDLE key, void* padding, DWORD f
 void Operations::rsaSign()
 {
     BCRYPT_PKCS1_PADDING_INFO padding{BCRYPT_SHA256_ALGORITHM};
-    expectSuccess(sign(rsa_, &padding, BCRYPT_PAD_PKCS1, hash_, module_wrote_.rsaSignature),
+    expectSuccess(sign(rsa_, &padding, BCRYPT_PAD_PKCS1, hash_, moduleWrote_.rsaSignature),
                   "SignHash");
 }
 
 void Operations::rsaSignBare()
 {
-    bare_->sign(CKK_RSA, rsaId_, digestInfo_, bare_wrote_.rsaSignature);
+    bare_->sign(CKK_RSA, rsaId_, digestInfo_, bareWrote_.rsaSignature);
 }
 
 void Operations::rsaVerify()
 {
     // Without a name, both behaviours take the DigestInfo as it is.
     BCRYPT_PKCS1_PADDING_INFO padding{nullptr};
-    expectSuccess(verify(rsa_, &padding, BCRYPT_PAD_PKCS1, digestInfo_, module_wrote_.rsaSignature),
+    expectSuccess(verify(rsa_, &padding, BCRYPT_PAD_PKCS1, digestInfo_, moduleWrote_.rsaSignature),
                   "VerifySignature");
 }
 
 void Operations::rsaVerifyBare()
 {
-    bare_->verify(CKK_RSA, rsaId_, digestInfo_, bare_wrote_.rsaSignature);
+    bare_->verify(CKK_RSA, rsaId_, digestInfo_, bareWrote_.rsaSignature);
 }
 
 void Operations::rsaEncrypt()
 {
     DWORD length = 0;
     expectSuccess(module_->Encrypt(provider_, rsa_, in(hash_), sizeOf(hash_), nullptr,
-                                   module_wrote_.cipher.data(), sizeOf(module_wrote_.cipher),
-                                   &length, BCRYPT_PAD_PKCS1),
+                                   moduleWrote_.cipher.data(), sizeOf(moduleWrote_.cipher), &length,
+                                   BCRYPT_PAD_PKCS1),
                   "Encrypt");
 }
 
 void Operations::rsaEncryptBare()
 {
-    bare_->encrypt(rsaId_, hash_, bare_wrote_.cipher);
+    bare_->encrypt(rsaId_, hash_, bareWrote_.cipher);
 }
 
 void Operations::rsaDecrypt()
 {
     DWORD length = 0;
-    expectSuccess(module_->Decrypt(provider_, rsa_, module_wrote_.cipher.data(),
-                                   sizeOf(module_wrote_.cipher), nullptr,
-                                   module_wrote_.plain.data(), sizeOf(module_wrote_.plain), &length,
-                                   BCRYPT_PAD_PKCS1),
+    expectSuccess(module_->Decrypt(provider_, rsa_, moduleWrote_.cipher.data(),
+                                   sizeOf(moduleWrote_.cipher), nullptr, moduleWrote_.plain.data(),
+                                   sizeOf(moduleWrote_.plain), &length, BCRYPT_PAD_PKCS1),
                   "Decrypt");
 }
 
 void Operations::decryptedLength()
 {
     DWORD length = 0;
-    expectSuccess(module_->Decrypt(provider_, rsa_, module_wrote_.cipher.data(),
-                                   sizeOf(module_wrote_.cipher), nullptr, nullptr, 0, &length,
+    expectSuccess(module_->Decrypt(provider_, rsa_, moduleWrote_.cipher.data(),
+                                   sizeOf(moduleWrote_.cipher), nullptr, nullptr, 0, &length,
                                    BCRYPT_PAD_PKCS1),
                   "Decrypt");
 }
 
 void Operations::rsaDecryptBare()
 {
-    bare_->decrypt(rsaId_, bare_wrote_.cipher, bare_wrote_.plain);
+    bare_->decrypt(rsaId_, bareWrote_.cipher, bareWrote_.plain);
 }
 
 void Operations::ecSign()
 {
-    expectSuccess(sign(ec_, nullptr, 0, hash_, module_wrote_.ecSignature), "SignHash");
+    expectSuccess(sign(ec_, nullptr, 0, hash_, moduleWrote_.ecSignature), "SignHash");
 }
 
 void Operations::ecSignBare()
 {
-    bare_->sign(CKK_EC, ecId_, hash_, bare_wrote_.ecSignature);
+    bare_->sign(CKK_EC, ecId_, hash_, bareWrote_.ecSignature);
 }
 
 void Operations::ecVerify()
 {
-    expectSuccess(verify(ec_, nullptr, 0, hash_, module_wrote_.ecSignature), "VerifySignature");
+    expectSuccess(verify(ec_, nullptr, 0, hash_, moduleWrote_.ecSignature), "VerifySignature");
 }
 
 void Operations::ecVerifyBare()
 {
-    bare_->verify(CKK_EC, ecId_, hash_, bare_wrote_.ecSignature);
+    bare_->verify(CKK_EC, ecId_, hash_, bareWrote_.ecSignature);
 }
 
 void Operations::deriveKey()
@@ -222,7 +221,7 @@ void Operations::deriveKey()
     expectSuccess(module_->SecretAgreement(provider_, ec_, peer_, &secret, 0), "SecretAgreement");
     DWORD length = 0;
     expectSuccess(module_->DeriveKey(provider_, secret, BCRYPT_KDF_HASH, &list,
-                                     module_wrote_.derived.data(), sizeOf(module_wrote_.derived),
+                                     moduleWrote_.derived.data(), sizeOf(moduleWrote_.derived),
                                      &length, 0),
                   "DeriveKey");
     expectSuccess(module_->FreeSecret(provider_, secret), "FreeSecret");
@@ -230,7 +229,7 @@ void Operations::deriveKey()
 
 void Operations::deriveKeyBare()
 {
-    bare_->digest(bare_->agree(ecId_, peerPoint_), bare_wrote_.derived);
+    bare_->digest(bare_->agree(ecId_, peerPoint_), bareWrote_.derived);
 }
 
 }  // namespace NV::bench

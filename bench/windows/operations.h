@@ -77,8 +77,8 @@ private:
         Bytes plain = Bytes(256);
         Bytes derived = Bytes(32);
     };
-    Written module_wrote_;
-    Written bare_wrote_;
+    Written moduleWrote_;
+    Written bareWrote_;
 };
 
 }  // namespace NV::bench

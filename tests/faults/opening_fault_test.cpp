@@ -160,7 +160,7 @@ protected:
     }
 
     const Behaviour behaviour = GetParam();
-    const ModeOf mode_{behaviour};
+    const ModeOf mode{behaviour};
     LogOff logOff;
     ScriptedToken token;
     const std::vector<Step> steps = openingSteps(behaviour);

@@ -85,7 +85,7 @@ protected:
     // By the certificate's key: another one each time.
     static Bytes cipherTextOf(Attempt attempt)
     {
-        const Bytes written(attempt.output.data(), attempt.output.data() + row().length);
+        Bytes written(attempt.output.data(), attempt.output.data() + row().length);
         EXPECT_NE(Bytes(row().length, GuardedOutput::untouched), written);
         return written;
     }

@@ -252,7 +252,7 @@ ExpectedOutcome modernOutcome(const OperationRow& row, const Sequence& good, con
 
 std::string callsOf(const OperationRow& row, Behaviour behaviour)
 {
-    const std::string calls = row.calls;
+    std::string calls = row.calls;
     if (behaviour == Behaviour::classic)
         return calls;
     // Between "C_Initialize " and " C_Finalize".

@@ -29,15 +29,15 @@ enum class TokenOperation {
 enum class Told { never, onSuccess, withTheOutput };
 
 struct OperationRow {
-    TokenOperation operation;
-    const char* name;
-    const char* calls;   // of a good run in classic, in order
-    const char* output;  // the call that fills the output buffer; null: there is none
-    DWORD room;          // of the output buffer, in bytes
-    DWORD length;        // of the true output
-    Told told;
-    DWORD ownRoom =
-        0;  // of the module's own buffer, which modern gives to the token; 0: the caller's
+    TokenOperation operation = TokenOperation::rsaSign;
+    const char* name = nullptr;
+    const char* calls = nullptr;   // of a good run in classic, in order
+    const char* output = nullptr;  // the call that fills the output buffer; null: there is none
+    DWORD room = 0;                // of the output buffer, in bytes
+    DWORD length = 0;              // of the true output
+    Told told = Told::never;
+    // Of the module's own buffer, which modern gives to the token; 0: the caller's.
+    DWORD ownRoom = 0;
 };
 
 inline constexpr OperationRow operationRows[] = {
