@@ -176,7 +176,8 @@ NV_TEST_CHILD(endsOnTheFirstThread)
 {
     if (processEnds() || processEndsOnThisThread())
         return 1;
-    if (!beginProcessEnd() || !beginProcessEnd())
+    const bool began = beginProcessEnd();
+    if (!began || !beginProcessEnd())
         return 2;
     bool second = true;
     bool taken = false;

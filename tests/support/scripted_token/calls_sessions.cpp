@@ -87,14 +87,14 @@ CK_RV logIn(const Token& token, Slot& slot, CK_USER_TYPE userType, const CK_UTF8
 
 using namespace NV::scripted;  // the definitions below are C functions outside every namespace
 
-CK_RV C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication, CK_NOTIFY Notify,
+CK_RV C_OpenSession(CK_SLOT_ID slotID, CK_FLAGS flags, CK_VOID_PTR pApplication, CK_NOTIFY notify,
                     CK_SESSION_HANDLE_PTR phSession)
 {
     const Line line = Line{}
                           .decimal("slot", slotID)
                           .hex("flags", flags)
                           .pointer("application", pApplication)
-                          .pointer("notify", reinterpret_cast<const void*>(Notify));
+                          .pointer("notify", reinterpret_cast<const void*>(notify));
     return serve("C_OpenSession", line, Needs::initialised, nullptr, [&](Token& token, Lie) {
         if (phSession == nullptr)
             return CKR_ARGUMENTS_BAD;
