@@ -86,7 +86,7 @@ protected:
     LogLines takeLines()
     {
         const LogLines all = profile_.log();
-        const LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
+        LogLines fresh(all.begin() + static_cast<std::ptrdiff_t>(taken_), all.end());
         taken_ = all.size();
         return fresh;
     }
@@ -217,7 +217,7 @@ TEST_F(PinOperation, TheOwnerWindowOwnsTheDialog)
     const OwnedWindow window = makeWindow();
     ASSERT_NE(window, nullptr);
     HWND handle = window.get();
-    setOwner(&handle, sizeof handle);
+    setOwner(&handle, sizeof(HWND));
     EXPECT_EQ(ownerOfTheDialog(), handle);
     EXPECT_TRUE(hasLine(takeLines(), "TRC NV::PINDialog::open:hWnd(Parent)=PTR"));
     EXPECT_TRUE(IsWindowEnabled(handle));
@@ -227,7 +227,7 @@ TEST_F(PinOperation, NineBytesLeaveTheOwnerWindow)
 {
     const OwnedWindow window = makeWindow();
     HWND handle = window.get();
-    setOwner(&handle, sizeof handle);
+    setOwner(&handle, sizeof(HWND));
     const BYTE nine[9] = {};
     setOwner(nine, sizeof nine);
     EXPECT_EQ(ownerOfTheDialog(), handle);
@@ -241,7 +241,7 @@ TEST_F(PinOperation, TheOwnerWindowIsDisabledWhileTheDialogIsOpen)
 {
     const OwnedWindow window = makeWindow();
     HWND handle = window.get();
-    setOwner(&handle, sizeof handle);
+    setOwner(&handle, sizeof(HWND));
     EXPECT_EQ(sign([&](const PinDialogWindow& dialog) {
                   EXPECT_FALSE(IsWindowEnabled(handle));
                   dialog.pressCancel();
@@ -259,7 +259,7 @@ TEST_F(PinOperation, ADestroyedOwnerWindowMeansNoDialog)
         handle = window.get();
     }
     ASSERT_FALSE(IsWindow(handle));
-    setOwner(&handle, sizeof handle);
+    setOwner(&handle, sizeof(HWND));
     takeLines();
     EXPECT_EQ(sign(), ERROR_SUCCESS);
     EXPECT_TRUE(token().calls().empty());

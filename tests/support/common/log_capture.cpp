@@ -43,7 +43,7 @@ void LogCapture::setTime(int year, int month, int day, int hour, int minute, int
 LogLines LogCapture::takeLines()
 {
     const LogLines all = withoutBanner(lines());
-    const LogLines fresh(all.begin() + static_cast<LogLines::difference_type>(taken_), all.end());
+    LogLines fresh(all.begin() + static_cast<LogLines::difference_type>(taken_), all.end());
     taken_ = all.size();
     return fresh;
 }
