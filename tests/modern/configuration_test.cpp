@@ -140,7 +140,7 @@ protected:
         std::filesystem::remove_all(profile.logDirectory());
         profile.writeConfig(configuration);
         module.emplace();
-        const std::string written = messages(profile.log(), "ERR");
+        std::string written = messages(profile.log(), "ERR");
         module.reset();
         return written;
     }
