@@ -3,7 +3,9 @@
 // asked for itself and its slots, ended after discovery, or started again.
 //
 // Modern initialises the library once and leaves it so. A library that somebody else has initialised is
-// as good. A certificate without a name, and one of an authority whose public key is not found, is no key.
+// as good. Where one says that it is not initialised any more, the opening begins again. A certificate
+// without a name, and one of an authority whose public key is not found, is no key. A search that does not
+// end makes the next one take a new session.
 
 #include "opening_oracle.h"
 
@@ -23,14 +25,13 @@ constexpr size_t longestSearch = 1024;  // objects
 
 enum class Lost {
     nothing,
-    opening,            // init is false
-    slots,              // all of them
-    slot,               // this one; the next is taken
-    certificates,       // all of them
-    key,                // of this certificate, which is still published
-    name,               // of this certificate; in classic its key has an empty one
-    certificate,        // this one: it is neither filed nor published
-    laterCertificates,  // in modern those after this one, or all, neither filed nor published
+    opening,       // init is false
+    slots,         // all of them
+    slot,          // this one; the next is taken
+    certificates,  // all of them
+    key,           // of this certificate, which is still published
+    name,          // of this certificate; in classic its key has an empty one
+    certificate,   // this one: it is neither filed nor published
 };
 
 // The steps that follow.
@@ -43,8 +44,8 @@ enum class Then {
     nameOfCertificate,
     nextCertificate,
     nextKeySearch,
-    noKeySearch,  // all of them, except that each one fails at once, because a search has not ended
-    again,        // from the start of the library
+    newSession,   // for the next search
+    newSessions,  // for each
     sessionEnd,
     end,
 };
@@ -78,17 +79,20 @@ constexpr Rule rules[] = {
     {Stage::certificate, Then::all, Lost::key},
     {Stage::nameLength, Then::nextCertificate, Lost::name},
     {Stage::name, Then::all, Lost::name},
-    {Stage::searchEnd, Then::noKeySearch, Lost::laterCertificates},
+    {Stage::searchEnd, Then::newSession, Lost::nothing},
     {Stage::keySearch, Then::nextKeySearch, Lost::certificate},
     {Stage::keySearchResult, Then::all, Lost::certificate},
-    {Stage::keySearchEnd, Then::noKeySearch, Lost::laterCertificates},
+    {Stage::keySearchEnd, Then::newSession, Lost::nothing},
     {Stage::sessionEnd, Then::all, Lost::nothing},
     {Stage::end, Then::all, Lost::nothing},
 };
 
-bool isLostLibrary(const FaultCase& fault)
+// In modern, the opening begins again, once it has made the calls that the fault leaves of the discovery or
+// of the session.
+bool beginsAgain(Behaviour behaviour, Stage stage, const FaultCase& fault)
 {
-    return fault.kind == FaultKind::code && fault.code == CKR_CRYPTOKI_NOT_INITIALIZED;
+    return behaviour == Behaviour::modern && stage > Stage::start &&
+           fault.kind == FaultKind::code && fault.code == CKR_CRYPTOKI_NOT_INITIALIZED;
 }
 
 // Discovery calls the library directly: an exception ends it. Later the call layer makes an answer
@@ -108,9 +112,8 @@ bool changesNothing(Stage stage, const FaultCase& fault)
     return repaired || inUse || (fault.isLie() && stage != Stage::searchResult);
 }
 
-Rule ruleFor(Behaviour behaviour, Stage stage, const FaultCase& fault)
+Rule ruleFor(Stage stage, const FaultCase& fault)
 {
-    const bool modern = behaviour == Behaviour::modern;
     if (changesNothing(stage, fault))
         return {stage, Then::all, Lost::nothing};
     if (thrownInDiscovery(stage, fault)) {
@@ -118,9 +121,10 @@ Rule ruleFor(Behaviour behaviour, Stage stage, const FaultCase& fault)
         const bool started = stage >= Stage::start && stage < Stage::discoveryEnd;
         return {stage, started ? Then::finalize : Then::none, Lost::opening};
     }
-    if (modern && stage == Stage::libraryInfo && isLostLibrary(fault))
-        return {stage, Then::again, Lost::nothing};
-    return *std::ranges::find(rules, stage, &Rule::stage);
+    Rule rule = *std::ranges::find(rules, stage, &Rule::stage);
+    if (rule.then == Then::newSession && fault.kind == FaultKind::nullEntry)
+        rule.then = Then::newSessions;
+    return rule;
 }
 
 using Names = std::vector<std::string>;
@@ -147,6 +151,22 @@ Steps joined(Steps first, const Steps& second)
 {
     first.insert(first.end(), second.begin(), second.end());
     return first;
+}
+
+// In a session whose last search has not ended, the next one fails, and is made in a new session: the
+// first searches of the steps, at most `count`.
+Steps withNewSessions(const Steps& steps, size_t count)
+{
+    Steps all;
+    for (const Step& step : steps) {
+        if (step.stage == Stage::keySearch && count != 0) {
+            --count;
+            for (const char* function : {"C_FindObjectsInit", "C_CloseSession", "C_OpenSession"})
+                all.push_back({function, Stage::keySearch, step.item});
+        }
+        all.push_back(step);
+    }
+    return all;
 }
 
 Steps following(const Steps& steps, size_t place, Then then)
@@ -182,15 +202,10 @@ Steps following(const Steps& steps, size_t place, Then then)
                                            : from(steps, Stage::searchEnd);
     case Then::nextKeySearch:
         return after(place + 2);
-    case Then::noKeySearch: {
-        Steps rest = after(place);
-        std::erase_if(rest, [](const Step& step) {
-            return step.stage == Stage::keySearchResult || step.stage == Stage::keySearchEnd;
-        });
-        return rest;
-    }
-    case Then::again:
-        return joined({{"C_Initialize", Stage::start, 0}}, from(steps, Stage::libraryInfo));
+    case Then::newSession:
+        return withNewSessions(after(place), 1);
+    case Then::newSessions:
+        return withNewSessions(after(place), certificateCount);
     case Then::sessionEnd:
         return from(steps, Stage::sessionEnd);
     case Then::end:
@@ -224,17 +239,34 @@ size_t claimedObjects(Stage stage, const FaultCase& fault)
                                                       : longestSearch - certificateCount;
 }
 
-std::string callsOf(const Steps& steps, const FaultCase& fault, const Rule& rule)
+// The discovery, where the fault struck there, or all.
+Steps untilTheLossShows(const Steps& steps, Stage struck)
+{
+    Steps part = steps;
+    if (struck <= Stage::mechanismInfo)
+        std::erase_if(part, [](const Step& step) { return step.stage > Stage::mechanismInfo; });
+    return part;
+}
+
+std::string callsOf(Behaviour behaviour, const Steps& steps, const FaultCase& fault,
+                    const Rule& rule)
 {
     const Step& struck = steps[fault.call];
     Names names;
     for (size_t i = 0; i <= fault.call; ++i)
         names.emplace_back(steps[i].function);
+    const bool again = beginsAgain(behaviour, struck.stage, fault);
+    Steps left = following(steps, fault.call, rule.then);
+    if (again)
+        left = untilTheLossShows(left, struck.stage);
+    std::erase_if(left,
+                  [&](const Step& step) { return isSkipped(step, rule.lost, struck, fault); });
+    if (again)
+        left = joined(joined(left, {{"C_Initialize", Stage::start, 0}}),
+                      from(steps, Stage::libraryInfo));
     Names rest;
-    for (const Step& step : following(steps, fault.call, rule.then)) {
-        if (!isSkipped(step, rule.lost, struck, fault))
-            rest.emplace_back(step.function);
-    }
+    for (const Step& step : left)
+        rest.emplace_back(step.function);
     const size_t claimed = claimedObjects(struck.stage, fault);
     rest.insert(std::ranges::find(rest, "C_FindObjectsFinal"), 2 * claimed, "C_GetAttributeValue");
     names.insert(names.end(), rest.begin(), rest.end());
@@ -257,8 +289,6 @@ std::pair<size_t, size_t> droppedCertificates(Lost lost, const Step& step, const
     case Lost::name:
     case Lost::certificate:
         return {step.item, step.item + 1};
-    case Lost::laterCertificates:
-        return {step.stage == Stage::searchEnd ? 0 : step.item + 1, certificateCount};
     default:
         return {0, 0};
     }
@@ -310,11 +340,10 @@ void expectLibraryInClassic(ExpectedOpening& expected, const Step& step, const F
 }
 
 void expectLibraryInModern(ExpectedOpening& expected, const Step& step, const FaultCase& fault,
-                           const Rule& rule)
+                           bool again)
 {
-    const bool started = rule.lost != Lost::opening;
-    const bool others =
-        (step.stage == Stage::start && fault.saysAlreadyInitialized()) || rule.then == Then::again;
+    const bool started = expected.result;
+    const bool others = (step.stage == Stage::start && fault.saysAlreadyInitialized()) || again;
     expected.sessionsLeft = step.stage == Stage::sessionEnd ? 1 : 0;
     expected.initialised = started;
     expected.finalizedAtTheEnd = started && !others;
@@ -370,19 +399,23 @@ ExpectedOpening expectedOpening(Behaviour behaviour, const Steps& steps, const F
 {
     const Step& step = steps[fault.call];
     const bool claimed = claimedObjects(step.stage, fault) != 0;
-    const Rule rule = claimed ? Rule{step.stage, Then::all, Lost::nothing}
-                              : ruleFor(behaviour, step.stage, fault);
-    const Lost lost = rule.lost;
+    const bool again = beginsAgain(behaviour, step.stage, fault);
+    const Rule rule =
+        claimed ? Rule{step.stage, Then::all, Lost::nothing} : ruleFor(step.stage, fault);
+    const Lost lost = again ? Lost::nothing : rule.lost;
 
     ExpectedOpening expected{};
     expected.result = lost != Lost::opening;
-    expected.calls = callsOf(steps, fault, rule);
+    expected.calls = callsOf(behaviour, steps, fault, rule);
     expected.keys = keysAfter(behaviour, lost, step, fault);
     expected.algorithms = lost != Lost::opening && lost != Lost::slots;
     expected.published = static_cast<uint32_t>(publishedAfter(behaviour, lost, step, fault));
     expected.slot = lost == Lost::slot && step.item == 0 ? kOtherSlot : kSlot;
+    // The session ends after the certificates have been published.
+    if (again && step.stage == Stage::sessionEnd)
+        expected.published += certificateCount;
     if (behaviour == Behaviour::modern)
-        expectLibraryInModern(expected, step, fault, rule);
+        expectLibraryInModern(expected, step, fault, again);
     else
         expectLibraryInClassic(expected, step, fault);
     return expected;

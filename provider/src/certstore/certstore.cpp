@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <optional>
+#include <span>
 #include <utility>
 #include <vector>
 
@@ -76,13 +77,28 @@ uint32_t coordinateSize(const Bytes& point)
     return point.front() == 4 ? rest / 2 : rest;
 }
 
+// C_FindObjectsInit. A search that the token has not ended is still active in its session, so the next
+// one needs another session.
+CK_RV beginSearch(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE& session,
+                  std::span<CK_ATTRIBUTE> search)
+{
+    const auto count = static_cast<CK_ULONG>(search.size());
+    const CK_RV rv = p11.C_FindObjectsInit(session, search.data(), count);
+    if (rv != CKR_OPERATION_ACTIVE)
+        return rv;
+    p11.C_CloseSession(std::exchange(session, CK_SESSION_HANDLE{0}));
+    const CK_RV opened =
+        p11.C_OpenSession(slot.id(), CKF_SERIAL_SESSION, nullptr, nullptr, &session);
+    return opened == CKR_OK ? p11.C_FindObjectsInit(session, search.data(), count) : opened;
+}
+
 // Whether the token has a public key object that can be seen without a login.
-bool hasPublicKey(Pkcs11& p11, CK_SESSION_HANDLE session, const Bytes& id)
+bool hasPublicKey(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE& session, const Bytes& id)
 {
     constexpr CK_OBJECT_CLASS objectClass = CKO_PUBLIC_KEY;
     std::array search = {attribute(CKA_CLASS, &objectClass, sizeof objectClass),
                          attribute(CKA_ID, id.data(), id.size())};
-    if (p11.C_FindObjectsInit(session, search.data(), search.size()) != CKR_OK)
+    if (beginSearch(p11, slot, session, search) != CKR_OK)
         return false;
     std::vector<CK_OBJECT_HANDLE> found;
     const bool searched = findObjects(p11, session, found) == CKR_OK;
@@ -249,7 +265,8 @@ bool P11CertObject::isAuthority(const std::string& certificate)
     return trace.leaving(constraints.fCA != FALSE);
 }
 
-void P11CertObject::keepKeys(Pkcs11& p11, CK_SESSION_HANDLE session, ByHandle& certificates)
+void P11CertObject::keepKeys(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE& session,
+                             ByHandle& certificates)
 {
     constexpr Site here = NV_HERE;
     const Trace trace(here);
@@ -264,7 +281,7 @@ void P11CertObject::keepKeys(Pkcs11& p11, CK_SESSION_HANDLE session, ByHandle& c
             return true;
         }
         if (!isAuthority(certificate.certificate()) ||
-            (uses[name] == 1 && hasPublicKey(p11, session, hexDecode(toUtf8(name)))))
+            (uses[name] == 1 && hasPublicKey(p11, slot, session, hexDecode(toUtf8(name)))))
             return false;
         NV_UNDER(DBG, here, "Skip the certificate of an authority, CKA_ID = %s",
                  toUtf8(name).c_str());
@@ -347,7 +364,10 @@ bool CertStore::loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::ws
     }
     P11CertObject::ByHandle found = P11CertObject::FindCertificates(p11, *slot, session);
     if (mode().filtersCertificates())
-        P11CertObject::keepKeys(p11, session, found);
+        P11CertObject::keepKeys(p11, *slot, session, found);
+    if (p11.lost())
+        return trace.leaving(false);
+    certificates_.clear();
     for (auto& [handle, certificate] : found) {
         const std::wstring keyName = certificate->keyName();
         const std::string base64 = certificate->certificate();

@@ -44,8 +44,10 @@ public:
     static bool isAuthority(const std::string& certificate);
 
     // Removes the certificates that are no keys: those without a name, and those of an authority unless
-    // the token has a public key object of that name and no other certificate has it.
-    static void keepKeys(Pkcs11& p11, CK_SESSION_HANDLE session, ByHandle& certificates);
+    // the token has a public key object of that name and no other certificate has it. Replaces the session
+    // if the token has not ended a search in it; 0 if it gives no other.
+    static void keepKeys(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE& session,
+                         ByHandle& certificates);
 
     // Adds the certificate to the user's "My" store, or replaces an equal one, with key provider
     // information that names the provider and the container. True even when that information could
@@ -103,8 +105,9 @@ public:
     CertStore& operator=(const CertStore&) = delete;
 
     // Finds the slot's certificates, files the first of each key name, and publishes all of them; in
-    // modern only those that are keys. False without a slot or a session. Later failures are ignored.
-    // The library must be initialized.
+    // modern only those that are keys. Forgets those of an earlier call. False without a slot or a
+    // session, or if the library is lost (Pkcs11::lost): nothing is published then. Later failures are
+    // ignored. The library must be initialized.
     bool loadCertificates(Pkcs11& p11, const P11Slot* slot, const std::wstring& providerName);
 
     const ByKeyName& certificates() const { return certificates_; }

@@ -44,7 +44,10 @@ bool Provider::init()
     if (!openToken(here))
         return trace.endWithResult(false);
     setDefaultProperties();
-    serveFirstActiveSlot(here);
+    while (!serveFirstActiveSlot(here)) {
+        if (!pkcs11_->discoverAgain(here))
+            return trace.endWithResult(false);
+    }
     if (!pkcs11_->joined())
         pkcs11_->C_Finalize(nullptr);
     return trace.endWithResult(true);
@@ -70,29 +73,32 @@ bool Provider::openToken(const Site& init)
     return true;
 }
 
-void Provider::serveFirstActiveSlot(const Site& init)
+bool Provider::serveFirstActiveSlot(const Site& init)
 {
     const P11Module& module = *pkcs11_->module();
     const auto& slots = module.slots();
     NV_UNDER(TRC, init, "Slot Count = %d", static_cast<int>(slots.size()));
     P11Slot* active = module.firstActiveSlot();
     if (active == nullptr)
-        return;
-    serveSlot(*active);
+        return true;
+    certStore_.loadCertificates(*pkcs11_, active, name_);
+    if (pkcs11_->lost())
+        return false;
+    fileKeys(*active);
+    setAlgorisms(*active);
     const auto place = std::ranges::find(slots, active, &std::unique_ptr<P11Slot>::get);
     NV_UNDER(INF, init, "Use first active slot[%d]", static_cast<int>(place - slots.begin()));
     slot_ = active;
     slot_->setChosen(true);
+    return true;
 }
 
-void Provider::serveSlot(P11Slot& slot)
+void Provider::fileKeys(const P11Slot& slot)
 {
-    certStore_.loadCertificates(*pkcs11_, &slot, name_);
     for (const auto& [keyName, certificate] : certStore_.certificates())
         keyStore_.addPublicKey(slot, keyName, certificate->algorithmOid(), certificate->publicKey(),
                                certificate->keyLength(),
                                {certificate->curveOid(), certificate->certificate()});
-    setAlgorisms(slot);
 }
 
 SECURITY_STATUS Provider::CreatePersistedKey(NCRYPT_KEY_HANDLE* phKey, LPCWSTR pszAlgId,

@@ -113,8 +113,9 @@ private:
     using AlgorithmNames = std::vector<const wchar_t*>;
 
     bool openToken(const Site& init);
-    void serveFirstActiveSlot(const Site& init);
-    void serveSlot(P11Slot& slot);
+    // False if somebody else has finalized the library meanwhile, in modern: nothing is served yet.
+    bool serveFirstActiveSlot(const Site& init);
+    void fileKeys(const P11Slot& slot);
     void setDefaultProperties();
     void setAlgorisms(const P11Slot& slot);
 

@@ -268,17 +268,31 @@ bool P11Module::discoverAlone(const Site& init)
 // In the initialized state that all providers and the rest of the process share.
 bool P11Module::discoverShared(const Site& init)
 {
-    LibraryLife& life = LibraryLife::instance();
     if (!joinLibrary(init))
         return false;
     // Joining may have begun a new one.
-    const uint32_t generation = life.generation();
-    if (discover(init) || (std::exchange(lost_, false) &&
-                           life.resume(init, *functionList_, generation) && discover(init)))
-        return true;
-    // An opening that fails never destroys this object.
+    generation_ = LibraryLife::instance().generation();
+    const bool discovered = discover(init);
+    if (lost_)
+        return discoverAgain(init);
+    return discovered || leaveLibrary(init);
+}
+
+bool P11Module::discoverAgain(const Site& site)
+{
+    lost_ = false;
+    slots_.clear();
+    if (std::exchange(begunAgain_, true) ||
+        !LibraryLife::instance().resume(site, *functionList_, generation_))
+        return leaveLibrary(site);
+    return (discover(site) && !lost_) || leaveLibrary(site);
+}
+
+// An opening that fails never destroys this object.
+bool P11Module::leaveLibrary(const Site& site)
+{
     joined_ = false;
-    life.leave(init, *functionList_);
+    LibraryLife::instance().leave(site, *functionList_);
     return false;
 }
 
@@ -311,6 +325,12 @@ bool P11Module::discover(const Site& init)
         NV_UNDER(ERR, init, "Caught Exception.");
         return false;
     }
+}
+
+CK_RV P11Module::noted(CK_RV rv)
+{
+    lost_ = lost_ || rv == CKR_CRYPTOKI_NOT_INITIALIZED;
+    return rv;
 }
 
 bool P11Module::initializeLibrary(const Site& init, LibraryUse& use)
@@ -348,11 +368,10 @@ bool P11Module::readLibraryInfo(const Site& init)
 {
     CK_INFO info{};
     NV_UNDER(TRC, init, "Call C_GetInfo():START");
-    const CK_RV rv = present(functionList_->C_GetInfo)(&info);
+    const CK_RV rv = noted(present(functionList_->C_GetInfo)(&info));
     NV_UNDER(TRC, init, "Call C_GetInfo():END RV=%s", returnValueText(rv));
     if (rv != CKR_OK) {
         NV_UNDER(ERR, init, "FAILURE: C_GetInfo() : 0x%lX", asLong(rv));
-        lost_ = rv == CKR_CRYPTOKI_NOT_INITIALIZED;
         noteResult(rv, returnValueText);
         return false;
     }
@@ -368,12 +387,12 @@ bool P11Module::readSlots(const Site& init)
     std::vector<CK_SLOT_ID> ids;
     NV_UNDER(TRC, init, "Call C_GetSlotList():START");
     const auto getSlotList = present(functionList_->C_GetSlotList);
-    CK_RV rv = getSlotList(CK_TRUE, nullptr, &count);
+    CK_RV rv = noted(getSlotList(CK_TRUE, nullptr, &count));
     rv = checkedCount(init, "C_GetSlotList", rv, count);
     const bool counted = rv == CKR_OK;
     if (counted) {
         ids.resize(count);
-        rv = getSlotList(CK_TRUE, ids.data(), &count);
+        rv = noted(getSlotList(CK_TRUE, ids.data(), &count));
         // The count may have grown between the calls; the buffer has not.
         ids.resize(std::min<size_t>(ids.size(), count));
     }
@@ -403,7 +422,7 @@ std::unique_ptr<P11Slot> P11Module::readSlot(const Site& init, CK_SLOT_ID slotId
     auto slot = std::make_unique<P11Slot>();
 
     NV_UNDER(DBG, init, "Call C_GetSlotInfo():START");
-    CK_RV rv = present(functionList_->C_GetSlotInfo)(slotId, &slotInfo);
+    CK_RV rv = noted(present(functionList_->C_GetSlotInfo)(slotId, &slotInfo));
     NV_UNDER(TRC, init, "Call C_GetSlotInfo():END RV=%s", returnValueText(rv));
     if (rv == CKR_OK) {
         NV_UNDER(DBG, init, "SUCCESS: C_GetSlotInfo()");
@@ -412,7 +431,7 @@ std::unique_ptr<P11Slot> P11Module::readSlot(const Site& init, CK_SLOT_ID slotId
 
     CK_TOKEN_INFO tokenInfo{};
     NV_UNDER(TRC, init, "Call C_GetTokenInfo():START");
-    rv = present(functionList_->C_GetTokenInfo)(slotId, &tokenInfo);
+    rv = noted(present(functionList_->C_GetTokenInfo)(slotId, &tokenInfo));
     NV_UNDER(TRC, init, "Call C_GetTokenInfo():END RV=%s", returnValueText(rv));
     if (rv == CKR_OK) {
         NV_UNDER(DBG, init, "SUCCESS: C_GetTokenInfo()");
@@ -432,13 +451,13 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
     std::vector<CK_MECHANISM_TYPE> types;
     NV_UNDER(TRC, init, "Call C_GetMechanismList():START");
     const auto getMechanismList = present(functionList_->C_GetMechanismList);
-    CK_RV rv = getMechanismList(slotId, nullptr, &count);
+    CK_RV rv = noted(getMechanismList(slotId, nullptr, &count));
     rv = checkedCount(init, "C_GetMechanismList", rv, count);
     const bool counted = rv == CKR_OK;
     const CK_ULONG announced = count;
     if (counted) {
         types.resize(count);
-        rv = getMechanismList(slotId, types.data(), &count);
+        rv = noted(getMechanismList(slotId, types.data(), &count));
         types.resize(std::min<size_t>(types.size(), count));
     }
     NV_UNDER(TRC, init, "Call C_GetMechanismList():END RV=%s", returnValueText(rv));
@@ -450,7 +469,7 @@ void P11Module::readMechanisms(const Site& init, CK_SLOT_ID slotId, P11Slot& slo
     for (const CK_MECHANISM_TYPE type : types) {
         CK_MECHANISM_INFO info{};
         NV_UNDER(TRC, init, "Call C_GetMechanismInfo():START");
-        rv = present(functionList_->C_GetMechanismInfo)(slotId, type, &info);
+        rv = noted(present(functionList_->C_GetMechanismInfo)(slotId, type, &info));
         NV_UNDER(TRC, init, "Call C_GetMechanismInfo():END RV=%s", returnValueText(rv));
         if (rv != CKR_OK)
             continue;

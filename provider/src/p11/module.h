@@ -5,6 +5,7 @@
 
 #include <windows.h>
 
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <string>
@@ -96,6 +97,11 @@ public:
     // the module is destroyed. A second call appends the slots again.
     virtual bool init();
 
+    // For an opening in modern that has met CKR_CRYPTOKI_NOT_INITIALIZED: initializes the library again,
+    // and repeats the discovery with new slots; the old ones are gone. Works once; init may have used it.
+    // False if it cannot, and the library is then left: nothing can be asked of it.
+    bool discoverAgain(const Site& site);
+
     // Finalizes and unloads the library and frees owned init arguments. For the destructor. What is
     // finalized in the modern behaviour: see LibraryLife.
     virtual bool clean();
@@ -143,6 +149,10 @@ private:
     bool discoverShared(const Site& init);
     bool discover(const Site& init);
     bool joinLibrary(const Site& init);
+    // Always false.
+    bool leaveLibrary(const Site& site);
+    // Returns the result of a call of the discovery.
+    CK_RV noted(CK_RV rv);
     bool initializeLibrary(const Site& init, LibraryUse& use);
     bool readLibraryInfo(const Site& init);
     bool readSlots(const Site& init);
@@ -163,8 +173,9 @@ private:
     std::vector<std::unique_ptr<P11Slot>> slots_;
     bool repairFunctionList_ = true;
     bool joined_ = false;
-    // The discovery has met CKR_CRYPTOKI_NOT_INITIALIZED.
-    bool lost_ = false;
+    uint32_t generation_ = 0;  // of the library's life, when it was joined
+    bool lost_ = false;        // the discovery has met CKR_CRYPTOKI_NOT_INITIALIZED
+    bool begunAgain_ = false;
     CK_VOID_PTR mutexHandle_ = nullptr;
 };
 

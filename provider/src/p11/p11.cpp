@@ -40,6 +40,13 @@ bool Pkcs11::loadModule(std::string path)
     return trace.leaving(module_->load() && module_->init());
 }
 
+bool Pkcs11::discoverAgain(const Site& site)
+{
+    const std::lock_guard guard(lock_);
+    lost_ = false;
+    return module_->discoverAgain(site);
+}
+
 P11Module::InitArgs Pkcs11::prepareInitArgs(const Site& site, CK_VOID_PTR pInitArgs)
 {
     P11Module::InitArgs replaced;

@@ -52,6 +52,11 @@ public:
     // Whether the library stays initialized, so that operations need not initialize it and run side by
     // side.
     bool joined() const { return module_ != nullptr && module_->joined(); }
+    // Whether a call has returned CKR_CRYPTOKI_NOT_INITIALIZED although the library should stay
+    // initialized.
+    bool lost() const { return lost_ && joined(); }
+    // P11Module::discoverAgain; nothing is lost then.
+    bool discoverAgain(const Site& site);
     // Whether any C_Initialize returned CKR_OK.
     bool initialized() const { return initialized_; }
     // clang-format on
@@ -91,6 +96,7 @@ private:
     Mutex lock_{LockRank::callLayer};
     LibraryUse use_;
     bool initialized_ = false;
+    bool lost_ = false;
 };
 
 // An attribute of more bytes is unavailable.

@@ -90,7 +90,9 @@ CK_RV Pkcs11::traced(const Site& site, const Work& work, const Arguments&... arg
     const Trace trace(site);
     const std::lock_guard guard(lock_);
     logArguments<LogLevel::DBG>(site, 0, arguments...);
-    return trace.leaving(work());
+    const CK_RV rv = work();
+    lost_ = lost_ || rv == CKR_CRYPTOKI_NOT_INITIALIZED;
+    return trace.leaving(rv);
 }
 
 template <typename Work>
