@@ -1,10 +1,10 @@
 # Shared by the shell tests of this folder: programs beside the router, with the module registered, in
-# each behaviour. Sourced by these tests after `area` is set, never run. It brings the support of the
-# tests of keywarden with it.
+# each behaviour. Sourced by these tests after `area` is set, never run. It brings the shared parts of the
+# tests that run keywarden with it.
 # shellcheck shell=bash
 
-# shellcheck source=tests/tool/support.sh
-. "$(dirname "${BASH_SOURCE[0]}")/../tool/support.sh"
+# shellcheck source=tests/support/keywarden.sh
+. "$(dirname "${BASH_SOURCE[0]}")/../support/keywarden.sh"
 
 routerFolder=$windows/router
 program=$routerFolder/keywarden.exe

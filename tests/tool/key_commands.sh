@@ -5,8 +5,8 @@
 #                                           files usage json cng progress; default: all
 set -euo pipefail
 area=tool-keys
-# shellcheck source=tests/tool/support.sh
-. "$(dirname "$0")/support.sh"
+# shellcheck source=tests/support/keywarden.sh
+. "$(dirname "$0")/../support/keywarden.sh"
 onOwnScreen "$@"
 
 files=$work/files

@@ -5,8 +5,8 @@
 #   tests/tool/new_user.sh
 set -euo pipefail
 area=new-user
-# shellcheck source=tests/tool/support.sh
-. "$(dirname "$0")/support.sh"
+# shellcheck source=tests/support/keywarden.sh
+. "$(dirname "$0")/../support/keywarden.sh"
 onOwnScreen "$@"
 
 installed="$WINEPREFIX/drive_c/Program Files/Norvanta KeyWarden"

@@ -6,8 +6,8 @@
 #   tests/tool/pages_test.sh
 set -euo pipefail
 area=pages
-# shellcheck source=tests/tool/support.sh
-. "$(dirname "$0")/support.sh"
+# shellcheck source=tests/support/keywarden.sh
+. "$(dirname "$0")/../support/keywarden.sh"
 onOwnScreen "$@"
 
 needWindows='^(register|unregister|status|keys --cng)'

@@ -4,8 +4,8 @@
 #   tests/tool/remote_token.sh
 set -euo pipefail
 area=remote-token
-# shellcheck source=tests/tool/support.sh
-. "$(dirname "$0")/support.sh"
+# shellcheck source=tests/support/keywarden.sh
+. "$(dirname "$0")/../support/keywarden.sh"
 onOwnScreen "$@"
 
 client=/usr/lib/x86_64-linux-gnu/pkcs11/p11-kit-client.so

@@ -8,19 +8,16 @@
 #include <string>
 
 #include "certificates.h"
+#include "freer.h"
 
 using namespace NV::stand_in;  // the definitions below are functions of Windows
 
 namespace {
 
-struct CertificateFreer {
-    void operator()(X509* certificate) const { X509_free(certificate); }
-};
-
 std::string commonName(const std::vector<BYTE>& der)
 {
     const BYTE* end = der.data();
-    const std::unique_ptr<X509, CertificateFreer> certificate(
+    const std::unique_ptr<X509, Freer<&X509_free>> certificate(
         d2i_X509(nullptr, &end, static_cast<long>(der.size())));
     if (certificate == nullptr)
         return {};

@@ -14,20 +14,13 @@
 #include <vector>
 
 #include "certificates.h"
+#include "freer.h"
 #include "last_error.h"
 
 namespace NV::stand_in {
 
 namespace {
 
-template <auto release>
-struct Freer {
-    template <typename T>
-    void operator()(T* object) const
-    {
-        release(object);
-    }
-};
 using X509Certificate = std::unique_ptr<X509, Freer<&X509_free>>;
 using PublicKey = std::unique_ptr<EVP_PKEY, Freer<&EVP_PKEY_free>>;
 using BasicConstraints = std::unique_ptr<BASIC_CONSTRAINTS, Freer<&BASIC_CONSTRAINTS_free>>;

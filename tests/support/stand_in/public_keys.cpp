@@ -15,18 +15,12 @@
 #include <string_view>
 #include <vector>
 
+#include "freer.h"
+
 namespace NV::stand_in {
 
 namespace {
 
-template <auto release>
-struct Freer {
-    template <typename T>
-    void operator()(T* object) const
-    {
-        release(object);
-    }
-};
 using PublicKey = std::unique_ptr<EVP_PKEY, Freer<&EVP_PKEY_free>>;
 using Context = std::unique_ptr<EVP_PKEY_CTX, Freer<&EVP_PKEY_CTX_free>>;
 using Number = std::unique_ptr<BIGNUM, Freer<&BN_free>>;

@@ -1,4 +1,4 @@
-# Shared by the shell tests of keywarden: a screen and a Wine prefix of their own, a token, the program,
+# Shared by the shell tests that run keywarden: a screen and a Wine prefix of their own, a token, the program,
 # and the report of checks. Sourced by these tests, never run.
 #
 # A script sets `area`, its folder in build/, before it sources this file. Each check prints "ok NAME" or
