@@ -13,7 +13,7 @@
 //
 // - The first failure has the status of its row.
 // - CKR_CRYPTOKI_NOT_INITIALIZED makes the operation initialize the library and begin again.
-// - What the dialog asks the token about the PIN is not needed.
+// - What the dialog asks the token about the PIN is not needed. It begins again in the same way.
 // - A login that the token has already is used and left.
 // - A token that wants a login for a public key is replaced by the certificate's key. It calls the
 //   signatures of this token bad, which are patterns.
@@ -186,6 +186,9 @@ std::string modernCalls(const Sequence& good, const FaultCase& fault, Means mean
     Sequence seen = callsSeen(good, fault, fails);
     if (means == Means::existingLogin)
         std::erase_if(seen, [](const SequenceCall& call) { return call.function == "C_Logout"; });
+    if (fault.target.function == pinQuery && fault.kind == FaultKind::code &&
+        fault.code == CKR_CRYPTOKI_NOT_INITIALIZED)
+        seen.insert(seen.begin() + 1, {{"C_Initialize", 1, 0}, {std::string(pinQuery), 2, 0}});
     if (means == Means::lostLibrary) {
         seen.push_back({"C_Initialize", 1, 0});
         // The user is not asked again.

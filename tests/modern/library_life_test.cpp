@@ -162,12 +162,85 @@ TEST_F(LibraryLifeTest, aSignatureThatBeginsAgainAsksForThePinOnce)
     EXPECT_EQ(1, dialog.answered());
 }
 
+// What the dialog says of the token's tries must not be missing in it.
+TEST_F(LibraryLifeTest, theDialogsQuestionBeginsAgainToo)
+{
+    ASSERT_EQ(CKR_OK, host.C_Finalize(nullptr));
+    token.clearCalls();
+    const DialogDriver dialog(DialogDriver::entering(rightPin));
+    EXPECT_EQ(status(ERROR_SUCCESS), sign(rsa));
+    std::vector<std::string> calls = token.callNames();
+    calls.resize(4);
+    EXPECT_EQ("C_GetTokenInfo\nC_Initialize\nC_GetTokenInfo\nC_OpenSession\n", joined(calls));
+    EXPECT_EQ(1U, callsOf("C_OpenSession"));
+}
+
 TEST_F(LibraryLifeTest, openingInitializesAgainWhatSomebodyHasFinalized)
 {
     ASSERT_EQ(CKR_OK, host.C_Finalize(nullptr));
     OpenedProvider second(table());
     EXPECT_EQ(status(ERROR_SUCCESS), verifyWith(second.handle(), second.openKey(L"01AB")));
     EXPECT_EQ(1U, callsOf("C_Initialize"));
+}
+
+// The host ends the library while the opening reads its certificates.
+TEST_F(LibraryLifeTest, openingBeginsAgainWhenTheLibraryIsFinalizedMeanwhile)
+{
+    provider.reset();
+    forget();
+    token.delay("C_FindObjects", std::chrono::milliseconds(300), 1);
+    {
+        const std::jthread finalizer([&] {
+            while (callsOf("C_FindObjects") == 0)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+            EXPECT_EQ(CKR_OK, host.C_Finalize(nullptr));
+        });
+        provider.emplace(*module);
+    }
+    EXPECT_EQ(2U, callsOf("C_Initialize"));
+    EXPECT_EQ(2U, callsOf("C_GetInfo"));
+    EXPECT_EQ(status(ERROR_SUCCESS), verifyWith(handle(), openKey(L"01AB")));
+    EXPECT_EQ(0U, token.openSessions());
+    provider.reset();
+    EXPECT_FALSE(token.initialised());
+}
+
+// Calls that an opening swallows other failures of, and one that it does not.
+TEST_F(LibraryLifeTest, openingBeginsAgainOnlyOnce)
+{
+    for (const char* second : {"C_GetInfo", "C_GetTokenInfo", "C_OpenSession", "C_CloseSession"}) {
+        SCOPED_TRACE(second);
+        forget();
+        token.fail("C_GetSlotList", CKR_CRYPTOKI_NOT_INITIALIZED, 1);
+        token.fail(second, CKR_CRYPTOKI_NOT_INITIALIZED,
+                   std::string(second) == "C_GetInfo" ? 2 : 1);
+        NCRYPT_PROV_HANDLE opened = 0;
+        EXPECT_EQ(status(NTE_INTERNAL_ERROR), table()->OpenProvider(&opened, L"", 0));
+        EXPECT_EQ(0U, opened);
+        EXPECT_EQ(2U, callsOf("C_GetInfo"));
+        token.clearFaults();
+        // The provider that was open before is not affected, and another one opens.
+        EXPECT_EQ(status(ERROR_SUCCESS), verify());
+        OpenedProvider third(table());
+        EXPECT_EQ(status(ERROR_SUCCESS), verifyWith(third.handle(), third.openKey(L"01AB")));
+    }
+    provider.reset();
+}
+
+TEST_F(ModernModuleTest, anOpeningThatFailsTheSecondTimeLeavesTheLibraryToNobody)
+{
+    module.emplace();
+    token.fail("C_OpenSession", CKR_CRYPTOKI_NOT_INITIALIZED);
+    NCRYPT_PROV_HANDLE opened = 0;
+    EXPECT_EQ(status(NTE_INTERNAL_ERROR), table()->OpenProvider(&opened, L"", 0));
+    EXPECT_EQ(2U, token.calls("C_OpenSession").size());
+    token.clearFaults();
+    CK_FUNCTION_LIST host = token.exports();
+    host.C_Finalize(nullptr);
+    // Nobody is counted any more: the next one initializes the library, and finalizes it.
+    provider.emplace(*module);
+    provider.reset();
+    EXPECT_FALSE(token.initialised());
 }
 
 TEST_F(ModernModuleTest, aLibraryThatThrowsAfterInitializingIsFinalized)

@@ -60,6 +60,20 @@ TEST_F(PinSubject, namesTheCertificatesSubject)
     EXPECT_EQ(subject().keyName, L"01AB");
 }
 
+TEST_F(PinSubject, takesTheCertificateApartOnce)
+{
+    ASSERT_TRUE(certStore_.loadCertificates(p11_, &slot_, L"odd provider"));
+    const auto timesRead = [&] {
+        return ofFunction(log_.takeLines(), "NV::P11CertObject::extractSubject").size();
+    };
+    log_.takeLines();
+    EXPECT_EQ(subject().certificate, L"KeyWarden rsa2048");
+    EXPECT_EQ(timesRead(), 2U);  // ENTER and LEAVE
+    EXPECT_EQ(subject().certificate, L"KeyWarden rsa2048");
+    EXPECT_EQ(subject().certificate, L"KeyWarden rsa2048");
+    EXPECT_EQ(timesRead(), 0U);
+}
+
 TEST_F(PinSubject, hasNoSubjectForAKeyWithoutCertificate)
 {
     EXPECT_EQ(subject().certificate, L"");

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <mutex>
 #include <optional>
 #include <span>
 #include <utility>
@@ -307,6 +308,20 @@ std::wstring P11CertObject::extractSubject(const std::string& certificate)
         NV_ERR("CertCreateCertificateContext() failed");
     }
     return trace.leaving(std::move(subject));
+}
+
+std::wstring P11CertObject::subject() const
+{
+    {
+        const std::lock_guard guard(subjectLock_);
+        if (subject_)
+            return *subject_;
+    }
+    // Outside the lock, because it writes log lines.
+    std::wstring subject = extractSubject(certificate_);
+    const std::lock_guard guard(subjectLock_);
+    subject_ = subject;
+    return subject;
 }
 
 bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,

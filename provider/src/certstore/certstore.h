@@ -11,6 +11,7 @@
 #include <string>
 
 #include "base/encoding.h"
+#include "base/mutex.h"
 #include "logger/trace.h"
 #include "p11/cryptoki.h"
 #include "p11/module.h"
@@ -64,6 +65,8 @@ public:
     uint32_t keyLength() const { return keyLength_; }
     // Of a named curve; only modern reads it.
     const std::string& curveOid() const { return curveOid_; }
+    // extractSubject of the certificate, which is taken apart once. Any thread.
+    std::wstring subject() const;
 
 private:
     // More bytes than these, of all certificates and key names together, are unavailable.
@@ -91,6 +94,8 @@ private:
     std::string publicKey_;
     uint32_t keyLength_ = 0;
     std::string curveOid_;
+    mutable Mutex subjectLock_{LockRank::leaf};
+    mutable std::optional<std::wstring> subject_ NV_GUARDED_BY(subjectLock_);
 };
 
 // The certificates of one provider's token, by key name. It has no lock: the provider fills it

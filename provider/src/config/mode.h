@@ -67,14 +67,10 @@ public:
     // M22: the PKCS#11 library stays initialized while providers are open, and operations run side by
     // side.
     constexpr bool keepsLibraryInitialized() const { return modern_; }
-    // M23: imported blobs are checked, and RSA keys are imported.
-    constexpr bool checksImportedKeys() const { return modern_; }
-    // M23: the handles of public keys and of secrets to be freed are looked up.
-    constexpr bool looksUpHandles() const { return modern_; }
-    // M24: no exception leaves an entry point.
+    // M23: imported blobs are checked, RSA keys are imported, and every handle is looked up.
+    constexpr bool checksImports() const { return modern_; }
+    // M24: no exception leaves an entry point, and what would be one has a status.
     constexpr bool containsExceptions() const { return modern_; }
-    // M24: memory that ends where exceptions are caught is told as such, too.
-    constexpr bool reportsMissingMemory() const { return modern_; }
     // M25: a log that cannot be written fails no call.
     constexpr bool survivesLogFailures() const { return modern_; }
     // M26: NCRYPT_SILENT_FLAG keeps the dialog from appearing.

@@ -199,8 +199,10 @@ bool KeyStore::close(NCRYPT_KEY_HANDLE handle)
     const Trace trace(NV_HERE);
     const bool imported = ephemeralKeys_.contains(handle);
     ByHandle& keys = imported ? ephemeralKeys_ : openedKeys_;
-    // Compat: an unknown handle leaves an entry without a key behind.
-    std::shared_ptr<P11KeyObject> key = std::move(keys[handle]);
+    // Compat: in classic, an unknown handle leaves an entry without a key behind.
+    std::shared_ptr<P11KeyObject> key;
+    if (!mode().checksImports() || keys.contains(handle))
+        key = std::move(keys[handle]);
     const bool found = key != nullptr;
     if (found) {
         // Deleted also when the line cannot be written.

@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "base/curve.h"
+#include "config/mode.h"
 #include "keystore/keystore_blob.h"
 #include "keystore/keystore_hash.h"
 #include "keystore/keystore_padding.h"
@@ -222,6 +223,11 @@ std::optional<SECURITY_STATUS> traced(const Site& operation, const char* what, c
 }
 
 }  // namespace
+
+bool needsCertificateKey(const TokenFailure& failure)
+{
+    return failure.withholdsKey() && mode().usesCertificateKeys();
+}
 
 std::optional<SECURITY_STATUS> verifyWithoutToken(const Site& operation, const P11KeyObject& key,
                                                   const SignatureCall& call)

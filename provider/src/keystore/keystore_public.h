@@ -9,9 +9,13 @@
 
 #include "keystore/keystore_call.h"
 #include "keystore/keystore_key.h"
+#include "keystore/token_status.h"
 #include "logger/trace.h"
 
 namespace NV {
+
+// Whether a failure of the token's verification or encryption asks for the certificate's key.
+bool needsCertificateKey(const TokenFailure& failure);
 
 // The key is the one of getPubkeyBlob. The key's checkSignature or checkCipher has accepted the call.
 // Nothing if BCrypt does not have the curve, the padding or the hash, or cannot take the key.

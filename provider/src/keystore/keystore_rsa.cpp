@@ -276,7 +276,7 @@ SECURITY_STATUS P11RSAKeyObject::encrypt(Pkcs11* p11, VOID* pPaddingInfo, PBYTE 
                    static_cast<long>(length));
     }
     const SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
-    if (token.failure().withholdsKey() && mode().usesCertificateKeys())
+    if (needsCertificateKey(token.failure()))
         return trace.leaving(encryptWithoutToken(here, *this, call).value_or(status));
     if (status == ERROR_SUCCESS)
         *pcbResult = length;

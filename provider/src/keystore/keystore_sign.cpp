@@ -2,7 +2,6 @@
 
 #include "keystore/keystore_sign.h"
 
-#include "config/mode.h"
 #include "keystore/keystore_public.h"
 
 namespace NV {
@@ -87,7 +86,7 @@ SECURITY_STATUS verifyOnToken(const Site& operation, const P11KeyObject& key, CK
         verify(token, operation, call, input(key, call));
     }
     SECURITY_STATUS status = token.finish({.logout = 0, .close = 4, .finalize = 5});
-    if (token.failure().withholdsKey() && mode().usesCertificateKeys())
+    if (needsCertificateKey(token.failure()))
         status = verifyWithoutToken(operation, key, call).value_or(status);
     return trace.leaving(status);
 }

@@ -13,7 +13,9 @@
 #include "config/mode.h"
 #include "logger/operation.h"
 #include "logger/trace.h"
+#include "nvvtoken/nvvtoken_failures.h"
 #include "nvvtoken/nvvtoken_pin.h"
+#include "nvvtoken/nvvtoken_work.h"
 #include "p11/library_life.h"
 #include "p11/p11text.h"
 #include "pindialog/pindialog.h"
@@ -176,13 +178,27 @@ SECURITY_STATUS Provider::NotifyChangeKey(HANDLE* phEvent, DWORD dwFlags)
 
 namespace {
 
+// What the operation answers without a PIN.
+struct WithoutPIN {
+    SECURITY_STATUS notShown;  // the dialog
+    SECURITY_STATUS empty;     // the PIN
+};
+
+const WithoutPIN& withoutPIN()
+{
+    // Compat: in classic, an empty PIN is no failure.
+    static constexpr WithoutPIN classic = {NTE_INTERNAL_ERROR, ERROR_SUCCESS};
+    static constexpr WithoutPIN modern = {NTE_SILENT_CONTEXT, NTE_USER_CANCELLED};
+    return mode().reportsMissingPin() ? modern : classic;
+}
+
 SECURITY_STATUS dialogFailure(const PINDialogException& error)
 {
     switch (error.code()) {
     case PINDialogException::userCanceled:
         return NTE_USER_CANCELLED;
     case PINDialogException::openFailed:
-        return mode().reportsMissingPin() ? NTE_SILENT_CONTEXT : NTE_INTERNAL_ERROR;
+        return withoutPIN().notShown;
     default:
         return NTE_INTERNAL_ERROR;
     }
@@ -190,9 +206,20 @@ SECURITY_STATUS dialogFailure(const PINDialogException& error)
 
 }  // namespace
 
+PINSubject Provider::readPINSubject(const Site& site, const P11KeyObject& key)
+{
+    PINSubject subject;
+    sideBySide(site, [&](Pkcs11& p11) {
+        subject = pinSubject(p11, *slot_, key, certStore_);
+        return p11.lost() ? libraryLost : ERROR_SUCCESS;
+    });
+    return subject;
+}
+
 SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
 {
-    const Trace trace(NV_HERE);
+    constexpr Site here = NV_HERE;
+    const Trace trace(here);
     SecretBytes pin;
     NV_TRC("Trying to open PinPad");
     try {
@@ -202,17 +229,16 @@ SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
         if (mode().keysOwnDialogs() && key.ownerWindow() != nullptr)
             request.parent = key.ownerWindow();
         if (mode().dialogNamesKey())
-            request.readSubject = [&] { return pinSubject(*pkcs11_, *slot_, key, certStore_); };
+            request.readSubject = [&] { return readPINSubject(here, key); };
         pin = requestPIN(&request);
         NV_TRC("Entered Pin is %d bytes", static_cast<int>(pin.size()));
-        // Compat: in classic, an empty PIN is no failure.
-        status = pin.empty() && mode().reportsMissingPin() ? NTE_USER_CANCELLED : ERROR_SUCCESS;
+        status = pin.empty() ? withoutPIN().empty : ERROR_SUCCESS;
     } catch (const PINDialogException& error) {
         NV_ERR("Caught Exception: %s(errorcode:%d)", error.what(), static_cast<int>(error.code()));
         status = dialogFailure(error);
     } catch (const std::bad_alloc&) {
         NV_ERR("Caught Unknown Exception");
-        status = mode().reportsMissingMemory() ? NTE_NO_MEMORY : NTE_INTERNAL_ERROR;
+        status = failureRules().noMemory;
     } catch (...) {
         NV_ERR("Caught Unknown Exception");
         status = NTE_INTERNAL_ERROR;

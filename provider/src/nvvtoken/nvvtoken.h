@@ -9,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -25,6 +26,8 @@
 #include "p11/p11.h"
 
 namespace NV {
+
+struct PINSubject;
 
 // One opened provider: its library, its chosen slot, its keys and its properties.
 //
@@ -141,14 +144,31 @@ private:
     SECURITY_STATUS agree(const Site& site, Pkcs11& p11, P11KeyObject& key,
                           const P11KeyObject& peer, NCRYPT_SECRET_HANDLE* phAgreedSecret,
                           const SecretBytes& pin);
-    // The public key behind the handle, which lives as long as the result. Null if the store does not
-    // know the handle, or knows it as that of an RSA key. Compat: in classic, the store is not asked,
-    // and the handle must be one of a key.
-    std::shared_ptr<const P11KeyObject> peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
+
+    // The two ways with what comes from outside: blobs, public key handles, secret handles. A peer is the
+    // public key behind the handle, which lives as long as the result. It is null if the store does not
+    // know the handle, or knows it as that of an RSA key. Compat: in classic, the store is not asked, and
+    // the handle must be one of a key.
+    struct ImportWays {
+        SECURITY_STATUS(Provider::*import)
+        (std::wstring_view blobType, std::span<const BYTE> blob, NCRYPT_KEY_HANDLE& key);
+        std::shared_ptr<const P11KeyObject> (Provider::*peer)(const Site& site,
+                                                              NCRYPT_KEY_HANDLE hPubKey);
+        SECURITY_STATUS unknownSecret;
+    };
+    static const ImportWays& importWays();
+    SECURITY_STATUS importChecked(std::wstring_view blobType, std::span<const BYTE> blob,
+                                  NCRYPT_KEY_HANDLE& key);
+    SECURITY_STATUS importAsGiven(std::wstring_view blobType, std::span<const BYTE> blob,
+                                  NCRYPT_KEY_HANDLE& key);
+    std::shared_ptr<const P11KeyObject> foundPeer(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
+    std::shared_ptr<const P11KeyObject> givenPeer(const Site& site, NCRYPT_KEY_HANDLE hPubKey);
 
     // Asks the user for the PIN of the key's token. Sets the status to 0 and returns the PIN, which can
     // be empty; otherwise sets the status that the operation must return.
     SecretBytes enterPIN(const P11KeyObject& key, SECURITY_STATUS& status);
+    // What the dialog of modern says, for as long as it opens. Asks the token.
+    PINSubject readPINSubject(const Site& site, const P11KeyObject& key);
 
     // The parts of a token operation; see nvvtoken_work.h. `held` is the provider's lock.
     using Held = std::unique_lock<Mutex>;

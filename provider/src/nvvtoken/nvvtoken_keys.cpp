@@ -209,12 +209,31 @@ SECURITY_STATUS Provider::ImportKey(NCRYPT_KEY_HANDLE hImportKey, LPCWSTR pszBlo
     }
     if (status != ERROR_SUCCESS)
         return trace.end(status);
-    if (mode().checksImportedKeys())
-        return trace.end(keyStore_.importPublicKey(
-            std::wstring_view(pszBlobType) == BCRYPT_RSAPUBLIC_BLOB, {pbData, cbData}, *phKey));
-    // Compat: a blob that the store rejects gives a null handle and success.
-    *phKey = keyStore_.addEphemeralKey(pbData, cbData);
-    return trace.end(ERROR_SUCCESS);
+    return trace.end((this->*importWays().import)(pszBlobType, {pbData, cbData}, *phKey));
+}
+
+SECURITY_STATUS Provider::importChecked(std::wstring_view blobType, std::span<const BYTE> blob,
+                                        NCRYPT_KEY_HANDLE& key)
+{
+    return keyStore_.importPublicKey(blobType == BCRYPT_RSAPUBLIC_BLOB, blob, key);
+}
+
+// Compat: a blob that the store rejects gives a null handle and success.
+SECURITY_STATUS Provider::importAsGiven(std::wstring_view, std::span<const BYTE> blob,
+                                        NCRYPT_KEY_HANDLE& key)
+{
+    key = keyStore_.addEphemeralKey(blob.data(), static_cast<DWORD>(blob.size()));
+    return ERROR_SUCCESS;
+}
+
+const Provider::ImportWays& Provider::importWays()
+{
+    // Compat: in classic, freeing an unknown secret succeeds.
+    static constexpr ImportWays asGiven = {&Provider::importAsGiven, &Provider::givenPeer,
+                                           ERROR_SUCCESS};
+    static constexpr ImportWays checked = {&Provider::importChecked, &Provider::foundPeer,
+                                           NTE_INVALID_HANDLE};
+    return mode().checksImports() ? checked : asGiven;
 }
 
 SECURITY_STATUS Provider::ExportKey(NCRYPT_KEY_HANDLE hKey, NCRYPT_KEY_HANDLE hExportKey,

@@ -27,7 +27,7 @@ PINSubject pinSubject(Pkcs11& p11, const P11Slot& slot, const P11KeyObject& key,
     PINSubject subject;
     const auto certificate = certStore.certificates().find(key.keyId());
     if (certificate != certStore.certificates().end())
-        subject.certificate = P11CertObject::extractSubject(certificate->second->certificate());
+        subject.certificate = certificate->second->subject();
     subject.keyName = key.keyId();
     subject.tokenLabel = fromUtf8({reinterpret_cast<const char*>(token.label), sizeof token.label});
     subject.warning = tokenWarning(token);

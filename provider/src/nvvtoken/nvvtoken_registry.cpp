@@ -10,8 +10,8 @@
 
 #include "base/process_end.h"
 #include "base/scope_exit.h"
-#include "config/mode.h"
 #include "logger/trace.h"
+#include "nvvtoken/nvvtoken_failures.h"
 #include "p11/library_life.h"
 
 namespace NV {
@@ -152,7 +152,7 @@ ProviderManager::Owner ProviderManager::lookUp(NCRYPT_PROV_HANDLE hProvider, Unk
     const auto entry = providers_.find(hProvider);
     if (entry != providers_.end())
         return entry->second;
-    if (mode().containsExceptions())
+    if (failureRules().unknownProviderIsNull)
         return nullptr;
     if (unknown == Unknown::throws)
         throw std::out_of_range("invalid map<K, T> key");

@@ -14,6 +14,7 @@
 #include "keystore/keystore_hash.h"
 #include "keystore/keystore_secret.h"
 #include "logger/trace.h"
+#include "nvvtoken/nvvtoken_failures.h"
 #include "nvvtoken/nvvtoken_parameters.h"
 #include "nvvtoken/nvvtoken_work.h"
 
@@ -58,7 +59,7 @@ SECURITY_STATUS readBuffer(const Site& site, const ParameterBuffer& buffer, bool
     try {
         takeParameter(kind, buffer, parameters);
     } catch (const std::bad_alloc&) {
-        return mode().reportsMissingMemory() ? NTE_NO_MEMORY : NTE_INTERNAL_ERROR;
+        return failureRules().noMemory;
     }
     return ERROR_SUCCESS;
 }
@@ -115,7 +116,7 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
     if ((dwFlags & NCRYPT_SILENT_FLAG) != 0)
         NV_DBG("NCRYPT_SILENT_FLAG is enabled");
     return trace.end(withKey(here, guard, hPrivKey, [&](P11KeyObject& key) -> SECURITY_STATUS {
-        const std::shared_ptr<const P11KeyObject> peer = peerKey(here, hPubKey);
+        const std::shared_ptr<const P11KeyObject> peer = (this->*importWays().peer)(here, hPubKey);
         if (peer == nullptr)
             return NTE_INVALID_HANDLE;
         if (mustStaySilent(here, dwFlags))
@@ -126,16 +127,18 @@ SECURITY_STATUS Provider::SecretAgreement(NCRYPT_KEY_HANDLE hPrivKey, NCRYPT_KEY
     }));
 }
 
-std::shared_ptr<const P11KeyObject> Provider::peerKey(const Site& site, NCRYPT_KEY_HANDLE hPubKey)
+std::shared_ptr<const P11KeyObject> Provider::foundPeer(const Site& site, NCRYPT_KEY_HANDLE hPubKey)
 {
-    if (mode().looksUpHandles()) {
-        std::shared_ptr<const P11KeyObject> peer = keyStore_.ownerOf(hPubKey);
-        if (peer != nullptr && peer->algorithm() != "RSA")
-            return peer;
-        NV_UNDER(ERR, site, "Not Found public Key of a curve = %p", asPointer(hPubKey));
-        return nullptr;
-    }
-    // Compat: there is no look-up of this handle. It must be one that ImportKey returned.
+    std::shared_ptr<const P11KeyObject> peer = keyStore_.ownerOf(hPubKey);
+    if (peer != nullptr && peer->algorithm() != "RSA")
+        return peer;
+    NV_UNDER(ERR, site, "Not Found public Key of a curve = %p", asPointer(hPubKey));
+    return nullptr;
+}
+
+// Compat: there is no look-up of this handle. It must be one that ImportKey returned.
+std::shared_ptr<const P11KeyObject> Provider::givenPeer(const Site&, NCRYPT_KEY_HANDLE hPubKey)
+{
     // NOLINTNEXTLINE(performance-no-int-to-ptr)
     return {std::shared_ptr<void>(), reinterpret_cast<const P11KeyObject*>(hPubKey)};
 }
@@ -236,8 +239,7 @@ SECURITY_STATUS Provider::FreeSecret(NCRYPT_SECRET_HANDLE hSharedSecret)
     }
     NV_WRN("Not found secretHandle(%p) in managed Global SecretHandle List",
            asPointer(hSharedSecret));
-    // Compat: in classic, freeing an unknown secret succeeds.
-    return trace.end(mode().looksUpHandles() ? NTE_INVALID_HANDLE : ERROR_SUCCESS);
+    return trace.end(importWays().unknownSecret);
 }
 
 }  // namespace NV

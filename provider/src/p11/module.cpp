@@ -3,10 +3,8 @@
 #include "p11/module.h"
 
 #include <algorithm>
-#include <filesystem>
 #include <functional>
 #include <new>
-#include <system_error>
 #include <utility>
 
 #include "base/scope_exit.h"
@@ -15,6 +13,7 @@
 #include "config/config_path.h"
 #include "config/mode.h"
 #include "logger/operation.h"
+#include "p11/library_file.h"
 #include "p11/library_life.h"
 #include "p11/library_use.h"
 #include "p11/p11text.h"
@@ -22,19 +21,6 @@
 namespace NV {
 
 namespace {
-
-bool fileExists(const std::wstring& path)
-{
-    if (GetFileAttributesW(path.c_str()) != INVALID_FILE_ATTRIBUTES)
-        return true;
-    const DWORD error = GetLastError();
-    constexpr DWORD missing[] = {ERROR_FILE_NOT_FOUND, ERROR_PATH_NOT_FOUND, ERROR_BAD_NETPATH,
-                                 ERROR_INVALID_NAME};
-    if (std::ranges::find(missing, error) != std::end(missing))
-        return false;
-    throw std::filesystem::filesystem_error(
-        "exists", path, std::error_code(static_cast<int>(error), std::system_category()));
-}
 
 template <typename Function>
 Function exportOf(HMODULE library, const char* name)
@@ -114,7 +100,7 @@ bool P11Module::checkPath(const Site& load) const
     }
     const std::wstring path = fromUtf8(path_);
     NV_UNDER(DBG, load, "Path (u8) = %s", toUtf8(path).c_str());
-    if (mode().restrictsLibrarySearch() && !isAbsolutePath(path)) {
+    if (libraryLoading().absolutePathAlone && !isAbsolutePath(path)) {
         NV_UNDER(ERR, load, "FAILURE: %s is not an absolute path", path_.c_str());
         return false;
     }
@@ -126,32 +112,6 @@ bool P11Module::checkPath(const Site& load) const
     return true;
 }
 
-namespace {
-
-// Compat: unlike checkPath, this makes each byte a character. A path outside ASCII that exists does not
-// load, and the log shows both lines.
-LoadedLibrary loadFromAnywhere(const std::string& u8Path)
-{
-    const std::wstring path = widenBytes(u8Path);
-    LoadedLibrary library(LoadLibraryExW(path.c_str(), nullptr, 0));
-    if (library == nullptr)
-        library.reset(LoadLibraryW(path.c_str()));
-    return library;
-}
-
-// The DLLs that it needs come from its own folder, the program's and the system's: neither the current
-// folder nor PATH can plant one.
-LoadedLibrary loadFromTrustedFolders(const std::string& u8Path)
-{
-    const std::filesystem::path path(fromUtf8(u8Path));
-    // The search flags need the system's own separator.
-    return LoadedLibrary(
-        LoadLibraryExW(std::filesystem::path(path).make_preferred().wstring().c_str(), nullptr,
-                       LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS));
-}
-
-}  // namespace
-
 bool P11Module::loadLibrary(const Site& load)
 {
     NV_UNDER(TRC, load, "2) Load Module");
@@ -160,8 +120,7 @@ bool P11Module::loadLibrary(const Site& load)
                  static_cast<const void*>(library_.get()));
         return false;
     }
-    library_ =
-        mode().restrictsLibrarySearch() ? loadFromTrustedFolders(path_) : loadFromAnywhere(path_);
+    library_ = libraryLoading().load(path_);
     if (library_ == nullptr) {
         NV_UNDER(ERR, load, "FAILURE: Module [%s] cannot be loaded", path_.c_str());
         return false;
@@ -221,25 +180,43 @@ void P11Module::verifyFunctionList(const Site& load)
     }
     NV_UNDER(WRN, load, "WARNING: The address of C_Initialize() is not match");
     NV_UNDER(DBG, load, "Try to obtain exported entrypoint from DLL");
-    if (repairFunctionList_)
-        repairFunctionList(load);
+    if (!repairFunctionList_)
+        return;
+    NV_UNDER(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
+    if (mode().keepsLibraryInitialized())
+        repairCopy();
+    else if (!repairInPlace(load))
+        return;
+    NV_UNDER(DBG, load, "Updated FuncList = %s", toText(*functionList_).c_str());
 }
 
-// Writes into the library's own list. A missing export becomes a null entry, which each call
-// through the list tests for.
-void P11Module::repairFunctionList(const Site& load)
+// Writes into the library's own list.
+bool P11Module::repairInPlace(const Site& load)
 {
-    NV_UNDER(DBG, load, "Original FuncList = %s", toText(*functionList_).c_str());
     const WritableMemory list(functionList_, sizeof *functionList_);
     if (!list.writable()) {
         NV_UNDER(ERR, load, "FAILURE: The function list cannot be written");
-        return;
+        return false;
     }
+    takeExports(*functionList_);
+    return true;
+}
+
+// Other threads may call the library through its own list: those of other providers, and the host's.
+void P11Module::repairCopy()
+{
+    ownFunctionList_ = std::make_unique<CK_FUNCTION_LIST>(*functionList_);
+    takeExports(*ownFunctionList_);
+    functionList_ = ownFunctionList_.get();
+}
+
+// A missing export becomes a null entry, which each call through the list tests for.
+void P11Module::takeExports(CK_FUNCTION_LIST& list) const
+{
 #define NV_ENTRY(name, parameters)                                                                 \
-    functionList_->name = exportOf<decltype(CK_FUNCTION_LIST::name)>(library_.get(), #name);
+    list.name = exportOf<decltype(CK_FUNCTION_LIST::name)>(library_.get(), #name);
     NV_CK_FUNCTIONS(NV_ENTRY)
 #undef NV_ENTRY
-    NV_UNDER(DBG, load, "Updated FuncList = %s", toText(*functionList_).c_str());
 }
 
 bool P11Module::init()

@@ -111,7 +111,7 @@ public:
     virtual bool lock();
     virtual bool unlock();
 
-    // Null until load succeeded. It belongs to the library.
+    // Null until load succeeded. It belongs to the library, except that modern repairs a copy.
     CK_FUNCTION_LIST* functionList() const { return functionList_; }
     // "UNINITIALIZED", "LOADED" or "INITIALIZED". Informational: nothing depends on it.
     const std::string& state() const { return state_; }
@@ -143,7 +143,10 @@ private:
     bool loadLibrary(const Site& load);
     bool fetchFunctionList(const Site& load);
     void verifyFunctionList(const Site& load);
-    void repairFunctionList(const Site& load);
+    // False if the system refuses, which is logged.
+    bool repairInPlace(const Site& load);
+    void repairCopy();
+    void takeExports(CK_FUNCTION_LIST& list) const;
 
     bool discoverAlone(const Site& init);
     bool discoverShared(const Site& init);
@@ -167,7 +170,8 @@ private:
     LoadedLibrary library_;
     CK_VERSION version_{};
     CK_INFO libraryInfo_{};
-    CK_FUNCTION_LIST* functionList_ = nullptr;
+    CK_FUNCTION_LIST* functionList_ = nullptr;  // the library's, or ownFunctionList_
+    std::unique_ptr<CK_FUNCTION_LIST> ownFunctionList_;
     CK_C_INITIALIZE_ARGS* initArgs_ = nullptr;  // ownedInitArgs_, or the caller's
     InitArgs ownedInitArgs_;
     std::vector<std::unique_ptr<P11Slot>> slots_;

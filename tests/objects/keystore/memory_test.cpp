@@ -7,6 +7,7 @@
 
 #include "heap_count.h"
 #include "key_store_fixture.h"
+#include "modern_mode.h"
 #include "provider_fixture.h"
 
 namespace NV::test {
@@ -51,7 +52,17 @@ protected:
     BCRYPT_OAEP_PADDING_INFO oaep{L"SHA1", nullptr, 0};
 };
 
-class KeyStoreMemoryTest : public KeyStoreTest {};
+class KeyStoreMemoryTest : public KeyStoreTest {
+protected:
+    // Another unknown handle each time.
+    long leftByUnknownHandles(int times)
+    {
+        return blocksLeftBy(times, [this] { EXPECT_FALSE(store.close(++unknown_)); });
+    }
+
+private:
+    NCRYPT_KEY_HANDLE unknown_ = 0x1000;
+};
 
 using ProviderMemoryTest = ProviderTest;
 
@@ -111,6 +122,13 @@ TEST_F(KeyStoreMemoryTest, aThousandOpenedAndFreedKeysLeaveNothing)
                   EXPECT_TRUE(store.close(store.open(L"01AB")));
                   EXPECT_TRUE(store.close(store.open(L"0256")));
               }));
+}
+
+TEST_F(KeyStoreMemoryTest, anUnknownHandleLeavesAnEntryInClassicAndNothingInModern)
+{
+    EXPECT_EQ(50, leftByUnknownHandles(50));
+    const ModernMode modern;
+    EXPECT_EQ(0, leftByUnknownHandles(50));
 }
 
 TEST_F(KeyStoreMemoryTest, destructionOfAStoreWithOpenKeysLeavesNothing)

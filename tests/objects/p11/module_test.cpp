@@ -7,6 +7,7 @@
 #include <filesystem>
 
 #include "folder.h"
+#include "modern_mode.h"
 #include "p11/p11text.h"
 #include "token_layer_fixture.h"
 #include "trace_file.h"
@@ -221,6 +222,37 @@ TEST_F(P11ModuleTest, RepairsAListThatDiffersInEveryEntry)
     EXPECT_TRUE(module.init());
     for (const std::string& name : token.callNames())
         EXPECT_FALSE(name.starts_with("list:")) << name;
+}
+
+TEST_F(P11ModuleTest, InModernARepairLeavesTheListOfOtherUsersAlone)
+{
+    token.setListMode(ListMode::allDifferent);
+    CK_FUNCTION_LIST* hosts = nullptr;
+    ASSERT_EQ(CKR_OK, token.exports().C_GetFunctionList(&hosts));
+    const CK_FUNCTION_LIST original = *hosts;
+    CK_FUNCTION_LIST repaired = token.exports();
+    repaired.version = kCryptokiVersion;
+    {
+        const ModernMode modern;
+        P11Module module(ScriptedToken::path());
+        EXPECT_TRUE(module.load());
+        EXPECT_EQ(0, std::memcmp(&repaired, module.functionList(), sizeof repaired));
+        EXPECT_EQ(0, std::memcmp(&original, hosts, sizeof original));
+    }
+    P11Module module(ScriptedToken::path());
+    EXPECT_TRUE(module.load());
+    EXPECT_EQ(hosts, module.functionList());
+    EXPECT_EQ(0, std::memcmp(&repaired, hosts, sizeof repaired));
+}
+
+TEST_F(P11ModuleTest, InModernAListThatNeedsNoRepairIsTheLibrarys)
+{
+    const ModernMode modern;
+    CK_FUNCTION_LIST* hosts = nullptr;
+    ASSERT_EQ(CKR_OK, token.exports().C_GetFunctionList(&hosts));
+    P11Module module(ScriptedToken::path());
+    EXPECT_TRUE(module.load());
+    EXPECT_EQ(hosts, module.functionList());
 }
 
 TEST_F(P11ModuleTest, LeavesAListThatDiffersElsewhere)

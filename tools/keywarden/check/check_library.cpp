@@ -10,6 +10,7 @@
 #include "config/mode.h"
 #include "failure.h"
 #include "formats/pe_file.h"
+#include "p11/library_file.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -54,21 +55,20 @@ bool isInTrustedFolder(const std::string& name, const std::filesystem::path& lib
            std::filesystem::is_regular_file(std::filesystem::path(system) / toPath(name), error);
 }
 
-// How a behaviour loads a library.
+// What else a behaviour's way of loading means (libraryLoading).
 struct LoadingRules {
     bool anyName;  // characters outside ASCII, too
-    bool fullPathAlone;
     // Whether a DLL that the library requires is found.
     bool (*finds)(const std::string& name, const std::filesystem::path& library);
     const char* advice;  // if it is not
 };
 
 constexpr LoadingRules classicRules = {
-    false, false, isInPath,
+    false, isInPath,
     "Install the vendor's prerequisites, or add their folder to PATH. The library's own folder is not "
     "searched."};
 constexpr LoadingRules modernRules = {
-    true, true, isInTrustedFolder,
+    true, isInTrustedFolder,
     "Install the vendor's prerequisites, or put the DLLs into the library's own folder. PATH is not "
     "searched."};
 
@@ -81,16 +81,6 @@ bool canBeFound(const std::string& name, const std::filesystem::path& library)
 {
     return GetModuleHandleW(fromUtf8(name).c_str()) != nullptr || isApiSet(name) ||
            loadingRules().finds(name, library);
-}
-
-// Loads it as the provider does. Null, and the thread's last error, if the system cannot.
-LoadedLibrary loadAsProvider(const std::filesystem::path& library)
-{
-    const DWORD search = mode().restrictsLibrarySearch()
-                             ? LOAD_LIBRARY_SEARCH_DLL_LOAD_DIR | LOAD_LIBRARY_SEARCH_DEFAULT_DIRS
-                             : 0;
-    std::filesystem::path path = library;
-    return LoadedLibrary(LoadLibraryExW(path.make_preferred().c_str(), nullptr, search));
 }
 
 bool checkFile(Findings& findings)
@@ -110,7 +100,7 @@ bool checkFile(Findings& findings)
                       "characters.");
         return false;
     }
-    if (loadingRules().fullPathAlone && !isAbsolutePath(toPath(path).wstring())) {
+    if (libraryLoading().absolutePathAlone && !isAbsolutePath(toPath(path).wstring())) {
         findings.fail(name, path + " is not a full path, so the provider does not load it",
                       "Set p11File to a path with a drive and a folder.");
         return false;
@@ -196,7 +186,7 @@ bool checkLoading(Findings& findings)
     P11Module module(findings.library);
     module.setRepairFunctionList(false);
     if (!module.load()) {
-        const LoadedLibrary library = loadAsProvider(toPath(findings.library));
+        const LoadedLibrary library = libraryLoading().load(findings.library);
         const DWORD error = GetLastError();
         if (library == nullptr)
             findings.fail(name, "the system cannot load it: " + errorText(error),
