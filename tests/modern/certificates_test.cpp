@@ -239,6 +239,35 @@ TEST_F(ModernDiscoveryTest, aSearchThatFailsFindsNoPublicKeyAndTheNextOneIsMade)
     }
 }
 
+// A search that is still active makes the next one in its session fail.
+TEST_F(ModernDiscoveryTest, searchesThatDoNotEndHideNoKey)
+{
+    for (CK_BYTE id = 1; id <= 3; ++id) {
+        token.addCertificate(Bytes{id}, certificateDer("p256"));
+        addPublicKey({id});
+    }
+    token.fail("C_FindObjectsFinal", CKR_DEVICE_ERROR);
+    discover();
+    EXPECT_EQ("01 02 03 ", keyNames());
+    EXPECT_EQ("01 02 03 ", published());
+    EXPECT_EQ(0U, token.openSessions());
+}
+
+// The token gives no other session: what cannot be searched is no key, and no handle is used that the
+// token may have given to somebody else.
+TEST_F(ModernDiscoveryTest, withoutANewSessionTheLaterSearchesFail)
+{
+    for (CK_BYTE id = 1; id <= 2; ++id) {
+        token.addCertificate(Bytes{id}, certificateDer("p256"));
+        addPublicKey({id});
+    }
+    token.fail("C_FindObjectsFinal", CKR_DEVICE_ERROR);
+    token.fail("C_OpenSession", CKR_SESSION_COUNT, 2);
+    discover();
+    EXPECT_EQ("02 ", keyNames());
+    EXPECT_EQ(0U, token.openSessions());
+}
+
 TEST_F(ModernDiscoveryTest, thePublicKeyIsSearchedByTheseCallsWithoutALogin)
 {
     token.addCertificate(Bytes{0x02, 0x56}, certificateDer("p256"));

@@ -122,6 +122,26 @@ TEST_F(OperationRecords, withTheFirstFailureOfTheToken)
     EXPECT_EQ("INF NVKSPVerifySignature:DONE, STATUS=0x0, ELAPSED:#(ms), KEY=0256\n", written());
 }
 
+// What made it begin again does not tell why it failed.
+TEST_F(OperationRecords, withTheFirstFailureAfterItHasBegunAgain)
+{
+    token.fail("C_OpenSession", CKR_CRYPTOKI_NOT_INITIALIZED, 1);
+    token.fail("C_Verify", CKR_DEVICE_ERROR);
+    verify();
+    EXPECT_NE(std::string::npos, written().find(", RESULT=CKR_DEVICE_ERROR, KEY=0256\n"));
+    token.clearFaults();
+    token.fail("C_OpenSession", CKR_CRYPTOKI_NOT_INITIALIZED);
+    verify();
+    EXPECT_NE(std::string::npos,
+              written().find(", RESULT=CKR_CRYPTOKI_NOT_INITIALIZED, KEY=0256\n"));
+    token.clearFaults();
+    token.fail("C_OpenSession", CKR_CRYPTOKI_NOT_INITIALIZED, 1);
+    token.fail("C_Initialize", CKR_DEVICE_REMOVED, 1);
+    verify();
+    EXPECT_NE(std::string::npos,
+              written().find(", RESULT=CKR_CRYPTOKI_NOT_INITIALIZED, KEY=0256\n"));
+}
+
 TEST_F(OperationRecords, withAResultThatHasNoName)
 {
     token.fail("C_Verify", 0x80001234);

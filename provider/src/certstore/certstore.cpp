@@ -79,15 +79,17 @@ uint32_t coordinateSize(const Bytes& point)
 }
 
 // C_FindObjectsInit. A search that the token has not ended is still active in its session, so the next
-// one needs another session.
+// one needs another session. The session is 0 if the token gave none.
 CK_RV beginSearch(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE& session,
                   std::span<CK_ATTRIBUTE> search)
 {
     const auto count = static_cast<CK_ULONG>(search.size());
-    const CK_RV rv = p11.C_FindObjectsInit(session, search.data(), count);
-    if (rv != CKR_OPERATION_ACTIVE)
-        return rv;
-    p11.C_CloseSession(std::exchange(session, CK_SESSION_HANDLE{0}));
+    if (session != 0) {
+        const CK_RV rv = p11.C_FindObjectsInit(session, search.data(), count);
+        if (rv != CKR_OPERATION_ACTIVE)
+            return rv;
+        p11.C_CloseSession(std::exchange(session, CK_SESSION_HANDLE{0}));
+    }
     const CK_RV opened =
         p11.C_OpenSession(slot.id(), CKF_SERIAL_SESSION, nullptr, nullptr, &session);
     return opened == CKR_OK ? p11.C_FindObjectsInit(session, search.data(), count) : opened;

@@ -92,4 +92,10 @@ void noteResult(uint32_t result, const char* (*textOf)(uint32_t)) noexcept
     current->textOf_ = textOf;
 }
 
+void forgetResult() noexcept
+{
+    if (loggerSettings().gatesAllLevels && current != nullptr)
+        current->result_ = 0;
+}
+
 }  // namespace NV

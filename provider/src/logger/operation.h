@@ -37,6 +37,7 @@ public:
 private:
     friend void noteKey(std::wstring_view name) noexcept;
     friend void noteResult(uint32_t result, const char* (*textOf)(uint32_t)) noexcept;
+    friend void forgetResult() noexcept;
 
     using Clock = std::chrono::steady_clock;
 
@@ -56,5 +57,8 @@ void noteKey(std::wstring_view name) noexcept;
 // A PKCS#11 result of the thread's operation, which does not count if it is 0 or not the first one.
 // `textOf` gives a text with the name in parentheses, as returnValueText does.
 void noteResult(uint32_t result, const char* (*textOf)(uint32_t)) noexcept;
+
+// The thread's operation begins again: the next result is the first one.
+void forgetResult() noexcept;
 
 }  // namespace NV

@@ -7,6 +7,7 @@
 
 #include "base/process_end.h"
 #include "base/scope_exit.h"
+#include "logger/operation.h"
 #include "p11/p11_mutex.h"
 #include "p11/p11text.h"
 
@@ -98,11 +99,14 @@ void LibraryLife::leaveLocked(const Site& site, const CK_FUNCTION_LIST& list) no
 bool LibraryLife::resume(const Site& site, const CK_FUNCTION_LIST& list, uint32_t generation)
 {
     const std::lock_guard guard(lock_);
-    if (generation != generation_)
-        return true;
-    NV_UNDER(WRN, site, "Another part of the process has finalized the library");
-    const CK_RV rv = initialize(site, list);
-    return rv == CKR_OK || rv == CKR_CRYPTOKI_ALREADY_INITIALIZED;
+    if (generation == generation_) {
+        NV_UNDER(WRN, site, "Another part of the process has finalized the library");
+        const CK_RV rv = initialize(site, list);
+        if (rv != CKR_OK && rv != CKR_CRYPTOKI_ALREADY_INITIALIZED)
+            return false;
+    }
+    forgetResult();
+    return true;
 }
 
 }  // namespace NV
