@@ -177,7 +177,6 @@ TEST_P(LocksTest, anotherProviderDoesNotWait)
 TEST_P(LocksTest, theRegistryServesManyThreads)
 {
     std::vector<std::unique_ptr<OpenedProvider>> providers;
-    providers.reserve(static_cast<size_t>(threadCount));
     for (int i = 0; i < threadCount; ++i)
         providers.push_back(std::make_unique<OpenedProvider>(*module));
     const std::string complaints = runTogether(threadCount, [&](int thread, Complaints& found) {

@@ -42,7 +42,6 @@ template <typename Map>
 void appendHandles(std::vector<uintptr_t>& handles, const Map& map)
 {
     std::vector<std::pair<uint64_t, uintptr_t>> ordered;
-    ordered.reserve(map.size());
     for (const auto& [handle, object] : map)
         ordered.emplace_back(object.serial, handle);
     std::ranges::sort(ordered);

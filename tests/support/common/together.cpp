@@ -40,7 +40,6 @@ std::string runTogether(int threads, const std::function<void(int, Complaints&)>
     };
     {
         std::vector<std::jthread> running;
-        running.reserve(static_cast<size_t>(threads));
         for (int number = 0; number < threads; ++number)
             running.emplace_back(run, number);
     }

@@ -45,7 +45,6 @@ public:
     static std::vector<KnownResults> known(int callers)
     {
         std::vector<KnownResults> all;
-        all.reserve(static_cast<size_t>(callers));
         for (int caller = 0; caller < callers; ++caller)
             all.push_back(knownTo(static_cast<unsigned char>(caller)));
         return all;
