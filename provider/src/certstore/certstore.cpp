@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <array>
-#include <mutex>
 #include <optional>
 #include <span>
 #include <utility>
@@ -290,6 +289,8 @@ void P11CertObject::keepKeys(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE
                  toUtf8(name).c_str());
         return true;
     });
+    for (const auto& [handle, certificate] : certificates)
+        certificate->subject_ = extractSubject(certificate->certificate());
     trace.leave();
 }
 
@@ -310,20 +311,6 @@ std::wstring P11CertObject::extractSubject(const std::string& certificate)
         NV_ERR("CertCreateCertificateContext() failed");
     }
     return trace.leaving(std::move(subject));
-}
-
-std::wstring P11CertObject::subject() const
-{
-    {
-        const std::lock_guard guard(subjectLock_);
-        if (subject_)
-            return *subject_;
-    }
-    // Outside the lock, because it writes log lines.
-    std::wstring subject = extractSubject(certificate_);
-    const std::lock_guard guard(subjectLock_);
-    subject_ = subject;
-    return subject;
 }
 
 bool P11CertObject::AddToLocalStore(const std::wstring& pwszProvName,

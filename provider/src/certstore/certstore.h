@@ -11,7 +11,6 @@
 #include <string>
 
 #include "base/encoding.h"
-#include "base/mutex.h"
 #include "logger/trace.h"
 #include "p11/cryptoki.h"
 #include "p11/module.h"
@@ -45,8 +44,9 @@ public:
     static bool isAuthority(const std::string& certificate);
 
     // Removes the certificates that are no keys: those without a name, and those of an authority unless
-    // the token has a public key object of that name and no other certificate has it. Replaces the session
-    // if the token has not ended a search in it; 0 if it gives no other.
+    // the token has a public key object of that name and no other certificate has it. Reads the subjects
+    // of the others, for the dialogs of their keys. Replaces the session if the token has not ended a
+    // search in it; 0 if it gives no other.
     static void keepKeys(Pkcs11& p11, const P11Slot& slot, CK_SESSION_HANDLE& session,
                          ByHandle& certificates);
 
@@ -65,8 +65,8 @@ public:
     uint32_t keyLength() const { return keyLength_; }
     // Of a named curve; only modern reads it.
     const std::string& curveOid() const { return curveOid_; }
-    // extractSubject of the certificate, which is taken apart once. Any thread.
-    std::wstring subject() const;
+    // extractSubject of the certificate. Empty before keepKeys.
+    const std::wstring& subject() const { return subject_; }
 
 private:
     // More bytes than these, of all certificates and key names together, are unavailable.
@@ -94,8 +94,7 @@ private:
     std::string publicKey_;
     uint32_t keyLength_ = 0;
     std::string curveOid_;
-    mutable Mutex subjectLock_{LockRank::leaf};
-    mutable std::optional<std::wstring> subject_ NV_GUARDED_BY(subjectLock_);
+    std::wstring subject_;
 };
 
 // The certificates of one provider's token, by key name. It has no lock: the provider fills it
