@@ -8,6 +8,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <iostream>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,13 +27,19 @@ using Handler = void (*)(int);
 
 void ownHandler(int) {}
 
+void setHandler(int signal, Handler handler)
+{
+    if (std::signal(signal, handler) == SIG_ERR)
+        throw std::runtime_error("a signal cannot be handled");
+}
+
 // How many of the program's handlers the module has replaced.
 size_t replacedHandlers()
 {
     size_t replaced = 0;
     for (const int signal : signals) {
         const Handler current = std::signal(signal, SIG_DFL);
-        std::signal(signal, current);
+        setHandler(signal, current);
         replaced += current != &ownHandler ? 1U : 0U;
     }
     return replaced;
@@ -44,7 +51,7 @@ size_t replacedHandlers()
 NV_TEST_CHILD(countSignalHandlers)
 {
     for (const int signal : signals)
-        std::signal(signal, &ownHandler);
+        setHandler(signal, &ownHandler);
     {
         const ProviderModule module;
         std::cout << replacedHandlers() << " ";
@@ -57,7 +64,7 @@ NV_TEST_CHILD(crash)
 {
     const ProviderModule module;
     // A program that handles its own crash.
-    std::signal(SIGSEGV, [](int) { std::_Exit(77); });
+    setHandler(SIGSEGV, [](int) { std::_Exit(77); });
     std::raise(SIGSEGV);
     return 0;
 }
