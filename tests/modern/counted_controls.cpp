@@ -7,6 +7,8 @@ int count = 0;
 
 }  // namespace
 
+// Exported by name, like those of the library that it stands for.
+// NOLINTBEGIN(readability-identifier-naming)
 extern "C" void __stdcall InitCommonControls()
 {
     ++count;
@@ -22,3 +24,4 @@ extern "C" int CountedControls()
 {
     return count;
 }
+// NOLINTEND(readability-identifier-naming)
