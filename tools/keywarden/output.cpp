@@ -22,7 +22,7 @@ bool isTerminal(DWORD which)
 // Consoles before Windows 10 print escape sequences instead of interpreting them.
 bool understandsColours()
 {
-    const HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
+    HANDLE console = GetStdHandle(STD_OUTPUT_HANDLE);
     DWORD mode = 0;
     return GetConsoleMode(console, &mode) != 0 &&
            SetConsoleMode(console, mode | ENABLE_VIRTUAL_TERMINAL_PROCESSING) != 0;
@@ -54,10 +54,11 @@ size_t width(std::string_view text)
         std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
+// A reader that has gone away, such as a pager that ended, is not a failure of the command.
 void write(std::FILE* file, std::string_view text)
 {
-    std::fwrite(text.data(), 1, text.size(), file);
-    std::fflush(file);
+    static_cast<void>(std::fwrite(text.data(), 1, text.size(), file));
+    static_cast<void>(std::fflush(file));
 }
 
 }  // namespace
@@ -68,14 +69,14 @@ Output::Output()
 {
 }
 
-void Output::line(std::string_view text)
+void Output::line(std::string_view text) const
 {
     if (!json_)
         write(stdout, std::string(text) + "\n");
 }
 
 void Output::table(const std::vector<std::string>& heading,
-                   const std::vector<std::vector<std::string>>& rows)
+                   const std::vector<std::vector<std::string>>& rows) const
 {
     std::vector<size_t> widths;
     for (size_t i = 0; i < heading.size(); ++i) {
@@ -103,13 +104,13 @@ std::string Output::coloured(Colour colour, std::string_view text) const
     return sequence(colour) + std::string(text) + "\x1b[0m";
 }
 
-void Output::document(const Json& document)
+void Output::document(const Json& document) const
 {
     if (json_)
         write(stdout, document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
 }
 
-void Output::failure(std::string_view reason, std::string_view advice)
+void Output::failure(std::string_view reason, std::string_view advice) const
 {
     if (json_) {
         document({{"error", reason}, {"advice", advice}});

@@ -29,18 +29,18 @@ public:
     bool errorIsTerminal() const { return errorIsTerminal_; }
 
     // Prints a line of text; adds the line feed.
-    void line(std::string_view text = {});
+    void line(std::string_view text = {}) const;
     // Prints left-aligned columns two spaces apart, the heading first. Widths are in characters.
     void table(const std::vector<std::string>& heading,
-               const std::vector<std::vector<std::string>>& rows);
+               const std::vector<std::vector<std::string>>& rows) const;
     // The text in a colour if colours are on.
     std::string coloured(Colour colour, std::string_view text) const;
 
-    void document(const Json& document);
+    void document(const Json& document) const;
 
     // Prints a reason and, if it is not empty, an advice to standard error. With --json it prints
     // the document {"error": ..., "advice": ...} to standard output instead.
-    void failure(std::string_view reason, std::string_view advice);
+    void failure(std::string_view reason, std::string_view advice) const;
 
 private:
     bool json_ = false;
