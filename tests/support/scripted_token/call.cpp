@@ -2,8 +2,12 @@
 
 #include "call.h"
 
+#include <algorithm>
+#include <iterator>
+#include <map>
 #include <stdexcept>
 #include <string_view>
+#include <utility>
 
 #include <windows.h>
 
@@ -31,6 +35,41 @@ bool isLie(test::Fault fault)
 
 constexpr size_t mostStruck = 64;
 
+// Of several faults that apply to one call, one of the first kind here acts, and of a kind the last one.
+// Behind the work, a lie still has acted on the output.
+enum class Acts { throws, answers, throwsAfterWork, answersAfterWork, lies, otherwise };
+
+Acts howActs(test::Fault fault)
+{
+    using test::Fault;
+    constexpr std::pair<Fault, Acts> kinds[] = {
+        {Fault::throwException, Acts::throws},
+        {Fault::returnValue, Acts::answers},
+        {Fault::throwAfterWork, Acts::throwsAfterWork},
+        {Fault::returnAfterWork, Acts::answersAfterWork},
+    };
+    const auto* const row = std::ranges::find(kinds, fault, &std::pair<Fault, Acts>::first);
+    if (row != std::end(kinds))
+        return row->second;
+    return isLie(fault) ? Acts::lies : Acts::otherwise;
+}
+
+// Without those that another one overrules, the one that decides the result first.
+std::vector<PlannedFault> acting(const std::vector<PlannedFault>& striking)
+{
+    std::map<Acts, PlannedFault> last;
+    for (const PlannedFault& planned : striking)
+        last.insert_or_assign(howActs(planned.fault), planned);
+    if (last.contains(Acts::throws) || last.contains(Acts::answers))
+        return {last.begin()->second};
+    if (last.contains(Acts::throwsAfterWork))
+        last.erase(Acts::answersAfterWork);
+    std::vector<PlannedFault> faults;
+    for (auto& [kind, planned] : last)
+        faults.push_back(std::move(planned));
+    return faults;
+}
+
 // The faults that apply to this call; a fault for a single call is removed by it. The name is a
 // string literal.
 std::vector<PlannedFault> strike(const char* function, bool bufferGiven)
@@ -44,10 +83,12 @@ std::vector<PlannedFault> strike(const char* function, bool bufferGiven)
             return false;
         }
         striking.push_back(planned);
-        if (journal().struck.size() < mostStruck)
-            journal().struck.push_back({function, planned.fault, planned.value});
         return planned.nth == 1;
     });
+    for (const PlannedFault& planned : acting(striking)) {
+        if (journal().struck.size() < mostStruck)
+            journal().struck.push_back({function, planned.fault, planned.value});
+    }
     return striking;
 }
 

@@ -57,6 +57,34 @@ TEST_F(ScriptedFaultTest, TellsTheFaultsThatCallsHaveMet)
     EXPECT_TRUE(token.takeStruckFaults().empty());
 }
 
+TEST_F(ScriptedFaultTest, TellsOnlyTheFaultsThatActOfSeveralOnOneCall)
+{
+    initialise();
+    const auto faultsOfList = [this](CK_RV expected) {
+        CK_SLOT_ID ids[9] = {};
+        CK_ULONG count = 9;
+        EXPECT_EQ(expected, p11.C_GetSlotList(CK_FALSE, ids, &count));
+        std::vector<Fault> faults;
+        for (const StruckFault& struck : token.takeStruckFaults())
+            faults.push_back(struck.fault);
+        return faults;
+    };
+    token.bufferTooSmall("C_GetSlotList", 1);
+    token.lengthPastBuffer("C_GetSlotList", 1);
+    EXPECT_EQ(std::vector{Fault::lengthPastBuffer}, faultsOfList(CKR_OK));
+
+    token.bufferTooSmall("C_GetSlotList", 1);
+    token.failAfterWork("C_GetSlotList", CKR_DEVICE_ERROR, 1);
+    EXPECT_EQ((std::vector{Fault::returnAfterWork, Fault::bufferTooSmall}),
+              faultsOfList(CKR_DEVICE_ERROR));
+
+    token.failAfterWork("C_GetSlotList", CKR_DEVICE_ERROR, 1);
+    token.fail("C_GetSlotList", CKR_DEVICE_MEMORY, 1);
+    token.fail("C_GetSlotList", CKR_DEVICE_REMOVED, 1);
+    EXPECT_EQ(std::vector{Fault::returnValue}, faultsOfList(CKR_DEVICE_REMOVED));
+    EXPECT_TRUE(faultsOfList(CKR_OK).empty());
+}
+
 TEST_F(ScriptedFaultTest, ReturnValueStrikesTheNthCallOnly)
 {
     initialise();
