@@ -49,7 +49,7 @@ ImportBlob::ImportBlob(uint8_t form, uint8_t fill)
                                 BCRYPT_ECDH_PUBLIC_P521_MAGIC, BCRYPT_ECDSA_PUBLIC_P256_MAGIC,
                                 BCRYPT_RSAPUBLIC_MAGIC};
     const ULONG magic = magics[form % 16 < 12 ? form % 3 : form % std::size(magics)];
-    rsa_ = rules.checksBlobs && magic == BCRYPT_RSAPUBLIC_MAGIC;
+    rsa_ = rules.checksBlobs && (magic == BCRYPT_RSAPUBLIC_MAGIC || form % 16 == 14);
     if (rsa_)
         makeRsa(form / 16, fill);
     else
