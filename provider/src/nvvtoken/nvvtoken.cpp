@@ -3,7 +3,6 @@
 #include "nvvtoken/nvvtoken.h"
 
 #include <algorithm>
-#include <new>
 #include <string_view>
 #include <utility>
 
@@ -236,12 +235,9 @@ SecretBytes Provider::enterPIN(const P11KeyObject& key, SECURITY_STATUS& status)
     } catch (const PINDialogException& error) {
         NV_ERR("Caught Exception: %s(errorcode:%d)", error.what(), static_cast<int>(error.code()));
         status = dialogFailure(error);
-    } catch (const std::bad_alloc&) {
-        NV_ERR("Caught Unknown Exception");
-        status = failureRules().noMemory;
     } catch (...) {
+        status = statusOfCaught();
         NV_ERR("Caught Unknown Exception");
-        status = NTE_INTERNAL_ERROR;
     }
     return trace.leaving(std::move(pin));
 }
