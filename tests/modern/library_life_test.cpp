@@ -284,7 +284,8 @@ TEST_F(LibraryOfHostTest, whatTheHostFinalizesIsTheModulesFromThenOn)
 TEST_F(LibraryLifeTest, operationsWithoutAPinRunSideBySide)
 {
     constexpr int threads = 4;
-    token.delay("C_Verify", std::chrono::milliseconds(200));
+    constexpr std::chrono::milliseconds delay(500);
+    token.delay("C_Verify", delay);
     std::vector<SECURITY_STATUS> results(threads, NTE_NOT_FOUND);
     const auto begin = std::chrono::steady_clock::now();
     {
@@ -292,7 +293,7 @@ TEST_F(LibraryLifeTest, operationsWithoutAPinRunSideBySide)
         for (int i = 0; i < threads; ++i)
             workers.emplace_back([&, i] { results[static_cast<size_t>(i)] = verify(); });
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(200 * threads));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, delay * threads);
     EXPECT_TRUE(std::ranges::all_of(results, [](auto result) { return result == ERROR_SUCCESS; }));
     EXPECT_GT(token.overlappingCalls(), 0U);
 }
