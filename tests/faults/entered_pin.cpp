@@ -8,7 +8,7 @@ namespace NV {
 SecretBytes requestPIN(const PINRequest* request)
 {
     // As the dialog does when it is made.
-    if (request->readSubject)
+    if (request != nullptr && request->readSubject)
         request->readSubject();
     return {test::kPin.begin(), test::kPin.end()};
 }

@@ -3,6 +3,7 @@
 #include "log_capture.h"
 
 #include <chrono>
+#include <utility>
 
 #include "local_time.h"
 
@@ -42,10 +43,10 @@ void LogCapture::setTime(int year, int month, int day, int hour, int minute, int
 
 LogLines LogCapture::takeLines()
 {
-    const LogLines all = withoutBanner(lines());
-    LogLines fresh(all.begin() + static_cast<LogLines::difference_type>(taken_), all.end());
-    taken_ = all.size();
-    return fresh;
+    LogLines all = withoutBanner(lines());
+    const auto known = static_cast<LogLines::difference_type>(std::exchange(taken_, all.size()));
+    all.erase(all.begin(), all.begin() + known);
+    return all;
 }
 
 }  // namespace NV::test
