@@ -1,9 +1,7 @@
 // Opening and freeing providers.
 
-#include <algorithm>
 #include <cstring>
 #include <stdexcept>
-#include <vector>
 
 #include "child.h"
 #include "registry_fixture.h"
@@ -184,44 +182,6 @@ TEST_F(Registry, AFreedHandleIsForgottenUntilItIsFreedAgain)
         "dll/registry/nvvtoken_registry/a_freed_handle_is_forgotten_until_it_is_freed_again");
     EXPECT_EQ(use(handle), NTE_INVALID_HANDLE);
     EXPECT_EQ(free(handle), NTE_INVALID_HANDLE);
-}
-
-// The heap gives freed blocks to later objects of their size, in an order of its own: many handles are freed,
-// so that one of them comes back soon. Each has a neighbour that stays, or the heap would join their blocks.
-TEST_F(Registry, OpensAtAnAddressWhoseHandleWasFreedTwice)
-{
-    constexpr size_t many = 16;
-    std::vector<NCRYPT_PROV_HANDLE> opened;
-    const auto openAnother = [&] {
-        NCRYPT_PROV_HANDLE handle = 0;
-        ASSERT_EQ(open(handle), ERROR_SUCCESS);
-        opened.push_back(handle);
-    };
-    std::vector<NCRYPT_PROV_HANDLE> freed(many);
-    for (NCRYPT_PROV_HANDLE& handle : freed) {
-        ASSERT_EQ(open(handle), ERROR_SUCCESS);
-        openAnother();
-    }
-    for (const NCRYPT_PROV_HANDLE handle : freed)
-        EXPECT_EQ(free(handle), ERROR_SUCCESS);
-    for (const NCRYPT_PROV_HANDLE handle : freed)
-        EXPECT_EQ(free(handle), NTE_INVALID_HANDLE);
-    const auto isKnown = [&] {
-        return std::find(freed.begin(), freed.end(), opened.back()) != freed.end();
-    };
-    do {
-        openAnother();
-    } while (!isKnown() && opened.size() < 3 * many);
-    const NCRYPT_PROV_HANDLE known = opened.back();
-    ASSERT_TRUE(isKnown());
-    EXPECT_EQ(use(known), ERROR_SUCCESS);
-    NCRYPT_PROV_HANDLE again = known;
-    EXPECT_EQ(open(again), NTE_INVALID_PARAMETER);
-    takeLines();
-    for (const NCRYPT_PROV_HANDLE handle : opened)
-        EXPECT_EQ(free(handle), ERROR_SUCCESS);
-    EXPECT_EQ(countLines(takeLines(), "TRC NV::Provider::~Provider:LEAVE"), opened.size());
-    EXPECT_THROW(use(known), std::out_of_range);
 }
 
 TEST_F(Registry, RefusesToFreeTheNullHandle)

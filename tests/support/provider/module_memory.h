@@ -1,6 +1,6 @@
-// Looks for byte sequences in what a loaded module owns: in every block of the C heap at the moment
-// when the module releases it, in the blocks that it still holds, and in its writable sections. The
-// stack, and what system DLLs own, is not looked at.
+// The memory that a loaded module owns. Looks for byte sequences in it: in every block of the C heap at the
+// moment when the module releases it, in the blocks that it still holds, and in its writable sections. The
+// stack, and what system DLLs own, is not looked at. Also makes the module use an address again.
 
 #pragma once
 
@@ -17,7 +17,7 @@
 
 namespace NV::test {
 
-// One at a time. While it lives, the module's imports of the heap functions lead through here;
+// One object at a time. While it lives, the module's imports of the heap functions lead through here;
 // blocks that the module allocated before count only when it releases them.
 class ModuleMemory {
 public:
@@ -45,9 +45,17 @@ public:
     // The module's writable sections as they are mapped.
     const std::vector<std::span<unsigned char>>& sections() const { return sections_; }
 
+    // From now on, this block does not go back to the heap when the module releases it: the module's next
+    // request of the same size gets it. One block at a time.
+    void useAgain(void* block);
+
     // For the functions that replace those of the heap.
     static void taken(void* block);
     static void given(void* block);
+    // True if the released block is the one to be used again.
+    static bool keeps(void* block);
+    // The kept block if it has this size (bytes), otherwise null.
+    static void* takeKept(size_t size);
 
 private:
     struct Needle {
@@ -68,6 +76,8 @@ private:
     std::set<std::string> findings_;
     std::unordered_set<void*> held_;
     size_t released_ = 0;
+    void* usedAgain_ = nullptr;
+    bool kept_ = false;  // usedAgain_ is with nobody now
     std::vector<std::span<unsigned char>> sections_;
     std::vector<Import> imports_;
 };

@@ -1,4 +1,4 @@
-// The module's import table and section headers, and the search.
+// The module's import table and section headers, the search, and the block that is used again.
 
 #include "module_memory.h"
 
@@ -20,7 +20,9 @@ ModuleMemory* watching = nullptr;
 // Filled, so that what an earlier owner left in the memory is not taken for the module's.
 void* watchedMalloc(size_t size)
 {
-    void* block = std::malloc(size);
+    void* block = ModuleMemory::takeKept(size);
+    if (block == nullptr)
+        block = std::malloc(size);
     if (block != nullptr)
         std::memset(block, 0xCD, size);
     ModuleMemory::taken(block);
@@ -46,7 +48,8 @@ void* watchedRealloc(void* block, size_t size)
 void watchedFree(void* block)
 {
     ModuleMemory::given(block);
-    std::free(block);
+    if (!ModuleMemory::keeps(block))
+        std::free(block);
 }
 
 char* watchedStrdup(const char* text)
@@ -126,6 +129,8 @@ ModuleMemory::~ModuleMemory()
             std::terminate();
     }
     watching = nullptr;
+    if (kept_)
+        std::free(usedAgain_);
 }
 
 void ModuleMemory::redirect(unsigned char* base)
@@ -173,6 +178,32 @@ void ModuleMemory::given(void* block)
     ++watching->released_;
     watching->held_.erase(block);
     watching->search({static_cast<unsigned char*>(block), _msize(block)}, "a released block");
+}
+
+void ModuleMemory::useAgain(void* block)
+{
+    const std::lock_guard guard(lock_);
+    usedAgain_ = block;
+}
+
+bool ModuleMemory::keeps(void* block)
+{
+    if (watching == nullptr || block == nullptr)
+        return false;
+    const std::lock_guard guard(watching->lock_);
+    watching->kept_ = watching->kept_ || block == watching->usedAgain_;
+    return block == watching->usedAgain_;
+}
+
+void* ModuleMemory::takeKept(size_t size)
+{
+    if (watching == nullptr)
+        return nullptr;
+    const std::lock_guard guard(watching->lock_);
+    if (!watching->kept_ || _msize(watching->usedAgain_) != size)
+        return nullptr;
+    watching->kept_ = false;
+    return watching->usedAgain_;
 }
 
 void ModuleMemory::lookFor(const std::string& name, std::string_view bytes)
