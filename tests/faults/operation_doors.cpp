@@ -121,9 +121,14 @@ public:
         case TokenOperation::ecSign:
             return provider_.SignHash(keyOf(row), nullptr, in.hash.data(), sizeOf(in.hash), output,
                                       row.room, &attempt.length, 0);
-        case TokenOperation::rsaVerify:
-            return provider_.VerifySignature(rsa_, nullptr, in.hash.data(), sizeOf(in.hash),
-                                             in.rsaSignature.data(), sizeOf(in.rsaSignature), 0);
+        case TokenOperation::rsaVerify: {
+            // Wine's BCrypt does not verify without the name of the hash.
+            BCRYPT_PKCS1_PADDING_INFO padding = {BCRYPT_SHA256_ALGORITHM};
+            Bytes signature =
+                signatureOf(CKM_RSA_PKCS, sha256DigestInfo(in.hash), in.rsaSignature.size());
+            return provider_.VerifySignature(rsa_, &padding, in.hash.data(), sizeOf(in.hash),
+                                             signature.data(), sizeOf(signature), BCRYPT_PAD_PKCS1);
+        }
         case TokenOperation::ecVerify:
             return provider_.VerifySignature(ec_, nullptr, in.hash.data(), sizeOf(in.hash),
                                              in.ecSignature.data(), sizeOf(in.ecSignature), 0);

@@ -60,11 +60,7 @@ ProviderWorld::ProviderWorld(Behaviour behaviour, const Table* table)
     token.addCertificate(ecId, fixtureCertificate("p256"));
     token.addRsaKeyPair(rsaId, 8 * modulusBytes);
     token.addEcKeyPair(ecId, 32);
-    // The header that PKCS #1 puts before a SHA-256 hash.
-    Bytes digestInfo = {0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01,
-                        0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00, 0x04, 0x20};
-    digestInfo.insert(digestInfo.end(), hash.begin(), hash.end());
-    rsaSignature = signatureOf(CKM_RSA_PKCS, digestInfo, modulusBytes);
+    rsaSignature = signatureOf(CKM_RSA_PKCS, sha256DigestInfo(hash), modulusBytes);
     pssSignature = signatureOf(CKM_RSA_PKCS_PSS, hash, modulusBytes);
     ecSignature = signatureOf(CKM_ECDSA, hash, 64);
     before_ = token.state();

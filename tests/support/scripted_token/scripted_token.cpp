@@ -42,6 +42,14 @@ std::vector<Attribute> keyAttributes(CK_OBJECT_CLASS objectClass, CK_KEY_TYPE ty
 
 }  // namespace
 
+Bytes sha256DigestInfo(const Bytes& hash)
+{
+    Bytes info = {0x30, 0x31, 0x30, 0x0D, 0x06, 0x09, 0x60, 0x86, 0x48, 0x01,
+                  0x65, 0x03, 0x04, 0x02, 0x01, 0x05, 0x00, 0x04, 0x20};
+    info.insert(info.end(), hash.begin(), hash.end());
+    return info;
+}
+
 Bytes signatureOf(CK_MECHANISM_TYPE mechanism, std::span<const CK_BYTE> data, size_t length)
 {
     return pattern(mechanism, data, length);

@@ -14,6 +14,11 @@ using namespace NV::stand_in;  // the definitions below are functions of Windows
 
 namespace {
 
+void freeText(unsigned char* text)
+{
+    OPENSSL_free(text);
+}
+
 std::string commonName(const std::vector<BYTE>& der)
 {
     const BYTE* end = der.data();
@@ -25,14 +30,14 @@ std::string commonName(const std::vector<BYTE>& der)
     const int index = X509_NAME_get_index_by_NID(subject, NID_commonName, -1);
     if (index < 0)
         return {};
-    unsigned char* text = nullptr;
+    unsigned char* utf8 = nullptr;
     const int length =
-        ASN1_STRING_to_UTF8(&text, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
-    std::string name;
-    if (length > 0)
-        name.assign(reinterpret_cast<const char*>(text), static_cast<size_t>(length));
-    OPENSSL_free(text);
-    return name;
+        ASN1_STRING_to_UTF8(&utf8, X509_NAME_ENTRY_get_data(X509_NAME_get_entry(subject, index)));
+    // The copy can fail where a test lets memory end.
+    const std::unique_ptr<unsigned char, Freer<&freeText>> text(utf8);
+    if (length <= 0)
+        return {};
+    return {reinterpret_cast<const char*>(utf8), static_cast<size_t>(length)};
 }
 
 }  // namespace
