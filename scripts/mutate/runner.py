@@ -146,6 +146,7 @@ class Recorder:
                      "times": {case: int(time) / 1000 for case, time in times}}
             with self.lock:
                 self.known[entry.name] = known
+                self.path.write_text(json.dumps(self.known))
                 self.say(f"{entry.name}: {run.seconds:.1f} s, reaches {len(numbers)} changes")
         entry.seconds = known["seconds"]
         entry.reached = frozenset(known["reached"])
