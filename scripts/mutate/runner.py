@@ -60,7 +60,7 @@ def read_entries(build, place):
         command = test.get("command")
         if command is None:
             raise RuntimeError(f"{test['name']} has no program: is everything built?")
-        if properties.get("FIXTURES_SETUP") == ["token"]:
+        if any(name.startswith("token") for name in properties.get("FIXTURES_SETUP", [])):
             fixtures.append(command)
             continue
         # Each place has a screen and a server of its own. What looks at files sees no change.
