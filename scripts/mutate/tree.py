@@ -8,7 +8,7 @@ import subprocess
 from pathlib import Path
 
 # What the build and the tests read.
-COPIED = ("CMakeLists.txt", "cmake", "docs", "provider", "tests", "tools")
+COPIED = ("CMakeLists.txt", "cmake", "docs", "provider", "scripts", "tests", "tools")
 
 
 def fingerprint(root, *more):
