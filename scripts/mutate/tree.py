@@ -90,9 +90,9 @@ class Tree:
         among them: the tests load the one with checks."""
         listed = subprocess.run(["ninja", "-C", self.build, "-t", "targets", "all"], check=True,
                                 capture_output=True, text=True).stdout
-        programs = re.findall(r"^([\w/-]+\.exe): ", listed, re.M)
-        return sorted(p for p in programs if not p.endswith("keywarden.exe")
-                      and p.startswith("bin/")) + ["certificate_fixtures"]
+        programs = re.findall(r"^((?:bin|router)/\w+\.exe): ", listed, re.M)
+        return sorted(p for p in programs if not p.endswith("/keywarden.exe")) + \
+            ["certificate_fixtures", "tls_client"]
 
     def compile(self, targets):
         """None if everything compiles, else the compiler's words."""
