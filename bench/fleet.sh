@@ -15,6 +15,7 @@ pin=keywarden-pin-4711
 serverAddress=10.77.0.1
 clientAddress=10.77.0.2
 port=4711
+readingPort=4712
 # Two runs at a time do not conflict: the addresses are valid only inside their namespaces.
 server=kwserver$$
 client=kwclient$$
@@ -97,32 +98,43 @@ waitFor()
     return 1
 }
 
+# listens PORT
 listens()
 {
-    ip netns exec "$server" ss -Hltn "sport = :$port" | grep -q .
+    ip netns exec "$server" ss -Hltn "sport = :$1" | grep -q .
 }
 
-# Each connection has its own process on the server's side. SoftHSM2 writes to its files at each login,
-# and another process that reads them at that moment finds no token, so its user may only read them.
+# startServer PORT COMMAND...: the command starts the server. Each connection has a process of its own.
 startServer()
 {
-    SOFTHSM2_CONF=$work/far/softhsm2.conf ip netns exec "$server" \
-        setpriv --reuid 65534 --regid 65534 --clear-groups socat \
-        "TCP-LISTEN:$port,bind=$serverAddress,fork,reuseaddr,nodelay,backlog=256" \
-        "EXEC:p11-kit remote $softhsm" 2>"$work/server.log" &
-    waitFor "the server" listens
+    local listening=$1
+    shift
+    SOFTHSM2_CONF=$work/far/softhsm2.conf ip netns exec "$server" "$@" socat \
+        "TCP-LISTEN:$listening,bind=$serverAddress,fork,reuseaddr,nodelay,backlog=256" \
+        "EXEC:p11-kit remote $softhsm" 2>"$work/server-$listening.log" &
+    waitFor "the server" listens "$listening"
 }
 
+# SoftHSM2 writes to its files at each login, and another process that reads them at that moment finds no token.
+# So many clients have a server whose user may only read them. One that may not write, on the other hand,
+# refuses a second login in one process, which a client in modern needs.
+startServers()
+{
+    startServer "$port" env
+    startServer "$readingPort" setpriv --reuid 65534 --regid 65534 --clear-groups
+}
+
+# relayTo PORT ROUND_TRIP_MS
 relayTo()
 {
-    echo "$bin/bench_delay_relay $serverAddress $port $1"
+    echo "$bin/bench_delay_relay $serverAddress $1 $2"
 }
 
-# startLine ROUND_TRIP_MS: makes a socket for the client; each connection to it is one to the server.
+# startLine NAME PORT ROUND_TRIP_MS: makes a socket for the client; each connection to it is one to the server.
 startLine()
 {
     ip netns exec "$client" socat "UNIX-LISTEN:$work/line-$1,fork,backlog=256" \
-        "EXEC:$(relayTo "$1")" 2>"$work/line-$1.log" &
+        "EXEC:$(relayTo "$2" "$3")" 2>"$work/line-$1.log" &
     waitFor "the line" test -S "$work/line-$1"
 }
 
@@ -148,7 +160,7 @@ measureCalls()
 # measureLine ROUND_TRIP_MS ROUNDS
 measureLine()
 {
-    startLine "$1"
+    startLine "$1" "$port" "$1"
     measureCalls socket "unix:path=$work/line-$1" "$1" "$2"
 }
 
@@ -157,9 +169,10 @@ measureClients()
 {
     local seconds=$1 number
     shift
+    startLine clients "$readingPort" 0
     for number in "$@"; do
         say "$number clients at once for $seconds s"
-        asClient "unix:path=$work/line-0" "$bin/bench_remote_clients" \
+        asClient "unix:path=$work/line-clients" "$bin/bench_remote_clients" \
             "$work/clients-$number.json" "$remote" "$pin" "$number" "$seconds"
     done
 }
@@ -181,18 +194,18 @@ cp -r "$work/near" "$work/far"
 sed -i "s|$work/near|$work/far|" "$work/far/softhsm2.conf"
 chmod -R a+rX "$work"
 makeNetwork
-startServer
+startServers
 if "$quick"; then
     measureLine 0 2
     measureLine 1 2
-    measureCalls command "|$(relayTo 0)" 0 2
+    measureCalls command "|$(relayTo "$port" 0)" 0 2
     measureClients 1 2
 else
     measureLine 0 41
     measureLine 1 41
     measureLine 10 15
     measureLine 50 5
-    measureCalls command "|$(relayTo 0)" 0 41
+    measureCalls command "|$(relayTo "$port" 0)" 0 41
     measureClients 10 1 2 4 8 16 32
 fi
 jq -s add "$work"/calls-*.json "$work"/clients-*.json >"$results"

@@ -24,8 +24,11 @@ public:
     // Loads the library and uses its first slot with an initialized token.
     NativeToken(const std::string& library, const std::string& pin);
 
-    // An RSA signature as the module makes one: from C_Initialize to C_Finalize.
+    // An RSA signature as the module makes one in classic: from C_Initialize to C_Finalize.
     void sign(Times& times);
+    // Such signatures as in modern: the library stays initialized, and the dialog asks for the state of the
+    // token. What is not part of them is not recorded.
+    void signJoined(Times& times, unsigned signatures);
     // The opening of a provider: the discovery of all slots, then the token's certificates.
     void open(Times& times);
     // Repeats a call without work in one session, to measure the cost of the call itself.
@@ -52,6 +55,7 @@ private:
     void discover(Times& times);
     void readSlot(Times& times, CK_SLOT_ID slot);
     void readCertificates(Times& times);
+    void signInSession(Times& times, CK_SESSION_HANDLE session);
     CK_SESSION_HANDLE session(Times& times);
     void closeAndFinalize(Times& times, CK_SESSION_HANDLE session);
 
