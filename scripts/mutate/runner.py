@@ -126,12 +126,14 @@ class Recorder:
                 if entry.seconds > SLOW and "cases" not in self.known[entry.name]]
         tasks = []
         for entry in slow:
-            found = self.list_cases(places[0], entry)
+            entry.cases = self.known[entry.name].setdefault("begun", {})
+            found = [case for case in self.list_cases(places[0], entry)
+                     if case not in entry.cases]
             self.say(f"{entry.name}: {len(found)} cases one by one")
             tasks += [(entry, case) for case in found]
         in_parallel(places, tasks, self.record_case)
         for entry in slow:
-            self.known[entry.name]["cases"] = entry.cases
+            self.known[entry.name]["cases"] = self.known[entry.name].pop("begun")
         self.path.write_text(json.dumps(self.known))
         for entry in entries:
             entry.cases = self.known[entry.name].get("cases", {})
@@ -157,6 +159,7 @@ class Recorder:
         seconds = self.known[entry.name]["times"].get(case, run.seconds)
         with self.lock:
             entry.cases[case] = {"seconds": seconds, "reached": numbers}
+            self.path.write_text(json.dumps(self.known))
 
     @staticmethod
     def list_cases(place, entry):
