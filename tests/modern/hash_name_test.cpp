@@ -100,6 +100,12 @@ TEST_F(HashNameTest, aHashOfAnotherLengthIsAnInvalidParameter)
                 expectAllRefused(NTE_INVALID_PARAMETER, &pss, BCRYPT_PAD_PSS);
         }
     }
+    hash = someBytes(20);
+    BCRYPT_PKCS1_PADDING_INFO pkcs1{L"SHA256"};
+    takeLines();
+    EXPECT_EQ(status(NTE_INVALID_PARAMETER), sign(rsa, 256, &pkcs1, BCRYPT_PAD_PKCS1));
+    EXPECT_TRUE(messages(takeLines(), "ERR")
+                    .starts_with("The hash has 20 bytes, and a hash of [SHA256] has 32\n"));
 }
 
 TEST_F(HashNameTest, missingPaddingInformationStaysAnInvalidParameter)

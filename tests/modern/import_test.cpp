@@ -63,6 +63,9 @@ TEST_F(ImportedKeyTest, aShortBlobIsDamaged)
     for (size_t size = 1; size < good.size(); ++size)
         expectRefusedBlob(NTE_BAD_DATA, {good.begin(), good.begin() + static_cast<ptrdiff_t>(size)},
                           BCRYPT_RSAPUBLIC_BLOB);
+    takeLines();
+    expectRefusedBlob(NTE_BAD_DATA, {ecc.front()}, BCRYPT_ECCPUBLIC_BLOB);
+    EXPECT_TRUE(messages(takeLines(), "ERR").starts_with("The BLOB is damaged or short\n"));
     EXPECT_EQ(status(ERROR_SUCCESS), import(ecc, BCRYPT_ECCPUBLIC_BLOB));
     EXPECT_EQ(status(ERROR_SUCCESS), table()->FreeKey(handle(), imported));
     EXPECT_EQ(status(ERROR_SUCCESS), import(good, BCRYPT_RSAPUBLIC_BLOB));
