@@ -250,6 +250,7 @@ TEST_F(ModernModuleTest, aLibraryThatThrowsAfterInitializingIsFinalized)
     NCRYPT_PROV_HANDLE opened = 0;
     EXPECT_EQ(status(NTE_INTERNAL_ERROR), table()->OpenProvider(&opened, L"", 0));
     EXPECT_FALSE(token.initialised());
+    EXPECT_NE(std::string::npos, messages(takeLines(), "ERR").find("Caught Exception\n"));
 }
 
 TEST_F(LibraryOfHostTest, itsInitializationIsNeitherEndedNorRepeated)

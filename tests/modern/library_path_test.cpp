@@ -43,6 +43,7 @@ TEST_F(LibraryPathTest, aPathThatIsNotAbsoluteIsRefused)
         EXPECT_EQ(status(NTE_INTERNAL_ERROR), openingWith(path)) << path;
         EXPECT_NE(std::string::npos,
                   messages(lines, "ERR").find("FAILURE: " + path + " is not an absolute path\n"));
+        EXPECT_EQ(std::string::npos, messages(lines, "TRC").find("2) Load Module"));
     }
     EXPECT_EQ(0U, token.calls("C_GetFunctionList").size());
 }

@@ -4,6 +4,7 @@
 #include <atomic>
 #include <chrono>
 #include <thread>
+#include <vector>
 
 #include "token_layer_fixture.h"
 #include "trace_file.h"
@@ -352,6 +353,14 @@ TRC NV::Pkcs11::C_FindObjects:OBJECT[1]=00000000000000b2
 TRC NV::Pkcs11::C_FindObjects:OBJECT COUNT = 0
 )",
                 additions(objects, &count));
+}
+
+TEST_F(Pkcs11FindTest, GivesNoHandlesOfAListThatIsTooLong)
+{
+    token.claim("C_FindObjects", 65537);
+    std::vector<CK_OBJECT_HANDLE> found(1);
+    EXPECT_EQ(CKR_GENERAL_ERROR, findObjects(p11, session, found));
+    EXPECT_TRUE(found.empty());
 }
 
 TEST_F(Pkcs11FindTest, ShowsNothingOfAFailure)
