@@ -11,7 +11,7 @@
 # Five kinds of change, and the files, take equal shares: a comparison turned round or a condition
 # negated, a constant off by one, a status or answer swapped, a statement left out, a letter of a
 # text changed. What the compiler must know beforehand (constexpr, case labels, template arguments)
-# is left alone.
+# is left alone, and so is what no result depends on: reserved memory, and the size of a buffer for printing.
 #
 # All of them are compiled into one build of a copy of the tree, below build/mutate; the environment
 # chooses (NV_MUTANT=17). A first run of all tests learns which of them reaches which change and how

@@ -25,6 +25,8 @@ STATUSES = ("NTE_INVALID_HANDLE", "NTE_INVALID_PARAMETER", "NTE_NOT_SUPPORTED",
             "NTE_INTERNAL_ERROR", "NTE_BAD_FLAGS", "NTE_NOT_FOUND")
 RESULTS = ("CKR_GENERAL_ERROR", "CKR_FUNCTION_FAILED", "CKR_ARGUMENTS_BAD")
 
+PRINTING = ("snprintf", "vsnprintf", "strftime")
+
 # A macro with arguments: what stands in them may become anything.
 MACRO = re.compile(r"\b[A-Z][A-Z0-9_]+\s*\(")
 LOG_MACRO = r"(NV_(?:SEV|ERR|WRN|INF|DBG|TRC|LOG|AS|AT|UNDER|ARG))\("
@@ -224,6 +226,8 @@ class Finder:
             bracket = text.find("[", begin)
             if begin <= bracket < end:
                 self.forbidden[name].append((bracket, closing(text, bracket)))
+        if kind == Kind.CALL_EXPR:
+            self.forbidden[name] += self.without_effect(cursor, children)
         if kind in (Kind.BINARY_OPERATOR, Kind.CALL_EXPR, Kind.UNEXPOSED_EXPR):
             self.operator(name, begin, end, children)
         if kind == Kind.CXX_UNARY_EXPR and text.startswith("sizeof", begin):
@@ -242,6 +246,18 @@ class Finder:
                     self.statement(name, child)
         for child in children:
             self.walk(name, child)
+
+    @staticmethod
+    def without_effect(cursor, children):
+        """What no result depends on: how much is reserved, and the size of a buffer that is larger than any
+        text in it."""
+        if cursor.spelling == "reserve":
+            parts = [cursor]
+        elif cursor.spelling in PRINTING:
+            parts = children[2:3]  # the function, the buffer, its size
+        else:
+            return []
+        return [(part.extent.start.offset, part.extent.end.offset) for part in parts]
 
     def is_named_constant(self, cursor):
         """A number with a name, spelt where it is used: constexpr CK_ULONG maxFoundObjects."""
@@ -301,7 +317,7 @@ class Finder:
         if behind < 0 or text[end:behind].strip() or not before or (
                 before[-1] not in "{};):" and not before.endswith("else")):
             return
-        if text[begin:behind].startswith("NV_"):
+        if text[begin:behind].startswith("NV_") or cursor.spelling == "reserve":
             return
         original = self.texts[name][begin:behind + 1]
         self.add(name, begin, behind + 1, "statement", "removed",
