@@ -104,7 +104,7 @@ listens()
     ip netns exec "$server" ss -Hltn "sport = :$1" | grep -q .
 }
 
-# startServer PORT COMMAND...: the command starts the server. Each connection has a process of its own.
+# startServer PORT [COMMAND...]: by that command, if there is one. Each connection has a process of its own.
 startServer()
 {
     local listening=$1
@@ -115,12 +115,12 @@ startServer()
     waitFor "the server" listens "$listening"
 }
 
-# SoftHSM2 writes to its files at each login, and another process that reads them at that moment finds no token.
-# So many clients have a server whose user may only read them. One that may not write, on the other hand,
+# SoftHSM2 writes to its files at each login, and another process that reads them at that moment finds no
+# token. So many clients have a server whose user may only read them. One that may not write, on the other hand,
 # refuses a second login in one process, which a client in modern needs.
 startServers()
 {
-    startServer "$port" env
+    startServer "$port"
     startServer "$readingPort" setpriv --reuid 65534 --regid 65534 --clear-groups
 }
 
@@ -130,7 +130,8 @@ relayTo()
     echo "$bin/bench_delay_relay $serverAddress $1 $2"
 }
 
-# startLine NAME PORT ROUND_TRIP_MS: makes a socket for the client; each connection to it is one to the server.
+# startLine NAME PORT ROUND_TRIP_MS: makes a socket for the client; each connection to it is one to the
+# server.
 startLine()
 {
     ip netns exec "$client" socat "UNIX-LISTEN:$work/line-$1,fork,backlog=256" \

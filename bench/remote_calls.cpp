@@ -54,8 +54,8 @@ void run(const Options& options)
         here.ask(direct, askedARound);
         there.ask(remote, askedARound);
     }
-    here.signJoined(direct, options.rounds);
-    there.signJoined(remote, options.rounds);
+    here.signInModern(direct, options.rounds);
+    there.signInModern(remote, options.rounds);
     // Without the calls that a signature makes, too: they would distort its figures.
     const std::string whole = "opening of a provider, whole operation";
     for (unsigned i = 0; i < (options.rounds + 3) / 4; ++i) {

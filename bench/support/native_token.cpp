@@ -87,7 +87,7 @@ void NativeToken::sign(Times& times)
     times["RSA signature, whole operation"].push_back(microsecondsSince(start));
 }
 
-void NativeToken::signJoined(Times& times, unsigned signatures)
+void NativeToken::signInModern(Times& times, unsigned signatures)
 {
     Times calls;
     initialize(calls);

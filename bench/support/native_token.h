@@ -28,7 +28,7 @@ public:
     void sign(Times& times);
     // Such signatures as in modern: the library stays initialized, and the dialog asks for the state of the
     // token. What is not part of them is not recorded.
-    void signJoined(Times& times, unsigned signatures);
+    void signInModern(Times& times, unsigned signatures);
     // The opening of a provider: the discovery of all slots, then the token's certificates.
     void open(Times& times);
     // Repeats a call without work in one session, to measure the cost of the call itself.

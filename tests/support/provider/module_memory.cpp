@@ -48,7 +48,7 @@ void* watchedRealloc(void* block, size_t size)
 void watchedFree(void* block)
 {
     ModuleMemory::given(block);
-    if (!ModuleMemory::keeps(block))
+    if (!ModuleMemory::keep(block))
         std::free(block);
 }
 
@@ -186,13 +186,15 @@ void ModuleMemory::useAgain(void* block)
     usedAgain_ = block;
 }
 
-bool ModuleMemory::keeps(void* block)
+bool ModuleMemory::keep(void* block)
 {
     if (watching == nullptr || block == nullptr)
         return false;
     const std::lock_guard guard(watching->lock_);
-    watching->kept_ = watching->kept_ || block == watching->usedAgain_;
-    return block == watching->usedAgain_;
+    if (block != watching->usedAgain_)
+        return false;
+    watching->kept_ = true;
+    return true;
 }
 
 void* ModuleMemory::takeKept(size_t size)

@@ -46,14 +46,14 @@ public:
     const std::vector<std::span<unsigned char>>& sections() const { return sections_; }
 
     // From now on, this block does not go back to the heap when the module releases it: the module's next
-    // request of the same size gets it. One block at a time.
+    // call of malloc for the same size gets it. One block at a time.
     void useAgain(void* block);
 
     // For the functions that replace those of the heap.
     static void taken(void* block);
     static void given(void* block);
-    // True if the released block is the one to be used again.
-    static bool keeps(void* block);
+    // Keeps the released block if it is the one to be used again. False for any other.
+    static bool keep(void* block);
     // The kept block if it has this size (bytes), otherwise null.
     static void* takeKept(size_t size);
 

@@ -17,11 +17,12 @@ namespace NV::test {
 
 // What the token returns for these; see pattern().
 Bytes signatureOf(CK_MECHANISM_TYPE mechanism, std::span<const CK_BYTE> data, size_t length);
-// What CKM_RSA_PKCS signs for a SHA-256 hash (DigestInfo, RFC 8017, 9.2).
-Bytes sha256DigestInfo(const Bytes& hash);
 Bytes hmacOf(CK_MECHANISM_TYPE mechanism, std::span<const CK_BYTE> key,
              std::span<const CK_BYTE> data);
 Bytes digestOf(CK_MECHANISM_TYPE mechanism, std::span<const CK_BYTE> data);
+
+// What CKM_RSA_PKCS signs for a SHA-256 hash (DigestInfo, RFC 8017, 9.2).
+Bytes sha256DigestInfo(const Bytes& hash);
 
 // The full path of a file in the folder of the running test program.
 std::wstring widePathBesideTest(const std::wstring& fileName);
