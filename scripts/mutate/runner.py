@@ -7,6 +7,7 @@ import queue
 import re
 import subprocess
 import threading
+import time
 from dataclasses import dataclass, field
 
 import report
@@ -14,6 +15,7 @@ from wine import Place
 
 LIMIT_FACTOR = 5
 SHORTEST_LIMIT = 20  # seconds
+SAVE_SECONDS = 10
 SLOW = 4  # seconds; the cases of such an entry are looked at one by one
 START_SECONDS = 1
 LONGEST_COMMAND = 20000  # characters; Windows takes 32767
@@ -111,6 +113,14 @@ class Recorder:
         self.known = json.loads(self.path.read_text()) if self.path.exists() else {}
         self.say = say
         self.lock = threading.Lock()
+        self.saved = 0
+
+    def save(self):
+        """A run that is stopped meanwhile finds the file of before."""
+        fresh = self.path.with_suffix(".new")
+        fresh.write_text(json.dumps(self.known))
+        fresh.replace(self.path)
+        self.saved = time.monotonic()
 
     def mark(self, entry):
         digest = hashlib.sha256(self.module.read_bytes())
@@ -134,7 +144,7 @@ class Recorder:
         in_parallel(places, tasks, self.record_case)
         for entry in slow:
             self.known[entry.name]["cases"] = self.known[entry.name].pop("begun")
-        self.path.write_text(json.dumps(self.known))
+        self.save()
         for entry in entries:
             entry.cases = self.known[entry.name].get("cases", {})
 
@@ -148,7 +158,7 @@ class Recorder:
                      "times": {case: int(time) / 1000 for case, time in times}}
             with self.lock:
                 self.known[entry.name] = known
-                self.path.write_text(json.dumps(self.known))
+                self.save()
                 self.say(f"{entry.name}: {run.seconds:.1f} s, reaches {len(numbers)} changes")
         entry.seconds = known["seconds"]
         entry.reached = frozenset(known["reached"])
@@ -159,7 +169,8 @@ class Recorder:
         seconds = self.known[entry.name]["times"].get(case, run.seconds)
         with self.lock:
             entry.cases[case] = {"seconds": seconds, "reached": numbers}
-            self.path.write_text(json.dumps(self.known))
+            if time.monotonic() - self.saved > SAVE_SECONDS:
+                self.save()
 
     @staticmethod
     def list_cases(place, entry):
