@@ -125,6 +125,14 @@ private:
     bool hashGiven_ = false;
 };
 
+// What a failed agreement answers.
+SECURITY_STATUS agreementFailure(const KeyFacts& key, const PinOutcome& pin)
+{
+    if (pin.loginFails)
+        return rules.wrongPin;
+    return key.onToken ? rules.badPeer : rules.noPrivateKey;
+}
+
 // Whether modern agrees with the owner of this key: one on a curve, of the same provider.
 bool isPeer(const ProviderModel& provider, NCRYPT_KEY_HANDLE peer)
 {
@@ -173,7 +181,7 @@ void secretAgreement(World& world, Operands& operands)
         if (!pin.loginFails)
             secret = agreed(found->second.facts, world.findKey(peer)->facts.publicKey);
         if (!secret)
-            expected.status = pin.loginFails ? rules.wrongPin : rules.badPeer;
+            expected.status = agreementFailure(found->second.facts, pin);
     }
     const Answer answer = world.call("SecretAgreement", Reach::sequence, [&] {
         return world.table().SecretAgreement(handle, key, peer, place.pointer(), flags);

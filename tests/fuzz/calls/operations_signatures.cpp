@@ -56,7 +56,7 @@ Expectation expectInModern(World& world, const KeyFacts& key, const SigningArgum
     else if (pin.loginFails)
         expected.status = rules.wrongPin;
     else if (result = signature(key, call.padding, call.hash); !result)
-        expected.status = NTE_BAD_LEN;
+        expected.status = key.onToken ? NTE_BAD_LEN : NTE_NO_KEY;
     return expectation;
 }
 

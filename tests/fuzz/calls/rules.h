@@ -94,6 +94,7 @@ struct Rules {
     bool verifiesAsItSigns;
     SECURITY_STATUS badSignature;
     SECURITY_STATUS badPeer;
+    SECURITY_STATUS noPrivateKey;
     std::wstring_view defaultHash;  // of a derivation
     bool shortensKeys;
 };

@@ -140,6 +140,7 @@ constinit const Rules rules{
     .verifiesAsItSigns = false,
     .badSignature = NTE_INTERNAL_ERROR,
     .badPeer = NTE_INTERNAL_ERROR,
+    .noPrivateKey = NTE_INTERNAL_ERROR,
     .defaultHash = L"",
     .shortensKeys = false,
 };

@@ -215,6 +215,7 @@ constinit const Rules rules{
     .verifiesAsItSigns = true,
     .badSignature = NTE_BAD_SIGNATURE,
     .badPeer = NTE_NOT_SUPPORTED,
+    .noPrivateKey = NTE_NO_KEY,
     .defaultHash = L"SHA1",
     .shortensKeys = true,
 };
