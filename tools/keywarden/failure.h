@@ -6,21 +6,26 @@
 #include <string>
 #include <utility>
 
+#include "exit_code.h"
+
 namespace NV::tool {
 
-// Ends the program with exit code 1. The reason is printed, and the advice: what to do next, if that
+// Ends the program with an exit code. The reason is printed, and the advice: what to do next, if that
 // is known. Both are UTF-8.
 class Failure : public std::runtime_error {
 public:
-    explicit Failure(const std::string& reason, std::string advice = {})
-        : std::runtime_error(reason), advice_(std::move(advice))
+    explicit Failure(const std::string& reason, std::string advice = {},
+                     ExitCode exitCode = ExitCode::failed)
+        : std::runtime_error(reason), advice_(std::move(advice)), exitCode_(exitCode)
     {
     }
 
     const std::string& advice() const { return advice_; }
+    ExitCode exitCode() const { return exitCode_; }
 
 private:
     std::string advice_;
+    ExitCode exitCode_;
 };
 
 }  // namespace NV::tool

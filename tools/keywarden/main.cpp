@@ -1,6 +1,6 @@
 // keywarden: configures and checks the provider, and works with its keys.
 //
-// Exit codes: 0 success, 1 failure, 2 invalid arguments.
+// It ends with one of the codes of exit_code.h.
 
 #include <windows.h>
 
@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "command/commands.h"
+#include "exit_code.h"
 #include "failure.h"
 #include "logger/logger.h"
 #include "session.h"
@@ -71,7 +72,7 @@ int run(const std::vector<std::string>& arguments)
     if (const std::string name = unknownCommand(program, arguments); !name.empty()) {
         session.out.failure("unknown command \"" + name + "\"",
                             "\"keywarden --help\" lists the commands.");
-        return exitUsage;
+        return static_cast<int>(ExitCode::usage);
     }
     try {
         // CLI11 expects them in reverse order.
@@ -81,13 +82,14 @@ int run(const std::vector<std::string>& arguments)
         // The command has already printed what is wrong.
         return error.get_exit_code();
     } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? 0 : exitUsage;
+        return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::usage);
     } catch (const Failure& failure) {
         session.out.failure(failure.what(), failure.advice());
+        return static_cast<int>(failure.exitCode());
     } catch (const std::exception& error) {
         session.out.failure(error.what(), {});
     }
-    return exitFailed;
+    return static_cast<int>(ExitCode::failed);
 }
 
 }  // namespace

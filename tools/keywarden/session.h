@@ -1,4 +1,4 @@
-// What all commands share: the output, the way to the provider, and the program's exit codes.
+// What all commands share: the output and the way to the provider.
 
 #pragma once
 
@@ -7,10 +7,6 @@
 #include "output.h"
 
 namespace NV::tool {
-
-// The exit codes for failure; success is 0.
-inline constexpr int exitFailed = 1;  // the command could not do what was asked
-inline constexpr int exitUsage = 2;   // the arguments are wrong
 
 struct Session {
     Output out;

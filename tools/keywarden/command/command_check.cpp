@@ -8,6 +8,7 @@
 #include "check/check.h"
 #include "command/commands.h"
 #include "config/mode.h"
+#include "exit_code.h"
 #include "session.h"
 
 namespace NV::tool {
@@ -92,7 +93,7 @@ void check(Session& session)
                                        std::to_string(findings.steps.size()) + " steps failed.");
     session.out.document(document);
     if (failed > 0)
-        throw CLI::RuntimeError(exitFailed);
+        throw CLI::RuntimeError(static_cast<int>(ExitCode::failed));
 }
 
 }  // namespace
