@@ -85,11 +85,30 @@ makeToken()
 program=$windows/bin/keywarden.exe
 profile=$work/profile
 
+# forgetOutputs ARGUMENTS...: removes the files that the command will write, because keywarden replaces none
+# without --force. A check of that sets keepOutputs.
+forgetOutputs()
+{
+    local argument before="" file
+    [ -z "${keepOutputs:-}" ] || return 0
+    for argument in "$@"; do
+        case $before in
+            -o | --output | --html)
+                file=${argument#Z:}
+                file=${file//\\//}
+                [ ! -f "$file" ] || rm -f "$file"
+                ;;
+        esac
+        before=$argument
+    done
+}
+
 # keywarden ARGUMENTS...: runs the program with the profile of this script and returns its status. Both
 # outputs go to $work/out.
 keywarden()
 {
     local status=0
+    forgetOutputs "$@"
     timeout 120 "$root/cmake/run-under-wine" "$program" --profile "$(windowsPath "$profile")" "$@" \
         >"$work/out.raw" || status=$?
     tr -d '\r' <"$work/out.raw" >"$work/out"

@@ -1,5 +1,7 @@
 // Whole files, and the errors that name them.
 
+#include <CLI/Error.hpp>
+
 #include <gtest/gtest.h>
 
 #include <string>
@@ -30,11 +32,27 @@ TEST(Files, ComeBackByteForByte)
 {
     const TemporaryFolder folder;
     const auto file = folder.path() / L"gr\u00f6\u00dfe";
-    const Bytes data{'a', '\r', '\n', 0, 0x1A, 0xFF};
-    tool::writeFile(file, data);
-    EXPECT_EQ(tool::readFile(file), data);
-    tool::writeFile(file, {});
+    const std::string data("a\r\n\0\x1a\xff", 6);
+    writeFile(file, data);
+    const Bytes bytes(data.begin(), data.end());
+    EXPECT_EQ(tool::readFile(file), bytes);
+    EXPECT_EQ(tool::readInput(tool::toUtf8(file)), bytes);
+    EXPECT_EQ(tool::readSecretInput(tool::toUtf8(file)), SecretBytes(data.begin(), data.end()));
+    writeFile(file, "");
     EXPECT_EQ(tool::readFile(file), Bytes{});
+    EXPECT_EQ(tool::readInput(tool::toUtf8(file)), Bytes{});
+}
+
+TEST(Files, AreReadWholeWhateverTheirLength)
+{
+    const TemporaryFolder folder;
+    const std::string file = tool::toUtf8(folder.path() / "file");
+    for (const size_t size : {size_t{65535}, size_t{65536}, size_t{65537}, size_t{3} << 20}) {
+        std::string content(size, 'x');
+        content.back() = 'y';
+        writeFile(folder.path() / "file", content);
+        EXPECT_EQ(tool::readInput(file), Bytes(content.begin(), content.end())) << size;
+    }
 }
 
 TEST(Files, FailuresNameTheFileAndTheReason)
@@ -42,12 +60,20 @@ TEST(Files, FailuresNameTheFileAndTheReason)
     const TemporaryFolder folder;
     const auto missing = folder.path() / "none" / "file";
     const std::string name = tool::toUtf8(missing);
-    const std::string read = failureOf([&] { tool::readFile(missing); });
-    EXPECT_TRUE(read.starts_with(name + " cannot be read: ")) << read;
-    EXPECT_TRUE(read.ends_with(")")) << read;
-    const std::string written = failureOf([&] { tool::writeFile(missing, {1}); });
-    EXPECT_TRUE(written.starts_with(name + " cannot be written: ")) << written;
+    for (const std::string& read :
+         {failureOf([&] { tool::readFile(missing); }), failureOf([&] { tool::readInput(name); })}) {
+        EXPECT_TRUE(read.starts_with(name + " cannot be read: ")) << read;
+        EXPECT_TRUE(read.ends_with(")")) << read;
+    }
     EXPECT_TRUE(contains(failureOf([&] { tool::readFile(folder.path()); }), " cannot be read"));
+    EXPECT_TRUE(contains(failureOf([&] { tool::readInput(tool::toUtf8(folder.path())); }),
+                         " cannot be read"));
+}
+
+TEST(Files, StandardInputIsReadOnce)
+{
+    EXPECT_NO_THROW(tool::requireOneStandardInput("--peer", {"-", "file", "./-"}));
+    EXPECT_THROW(tool::requireOneStandardInput("--peer", {"-", "file", "-"}), CLI::ValidationError);
 }
 
 }  // namespace

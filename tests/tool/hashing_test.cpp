@@ -11,12 +11,13 @@
 #include "formats/hashing.h"
 #include "joined.h"
 #include "output.h"
+#include "text.h"
 
 namespace NV::test {
 
 using tool::digestInfo;
 using tool::Failure;
-using tool::hashFile;
+using tool::hashInput;
 using tool::hashNamed;
 using tool::hashSize;
 
@@ -26,7 +27,7 @@ Bytes hashOf(const std::string& name, const std::string& content)
 {
     const TemporaryFolder folder;
     writeFile(folder.path() / "file", content);
-    return hashFile(tool::Output(), folder.path() / "file", hashNamed(name));
+    return hashInput(tool::Output(), tool::toUtf8(folder.path() / "file"), hashNamed(name));
 }
 
 }  // namespace
@@ -70,8 +71,10 @@ TEST(Hashing, SeveralPieces)
 TEST(Hashing, FileThatIsNotThereFails)
 {
     const TemporaryFolder folder;
-    EXPECT_THROW(hashFile(tool::Output(), folder.path() / "none", hashNamed("sha1")), Failure);
-    EXPECT_THROW(hashFile(tool::Output(), folder.path(), hashNamed("sha1")), Failure);
+    EXPECT_THROW(hashInput(tool::Output(), tool::toUtf8(folder.path() / "none"), hashNamed("sha1")),
+                 Failure);
+    EXPECT_THROW(hashInput(tool::Output(), tool::toUtf8(folder.path()), hashNamed("sha1")),
+                 Failure);
 }
 
 TEST(Hashing, UnknownNameIsWrongUsage)

@@ -6,8 +6,11 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <random>
 
 #include <nlohmann/json.hpp>
+
+#include "printable.h"
 
 namespace NV::tool {
 
@@ -47,6 +50,16 @@ const char* sequence(Colour colour)
     return "";
 }
 
+// Characters that a text from outside cannot guess.
+std::string randomMark()
+{
+    std::random_device source;
+    std::string mark = "\x1b";
+    for (int i = 0; i < 4; ++i)
+        mark += std::to_string(source());
+    return mark;
+}
+
 // In characters: the continuation bytes of UTF-8 do not count.
 size_t width(std::string_view text)
 {
@@ -65,19 +78,47 @@ void write(std::FILE* file, std::string_view text)
 
 Output::Output()
     : colours_(std::getenv("NO_COLOR") == nullptr && understandsColours()),
-      errorIsTerminal_(isTerminal(STD_ERROR_HANDLE))
+      errorIsTerminal_(isTerminal(STD_ERROR_HANDLE)), mark_(randomMark())
 {
+}
+
+void Output::keepStandardOutputFree()
+{
+    toError_ = true;
+    colours_ = false;
+}
+
+void Output::print(std::string_view text) const
+{
+    write(toError_ ? stderr : stdout, text);
+}
+
+std::string Output::rendered(std::string_view text) const
+{
+    std::string result;
+    for (size_t mark = text.find(mark_); mark != std::string_view::npos; mark = text.find(mark_)) {
+        result += printable(text.substr(0, mark));
+        text.remove_prefix(mark + mark_.size());
+        const auto colour = static_cast<Colour>(text.at(0) - 'a');
+        result += colour == Colour::none ? "\x1b[0m" : sequence(colour);
+        text.remove_prefix(1);
+    }
+    return result + printable(text);
 }
 
 void Output::line(std::string_view text) const
 {
     if (!json_)
-        write(stdout, std::string(text) + "\n");
+        print(rendered(text) + "\n");
 }
 
 void Output::table(const std::vector<std::string>& heading,
-                   const std::vector<std::vector<std::string>>& rows) const
+                   const std::vector<std::vector<std::string>>& texts) const
 {
+    // Escapes take more room than what they stand for.
+    auto rows = texts;
+    for (auto& row : rows)
+        std::ranges::transform(row, row.begin(), [](const auto& cell) { return printable(cell); });
     std::vector<size_t> widths;
     for (size_t i = 0; i < heading.size(); ++i) {
         size_t widest = width(heading[i]);
@@ -101,13 +142,16 @@ std::string Output::coloured(Colour colour, std::string_view text) const
 {
     if (!colours_ || colour == Colour::none)
         return std::string(text);
-    return sequence(colour) + std::string(text) + "\x1b[0m";
+    const auto begin = [this](Colour which) {
+        return mark_ + static_cast<char>('a' + static_cast<int>(which));
+    };
+    return begin(colour) + std::string(text) + begin(Colour::none);
 }
 
 void Output::document(const Json& document) const
 {
     if (json_)
-        write(stdout, document.dump(2, ' ', false, Json::error_handler_t::replace) + "\n");
+        print(printableJson(document.dump(2, ' ', false, Json::error_handler_t::replace)) + "\n");
 }
 
 void Output::failure(std::string_view reason, std::string_view advice) const
@@ -116,9 +160,9 @@ void Output::failure(std::string_view reason, std::string_view advice) const
         document({{"error", reason}, {"advice", advice}});
         return;
     }
-    write(stderr, "keywarden: " + std::string(reason) + "\n");
+    write(stderr, "keywarden: " + printable(reason) + "\n");
     if (!advice.empty())
-        write(stderr, "  " + std::string(advice) + "\n");
+        write(stderr, "  " + printable(advice) + "\n");
 }
 
 }  // namespace NV::tool

@@ -18,6 +18,9 @@ enum class Colour { none, green, red, yellow, dim, bold };
 
 // Standard output and standard error of this process. A command produces both text and a document:
 // with --json the text is dropped, without it the document.
+//
+// Texts may come from a token or a log: all that is printed is `printable` first. A line feed in a text
+// is escaped, too.
 class Output {
 public:
     // Uses colours only if standard output is a terminal and NO_COLOR is not set.
@@ -25,6 +28,8 @@ public:
 
     void setJson(bool json) { json_ = json; }
     bool json() const { return json_; }
+    // Text and documents go to standard error from now on, because the result goes to standard output.
+    void keepStandardOutputFree();
     // Whether standard error is a terminal, so that a progress bar can be drawn on it.
     bool errorIsTerminal() const { return errorIsTerminal_; }
 
@@ -32,8 +37,8 @@ public:
     void line(std::string_view text = {}) const;
     // Prints left-aligned columns two spaces apart, the heading first. Widths are in characters.
     void table(const std::vector<std::string>& heading,
-               const std::vector<std::vector<std::string>>& rows) const;
-    // The text in a colour if colours are on.
+               const std::vector<std::vector<std::string>>& texts) const;
+    // The text in a colour if colours are on. The result is for `line` alone.
     std::string coloured(Colour colour, std::string_view text) const;
 
     void document(const Json& document) const;
@@ -43,9 +48,17 @@ public:
     void failure(std::string_view reason, std::string_view advice) const;
 
 private:
+    // The text as it is printed, with the sequences of its colours.
+    std::string rendered(std::string_view text) const;
+    void print(std::string_view text) const;
+
     bool json_ = false;
+    bool toError_ = false;
     bool colours_ = false;
     bool errorIsTerminal_ = false;
+    // Stands for the beginning of a colour in a text for `line`, followed by the colour's letter. No
+    // text from outside can contain it.
+    std::string mark_;
 };
 
 }  // namespace NV::tool

@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <utility>
 #include <vector>
 
 #include "command/commands.h"
@@ -14,6 +15,7 @@
 #include "files.h"
 #include "formats/hashing.h"
 #include "formats/public_key.h"
+#include "output_file.h"
 #include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
@@ -27,17 +29,18 @@ struct DeriveOptions {
     std::string peer;
     std::string kdf = "hash";
     std::string hash = "sha256";
-    std::string hmacKey;
+    std::string hmacKeyFile;
     std::string prepend;
     std::string append;
     std::string output;
+    bool force = false;
 };
 
 // The parameter list of DeriveKey. It contains pointers to its own members.
 class Parameters {
 public:
-    explicit Parameters(const DeriveOptions& options)
-        : hashName_(hashNamed(options.hash).name), hmacKey_(hexDecode(options.hmacKey)),
+    Parameters(const DeriveOptions& options, SecretBytes hmacKey)
+        : hashName_(hashNamed(options.hash).name), hmacKey_(std::move(hmacKey)),
           prepend_(hexDecode(options.prepend)), append_(hexDecode(options.append))
     {
         add(KDF_HASH_ALGORITHM, hashName_.data(), (hashName_.size() + 1) * sizeof(wchar_t));
@@ -57,14 +60,14 @@ private:
     {
         buffers_.push_back({static_cast<ULONG>(size), type, data});
     }
-    void addBytes(ULONG type, Bytes& bytes)
+    void addBytes(ULONG type, auto& bytes)
     {
         if (!bytes.empty())
             add(type, bytes.data(), bytes.size());
     }
 
     std::wstring hashName_;
-    Bytes hmacKey_;
+    SecretBytes hmacKey_;
     Bytes prepend_;
     Bytes append_;
     std::vector<BCryptBuffer> buffers_;
@@ -89,7 +92,7 @@ public:
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
 
-    Bytes derive(const wchar_t* kdf, Parameters& parameters) const
+    SecretBytes derive(const wchar_t* kdf, Parameters& parameters) const
     {
         DWORD size = 0;
         const auto run = [&](PBYTE buffer, DWORD room) {
@@ -98,7 +101,7 @@ public:
                     "deriving the key");
         };
         run(nullptr, 0);
-        Bytes key(size);
+        SecretBytes key(size);
         run(key.data(), size);
         key.resize(size);
         return key;
@@ -122,17 +125,33 @@ void requireSameCurve(const Key& key, const Bytes& peerBlob)
 // Options that are valid on their own can contradict each other.
 void checkTogether(const DeriveOptions& options)
 {
-    if (options.kdf == "hmac" && options.hmacKey.empty())
-        throw CLI::ValidationError("--kdf", "hmac requires --hmac-key");
-    if (options.kdf != "hmac" && !options.hmacKey.empty())
-        throw CLI::ValidationError("--hmac-key", "requires --kdf hmac");
+    if (options.kdf == "hmac" && options.hmacKeyFile.empty())
+        throw CLI::ValidationError("--kdf", "hmac requires --hmac-key-file");
+    if (options.kdf != "hmac" && !options.hmacKeyFile.empty())
+        throw CLI::ValidationError("--hmac-key-file", "applies only with --kdf hmac");
+    requireOneStandardInput("--hmac-key-file", {options.peer, options.hmacKeyFile});
+}
+
+SecretBytes readHmacKey(const DeriveOptions& options)
+{
+    if (options.hmacKeyFile.empty())
+        return {};
+    SecretBytes key = readSecretInput(options.hmacKeyFile);
+    if (key.empty())
+        throw Failure(inputName(options.hmacKeyFile) + " is empty; it must contain the HMAC key");
+    return key;
 }
 
 void derive(Session& session, const DeriveOptions& options)
 {
     checkTogether(options);
-    Parameters parameters(options);
-    const Bytes peerBlob = ecdhBlob(publicKeyFromFile(readFile(toPath(options.peer))));
+    std::vector<std::string> inputs = {options.peer};
+    if (!options.hmacKeyFile.empty())
+        inputs.push_back(options.hmacKeyFile);
+    const OutputFile output(session.out, options.output, inputs,
+                            {.force = options.force, .secret = true});
+    const Bytes peerBlob = ecdhBlob(publicKeyFromFile(readInput(options.peer)));
+    Parameters parameters(options, readHmacKey(options));
     const KeyStorage storage(session);
     const Key key(storage, fromUtf8(options.key));
     if (key.isRsa())
@@ -140,22 +159,38 @@ void derive(Session& session, const DeriveOptions& options)
     requireSameCurve(key, peerBlob);
     const Key peer(storage, BCRYPT_ECCPUBLIC_BLOB, peerBlob);
     const Secret secret(key, peer);
-    const Bytes derived =
+    const SecretBytes derived =
         secret.derive(options.kdf == "hmac" ? BCRYPT_KDF_HMAC : BCRYPT_KDF_HASH, parameters);
-    writeFile(toPath(options.output), derived);
-    session.out.line("Derived: " + options.output + " (" + std::to_string(derived.size()) +
+    output.write(derived);
+    session.out.line("Derived: " + output.name() + " (" + std::to_string(derived.size()) +
                      " bytes)");
     session.out.document(
         {{"key", options.key}, {"output", options.output}, {"bytes", derived.size()}});
 }
 
-// The decoder accepts any characters as digits, so the input is checked here.
+// The decoder accepts any characters as digits, so the input is checked here. The message does not
+// repeat the text, which can be secret.
 std::string checkHex(const std::string& text)
 {
     const bool good = text.size() % 2 == 0 && std::ranges::all_of(text, [](unsigned char c) {
                           return std::isxdigit(c) != 0;
                       });
-    return good ? "" : "\"" + text + "\" is not an even number of hexadecimal digits";
+    return good ? "" : "the value is not an even number of hexadecimal digits";
+}
+
+// Other processes can read command lines, and shells keep them. The option is known only to say so.
+void refuseHmacKey(CLI::App& command)
+{
+    command
+        .add_option_function<std::string>(
+            "--hmac-key",
+            [](const std::string&) {
+                throw CLI::ValidationError(
+                    "--hmac-key",
+                    "a key on the command line is visible to others; put its bytes "
+                    "into a file and use --hmac-key-file FILE, or - for standard input");
+            })
+        ->group("");
 }
 
 void addHexOption(CLI::App& command, const std::string& option, std::string& value,
@@ -172,15 +207,21 @@ void addDerive(CLI::App& program, Session& session)
     CLI::App& command = *program.add_subcommand(
         "derive", "Agree on a secret with a peer and derive a key from it; asks for the PIN");
     addKeyOption(command, options->key, "an elliptic curve key");
-    command.add_option("--peer", options->peer, "The peer's public key, PEM or DER")
+    command
+        .add_option("--peer", options->peer,
+                    "The peer's public key, PEM or DER; - is standard input")
         ->required()
         ->option_text("FILE");
     addChoiceOption(command, "--kdf", options->kdf, {"hash", "hmac"}, "Key derivation function");
     addHashOption(command, options->hash, "Hash algorithm of the key derivation function");
-    addHexOption(command, "--hmac-key", options->hmacKey, "HMAC key, for --kdf hmac");
+    command
+        .add_option("--hmac-key-file", options->hmacKeyFile,
+                    "File with the bytes of the HMAC key, for --kdf hmac; - is standard input")
+        ->option_text("FILE");
+    refuseHmacKey(command);
     addHexOption(command, "--prepend", options->prepend, "Bytes to put before the secret");
     addHexOption(command, "--append", options->append, "Bytes to put after the secret");
-    addOutputOption(command, options->output, "OUT", "File for the derived key");
+    addOutputOption(command, options->output, options->force, "OUT", "File for the derived key");
     addModuleOptions(command, session);
     command.callback([&session, options] { derive(session, *options); });
 }

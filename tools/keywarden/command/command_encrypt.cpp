@@ -4,12 +4,14 @@
 #include <nlohmann/json.hpp>
 
 #include <memory>
+#include <utility>
 
 #include "command/commands.h"
 #include "command/options.h"
 #include "failure.h"
 #include "files.h"
 #include "formats/hashing.h"
+#include "output_file.h"
 #include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
@@ -24,6 +26,7 @@ struct CipherOptions {
     std::string pad = "pkcs1";
     std::string hash = "sha1";
     std::string output;
+    bool force = false;
 };
 
 // A length that no result has. 0 is the length of an empty message.
@@ -42,34 +45,40 @@ size_t modulusSize(const Key& key)
     return (key.bits() + 7) / 8;
 }
 
-// In bytes: the modulus without the padding (RFC 8017, 7.1.1 and 7.2.1).
-size_t longestPlainText(const CipherOptions& options, const Key& key)
+// In bytes: what the padding takes of the modulus (RFC 8017, 7.1.1 and 7.2.1).
+size_t paddingSize(const CipherOptions& options)
 {
-    return modulusSize(key) - (isOaep(options) ? 2 * hashSize(hashNamed(options.hash)) + 2 : 11);
+    return isOaep(options) ? 2 * hashSize(hashNamed(options.hash)) + 2 : 11;
 }
 
-// Rejects invalid lengths before the user types a PIN.
+// Rejects what cannot work before the user types a PIN.
 void checkInput(const CipherOptions& options, const Key& key, size_t size, bool encrypt)
 {
-    const std::string length = options.file + " has " + std::to_string(size) + " bytes";
-    if (encrypt && (size == 0 || size > longestPlainText(options, key)))
-        throw Failure(length + "; 1 to " + std::to_string(longestPlainText(options, key)) +
+    const size_t modulus = modulusSize(key);
+    const size_t padding = paddingSize(options);
+    if (padding >= modulus)
+        throw Failure("OAEP with " + options.hash + " takes " + std::to_string(padding) +
+                          " bytes, and the modulus of this key has " + std::to_string(modulus),
+                      "Use a shorter hash or a longer key.");
+    const std::string length = inputName(options.file) + " has " + std::to_string(size) + " bytes";
+    const size_t longest = modulus - padding;
+    if (encrypt && (size == 0 || size > longest))
+        throw Failure(length + "; 1 to " + std::to_string(longest) +
                           " can be encrypted with this key and padding",
                       "Encrypt the file with a symmetric key, and that key with this command.");
-    if (!encrypt && size != modulusSize(key))
-        throw Failure(length + "; data encrypted with this key has " +
-                      std::to_string(modulusSize(key)));
+    if (!encrypt && size != modulus)
+        throw Failure(length + "; data encrypted with this key has " + std::to_string(modulus));
 }
 
-Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, Bytes input,
-                bool encrypt)
+SecretBytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher,
+                      SecretBytes input, bool encrypt)
 {
     const KeyStorage& storage = key.storage();
     const std::string what = encrypt ? "encrypting" : "decrypting";
     BCRYPT_OAEP_PADDING_INFO padding{hashNamed(options.hash).name.data(), nullptr, 0};
     // The result is never longer than the modulus. Asking the provider for the length would make it
     // ask for the PIN twice.
-    Bytes output(modulusSize(key));
+    SecretBytes output(modulusSize(key));
     DWORD size = notWritten;
     const SECURITY_STATUS status = cipher(
         storage.handle(), key.handle(), input.data(), static_cast<DWORD>(input.size()),
@@ -86,21 +95,23 @@ Bytes runCipher(const CipherOptions& options, const Key& key, CipherFn cipher, B
 
 void run(Session& session, const CipherOptions& options, bool encrypt)
 {
+    const OutputFile output(session.out, options.output, {options.file},
+                            {.force = options.force, .secret = !encrypt});
     const KeyStorage storage(session);
     const Key key(storage, fromUtf8(options.key));
     if (!key.isRsa())
         throw Failure("the key \"" + options.key + "\" is not an RSA key");
-    Bytes input = readFile(toPath(options.file));
+    SecretBytes input = readSecretInput(options.file);
     checkInput(options, key, input.size(), encrypt);
-    const Bytes output = runCipher(options, key, encrypt ? storage->Encrypt : storage->Decrypt,
-                                   std::move(input), encrypt);
-    writeFile(toPath(options.output), output);
-    session.out.line((encrypt ? "Encrypted: " : "Decrypted: ") + options.output + " (" +
-                     std::to_string(output.size()) + " bytes)");
+    const SecretBytes result = runCipher(
+        options, key, encrypt ? storage->Encrypt : storage->Decrypt, std::move(input), encrypt);
+    output.write(result);
+    session.out.line((encrypt ? "Encrypted: " : "Decrypted: ") + output.name() + " (" +
+                     std::to_string(result.size()) + " bytes)");
     session.out.document({{"file", options.file},
                           {"key", options.key},
                           {"output", options.output},
-                          {"bytes", output.size()}});
+                          {"bytes", result.size()}});
 }
 
 void addCommand(CLI::App& program, Session& session, const char* name, const char* help,
@@ -112,9 +123,13 @@ void addCommand(CLI::App& program, Session& session, const char* name, const cha
     addKeyOption(command, options->key, "an RSA key");
     addChoiceOption(command, "--pad", options->pad, {"pkcs1", "oaep"}, "Padding");
     addHashOption(command, options->hash, "Hash algorithm of OAEP");
-    addOutputOption(command, options->output, "OUT", "File for the result");
+    addOutputOption(command, options->output, options->force, "OUT", "File for the result");
     addModuleOptions(command, session);
-    command.callback([&session, options, encrypt] { run(session, *options, encrypt); });
+    command.callback([&command, &session, options, encrypt] {
+        if (!isOaep(*options))
+            refuseIfGiven(command, "--hash", "applies only with --pad oaep");
+        run(session, *options, encrypt);
+    });
 }
 
 }  // namespace

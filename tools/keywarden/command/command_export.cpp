@@ -8,9 +8,9 @@
 #include "command/commands.h"
 #include "command/options.h"
 #include "failure.h"
-#include "files.h"
 #include "formats/certificate.h"
 #include "formats/public_key.h"
+#include "output_file.h"
 #include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
@@ -23,6 +23,7 @@ struct ExportOptions {
     std::string key;
     std::string format = "pem";
     std::string output;
+    bool force = false;
 };
 
 // PEM and DER come from the certificate, because the provider's blob always states the exponent
@@ -44,12 +45,13 @@ Bytes publicKey(const Key& key, const ExportOptions& options)
 
 void exportKey(Session& session, const ExportOptions& options)
 {
+    const OutputFile output(session.out, options.output, {},
+                            {.force = options.force, .text = options.format == "pem"});
     const KeyStorage storage(session);
     const Key key(storage, fromUtf8(options.key));
     const Bytes data = publicKey(key, options);
-    writeFile(toPath(options.output), data);
-    session.out.line("Exported: " + options.output + " (" + std::to_string(data.size()) +
-                     " bytes)");
+    output.write(data);
+    session.out.line("Exported: " + output.name() + " (" + std::to_string(data.size()) + " bytes)");
     session.out.document({{"key", options.key},
                           {"format", options.format},
                           {"output", options.output},
@@ -65,7 +67,7 @@ void addExport(CLI::App& program, Session& session)
     addKeyOption(command, options->key, "the key");
     addChoiceOption(command, "--format", options->format, {"pem", "der", "blob"},
                     "Format; blob is CNG's public key blob");
-    addOutputOption(command, options->output, "OUT", "File for the public key");
+    addOutputOption(command, options->output, options->force, "OUT", "File for the public key");
     addModuleOptions(command, session);
     command.callback([&session, options] { exportKey(session, *options); });
 }

@@ -11,9 +11,11 @@
 #include <string_view>
 
 #include "command/commands.h"
+#include "command/options.h"
 #include "failure.h"
 #include "files.h"
 #include "log/log_report.h"
+#include "output_file.h"
 #include "session.h"
 #include "system/configuration.h"
 #include "text.h"
@@ -29,6 +31,7 @@ struct LogOptions {
     std::string operation;
     std::optional<double> slow;
     std::string html;
+    bool force = false;
     bool secrets = false;
 };
 
@@ -170,13 +173,17 @@ Json toDocument(const Log& log, const LogOptions& options)
 
 void readAndShow(Session& session, const LogOptions& options)
 {
+    std::optional<OutputFile> page;
+    if (!options.html.empty())
+        page.emplace(session.out, options.html, std::vector{options.file},
+                     OutputRules{.force = options.force, .text = true});
     const Log log = readLog(options);
     showText(session, log, options);
     Json document = toDocument(log, options);
     if (!options.html.empty()) {
-        const std::string page =
+        const std::string text =
             toHtml(log.operations, toUtf8(log.file.filename()), options.secrets);
-        writeFile(toPath(options.html), {page.begin(), page.end()});
+        page->write({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
         session.out.line();
         session.out.line("Written: " + options.html);
         document["html"] = options.html;
@@ -205,6 +212,7 @@ void addLog(CLI::App& program, Session& session)
         ->check(CLI::NonNegativeNumber);
     command.add_option("--html", options->html, "Write the time lines to an HTML page")
         ->option_text("OUT");
+    addForceOption(command, options->force);
     command.add_flag("--show-secrets", options->secrets,
                      "Show the secrets that error messages contain");
     command.callback([&session, options] { readAndShow(session, *options); });

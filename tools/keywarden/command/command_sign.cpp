@@ -11,6 +11,7 @@
 #include "files.h"
 #include "formats/ecdsa_signature.h"
 #include "formats/hashing.h"
+#include "output_file.h"
 #include "session.h"
 #include "system/key_storage.h"
 #include "text.h"
@@ -26,6 +27,7 @@ struct SignOptions {
     std::string pad = "pkcs1";
     std::string ecFormat = "der";
     std::string signature;
+    bool force = false;
 };
 
 // The data that the provider signs or verifies, and the padding.
@@ -36,7 +38,7 @@ struct SignOptions {
 class SignatureInput {
 public:
     SignatureInput(const Session& session, const SignOptions& options, const Key& key)
-        : hash_(hashNamed(options.hash)), data_(hashFile(session.out, toPath(options.file), hash_))
+        : hash_(hashNamed(options.hash)), data_(hashInput(session.out, options.file, hash_))
     {
         if (!key.isRsa())
             return;
@@ -70,6 +72,8 @@ private:
 
 void sign(Session& session, const SignOptions& options)
 {
+    const OutputFile output(session.out, options.signature, {options.file},
+                            {.force = options.force});
     const KeyStorage storage(session);
     const Key key(storage, fromUtf8(options.key));
     SignatureInput input(session, options, key);
@@ -87,8 +91,8 @@ void sign(Session& session, const SignOptions& options)
     signature.resize(size);
     if (!key.isRsa() && options.ecFormat == "der")
         signature = ecdsaToDer(signature);
-    writeFile(toPath(options.signature), signature);
-    session.out.line("Signed: " + options.signature + " (" + std::to_string(signature.size()) +
+    output.write(signature);
+    session.out.line("Signed: " + output.name() + " (" + std::to_string(signature.size()) +
                      " bytes)");
     session.out.document({{"file", options.file},
                           {"key", options.key},
@@ -101,7 +105,8 @@ void verify(Session& session, const SignOptions& options)
     const KeyStorage storage(session);
     const Key key(storage, fromUtf8(options.key));
     SignatureInput input(session, options, key);
-    Bytes signature = readFile(toPath(options.signature));
+    requireOneStandardInput("--signature", {options.file, options.signature});
+    Bytes signature = readInput(options.signature);
     if (!key.isRsa() && options.ecFormat == "der")
         signature = ecdsaFromDer(signature, (key.bits() + 7) / 8);
     const SECURITY_STATUS status = storage->VerifySignature(
@@ -138,7 +143,7 @@ void addSign(CLI::App& program, Session& session)
     const auto options = std::make_shared<SignOptions>();
     CLI::App& command = addCommand(program, session, "sign", "Sign a file; asks for the PIN",
                                    "File to sign", *options);
-    addOutputOption(command, options->signature, "SIG", "File for the signature");
+    addOutputOption(command, options->signature, options->force, "SIG", "File for the signature");
     command.callback([&session, options] { sign(session, *options); });
 }
 

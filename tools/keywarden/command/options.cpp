@@ -24,7 +24,7 @@ void addModuleOptions(CLI::App& command, Session& session)
 
 void addFileArgument(CLI::App& command, std::string& file, const std::string& help)
 {
-    command.add_option("FILE", file, help)->required();
+    command.add_option("FILE", file, help + "; - is standard input")->required();
 }
 
 void addKeyOption(CLI::App& command, std::string& name, const std::string& what)
@@ -51,10 +51,29 @@ void addChoiceOption(CLI::App& command, const std::string& option, std::string& 
         ->check(CLI::IsMember(choices));
 }
 
-void addOutputOption(CLI::App& command, std::string& file, const std::string& placeholder,
-                     const std::string& help)
+void addOutputOption(CLI::App& command, std::string& file, bool& force,
+                     const std::string& placeholder, const std::string& help)
 {
-    command.add_option("-o,--output", file, help)->required()->option_text(placeholder);
+    command.add_option("-o,--output", file, help + "; - is standard output")
+        ->required()
+        ->option_text(placeholder);
+    addForceOption(command, force);
+}
+
+void addForceOption(CLI::App& command, bool& force)
+{
+    command.add_flag("--force", force, "Replace an existing file");
+}
+
+bool isGiven(const CLI::App& command, const std::string& option)
+{
+    return command.get_option(option)->count() > 0;
+}
+
+void refuseIfGiven(const CLI::App& command, const std::string& option, const std::string& reason)
+{
+    if (isGiven(command, option))
+        throw CLI::ValidationError(option, reason);
 }
 
 }  // namespace NV::tool

@@ -16,7 +16,7 @@ struct Session;
 // --cng and --module, for the commands that work with keys.
 void addModuleOptions(CLI::App& command, Session& session);
 
-// FILE, required.
+// FILE, required; "-" is standard input.
 void addFileArgument(CLI::App& command, std::string& file, const std::string& help);
 
 // --key NAME, required. `what` says which keys fit: "the key", "an RSA key".
@@ -29,8 +29,19 @@ void addHashOption(CLI::App& command, std::string& hash, const std::string& help
 void addChoiceOption(CLI::App& command, const std::string& option, std::string& value,
                      const std::vector<std::string>& choices, const std::string& help);
 
-// -o, --output, required. `placeholder` is the name of the value in the help: "OUT".
-void addOutputOption(CLI::App& command, std::string& file, const std::string& placeholder,
-                     const std::string& help);
+// -o, --output, required, and --force. `placeholder` is the name of the value in the help: "OUT".
+// "-" is standard output.
+void addOutputOption(CLI::App& command, std::string& file, bool& force,
+                     const std::string& placeholder, const std::string& help);
+
+// --force: replaces an existing file.
+void addForceOption(CLI::App& command, bool& force);
+
+// Whether the user gave the option, for an option that has a default.
+bool isGiven(const CLI::App& command, const std::string& option);
+
+// Throws CLI::ValidationError if the user gave the option. `reason` says when it applies: "applies only
+// to --pad oaep".
+void refuseIfGiven(const CLI::App& command, const std::string& option, const std::string& reason);
 
 }  // namespace NV::tool

@@ -10,9 +10,7 @@
 
 #include <algorithm>
 #include <cwctype>
-#include <fstream>
 #include <memory>
-#include <vector>
 
 #include "failure.h"
 #include "files.h"
@@ -150,24 +148,25 @@ size_t hashSize(const HashAlgorithm& hash)
     return header.at(header.size() - 1);
 }
 
-Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash)
+Bytes hashInput(const Output& out, const std::string& name, const HashAlgorithm& hash)
 {
-    std::ifstream stream = openFile(file);
-    std::error_code ignored;
-    const uintmax_t total = std::filesystem::file_size(file, ignored);
-    ProgressBar bar(out, ignored ? 0 : total);
+    InputFile input(name);
+    ProgressBar bar(out, input.size());
     Hasher hasher(hash);
-    std::vector<unsigned char> piece(pieceSize);
+    Bytes piece(pieceSize);
     uintmax_t done = 0;
-    while (stream) {
-        stream.read(reinterpret_cast<char*>(piece.data()), static_cast<std::streamsize>(pieceSize));
-        const auto size = static_cast<size_t>(stream.gcount());
+    while (const size_t size = input.read(piece.data(), piece.size())) {
         hasher.add(piece.data(), size);
         done += size;
         bar.show(done);
     }
-    if (stream.bad())
-        throw Failure(toUtf8(file) + " cannot be read completely");
+    return hasher.finish();
+}
+
+Bytes hashBytes(Bytes data, const HashAlgorithm& hash)
+{
+    Hasher hasher(hash);
+    hasher.add(data.data(), data.size());
     return hasher.finish();
 }
 

@@ -2,7 +2,6 @@
 
 #pragma once
 
-#include <filesystem>
 #include <string>
 
 #include "base/encoding.h"
@@ -22,9 +21,11 @@ size_t hashSize(const HashAlgorithm& hash);
 // For CLI11: the error message for an invalid name; empty for a valid one.
 std::string checkHashName(const std::string& name);
 
-// Reads the file in pieces. Shows a progress bar on standard error for a large file, if that is a
-// terminal. Throws Failure.
-Bytes hashFile(const Output& out, const std::filesystem::path& file, const HashAlgorithm& hash);
+// Reads the file, or standard input for "-", in pieces. Shows a progress bar on standard error for a
+// large file, if that is a terminal. Throws Failure.
+Bytes hashInput(const Output& out, const std::string& name, const HashAlgorithm& hash);
+
+Bytes hashBytes(Bytes data, const HashAlgorithm& hash);
 
 // The DER DigestInfo (RFC 8017, 9.2) of a hash, which PKCS #1 v1.5 pads; also for SHA-1.
 Bytes digestInfo(const HashAlgorithm& hash, const Bytes& digest);

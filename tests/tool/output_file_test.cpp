@@ -1,0 +1,181 @@
+// Output files: what is refused, what is left behind, and who may read the result.
+
+#include <gtest/gtest.h>
+
+#include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+
+#include <filesystem>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "contains.h"
+#include "failure.h"
+#include "folder.h"
+#include "output.h"
+#include "output_file.h"
+#include "text.h"
+
+namespace NV::test {
+
+namespace {
+
+using tool::OutputFile;
+using tool::OutputRules;
+
+std::span<const unsigned char> bytesOf(std::string_view text)
+{
+    return {reinterpret_cast<const unsigned char*>(text.data()), text.size()};
+}
+
+class OutputFiles : public testing::Test {
+protected:
+    std::filesystem::path at(const wchar_t* name) const { return folder.path() / name; }
+    std::string name(const wchar_t* file) const { return tool::toUtf8(at(file)); }
+
+    void write(const wchar_t* file, std::string_view content, const OutputRules& rules = {})
+    {
+        OutputFile(out, name(file), {}, rules).write(bytesOf(content));
+    }
+
+    // The message of the refusal; empty if there is none.
+    std::string refusal(const std::string& file, const std::vector<std::string>& inputs = {},
+                        const OutputRules& rules = {})
+    {
+        try {
+            const OutputFile output(out, file, inputs, rules);
+        } catch (const tool::Failure& failure) {
+            return failure.what();
+        }
+        return {};
+    }
+
+    std::vector<std::string> entries() const { return entryNames(folder.path()); }
+
+    tool::Output out;
+    TemporaryFolder folder;
+};
+
+TEST_F(OutputFiles, AreWrittenByteForByteAndNothingElseIsLeft)
+{
+    const std::string data("a\r\n\0\x1a\xff", 6);
+    write(L"gr\u00f6\u00dfe", data);
+    EXPECT_EQ(readFile(at(L"gr\u00f6\u00dfe")), data);
+    write(L"empty", "");
+    EXPECT_EQ(readFile(at(L"empty")), "");
+    EXPECT_EQ(entries().size(), 2U);
+}
+
+TEST_F(OutputFiles, CreatingOneLeavesNoFile)
+{
+    EXPECT_EQ(refusal(name(L"new")), "");
+    EXPECT_TRUE(entries().empty());
+}
+
+TEST_F(OutputFiles, AnExistingFileNeedsForce)
+{
+    writeFile(at(L"file"), "old");
+    EXPECT_TRUE(contains(refusal(name(L"file")), "already exists"));
+    EXPECT_EQ(readFile(at(L"file")), "old");
+    write(L"file", "new", {.force = true});
+    EXPECT_EQ(readFile(at(L"file")), "new");
+    write(L"file", "secret", {.force = true, .secret = true});
+    EXPECT_EQ(readFile(at(L"file")), "secret");
+    EXPECT_EQ(entries(), std::vector<std::string>{"file"});
+}
+
+TEST_F(OutputFiles, AFileThatAppearsMeanwhileIsNotReplaced)
+{
+    const OutputFile output(out, name(L"file"), {});
+    writeFile(at(L"file"), "somebody else's");
+    EXPECT_THROW(output.write(bytesOf("result")), tool::Failure);
+    EXPECT_EQ(readFile(at(L"file")), "somebody else's");
+    EXPECT_EQ(entries(), std::vector<std::string>{"file"});
+}
+
+TEST_F(OutputFiles, TheInputIsRefusedUnderAnyName)
+{
+    writeFile(at(L"Input File.txt"), "input");
+    const std::string input = name(L"Input File.txt");
+    ASSERT_TRUE(CreateHardLinkW(at(L"link").c_str(), at(L"Input File.txt").c_str(), nullptr));
+    std::filesystem::create_directory(at(L"sub"));
+    const std::vector<std::string> names = {input, name(L"INPUT FILE.TXT"), name(L"link"),
+                                            name(L"sub\\..\\link")};
+    for (const std::string& other : names) {
+        const std::string message = refusal(other, {"-", input}, {.force = true});
+        EXPECT_EQ(message, other + " is the same file as " + input);
+    }
+    wchar_t shortName[MAX_PATH] = L"";
+    if (GetShortPathNameW(at(L"Input File.txt").c_str(), shortName, MAX_PATH) > 0) {
+        const std::string other = tool::toUtf8(std::wstring_view(shortName));
+        EXPECT_TRUE(contains(refusal(other, {input}, {.force = true}), "is the same file"));
+    }
+    EXPECT_EQ(readFile(at(L"Input File.txt")), "input");
+}
+
+TEST_F(OutputFiles, AnotherFileWithTheSameContentIsNone)
+{
+    writeFile(at(L"a"), "x");
+    writeFile(at(L"b"), "x");
+    EXPECT_EQ(refusal(name(L"a"), {name(L"b")}, {.force = true}), "");
+}
+
+TEST_F(OutputFiles, AFolderOrAnUnwritablePlaceIsRefusedAtOnce)
+{
+    EXPECT_TRUE(contains(refusal(name(L"none\\file")), "file cannot be written: "));
+    EXPECT_TRUE(contains(refusal(tool::toUtf8(folder.path()), {}, {.force = true}),
+                         "cannot be written: it is a folder"));
+    writeFile(at(L"fixed"), "x");
+    SetFileAttributesW(at(L"fixed").c_str(), FILE_ATTRIBUTE_READONLY);
+    EXPECT_TRUE(contains(refusal(name(L"fixed"), {}, {.force = true}), "it is read-only"));
+    SetFileAttributesW(at(L"fixed").c_str(), FILE_ATTRIBUTE_NORMAL);
+}
+
+TEST_F(OutputFiles, LongNamesHaveRoom)
+{
+    const std::wstring longName(200, L'n');
+    write(longName.c_str(), "x");
+    EXPECT_EQ(readFile(at(longName.c_str())), "x");
+}
+
+// The file's access control list in the form "D:P(A;;FA;;;S-1-5-...)".
+std::string accessOf(const std::filesystem::path& file)
+{
+    PSECURITY_DESCRIPTOR descriptor = nullptr;
+    EXPECT_EQ(GetNamedSecurityInfoW(file.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
+                                    nullptr, nullptr, nullptr, nullptr, &descriptor),
+              0U);
+    char* text = nullptr;
+    EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorA(
+        descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
+    const std::string access = text;
+    LocalFree(text);
+    LocalFree(descriptor);
+    return access;
+}
+
+// Wine keeps the rights as the mode of a Unix file, which always has an entry of the system.
+TEST_F(OutputFiles, ASecretIsReadableByTheUserAlone)
+{
+    write(L"public", "x");
+    EXPECT_TRUE(contains(accessOf(at(L"public")), ";WD)")) << accessOf(at(L"public"));
+    writeFile(at(L"secret"), "for all");
+    write(L"secret", "secret", {.force = true, .secret = true});
+    const std::string access = accessOf(at(L"secret"));
+    for (const char* others : {";WD)", ";BU)", ";AU)", ";DU)", ";BG)"})
+        EXPECT_FALSE(contains(access, others)) << access;
+    EXPECT_TRUE(contains(access, "(A;")) << access;
+}
+
+TEST_F(OutputFiles, ADeviceIsWrittenTo)
+{
+    EXPECT_NO_THROW(OutputFile(out, "NUL", {}).write(bytesOf("nothing")));
+}
+
+}  // namespace
+
+}  // namespace NV::test
