@@ -205,6 +205,9 @@ case ${1:-} in
 esac
 
 mkdir -p "$demo"
+# keywarden replaces no file, so those of an earlier run go.
+rm -f "$demo"/*.sig "$demo"/*.pem "$demo"/*.blob "$demo/cipher.1" "$demo/plain.2" "$demo/derived.key" \
+    "$demo/trace.html"
 step "Set the machine up: packages and Wine" scripts/setup.sh
 step "Build the module and its tool" buildAll
 trap stopWine EXIT

@@ -14,6 +14,7 @@ export KEYWARDEN_WINEPREFIX=$root/build/${area:?}/wine
 . "$root/scripts/dialog.sh"
 
 work=$root/build/$area
+files=$work/files
 windows=${KEYWARDEN_BUILD:-$build/windows}
 export KEYWARDEN_BUILD=$windows
 softhsm=/usr/lib/softhsm/libsofthsm2.so
@@ -161,4 +162,49 @@ holds()
     else
         bad "$name" "status $status: $reason"
     fi
+}
+
+# at FILE: its Windows path.
+at()
+{
+    windowsPath "$files/$1"
+}
+
+# tokenKey NAME ENDING: a file that make-token.sh wrote for a key.
+tokenKey()
+{
+    echo "$work/token/keys/$1.$2"
+}
+
+writeObject()
+{
+    pkcs11-tool --module "$softhsm" --token-label keywarden --login --pin "$pin" --write-object "$@" \
+        >>"$work/token.log" 2>&1
+}
+
+# addKey NAME ID DAYS PUBLIC OPTION...: one more key with its certificate; PUBLIC is yes or no.
+addKey()
+{
+    local name=$1 id=$2 days=$3 public=$4 file
+    shift 4
+    file=$work/token/keys/$name
+    openssl genpkey "$@" -out "$file.key.pem" 2>>"$work/token.log" &&
+        openssl req -new -key "$file.key.pem" -subj "/CN=KeyWarden $name" -out "$work/request.pem" &&
+        openssl x509 -req -in "$work/request.pem" -signkey "$file.key.pem" -days "$days" \
+            -outform DER -out "$file.crt.der" 2>>"$work/token.log" &&
+        openssl pkey -in "$file.key.pem" -outform DER -out "$work/private.der" &&
+        openssl pkey -in "$file.key.pem" -pubout -outform DER -out "$work/public.der" &&
+        writeObject "$work/private.der" --type privkey --label "$name" --id "$id" --usage-sign &&
+        writeObject "$file.crt.der" --type cert --label "$name" --id "$id" || return 1
+    [ "$public" = no ] ||
+        writeObject "$work/public.der" --type pubkey --label "$name" --id "$id" --usage-sign
+}
+
+# prints FILTER NAME COMMAND...: one document is printed, and jq's filter is true for it.
+prints()
+{
+    local filter=$1 name=$2
+    shift 2
+    "$@" || true
+    holds "--json: $name" jq -es "length == 1 and (.[0] | $filter)" "$work/out"
 }

@@ -114,7 +114,8 @@ TEST_F(LogCommand, WritesThePage)
     EXPECT_TRUE(html.starts_with("<!DOCTYPE html>"));
     EXPECT_TRUE(html.ends_with("</html>\n"));
     EXPECT_FALSE(contains(html, "C35A17E18D"));
-    EXPECT_EQ(profile.json({"log", file, "--html", narrowPath(page)}, 0)["html"], narrowPath(page));
+    EXPECT_EQ(profile.json({"log", file, "--html", narrowPath(page), "--force"}, 0)["html"],
+              narrowPath(page));
 }
 
 TEST_F(LogCommand, ReportsAPageThatCannotBeWritten)

@@ -1,6 +1,6 @@
 #!/bin/bash
-# Compares docs/commands.md with the help of keywarden: its commands, and the options of each with their
-# placeholders and defaults. Prints "ok NAME" or "FAIL NAME: reason" for each check, then the counts. The
+# Compares docs/commands.md with the help of keywarden: its commands, the options of each with their
+# placeholders and defaults, and the exit codes. The examples in the help must use options that exist. Prints "ok NAME" or "FAIL NAME: reason" for each check, then the counts. The
 # status is 1 if a check failed.
 #   tests/tool/commands_test.sh [PAGE]
 set -euo pipefail
@@ -102,11 +102,44 @@ checkLinks()
     done
 }
 
+checkExitCodes()
+{
+    same "$(help | sed -n '/^Exit codes:/,/^$/s/^  \([0-9]\)  .*/\1/p')" \
+        "$(sed -n '/^## Exit codes/,/^## JSON/s/^| \([0-9]\) | .*/\1/p' "$page")"
+}
+
+# checkExamples COMMAND: its help has two examples of the command; their options are in the help.
+checkExamples()
+{
+    local text examples option
+    text=$(help "$1") || return 1
+    examples=$(sed -n "/^Examples:/,/^$/s/^  keywarden $1\b//p" <<<"$text")
+    [ "$(help "$1" | grep -c "^  keywarden $1")" = 2 ] || echo "not two examples"
+    for option in $(grep -o -- ' --*[a-z][-a-z]*' <<<"$examples"); do
+        [ "$option" = --json ] || grep -Eq "^  (-[a-z],)?$option[ ,]|^  $option,--" <<<"$text" ||
+            echo "no option $option"
+    done
+}
+
+# The program's own DLLs come from the system's folder: the linker does not write this entry.
+checkLoadConfig()
+{
+    x86_64-w64-mingw32-objdump -p "$program" |
+        grep -Eq '^Entry a 0000000000[0-9a-f]{6} 00000070 Load Config' || echo "no load configuration"
+    # LOAD_LIBRARY_SEARCH_SYSTEM32, 0x0800, at the offset 0x4E.
+    x86_64-w64-mingw32-objdump -s -j .ldcfg "$program" |
+        grep -Eq '40 [0-9a-f]{8} [0-9a-f]{8} [0-9a-f]{8} 00000008 ' ||
+        echo "no DependentLoadFlags"
+}
+
 check "the page has all commands" checkCommands
 check "the page has the options of all commands" checkCommonOptions
 for command in $(commandsOfPage); do
     check "the page has the options of $command" checkOptions "$command"
+    check "the help of $command has examples" checkExamples "$command"
 done
+check "the page has the exit codes" checkExitCodes
+check "the program has a load configuration" checkLoadConfig
 check "the page has a link to each command" checkLinks
 echo "commands: $passed passed, $failed failed"
 [ "$failed" -eq 0 ]

@@ -105,7 +105,7 @@ checkPicture()
 # drawPage LOG PAGE: writes the page with the tool.
 drawPage()
 {
-    "$root/cmake/run-under-wine" "$tool" log "Z:$1" --html "Z:$2" >"$work/tool.log" 2>&1 ||
+    "$root/cmake/run-under-wine" "$tool" log "Z:$1" --html "Z:$2" --force >"$work/tool.log" 2>&1 ||
         cat "$work/tool.log"
 }
 

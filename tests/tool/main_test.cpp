@@ -12,9 +12,9 @@ namespace NV::test {
 
 namespace {
 
-const std::vector<std::string> commands = {"init",     "check",      "keys",   "sign",   "verify",
-                                           "encrypt",  "decrypt",    "export", "derive", "log",
-                                           "register", "unregister", "status"};
+const std::vector<std::string> commands = {
+    "init",   "check", "keys",     "sign",       "verify", "encrypt", "decrypt", "export",
+    "derive", "log",   "register", "unregister", "status", "help",    "version", "completion"};
 
 TEST(CommandLine, HelpListsTheCommands)
 {
@@ -36,6 +36,27 @@ TEST(CommandLine, EachCommandHasHelp)
         EXPECT_EQ(result.exitCode, 0U) << command;
         EXPECT_TRUE(contains(result.output, "Usage: keywarden " + command)) << result.output;
         EXPECT_TRUE(contains(result.output, "--help")) << result.output;
+        EXPECT_TRUE(contains(result.output, "Examples:\n  keywarden " + command)) << result.output;
+        EXPECT_EQ(runTool({"help", command}).output, result.output);
+    }
+}
+
+TEST(CommandLine, HelpOfTheProgramAndOfAnUnknownCommand)
+{
+    EXPECT_EQ(runTool({"help"}).output, runTool({"--help"}).output);
+    const ChildResult result = runTool({"help", "sing"});
+    EXPECT_EQ(result.exitCode, 2U);
+    EXPECT_TRUE(contains(result.output, "did you mean \"sign\"?")) << result.output;
+}
+
+TEST(CommandLine, HelpHasTheExitCodes)
+{
+    for (const auto& arguments : {std::vector<std::string>{"--help"}, {"verify", "--help"}}) {
+        const std::string text = runTool(arguments).output;
+        for (const char* row :
+             {"0  good", "1  failed", "2  wrong use", "3  signature bad", "4  PIN cancelled",
+              "5  PIN wrong", "6  PIN locked", "7  no token or key", "8  no desktop"})
+            EXPECT_TRUE(contains(text, std::string("\n  ") + row)) << text;
     }
 }
 
@@ -44,6 +65,23 @@ TEST(CommandLine, PrintsItsVersion)
     const ChildResult result = runTool({"--version"});
     EXPECT_EQ(result.exitCode, 0U);
     EXPECT_EQ(result.output.find("keywarden "), 0U) << result.output;
+    EXPECT_EQ(runTool({"version"}).output, result.output);
+    const Json document = parsed(runTool({"version", "--json"}).output);
+    EXPECT_EQ("keywarden " + document.value("version", "") + "\n", result.output);
+}
+
+TEST(CommandLine, CompletionHasAllCommandsTheirOptionsAndValues)
+{
+    const ChildResult result = runTool({"completion", "powershell"});
+    EXPECT_EQ(result.exitCode, 0U);
+    for (const std::string& command : commands)
+        EXPECT_TRUE(contains(result.output, "        '" + command + "' = @('--help")) << command;
+    EXPECT_TRUE(contains(result.output, "'sign --pad' = @('pkcs1', 'pss')")) << result.output;
+    EXPECT_TRUE(contains(result.output, "'sign --hash' = @('sha1', 'sha256', 'sha384', 'sha512')"));
+    EXPECT_FALSE(contains(result.output, "--hmac-key'")) << "a hidden option";
+    EXPECT_EQ(parsed(runTool({"completion", "powershell", "--json"}).output).value("script", ""),
+              result.output);
+    EXPECT_EQ(runTool({"completion", "bash"}).exitCode, 2U);
 }
 
 TEST(CommandLine, WrongUsageIsExitCode2)
@@ -62,6 +100,20 @@ TEST(CommandLine, WrongUsageIsExitCode2)
         {"log", "a.log", "b.log"},
         {"--profile"},
         {"check", "init"},
+        {"sign", "--key", "a"},
+        {"sign", "x", "--key", "a", "--salt", "8"},
+        {"sign", "x", "--key", "a", "--pad", "pss", "--salt", "8x"},
+        {"sign", "x", "--key", "a", "--pad", "pss", "--salt", "-1"},
+        {"sign", "x", "--key", "a", "--pad", "pss", "--salt", ""},
+        {"sign", "x", "--key", "a", "--digest", "00", "--hash", "sha256"},
+        {"sign", "--key", "a", "--digest", std::string(64, 'a')},
+        {"sign", "x", "--key", "a", "--format", "jws", "--hash", "sha1"},
+        {"sign", "x", "--key", "a", "--format", "cms", "--ec-format", "raw"},
+        {"sign", "-", "--key", "a"},
+        {"sign", "-", "-", "--key", "a"},
+        {"encrypt", "x", "--key", "a", "-o", "out", "--hash", "sha256"},
+        {"derive", "--key", "a", "--peer", "-", "-o", "out", "--kdf", "hmac", "--hmac-key-file",
+         "-"},
     };
     for (const auto& arguments : wrong) {
         const ChildResult result = runTool(arguments);
@@ -71,11 +123,69 @@ TEST(CommandLine, WrongUsageIsExitCode2)
     }
 }
 
-TEST(CommandLine, NamesTheUnknownCommand)
+TEST(CommandLine, NamesTheUnknownCommandAndTheNearestOne)
 {
-    const ChildResult result = runTool({"chekc"});
-    EXPECT_TRUE(contains(result.output, "unknown command \"chekc\"")) << result.output;
-    EXPECT_TRUE(contains(result.output, "keywarden --help")) << result.output;
+    for (const auto& arguments :
+         {std::vector<std::string>{"chekc"}, {"--profile", "check", "chekc", "--flag"}}) {
+        const ChildResult result = runTool(arguments);
+        EXPECT_TRUE(contains(result.output, "unknown command \"chekc\"; did you mean \"check\"?"))
+            << result.output;
+        EXPECT_TRUE(contains(result.output, "keywarden --help")) << result.output;
+    }
+    EXPECT_FALSE(contains(runTool({"frobnicate"}).output, "did you mean"));
+}
+
+TEST(CommandLine, SuggestsTheNearestOption)
+{
+    const ChildResult result = runTool({"sign", "x", "--key", "a", "--hahs", "sha1"});
+    EXPECT_TRUE(contains(result.output, "not expected: --hahs; did you mean \"--hash\"?"))
+        << result.output;
+}
+
+TEST(CommandLine, WrongUsageIsJsonWithJson)
+{
+    const std::vector<std::vector<std::string>> wrong = {{"--json"},
+                                                         {"chekc", "--json"},
+                                                         {"--json", "chekc"},
+                                                         {"keys", "--nosuch", "--json"},
+                                                         {"verify", "x", "--json", "--key"},
+                                                         {"--json", "sign", "x", "--pad", "none"}};
+    for (const auto& arguments : wrong) {
+        const ChildResult result = runTool(arguments);
+        EXPECT_EQ(result.exitCode, 2U) << result.output;
+        const Json document = parsed(result.output);
+        EXPECT_FALSE(document.value("error", "").empty()) << result.output;
+        EXPECT_TRUE(contains(document.value("advice", ""), "--help")) << result.output;
+    }
+}
+
+// A key for HMAC, wherever it was typed.
+TEST(CommandLine, NoErrorRepeatsASecret)
+{
+    const std::string secret = "00112233445566778899AABBCCDDEEFF";
+    const std::vector<std::string> derive = {"derive", "--key", "a", "--peer", "b", "-o", "c"};
+    const std::vector<std::vector<std::string>> more = {
+        {"--hmac-key", secret},
+        {"--hmac-key=" + secret},
+        {"--kdf", "hmac", "--hmac-key", secret},
+        {"--hmackey", secret},
+        {"--hmackey=" + secret},
+        {secret},
+        {"--prepend", secret + "0"},
+        {"--append", "x" + secret},
+    };
+    for (const auto& arguments : more) {
+        std::vector<std::string> all = derive;
+        all.insert(all.end(), arguments.begin(), arguments.end());
+        for (const bool json : {false, true}) {
+            if (json)
+                all.emplace_back("--json");
+            const ChildResult result = runTool(all);
+            EXPECT_EQ(result.exitCode, 2U) << result.output;
+            EXPECT_FALSE(contains(result.output, secret)) << result.output;
+        }
+    }
+    EXPECT_TRUE(contains(runTool({"derive", "--hmac-key", secret}).output, "--hmac-key-file FILE"));
 }
 
 TEST(CommandLine, CommonOptionsWorkAnywhere)

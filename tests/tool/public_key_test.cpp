@@ -39,7 +39,7 @@ TEST(PublicKey, PemIsReadAndWritten)
 {
     const Bytes der = publicKeyFromFile(bytesOf(p256Pem));
     EXPECT_EQ(der, hexDecode(std::string(p256Header) + p256Point));
-    EXPECT_EQ(toPem(der), p256Pem);
+    EXPECT_EQ(toPem(der, "PUBLIC KEY"), p256Pem);
     EXPECT_EQ(publicKeyFromFile(der), der);
 }
 

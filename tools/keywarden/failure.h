@@ -28,4 +28,12 @@ private:
     ExitCode exitCode_;
 };
 
+// Why something at the end of a command failed, in a destructor, which cannot throw. Empty if nothing
+// did. main prints it, and the program ends as failed.
+inline std::string& lateFailure()
+{
+    static std::string reason;
+    return reason;
+}
+
 }  // namespace NV::tool

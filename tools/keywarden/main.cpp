@@ -6,6 +6,8 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cctype>
 #include <exception>
 #include <string>
 #include <vector>
@@ -14,6 +16,7 @@
 #include "exit_code.h"
 #include "failure.h"
 #include "logger/logger.h"
+#include "nearest.h"
 #include "session.h"
 #include "text.h"
 #include "version.h"
@@ -37,22 +40,108 @@ void addCommands(CLI::App& program, Session& session)
     addUnregister(program, session);
     addStatus(program, session);
     addLog(program, session);
+    addHelp(program, session);
+    addVersion(program, session);
+    addCompletion(program, session);
+    addFooters(program);
 }
 
-// The first argument if it looks like a command but is none. CLI11 would only report that a command
-// is missing.
+// The first argument that is neither an option nor its value, if it is no command. CLI11 would only
+// report that a command is missing.
 std::string unknownCommand(const CLI::App& program, const std::vector<std::string>& arguments)
 {
-    if (arguments.empty() || arguments.front().starts_with('-'))
-        return {};
-    const auto commands = program.get_subcommands(
-        [&](const CLI::App* command) { return command->get_name() == arguments.front(); });
-    return commands.empty() ? arguments.front() : std::string();
+    const auto takesValue = [](const std::string& argument) { return argument == "--profile"; };
+    for (size_t i = 0; i < arguments.size(); ++i) {
+        if (arguments[i].starts_with('-') || (i > 0 && takesValue(arguments[i - 1])))
+            continue;
+        const auto commands = program.get_subcommands(
+            [&](const CLI::App* command) { return command->get_name() == arguments[i]; });
+        return commands.empty() ? arguments[i] : std::string();
+    }
+    return {};
+}
+
+// The command that was given, or the program if there is none.
+const CLI::App& givenCommand(const CLI::App& program)
+{
+    const auto commands = program.get_subcommands();
+    return commands.empty() ? program : *commands.front();
+}
+
+std::vector<std::string> optionsOf(const CLI::App& program)
+{
+    std::vector<std::string> names;
+    for (const CLI::App* app : {&program, &givenCommand(program)}) {
+        for (const CLI::Option* option :
+             app->get_options([](const CLI::Option* one) { return !one->get_group().empty(); })) {
+            for (const std::string& name : option->get_lnames())
+                names.push_back("--" + name);
+        }
+    }
+    return names;
+}
+
+// Long hexadecimal text can be a key.
+bool looksSecret(const std::string& argument)
+{
+    return argument.size() >= 16 &&
+           std::ranges::all_of(argument, [](unsigned char c) { return std::isxdigit(c) != 0; });
+}
+
+// The first argument that has no place, without a value behind it: values can be secret.
+std::string extraArgumentText(const CLI::App& program)
+{
+    const std::vector<std::string> all = program.remaining(true);
+    auto extra = std::ranges::find_if(all, [](const auto& one) { return one.starts_with('-'); });
+    if (extra == all.end())
+        extra = all.begin();
+    if (extra == all.end() || looksSecret(*extra))
+        return "an argument is not expected";
+    const std::string name = extra->substr(0, extra->find('='));
+    const std::string meant =
+        name.starts_with("--") ? nearest(name, optionsOf(program)) : std::string();
+    return "the argument is not expected: " + name +
+           (meant.empty() ? "" : "; did you mean \"" + meant + "\"?");
+}
+
+int usageFailure(Session& session, const CLI::App& program, const std::string& reason)
+{
+    const CLI::App& command = givenCommand(program);
+    const std::string name = &command == &program ? "" : " " + command.get_name();
+    session.out.failure(reason, "\"keywarden" + name + " --help\" shows the " +
+                                    (name.empty() ? "commands." : "options."));
+    return static_cast<int>(ExitCode::usage);
+}
+
+int parseAndRun(CLI::App& program, Session& session, const std::vector<std::string>& arguments)
+{
+    try {
+        // CLI11 expects them in reverse order.
+        program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
+        return static_cast<int>(ExitCode::good);
+    } catch (const CLI::RuntimeError& error) {
+        // The command has already printed what is wrong.
+        return error.get_exit_code();
+    } catch (const CLI::Success& request) {
+        return program.exit(request);  // --help and --version
+    } catch (const CLI::ExtrasError&) {
+        return usageFailure(session, program, extraArgumentText(program));
+    } catch (const CLI::ParseError& error) {
+        return usageFailure(session, program, error.what());
+    } catch (const Failure& failure) {
+        session.out.failure(failure.what(), failure.advice());
+        return static_cast<int>(failure.exitCode());
+    } catch (const std::exception& error) {
+        session.out.failure(error.what(), {});
+    }
+    return static_cast<int>(ExitCode::failed);
 }
 
 int run(const std::vector<std::string>& arguments)
 {
     Session session;
+    // Also for an error that is found before the option is read.
+    session.out.setJson(std::ranges::find(arguments, "--json") != arguments.end());
     CLI::App program("Sets up, checks and uses the Norvanta KeyWarden key storage provider.",
                      "keywarden");
     program.set_version_flag("--version", "keywarden " NV_VERSION_TEXT);
@@ -69,27 +158,13 @@ int run(const std::vector<std::string>& arguments)
     program.require_subcommand(1);
     program.fallthrough();
     addCommands(program, session);
-    if (const std::string name = unknownCommand(program, arguments); !name.empty()) {
-        session.out.failure("unknown command \"" + name + "\"",
-                            "\"keywarden --help\" lists the commands.");
-        return static_cast<int>(ExitCode::usage);
-    }
-    try {
-        // CLI11 expects them in reverse order.
-        program.parse(std::vector<std::string>(arguments.rbegin(), arguments.rend()));
-        return 0;
-    } catch (const CLI::RuntimeError& error) {
-        // The command has already printed what is wrong.
-        return error.get_exit_code();
-    } catch (const CLI::ParseError& error) {
-        return program.exit(error) == 0 ? 0 : static_cast<int>(ExitCode::usage);
-    } catch (const Failure& failure) {
-        session.out.failure(failure.what(), failure.advice());
-        return static_cast<int>(failure.exitCode());
-    } catch (const std::exception& error) {
-        session.out.failure(error.what(), {});
-    }
-    return static_cast<int>(ExitCode::failed);
+    if (const std::string name = unknownCommand(program, arguments); !name.empty())
+        return usageFailure(session, program, unknownCommandText(program, name));
+    const int exitCode = parseAndRun(program, session, arguments);
+    if (lateFailure().empty())
+        return exitCode;
+    session.out.warning(lateFailure());
+    return exitCode == 0 ? static_cast<int>(ExitCode::failed) : exitCode;
 }
 
 }  // namespace
@@ -98,6 +173,9 @@ int run(const std::vector<std::string>& arguments)
 
 int wmain(int argc, wchar_t** argv)
 {
+    // The DLLs of the import table come from the system's folder alone (load_config.cpp). This takes the
+    // current folder out of the search for all others.
+    SetDllDirectoryW(L"");
     SetConsoleOutputCP(CP_UTF8);
     // The module's sources that are linked into this program also write a trace. Keep it out of the
     // user's log.

@@ -165,4 +165,9 @@ void Output::failure(std::string_view reason, std::string_view advice) const
         write(stderr, "  " + printable(advice) + "\n");
 }
 
+void Output::warning(std::string_view text) const
+{
+    write(stderr, "keywarden: " + printable(text) + "\n");
+}
+
 }  // namespace NV::tool

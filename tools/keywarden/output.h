@@ -47,6 +47,9 @@ public:
     // the document {"error": ..., "advice": ...} to standard output instead.
     void failure(std::string_view reason, std::string_view advice) const;
 
+    // Prints a line to standard error, also with --json: something to know that is not the result.
+    void warning(std::string_view text) const;
+
 private:
     // The text as it is printed, with the sequences of its colours.
     std::string rendered(std::string_view text) const;

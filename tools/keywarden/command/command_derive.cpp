@@ -3,8 +3,6 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
-#include <cctype>
 #include <memory>
 #include <utility>
 #include <vector>
@@ -17,6 +15,7 @@
 #include "formats/public_key.h"
 #include "output_file.h"
 #include "session.h"
+#include "system/key_choice.h"
 #include "system/key_storage.h"
 #include "text.h"
 
@@ -87,7 +86,7 @@ public:
     ~Secret()
     {
         if (handle_ != 0)
-            storage_->FreeSecret(storage_.handle(), handle_);
+            atEnd([this] { storage_->FreeSecret(storage_.handle(), handle_); });
     }
     Secret(const Secret&) = delete;
     Secret& operator=(const Secret&) = delete;
@@ -153,9 +152,10 @@ void derive(Session& session, const DeriveOptions& options)
     const Bytes peerBlob = ecdhBlob(publicKeyFromFile(readInput(options.peer)));
     Parameters parameters(options, readHmacKey(options));
     const KeyStorage storage(session);
-    const Key key(storage, fromUtf8(options.key));
+    const std::wstring name = chooseKey(storage, options.key);
+    const Key key(storage, name);
     if (key.isRsa())
-        throw Failure("the key \"" + options.key + "\" is not an elliptic curve key");
+        throw Failure("the key \"" + toUtf8(name) + "\" is not an elliptic curve key");
     requireSameCurve(key, peerBlob);
     const Key peer(storage, BCRYPT_ECCPUBLIC_BLOB, peerBlob);
     const Secret secret(key, peer);
@@ -165,17 +165,7 @@ void derive(Session& session, const DeriveOptions& options)
     session.out.line("Derived: " + output.name() + " (" + std::to_string(derived.size()) +
                      " bytes)");
     session.out.document(
-        {{"key", options.key}, {"output", options.output}, {"bytes", derived.size()}});
-}
-
-// The decoder accepts any characters as digits, so the input is checked here. The message does not
-// repeat the text, which can be secret.
-std::string checkHex(const std::string& text)
-{
-    const bool good = text.size() % 2 == 0 && std::ranges::all_of(text, [](unsigned char c) {
-                          return std::isxdigit(c) != 0;
-                      });
-    return good ? "" : "the value is not an even number of hexadecimal digits";
+        {{"key", toUtf8(name)}, {"output", options.output}, {"bytes", derived.size()}});
 }
 
 // Other processes can read command lines, and shells keep them. The option is known only to say so.
@@ -191,12 +181,6 @@ void refuseHmacKey(CLI::App& command)
                     "into a file and use --hmac-key-file FILE, or - for standard input");
             })
         ->group("");
-}
-
-void addHexOption(CLI::App& command, const std::string& option, std::string& value,
-                  const std::string& help)
-{
-    command.add_option(option, value, help + ", hexadecimal")->option_text("HEX")->check(checkHex);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include "formats/hashing.h"
 #include "output_file.h"
 #include "session.h"
+#include "system/key_choice.h"
 #include "system/key_storage.h"
 #include "text.h"
 
@@ -98,9 +99,10 @@ void run(Session& session, const CipherOptions& options, bool encrypt)
     const OutputFile output(session.out, options.output, {options.file},
                             {.force = options.force, .secret = !encrypt});
     const KeyStorage storage(session);
-    const Key key(storage, fromUtf8(options.key));
+    const std::wstring name = chooseKey(storage, options.key);
+    const Key key(storage, name);
     if (!key.isRsa())
-        throw Failure("the key \"" + options.key + "\" is not an RSA key");
+        throw Failure("the key \"" + toUtf8(name) + "\" is not an RSA key");
     SecretBytes input = readSecretInput(options.file);
     checkInput(options, key, input.size(), encrypt);
     const SecretBytes result = runCipher(
@@ -109,7 +111,7 @@ void run(Session& session, const CipherOptions& options, bool encrypt)
     session.out.line((encrypt ? "Encrypted: " : "Decrypted: ") + output.name() + " (" +
                      std::to_string(result.size()) + " bytes)");
     session.out.document({{"file", options.file},
-                          {"key", options.key},
+                          {"key", toUtf8(name)},
                           {"output", options.output},
                           {"bytes", result.size()}});
 }

@@ -1,4 +1,4 @@
-// keywarden export: writes a public key to a file.
+// keywarden export: writes a public key or its certificate to a file.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -12,7 +12,9 @@
 #include "formats/public_key.h"
 #include "output_file.h"
 #include "session.h"
+#include "system/key_choice.h"
 #include "system/key_storage.h"
+#include "system/token_objects.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -27,32 +29,37 @@ struct ExportOptions {
 };
 
 // PEM and DER come from the certificate, because the provider's blob always states the exponent
-// 65537.
-Bytes publicKey(const Key& key, const ExportOptions& options)
+// 65537 in classic.
+Bytes exported(const Key& key, const std::wstring& name, const std::string& format)
 {
-    if (options.format == "blob")
+    if (format == "blob")
         return key.publicBlob();
-    const Certificate certificate = publishedCertificate(fromUtf8(options.key));
+    const Certificate certificate = certificateOfKey(tokenObjects(), name);
     if (certificate == nullptr)
-        throw Failure("\"My\" contains no certificate for the key \"" + options.key + "\"",
-                      "Run \"keywarden check\" to see whether it was published.");
-    Bytes der = publicKeyOf(*certificate);
-    if (options.format == "der")
+        throw Failure("there is no certificate for the key \"" + toUtf8(name) + "\"",
+                      "Run \"keywarden check\" to see the certificates of the token.");
+    const bool whole = format.starts_with("cert");
+    Bytes der = whole ? Bytes(certificate->pbCertEncoded,
+                              certificate->pbCertEncoded + certificate->cbCertEncoded)
+                      : publicKeyOf(*certificate);
+    if (format.ends_with("der"))
         return der;
-    const std::string pem = toPem(der);
+    const std::string pem = toPem(der, whole ? "CERTIFICATE" : "PUBLIC KEY");
     return {pem.begin(), pem.end()};
 }
 
 void exportKey(Session& session, const ExportOptions& options)
 {
-    const OutputFile output(session.out, options.output, {},
-                            {.force = options.force, .text = options.format == "pem"});
+    const OutputFile output(
+        session.out, options.output, {},
+        {.force = options.force, .text = options.format == "pem" || options.format == "cert"});
     const KeyStorage storage(session);
-    const Key key(storage, fromUtf8(options.key));
-    const Bytes data = publicKey(key, options);
+    const std::wstring name = chooseKey(storage, options.key);
+    const Key key(storage, name);
+    const Bytes data = exported(key, name, options.format);
     output.write(data);
     session.out.line("Exported: " + output.name() + " (" + std::to_string(data.size()) + " bytes)");
-    session.out.document({{"key", options.key},
+    session.out.document({{"key", toUtf8(name)},
                           {"format", options.format},
                           {"output", options.output},
                           {"bytes", data.size()}});
@@ -63,11 +70,13 @@ void exportKey(Session& session, const ExportOptions& options)
 void addExport(CLI::App& program, Session& session)
 {
     const auto options = std::make_shared<ExportOptions>();
-    CLI::App& command = *program.add_subcommand("export", "Write the public key to a file");
+    CLI::App& command =
+        *program.add_subcommand("export", "Write the public key or the certificate to a file");
     addKeyOption(command, options->key, "the key");
-    addChoiceOption(command, "--format", options->format, {"pem", "der", "blob"},
-                    "Format; blob is CNG's public key blob");
-    addOutputOption(command, options->output, options->force, "OUT", "File for the public key");
+    addChoiceOption(command, "--format", options->format,
+                    {"pem", "der", "blob", "cert", "cert-der"},
+                    "Format; blob is CNG's public key blob, cert the certificate as PEM");
+    addOutputOption(command, options->output, options->force, "OUT", "File for the result");
     addModuleOptions(command, session);
     command.callback([&session, options] { exportKey(session, *options); });
 }

@@ -3,6 +3,9 @@
 
 #pragma once
 
+#include <string>
+#include <vector>
+
 namespace CLI {
 class App;
 }
@@ -27,5 +30,18 @@ void addRegister(CLI::App& program, Session& session);
 void addUnregister(CLI::App& program, Session& session);
 void addStatus(CLI::App& program, Session& session);
 void addLog(CLI::App& program, Session& session);
+void addHelp(CLI::App& program, Session& session);
+void addVersion(CLI::App& program, Session& session);
+void addCompletion(CLI::App& program, Session& session);
+
+// Adds two examples to the help of each command, and the exit codes to the help of the program. Called
+// after all commands were added.
+void addFooters(CLI::App& program);
+
+// The names of all commands that are not hidden, in their order.
+std::vector<std::string> commandNames(const CLI::App& program);
+
+// The message for a command that does not exist, with the one that was probably meant.
+std::string unknownCommandText(const CLI::App& program, const std::string& name);
 
 }  // namespace NV::tool

@@ -4,6 +4,9 @@
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
+#include <cctype>
+
 #include "formats/hashing.h"
 #include "session.h"
 #include "text.h"
@@ -29,9 +32,45 @@ void addFileArgument(CLI::App& command, std::string& file, const std::string& he
 
 void addKeyOption(CLI::App& command, std::string& name, const std::string& what)
 {
-    command.add_option("--key", name, "Name of " + what + ", as listed by \"keywarden keys\"")
+    command.add_option("--key", name, "Name, subject, thumbprint or label of " + what)
         ->required()
         ->option_text("NAME");
+}
+
+namespace {
+
+// The decoder accepts any characters as digits, so the input is checked here.
+std::string checkHex(const std::string& text)
+{
+    const bool good =
+        !text.empty() && text.size() % 2 == 0 &&
+        std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c) != 0; });
+    return good ? "" : "the value is not an even number of hexadecimal digits";
+}
+
+}  // namespace
+
+void addHexOption(CLI::App& command, const std::string& option, std::string& value,
+                  const std::string& help)
+{
+    command.add_option(option, value, help + ", hexadecimal")->option_text("HEX")->check(checkHex);
+}
+
+std::string checkWholeNumber(const std::string& text)
+{
+    constexpr size_t mostDigits = 6;
+    const bool good =
+        !text.empty() && text.size() <= mostDigits &&
+        std::ranges::all_of(text, [](unsigned char c) { return std::isdigit(c) != 0; });
+    return good ? "" : "\"" + text + "\" is not a whole number of at most six digits";
+}
+
+void requireFile(const std::string& file, const std::string& digest)
+{
+    if (file.empty() && digest.empty())
+        throw CLI::RequiredError("FILE");
+    if (!file.empty() && !digest.empty())
+        throw CLI::ValidationError("--digest", "excludes FILE");
 }
 
 void addHashOption(CLI::App& command, std::string& hash, const std::string& help)

@@ -19,8 +19,18 @@ void addModuleOptions(CLI::App& command, Session& session);
 // FILE, required; "-" is standard input.
 void addFileArgument(CLI::App& command, std::string& file, const std::string& help);
 
-// --key NAME, required. `what` says which keys fit: "the key", "an RSA key".
+// --key NAME, required; see chooseKey. `what` says which keys fit: "the key", "an RSA key".
 void addKeyOption(CLI::App& command, std::string& name, const std::string& what);
+
+// An option with hexadecimal bytes; no message repeats its value, which can be secret.
+void addHexOption(CLI::App& command, const std::string& option, std::string& value,
+                  const std::string& help);
+
+// For CLI11: the error message for a text that is not a whole number of at most six digits.
+std::string checkWholeNumber(const std::string& text);
+
+// Throws unless there is a file or a digest in its place, but not both.
+void requireFile(const std::string& file, const std::string& digest);
 
 // --hash HASH: one of the names of hashNamed. `hash` contains the default.
 void addHashOption(CLI::App& command, std::string& hash, const std::string& help);

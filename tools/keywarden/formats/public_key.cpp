@@ -65,13 +65,13 @@ Bytes publicKeyOf(const CERT_CONTEXT& certificate)
     return der;
 }
 
-std::string toPem(const Bytes& publicKey)
+std::string toPem(const Bytes& der, const std::string& kind)
 {
-    const std::string text = base64Encode(publicKey);
-    std::string pem = std::string(pemBegin) + "\n";
+    const std::string text = base64Encode(der);
+    std::string pem = "-----BEGIN " + kind + "-----\n";
     for (size_t i = 0; i < text.size(); i += pemLine)
         pem += text.substr(i, pemLine) + "\n";
-    return pem + std::string(pemEnd) + "\n";
+    return pem + "-----END " + kind + "-----\n";
 }
 
 Bytes publicKeyFromFile(const Bytes& content)

@@ -16,8 +16,9 @@ namespace NV::tool {
 // The SubjectPublicKeyInfo of a certificate as DER. Throws Failure.
 Bytes publicKeyOf(const CERT_CONTEXT& certificate);
 
-// "-----BEGIN PUBLIC KEY-----" and so on, in lines of 64 characters that end in line feeds.
-std::string toPem(const Bytes& publicKey);
+// "-----BEGIN PUBLIC KEY-----" and so on, in lines of 64 characters that end in line feeds. `kind` is what
+// stands behind BEGIN.
+std::string toPem(const Bytes& der, const std::string& kind);
 
 // The DER of a public key, from the content of a PEM or DER file. Throws Failure.
 Bytes publicKeyFromFile(const Bytes& content);

@@ -161,7 +161,7 @@ KeyStorage::KeyStorage(const Session& session)
 
 KeyStorage::~KeyStorage()
 {
-    table_.FreeProvider(handle_);
+    atEnd([this] { table_.FreeProvider(handle_); });
 }
 
 std::vector<std::wstring> KeyStorage::keyNames() const
@@ -205,7 +205,7 @@ Key::Key(const KeyStorage& storage, const wchar_t* blobType, Bytes blob) : stora
 
 Key::~Key()
 {
-    storage_->FreeKey(storage_.handle(), handle_);
+    atEnd([this] { storage_->FreeKey(storage_.handle(), handle_); });
 }
 
 std::wstring Key::text(const wchar_t* name) const

@@ -5,11 +5,13 @@
 
 #include "base/cng.h"
 
+#include <exception>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "base/encoding.h"
+#include "failure.h"
 
 namespace NV::tool {
 
@@ -17,6 +19,19 @@ struct Session;
 
 // The DLL beside this program, or, if there is none, the installed one.
 std::filesystem::path defaultModule();
+
+// For destructors: runs a call of the module and keeps what it throws as lateFailure(). The module
+// throws when it cannot write its log.
+void atEnd(const auto& release) noexcept
+{
+    try {
+        release();
+    } catch (const std::exception& error) {
+        lateFailure() = std::string("the module failed at the end: ") + error.what();
+    } catch (...) {
+        lateFailure() = "the module failed at the end";
+    }
+}
 
 // An opened provider. The module reads its configuration from the user's profile when it is loaded.
 // The constructor throws Failure with an advice when the module cannot be loaded or opened.

@@ -1,0 +1,134 @@
+// The structures of CMS, from the inside outwards. The names are those of RFC 5652.
+
+#include "formats/cms.h"
+
+#include <algorithm>
+#include <string_view>
+#include <vector>
+
+#include "formats/der.h"
+#include "formats/hashing.h"
+
+namespace NV::tool {
+
+namespace {
+
+constexpr std::string_view idData = "1.2.840.113549.1.7.1";
+constexpr std::string_view idSignedData = "1.2.840.113549.1.7.2";
+constexpr std::string_view idContentType = "1.2.840.113549.1.9.3";
+constexpr std::string_view idMessageDigest = "1.2.840.113549.1.9.4";
+constexpr std::string_view idSigningTime = "1.2.840.113549.1.9.5";
+constexpr std::string_view idRsaEncryption = "1.2.840.113549.1.1.1";
+constexpr std::string_view idMgf1 = "1.2.840.113549.1.1.8";
+constexpr std::string_view idRsaPss = "1.2.840.113549.1.1.10";
+constexpr unsigned char setTag = 0x31;
+constexpr unsigned char firstContextTag = 0xA0;
+
+struct HashOids {
+    size_t size;  // of a hash value, in bytes
+    std::string_view hash;
+    std::string_view ecdsa;
+};
+constexpr HashOids hashOids[] = {
+    {20, "1.3.14.3.2.26", "1.2.840.10045.4.1"},
+    {32, "2.16.840.1.101.3.4.2.1", "1.2.840.10045.4.3.2"},
+    {48, "2.16.840.1.101.3.4.2.2", "1.2.840.10045.4.3.3"},
+    {64, "2.16.840.1.101.3.4.2.3", "1.2.840.10045.4.3.4"},
+};
+
+const HashOids& oidsOf(const HashAlgorithm& hash)
+{
+    const size_t size = hashSize(hash);
+    for (const HashOids& row : hashOids) {
+        if (row.size == size)
+            return row;
+    }
+    return hashOids[0];
+}
+
+Bytes attributeOf(std::string_view type, const Bytes& value)
+{
+    return derSequence({derOid(type), derSet({value})});
+}
+
+// RFC 5754: the parameters of a hash are absent.
+Bytes digestAlgorithm(const HashAlgorithm& hash)
+{
+    return derSequence({derOid(oidsOf(hash).hash)});
+}
+
+// RSASSA-PSS-params (RFC 4055, 3.1). DER leaves out values that are the default: SHA-1 and 20 bytes.
+Bytes pssParameters(const CmsSigner& signer)
+{
+    constexpr size_t defaultSalt = 20;
+    const Bytes hash = derSequence({derOid(oidsOf(signer.hash).hash), derNull()});
+    std::vector<Bytes> members;
+    if (hashSize(signer.hash) != defaultSalt) {
+        members.push_back(derContext(0, hash));
+        members.push_back(derContext(1, derSequence({derOid(idMgf1), hash})));
+    }
+    if (signer.saltSize != defaultSalt)
+        members.push_back(derContext(2, derInteger(static_cast<uint32_t>(signer.saltSize))));
+    return derSequence(members);
+}
+
+Bytes signatureAlgorithm(const CmsSigner& signer)
+{
+    switch (signer.algorithm) {
+    case SignatureAlgorithm::rsaPkcs1:
+        return derSequence({derOid(idRsaEncryption), derNull()});
+    case SignatureAlgorithm::rsaPss:
+        return derSequence({derOid(idRsaPss), pssParameters(signer)});
+    case SignatureAlgorithm::ecdsa:
+        break;
+    }
+    return derSequence({derOid(oidsOf(signer.hash).ecdsa)});
+}
+
+Bytes issuerAndSerialNumber(const CERT_INFO& certificate)
+{
+    const CERT_NAME_BLOB& issuer = certificate.Issuer;
+    const CRYPT_INTEGER_BLOB& serial = certificate.SerialNumber;
+    Bytes number(serial.pbData, serial.pbData + serial.cbData);
+    std::ranges::reverse(number);  // the system has the least significant byte first
+    // A negative number, which some authorities issue, keeps its sign.
+    const bool negative = !number.empty() && (number.front() & 0x80) != 0;
+    return derSequence({Bytes(issuer.pbData, issuer.pbData + issuer.cbData),
+                        negative ? derElement(0x02, number) : derInteger(number)});
+}
+
+// The same element with an implicit context tag in place of its own.
+Bytes implicit(unsigned number, Bytes element)
+{
+    element.front() = static_cast<unsigned char>(firstContextTag + number);
+    return element;
+}
+
+Bytes signerInfo(const CmsSigner& signer, const Bytes& attributes, const Bytes& signature)
+{
+    return derSequence({derInteger(1U), issuerAndSerialNumber(*signer.certificate.pCertInfo),
+                        digestAlgorithm(signer.hash), implicit(0, attributes),
+                        signatureAlgorithm(signer), derOctets(signature)});
+}
+
+}  // namespace
+
+Bytes cmsAttributes(const Bytes& digest, const SYSTEMTIME& time)
+{
+    return derSet({attributeOf(idContentType, derOid(idData)),
+                   attributeOf(idMessageDigest, derOctets(digest)),
+                   attributeOf(idSigningTime, derTime(time))});
+}
+
+Bytes cmsSignature(const CmsSigner& signer, const Bytes& attributes, const Bytes& signature)
+{
+    const Bytes certificate(signer.certificate.pbCertEncoded,
+                            signer.certificate.pbCertEncoded + signer.certificate.cbCertEncoded);
+    const Bytes signedData =
+        derSequence({derInteger(1U), derSet({digestAlgorithm(signer.hash)}),
+                     derSequence({derOid(idData)}), implicit(0, derElement(setTag, certificate)),
+                     derSet({signerInfo(signer, attributes, signature)})});
+    return derSequence({derOid(idSignedData), derContext(0, signedData)});
+}
+
+}  // namespace NV::tool
