@@ -27,7 +27,10 @@ commandsOfHelp()
 # default of several words is text for people and is omitted.
 optionsOfHelp()
 {
-    awk '
+    # A long option has its description in the next line.
+    awk '/^  [-A-Z][^ ]*( [^ ]+)?$/ { held = $0; next }
+         held != "" { sub(/^ */, "  "); $0 = held $0; held = "" }
+         { print }' | awk '
         /^Subcommands:/ { exit }
         /^  [-A-Z]/ {
             option = substr($0, 3)
@@ -115,7 +118,7 @@ checkExamples()
     text=$(help "$1") || return 1
     examples=$(sed -n "/^Examples:/,/^$/s/^  keywarden $1\b//p" <<<"$text")
     [ "$(help "$1" | grep -c "^  keywarden $1")" = 2 ] || echo "not two examples"
-    for option in $(grep -o -- ' --*[a-z][-a-z]*' <<<"$examples"); do
+    for option in $(grep -o -- ' --*[a-z][-a-z0-9]*' <<<"$examples"); do
         [ "$option" = --json ] || grep -Eq "^  (-[a-z],)?$option[ ,]|^  $option,--" <<<"$text" ||
             echo "no option $option"
     done
@@ -125,10 +128,10 @@ checkExamples()
 checkLoadConfig()
 {
     x86_64-w64-mingw32-objdump -p "$program" |
-        grep -Eq '^Entry a 0000000000[0-9a-f]{6} 00000070 Load Config' || echo "no load configuration"
+        grep -E '^Entry a 0000000000[0-9a-f]{6} 00000070 Load Config' >/dev/null || echo "no load configuration"
     # LOAD_LIBRARY_SEARCH_SYSTEM32, 0x0800, at the offset 0x4E.
     x86_64-w64-mingw32-objdump -s -j .ldcfg "$program" |
-        grep -Eq '40 [0-9a-f]{8} [0-9a-f]{8} [0-9a-f]{8} 00000008 ' ||
+        grep -E '40 [0-9a-f]{8} [0-9a-f]{8} [0-9a-f]{8} 00000008 ' >/dev/null ||
         echo "no DependentLoadFlags"
 }
 
