@@ -118,10 +118,10 @@ checkExamples()
     text=$(help "$1") || return 1
     examples=$(sed -n "/^Examples:/,/^$/s/^  keywarden $1\b//p" <<<"$text")
     [ "$(help "$1" | grep -c "^  keywarden $1")" = 2 ] || echo "not two examples"
-    for option in $(grep -o -- ' --*[a-z][-a-z0-9]*' <<<"$examples"); do
-        [ "$option" = --json ] || grep -Eq "^  (-[a-z],)?$option[ ,]|^  $option,--" <<<"$text" ||
+    while read -r option; do
+        [ "$option" = --json ] || grep -Eq "^  (-[a-z],)?${option}[ ,]|^  ${option},--" <<<"$text" ||
             echo "no option $option"
-    done
+    done < <(grep -o -- ' --*[a-z][-a-z0-9]*' <<<"$examples" || true)
 }
 
 # The program's own DLLs come from the system's folder: the linker does not write this entry.

@@ -15,7 +15,7 @@ namespace {
 
 SYSTEMTIME timeOf(WORD year)
 {
-    return {.wYear = year, .wMonth = 3, .wDay = 9, .wHour = 23, .wMinute = 5, .wSecond = 7};
+    return {year, 3, 0, 9, 23, 5, 7, 0};
 }
 
 }  // namespace

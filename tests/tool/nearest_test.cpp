@@ -24,7 +24,7 @@ TEST(Nearest, FindsTheWordBehindOneMistake)
     EXPECT_EQ(nearest("sig", words), "sign");     // missing
     EXPECT_EQ(nearest("signn", words), "sign");   // inserted
     EXPECT_EQ(nearest("kays", words), "keys");    // changed
-    EXPECT_EQ(nearest("encript", words), "encrypt");
+    EXPECT_EQ(nearest("enkrypt", words), "encrypt");
 }
 
 TEST(Nearest, AllowsMoreMistakesInLongWords)

@@ -237,7 +237,7 @@ Json signJob(Session& session, const SignOptions& options, const Key& key, const
 }
 
 // Says which files are signed already when one fails.
-Json signAll(Session& session, const SignOptions& options, const Key& key,
+Json signEach(Session& session, const SignOptions& options, const Key& key,
              const std::vector<Job>& jobs, const std::vector<Work>& works)
 {
     Json results = Json::array();
@@ -271,7 +271,7 @@ void sign(Session& session, const CLI::App& command, SignOptions& options)
     if (jobs.size() > 1)
         session.out.line("The PIN dialog appears once for each of the " +
                          std::to_string(jobs.size()) + " files.");
-    const Json results = signAll(session, options, key, jobs, works);
+    const Json results = signEach(session, options, key, jobs, works);
     Json document = {{"key", toUtf8(keyName)}};
     if (results.size() == 1)
         document.update(results.front());
