@@ -13,6 +13,7 @@
 #include <string_view>
 #include <vector>
 
+#include "base/text.h"
 #include "child.h"
 #include "folder.h"
 #include "module_fixture.h"
@@ -184,7 +185,37 @@ TEST_F(MachineWide, mayBeModern)
     writeMachine(
         "mode=modern\r\nlogTypes=FILE\r\nlogStore=\"%USERPROFILE%\\here\"\r\nlogLevel=TRACE");
     EXPECT_EQ("loaded", load());
-    EXPECT_EQ(2U, records("here"));
+    // Attached, whose process it is, detached.
+    EXPECT_EQ(3U, records("here"));
+}
+
+// Classic has no such record; the test above it counts them.
+TEST_F(MachineWide, namesProgramUserAndVersionFirst)
+{
+    for (const char* level : {"INFO", "TRACE"}) {
+        const std::string store = std::string("at ") + level;
+        writeMachine("mode=modern\nlogTypes=FILE\nlogStore=~\\" + store + "\nlogLevel=" + level +
+                     "\n");
+        EXPECT_EQ("loaded", load());
+        const auto lines = withoutBanner(readLog(profile.path() / store));
+        const size_t at = level == std::string_view("INFO") ? 0 : 1;
+        ASSERT_LT(at, lines.size());
+        EXPECT_EQ("INF", lines[at].level);
+        EXPECT_EQ("DllMain", lines[at].function);
+        wchar_t user[256];
+        DWORD length = 256;
+        ASSERT_TRUE(GetUserNameW(user, &length));
+        wchar_t program[MAX_PATH];
+        GetModuleFileNameW(nullptr, program, MAX_PATH);
+        const std::string begin = "Program=" + toUtf8(std::wstring_view(program)) +
+                                  ", USER=" + toUtf8(std::wstring_view(user)) + ", VERSION=";
+        EXPECT_TRUE(lines[at].message.starts_with(begin + "0.")) << lines[at].message;
+        // Warnings and errors stay alone at their levels.
+        EXPECT_EQ(level == std::string_view("INFO") ? 1U : 3U, lines.size());
+    }
+    writeMachine("mode=modern\nlogTypes=FILE\nlogStore=~\\quiet\nlogLevel=WARN\n");
+    EXPECT_EQ("loaded", load());
+    EXPECT_EQ(0U, records("quiet"));
 }
 
 TEST_F(MachineWide, isNotReadWhenTheUserHasAFile)

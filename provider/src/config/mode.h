@@ -64,6 +64,8 @@ public:
     constexpr bool dialogNamesKey() const { return modern_; }
     // M21: logLevel gates every level, and each operation has one record of its end.
     constexpr bool logsByLevel() const { return modern_; }
+    // M21: the first record at INFO in a process names program, user and version of the module.
+    constexpr bool introducesProcess() const { return modern_; }
     // M22: the PKCS#11 library stays initialized while providers are open, and operations run side by
     // side.
     constexpr bool keepsLibraryInitialized() const { return modern_; }

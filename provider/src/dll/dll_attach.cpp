@@ -4,6 +4,7 @@
 #include <windows.h>
 
 #include <commctrl.h>
+#include <lmcons.h>
 
 #include <csignal>
 #include <cstdio>
@@ -18,6 +19,7 @@
 
 #include "base/process_end.h"
 #include "base/scope_exit.h"
+#include "base/text.h"
 #include "config/config.h"
 #include "config/config_file.h"
 #include "config/config_keys.h"
@@ -25,6 +27,7 @@
 #include "config/mode.h"
 #include "logger/trace.h"
 #include "nvvtoken/nvvtoken.h"
+#include "version.h"
 
 namespace {
 
@@ -127,6 +130,21 @@ void attach(HINSTANCE instance)
     threadNotifications = false;
 }
 
+// Empty if the system does not tell it.
+std::string userName()
+{
+    wchar_t name[UNLEN + 1];
+    DWORD length = static_cast<DWORD>(std::size(name));
+    return GetUserNameW(name, &length) != FALSE ? NV::toUtf8(name) : std::string();
+}
+
+// Whose the records of this process are.
+void introduceProcess()
+{
+    NV_UNDER(INF, dllMain, "Program=%s, USER=%s, VERSION=%s",
+             NV::toUtf8(fileOf(nullptr).native()).c_str(), userName().c_str(), NV_VERSION_TEXT);
+}
+
 // The error that ended the attach, for DllMain to throw again.
 std::filesystem::filesystem_error* filesystemError = nullptr;
 std::invalid_argument* invalidArgument = nullptr;
@@ -157,6 +175,8 @@ bool attachWithoutThrowing(HINSTANCE instance)
     try {
         attach(instance);
         NV_UNDER(TRC, dllMain, "Received : DLL_PROCESS_ATTACH");
+        if (NV::mode().introducesProcess())
+            introduceProcess();
         attached = true;
         return true;
     } catch (...) {
