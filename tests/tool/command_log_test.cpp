@@ -2,7 +2,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <filesystem>
 #include <string>
+#include <vector>
 
 #include "contains.h"
 #include "log_text.h"
@@ -33,25 +36,38 @@ protected:
     std::string file;
 };
 
-TEST_F(LogCommand, PrintsTableSlowestAndFailed)
+TEST_F(LogCommand, PrintsFailuresFirstThenTableAndSlowest)
 {
     const ChildResult result = profile.run({"log", file});
     EXPECT_EQ(result.exitCode, 0U) << result.output;
     const std::string& text = result.output;
-    EXPECT_TRUE(contains(text, "odd.log: 17 records, 1 other lines\n")) << text;
-    EXPECT_TRUE(contains(text, "OPERATION  COUNT  FAILED  MEDIAN ms  95 % ms  MAX ms\n"
-                               "OpenKey    2      0       1.000      1.500    1.500\n"
-                               "SignHash   1      1       40.000     40.000   40.000\n"))
+    EXPECT_TRUE(contains(text, "odd.log: 17 records, 1 other lines\n\n"
+                               "Failed or not finished: 2 of 4 operations\n"
+                               "  1x Decrypt: not finished\n"
+                               "     last: 2026-03-04 17:00:01.500, process 04312, line 17\n"
+                               "  1x SignHash: NTE_INTERNAL_ERROR (0x8009002d), CKR_PIN_INCORRECT\n"
+                               "     The PIN is wrong. The token counts the attempt.\n"
+                               "     last: 2026-03-04 17:00:00.600, process 04312, line 7\n"
+                               "\nThese operations:\n"))
         << text;
-    EXPECT_TRUE(contains(text, "SignHash  40.000 ms  NTE_INTERNAL_ERROR (0x8009002d)  (line 7)\n"
+    EXPECT_TRUE(contains(text,
+                         "OPERATION  COUNT  FAILED  LENGTH ONLY  MEDIAN ms  95 % ms  MAX ms\n"
+                         "OpenKey    2      0       0            1.000      1.500    1.500\n"
+                         "SignHash   1      1       0            40.000     40.000   40.000\n"))
+        << text;
+    EXPECT_TRUE(contains(text, "SignHash  40.000 ms  NTE_INTERNAL_ERROR (0x8009002d), "
+                               "CKR_PIN_INCORRECT  (process 04312, line 7)\n"
                                "       1.500 ms  C_Initialize  CKR_OK\n"
                                "       1.500 ms  C_Login  CKR_PIN_INCORRECT\n"
                                "  Failed to login the token (000000a0(CKR_PIN_INCORRECT))\n"
                                "  Agreed SharedSecret(5 bytes)=(not shown)\n"))
         << text;
-    EXPECT_TRUE(contains(text, "Decrypt  not finished  (line 17)\n"
+    EXPECT_TRUE(contains(text, "Decrypt  not finished  (process 04312, line 17)\n"
                                "       0.000 ms  C_Decrypt  no return\n"))
         << text;
+    EXPECT_LT(text.find("Failed or not finished"), text.find("OPERATION"));
+    EXPECT_LT(text.find("OPERATION"), text.find("The slowest operations"));
+    EXPECT_FALSE(contains(text, "keywarden log on"));
     EXPECT_FALSE(contains(text, "C35A17E18D"));
     EXPECT_FALSE(contains(text, "\x1b"));
 }
@@ -70,10 +86,16 @@ TEST_F(LogCommand, HasItsShapeAsJson)
     EXPECT_EQ(document["records"], 17);
     EXPECT_EQ(document["otherLines"], 1);
     EXPECT_EQ(document["operations"],
-              Json::parse(R"([{"name":"OpenKey","count":2,"failures":0,"median":1.0,"p95":1.5,
-                               "max":1.5},
-                              {"name":"SignHash","count":1,"failures":1,"median":40.0,"p95":40.0,
-                               "max":40.0}])"));
+              Json::parse(R"([{"name":"OpenKey","count":2,"failures":0,"sizeQueries":0,"median":1.0,
+                               "p95":1.5,"max":1.5},
+                              {"name":"SignHash","count":1,"failures":1,"sizeQueries":0,
+                               "median":40.0,"p95":40.0,"max":40.0}])"));
+    EXPECT_EQ(document["failures"][1], Json::parse(R"({"name":"SignHash",
+                              "status":"NTE_INTERNAL_ERROR (0x8009002d), CKR_PIN_INCORRECT",
+                              "meaning":"The PIN is wrong. The token counts the attempt.","count":1,
+                              "time":"2026-03-04 17:00:00.600","line":7})"));
+    EXPECT_EQ(document["failedCount"], 2);
+    EXPECT_EQ(document["untraced"], 0);
     EXPECT_EQ(document["slow"].size(), 3U);
     ASSERT_EQ(document["failed"].size(), 2U);
     const Json& failed = document["failed"][0];
@@ -102,7 +124,7 @@ TEST_F(LogCommand, FiltersByNameAndBySlowness)
     EXPECT_EQ(document["slow"][0]["name"], "SignHash");
     EXPECT_EQ(document["slow"][1]["elapsed"], 1.5);
     EXPECT_TRUE(contains(profile.run({"log", file, "--op", "OpenKey"}).output,
-                         "Failed or not finished:\n  none\n"));
+                         "Failed or not finished: none\n"));
 }
 
 TEST_F(LogCommand, WritesThePage)
@@ -126,30 +148,185 @@ TEST_F(LogCommand, ReportsAPageThatCannotBeWritten)
     EXPECT_TRUE(contains(result.output, "cannot be written: ")) << result.output;
 }
 
-TEST_F(LogCommand, ReadsTheNewestLogOfTheConfiguredFolder)
+class LogsOfDays : public LogCommand {
+protected:
+    LogsOfDays()
+    {
+        profile.writeConfig("p11File=x\nlogTypes=FILE\nlogStore=~\\l\nlogRotate=7\n");
+        put("20260303", "OpenKey", 30);
+        put("20260304", "SignHash", 1);
+        put("20300101", "Decrypt", 50);
+        writeFile(profile.path() / "l" / "zzz.log", "");
+    }
+
+    // A log of that day with one operation, changed so many hours ago.
+    void put(const std::string& day, const std::string& operation, int hoursAgo)
+    {
+        std::string text = LogText().operation(operation, "1").text();
+        const std::string date = day.substr(0, 4) + "-" + day.substr(4, 2) + "-" + day.substr(6);
+        for (size_t at = 0; (at = text.find("2026-03-04", at)) != std::string::npos; ++at)
+            text.replace(at, date.size(), date);
+        const auto path = profile.path() / "l" / ("nvksprovider-" + day + ".log");
+        writeFile(path, text);
+        std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now() -
+                                                   std::chrono::hours(hoursAgo));
+    }
+
+    // The operations that it tells of, one after another.
+    std::string names(std::vector<std::string> arguments)
+    {
+        arguments.insert(arguments.begin(), "log");
+        std::string found;
+        for (const Json& row : profile.json(arguments, 0)["operations"])
+            found += row["name"].get<std::string>() + " ";
+        return found;
+    }
+};
+
+// By its name, the file from the future would be the newest one for years.
+TEST_F(LogsOfDays, ReadsTheOneThatWasChangedLast)
 {
-    profile.writeConfig("p11File=x\nlogStore=~\\l\nlogRotate=7\n");
-    profile.expectRun(1, {"log"}, {"there is no log in "});
-    writeFile(profile.path() / "l" / "nvksprovider-20260303.log", "");
-    writeFile(profile.path() / "l" / "nvksprovider-20260304.log",
-              LogText().operation("OpenKey", "1").text());
-    writeFile(profile.path() / "l" / "zzz.log", "");
     const Json document = profile.json({"log"}, 0);
     EXPECT_TRUE(contains(document["file"].get<std::string>(), "nvksprovider-20260304.log"));
-    EXPECT_EQ(document["operations"].size(), 1U);
+    EXPECT_EQ(names({}), "SignHash ");
+}
+
+TEST_F(LogsOfDays, ReadsAllOrThoseOfATime)
+{
+    EXPECT_EQ(names({"--all"}), "Decrypt OpenKey SignHash ");
+    EXPECT_EQ(names({"--since", "2026-03-04"}), "Decrypt SignHash ");
+    EXPECT_EQ(names({"--until", "2026-03-04"}), "OpenKey SignHash ");
+    EXPECT_EQ(names({"--since", "2026-03-04 00:00", "--until", "2026-03-04 18:00"}), "SignHash ");
+    EXPECT_EQ(names({"--until", "2026-03-03 16:59"}), "");
+    EXPECT_EQ(profile.json({"log", "--all"}, 0)["files"].size(), 3U);
+    profile.expectRun(
+        1, {"log", "--since", "2031-01-01"},
+        {"there is no log of that time", "There are logs of 2026-03-03 to 2030-01-01."});
+}
+
+TEST_F(LogsOfDays, SaysThatThereIsNone)
+{
+    std::filesystem::remove_all(profile.path() / "l");
+    profile.expectRun(1, {"log"}, {"there is no log in ", "when a program loads it"});
+    profile.writeConfig("p11File=x\nlogTypes=\nlogStore=~\\l\nlogRotate=7\n");
+    profile.expectRun(1, {"log"}, {"The log is off: run \"keywarden log on\""});
+}
+
+TEST_F(LogCommand, FiltersByProcessAndFailure)
+{
+    LogText log;
+    log.as("00042", "0000000a").operation("OpenKey", "1.0");
+    log.as("04312", "0000000a").operation("SignHash", "1.0", "0x80090027");
+    writeFile(folder.path() / "odd.log", log.text());
+    EXPECT_EQ(profile.json({"log", file, "--pid", "42"}, 0)["operations"][0]["name"], "OpenKey");
+    const Json failed = profile.json({"log", file, "--failed"}, 0);
+    ASSERT_EQ(failed["operations"].size(), 1U);
+    EXPECT_EQ(failed["operations"][0]["name"], "SignHash");
+    EXPECT_FALSE(contains(profile.run({"log", file, "--failed"}).output, "OpenKey"));
+}
+
+TEST_F(LogCommand, RefusesWhatCannotBeMeant)
+{
+    profile.expectRun(2, {"log", file, "--op", "SignHsah"},
+                      {"no operation has the name \"SignHsah\"", "SignHash"});
+    profile.expectRun(0, {"log", file, "--op", "signhash"}, {"SignHash"});
+    profile.expectRun(2, {"log", file, "--since", "yesterday"}, {"\"yesterday\" is no time"});
+    profile.expectRun(2, {"log", file, "--pid", "x"}, {});
+    profile.expectRun(2, {"log", file, "--format", "xml"}, {});
+    profile.expectRun(2, {"log", file, "--force"}, {"applies only to"});
+    profile.expectRun(2, {"log", file, "--all"}, {"applies only without FILE"});
+    profile.expectRun(2, {"log", file, "-o", "x"}, {"applies only to --format chrome-trace"});
+    profile.expectRun(2, {"log", file, "--follow", "--html", "x"}, {"does not apply to --follow"});
+}
+
+TEST_F(LogCommand, SaysThatAFileIsNoLog)
+{
+    writeFile(folder.path() / "odd.log", "");
+    profile.expectRun(1, {"log", file}, {"odd.log is empty"});
+    writeFile(folder.path() / "odd.log", "some\nother text\n");
+    profile.expectRun(1, {"log", file}, {"odd.log contains no record of the provider"});
+    writeFile(folder.path() / "odd.log", std::string(100 << 20, '\0'));
+    profile.expectRun(1, {"log", file}, {"odd.log contains no record of the provider"});
+}
+
+TEST_F(LogCommand, SaysWhenAFullTraceWouldTellMore)
+{
+    writeFile(folder.path() / "odd.log",
+              LogText()
+                  .record("INF", "NVKSPOpenKey", "DONE, STATUS=0x0, ELAPSED:1(ms), KEY=01AB")
+                  .text());
+    profile.expectRun(0, {"log", file},
+                      {"1 operations have only the record of their end", "keywarden log on"});
+    EXPECT_EQ(profile.json({"log", file}, 0)["untraced"], 1);
+}
+
+TEST_F(LogCommand, WritesATraceForOtherViewers)
+{
+    const ChildResult printed = profile.run({"log", file, "--format", "chrome-trace"});
+    EXPECT_EQ(printed.exitCode, 0U);
+    const auto path = folder.path() / "odd.json";
+    profile.expectRun(0, {"log", file, "--format", "chrome-trace", "-o", narrowPath(path)},
+                      {"Written: " + narrowPath(path)});
+    const Json trace = parsed(readFile(path));
+    EXPECT_TRUE(trace["traceEvents"].is_array());
+    EXPECT_TRUE(contains(printed.output, "\"traceEvents\":["));
+    profile.expectRun(1, {"log", file, "--format", "chrome-trace", "-o", narrowPath(path)},
+                      {"--force"});
+    profile.expectRun(1, {"log", file, "--format", "chrome-trace", "-o", file, "--force"}, {});
+}
+
+// ---- log on, log off
+
+class LogLevelCommand : public testing::Test {
+protected:
+    std::string config() const { return readFile(profile.configFile()); }
+
+    ToolProfile profile;
+};
+
+TEST_F(LogLevelCommand, ChangesTheLevelAndNothingElse)
+{
+    profile.writeConfig("# my notes\r\nmode=modern\r\np11File=x\r\nlogLevel = INFO\r\n"
+                        "logTypes=FILE\r\nlogStore=~\\l\r\n");
+    profile.expectRun(0, {"log", "on"}, {"logLevel=TRACE in ", "until they are started again"});
+    EXPECT_EQ(config(), "# my notes\r\nmode=modern\r\np11File=x\r\nlogLevel = TRACE\r\n"
+                        "logTypes=FILE\r\nlogStore=~\\l\r\n");
+    EXPECT_EQ(profile.json({"log", "on"}, 0)["changed"], false);
+    const Json off = profile.json({"log", "off"}, 0);
+    EXPECT_EQ(off["changed"], true);
+    EXPECT_EQ(off["logLevel"], "INFO");
+    EXPECT_EQ(off["behaviour"], "modern");
+    EXPECT_TRUE(contains(config(), "\r\nlogLevel = INFO\r\n"));
+}
+
+// A full trace that goes nowhere would help nobody.
+TEST_F(LogLevelCommand, OnMakesTheLogGoToAFile)
+{
+    profile.writeConfig("mode=modern\np11File=x\nlogTypes=\nlogStore=~\\l\n");
+    profile.expectRun(0, {"log", "on"}, {"logTypes=FILE"});
+    EXPECT_EQ(config(), "mode=modern\np11File=x\nlogTypes=FILE\nlogStore=~\\l\nlogLevel=TRACE\n");
+    profile.writeConfig("mode=modern\np11File=x\nlogTypes=CONSOLE\nlogStore=~\\l\n");
+    profile.expectRun(0, {"log", "on"}, {"logTypes=CONSOLE,FILE"});
+    profile.writeConfig("mode=modern\np11File=x\nlogTypes=\nlogStore=~\\l\n");
+    profile.expectRun(0, {"log", "off"}, {"does not contain FILE"});
+    EXPECT_TRUE(contains(config(), "logTypes=\n"));
+}
+
+TEST_F(LogLevelCommand, SaysWhatClassicDoes)
+{
+    profile.writeConfig("p11File=x\nlogLevel=INFO\nlogTypes=FILE\nlogStore=~\\l\nlogRotate=7\n");
+    profile.expectRun(0, {"log", "on"}, {"a full trace at every level"});
+}
+
+TEST_F(LogLevelCommand, NeedsAConfiguration)
+{
+    profile.expectRun(1, {"log", "on"}, {"Cannot open file: ", "keywarden check"});
+    EXPECT_FALSE(std::filesystem::exists(profile.configFile()));
 }
 
 TEST_F(LogCommand, ReportsAMissingConfiguration)
 {
     profile.expectRun(1, {"log"}, {"Cannot open file: ", "keywarden check"});
-}
-
-TEST_F(LogCommand, AnEmptyLogIsNoFailure)
-{
-    writeFile(folder.path() / "odd.log", "");
-    const Json document = profile.json({"log", file}, 0);
-    EXPECT_EQ(document["records"], 0);
-    EXPECT_EQ(document["operations"], Json::array());
 }
 
 }  // namespace

@@ -194,7 +194,9 @@ TEST_F(LogOfTheModule, RandomCutsAreRead)
     for (int round = 0; round < 300; ++round) {
         const size_t begin = random() % whole.size();
         const std::string piece = whole.substr(begin, random() % (whole.size() - begin));
-        tool::OperationReader reader;
+        std::vector<Operation> all;
+        tool::OperationReader reader(
+            [&all](Operation operation) { all.push_back(std::move(operation)); });
         std::istringstream stream(piece);
         size_t count = 0;
         for (std::string line; std::getline(stream, line); ++count)
@@ -202,9 +204,8 @@ TEST_F(LogOfTheModule, RandomCutsAreRead)
         // At most the first and the last line are incomplete.
         EXPECT_LE(reader.foreignLines(), 2U);
         EXPECT_GE(reader.records() + 2, count);
-        const auto all = reader.finish();
-        tool::toHtml(all, "odd", false);
-        tool::figuresOf(all);
+        reader.finish();
+        pageOf(all, "odd");
     }
 }
 

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <random>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -297,6 +298,114 @@ TEST(LogOperation, CarriageReturnsDoNoHarm)
     EXPECT_TRUE(operations[0].finished);
 }
 
+// SignHash at the level TRACE. The output is a pointer; a null one asks for the length.
+LogText signing(const std::string& output)
+{
+    LogText log;
+    log.enter("SignHash").record("TRC", "NV::Provider::SignHash", "ARG[0]:hKey=0000000000123450");
+    log.record("TRC", "NV::Provider::SignHash", "ARG[4]:pbSignature=" + output);
+    return log;
+}
+
+TEST(LogOperation, IsASizeQueryWithoutAnOutput)
+{
+    EXPECT_TRUE(operationOf(signing("0000000000000000").leave("SignHash", "0.1")).sizeQuery);
+    EXPECT_FALSE(operationOf(signing("00000000001234a0").leave("SignHash", "0.1")).sizeQuery);
+    // One that fails is a failure.
+    const Operation failed =
+        operationOf(signing("0000000000000000").leave("SignHash", "0.1", "0x80090027"));
+    EXPECT_FALSE(failed.sizeQuery);
+    EXPECT_TRUE(failed.failed());
+}
+
+// Nobody types a PIN in less than two milliseconds, so such a signature was none.
+TEST(LogOperation, IsASizeQueryByItsTimeAtInfo)
+{
+    const auto operations = operationsOf(
+        LogText()
+            .record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:0.214(ms), KEY=01AB")
+            .record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:960.1(ms), KEY=01AB")
+            .record("INF", "NVKSPVerifySignature", "DONE, STATUS=0x0, ELAPSED:0.2(ms), KEY=01AB")
+            .record("INF", "NVKSPSignHash", "DONE, STATUS=0x80090027, ELAPSED:0.2(ms)")
+            .text());
+    ASSERT_EQ(operations.size(), 4U);
+    EXPECT_TRUE(operations[0].sizeQuery);
+    EXPECT_FALSE(operations[1].sizeQuery);
+    EXPECT_FALSE(operations[2].sizeQuery);
+    EXPECT_FALSE(operations[3].sizeQuery);
+}
+
+// Classic answers with status 0 and 256 zeros.
+TEST(LogOperation, FailsIfNobodyEnteredAPin)
+{
+    const auto operationWithPin = [](const std::string& length) {
+        LogText log = signing("00000000001234a0");
+        log.trace("NV::Provider::SignHash",
+                  "Success to retrive the entered pin = " + length + " (bytes)");
+        return operationOf(log.leave("SignHash", "2.0"));
+    };
+    const Operation without = operationWithPin("0");
+    EXPECT_TRUE(without.withoutPin);
+    EXPECT_TRUE(without.failed());
+    EXPECT_EQ(tool::statusOf(without), "no PIN was entered");
+    EXPECT_FALSE(operationWithPin("6").failed());
+    EXPECT_FALSE(operationWithPin("60").failed());
+}
+
+TEST(LogOperation, NamesTheResultThatFailed)
+{
+    LogText log;
+    log.enter("SignHash").call("C_Initialize", "00000191(CKR_CRYPTOKI_ALREADY_INITIALIZED)");
+    log.call("C_Sign", "00000030(CKR_DEVICE_ERROR)").leave("SignHash", "2.0", "0x8009002d");
+    EXPECT_EQ(operationOf(log).failedResult(), "CKR_CRYPTOKI_ALREADY_INITIALIZED");
+    LogText error;
+    error.enter("SignHash").endedCall("C_Login");
+    error.record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a4(CKR_PIN_LOCKED))");
+    EXPECT_EQ(operationOf(error.leave("SignHash", "2.0", "0x8009002d")).failedResult(),
+              "CKR_PIN_LOCKED");
+}
+
+// The record that modern writes first in a process.
+TEST(LogOperation, KnowsTheProgramOfItsProcess)
+{
+    LogText log;
+    log.as("00007", "0000000a").enter("SignHash");
+    log.record("INF", "DllMain", "Program=C:\\Odd\\odd.exe, USER=ODD\\me, VERSION=0.2.0");
+    log.operation("OpenKey", "1.0");
+    log.as("00008", "0000000b").operation("OpenKey", "1.0");
+    const auto operations = operationsOf(log.text());
+    ASSERT_EQ(operations.size(), 3U);
+    // An earlier process with the same number.
+    EXPECT_FALSE(operations[0].finished);
+    EXPECT_EQ(operations[0].program, "");
+    EXPECT_EQ(operations[1].program, "C:\\Odd\\odd.exe");
+    EXPECT_EQ(operations[2].program, "");
+}
+
+// Memory does not grow with the number of processes in a log.
+TEST(LogOperation, ThreadsThatWriteNoMoreAreForgotten)
+{
+    constexpr int processes = 25'000;
+    LogText log;
+    for (int i = 0; i < processes; ++i)
+        log.as(std::to_string(i), "0000000a").enter("SignHash");
+    size_t early = 0;
+    size_t all = 0;
+    bool atEnd = false;
+    tool::OperationReader reader([&](const Operation& operation) {
+        EXPECT_FALSE(operation.finished);
+        early += atEnd ? 0U : 1U;
+        ++all;
+    });
+    std::istringstream stream(log.text());
+    for (std::string line; std::getline(stream, line);)
+        reader.addLine(line);
+    atEnd = true;
+    reader.finish();
+    EXPECT_EQ(all, size_t{processes});
+    EXPECT_GE(early, all - 10'000);
+}
+
 // The reader accepts any bytes: a log that is cut off anywhere, and one with bytes changed or missing.
 TEST(LogFuzz, NothingBreaksTheReader)
 {
@@ -329,12 +438,12 @@ TEST(LogFuzz, NothingBreaksTheReader)
                 text = whole;
         }
         const auto operations = operationsOf(text);
-        tool::figuresOf(operations);
+        summaryOf(operations).figures();
         for (const Operation& operation : operations)
             EXPECT_FALSE(tool::toJson(operation, false)
                              .dump(-1, ' ', false, Json::error_handler_t::replace)
                              .empty());
-        EXPECT_TRUE(tool::toHtml(operations, "odd", false).ends_with("</html>\n"));
+        EXPECT_TRUE(pageOf(operations, "odd").ends_with("</html>\n"));
     }
 }
 

@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "log/log_record.h"
+#include "formats/log_record.h"
 
 namespace NV::test {
 
@@ -30,8 +30,8 @@ TEST(LogRecord, MayHaveNoPlace)
 {
     for (const char* message :
          {"just a text", "count = 1[x:2]:y", "[odd.cpp:1]:x", "f[odd.cpp]:x"}) {
-        const auto record =
-            parseRecord("2026-03-04 17:05:09.042 TRC [1,1a2b3c4d] " + std::string(message));
+        const std::string line = "2026-03-04 17:05:09.042 TRC [1,1a2b3c4d] " + std::string(message);
+        const auto record = parseRecord(line);
         ASSERT_TRUE(record) << message;
         EXPECT_EQ(record->message, message);
         EXPECT_EQ(record->function, "") << message;
@@ -61,6 +61,44 @@ TEST(LogRecord, IsEmptyForOtherLines)
           "2026-03-04 17:05:09.042 TRC [,1a2b3c4d] x", "2026-03-04 17:05:09.042 TRC [a,1a2b3c4d] x",
           "2026-03-04 17:05:09.042 TRC [1,1a2b] x", " 2026-03-04 17:05:09.042 TRC [1,1a2b3c4d] x"})
         EXPECT_FALSE(parseRecord(line)) << line;
+}
+
+TEST(LogRecord, HasTheResultOfAFailedStep)
+{
+    using tool::resultInError;
+    EXPECT_EQ(resultInError("Failed to login the token (000000a0(CKR_PIN_INCORRECT))"),
+              "CKR_PIN_INCORRECT");
+    for (const char* text : {"", "))", "Failed", "Failed (x)", "Failed (80000001(UNKNOWN))"})
+        EXPECT_EQ(resultInError(text), "") << text;
+}
+
+TEST(LogRecord, HasTheEndOfAnOperation)
+{
+    const auto endOf = [](const std::string& message) {
+        tool::LogRecord record;
+        record.function = "NVKSPSignHash";
+        record.message = message;
+        const auto end = tool::parseEnd(record);
+        return end ? std::string(end->operation) + "|" + std::string(end->result) + "|" +
+                         std::string(end->key)
+                   : std::string("none");
+    };
+    EXPECT_EQ(endOf("DONE, STATUS=0x0, ELAPSED:0.214(ms)"), "SignHash||");
+    EXPECT_EQ(endOf("DONE, STATUS=0x0, ELAPSED:0.214(ms), KEY=01, RESULT=AB"),
+              "SignHash||01, RESULT=AB");
+    EXPECT_EQ(endOf("DONE, STATUS=0x8, ELAPSED:1(ms), RESULT=CKR_PIN_LOCKED, KEY=01AB"),
+              "SignHash|CKR_PIN_LOCKED|01AB");
+    EXPECT_EQ(endOf("STATUS=0x0, ELAPSED:0.214(ms)"), "none");
+}
+
+TEST(LogRecord, TellsOperationsOfTheTableFromTheirSteps)
+{
+    using tool::operationOfTable;
+    EXPECT_EQ(operationOfTable("NV::Provider::SignHash"), "SignHash");
+    EXPECT_EQ(operationOfTable("NV::ProviderManager::OpenProvider"), "OpenProvider");
+    for (const char* name : {"NV::Provider::init", "NV::Provider::Provider",
+                             "NV::Provider::", "NV::Pkcs11::C_Sign", "SignHash", ""})
+        EXPECT_EQ(operationOfTable(name), "") << name;
 }
 
 TEST(LogSecrets, AreNotShown)

@@ -1,4 +1,4 @@
-// The figures of operations, and their calls as lines.
+// The calls of operations as lines and as bars.
 
 #include <gtest/gtest.h>
 
@@ -11,40 +11,6 @@ namespace NV::test {
 
 namespace {
 
-TEST(LogFigures, MedianNearestRankAndMaximum)
-{
-    LogText log;
-    for (int i = 20; i >= 1; --i)
-        log.operation("SignHash", std::to_string(i), i % 5 == 0 ? "0x80090027" : "0x0");
-    for (const char* time : {"30", "10", "20"})
-        log.operation("OpenKey", time);
-    log.enter("Decrypt");  // never finished
-    const auto figures = tool::figuresOf(operationsOf(log.text()));
-    ASSERT_EQ(figures.size(), 2U);
-    EXPECT_EQ(figures[0].name, "OpenKey");
-    EXPECT_EQ(figures[0].count, 3U);
-    EXPECT_EQ(figures[0].median, 20);
-    EXPECT_EQ(figures[0].percentile95, 30);
-    EXPECT_EQ(figures[1].name, "SignHash");
-    EXPECT_EQ(figures[1].count, 20U);
-    EXPECT_EQ(figures[1].failures, 4U);
-    EXPECT_EQ(figures[1].median, 10.5);
-    EXPECT_EQ(figures[1].percentile95, 19);
-    EXPECT_EQ(figures[1].maximum, 20);
-}
-
-TEST(LogFigures, TakeNoTimeFromWhatIsNone)
-{
-    LogText log;
-    for (const char* time : {"nan", "inf", "-5", "1e999", "odd", "", "3"})
-        log.operation("SignHash", time);
-    const auto figures = tool::figuresOf(operationsOf(log.text()));
-    ASSERT_EQ(figures.size(), 1U);
-    EXPECT_EQ(figures[0].count, 7U);
-    EXPECT_EQ(figures[0].median, 0);
-    EXPECT_EQ(figures[0].maximum, 3);
-}
-
 TEST(LogCalls, NeighboursShareALine)
 {
     const auto lines = tool::describe(
@@ -54,6 +20,23 @@ TEST(LogCalls, NeighboursShareALine)
     EXPECT_FALSE(lines[0].failed);
     EXPECT_EQ(lines[1].text, "     1.000 ms  C_Login  CKR_PIN_LOCKED");
     EXPECT_TRUE(lines[1].failed);
+}
+
+// The records have whole milliseconds, so a call can seem to begin before the end of the one before.
+TEST(LogBars, FollowEachOther)
+{
+    tool::Operation operation;
+    operation.begun = 1000;
+    operation.elapsed = 3;
+    operation.calls = {{"C_A", "CKR_OK", 1000, 2.5}, {"C_B", "CKR_OK", 1001, 1}};
+    auto bars = tool::barsOf(operation);
+    ASSERT_EQ(bars.size(), 2U);
+    EXPECT_EQ(bars[1].begin, 2.5);
+    EXPECT_EQ(tool::spanOf(operation, bars), 3.5);
+    operation.calls[1].result = tool::noReturn;
+    bars = tool::barsOf(operation);
+    EXPECT_EQ(bars[1].width, 1);
+    EXPECT_GT(tool::spanOf(tool::Operation(), {}), 0);
 }
 
 }  // namespace

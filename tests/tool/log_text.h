@@ -2,13 +2,17 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "log/log_operation.h"
+#include "log/log_page.h"
+#include "log/log_summary.h"
 
 namespace NV::test {
 
@@ -85,16 +89,38 @@ private:
     int tenths_ = 0;
 };
 
-// The operations of a log. `foreign` receives the number of lines that are no records.
+// The operations of a log in the order in which they began. `foreign` receives the number of lines that are no records.
 inline std::vector<tool::Operation> operationsOf(const std::string& text, size_t* foreign = nullptr)
 {
-    tool::OperationReader reader;
+    std::vector<tool::Operation> operations;
+    tool::OperationReader reader(
+        [&](tool::Operation operation) { operations.push_back(std::move(operation)); });
     std::istringstream stream(text);
     for (std::string line; std::getline(stream, line);)
         reader.addLine(line);
+    reader.finish();
     if (foreign != nullptr)
         *foreign = reader.foreignLines();
-    return reader.finish();
+    std::ranges::stable_sort(operations, {}, &tool::Operation::line);
+    return operations;
+}
+
+// What is said of operations, with all of them kept.
+inline tool::LogSummary summaryOf(const std::vector<tool::Operation>& operations)
+{
+    tool::LogSummary summary(1000, 0, 1000);
+    for (const tool::Operation& operation : operations)
+        summary.add(operation);
+    return summary;
+}
+
+// Their page.
+inline std::string pageOf(const std::vector<tool::Operation>& operations, const std::string& title)
+{
+    tool::LogPage page(false);
+    for (const tool::Operation& operation : operations)
+        page.add(operation);
+    return page.text(title, summaryOf(operations));
 }
 
 }  // namespace NV::test

@@ -1,72 +1,12 @@
-// Paths, and the table of status names.
+// Paths, numbers, and the system's texts for errors.
 
 #include "text.h"
 
 #include <algorithm>
-#include <array>
 #include <cstdio>
 #include <string_view>
 
-#include "keystore/token_status.h"
-
 namespace NV::tool {
-
-namespace {
-
-struct StatusName {
-    SECURITY_STATUS status;
-    std::string_view name;
-};
-
-#define NV_STATUS(name)                                                                            \
-    StatusName                                                                                     \
-    {                                                                                              \
-        static_cast<SECURITY_STATUS>(name), #name                                                  \
-    }
-
-// The statuses that no failed call of the token has: those are in tokenStatuses.
-constexpr std::array statusNames = {
-    NV_STATUS(NTE_BAD_DATA),
-    NV_STATUS(NTE_BAD_FLAGS),
-    NV_STATUS(NTE_BAD_KEYSET),
-    NV_STATUS(NTE_FAIL),
-    NV_STATUS(NTE_INVALID_HANDLE),
-    NV_STATUS(NTE_INVALID_PARAMETER),
-    NV_STATUS(NTE_NOT_FOUND),
-    NV_STATUS(NTE_NO_MORE_ITEMS),
-    NV_STATUS(NTE_PERM),
-    NV_STATUS(NTE_PROVIDER_DLL_FAIL),
-    NV_STATUS(NTE_PROV_DLL_NOT_FOUND),
-    NV_STATUS(NTE_SILENT_CONTEXT),
-    // The header of these values conflicts with windows.h.
-    StatusName{static_cast<SECURITY_STATUS>(0xC0000002), "STATUS_NOT_IMPLEMENTED"},
-    StatusName{static_cast<SECURITY_STATUS>(0xC0000022), "STATUS_ACCESS_DENIED"},
-    StatusName{static_cast<SECURITY_STATUS>(0xC0000034), "STATUS_OBJECT_NAME_NOT_FOUND"},
-    StatusName{static_cast<SECURITY_STATUS>(0xC0000035), "STATUS_OBJECT_NAME_COLLISION"},
-    StatusName{static_cast<SECURITY_STATUS>(0xC0000225), "STATUS_NOT_FOUND"},
-};
-
-SECURITY_STATUS valueOf(const NamedStatus& status)
-{
-    return static_cast<SECURITY_STATUS>(status.value);
-}
-
-// Empty for a status without a name.
-std::string_view nameOf(SECURITY_STATUS status)
-{
-    for (const NamedStatus& named : {noKeyFound, otherTokenFailure}) {
-        if (valueOf(named) == status)
-            return named.name;
-    }
-    const auto* token = std::ranges::find(
-        tokenStatuses, status, [](const TokenStatus& row) { return valueOf(row.status); });
-    if (token != std::end(tokenStatuses))
-        return token->status.name;
-    const auto* other = std::ranges::find(statusNames, status, &StatusName::status);
-    return other != statusNames.end() ? other->name : std::string_view();
-}
-
-}  // namespace
 
 std::filesystem::path toPath(std::string_view utf8)
 {
@@ -91,12 +31,6 @@ std::string hexText(SECURITY_STATUS status)
     char number[16];
     std::snprintf(number, sizeof number, "0x%08x", static_cast<unsigned>(status));
     return number;
-}
-
-std::string statusText(SECURITY_STATUS status)
-{
-    const std::string_view name = nameOf(status);
-    return name.empty() ? hexText(status) : std::string(name) + " (" + hexText(status) + ")";
 }
 
 std::string errorText(DWORD error)

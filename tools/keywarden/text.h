@@ -1,4 +1,5 @@
-// Paths as UTF-8, and texts for statuses and errors. base/text.h converts all other texts.
+// Paths as UTF-8, and texts for numbers and errors. system/explanation.h has those of statuses, and
+// base/text.h converts all other texts.
 
 #pragma once
 
@@ -30,10 +31,6 @@ std::string joined(const std::vector<std::string>& texts);
 
 // "0x8009002d".
 std::string hexText(SECURITY_STATUS status);
-
-// "NTE_INVALID_HANDLE (0x80090026)", or only the number if the status has no known name. Also for the
-// NTSTATUS values of bcrypt.dll.
-std::string statusText(SECURITY_STATUS status);
 
 // The system's text for a Win32 error code, without a trailing period or line feed, and the number:
 // "Access is denied (5)".

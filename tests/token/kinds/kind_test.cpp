@@ -11,7 +11,7 @@
 
 #include "base/text.h"
 #include "host.h"
-#include "text.h"
+#include "system/explanation.h"
 
 namespace NV::test {
 

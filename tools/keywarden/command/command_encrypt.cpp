@@ -13,6 +13,7 @@
 #include "formats/hashing.h"
 #include "output_file.h"
 #include "session.h"
+#include "system/explanation.h"
 #include "system/key_choice.h"
 #include "system/key_storage.h"
 #include "text.h"

@@ -21,7 +21,9 @@
 #include "formats/public_key.h"
 #include "output_file.h"
 #include "session.h"
+#include "system/explanation.h"
 #include "system/key_choice.h"
+#include "system/key_storage.h"
 #include "system/token_objects.h"
 #include "text.h"
 

@@ -37,7 +37,7 @@ struct HashDestroyer {
 void requireHash(NTSTATUS status)
 {
     if (status != 0)
-        throw Failure("the system's hash function failed: " + statusText(status));
+        throw Failure("the system's hash function failed: " + hexText(status));
 }
 
 // One computation of a hash.

@@ -1,16 +1,19 @@
-// The operations of the provider in a log, each with its token calls.
+// The operations of the provider in a log, each with its token calls. Portable.
 
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <map>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
-#include "log/log_record.h"
+#include "formats/log_record.h"
 
 namespace NV::tool {
 
@@ -37,30 +40,50 @@ struct Operation {
     std::string name;  // "SignHash"
     std::string process;
     std::string thread;
-    std::string time;  // of its ENTER; without one, of its end
-    int64_t begun = 0;
-    size_t line = 0;  // of the same record, counted from 1
+    std::string program;  // the file of the process; empty if the log does not say it
+    std::string time;     // of its ENTER; without one, of its end
+    int64_t begun = 0;    // milliseconds, as in LogRecord
+    size_t line = 0;      // of the same record, counted from 1 in its file
+    size_t file = 0;      // the number of the file, counted from 0
+    bool traced =
+        false;  // whether it has its ENTER: with the record of its end alone, there are no calls
     bool finished = false;
     uint32_t status = 0;
     double elapsed = 0;
     std::vector<TokenCall> calls;
-    std::vector<LogRecord> errors;  // records of the levels ERR and SEV
+    std::vector<std::string> errors;  // messages of the levels ERR and SEV
     // Of the record of its end; empty if there is none, or it does not say.
     std::string key;
     std::string result;  // the first failed one: "CKR_PIN_INCORRECT"
+    // It asked for the length of an output, and not for the output.
+    bool sizeQuery = false;
+    // It succeeded without a PIN: in classic, the caller gets zeros.
+    bool withoutPin = false;
 
-    // Whether the status is a failure. The end of an enumeration is not.
+    // Whether the status is a failure, or nobody entered a PIN. The end of an enumeration is no failure.
     bool failed() const;
+    // The record of its end, or its first call or error that failed: "CKR_PIN_INCORRECT". Empty if there
+    // is none.
+    std::string failedResult() const;
 };
 
-// Reads a log line by line and assembles its operations, separately for each thread of each process.
+// The names that operations have: the functions of CNG's table.
+std::span<const std::string_view> operationNames();
+
+// Reads the lines of one log or of several, and gives its caller each operation when it has ended, for
+// each thread of each process on its own. It keeps only what has not ended, of at most 10,000 threads.
 class OperationReader {
 public:
-    void addLine(const std::string& line);
+    explicit OperationReader(std::function<void(Operation)> take) : take_(std::move(take)) {}
 
-    // Returns all operations in the order in which they began, including those that the log does not
-    // finish. Call it once, after the last line.
-    std::vector<Operation> finish();
+    // Call it before the first line of the second file, and of each one after that.
+    void beginFile();
+    void addLine(std::string_view line);
+
+    // Gives what waits for the record of its end, which only modern writes. For logs that still grow.
+    void settle();
+    // Gives all operations that the log does not finish. Call it once, after the last line.
+    void finish();
 
     size_t records() const { return records_; }
     // The number of lines that are not a record and not empty.
@@ -72,6 +95,7 @@ private:
         std::string function;
         Operation operation;
         bool hasStatus = false;
+        bool hasOutput = true;
     };
     // The state of one thread.
     struct Thread {
@@ -79,30 +103,40 @@ private:
         std::string callName;
         int64_t callBegun = 0;
         int64_t dialogBegun = 0;
-        // The latest operation of the table that was left. The record of its end follows.
-        std::optional<size_t> left;
-        std::vector<LogRecord> errors;  // outside of all functions
+        // The latest operation that was left. The record of its end may follow.
+        std::optional<Operation> left;
+        std::vector<std::string> errors;  // outside of all functions
+        size_t used = 0;                  // the number of its latest record
     };
+    using Identity = std::pair<std::string, std::string>;
 
+    Thread& threadOf(const LogRecord& record);
+    void forgetThreads();
     void add(const LogRecord& record);
+    void beginProcess(const LogRecord& record);
     void enter(Thread& thread, const LogRecord& record);
     void leave(Thread& thread, const LogRecord& record);
     // Removes the innermost frame.
     void close(Thread& thread);
     // Removes all frames; they become one unfinished operation.
     void abandon(Thread& thread);
+    void give(Thread& thread);
     Operation operationAt(const LogRecord& record) const;
     static void addError(Thread& thread, const LogRecord& record);
     static void addCall(Thread& thread, TokenCall call);
     static void readCall(Thread& thread, const LogRecord& record);
+    static void readArgument(Thread& thread, const LogRecord& record);
     static void readStatus(Thread& thread, const LogRecord& record);
-    void readEnd(Thread& thread, const LogRecord& record);
+    void readEnd(Thread& thread, const LogRecord& record, const EndRecord& end);
 
+    std::function<void(Operation)> take_;
+    size_t file_ = 0;
     size_t line_ = 0;
     size_t records_ = 0;
     size_t foreignLines_ = 0;
-    std::map<std::pair<std::string, std::string>, Thread> threads_;
-    std::vector<Operation> operations_;
+    std::map<Identity, Thread> threads_;
+    std::map<Identity, Thread>::value_type* latest_ = nullptr;
+    std::map<std::string, std::string, std::less<>> programs_;  // by process
 };
 
 }  // namespace NV::tool

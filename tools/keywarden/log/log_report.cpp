@@ -7,53 +7,10 @@
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
-#include <map>
 
 #include "text.h"
 
 namespace NV::tool {
-
-namespace {
-
-// The smallest value that is not exceeded by at least this share of the values (nearest rank).
-double percentile(const std::vector<double>& sorted, double share)
-{
-    const auto rank = static_cast<size_t>(std::ceil(share * static_cast<double>(sorted.size())));
-    return sorted[std::max<size_t>(rank, 1) - 1];
-}
-
-// The middle one, or the mean of the two in the middle.
-double median(const std::vector<double>& sorted)
-{
-    const size_t middle = sorted.size() / 2;
-    return sorted.size() % 2 != 0 ? sorted[middle] : (sorted[middle - 1] + sorted[middle]) / 2;
-}
-
-}  // namespace
-
-std::vector<OperationFigures> figuresOf(const std::vector<Operation>& operations)
-{
-    struct Sample {
-        std::vector<double> times;
-        size_t failures = 0;
-    };
-    std::map<std::string, Sample> samples;
-    for (const Operation& operation : operations) {
-        if (!operation.finished)
-            continue;
-        Sample& sample = samples[operation.name];
-        sample.times.push_back(operation.elapsed);
-        if (operation.failed())
-            ++sample.failures;
-    }
-    std::vector<OperationFigures> figures;
-    for (auto& [name, sample] : samples) {
-        std::ranges::sort(sample.times);
-        figures.push_back({name, sample.times.size(), sample.failures, median(sample.times),
-                           percentile(sample.times, 0.95), sample.times.back()});
-    }
-    return figures;
-}
 
 std::vector<CallLine> describe(const std::vector<TokenCall>& calls)
 {
@@ -76,21 +33,18 @@ std::vector<CallLine> describe(const std::vector<TokenCall>& calls)
     return lines;
 }
 
-std::string statusOf(const Operation& operation)
-{
-    if (!operation.finished)
-        return {};
-    if (operation.status == 0)
-        return "ok";
-    return statusText(static_cast<SECURITY_STATUS>(operation.status)) +
-           (operation.result.empty() ? "" : ", " + operation.result);
-}
-
 Json toJson(const OperationFigures& figures)
 {
     return {{"name", figures.name},         {"count", figures.count},
-            {"failures", figures.failures}, {"median", figures.median},
-            {"p95", figures.percentile95},  {"max", figures.maximum}};
+            {"failures", figures.failures}, {"sizeQueries", figures.sizeQueries},
+            {"median", figures.median},     {"p95", figures.percentile95},
+            {"max", figures.maximum}};
+}
+
+Json toJson(const FailureKind& kind)
+{
+    return {{"name", kind.name},   {"status", kind.status},    {"meaning", kind.reason},
+            {"count", kind.count}, {"time", kind.latest.time}, {"line", kind.latest.line}};
 }
 
 Json toJson(const Operation& operation, bool secrets)
@@ -99,22 +53,49 @@ Json toJson(const Operation& operation, bool secrets)
     for (const TokenCall& call : operation.calls)
         calls.push_back({{"name", call.name}, {"result", call.result}, {"elapsed", call.elapsed}});
     Json errors = Json::array();
-    for (const LogRecord& error : operation.errors)
-        errors.push_back(secrets ? error.message : withoutSecrets(error.message));
+    for (const std::string& error : operation.errors)
+        errors.push_back(secrets ? error : withoutSecrets(error));
     return {{"name", operation.name},
             {"time", operation.time},
             {"line", operation.line},
             {"process", operation.process},
             {"thread", operation.thread},
+            {"program", operation.program},
             {"finished", operation.finished},
             {"status", operation.finished
                            ? Json(hexText(static_cast<SECURITY_STATUS>(operation.status)))
                            : Json()},
             {"elapsed", operation.finished ? Json(operation.elapsed) : Json()},
             {"key", operation.key},
-            {"result", operation.result},
+            {"result", operation.failed() ? operation.failedResult() : std::string()},
+            {"meaning", meaningOf(operation)},
+            {"pinEntered", !operation.withoutPin},
             {"calls", calls},
             {"errors", errors}};
+}
+
+std::vector<Bar> barsOf(const Operation& operation)
+{
+    std::vector<Bar> bars;
+    double end = 0;
+    for (const TokenCall& call : operation.calls) {
+        const auto begun = static_cast<double>(call.begun - operation.begun);
+        const double begin = std::max(begun, end);
+        bars.push_back({begin, call.result == noReturn ? std::max(begin / 10, 1.0) : call.elapsed});
+        end = begin + bars.back().width;
+    }
+    return bars;
+}
+
+double spanOf(const Operation& operation, const std::vector<Bar>& bars)
+{
+    const double end = bars.empty() ? 0 : bars.back().begin + bars.back().width;
+    return std::max({operation.elapsed, end, 0.001});
+}
+
+int64_t toMicros(double milliseconds)
+{
+    return std::llround(std::min(milliseconds, 1e12) * 1000);
 }
 
 }  // namespace NV::tool

@@ -9,6 +9,8 @@
 #include "failure.h"
 #include "nvvtoken/nvvtoken_name.h"
 #include "session.h"
+#include "system/explanation.h"
+#include "system/operation_failure.h"
 #include "system/registration.h"
 #include "text.h"
 
@@ -128,23 +130,16 @@ std::filesystem::path defaultModule()
 
 void require(SECURITY_STATUS status, const std::string& what)
 {
-    if (status == ERROR_SUCCESS)
-        return;
-    const char* advice = "";
-    if (status == NTE_USER_CANCELLED)
-        advice = "The PIN dialog was cancelled.";
-    else if (status == NTE_INTERNAL_ERROR)
-        advice =
-            "The token refused the operation, usually because of a wrong PIN. \"keywarden log\" "
-            "shows the call that failed.";
-    throw Failure(what + " failed: " + statusText(status), advice);
+    if (status != ERROR_SUCCESS)
+        throw operationFailure(status, what);
 }
 
 void requireResult(bool given, const std::string& what)
 {
     if (!given)
         throw Failure(what + " failed: no PIN was entered",
-                      "The PIN dialog could not be shown; it needs a desktop.");
+                      "The PIN dialog could not be shown; it needs a desktop.",
+                      ExitCode::noDesktop);
 }
 
 KeyStorage::KeyStorage(const Session& session)
@@ -188,7 +183,7 @@ Key::Key(const KeyStorage& storage, const std::wstring& name) : storage_(storage
     const std::vector<std::wstring> names = storage_.keyNames();
     if (std::ranges::find(names, name) == names.end())
         throw Failure("there is no key \"" + toUtf8(name) + "\"",
-                      "The provider's keys: " + listed(names));
+                      "The provider's keys: " + listed(names), ExitCode::noTokenOrKey);
     require(storage_->OpenKey(storage_.handle(), &handle_, name.c_str(), 0, 0),
             "opening the key \"" + toUtf8(name) + "\"");
 }

@@ -87,8 +87,7 @@ private:
 // Length of the curve of a BCRYPT_ECCPUBLIC_BLOB, in bits.
 DWORD bitsOfEcBlob(const Bytes& blob);
 
-// Throws Failure "<what> failed: <status>" unless the status is ERROR_SUCCESS. Adds an advice for a
-// cancelled dialog and for a PIN that the token refused.
+// Throws the Failure of system/operation_failure.h unless the status is ERROR_SUCCESS.
 void require(SECURITY_STATUS status, const std::string& what);
 
 // Throws Failure when a successful call gave no result: if the provider cannot show the PIN dialog, it

@@ -7,6 +7,7 @@
 
 #include "failure.h"
 #include "nvvtoken/nvvtoken_name.h"
+#include "system/explanation.h"
 #include "text.h"
 
 // Exported by bcrypt.dll; MinGW-w64 declares only the structures.

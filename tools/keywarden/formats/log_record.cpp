@@ -1,10 +1,10 @@
 // Splitting a line of the log into its fields.
 
-#include "log/log_record.h"
+#include "formats/log_record.h"
 
 #include <algorithm>
-#include <cctype>
 #include <charconv>
+#include <initializer_list>
 
 namespace NV::tool {
 
@@ -21,7 +21,7 @@ constexpr std::string_view secretMessages[] = {"Agreed SharedSecret(", "Retrieve
 
 bool isDigit(char c)
 {
-    return std::isdigit(static_cast<unsigned char>(c)) != 0;
+    return c >= '0' && c <= '9';
 }
 
 bool isTime(std::string_view text)
@@ -89,15 +89,21 @@ void splitMessage(std::string_view text, LogRecord& record)
 
 }  // namespace
 
+std::optional<int64_t> parseTime(std::string_view time)
+{
+    return isTime(time) ? std::optional(toMilliseconds(time)) : std::nullopt;
+}
+
 std::optional<LogRecord> parseRecord(std::string_view line)
 {
     while (!line.empty() && (line.back() == '\r' || line.back() == '\n'))
         line.remove_suffix(1);
-    if (!isTime(line.substr(0, timeForm.size())))
+    const auto milliseconds = parseTime(line.substr(0, timeForm.size()));
+    if (!milliseconds)
         return std::nullopt;
     LogRecord record;
     record.time = line.substr(0, timeForm.size());
-    record.milliseconds = toMilliseconds(record.time);
+    record.milliseconds = *milliseconds;
     std::string_view rest = line.substr(timeForm.size());
     if (!rest.starts_with(' '))
         return std::nullopt;
@@ -115,20 +121,73 @@ std::optional<LogRecord> parseRecord(std::string_view line)
     return record;
 }
 
-std::string withoutSecrets(const std::string& message)
+std::string withoutSecrets(std::string_view message)
 {
     // Not only at the beginning: a record can be cut off, or have a prefix from another program.
     for (const std::string_view beginning : secretMessages) {
         const size_t found = message.find(beginning);
-        if (found == std::string::npos)
+        if (found == std::string_view::npos)
             continue;
         // A PIN follows the equals sign; all other secrets are in brackets.
         const size_t open =
             beginning.ends_with('=') ? found + beginning.size() : message.find('[', found);
-        if (open != std::string::npos)
-            return message.substr(0, open) + "(not shown)";
+        if (open != std::string_view::npos)
+            return std::string(message.substr(0, open)) + "(not shown)";
     }
-    return message;
+    return std::string(message);
+}
+
+std::optional<std::string_view> between(std::string_view text, std::string_view before,
+                                        std::string_view after)
+{
+    const size_t begin = text.find(before);
+    if (begin == std::string_view::npos)
+        return std::nullopt;
+    const std::string_view rest = text.substr(begin + before.size());
+    const size_t end = rest.find(after);
+    if (end == std::string_view::npos)
+        return std::nullopt;
+    return rest.substr(0, end);
+}
+
+std::string_view resultInError(std::string_view message)
+{
+    const size_t begin = message.rfind('(');
+    if (begin == std::string_view::npos || !message.ends_with("))"))
+        return {};
+    const std::string_view name = message.substr(begin + 1, message.size() - begin - 3);
+    return name.starts_with("CKR_") ? name : std::string_view();
+}
+
+std::string_view operationOfTable(std::string_view function)
+{
+    for (const std::string_view owner : {"NV::Provider::", "NV::ProviderManager::"}) {
+        if (!function.starts_with(owner))
+            continue;
+        const std::string_view name = function.substr(owner.size());
+        const bool ofTable = !name.empty() && name.front() >= 'A' && name.front() <= 'Z' &&
+                             !name.starts_with("Provider");  // constructors
+        return ofTable ? name : std::string_view();
+    }
+    return {};
+}
+
+std::optional<EndRecord> parseEnd(const LogRecord& record)
+{
+    constexpr std::string_view entryPoint = "NVKSP";
+    if (!record.message.starts_with("DONE, STATUS=0x") || !record.function.starts_with(entryPoint))
+        return std::nullopt;
+    EndRecord end{record.function.substr(entryPoint.size()), {}, {}};
+    constexpr std::string_view keyMark = ", KEY=";
+    constexpr std::string_view resultMark = ", RESULT=";
+    std::string_view fields = record.message;
+    if (const size_t key = fields.find(keyMark); key != std::string_view::npos) {
+        end.key = fields.substr(key + keyMark.size());
+        fields = fields.substr(0, key);
+    }
+    if (const size_t result = fields.find(resultMark); result != std::string_view::npos)
+        end.result = fields.substr(result + resultMark.size());
+    return end;
 }
 
 }  // namespace NV::tool
