@@ -3,6 +3,7 @@
 # OpenSSL checks every result and jq the output of --json. The PIN is typed into the dialog.
 # file_commands.sh has the formats of sign, standard input and output, and what is refused of files.
 #   tests/tool/key_commands.sh [AREA...]    areas: keys signatures ciphers exports agreements pins
+#                                           reasons follow
 #                                           files usage json cng progress; default: all
 set -euo pipefail
 area=tool-keys
@@ -383,12 +384,12 @@ pinCases()
 {
     local name=$1
     shift
-    fails 1 "NTE_USER_CANCELLED" "$name: cancelled" answering "" cancel keywarden "$@"
+    fails 4 "NTE_USER_CANCELLED" "$name: cancelled" answering "" cancel keywarden "$@"
     holds "$name: cancelled, in words" grep -q "The PIN dialog was cancelled" "$work/out"
-    fails 1 "failed: NTE_INTERNAL_ERROR" "$name: wrong PIN" \
+    fails 5 "failed: NTE_INTERNAL_ERROR \(0x8009002d\), CKR_PIN_INCORRECT" "$name: wrong PIN" \
         answering "" "enter not-the-pin" keywarden "$@"
-    holds "$name: wrong PIN, in words" grep -q "usually because of a wrong PIN" "$work/out"
-    fails 1 "failed: no PIN was entered" "$name: no screen" withoutScreen "$@"
+    holds "$name: wrong PIN, in words" grep -q "The PIN is wrong. The token counts the attempt." "$work/out"
+    fails 8 "failed: no PIN was entered" "$name: no screen" withoutScreen "$@"
     holds "$name: leaves no file" test ! -e "$files/out"
 }
 
@@ -403,6 +404,91 @@ testPins()
     pinCases decrypt decrypt "$(at cipher)" --key 01AB -o "$(at out)"
     pinCases derive derive --key 0256 --peer "$(at peer.p256.pem)" -o "$(at out)"
     succeeds "the right PIN still works" withPin sign "$(at document)" --key 01AB -o "$(at out)"
+}
+
+# ---- why an operation failed
+
+# configured LINE...: the configuration has these lines instead of those of the same keys.
+configured()
+{
+    local file=$profile/.norvanta-keywarden/nvksprovider.conf line
+    [ -e "$files/configuration" ] || cp "$file" "$files/configuration"
+    cp "$files/configuration" "$file"
+    for line in "$@"; do
+        sed -i "/^${line%%=*}=/d" "$file"
+        echo "$line" >>"$file"
+    done
+}
+
+wrongPin()
+{
+    answering "" "enter not-the-pin" keywarden sign "$(at document)" --key 01AB -o "$(at out)" --force
+}
+
+# In classic every failure has one status. The token's state tells a wrong PIN, but only for an operation
+# that asks for the PIN.
+testReasons()
+{
+    local encryption=(encrypt "$(at secret)" --key 0E02 -o "$(at out)" --force)
+    configured logTypes=
+    fails 5 "log is off, but the token says that a wrong PIN was entered" "log off, classic: wrong PIN" \
+        wrongPin
+    fails 1 "log is off, so the PKCS#11 result is not known. Run .keywarden log on." \
+        "log off, classic: another failure after a wrong PIN" keywarden "${encryption[@]}"
+    holds "no word of a PIN" test "$(grep -ci "pin\b" "$work/out")" = 0
+    configured logTypes= mode=modern
+    fails 5 "SCARD_W_WRONG_CHV \(0x8010006b\)$" "log off, modern: wrong PIN" wrongPin
+    holds "and says what to do" grep -q "Make sure that you have the correct PIN" "$work/out"
+    configured mode=modern
+    fails 5 "SCARD_W_WRONG_CHV \(0x8010006b\), CKR_PIN_INCORRECT" "log on, modern: wrong PIN" wrongPin
+    fails 4 "NTE_USER_CANCELLED \(0x80090036\)$" "modern: cancelled" \
+        answering "" cancel keywarden sign "$(at document)" --key 01AB -o "$(at out)" --force
+    fails 8 "NTE_SILENT_CONTEXT" "modern: no screen" \
+        withoutScreen sign "$(at document)" --key 01AB -o "$(at out)" --force
+    configured
+    fails 7 "there is no key" "no key" keywarden export --key FFFF -o "$(at out)" --force
+    fails 1 "The log has no failed PKCS#11 call" "log on, classic: no call failed" \
+        keywarden "${encryption[@]}"
+    # log on and log off, and what they write.
+    configured mode=modern
+    succeeds "log on" keywarden log on
+    succeeds "sign with the full trace" withPin sign "$(at document)" --key 01AB -o "$(at out)" --force
+    succeeds "log" keywarden --json log --op SignHash
+    holds "the trace has the calls" jq -e '.slow[0].calls | map(.name) | index("C_Sign") != null' \
+        "$work/out"
+    holds "and the program" jq -e '.slow[0].program | endswith("keywarden.exe")' "$work/out"
+    succeeds "log off" keywarden log off
+    succeeds "the right PIN still works" withPin sign "$(at document)" --key 01AB -o "$(at out)" --force
+    configured
+}
+
+# log --follow shows an operation while it goes on waiting for the next one.
+testFollow()
+{
+    local follower
+    configured mode=modern
+    # run-under-wine would show the output only at the end.
+    WINEDLLPATH=$windows/winelib wine "$program" --profile "$(windowsPath "$profile")" log --follow \
+        </dev/null >"$files/followed" 2>&1 &
+    follower=$!
+    holds "log --follow waits" waitFor "Waiting for operations"
+    keywarden verify "$(at document)" --key 01AB --signature "$(at document)" || true
+    holds "it is shown" waitFor "VerifySignature"
+    holds "and the program goes on" kill "$follower"
+    wait "$follower" 2>/dev/null || true
+    configured
+}
+
+# waitFor TEXT: until the followed log shows it, at most a minute.
+waitFor()
+{
+    local i
+    for ((i = 0; i < 600; i++)); do
+        ! grep -q "$1" "$files/followed" || return 0
+        sleep 0.1
+    done
+    cat "$files/followed"
+    return 1
 }
 
 # ---- files and names
@@ -574,7 +660,7 @@ testProgress()
 }
 
 areas=("$@")
-[ "$#" -gt 0 ] || areas=(Keys Signatures Ciphers Exports Agreements Pins Files Usage Json Cng Progress)
+[ "$#" -gt 0 ] || areas=(Keys Signatures Ciphers Exports Agreements Pins Reasons Follow Files Usage Json Cng Progress)
 prepare || {
     bad "prepare" "see the files in $work"
     finish

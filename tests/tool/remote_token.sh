@@ -78,7 +78,7 @@ succeeds "sign" withPin sign "$(windowsPath "$work/document")" --key 01AB \
 succeeds "export" keywarden export --key 01AB -o "$(windowsPath "$work/key.pem")"
 holds "OpenSSL verifies" openssl dgst -sha256 -verify "$work/key.pem" \
     -signature "$work/signature" "$work/document"
-fails 1 "signing failed" "a wrong PIN is refused over the socket" \
+fails 5 "signing failed" "a wrong PIN is refused over the socket" \
     answering "" "enter not-the-pin" keywarden sign "$(windowsPath "$work/document")" --key 01AB \
     -o "$(windowsPath "$work/none")"
 stopServer

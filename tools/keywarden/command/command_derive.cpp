@@ -17,6 +17,7 @@
 #include "session.h"
 #include "system/key_choice.h"
 #include "system/key_storage.h"
+#include "system/operation_failure.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -80,7 +81,7 @@ public:
     {
         require(
             storage_->SecretAgreement(storage_.handle(), key.handle(), peer.handle(), &handle_, 0),
-            "agreeing on the secret");
+            "agreeing on the secret", PinUse::asks);
         requireResult(handle_ != 0, "agreeing on the secret");
     }
     ~Secret()

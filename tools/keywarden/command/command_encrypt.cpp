@@ -13,9 +13,9 @@
 #include "formats/hashing.h"
 #include "output_file.h"
 #include "session.h"
-#include "system/explanation.h"
 #include "system/key_choice.h"
 #include "system/key_storage.h"
+#include "system/operation_failure.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -86,10 +86,10 @@ SecretBytes runCipher(const CipherOptions& options, const Key& key, CipherFn cip
         storage.handle(), key.handle(), input.data(), static_cast<DWORD>(input.size()),
         isOaep(options) ? &padding : nullptr, output.data(), static_cast<DWORD>(output.size()),
         &size, isOaep(options) ? BCRYPT_PAD_OAEP : BCRYPT_PAD_PKCS1);
-    if (status == NTE_INTERNAL_ERROR && isOaep(options) && options.hash != "sha1")
-        throw Failure(what + " failed: " + statusText(status),
+    if (encrypt && status == NTE_INTERNAL_ERROR && isOaep(options) && options.hash != "sha1")
+        throw Failure(operationFailure(status, what, PinUse::none).what(),
                       "Many tokens support OAEP only with --hash sha1.");
-    require(status, what);
+    require(status, what, encrypt ? PinUse::none : PinUse::asks);
     requireResult(size != notWritten, what);
     output.resize(size);
     return output;

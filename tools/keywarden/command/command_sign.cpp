@@ -24,6 +24,7 @@
 #include "system/explanation.h"
 #include "system/key_choice.h"
 #include "system/key_storage.h"
+#include "system/operation_failure.h"
 #include "system/token_objects.h"
 #include "text.h"
 
@@ -216,7 +217,7 @@ Bytes signedBy(const Key& key, SignatureInput input)
     const auto run = [&](PBYTE buffer, DWORD room) {
         require(storage->SignHash(storage.handle(), key.handle(), input.padding(), input.data(),
                                   input.size(), buffer, room, &size, input.flags()),
-                "signing");
+                "signing", PinUse::asks);
     };
     run(nullptr, 0);
     Bytes signature(size);

@@ -18,9 +18,10 @@ namespace NV::tool {
 std::optional<int64_t> parseMoment(std::string_view text, std::string_view now, bool last);
 
 struct LogFilter {
-    std::string operation;                // empty: all
-    std::optional<int64_t> since, until;  // milliseconds as in LogRecord, both included
-    std::optional<uint32_t> process;
+    std::string operation = {};         // empty: all
+    std::optional<int64_t> since = {};  // milliseconds as in LogRecord, included
+    std::optional<int64_t> until = {};  // likewise
+    std::optional<uint32_t> process = {};
     bool failed = false;  // those that failed or did not finish, alone
 
     bool takes(const Operation& found) const;

@@ -10,7 +10,6 @@
 #include "nvvtoken/nvvtoken_name.h"
 #include "session.h"
 #include "system/explanation.h"
-#include "system/operation_failure.h"
 #include "system/registration.h"
 #include "text.h"
 
@@ -128,10 +127,10 @@ std::filesystem::path defaultModule()
                : beside;
 }
 
-void require(SECURITY_STATUS status, const std::string& what)
+void require(SECURITY_STATUS status, const std::string& what, PinUse pin)
 {
     if (status != ERROR_SUCCESS)
-        throw operationFailure(status, what);
+        throw operationFailure(status, what, pin);
 }
 
 void requireResult(bool given, const std::string& what)

@@ -12,6 +12,7 @@
 
 #include "base/encoding.h"
 #include "failure.h"
+#include "system/operation_failure.h"
 
 namespace NV::tool {
 
@@ -88,7 +89,7 @@ private:
 DWORD bitsOfEcBlob(const Bytes& blob);
 
 // Throws the Failure of system/operation_failure.h unless the status is ERROR_SUCCESS.
-void require(SECURITY_STATUS status, const std::string& what);
+void require(SECURITY_STATUS status, const std::string& what, PinUse pin = PinUse::none);
 
 // Throws Failure when a successful call gave no result: if the provider cannot show the PIN dialog, it
 // takes the PIN for empty, does nothing, and returns ERROR_SUCCESS.

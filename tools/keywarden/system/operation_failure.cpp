@@ -96,7 +96,7 @@ const PinState* readPinState()
 }
 
 Failure failureWithoutResult(const std::string& reason, const Explanation& status,
-                             const std::optional<Logged>& logged)
+                             const std::optional<Logged>& logged, PinUse pin)
 {
     constexpr const char* howToFind =
         "Run \"keywarden log on\", repeat the command, and look at \"keywarden log\".";
@@ -108,7 +108,7 @@ Failure failureWithoutResult(const std::string& reason, const Explanation& statu
                         ? "The log has no failed PKCS#11 call of this operation. \"keywarden log\" "
                           "shows what it did."
                         : std::string("The log does not contain the PKCS#11 result. ") + howToFind);
-    if (const PinState* state = readPinState()) {
+    if (const PinState* state = pin == PinUse::asks ? readPinState() : nullptr) {
         const Explanation& row = *explain(std::string_view(state->result));
         return Failure(reason,
                        std::string("The log is off, but ") + state->meaning + " " +
@@ -121,7 +121,7 @@ Failure failureWithoutResult(const std::string& reason, const Explanation& statu
 
 }  // namespace
 
-Failure operationFailure(SECURITY_STATUS status, const std::string& what)
+Failure operationFailure(SECURITY_STATUS status, const std::string& what, PinUse pin)
 {
     const std::string reason = what + " failed: " + statusText(status);
     const Explanation* row = explain(static_cast<uint32_t>(status));
@@ -135,7 +135,7 @@ Failure operationFailure(SECURITY_STATUS status, const std::string& what)
         result = logged ? logged->result : std::string();
     }
     if (result.empty())
-        return general ? failureWithoutResult(reason, *row, logged)
+        return general ? failureWithoutResult(reason, *row, logged, pin)
                        : Failure(reason, sentences(*row), row->exitCode);
     const Explanation* known = explain(std::string_view(result));
     if (known == nullptr)
