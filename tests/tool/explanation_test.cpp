@@ -78,8 +78,8 @@ TEST(Explanation, SpeaksOfAWrongPinOnlyWhereThereIsOne)
 {
     for (const Explanation& row : tool::explanations()) {
         const std::string text = std::string(row.meaning) + std::string(row.advice);
-        if (text.find("have the correct PIN") != std::string::npos)
-            EXPECT_EQ(row.exitCode, ExitCode::pinWrong) << row.name;
+        const bool sendsToPin = text.find("have the correct PIN") != std::string::npos;
+        EXPECT_EQ(sendsToPin, row.exitCode == ExitCode::pinWrong) << row.name;
     }
 }
 
