@@ -49,9 +49,9 @@ TEST(LogFigures, TakeNoTimeFromWhatIsNone)
 TEST(LogFigures, CountSizeQueriesApart)
 {
     LogText log;
-    log.operation("SignHash", "30");
     for (int i = 0; i < 3; ++i)
         log.record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:0.100(ms)");
+    log.operation("SignHash", "30");
     const auto figures = summaryOf(operationsOf(log.text())).figures();
     ASSERT_EQ(figures.size(), 1U);
     EXPECT_EQ(figures[0].count, 1U);

@@ -370,10 +370,14 @@ size_t distance(std::string_view a, std::string_view b)
     return row.at(b.size());
 }
 
-// What people leave out: "PIN_LOCKED".
-std::string_view withoutPrefix(std::string_view name)
+// How far a text is from a name that it may mean. People leave out the beginning, "PIN_LOCKED", or the
+// end, "NTE_INTERNAL".
+size_t distanceFromName(std::string_view text, std::string_view name)
 {
-    return name.substr(name.find('_') + 1);
+    constexpr size_t leastPart = 4;
+    if (text.size() >= leastPart && name.find(text) != std::string_view::npos)
+        return (name.size() - text.size()) / leastPart;
+    return std::min(distance(text, name), distance(text, name.substr(name.find('_') + 1)));
 }
 
 }  // namespace
@@ -401,8 +405,7 @@ std::string_view nearestName(std::string_view text)
     size_t least = std::numeric_limits<size_t>::max();
     std::string_view nearest;
     for (const Explanation& row : rows) {
-        const size_t apart =
-            std::min(distance(upper, row.name), distance(upper, withoutPrefix(row.name)));
+        const size_t apart = distanceFromName(upper, row.name);
         if (apart < least) {
             least = apart;
             nearest = row.name;
