@@ -33,7 +33,7 @@ td, th { padding: .1em 1.2em .1em 0; text-align: left; vertical-align: top; }
 #list { position: relative; overflow: hidden; }
 .operation, .fold { position: absolute; left: 0; right: 0; overflow: hidden;
                     border-top: 1px solid var(--edge); padding-top: 3px; }
-.operation.chosen { outline: 2px solid var(--call); outline-offset: -2px; }
+.operation.chosen { background: var(--line); }
 .head { display: flex; gap: 1em; height: 24px; align-items: baseline; width: 100%; border: 0; padding: 0;
         background: none; color: inherit; font: inherit; text-align: left; cursor: pointer;
         white-space: nowrap; }
