@@ -103,39 +103,50 @@ size_t LogPage::indexOf(std::string_view text)
     return texts_.emplace(text, texts_.size()).first->second;
 }
 
-// The script has the order of the values, too.
+// A log can have a million calls, so the row is put together as text. The script has the order of the
+// values, too.
 void LogPage::add(const Operation& operation)
 {
-    Json calls = Json::array();
+    std::string row = "[";
+    const auto number = [&row](auto value) {
+        if (row.back() != '[')
+            row += ',';
+        row += std::to_string(value);
+    };
+    const auto text = [&row](std::string_view value) {
+        if (row.back() != '[')
+            row += ',';
+        row += embedded(Json(value));
+    };
+    number(indexOf(operation.name));
+    number(operation.begun);
+    number(toMicros(operation.elapsed));
+    number(flagsOf(operation));
+    number(indexOf(statusOf(operation)));
+    number(indexOf(meaningOf(operation)));
+    text(operation.process);
+    text(operation.thread);
+    number(indexOf(operation.program));
+    text(operation.key);
+    number(operation.file);
+    number(operation.line);
+    row += ",[";
     const std::vector<Bar> bars = barsOf(operation);
     for (size_t i = 0; i < bars.size(); ++i) {
         const TokenCall& call = operation.calls[i];
-        calls.push_back(indexOf(call.name));
-        calls.push_back(indexOf(call.result));
-        calls.push_back(toMicros(bars[i].begin));
-        calls.push_back(toMicros(bars[i].width));
-        calls.push_back(call.failed() ? 1 : 0);
+        number(indexOf(call.name));
+        number(indexOf(call.result));
+        number(toMicros(bars[i].begin));
+        number(toMicros(bars[i].width));
+        number(call.failed() ? 1 : 0);
     }
-    Json errors = Json::array();
+    row += "],[";
     for (const std::string& error : operation.errors)
-        errors.push_back(secrets_ ? error : withoutSecrets(error));
-    const Json row = {indexOf(operation.name),
-                      operation.begun,
-                      toMicros(operation.elapsed),
-                      flagsOf(operation),
-                      indexOf(statusOf(operation)),
-                      indexOf(meaningOf(operation)),
-                      operation.process,
-                      operation.thread,
-                      indexOf(operation.program),
-                      operation.key,
-                      operation.file,
-                      operation.line,
-                      calls,
-                      errors};
+        text(secrets_ ? error : withoutSecrets(error));
+    row += "]]";
     const bool bad = operation.failed() || !operation.finished;
     std::deque<Row>& rows = bad ? failed_ : others_;
-    rows.emplace_back(operation.begun, embedded(row));
+    rows.emplace_back(operation.begun, std::move(row));
     if (rows.size() > (bad ? mostFailed_ : mostOthers_)) {
         rows.pop_front();
         ++leftOut_;
