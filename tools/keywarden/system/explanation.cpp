@@ -254,8 +254,7 @@ constexpr Explanation rows[] = {
         NTE_INTERNAL_ERROR,
         "The operation failed. In classic this is the status of every failure of the token, and in "
         "modern that of results without a status of their own.",
-        "The PKCS#11 result is in the log: repeat it with \"keywarden log on\", and look at "
-        "\"keywarden log\"."),
+        "Repeat it with \"keywarden log on\": \"keywarden log\" then shows the PKCS#11 result."),
     NV_ROW(NTE_UI_REQUIRED, "The operation needs a dialog.", desktop, ExitCode::noDesktop),
     NV_ROW(NTE_DEVICE_NOT_READY, "The device is not ready.", checkReader),
     NV_ROW(NTE_AUTHENTICATION_IGNORED, "The authorisation that was given was not used.", tryAgain),

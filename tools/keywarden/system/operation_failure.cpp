@@ -38,6 +38,14 @@ std::string resultBehind(const Explanation& status)
                                                       : std::string();
 }
 
+// Whether the status stands for the result. What the provider itself refused has such a status, too, and
+// then the log may tell of an earlier operation.
+bool leadsTo(const std::string& result, const Explanation& status)
+{
+    const Explanation* known = explain(std::string_view(result));
+    return known != nullptr && isResult(*known) && &statusOfResult(known->value) == &status;
+}
+
 // The log of this process, in which the module writes.
 struct Logged {
     LogState state;
@@ -132,7 +140,8 @@ Failure operationFailure(SECURITY_STATUS status, const std::string& what, PinUse
     std::optional<Logged> logged;
     if (result.empty() && (general || !resultsOfStatus(row->value).empty())) {
         logged = readLog();
-        result = logged ? logged->result : std::string();
+        if (logged && (general || leadsTo(logged->result, *row)))
+            result = logged->result;
     }
     if (result.empty())
         return general ? failureWithoutResult(reason, *row, logged, pin)
