@@ -177,7 +177,8 @@ protected:
     {
         arguments.insert(arguments.begin(), "log");
         std::string found;
-        for (const Json& row : profile.json(arguments, 0)["operations"])
+        const Json document = profile.json(arguments, 0);
+        for (const Json& row : document["operations"])
             found += row["name"].get<std::string>() + " ";
         return found;
     }
