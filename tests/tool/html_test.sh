@@ -254,7 +254,7 @@ makePicture()
     local log=$work/nvksprovider-20260304.log
     grep -v 'script\|SharedSecret' "$here/sample.log" >"$log"
     drawPage "$log" "$work/picture.html"
-    takePicture "$work/picture.html" "$work/picture.png" 1000,880
+    takePicture "$work/picture.html" "$work/picture.png" 1000,720
     convert "$work/picture.png" -strip +dither -colors 64 "PNG8:$1"
 }
 
