@@ -9,9 +9,7 @@
 
 namespace NV::tool {
 
-namespace {
-
-size_t distance(std::string_view a, std::string_view b)
+size_t editDistance(std::string_view a, std::string_view b)
 {
     std::vector<std::vector<size_t>> cost(a.size() + 1, std::vector<size_t>(b.size() + 1));
     for (size_t i = 0; i <= a.size(); ++i)
@@ -30,14 +28,12 @@ size_t distance(std::string_view a, std::string_view b)
     return cost[a.size()][b.size()];
 }
 
-}  // namespace
-
 std::string nearest(std::string_view word, const std::vector<std::string>& candidates)
 {
     std::string best;
     size_t least = std::max<size_t>(1, word.size() / 3) + 1;
     for (const std::string& candidate : candidates) {
-        const size_t found = distance(word, candidate);
+        const size_t found = editDistance(word, candidate);
         if (found < least)
             std::tie(best, least) = std::pair(candidate, found);
     }

@@ -6,9 +6,9 @@
 #include <array>
 #include <cctype>
 #include <limits>
-#include <numeric>
 
 #include "keystore/token_status.h"
+#include "nearest.h"
 #include "p11/cryptoki.h"
 #include "text.h"
 
@@ -352,23 +352,6 @@ std::string upperCase(std::string_view text)
     return upper;
 }
 
-// The number of characters to insert, delete or replace that makes one text the other.
-size_t distance(std::string_view a, std::string_view b)
-{
-    std::vector<size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = row[0];
-        row[0] = i + 1;
-        for (size_t j = 0; j < b.size(); ++j) {
-            const size_t replaced = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({replaced, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.at(b.size());
-}
-
 // How far a text is from a name that it may mean. People leave out the beginning, "PIN_LOCKED", or the
 // end, "NTE_INTERNAL".
 size_t distanceFromName(std::string_view text, std::string_view name)
@@ -376,7 +359,7 @@ size_t distanceFromName(std::string_view text, std::string_view name)
     constexpr size_t leastPart = 4;
     if (text.size() >= leastPart && name.find(text) != std::string_view::npos)
         return (name.size() - text.size()) / leastPart;
-    return std::min(distance(text, name), distance(text, name.substr(name.find('_') + 1)));
+    return std::min(editDistance(text, name), editDistance(text, name.substr(name.find('_') + 1)));
 }
 
 }  // namespace
