@@ -5,8 +5,8 @@
 #                                           certificates limits log; default: all
 set -euo pipefail
 area=tool-files
-# shellcheck source=tests/tool/support.sh
-. "$(dirname "$0")/support.sh"
+# shellcheck source=tests/support/keywarden.sh
+. "$(dirname "$0")/../support/keywarden.sh"
 onOwnScreen "$@"
 
 prepare()

@@ -142,7 +142,7 @@ TEST_F(RegistrationTest, ARefusedSecondStepUndoesTheFirst)
 {
     cng.answers["add"] = noMemory;
     const std::string text = failureOf([this] { registerModule(system_); });
-    EXPECT_TRUE(contains(text, "BCryptAddContextFunctionProvider returned 0xc0000017")) << text;
+    EXPECT_TRUE(contains(text, "BCryptAddContextFunctionProvider returned STATUS_NO_MEMORY")) << text;
     EXPECT_FALSE(contains(text, "undone")) << text;
     EXPECT_EQ((Calls{registerCall, addCall, unregisterCall}), cng.changes());
     EXPECT_FALSE(cng.present);
@@ -193,7 +193,7 @@ TEST_F(RegistrationTest, ARefusedQueryIsAFailure)
                          "BCryptQueryProviderRegistration returned STATUS_ACCESS_DENIED"));
     cng.answers = {{"list", noMemory}};
     EXPECT_TRUE(contains(failureOf([this] { registerModule(system_); }),
-                         "BCryptEnumContextFunctionProviders returned 0xc0000017"));
+                         "BCryptEnumContextFunctionProviders returned STATUS_NO_MEMORY"));
     EXPECT_EQ(Calls{}, cng.changes());
 }
 

@@ -50,7 +50,8 @@ constexpr std::array examples = {
     Examples{"register", {"register", "register --json"}},
     Examples{"unregister", {"unregister", "unregister --json"}},
     Examples{"status", {"status", "status --json"}},
-    Examples{"log", {"log", "log --op SignHash --html signatures.html"}},
+    Examples{"log", {"log --failed", "log --op SignHash --html signatures.html"}},
+    Examples{"explain", {"explain CKR_PIN_LOCKED", "explain 0x8009002D"}},
     Examples{"help", {"help", "help sign"}},
     Examples{"version", {"version", "version --json"}},
     Examples{"completion",
@@ -101,7 +102,10 @@ void help(Session& session, CLI::App& program, const std::string& name)
     }
     if (command == nullptr)
         throw CLI::ValidationError("COMMAND", unknownCommandText(program, name));
-    const std::string text = command->help(name.empty() ? "" : program.get_name());
+    // Not CLI::App::help, which would give the help of "help": that is the command being run.
+    const std::string text = command->get_formatter()->make_help(
+        command, name.empty() ? program.get_name() : program.get_name() + " " + name,
+        CLI::AppFormatMode::Normal);
     printLines(session, text);
     session.out.document({{"help", text}});
 }
