@@ -96,8 +96,22 @@ testOutputs()
 
 # ---- standard input and output
 
+# onFullDisk ARGUMENTS...: runs keywarden where no file grows beyond 1 KiB, also that of its output.
+onFullDisk()
+{
+    (
+        trap '' XFSZ
+        ulimit -f 1
+        exec "$root/cmake/run-under-wine" "$program" "$@" >/dev/null 2>&1
+    )
+}
+
 testStreams()
 {
+    local status=0
+    onFullDisk help || status=$?
+    holds "an output that was cut is a failure" test "$status" = 1
+    holds "a whole one is none" onFullDisk version
     succeeds "sign from standard input to standard output" \
         pipedWithPin "$files/document" sign - --key 01AB -o -
     cp "$work/result" "$files/piped.sig"

@@ -4,12 +4,15 @@
 
 #include <windows.h>
 
+#include <io.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <random>
 
 #include <nlohmann/json.hpp>
 
+#include "failure.h"
 #include "printable.h"
 
 namespace NV::tool {
@@ -67,11 +70,15 @@ size_t width(std::string_view text)
         std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
 }
 
-// A reader that has gone away, such as a pager that ended, is not a failure of the command.
+// A reader that has gone away, such as a pager that ended, is not a failure of the command. A file that takes
+// no more is.
 void write(std::FILE* file, std::string_view text)
 {
-    static_cast<void>(std::fwrite(text.data(), 1, text.size(), file));
-    static_cast<void>(std::fflush(file));
+    const bool written =
+        std::fwrite(text.data(), 1, text.size(), file) == text.size() && std::fflush(file) == 0;
+    const auto handle = reinterpret_cast<HANDLE>(_get_osfhandle(_fileno(file)));
+    if (!written && GetFileType(handle) == FILE_TYPE_DISK)
+        lateFailure() = "the output could not be written whole: is the disk full?";
 }
 
 }  // namespace
