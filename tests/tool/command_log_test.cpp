@@ -257,7 +257,7 @@ TEST_F(LogCommand, SaysWhenAFullTraceWouldTellMore)
                   .record("INF", "NVKSPOpenKey", "DONE, STATUS=0x0, ELAPSED:1(ms), KEY=01AB")
                   .text());
     profile.expectRun(0, {"log", file},
-                      {"1 operations have only the record of their end", "keywarden log on"});
+                      {"Only the record of the end: 1 of these operations", "keywarden log on"});
     EXPECT_EQ(profile.json({"log", file}, 0)["untraced"], 1);
 }
 

@@ -1,7 +1,7 @@
 #!/bin/bash
 # Compares docs/commands.md with the help of keywarden: its commands, the options of each with their
-# placeholders and defaults, and the exit codes. The examples in the help must use options that exist. Prints "ok NAME" or "FAIL NAME: reason" for each check, then the counts. The
-# status is 1 if a check failed.
+# placeholders and defaults, and the exit codes. The examples in the help must use options that exist.
+# Prints "ok NAME" or "FAIL NAME: reason" for each check, then the counts. The status is 1 if a check failed.
 #   tests/tool/commands_test.sh [PAGE]
 set -euo pipefail
 
@@ -27,10 +27,14 @@ commandsOfHelp()
 # default of several words is text for people and is omitted.
 optionsOfHelp()
 {
-    # A long option has its description in the next line.
-    awk '/^  [-A-Z][^ ]*( [^ ]+)?$/ { held = $0; next }
-         held != "" { sub(/^ */, "  "); $0 = held $0; held = "" }
-         { print }' | awk '
+    # Descriptions go on in the next lines; that of a long option begins there.
+    awk 'substr($0, 1, 30) ~ /^ +$/ && length > 30 {
+             sub(/^ */, held ~ /^  [-A-Z][^ ]*( [^ ]+)?$/ ? "  " : " ")
+             held = held $0
+             next
+         }
+         { print held; held = $0 }
+         END { print held }' | awk '
         /^Subcommands:/ { exit }
         /^  [-A-Z]/ {
             option = substr($0, 3)

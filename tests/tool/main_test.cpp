@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -12,9 +14,19 @@ namespace NV::test {
 
 namespace {
 
-const std::vector<std::string> commands = {
-    "init",   "check", "keys",     "sign",       "verify", "encrypt", "decrypt", "export",
-    "derive", "log",   "register", "unregister", "status", "help",    "version", "completion"};
+const std::vector<std::string> commands = {"init",    "check",     "keys",       "sign",   "verify",
+                                           "encrypt", "decrypt",   "export",     "derive", "log",
+                                           "explain", "register",  "unregister", "status", "help",
+                                           "version", "completion"};
+
+size_t longestLine(const std::string& text)
+{
+    size_t longest = 0;
+    std::istringstream lines(text);
+    for (std::string line; std::getline(lines, line);)
+        longest = std::max(longest, line.size());
+    return longest;
+}
 
 TEST(CommandLine, HelpListsTheCommands)
 {
@@ -38,7 +50,16 @@ TEST(CommandLine, EachCommandHasHelp)
         EXPECT_TRUE(contains(result.output, "--help")) << result.output;
         EXPECT_TRUE(contains(result.output, "Examples:\n  keywarden " + command)) << result.output;
         EXPECT_EQ(runTool({"help", command}).output, result.output);
+        EXPECT_LE(longestLine(result.output), 80U) << result.output;
     }
+}
+
+TEST(CommandLine, SaysThatACommandIsRequired)
+{
+    const ChildResult result = runTool({});
+    EXPECT_EQ(result.exitCode, 2U);
+    EXPECT_TRUE(contains(result.output, "a command is required")) << result.output;
+    EXPECT_TRUE(contains(result.output, "keywarden --help")) << result.output;
 }
 
 TEST(CommandLine, HelpOfTheProgramAndOfAnUnknownCommand)

@@ -15,6 +15,7 @@
 #include "command/commands.h"
 #include "exit_code.h"
 #include "failure.h"
+#include "help_format.h"
 #include "logger/logger.h"
 #include "nearest.h"
 #include "session.h"
@@ -145,6 +146,7 @@ int run(const std::vector<std::string>& arguments)
     session.out.setJson(std::ranges::find(arguments, "--json") != arguments.end());
     CLI::App program("Sets up, checks and uses the Norvanta KeyWarden key storage provider.",
                      "keywarden");
+    program.formatter(helpFormatter());
     program.set_version_flag("--version", "keywarden " NV_VERSION_TEXT);
     program.add_flag_function(
         "--json", [&session](int64_t) { session.out.setJson(true); },
@@ -159,6 +161,8 @@ int run(const std::vector<std::string>& arguments)
     program.require_subcommand(1);
     program.fallthrough();
     addCommands(program, session);
+    if (arguments.empty())
+        return usageFailure(session, program, "a command is required");
     if (const std::string name = unknownCommand(program, arguments); !name.empty())
         return usageFailure(session, program, unknownCommandText(program, name));
     const int exitCode = parseAndRun(program, session, arguments);

@@ -226,9 +226,9 @@ void showText(Session& session, const Log& log, const LogSummary& summary,
         showFigures(session, summary, options);
     if (summary.untraced() > 0) {
         session.out.line();
-        session.out.line(std::to_string(summary.untraced()) +
-                         " operations have only the record of their end. A full trace shows their "
-                         "PKCS#11 calls, too: run \"keywarden log on\".");
+        session.out.line("Only the record of the end: " + std::to_string(summary.untraced()) +
+                         " of these operations. A full trace shows their PKCS#11 calls, too: run "
+                         "\"keywarden log on\".");
     }
 }
 

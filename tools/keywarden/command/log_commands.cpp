@@ -58,9 +58,9 @@ void setLevel(Session& session, const std::string& level, bool mustWrite)
 
 void addLogLevels(CLI::App& log, Session& session)
 {
-    log.add_subcommand("on", "Write a full trace: logLevel=TRACE in the configuration file")
+    log.add_subcommand("on", "Write a full trace: logLevel=TRACE in the file")
         ->callback([&session] { setLevel(session, "TRACE", true); });
-    log.add_subcommand("off", "Write one record for each operation: logLevel=INFO")
+    log.add_subcommand("off", "Write one record an operation: logLevel=INFO")
         ->callback([&session] { setLevel(session, "INFO", false); });
 }
 
