@@ -72,6 +72,22 @@ target_compile_definitions(
   bench_tracing PRIVATE MAKE_TOKEN="${PROJECT_SOURCE_DIR}/tests/support/fixtures/make-token.sh")
 add_dependencies(bench_tracing p11bridge_second)
 
+# keywarden, and the least that programs with the same calls can do.
+foreach(name empty_program bare_program)
+  add_executable(bench_${name} EXCLUDE_FROM_ALL least/${name}.cpp)
+  target_link_libraries(bench_${name} PRIVATE keywarden_warnings)
+  target_link_options(bench_${name} PRIVATE -static)
+endforeach()
+target_sources(bench_bare_program PRIVATE windows/bare_token.cpp)
+target_link_libraries(bench_bare_program PRIVATE bench_module)
+benchmark(tool tool.cpp LIBRARIES bench_module)
+target_compile_definitions(
+  bench_tool
+  PRIVATE KEYWARDEN=L"Z:$<TARGET_FILE:keywarden>"
+          EMPTY_PROGRAM=L"Z:$<TARGET_FILE:bench_empty_program>"
+          BARE_PROGRAM=L"Z:$<TARGET_FILE:bench_bare_program>")
+add_dependencies(bench_tool keywarden nvksprovider p11bridge bench_empty_program bench_bare_program)
+
 benchmark(logger logger.cpp LIBRARIES bench_module)
 
 # Tokens with thousands of certificates.

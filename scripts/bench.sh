@@ -15,7 +15,7 @@ cd "$root"
 windowsBenchmarks=(softhsm_operations scripted_operations modes logger tracing opening keys loading
     threads call_counts)
 hostBenchmarks=(codecs)
-scriptBenchmarks=(fleet)
+scriptBenchmarks=(fleet tool)
 
 bench=$build/bench
 parts=$bench/parts

@@ -1,11 +1,15 @@
 // certified_token.dll: the scripted token with one certificate and its key pair, for programs that a
 // test cannot script from outside. The environment variable ODD_CERTIFICATE names the certificate's
-// file. The functions are those of scripted_token.dll, which is beside the program.
+// file. The functions are those of scripted_token.dll, which is beside the program. ODD_FAULT can name a
+// function and what goes wrong in it: "C_Initialize hang", "C_GetSlotList crash", "C_Initialize exit",
+// "C_GetInfo print", "C_GetSlotList none".
 
 #include <windows.h>
 
 #include <fstream>
 #include <iterator>
+#include <sstream>
+#include <string>
 #include <vector>
 
 #include "p11/cryptoki.h"
@@ -53,6 +57,40 @@ void addObjects(const ScriptedTokenControl& control)
     control.addObject(kSlot, publicKey, std::size(publicKey));
 }
 
+// What ODD_FAULT says.
+struct OddFault {
+    std::string function;
+    std::string kind;
+};
+
+OddFault oddFault()
+{
+    OddFault fault;
+    char text[128] = "";
+    GetEnvironmentVariableA("ODD_FAULT", text, static_cast<DWORD>(sizeof text));
+    std::istringstream(text) >> fault.function >> fault.kind;
+    return fault;
+}
+
+void addFault(const ScriptedTokenControl& control)
+{
+    struct Kind {
+        const char* name;
+        Fault fault;
+        uint32_t value;
+        uint32_t nth;  // 0: every call
+    };
+    constexpr Kind kinds[] = {
+        {"hang", Fault::delay, 600000, 0},    {"crash", Fault::crash, 0, 0},
+        {"crash-second", Fault::crash, 0, 2}, {"exit", Fault::exitProcess, 77, 0},
+        {"print", Fault::print, 0, 0},        {"none", Fault::claims, 0, 0}};
+    const OddFault fault = oddFault();
+    for (const Kind& kind : kinds) {
+        if (fault.kind == kind.name)
+            control.addFault(fault.function.c_str(), kind.fault, kind.value, kind.nth);
+    }
+}
+
 template <typename Function>
 Function exportOf(HMODULE library, const char* name)
 {
@@ -70,7 +108,9 @@ extern "C" CK_RV NV_CK_CALL C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
     if (token == nullptr)
         return CKR_GENERAL_ERROR;
     static const bool added = [] {
-        addObjects(*exportOf<GetScriptedTokenControl>(token, "ScriptedTokenControl")());
+        const auto& control = *exportOf<GetScriptedTokenControl>(token, "ScriptedTokenControl")();
+        addObjects(control);
+        addFault(control);
         return true;
     }();
     static_cast<void>(added);

@@ -8,6 +8,7 @@
 
 #include "check/check.h"
 #include "contains.h"
+#include "formats/certificate_key.h"
 #include "logger/logger.h"
 #include "module_fixture.h"
 #include "scripted_token.h"
@@ -41,6 +42,13 @@ protected:
         checkCertificates(findings);
     }
 
+    // With the step that the child process of the program runs last.
+    void checkToTheEnd()
+    {
+        check();
+        checkUnloading(findings);
+    }
+
     void expectStep(const char* name, tool::Outcome outcome, const std::string& text,
                     const std::string& advice = {}) const
     {
@@ -62,7 +70,8 @@ protected:
     void addRsa()
     {
         token.addCertificate(rsaId, certificateWithSerial("rsa2048", ++serial_));
-        token.addRsaKeyPair(rsaId, 2048);
+        token.addRsaKeyPair(rsaId, 2048, kSlot,
+                            tool::rsaNumbers(certificateKey("rsa2048"))->modulus);
     }
 
     void setTokenFlags(CK_FLAGS flags) { token.addSlot(kSlot, kSlotFlags, flags); }

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
+#include <vector>
 
 #include "check_fixture.h"
 #include "modern_mode.h"
@@ -121,6 +123,83 @@ TEST_F(CheckToken, SecondSlotIsChosen)
     check();
     expectStep("chosen-slot", Outcome::ok, "slot 77, the first with an initialised token");
     EXPECT_EQ(stepOf(findings, "slots").details.size(), 2U);
+}
+
+// Programs get the keys of the first one only.
+TEST_F(CheckToken, TwoTokens)
+{
+    token.addSlot(kOtherSlot, kSlotFlags, kTokenFlags);
+    check();
+    expectStep("chosen-slot", Outcome::warning, "slot 52, the first of 2 with an initialised token",
+               "Remove the other tokens");
+}
+
+// It may be initialised: initialising it would delete its keys.
+TEST_F(CheckToken, TokenThatCannotBeRead)
+{
+    token.fail("C_GetTokenInfo", CKR_DEVICE_ERROR);
+    check();
+    expectStep("chosen-slot", Outcome::failed,
+               "the token cannot be read: C_GetTokenInfo: 00000030(CKR_DEVICE_ERROR)",
+               "Remove the token and insert it again");
+    EXPECT_FALSE(contains(stepOf(findings, "chosen-slot").advice, "nitialise"));
+    EXPECT_EQ(detailOf("slots"), "a token that cannot be read");
+}
+
+// Other callers of the library are not watched any longer.
+TEST_F(CheckToken, UnloadsTheLibrary)
+{
+    const ModernMode modern;
+    addRsa();
+    checkToTheEnd();
+    expectStep("library-unloads", Outcome::ok, "finalised and unloaded");
+    EXPECT_EQ(token.calls("C_Finalize").size(), 1U);
+    EXPECT_EQ(findings.p11, nullptr);
+}
+
+TEST_F(CheckToken, NothingToUnload)
+{
+    token.fail("C_GetFunctionList", CKR_HOST_MEMORY);
+    checkToTheEnd();
+    expectStep("library-unloads", Outcome::skipped, "no library was loaded");
+}
+
+TEST_F(CheckToken, LibraryThatOnlyHasToAnswer)
+{
+    token.clearSlots();
+    findings.library = ScriptedToken::path();
+    checkLibrary(findings);
+    checkAnswer(findings);
+    expectStep("slots", Outcome::ok, "the library lists its slots");
+}
+
+// What the child process sends to its parent.
+class Recorder : public tool::Progress {
+public:
+    void begun(const std::string& step) override { lines.push_back("begin " + step); }
+    void calls(const std::string& function) override { lines.push_back(function); }
+    void waits(bool) override { lines.emplace_back("wait"); }
+    void ended(const tool::Step& step) override { lines.push_back("end " + step.name); }
+
+    std::vector<std::string> lines;
+};
+
+TEST_F(CheckToken, TellsWhatIsUnderWay)
+{
+    Recorder recorder;
+    findings.progress = &recorder;
+    check();
+    findings.flush();
+    const auto at = [&](const std::string& line) {
+        return std::ranges::find(recorder.lines, line) - recorder.lines.begin();
+    };
+    const std::vector<std::string> order = {
+        "begin library-loads", "LoadLibrary",  "C_GetFunctionList", "end library-loads",
+        "begin slots",         "C_Initialize", "C_GetSlotList",     "end slots"};
+    for (size_t i = 1; i < order.size(); ++i)
+        EXPECT_LT(at(order[i - 1]), at(order[i])) << order[i];
+    EXPECT_LT(at(order.back()), static_cast<ptrdiff_t>(recorder.lines.size()));
+    findings.progress = nullptr;
 }
 
 TEST_F(CheckToken, PinLocked)

@@ -11,6 +11,8 @@
 #include "config/config_values.h"
 #include "contains.h"
 #include "failure.h"
+#include "file_rights.h"
+#include "scripted_token.h"
 #include "system/configuration.h"
 #include "text.h"
 #include "tool_program.h"
@@ -23,7 +25,13 @@ class Init : public testing::Test {
 protected:
     Init() : library(narrowPath(tokens.path() / "odd.dll"))
     {
-        writeFile(tokens.path() / "odd.dll", "a placeholder for a library");
+        copyLibrary(tokens.path() / "odd.dll");
+    }
+
+    static void copyLibrary(const std::filesystem::path& to)
+    {
+        create_directories(to.parent_path());
+        copy_file(ScriptedToken::widePath(), to);
     }
 
     std::string written() const { return readFile(profile.configFile()); }
@@ -146,11 +154,44 @@ TEST_F(Init, RefusesAMissingLibrary)
     expectNothingWritten();
 }
 
+TEST_F(Init, RefusesALibraryThatDoesNotLoad)
+{
+    const auto file = tokens.path() / "text.dll";
+    writeFile(file, "not a library");
+    profile.expectRun(1, {"init", "--p11", narrowPath(file)},
+                      {"cannot be used: the file is not a Windows DLL", "--no-test"});
+    expectNothingWritten();
+    profile.expectRun(0, {"init", "--p11", narrowPath(file), "--no-test"}, {"Written: "});
+}
+
+TEST_F(Init, RefusesALibraryThatIsNoPkcs11Library)
+{
+    profile.expectRun(1, {"init", "--p11", narrowPath(widePathBesideTest(L"not_pkcs11.dll"))},
+                      {"cannot be used: it does not export C_GetFunctionList"});
+    expectNothingWritten();
+}
+
+TEST_F(Init, RefusesALibraryThatHangs)
+{
+    const std::string hanging = narrowPath(oddLibrary(L"certified_token.dll"));
+    profile.expectRun(1, {"init", "--timeout", "3", "--p11", hanging},
+                      {"cannot be used: the vendor's library did not come back from C_Initialize"},
+                      {.environment = {{L"ODD_FAULT", L"C_Initialize hang"}}});
+    expectNothingWritten();
+}
+
+// A card need not be in the reader.
+TEST_F(Init, TakesALibraryWithoutAToken)
+{
+    profile.expectRun(0, {"init", "--p11", narrowPath(oddLibrary(L"certified_token.dll"))},
+                      {"Written: "}, {.environment = {{L"ODD_FAULT", L"C_GetSlotList none"}}});
+}
+
 // The file is modern.
 TEST_F(Init, TakesALibraryOutsideAscii)
 {
     const auto odd = tokens.path() / L"t\u00f6ken.dll";
-    writeFile(odd, "a placeholder for a library");
+    copyLibrary(odd);
     profile.expectRun(0, {"init", "--p11", narrowPath(odd)}, {"Written: "});
     EXPECT_EQ(value("p11File"), tool::toUtf8(odd));
     EXPECT_EQ(configuredLibrary(Config::instance()), tool::toUtf8(odd));
@@ -167,7 +208,8 @@ TEST_F(Init, LeavesNothingBehindWhenTheFileCannotBeReplaced)
 {
     // A folder is where the file should be.
     create_directories(profile.configFile());
-    profile.expectRun(1, {"init", "--p11", library, "--force"}, {"cannot be replaced: "});
+    profile.expectRun(1, {"init", "--p11", library, "--force"},
+                      {"cannot be written: it is a folder"});
     EXPECT_EQ(entryNames(profile.folder()), std::vector<std::string>{"nvksprovider.conf"});
     EXPECT_TRUE(is_directory(profile.configFile()));
 }
@@ -189,8 +231,8 @@ protected:
             if (exists(programs / product))
                 throw std::runtime_error("this machine has the products that the test puts there");
         }
-        writeFile(programs / opensc, "a placeholder for OpenSC");
-        writeFile(programs / yubico, "a placeholder for Yubico");
+        copyLibrary(programs / opensc);
+        copyLibrary(programs / yubico);
         writeFile(programs / "OpenSC Project/OpenSC/other.dll", "not one of them");
     }
     void TearDown() override { removeProducts(); }
@@ -213,6 +255,17 @@ TEST_F(InitAsks, WhichLibrary)
     profile.expectRun(0, {"init"},
                       {"  1  OpenSC  ", "  2  Yubico PIV Tool  ", "Which one (1 to 2)?"},
                       answering("2\n"));
+    EXPECT_EQ(value("p11File"), narrowPath((programs / yubico).make_preferred()));
+}
+
+TEST_F(InitAsks, ButOffersNoLibraryThatOthersMayReplace)
+{
+    const auto file = (programs / opensc).make_preferred();
+    setRights(file.parent_path(), writableByAll);
+    profile.expectRun(
+        0, {"init"},
+        {"Not offered, because other users may write to it: " + narrowPath(file), "(1 to 1)?"},
+        answering("1\n"));
     EXPECT_EQ(value("p11File"), narrowPath((programs / yubico).make_preferred()));
 }
 
@@ -306,10 +359,9 @@ TEST(ConfigurationText, WritesTheLogFolderInTheCodePage)
     configuration["logStore"] = "C:\\L\xC3\xB6gs";
     const TemporaryFolder folder;
     const auto file = folder.path() / "odd.conf";
-    tool::writeConfiguration(file, tool::configurationText(configuration));
+    writeFile(file, tool::configurationText(configuration));
     Config::instance().load(narrowPath(file));
     EXPECT_EQ(Config::instance().get("logStore"), narrowPath(L"C:\\L\u00f6gs"));
-    EXPECT_EQ(entryNames(folder.path()), std::vector<std::string>{"odd.conf"});
 }
 
 }  // namespace

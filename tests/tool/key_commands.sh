@@ -580,7 +580,7 @@ testJson()
     prints '(.keys | length) == 10 and ([.keys[].name] | index("01AB") != null)' keys \
         keywarden --json keys
     prints '.keys | map(keys_unsorted) | unique == [["name", "algorithm", "bits", "subject",
-        "expires", "expired", "operations"]]' "fields of a key" keywarden --json keys
+        "expires", "expired", "published", "operations"]]' "fields of a key" keywarden --json keys
     prints '.keys[] | select(.name == "0E01") | .expired == true and .bits == 256
         and .operations == ["sign", "verify", "agree"]' "expired" keywarden --json keys
     prints '.keys[] | select(.name == "01AB") | .expired == false
@@ -623,7 +623,7 @@ testCng()
     fails 1 "is not a key storage provider" "--module that is something else" \
         keywarden keys --module 'C:\windows\system32\version.dll'
     mv "$profile/.norvanta-keywarden" "$profile/away"
-    fails 1 "it cannot read its configuration" "no configuration" keywarden keys
+    fails 1 "Cannot open file: .*nvksprovider.conf" "no configuration" keywarden keys
     holds "no configuration: advice" grep -q 'keywarden check' "$work/out"
     mv "$profile/away" "$profile/.norvanta-keywarden"
 }

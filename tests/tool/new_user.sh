@@ -67,7 +67,7 @@ prepare || {
 }
 succeeds "install" install
 succeeds "keywarden prints its version" keywarden --version
-fails 1 "it cannot read its configuration" "before init, the keys cannot be listed" keywarden keys
+fails 1 "Cannot open file: .*nvksprovider.conf" "before init, the keys cannot be listed" keywarden keys
 fails 1 "keywarden init" "and check gives advice" keywarden check
 succeeds "init" keywarden init --p11 "$(windowsPath "$windows/winelib/p11bridge.dll")"
 holds "the configuration is in the user's profile" test -f "$(ownFolder)/nvksprovider.conf"

@@ -4,9 +4,6 @@
 
 #include <windows.h>
 
-#include <aclapi.h>
-#include <sddl.h>
-
 #include <filesystem>
 #include <span>
 #include <string>
@@ -15,6 +12,7 @@
 
 #include "contains.h"
 #include "failure.h"
+#include "file_rights.h"
 #include "folder.h"
 #include "output.h"
 #include "output_file.h"
@@ -142,33 +140,29 @@ TEST_F(OutputFiles, LongNamesHaveRoom)
     EXPECT_EQ(readFile(at(longName.c_str())), "x");
 }
 
-// The file's access control list in the form "D:P(A;;FA;;;S-1-5-...)".
-std::string accessOf(const std::filesystem::path& file)
-{
-    PSECURITY_DESCRIPTOR descriptor = nullptr;
-    EXPECT_EQ(GetNamedSecurityInfoW(file.c_str(), SE_FILE_OBJECT, DACL_SECURITY_INFORMATION,
-                                    nullptr, nullptr, nullptr, nullptr, &descriptor),
-              0U);
-    char* text = nullptr;
-    EXPECT_TRUE(ConvertSecurityDescriptorToStringSecurityDescriptorA(
-        descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text, nullptr));
-    const std::string access = text;
-    LocalFree(text);
-    LocalFree(descriptor);
-    return access;
-}
-
 // Wine keeps the rights as the mode of a Unix file, which always has an entry of the system.
 TEST_F(OutputFiles, ASecretIsReadableByTheUserAlone)
 {
     write(L"public", "x");
-    EXPECT_TRUE(contains(accessOf(at(L"public")), ";WD)")) << accessOf(at(L"public"));
+    EXPECT_TRUE(contains(rightsOf(at(L"public")), ";WD)")) << rightsOf(at(L"public"));
     writeFile(at(L"secret"), "for all");
     write(L"secret", "secret", {.force = true, .secret = true});
-    const std::string access = accessOf(at(L"secret"));
+    const std::string access = rightsOf(at(L"secret"));
     for (const char* others : {";WD)", ";AU)", ";DU)"})
         EXPECT_FALSE(contains(access, others)) << access;
     EXPECT_TRUE(contains(access, "(A;")) << access;
+}
+
+TEST_F(OutputFiles, AReplacedFileKeepsItsRights)
+{
+    writeFile(at(L"old"), "for all");
+    setRights(at(L"old"), writableByAll);
+    const std::string rights = rightsOf(at(L"old"));
+    write(L"old", "new", {.force = true});
+    EXPECT_EQ(readFile(at(L"old")), "new");
+    EXPECT_EQ(rightsOf(at(L"old")), rights);
+    write(L"new", "new");
+    EXPECT_NE(rightsOf(at(L"new")), rights);
 }
 
 TEST_F(OutputFiles, ADeviceIsWrittenTo)

@@ -30,6 +30,7 @@ void addCommands(CLI::App& program, Session& session)
 {
     addInit(program, session);
     addCheck(program, session);
+    addCheckSteps(program);
     addKeys(program, session);
     addSign(program, session);
     addVerify(program, session);
@@ -158,6 +159,11 @@ int run(const std::vector<std::string>& arguments)
             "User profile folder (default: that of the current user)")
         ->option_text("DIR")
         ->trigger_on_parse();
+    program
+        .add_option("--timeout", session.timeout,
+                    "Seconds that the token's library may take (default: 20 for check, else 120)")
+        ->option_text("SECONDS")
+        ->check(CLI::Range(1U, 3600U));
     program.require_subcommand(1);
     program.fallthrough();
     addCommands(program, session);

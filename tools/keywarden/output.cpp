@@ -155,6 +155,19 @@ std::string Output::coloured(Colour colour, std::string_view text) const
     return begin(colour) + std::string(text) + begin(Colour::none);
 }
 
+void Output::progress(std::string_view text)
+{
+    if (!errorIsTerminal_)
+        return;
+    // One call: on a console, the C library would write each character separately.
+    const std::string shown = printable(text).substr(0, 78);
+    const std::string line = "\r" + std::string(progressWidth_, ' ') + "\r" + shown;
+    progressWidth_ = shown.size();
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), line.data(), static_cast<DWORD>(line.size()),
+              &written, nullptr);
+}
+
 void Output::document(const Json& document) const
 {
     if (json_)

@@ -41,6 +41,10 @@ public:
     // The text in a colour if colours are on. The result is for `line` alone.
     std::string coloured(Colour colour, std::string_view text) const;
 
+    // Shows the text in place of the previous one, on a line of its own on standard error, if that
+    // is a terminal. An empty text removes it, which must be done before other output.
+    void progress(std::string_view text);
+
     void document(const Json& document) const;
 
     // Prints a reason and, if it is not empty, an advice to standard error. With --json it prints
@@ -62,6 +66,7 @@ private:
     // Stands for the beginning of a colour in a text for `line`, followed by the colour's letter. No
     // text from outside can contain it.
     std::string mark_;
+    size_t progressWidth_ = 0;
 };
 
 }  // namespace NV::tool

@@ -14,6 +14,7 @@
 #include <optional>
 #include <utility>
 
+#include "access_rights.h"
 #include "failure.h"
 #include "files.h"
 #include "output.h"
@@ -187,12 +188,14 @@ public:
         if (!FlushFileBuffers(handle_.get()))
             cannotWrite(name_, errorText(GetLastError()));
         handle_.reset(INVALID_HANDLE_VALUE);
-        const bool replaces =
-            rules.force && GetFileAttributesW(target_.c_str()) != INVALID_FILE_ATTRIBUTES;
+        const bool keepsRights = rules.force && !rules.secret &&
+                                 GetFileAttributesW(target_.c_str()) != INVALID_FILE_ATTRIBUTES;
+        // For when ReplaceFile cannot do it. A disk without access rights refuses.
+        if (keepsRights)
+            copyAccessRights(target_, path_);
         renamed_ =
-            (replaces && !rules.secret &&
-             ReplaceFileW(target_.c_str(), path_.c_str(), nullptr, REPLACEFILE_IGNORE_MERGE_ERRORS,
-                          nullptr, nullptr)) ||
+            (keepsRights && ReplaceFileW(target_.c_str(), path_.c_str(), nullptr,
+                                         REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr)) ||
             MoveFileExW(path_.c_str(), target_.c_str(),
                         MOVEFILE_WRITE_THROUGH |
                             (rules.force ? static_cast<DWORD>(MOVEFILE_REPLACE_EXISTING) : 0));

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <chrono>
 #include <filesystem>
 
 #include "output.h"
@@ -15,6 +16,13 @@ struct Session {
     // The module whose table is used. Empty: nvksprovider.dll beside this program or, if there is
     // none, the installed one.
     std::filesystem::path module;
+    // How long the vendor's library may take; 0: the default of the command.
+    unsigned timeout = 0;
+
+    std::chrono::milliseconds limit(std::chrono::seconds standard) const
+    {
+        return timeout != 0 ? std::chrono::seconds(timeout) : standard;
+    }
 };
 
 }  // namespace NV::tool

@@ -21,6 +21,14 @@ thread_local bool throughList = false;
 // NOLINTNEXTLINE(performance-no-int-to-ptr)
 volatile int* const nowhere = reinterpret_cast<int*>(ULONG_PTR{0x7390});
 
+void printLine(std::string_view function)
+{
+    const std::string line = "scripted line in " + std::string(function) + "\n{\"steps\": 1}\n";
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), line.data(), static_cast<DWORD>(line.size()),
+              &written, nullptr);
+}
+
 bool actsOnBuffer(test::Fault fault)
 {
     return fault == test::Fault::bufferTooSmall || fault == test::Fault::secondCountLarger ||
@@ -185,6 +193,10 @@ Arrival::Arrival(const char* function, const Line& arguments, const void* buffer
     for (const PlannedFault& planned : striking) {
         if (planned.fault == test::Fault::crash)
             *nowhere = 1;
+        if (planned.fault == test::Fault::exitProcess)
+            ExitProcess(planned.value);
+        if (planned.fault == test::Fault::print)
+            printLine(function);
         if (planned.fault == test::Fault::throwException)
             throwScripted(function);
         if (planned.fault == test::Fault::throwAfterWork)

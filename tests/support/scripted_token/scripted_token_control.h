@@ -17,6 +17,8 @@ enum class Fault : uint32_t {
     delay,             // wait `value` milliseconds, then continue as usual
     throwAfterWork,    // do the work of the call, then throw as above
     crash,             // write to an address that is not mapped
+    exitProcess,       // end the process with the exit code `value`
+    print,             // write a line to standard output, then continue as usual
     valueUnavailable,  // C_GetAttributeValue: CKR_OK, but no value and CK_UNAVAILABLE_INFORMATION
     // A call that gives a list or bytes: CKR_OK, but the count or length reported is `value`, with a
     // buffer and without one.

@@ -1,4 +1,4 @@
-// The steps for the configuration file and for its log folder.
+// The steps for the configuration file.
 
 #include <algorithm>
 #include <cctype>
@@ -353,19 +353,6 @@ void reportBehaviour(Findings& findings)
                       "configuration. docs/modes.md compares the two behaviours.");
 }
 
-// Creates and deletes a file there. ERROR_SUCCESS, or the system's error.
-DWORD tryToWriteInto(const std::filesystem::path& folder)
-{
-    const std::filesystem::path probe =
-        folder / (L"keywarden-check-" + std::to_wstring(GetCurrentProcessId()) + L".tmp");
-    HANDLE file = CreateFileW(probe.c_str(), GENERIC_WRITE, 0, nullptr, CREATE_NEW,
-                              FILE_ATTRIBUTE_TEMPORARY | FILE_FLAG_DELETE_ON_CLOSE, nullptr);
-    if (file == INVALID_HANDLE_VALUE)
-        return GetLastError();
-    CloseHandle(file);
-    return ERROR_SUCCESS;
-}
-
 }  // namespace
 
 void checkConfiguration(Findings& findings)
@@ -398,41 +385,6 @@ void checkConfiguration(Findings& findings)
     const bool toFile = (parseLogTypes(config.get("logTypes")) & logToFile) != 0;
     if (toFile && !config.get("logStore").empty())
         findings.logFolder = configuredLogFolder();
-}
-
-void checkLogFolder(Findings& findings)
-{
-    constexpr const char* name = "log-folder";
-    if (!findings.configurationRead) {
-        findings.skip(name, "the configuration could not be read");
-        return;
-    }
-    const std::filesystem::path& folder = findings.logFolder;
-    if (folder.empty()) {
-        findings.ok(name, "no log files: logTypes lacks FILE, or logStore is empty");
-        return;
-    }
-    std::error_code error;
-    const bool made = std::filesystem::create_directories(folder, error);
-    if (!std::filesystem::is_directory(folder, error))
-        findings.fail(name, toUtf8(folder) + " does not exist and cannot be created",
-                      std::string(isModern()
-                                      ? "Without the folder, there is no log."
-                                      : "Without the folder, every call of the provider fails.") +
-                          " Choose another logStore, or leave logTypes empty.");
-    else if (const DWORD refusal = tryToWriteInto(folder); refusal != ERROR_SUCCESS)
-        findings.warn(name,
-                      "no file can be created in " + toUtf8(folder) + ": " + errorText(refusal),
-                      "Records are dropped. Grant the user write access, or choose another "
-                      "logStore.");
-    else if (!folder.is_absolute())
-        findings.warn(
-            name, toUtf8(folder) + " is not a full path, so each program logs to a different place",
-            "Begin logStore with a drive, or with ~ for the user's profile.");
-    else
-        findings.ok(name, toUtf8(folder) + " is writable");
-    if (made)
-        std::filesystem::remove(folder, error);
 }
 
 }  // namespace NV::tool

@@ -183,11 +183,14 @@ void checkFunctionList(Findings& findings, const P11Module& unrepaired)
 bool checkLoading(Findings& findings)
 {
     constexpr const char* name = "library-loads";
+    findings.begin(name);
+    findings.call("LoadLibrary");
+    const LoadedLibrary library = libraryLoading().load(findings.library);
+    const DWORD error = GetLastError();
+    findings.call("C_GetFunctionList");
     P11Module module(findings.library);
     module.setRepairFunctionList(false);
     if (!module.load()) {
-        const LoadedLibrary library = libraryLoading().load(findings.library);
-        const DWORD error = GetLastError();
         if (library == nullptr)
             findings.fail(name, "the system cannot load it: " + errorText(error),
                           "See the library's documentation for its requirements.");
@@ -205,6 +208,18 @@ bool checkLoading(Findings& findings)
     return true;
 }
 
+// As the provider does it. The calls of the steps that follow can then be named.
+void loadForUse(Findings& findings)
+{
+    findings.call("C_GetFunctionList");
+    auto module = std::make_shared<P11Module>(findings.library);
+    if (!module->load())
+        return;
+    findings.watch = std::make_unique<CallWatch>(
+        module, [&findings](const char* function) { findings.call(function); });
+    findings.p11 = std::make_unique<Pkcs11>(module);
+}
+
 }  // namespace
 
 void checkLibrary(Findings& findings)
@@ -219,8 +234,22 @@ void checkLibrary(Findings& findings)
     checkDependencies(findings, imports);
     if (!checkLoading(findings))
         return;
-    findings.p11 = std::make_unique<Pkcs11>();
-    findings.discovered = findings.p11->loadModule(findings.library);
+    loadForUse(findings);
+}
+
+void checkUnloading(Findings& findings)
+{
+    constexpr const char* name = "library-unloads";
+    if (findings.p11 == nullptr) {
+        findings.skip(name, "no library was loaded");
+        return;
+    }
+    findings.begin(name);
+    findings.slot = nullptr;
+    findings.call("C_Finalize");
+    findings.watch.reset();
+    findings.p11.reset();
+    findings.ok(name, "finalised and unloaded");
 }
 
 }  // namespace NV::tool

@@ -1,9 +1,8 @@
 // Steps on slots and tokens: which ones exist, which slot the provider uses, the state of the PIN.
 
+#include <algorithm>
+
 #include "check/check.h"
-#include "p11/p11text.h"
-#include "system/public_session.h"
-#include "text.h"
 
 namespace NV::tool {
 
@@ -38,6 +37,8 @@ constexpr FlagText flagTexts[] = {
 std::string describe(const P11Slot& slot)
 {
     const CK_TOKEN_INFO& token = slot.tokenInfo();
+    if (slot.id() == 0 && token.label[0] == 0)
+        return "a token that cannot be read";
     std::string text = "slot " + std::to_string(slot.id()) + ": \"" + field(token.label) +
                        "\", serial " + field(token.serialNumber);
     for (const FlagText& row : flagTexts) {
@@ -47,24 +48,78 @@ std::string describe(const P11Slot& slot)
     return text;
 }
 
-// The first call of the discovery that fails, with its result.
-std::string failingCall(Pkcs11& p11)
+// Results that only say who has initialised the library.
+bool isNoFailure(const FailedCall& call)
 {
-    // In modern, the library stays initialized.
-    const bool joined = p11.module()->joined();
-    CK_RV rv = joined ? CKR_OK : p11.C_Initialize(nullptr);
-    if (rv != CKR_OK)
-        return std::string("C_Initialize: ") + returnValueText(rv);
-    CK_INFO info{};
-    CK_ULONG count = 0;
-    std::string failing;
-    if ((rv = p11.C_GetInfo(&info)) != CKR_OK)
-        failing = std::string("C_GetInfo: ") + returnValueText(rv);
-    else if ((rv = p11.C_GetSlotList(CK_TRUE, nullptr, &count)) != CKR_OK)
-        failing = std::string("C_GetSlotList: ") + returnValueText(rv);
-    if (!joined && (rv = p11.C_Finalize(nullptr)) != CKR_OK && failing.empty())
-        failing = std::string("C_Finalize: ") + returnValueText(rv);
-    return failing.empty() ? "a second attempt succeeded" : failing;
+    return call.rv == CKR_CRYPTOKI_ALREADY_INITIALIZED || call.rv == CKR_CRYPTOKI_NOT_INITIALIZED;
+}
+
+// The call of the discovery that failed.
+std::string failingCall(const CallWatch& watch)
+{
+    for (const char* function : {"C_Initialize", "C_GetInfo", "C_GetSlotList", "C_Finalize"}) {
+        const FailedCall* failed = watch.failureOf(function);
+        if (failed != nullptr && !isNoFailure(*failed))
+            return describe(*failed);
+    }
+    return "a function is missing, or gave a result that cannot be true";
+}
+
+constexpr const char* serviceAdvice =
+    "Check the library's configuration and log, and whether its service is running.";
+
+// Begins the step "slots", and ends it if the library does not list them.
+bool discover(Findings& findings)
+{
+    constexpr const char* name = "slots";
+    if (findings.p11 == nullptr) {
+        findings.skip(name, "there is no library to query");
+        return false;
+    }
+    findings.begin(name);
+    findings.discovered = findings.p11->sharedModule()->init();
+    if (!findings.discovered)
+        findings.fail(name, "the library does not list its slots; " + failingCall(*findings.watch),
+                      serviceAdvice);
+    return findings.discovered;
+}
+
+// No slot has a token that the provider can use. A token that cannot be read may be initialised.
+void reportNoChoice(Findings& findings)
+{
+    constexpr const char* name = "chosen-slot";
+    const FailedCall* unread = findings.watch->failureOf("C_GetTokenInfo");
+    if (unread == nullptr)
+        unread = findings.watch->failureOf("C_GetSlotInfo");
+    if (unread != nullptr)
+        findings.fail(
+            name, "the token cannot be read: " + describe(*unread),
+            "Remove the token and insert it again. Check with the vendor's tool whether it "
+            "can read the token.");
+    else
+        findings.fail(name, "no token is initialised, so the provider has no keys",
+                      "Initialise the token with the vendor's tool.");
+}
+
+bool isUsable(const P11Slot& slot)
+{
+    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+}
+
+void reportChoice(Findings& findings)
+{
+    constexpr const char* name = "chosen-slot";
+    const auto usable = std::ranges::count_if(findings.p11->module()->slots(),
+                                              [](const auto& slot) { return isUsable(*slot); });
+    const std::string text = "slot " + std::to_string(findings.slot->id()) + ", the first ";
+    if (usable > 1)
+        findings.warn(
+            name, text + "of " + std::to_string(usable) + " with an initialised token",
+            "The provider uses the first one only. Remove the other tokens, or hide their "
+            "slots in the library's settings.");
+    else
+        findings.ok(name, text + "with an initialised token");
 }
 
 void checkPin(Findings& findings, const CK_TOKEN_INFO& token)
@@ -93,16 +148,8 @@ void checkPin(Findings& findings, const CK_TOKEN_INFO& token)
 
 void checkTokens(Findings& findings)
 {
-    if (findings.p11 == nullptr) {
-        findings.skip("slots", "there is no library to query");
+    if (!discover(findings))
         return;
-    }
-    if (!findings.discovered) {
-        findings.fail(
-            "slots", "the library does not list its slots; " + failingCall(*findings.p11),
-            "Check the library's configuration and log, and whether its service is running.");
-        return;
-    }
     const auto& slots = findings.p11->module()->slots();
     if (slots.empty()) {
         findings.fail("slots", "no slot contains a token",
@@ -115,13 +162,17 @@ void checkTokens(Findings& findings)
         findings.detail(describe(*slot));
     findings.slot = findings.p11->module()->firstActiveSlot();
     if (findings.slot == nullptr) {
-        findings.fail("chosen-slot", "no token is initialised, so the provider has no keys",
-                      "Initialise the token with the vendor's tool.");
+        reportNoChoice(findings);
         return;
     }
-    findings.ok("chosen-slot", "slot " + std::to_string(findings.slot->id()) +
-                                   ", the first with an initialised token");
+    reportChoice(findings);
     checkPin(findings, findings.slot->tokenInfo());
+}
+
+void checkAnswer(Findings& findings)
+{
+    if (discover(findings))
+        findings.ok("slots", "the library lists its slots");
 }
 
 }  // namespace NV::tool

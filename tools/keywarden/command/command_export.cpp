@@ -14,7 +14,7 @@
 #include "session.h"
 #include "system/key_choice.h"
 #include "system/key_storage.h"
-#include "system/token_objects.h"
+#include "system/token_contents.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -34,9 +34,10 @@ Bytes exported(const Key& key, const std::wstring& name, const std::string& form
 {
     if (format == "blob")
         return key.publicBlob();
-    const Certificate certificate = certificateOfKey(tokenObjects(), name);
+    const Certificate certificate = readToken().certificateOf(name);
     if (certificate == nullptr)
-        throw Failure("there is no certificate for the key \"" + toUtf8(name) + "\"",
+        throw Failure("the certificate of the key \"" + toUtf8(name) +
+                          "\" cannot be read from the token",
                       "Run \"keywarden check\" to see the certificates of the token.");
     const bool whole = format.starts_with("cert");
     Bytes der = whole ? Bytes(certificate->pbCertEncoded,

@@ -3,121 +3,170 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <optional>
-
 #include "command/commands.h"
 #include "command/options.h"
-#include "config/config.h"
+#include "exit_code.h"
+#include "failure.h"
 #include "formats/certificate.h"
-#include "p11/p11.h"
 #include "session.h"
-#include "system/configuration.h"
 #include "system/key_storage.h"
-#include "system/public_session.h"
+#include "system/published.h"
+#include "system/token_contents.h"
 #include "text.h"
 
 namespace NV::tool {
 
 namespace {
 
-// The public key objects of the token that the provider uses.
-class PublicKeyObjects {
-public:
-    // A token that cannot be read is no error here: the operations on it report the reason.
-    PublicKeyObjects()
-    {
-        loadConfiguration();
-        if (!p11_.loadModule(Config::instance().get("p11File")))
-            return;
-        if (const P11Slot* slot = p11_.module()->firstActiveSlot())
-            session_.emplace(p11_, slot->id());
-    }
-
-    bool has(const std::wstring& keyName)
-    {
-        return !session_ || !session_->isOpen() ||
-               session_->hasPublicKey(hexDecode(toUtf8(keyName)));
-    }
-
-private:
-    Pkcs11 p11_;
-    std::optional<PublicSession> session_;
-};
-
 struct KeyRow {
     std::string name;
-    std::string algorithm;
+    std::string algorithm = {};
     DWORD bits = 0;
     std::string subject = {};
     std::string expires = {};
     bool expired = false;
+    bool published = false;
     std::vector<std::string> operations = {};
 };
 
+// An entry of "My" that does not fit the token.
+struct StaleRow {
+    std::string name;
+    std::string subject;
+    std::string expires;
+    std::string thumbprint;
+};
+
+struct KeyList {
+    std::vector<KeyRow> keys;
+    std::vector<StaleRow> stale;
+    bool tokenRead = false;
+};
+
 // The token verifies and encrypts with its public key object. What the private key can do is visible
-// only after a login.
-std::vector<std::string> operationsOf(const Key& key, bool hasPublicKey)
+// only after a login. The operations on a curve that CNG has no blob for end where a peer is needed.
+std::vector<std::string> operationsOf(const std::string& algorithm, bool hasPublicKey)
 {
-    if (key.isRsa() && hasPublicKey)
+    if (algorithm == "RSA" && hasPublicKey)
         return {"sign", "verify", "encrypt", "decrypt"};
-    if (key.isRsa())
+    if (algorithm == "RSA")
         return {"sign", "decrypt"};
+    if (algorithm.empty())
+        return {};
+    std::vector<std::string> operations = {"sign"};
     if (hasPublicKey)
-        return {"sign", "verify", "agree"};
-    return {"sign", "agree"};
+        operations.emplace_back("verify");
+    if (algorithm != "ECDSA")
+        operations.emplace_back("agree");
+    return operations;
 }
 
-KeyRow describe(const Key& key, const std::wstring& name)
+KeyRow describe(const TokenCertificate& certificate, const std::vector<StoredCertificate>& stored)
 {
-    KeyRow row{.name = toUtf8(name),
-               .algorithm = toUtf8(key.text(NCRYPT_ALGORITHM_PROPERTY)),
-               .bits = key.bits()};
-    if (const Certificate certificate = publishedCertificate(name)) {
-        row.subject = subjectOf(*certificate);
-        row.expires = expiryOf(*certificate);
-        row.expired = isExpired(*certificate);
+    KeyRow row{.name = toUtf8(certificate.keyName),
+               .algorithm = certificate.algorithm(),
+               .bits = certificate.bits,
+               .published = isPublished(stored, certificate)};
+    row.operations = operationsOf(row.algorithm, certificate.publicKey != PublicKeyObject::none);
+    if (const Certificate context = certificateFrom(certificate.der)) {
+        row.subject = subjectOf(*context);
+        row.expires = expiryOf(*context);
+        row.expired = isExpired(*context);
     }
     return row;
 }
 
-std::vector<KeyRow> describeAll(Session& session)
+// A key whose certificate could not be read from the token.
+KeyRow describe(const KeyStorage& storage, const std::wstring& name)
 {
-    const KeyStorage storage(session);
-    std::vector<KeyRow> rows;
-    PublicKeyObjects objects;
-    for (const std::wstring& name : storage.keyNames()) {
+    KeyRow row{.name = toUtf8(name)};
+    try {
         const Key key(storage, name);
-        rows.push_back(describe(key, name));
-        rows.back().operations = operationsOf(key, objects.has(name));
+        row.algorithm = toUtf8(key.text(NCRYPT_ALGORITHM_PROPERTY));
+        row.bits = key.bits();
+    } catch (const Failure&) {
+        // A key that the provider cannot open or export is still listed.
     }
-    return rows;
+    row.operations = operationsOf(row.algorithm, true);
+    return row;
+}
+
+// The names come from the provider, and all else from the token: "My" may have another certificate.
+KeyList listAll(Session& session)
+{
+    // First, so that each of the two has the library to itself.
+    guardKeyStorage(session);
+    const TokenContents token = readToken();
+    KeyList list{.keys = {}, .stale = {}, .tokenRead = token.read};
+    const KeyStorage storage(session);
+    const std::vector<std::wstring> names = storage.keyNames();
+    if (names.empty() && token.answers && !token.hasToken)
+        throw Failure("there is no token: no slot has an initialised one",
+                      "Insert the card or connect the token. \"keywarden check\" shows the slots.",
+                      ExitCode::noTokenOrKey);
+    // Opening the provider has published the certificates.
+    const std::vector<StoredCertificate> stored = certificatesInMy();
+    for (const std::wstring& name : names) {
+        const TokenCertificate* certificate = token.find(name);
+        list.keys.push_back(certificate != nullptr ? describe(*certificate, stored)
+                                                   : describe(storage, name));
+    }
+    if (!token.read)
+        return list;
+    for (const StoredCertificate* entry : staleEntries(stored, token.certificates))
+        list.stale.push_back({toUtf8(entry->container), subjectOf(*entry->certificate),
+                              expiryOf(*entry->certificate), thumbprintOf(*entry->certificate)});
+    return list;
 }
 
 Json toJson(const KeyRow& row)
 {
+    return {{"name", row.name},           {"algorithm", row.algorithm},  {"bits", row.bits},
+            {"subject", row.subject},     {"expires", row.expires},      {"expired", row.expired},
+            {"published", row.published}, {"operations", row.operations}};
+}
+
+Json toJson(const StaleRow& row)
+{
     return {{"name", row.name},
-            {"algorithm", row.algorithm},
-            {"bits", row.bits},
             {"subject", row.subject},
             {"expires", row.expires},
-            {"expired", row.expired},
-            {"operations", row.operations}};
+            {"thumbprint", row.thumbprint}};
+}
+
+void printStale(Output& out, const std::vector<StaleRow>& stale)
+{
+    if (stale.empty())
+        return;
+    out.line();
+    out.line("Not on this token, but in \"My\" for this provider:");
+    for (const StaleRow& row : stale)
+        out.line("  " + row.name + "  " + row.subject + ", expires " + row.expires +
+                 ", thumbprint " + row.thumbprint);
 }
 
 void listKeys(Session& session)
 {
-    Json document = {{"keys", Json::array()}};
+    const KeyList list = listAll(session);
+    Json document = {{"keys", Json::array()}, {"stale", Json::array()}};
     std::vector<std::vector<std::string>> rows;
-    for (const KeyRow& row : describeAll(session)) {
+    for (const KeyRow& row : list.keys) {
         document["keys"].push_back(toJson(row));
         rows.push_back({row.name, row.algorithm, std::to_string(row.bits), row.subject,
                         row.expired ? row.expires + " (expired)" : row.expires,
                         joined(row.operations)});
     }
+    for (const StaleRow& row : list.stale)
+        document["stale"].push_back(toJson(row));
     if (rows.empty())
-        session.out.line("The provider has no keys. Run \"keywarden check\" to find the reason.");
+        session.out.line(
+            list.tokenRead
+                ? "The token has no certificate of a key, so the provider has no keys. "
+                  "\"keywarden check\" shows its certificates."
+                : "The provider has no keys. Run \"keywarden check\" to find the reason.");
     else
         session.out.table({"KEY", "ALGORITHM", "BITS", "SUBJECT", "EXPIRES", "OPERATIONS"}, rows);
+    printStale(session.out, list.stale);
     session.out.document(document);
 }
 

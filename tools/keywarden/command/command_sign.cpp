@@ -25,7 +25,7 @@
 #include "system/key_choice.h"
 #include "system/key_storage.h"
 #include "system/operation_failure.h"
-#include "system/token_objects.h"
+#include "system/token_contents.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -155,7 +155,7 @@ Bytes encoded(const SignOptions& options, const Key& key, const Bytes& signature
 
 Certificate requiredCertificate(const std::wstring& keyName)
 {
-    Certificate certificate = certificateOfKey(tokenObjects(), keyName);
+    Certificate certificate = readToken().certificateOf(keyName);
     if (certificate == nullptr)
         throw Failure("the key \"" + toUtf8(keyName) + "\" has no certificate, which CMS requires",
                       "Run \"keywarden check\" to see the certificates of the token.");

@@ -3,13 +3,13 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 
 #include "command/commands.h"
 #include "command/options.h"
 #include "command/signature_input.h"
+#include "config/config.h"
 #include "config/mode.h"
 #include "exit_code.h"
 #include "failure.h"
@@ -19,7 +19,7 @@
 #include "system/configuration.h"
 #include "system/key_choice.h"
 #include "system/software_verification.h"
-#include "system/token_objects.h"
+#include "system/token_contents.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -34,9 +34,9 @@ struct VerifyOptions : SignatureOptions {
 // Whether the token can be read and has the public key object that it verifies with.
 bool hasPublicKeyObject(const std::wstring& keyName)
 {
-    return std::ranges::any_of(tokenObjects(), [&](const TokenObject& object) {
-        return object.keyName == keyName && object.certificate.empty();
-    });
+    const TokenContents token = readToken();
+    const TokenCertificate* certificate = token.find(keyName);
+    return certificate != nullptr && certificate->publicKey != PublicKeyObject::none;
 }
 
 // In classic, the provider has one status for a bad signature and for a token that does not answer. So
@@ -56,7 +56,7 @@ bool isBad(SECURITY_STATUS status, const Key& key, const std::wstring& name,
     if (good)
         return !*good;
     loadConfiguration();
-    return mode().behaviour() == Behaviour::classic && hasPublicKeyObject(name);
+    return Config::instance().mode().behaviour() == Behaviour::classic && hasPublicKeyObject(name);
 }
 
 [[noreturn]] void reportBad(Session& session, const VerifyOptions& options, const std::string& key,

@@ -19,6 +19,7 @@ struct Session;
 // is wrong throws CLI::RuntimeError with the exit code.
 void addInit(CLI::App& program, Session& session);
 void addCheck(CLI::App& program, Session& session);
+void addCheckSteps(CLI::App& program);
 void addKeys(CLI::App& program, Session& session);
 void addSign(CLI::App& program, Session& session);
 void addVerify(CLI::App& program, Session& session);

@@ -1,4 +1,4 @@
-// Reading the system's certificate store.
+// Reading certificates and the system's store.
 
 #include "formats/certificate.h"
 
@@ -6,7 +6,6 @@
 #include <utility>
 
 #include "failure.h"
-#include "nvvtoken/nvvtoken_name.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -35,7 +34,23 @@ void readKeyInformation(StoredCertificate& entry)
         entry.container = information.pwszContainerName;
 }
 
+// The date in UTC.
+std::string dateOf(const FILETIME& when)
+{
+    SYSTEMTIME time{};
+    FileTimeToSystemTime(&when, &time);
+    char text[16];
+    std::snprintf(text, sizeof text, "%04d-%02d-%02d", time.wYear, time.wMonth, time.wDay);
+    return text;
+}
+
 }  // namespace
+
+Certificate certificateFrom(const Bytes& der)
+{
+    return Certificate(CertCreateCertificateContext(X509_ASN_ENCODING, der.data(),
+                                                    static_cast<DWORD>(der.size())));
+}
 
 std::vector<StoredCertificate> certificatesInMy()
 {
@@ -53,15 +68,6 @@ std::vector<StoredCertificate> certificatesInMy()
     return found;
 }
 
-Certificate publishedCertificate(const std::wstring& keyName)
-{
-    for (StoredCertificate& entry : certificatesInMy()) {
-        if (entry.provider == providerName && entry.container == keyName)
-            return std::move(entry.certificate);
-    }
-    return nullptr;
-}
-
 std::string subjectOf(const CERT_CONTEXT& certificate)
 {
     const DWORD length =
@@ -74,16 +80,34 @@ std::string subjectOf(const CERT_CONTEXT& certificate)
 
 std::string expiryOf(const CERT_CONTEXT& certificate)
 {
-    SYSTEMTIME time{};
-    FileTimeToSystemTime(&certificate.pCertInfo->NotAfter, &time);
-    char text[16];
-    std::snprintf(text, sizeof text, "%04d-%02d-%02d", time.wYear, time.wMonth, time.wDay);
-    return text;
+    return dateOf(certificate.pCertInfo->NotAfter);
 }
 
 bool isExpired(const CERT_CONTEXT& certificate)
 {
     return CertVerifyTimeValidity(nullptr, certificate.pCertInfo) > 0;
+}
+
+bool isNotValidYet(const CERT_CONTEXT& certificate)
+{
+    return CertVerifyTimeValidity(nullptr, certificate.pCertInfo) < 0;
+}
+
+std::string validityOf(const CERT_CONTEXT& certificate)
+{
+    if (isNotValidYet(certificate))
+        return "not valid before " + dateOf(certificate.pCertInfo->NotBefore);
+    return (isExpired(certificate) ? "expired " : "valid to ") + expiryOf(certificate);
+}
+
+std::string thumbprintOf(const CERT_CONTEXT& certificate)
+{
+    Bytes hash(20);
+    auto size = static_cast<DWORD>(hash.size());
+    if (!CertGetCertificateContextProperty(&certificate, CERT_SHA1_HASH_PROP_ID, hash.data(),
+                                           &size))
+        return {};
+    return hexEncode(hash);
 }
 
 }  // namespace NV::tool

@@ -1,4 +1,4 @@
-// Certificates in the user's "My" store, and how to find the certificate of a key by the key's name.
+// Certificates, and those in the user's "My" store.
 
 #pragma once
 
@@ -9,6 +9,8 @@
 #include <memory>
 #include <string>
 #include <vector>
+
+#include "base/encoding.h"
 
 namespace NV::tool {
 
@@ -25,16 +27,21 @@ struct StoredCertificate {
     std::wstring container;
 };
 
+// A certificate from its DER; null if the system cannot read it.
+Certificate certificateFrom(const Bytes& der);
+
 // All of "My", in the store's order. Throws Failure when it cannot be opened.
 std::vector<StoredCertificate> certificatesInMy();
-
-// The certificate that is published for a key of this provider; null if there is none.
-Certificate publishedCertificate(const std::wstring& keyName);
 
 // "Norvanta test RSA": the common name, or what the system displays in its place; UTF-8.
 std::string subjectOf(const CERT_CONTEXT& certificate);
 // "2027-03-01"; the date in UTC.
 std::string expiryOf(const CERT_CONTEXT& certificate);
 bool isExpired(const CERT_CONTEXT& certificate);
+bool isNotValidYet(const CERT_CONTEXT& certificate);
+// "valid to 2027-03-01", "expired 2020-02-29" or "not valid before 2031-01-01".
+std::string validityOf(const CERT_CONTEXT& certificate);
+// The SHA-1 hash of the certificate in upper-case hexadecimal, as the certificate manager shows it.
+std::string thumbprintOf(const CERT_CONTEXT& certificate);
 
 }  // namespace NV::tool

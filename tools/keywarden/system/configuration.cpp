@@ -5,9 +5,9 @@
 #include <windows.h>
 
 #include <cstdlib>
-#include <fstream>
 #include <system_error>
 
+#include "access_rights.h"
 #include "config/config_expansion.h"
 #include "config/config_file.h"
 #include "config/config_keys.h"
@@ -185,31 +185,13 @@ std::string configurationText(const Settings& values)
     return text;
 }
 
-void writeConfiguration(const std::filesystem::path& file, const std::string& text)
+void makeFolderOf(const std::filesystem::path& configuration)
 {
     std::error_code error;
-    std::filesystem::create_directories(file.parent_path(), error);
+    std::filesystem::create_directories(configuration.parent_path(), error);
     if (error)
-        throw Failure("the folder " + toUtf8(file.parent_path()) +
+        throw Failure("the folder " + toUtf8(configuration.parent_path()) +
                       " cannot be created: " + errorText(static_cast<DWORD>(error.value())));
-    std::filesystem::path temporary = file;
-    temporary += L".new";
-    {
-        std::ofstream stream(temporary, std::ios::binary | std::ios::trunc);
-        stream << text;
-        stream.close();
-        if (!stream) {
-            const DWORD reason = GetLastError();
-            std::filesystem::remove(temporary, error);
-            throw Failure(toUtf8(temporary) + " cannot be written: " + errorText(reason));
-        }
-    }
-    if (!MoveFileExW(temporary.c_str(), file.c_str(),
-                     MOVEFILE_REPLACE_EXISTING | MOVEFILE_WRITE_THROUGH)) {
-        const DWORD reason = GetLastError();
-        std::filesystem::remove(temporary, error);
-        throw Failure(toUtf8(file) + " cannot be replaced: " + errorText(reason));
-    }
 }
 
 std::vector<FoundLibrary> findLibraries()
@@ -222,7 +204,8 @@ std::vector<FoundLibrary> findLibraries()
         const std::filesystem::path file = std::filesystem::path(root) / place.file;
         std::error_code ignored;
         if (std::filesystem::is_regular_file(file, ignored))
-            found.push_back({place.product, file});
+            found.push_back(
+                {place.product, file, othersMayWrite(file) || othersMayWrite(file.parent_path())});
     }
     return found;
 }

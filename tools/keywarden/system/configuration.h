@@ -40,14 +40,14 @@ Settings newConfiguration();
 // the module would read a value differently (a line feed in it, a space at its end).
 std::string configurationText(const Settings& values);
 
-// Writes the text to a temporary file and moves it into place, so that no reader sees half of it.
-// Creates the folder if it is missing. Throws Failure.
-void writeConfiguration(const std::filesystem::path& file, const std::string& text);
+// Creates the folder of a configuration file if it is missing. Throws Failure.
+void makeFolderOf(const std::filesystem::path& configuration);
 
 // The installed PKCS#11 libraries, from the places where vendors install them.
 struct FoundLibrary {
     std::string product;
     std::filesystem::path file;
+    bool writableByOthers;  // the file or its folder: others could put their own there
 };
 std::vector<FoundLibrary> findLibraries();
 

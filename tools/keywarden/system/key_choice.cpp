@@ -11,7 +11,7 @@
 #include "formats/certificate.h"
 #include "formats/hashing.h"
 #include "system/key_storage.h"
-#include "system/token_objects.h"
+#include "system/token_contents.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -31,22 +31,24 @@ std::wstring withoutSeparators(std::wstring text)
     return text;
 }
 
-// The texts that stand for the key of an object.
-std::vector<std::wstring> textsOf(const TokenObject& object)
+// The texts that stand for the key of a certificate.
+std::vector<std::wstring> textsOf(const TokenCertificate& certificate)
 {
-    std::vector<std::wstring> texts = {fromUtf8(object.label)};
-    const Certificate certificate = certificateOf(object.certificate);
-    if (object.certificate.empty() || certificate == nullptr)
+    std::vector<std::wstring> texts;
+    for (const std::string& label : certificate.labels)
+        texts.push_back(fromUtf8(label));
+    const Certificate context = certificateFrom(certificate.der);
+    if (context == nullptr)
         return texts;
-    texts.push_back(fromUtf8(subjectOf(*certificate)));
+    texts.push_back(fromUtf8(subjectOf(*context)));
     for (const char* hash : {"sha1", "sha256"})
-        texts.push_back(fromUtf8(hexEncode(hashBytes(object.certificate, hashNamed(hash)))));
+        texts.push_back(fromUtf8(hexEncode(hashBytes(certificate.der, hashNamed(hash)))));
     return texts;
 }
 
-bool standsFor(const std::wstring& wanted, const TokenObject& object)
+bool standsFor(const std::wstring& wanted, const TokenCertificate& certificate)
 {
-    return std::ranges::any_of(textsOf(object), [&](const std::wstring& text) {
+    return std::ranges::any_of(textsOf(certificate), [&](const std::wstring& text) {
         return !text.empty() &&
                (sameText(wanted, text) || sameText(withoutSeparators(wanted), text));
     });
@@ -57,14 +59,15 @@ std::map<std::wstring, std::string> candidates(const std::vector<std::wstring>& 
                                                const std::wstring& wanted)
 {
     std::map<std::wstring, std::string> found;
-    for (const TokenObject& object : tokenObjects()) {
-        const bool isKey = std::ranges::find(names, object.keyName) != names.end();
-        if (!isKey || !standsFor(wanted, object))
+    const TokenContents token = readToken();
+    for (const TokenCertificate& certificate : token.certificates) {
+        const bool isKey = std::ranges::find(names, certificate.keyName) != names.end();
+        if (!isKey || !standsFor(wanted, certificate))
             continue;
-        std::string& about = found[object.keyName];
-        const Certificate certificate = certificateOf(object.certificate);
-        if (certificate != nullptr && about.empty())
-            about = subjectOf(*certificate) + ", to " + expiryOf(*certificate);
+        std::string& about = found[certificate.keyName];
+        const Certificate context = certificateFrom(certificate.der);
+        if (context != nullptr && about.empty())
+            about = subjectOf(*context) + ", to " + expiryOf(*context);
     }
     return found;
 }

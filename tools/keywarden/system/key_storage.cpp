@@ -3,13 +3,17 @@
 #include "system/key_storage.h"
 
 #include <algorithm>
+#include <chrono>
 #include <cstring>
 
 #include "base/curve.h"
 #include "failure.h"
 #include "nvvtoken/nvvtoken_name.h"
 #include "session.h"
+#include "system/call_hook.h"
 #include "system/explanation.h"
+#include "system/library_guard.h"
+#include "system/program.h"
 #include "system/registration.h"
 #include "text.h"
 
@@ -20,17 +24,6 @@ namespace {
 // The loader's error when an exception leaves the module's attach handler, which happens when the
 // configuration is missing or invalid.
 constexpr DWORD refusedToAttach = 0x20474343;
-
-std::filesystem::path besideProgram(const wchar_t* name)
-{
-    std::wstring path(MAX_PATH, L'\0');
-    DWORD length = 0;
-    while ((length = GetModuleFileNameW(nullptr, path.data(), static_cast<DWORD>(path.size()))) ==
-           path.size())
-        path.resize(path.size() * 2);
-    path.resize(length);
-    return std::filesystem::path(path).replace_filename(name);
-}
 
 // The operation table of the module. The module stays loaded until the program ends.
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& file)
@@ -49,7 +42,12 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfModule(const std::filesystem::path& fil
     if (getInterface == nullptr)
         throw Failure(toUtf8(file) + " is not a key storage provider");
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE* table = nullptr;
-    getInterface(providerName, &table, 0);
+    const SECURITY_STATUS status = getInterface(providerName, &table, 0);
+    if (status != ERROR_SUCCESS || table == nullptr)
+        throw Failure(toUtf8(file) +
+                          " is not this product's provider: GetKeyStorageInterface gave " +
+                          (status != ERROR_SUCCESS ? statusText(status) : "no table"),
+                      "Specify nvksprovider.dll, or leave --module out.");
     return *table;
 }
 
@@ -105,21 +103,66 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfCng()
     return table;
 }
 
-std::string listed(const std::vector<std::wstring>& names)
+NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOf(const Session& session)
 {
-    std::vector<std::string> texts;
-    texts.reserve(names.size());
-    for (const std::wstring& name : names)
-        texts.push_back(toUtf8(name));
-    return texts.empty() ? "none" : joined(texts);
+    const GuardedCall call("LoadLibrary");
+    return session.cng ? tableOfCng()
+                       : tableOfModule(session.module.empty() ? defaultModule() : session.module);
+}
+
+// The operations that can reach the token's library.
+#define NV_GUARDED_OPERATIONS(X)                                                                   \
+    X(OpenProvider)                                                                                \
+    X(OpenKey)                                                                                     \
+    X(FreeProvider)                                                                                \
+    X(EnumKeys)                                                                                    \
+    X(GetKeyProperty)                                                                              \
+    X(ImportKey)                                                                                   \
+    X(ExportKey)                                                                                   \
+    X(SignHash)                                                                                    \
+    X(VerifySignature)                                                                             \
+    X(Encrypt)                                                                                     \
+    X(Decrypt)                                                                                     \
+    X(SecretAgreement)                                                                             \
+    X(DeriveKey)
+
+#define NV_TAG(name)                                                                               \
+    struct Operation##name {                                                                       \
+        template <typename Work>                                                                   \
+        static auto around(const Work& work)                                                       \
+        {                                                                                          \
+            const GuardedCall call(#name);                                                         \
+            return work();                                                                         \
+        }                                                                                          \
+    };
+NV_GUARDED_OPERATIONS(NV_TAG)
+#undef NV_TAG
+
+// The table with a guard before each of these operations.
+NCRYPT_KEY_STORAGE_FUNCTION_TABLE guardedTable(const Session& session)
+{
+    guardKeyStorage(session);
+    NCRYPT_KEY_STORAGE_FUNCTION_TABLE table = tableOf(session);
+    // In classic, the module handles the signals of a crash itself.
+    guardKeyStorage(session);
+#define NV_INSTALL(name) CallHook<decltype(table.name), Operation##name>::install(table.name);
+    NV_GUARDED_OPERATIONS(NV_INSTALL)
+#undef NV_INSTALL
+    return table;
 }
 
 }  // namespace
 
+void guardKeyStorage(const Session& session)
+{
+    constexpr std::chrono::seconds standard{120};
+    guardLibrary(session.limit(standard), session.out.json());
+}
+
 // An installed product has the DLL only in the system's folder.
 std::filesystem::path defaultModule()
 {
-    const std::filesystem::path beside = besideProgram(registeredImage);
+    const std::filesystem::path beside = ownProgram().replace_filename(registeredImage);
     std::error_code error;
     const std::filesystem::path installed = thisSystem().systemFolder / registeredImage;
     return !std::filesystem::exists(beside, error) && std::filesystem::exists(installed, error)
@@ -142,9 +185,7 @@ void requireResult(bool given, const std::string& what)
 }
 
 KeyStorage::KeyStorage(const Session& session)
-    : table_(session.cng
-                 ? tableOfCng()
-                 : tableOfModule(session.module.empty() ? defaultModule() : session.module)),
+    : table_(guardedTable(session)),
       advice_(session.cng ? "Run \"keywarden status\" to see whether it is registered."
                           : "Run \"keywarden check\" to find the reason.")
 {
@@ -175,14 +216,8 @@ std::vector<std::wstring> KeyStorage::keyNames() const
     return names;
 }
 
-// Compares the name with the list first: after a request for a name that does not exist, the provider
-// can no longer list its keys.
 Key::Key(const KeyStorage& storage, const std::wstring& name) : storage_(storage)
 {
-    const std::vector<std::wstring> names = storage_.keyNames();
-    if (std::ranges::find(names, name) == names.end())
-        throw Failure("there is no key \"" + toUtf8(name) + "\"",
-                      "The provider's keys: " + listed(names), ExitCode::noTokenOrKey);
     require(storage_->OpenKey(storage_.handle(), &handle_, name.c_str(), 0, 0),
             "opening the key \"" + toUtf8(name) + "\"");
 }

@@ -34,6 +34,9 @@ void atEnd(const auto& release) noexcept
     }
 }
 
+// From now on, a library that crashes or hangs is told; see library_guard.h. KeyStorage does it, too.
+void guardKeyStorage(const Session& session);
+
 // An opened provider. The module reads its configuration from the user's profile when it is loaded.
 // The constructor throws Failure with an advice when the module cannot be loaded or opened.
 class KeyStorage {
@@ -58,7 +61,8 @@ private:
 // An opened or imported key; the destructor closes it. The storage must outlive it.
 class Key {
 public:
-    // Throws Failure when the provider has no key of that name. The advice lists its keys.
+    // The name is one of keyNames: after a request for any other name, the provider can no longer list
+    // its keys. Throws Failure.
     Key(const KeyStorage& storage, const std::wstring& name);
     // Imports one of CNG's public key blobs (BCRYPT_RSAPUBLIC_BLOB, BCRYPT_ECCPUBLIC_BLOB).
     Key(const KeyStorage& storage, const wchar_t* blobType, Bytes blob);

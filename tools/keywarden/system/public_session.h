@@ -3,14 +3,13 @@
 
 #pragma once
 
-#include "base/encoding.h"
-#include "p11/module.h"
+#include "p11/cryptoki.h"
 #include "p11/p11.h"
 
 namespace NV::tool {
 
-// Keeps the library initialised while the object exists; in modern, it is initialised already. The caller must not use the same library in
-// another way during that time.
+// Keeps the library initialised while the object exists; in modern, it is initialised already. The caller
+// must not use the same library in another way during that time.
 class PublicSession {
 public:
     PublicSession(Pkcs11& p11, CK_SLOT_ID slot);
@@ -21,9 +20,8 @@ public:
     bool isOpen() const { return open_; }
     CK_RV result() const { return rv_; }
     CK_SESSION_HANDLE handle() const { return handle_; }
-
-    // Whether the token has a visible public key object with that CKA_ID.
-    bool hasPublicKey(const Bytes& id);
+    // For functions that may replace the session by another one of the slot, or by 0 for none.
+    CK_SESSION_HANDLE& handle() { return handle_; }
 
 private:
     Pkcs11& p11_;
