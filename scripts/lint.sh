@@ -188,18 +188,6 @@ crossFlags()
         done
 }
 
-# checkClang: clang reads the module's sources that the build with sanitizers does not compile, its analysis
-# of the locks included (base/thread_annotations.h).
-checkClang()
-{
-    local flags files
-    mapfile -t flags < <(crossFlags)
-    mapfile -t files < <(find provider/src/dll provider/src/pindialog -name '*.cpp')
-    printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -I{} bash -c '
-        clang++ -fsyntax-only -std=c++20 -Wall -Wextra -Wthread-safety -Werror -Iprovider/src \
-            "${@:2}" "$1"' clang {} "${flags[@]}"
-}
-
 # makeDatabase PRESET: a build that is never built, in build/lint, in which every source is compiled alone;
 # clang-tidy can use neither GCC's precompiled headers nor sources that are compiled together.
 makeDatabase()
@@ -210,6 +198,20 @@ makeDatabase()
         cat "$log" >&2
         return 1
     }
+}
+
+# checkClang: clang reads the module's sources that the build with sanitizers does not compile, its analysis
+# of the locks included (base/thread_annotations.h).
+checkClang()
+{
+    local flags files
+    makeDatabase windows || return 1 # it has the header with the version
+    mapfile -t flags < <(crossFlags)
+    flags+=("-I$build/lint/windows/provider")
+    mapfile -t files < <(find provider/src/dll provider/src/pindialog -name '*.cpp')
+    printf '%s\n' "${files[@]}" | xargs -P "$(nproc)" -I{} bash -c '
+        clang++ -fsyntax-only -std=c++20 -Wall -Wextra -Wthread-safety -Werror -Iprovider/src \
+            "${@:2}" "$1"' clang {} "${flags[@]}"
 }
 
 # tidyAll DATABASE SOURCE...: by run-clang-tidy, as many at a time as there are processors. What it says is
@@ -252,7 +254,7 @@ checkTidy()
     else
         mapfile -t sources < <(sourcesToTidy)
     fi
-    for database in windows host sanitized bench; do
+    for database in host sanitized bench; do
         makeDatabase "$database" || return 1
     done
     for source in "${sources[@]}"; do

@@ -202,8 +202,10 @@ TEST_F(CheckOfBadLibrary, ThatHangsWhenItIsUnloaded)
 // A share that does not answer cannot be had here.
 TEST(FailedStep, BlamesTheFolderAndNotTheLibrary)
 {
-    const tool::Step step = tool::failedStep(
-        {.kind = tool::WorkerEnd::Kind::hung, .step = "log-folder"}, std::chrono::seconds(20));
+    tool::WorkerEnd end;
+    end.kind = tool::WorkerEnd::Kind::hung;
+    end.step = "log-folder";
+    const tool::Step step = tool::failedStep(end, std::chrono::seconds(20));
     EXPECT_EQ(step.name, "log-folder");
     EXPECT_EQ(step.outcome, tool::Outcome::failed);
     EXPECT_EQ(step.text, "the folder did not answer within 20 s");

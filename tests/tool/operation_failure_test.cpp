@@ -1,5 +1,5 @@
 // Why an operation failed: from the status, from the log of this process, from the state of the token.
-// tests/tool/key_commands.sh shows the same with SoftHSM2.
+// tests/tool/command_outcomes.sh shows the same with SoftHSM2.
 
 #include <gtest/gtest.h>
 

@@ -116,7 +116,8 @@ public:
             return handle == nullptr || handle == INVALID_HANDLE_VALUE;
         });
         std::ranges::sort(handles_);
-        handles_.erase(std::ranges::unique(handles_).begin(), handles_.end());
+        const auto twice = std::ranges::unique(handles_);
+        handles_.erase(twice.begin(), twice.end());
         SIZE_T size = 0;
         InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
         memory_.resize(size);
