@@ -2,7 +2,9 @@
 // test cannot script from outside. The environment variable ODD_CERTIFICATE names the certificate's
 // file. The functions are those of scripted_token.dll, which is beside the program. ODD_FAULT can name a
 // function and what goes wrong in it: "C_Initialize hang", "C_GetSlotList crash", "C_Initialize exit",
-// "C_GetInfo print", "C_GetSlotList none".
+// "C_GetInfo print", "C_GetSlotList none",
+// "C_Initialize flood" (hangs, while another thread writes to standard output),
+// "C_Login locked".
 
 #include <windows.h>
 
@@ -10,6 +12,7 @@
 #include <iterator>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "p11/cryptoki.h"
@@ -72,6 +75,14 @@ OddFault oddFault()
     return fault;
 }
 
+void writeForEver()
+{
+    const std::string line(1000, '.');
+    for (DWORD written = 0;;)
+        WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), line.data(), static_cast<DWORD>(line.size()),
+                  &written, nullptr);
+}
+
 void addFault(const ScriptedTokenControl& control)
 {
     struct Kind {
@@ -80,11 +91,18 @@ void addFault(const ScriptedTokenControl& control)
         uint32_t value;
         uint32_t nth;  // 0: every call
     };
-    constexpr Kind kinds[] = {
-        {"hang", Fault::delay, 600000, 0},    {"crash", Fault::crash, 0, 0},
-        {"crash-second", Fault::crash, 0, 2}, {"exit", Fault::exitProcess, 77, 0},
-        {"print", Fault::print, 0, 0},        {"none", Fault::claims, 0, 0}};
+    constexpr Kind kinds[] = {{"hang", Fault::delay, 600000, 0},
+                              {"crash", Fault::crash, 0, 0},
+                              {"crash-second", Fault::crash, 0, 2},
+                              {"exit", Fault::exitProcess, 77, 0},
+                              {"print", Fault::print, 0, 0},
+                              {"none", Fault::claims, 0, 0},
+                              {"flood", Fault::delay, 600000, 0},
+
+                              {"locked", Fault::returnValue, CKR_PIN_LOCKED, 0}};
     const OddFault fault = oddFault();
+    if (fault.kind == "flood")
+        std::thread(writeForEver).detach();
     for (const Kind& kind : kinds) {
         if (fault.kind == kind.name)
             control.addFault(fault.function.c_str(), kind.fault, kind.value, kind.nth);

@@ -9,6 +9,7 @@
 
 #include "certified_profile.h"
 #include "check/worker.h"
+#include "contains.h"
 
 namespace NV::test {
 
@@ -192,6 +193,13 @@ TEST_F(CheckOfBadLibrary, ThatWritesToStandardOutput)
     EXPECT_EQ(document["failed"], 1);
 }
 
+TEST_F(CheckOfBadLibrary, ThatHangsAndNeverStopsWriting)
+{
+    const Json document = check(L"C_Initialize flood");
+    EXPECT_TRUE(contains(document.dump(), "the vendor's library did not come back")) << document;
+    expectFailed(document, "library-output", "the library writes to standard output: \"....");
+}
+
 TEST_F(CheckOfBadLibrary, ThatHangsWhenItIsUnloaded)
 {
     setModern();
@@ -210,6 +218,19 @@ TEST(FailedStep, BlamesTheFolderAndNotTheLibrary)
     EXPECT_EQ(step.outcome, tool::Outcome::failed);
     EXPECT_EQ(step.text, "the folder did not answer within 20 s");
     EXPECT_NE(step.advice.find("choose a folder of this computer"), std::string::npos);
+}
+
+// A crash of the program itself cannot be had here.
+TEST(FailedStep, DoesNotBlameTheLibraryForACrashOfTheProgram)
+{
+    tool::WorkerEnd end;
+    end.kind = tool::WorkerEnd::Kind::crashed;
+    end.step = "slots";
+    end.code = 0xC0000005;
+    end.module = "C:\\windows\\system32\\nvksprovider.dll";
+    const tool::Step step = tool::failedStep(end, std::chrono::seconds(20));
+    EXPECT_EQ(step.text, "a crash (0xC0000005 in C:\\windows\\system32\\nvksprovider.dll)");
+    EXPECT_EQ(step.advice, "Please report this.");
 }
 
 TEST_F(CheckCommand, RefusesATimeLimitThatIsNone)

@@ -146,8 +146,9 @@ TEST(CommandLine, WrongUsageIsExitCode2)
 
 TEST(CommandLine, NamesTheUnknownCommandAndTheNearestOne)
 {
-    for (const auto& arguments :
-         {std::vector<std::string>{"chekc"}, {"--profile", "check", "chekc", "--flag"}}) {
+    for (const auto& arguments : {std::vector<std::string>{"chekc"},
+                                  {"--profile", "check", "chekc", "--flag"},
+                                  {"--timeout", "30", "chekc"}}) {
         const ChildResult result = runTool(arguments);
         EXPECT_TRUE(contains(result.output, "unknown command \"chekc\"; did you mean \"check\"?"))
             << result.output;
@@ -216,7 +217,8 @@ TEST(CommandLine, CommonOptionsWorkAnywhere)
     for (const auto& arguments :
          {std::vector<std::string>{"--json", "--profile", profile, "check"},
           std::vector<std::string>{"check", "--json", "--profile", profile},
-          std::vector<std::string>{"--profile", profile, "check", "--json"}}) {
+          std::vector<std::string>{"--profile", profile, "check", "--json"},
+          std::vector<std::string>{"--timeout", "30", "--profile", profile, "--json", "check"}}) {
         const ChildResult result = runTool(arguments);
         EXPECT_EQ(result.exitCode, 1U) << result.output;
         const Json step = stepOf(parsed(result.output), "configuration-file");

@@ -53,7 +53,10 @@ void addCommands(CLI::App& program, Session& session)
 // report that a command is missing.
 std::string unknownCommand(const CLI::App& program, const std::vector<std::string>& arguments)
 {
-    const auto takesValue = [](const std::string& argument) { return argument == "--profile"; };
+    const auto takesValue = [&](const std::string& argument) {
+        const CLI::Option* option = program.get_option_no_throw(argument);
+        return option != nullptr && option->get_items_expected_max() > 0;
+    };
     for (size_t i = 0; i < arguments.size(); ++i) {
         if (arguments[i].starts_with('-') || (i > 0 && takesValue(arguments[i - 1])))
             continue;

@@ -30,6 +30,7 @@ public:
     bool json() const { return json_; }
     // Text and documents go to standard error from now on, because the result goes to standard output.
     void keepStandardOutputFree();
+    bool keepsStandardOutputFree() const { return toError_; }
     // Whether standard error is a terminal, so that a progress bar can be drawn on it.
     bool errorIsTerminal() const { return errorIsTerminal_; }
 

@@ -4,6 +4,9 @@
 
 #include <windows.h>
 
+#include <exception>
+#include <string>
+
 #include "check/step_message.h"
 #include "config/mode.h"
 #include "system/crash.h"
@@ -23,13 +26,26 @@ class Sender : public Progress {
 public:
     explicit Sender(HANDLE pipe) : pipe_(pipe) {}
 
-    void begun(const std::string& step) override { send(pipe_, beginMessage(step)); }
+    void begun(const std::string& step) override
+    {
+        step_ = step;
+        send(pipe_, beginMessage(step));
+    }
     void calls(const std::string& function) override { send(pipe_, callMessage(function)); }
     void waits(bool forUser) override { send(pipe_, waitMessage(forUser)); }
-    void ended(const Step& step) override { send(pipe_, endMessage(step)); }
+    void ended(const Step& step) override
+    {
+        if (step.name == step_)
+            step_.clear();
+        send(pipe_, endMessage(step));
+    }
+
+    // The step under way, or the first one that uses the library.
+    std::string failingStep() const { return step_.empty() ? "library-loads" : step_; }
 
 private:
     HANDLE pipe_;
+    std::string step_;
 };
 
 // The configuration sets the behaviour, the library and the log folder. The parent has reported it.
@@ -88,7 +104,20 @@ void work(const WorkerTask& task, unsigned long long results)
     SetErrorMode(SEM_FAILCRITICALERRORS | SEM_NOGPFAULTERRORBOX | SEM_NOOPENFILEERRORBOX);
     onCrash(reportCrash);
     Sender sender(resultsPipe);
-    runSteps(task, sender);
+    const auto failed = [&](const std::string& reason) {
+        sender.ended({sender.failingStep(),
+                      Outcome::failed,
+                      "the step was not completed: " + reason,
+                      "See the library's log. If it has no reason, please report this.",
+                      {}});
+    };
+    try {
+        runSteps(task, sender);
+    } catch (const std::exception& error) {
+        failed(error.what());
+    } catch (...) {
+        failed("an exception of the library");
+    }
     send(resultsPipe, doneMessage());
 }
 

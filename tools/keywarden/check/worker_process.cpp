@@ -4,7 +4,7 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -13,6 +13,7 @@
 #include "check/step_message.h"
 #include "check/worker.h"
 #include "failure.h"
+#include "system/library_fault.h"
 #include "system/program.h"
 #include "text.h"
 
@@ -62,18 +63,19 @@ OwnedHandle openNull()
                                    &inheritable, OPEN_EXISTING, 0, nullptr));
 }
 
-// What has arrived, without waiting for more.
+// What has arrived, without waiting for more. At most 64 KB, so that a library that never stops writing does not
+// keep the caller from looking at the time.
 std::string readAvailable(HANDLE pipe)
 {
-    std::string text;
+    constexpr DWORD most = 0x10000;
     DWORD available = 0;
-    while (PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) && available > 0) {
-        std::string piece(available, '\0');
-        DWORD size = 0;
-        if (!ReadFile(pipe, piece.data(), available, &size, nullptr))
-            break;
-        text.append(piece, 0, size);
-    }
+    if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) || available == 0)
+        return {};
+    std::string text(std::min(available, most), '\0');
+    DWORD size = 0;
+    if (!ReadFile(pipe, text.data(), static_cast<DWORD>(text.size()), &size, nullptr))
+        return {};
+    text.resize(size);
     return text;
 }
 
@@ -282,13 +284,6 @@ private:
     WorkerEnd result_;
 };
 
-std::string codeText(unsigned long code)
-{
-    char text[16];
-    std::snprintf(text, sizeof text, "0x%08lX", code);
-    return text;
-}
-
 std::string placeOf(const WorkerEnd& end)
 {
     return end.call.empty() ? "" : " in " + end.call;
@@ -318,34 +313,31 @@ Step failedStep(const WorkerEnd& end, std::chrono::milliseconds limit)
     if (end.kind == WorkerEnd::Kind::hung && end.step == "log-folder")
         return logFolderStep(end, seconds);
     const std::string step = end.step.empty() ? "library-loads" : end.step;
+    const std::filesystem::path module = toPath(end.module);
     switch (end.kind) {
     case WorkerEnd::Kind::hung:
         return {step,
                 Outcome::failed,
-                "the vendor's library did not come back" +
-                    (end.call.empty() ? std::string() : " from " + end.call) + " within " +
-                    seconds + " s; is its service running?",
+                hangText(end.call, limit),
                 "Programs that use the provider hang in the same way. Start the library's service, "
                 "check the reader, and see the library's log. --timeout waits longer.",
                 {}};
     case WorkerEnd::Kind::crashed:
-        return {
-            step,
-            Outcome::failed,
-            "the vendor's library crashed" + placeOf(end) + " (" + codeText(end.code) +
-                (end.module.empty() ? "" : " in " + end.module) + ")",
-            "Programs that use the provider crash in the same way. Update the library, or report "
-            "this to its vendor.",
-            {}};
+        return {step,
+                Outcome::failed,
+                crashText(end.code, module, placeOf(end)),
+                isOurs(module)
+                    ? "Please report this."
+                    : "Programs that use the provider crash in the same way. Update the library, "
+                      "or report this to its vendor.",
+                {}};
     default:
-        return {
-            step,
-            Outcome::failed,
-            "the vendor's library ended the process" + placeOf(end) + " (exit code " +
-                std::to_string(end.code) + ")",
-            "Programs that use the provider end in the same way. See the library's log, or report "
-            "this to its vendor.",
-            {}};
+        return {step,
+                Outcome::failed,
+                exitText(placeOf(end)) + " (exit code " + std::to_string(end.code) + ")",
+                "Programs that use the provider end in the same way. See the library's log, or "
+                "report this to its vendor.",
+                {}};
     }
 }
 

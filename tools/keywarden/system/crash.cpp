@@ -4,8 +4,10 @@
 
 #include <windows.h>
 
+#include <atomic>
 #include <csignal>
 #include <iterator>
+#include <string_view>
 
 #include "exit_code.h"
 
@@ -13,7 +15,11 @@ namespace NV::tool {
 
 namespace {
 
-void (*currentReport)(const Crash& crash) = nullptr;
+// What the report may use of a stack that is full.
+constexpr ULONG stackForReport = 0x10000;
+
+std::atomic<void (*)(const Crash& crash)> currentReport = nullptr;
+std::atomic<DWORD> reportingThread = 0;  // 0: none
 
 std::filesystem::path moduleAt(const void* address)
 {
@@ -27,13 +33,29 @@ std::filesystem::path moduleAt(const void* address)
     return path;
 }
 
+// No heap and no locks: the first crash may have left them unusable.
+void writeConstantLine()
+{
+    constexpr std::string_view line =
+        "keywarden: a crash, and a second one while it was reported.\n";
+    DWORD written = 0;
+    WriteFile(GetStdHandle(STD_ERROR_HANDLE), line.data(), static_cast<DWORD>(line.size()),
+              &written, nullptr);
+}
+
 [[noreturn]] void endProcess(const Crash& crash)
 {
-    // A second crash, in the report, ends the process at once.
-    const auto report = currentReport;
-    currentReport = nullptr;
-    if (report != nullptr)
-        report(crash);
+    DWORD nobody = 0;
+    const DWORD self = GetCurrentThreadId();
+    if (reportingThread.compare_exchange_strong(nobody, self)) {
+        if (const auto report = currentReport.load())
+            report(crash);
+    } else if (nobody == self) {
+        writeConstantLine();
+    } else {
+        // Another thread reports its crash, and ends the process.
+        Sleep(INFINITE);
+    }
     TerminateProcess(GetCurrentProcess(), static_cast<UINT>(ExitCode::failed));
     for (;;)
         Sleep(INFINITE);
@@ -50,6 +72,8 @@ LONG WINAPI filter(EXCEPTION_POINTERS* exception)
 void onCrash(void (*report)(const Crash& crash))
 {
     currentReport = report;
+    ULONG guarantee = stackForReport;
+    SetThreadStackGuarantee(&guarantee);
     SetUnhandledExceptionFilter(filter);
     // Without a handler, the C runtime passes the exception on to the filter.
     for (const int signal : {SIGSEGV, SIGILL, SIGFPE})

@@ -105,7 +105,7 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOfCng()
 
 NCRYPT_KEY_STORAGE_FUNCTION_TABLE tableOf(const Session& session)
 {
-    const GuardedCall call("LoadLibrary");
+    const GuardedCall call(moduleLoading);
     return session.cng ? tableOfCng()
                        : tableOfModule(session.module.empty() ? defaultModule() : session.module);
 }
@@ -156,7 +156,7 @@ NCRYPT_KEY_STORAGE_FUNCTION_TABLE guardedTable(const Session& session)
 void guardKeyStorage(const Session& session)
 {
     constexpr std::chrono::seconds standard{120};
-    guardLibrary(session.limit(standard), session.out.json());
+    guardLibrary(session.limit(standard), session.out);
 }
 
 // An installed product has the DLL only in the system's folder.

@@ -1,17 +1,23 @@
-// What the commands that use the provider say when the vendor's library crashes or hangs: this program has
-// loaded it, and would otherwise end without a word, or never.
+// What the commands that use the provider say when the vendor's library crashes, hangs or ends the process:
+// this program has loaded it, and would otherwise end without a word, or never.
 
 #pragma once
 
 #include <chrono>
 
+#include "output.h"
+
 namespace NV::tool {
 
-// From now on, a crash ends the program with one line on standard error, and so does a call that is
-// marked by a GuardedCall and takes longer than the limit. Time in which this program shows a window does
-// not count: it waits for the PIN. With `json`, the line is the document of a failure on standard output.
+// The name of the call that loads this product's own module: a fault in it is not the library's.
+inline constexpr const char* moduleLoading = "LoadLibrary";
+
+// From now on, a crash ends the program with exit code 1 and one line on standard error. So does a call that
+// is marked by a GuardedCall, if it ends the process or takes longer than the limit. While the program shows
+// a window, it waits for the PIN and has no limit; the limit begins again when the window has closed. With
+// --json, the line is the document of a failure, where `out` prints documents at this time.
 // Call it again after a module was loaded: that may have replaced the handling of crashes.
-void guardLibrary(std::chrono::milliseconds limit, bool json);
+void guardLibrary(std::chrono::milliseconds limit, const Output& out);
 
 // Marks a call while the object lives. The name lives as long as the program. Within another one, it
 // has no effect.

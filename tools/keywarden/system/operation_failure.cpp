@@ -12,6 +12,7 @@
 #include "p11/p11.h"
 #include "system/configuration.h"
 #include "system/explanation.h"
+#include "system/library_guard.h"
 #include "system/log_folder.h"
 
 namespace NV::tool {
@@ -87,6 +88,7 @@ constexpr PinState pinStates[] = {
 // one that never came to a login.
 const PinState* readPinState()
 {
+    const GuardedCall call("reading the state of the PIN");
     try {
         setMode(Config::instance().mode());
         Pkcs11 p11;
