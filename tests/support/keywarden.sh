@@ -105,13 +105,15 @@ forgetOutputs()
 }
 
 # keywarden ARGUMENTS...: runs the program with the profile of this script and returns its status. Both
-# outputs go to $work/out.
+# outputs go to $work/out, and so do those of the script that starts Wine. A failure without a word is told
+# there, too.
 keywarden()
 {
     local status=0
     forgetOutputs "$@"
     timeout 120 "$root/cmake/run-under-wine" "$program" --profile "$(windowsPath "$profile")" "$@" \
-        >"$work/out.raw" || status=$?
+        >"$work/out.raw" 2>&1 || status=$?
+    [ "$status" -eq 0 ] || [ -s "$work/out.raw" ] || echo "(status $status, no output)" >"$work/out.raw"
     tr -d '\r' <"$work/out.raw" >"$work/out"
     return "$status"
 }

@@ -80,4 +80,17 @@ fails 1 '"signatures"' "check --sign tries them" withPin check --sign --json
 holds "the key is named" stepIs signatures \
     '.details | any(. == "0F01: the signature does not verify with the certificate")'
 holds "only that one" stepIs signatures '.text | startswith("1 of ")'
+
+# The scripted token: the dialog has closed when C_Login begins.
+sed -i "s|^p11File=.*|p11File=$(windowsPath "$windows/odd/certified_token.dll" | sed 's|\\|\\\\|g')|" \
+    "$profile/.norvanta-keywarden/nvksprovider.conf"
+certificates=("$work"/token/keys/*.crt.der)
+ODD_CERTIFICATE=$(windowsPath "${certificates[0]}")
+export ODD_CERTIFICATE
+pin=scripted-4711 # within the lengths of this token
+export ODD_FAULT="C_Login hang"
+fails 1 'did not come back from C_Login within 3 s' "a library that hangs after the PIN" \
+    withPin check --sign --timeout 3
+export ODD_FAULT="C_Login locked"
+fails 1 'The PIN is locked, usually' "a locked PIN has its own advice" withPin check --sign
 finish

@@ -17,6 +17,7 @@
 #include "nvvtoken/nvvtoken_pin.h"
 #include "p11/p11text.h"
 #include "pindialog/pindialog.h"
+#include "system/explanation.h"
 #include "system/key_storage.h"
 #include "system/public_session.h"
 #include "system/software_verification.h"
@@ -33,6 +34,7 @@ struct SignatureResult {
     bool signedAndVerified = false;
     bool notVerified = false;  // signed, but the system cannot verify it
     std::string text;
+    CK_RV rv = CKR_OK;  // of the call that failed
 };
 
 // Tells the parent process that its time limit does not count.
@@ -56,6 +58,7 @@ private:
 // The provider's dialog. Throws PINDialogException if no PIN was entered.
 SecretBytes askForPin(const Findings& findings)
 {
+    const Waiting waiting(findings);
     // Only the template is needed: the module itself would begin a log.
     const LoadedLibrary module(
         LoadLibraryExW(defaultModule().c_str(), nullptr,
@@ -77,9 +80,10 @@ CK_RV login(const Findings& findings, CK_SESSION_HANDLE session)
     const CK_FLAGS flags = findings.slot->tokenInfo().flags;
     if ((flags & CKF_LOGIN_REQUIRED) == 0)
         return CKR_OK;
-    const Waiting waiting(findings);
-    if ((flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0)
+    if ((flags & CKF_PROTECTED_AUTHENTICATION_PATH) != 0) {
+        const Waiting waiting(findings);
         return findings.p11->module()->functionList()->C_Login(session, CKU_USER, nullptr, 0);
+    }
     SecretBytes pin = askForPin(findings);
     if (pin.empty())
         throw PINDialogException("No PIN", PINDialogException::userCanceled);
@@ -134,13 +138,13 @@ SignatureResult signAndVerify(Pkcs11& p11, CK_SESSION_HANDLE session,
     mechanism.mechanism = certificate.isRsa() ? CKM_RSA_PKCS : CKM_ECDSA;
     CK_RV rv = p11.C_SignInit(session, &mechanism, *key);
     if (rv != CKR_OK)
-        return {.text = describe(FailedCall{"C_SignInit", rv})};
+        return {.text = describe(FailedCall{"C_SignInit", rv}), .rv = rv};
     Bytes signature(longestSignature);
     auto size = static_cast<CK_ULONG>(signature.size());
     rv = p11.C_Sign(session, data.data(), static_cast<CK_ULONG>(data.size()), signature.data(),
                     &size);
     if (rv != CKR_OK)
-        return {.text = describe(FailedCall{"C_Sign", rv})};
+        return {.text = describe(FailedCall{"C_Sign", rv}), .rv = rv};
     signature.resize(std::min<size_t>(signature.size(), size));
     const auto good = verifies(certificate, hash, digest, signature);
     if (!good)
@@ -150,19 +154,50 @@ SignatureResult signAndVerify(Pkcs11& p11, CK_SESSION_HANDLE session,
                           : "the signature does not verify with the certificate"};
 }
 
+// Not of this step, but of a key that is not for signatures or that wants the PIN for each of them.
+bool saysWhatKeyIsFor(CK_RV rv)
+{
+    return rv == CKR_KEY_FUNCTION_NOT_PERMITTED || rv == CKR_USER_NOT_LOGGED_IN;
+}
+
+// The meaning and the advice of a result.
+std::string adviceOn(CK_RV rv)
+{
+    if (rv == CKR_KEY_FUNCTION_NOT_PERMITTED)
+        return "The token does not allow signatures with such a key. If the key is for decryption, "
+               "nothing is wrong.";
+    if (rv == CKR_USER_NOT_LOGGED_IN)
+        return "The token wants the PIN for each use of such a key, which this step does not enter. "
+               "Sign with \"keywarden sign\".";
+    const Explanation* row = explain(static_cast<uint32_t>(rv));
+    return row != nullptr ? std::string(row->meaning) + " " + std::string(row->advice)
+                          : "See the library's log for the reason.";
+}
+
 void judgeSignatures(Findings& findings, CK_SESSION_HANDLE session)
 {
     std::vector<std::string> details;
     size_t tried = 0;
     size_t failed = 0;
     size_t open = 0;
+    size_t otherUse = 0;
+    CK_RV firstFailure = CKR_OK;
+    CK_RV firstOtherUse = CKR_OK;
+    bool mismatch = false;
     for (const TokenCertificate& certificate : findings.certificates) {
         if (!certificate.isKey || certificate.keyName.empty() ||
             (!certificate.isRsa() && !certificate.isEc()))
             continue;
         const SignatureResult result = signAndVerify(*findings.p11, session, certificate);
         ++tried;
-        failed += !result.signedAndVerified && !result.notVerified ? 1U : 0U;
+        if (saysWhatKeyIsFor(result.rv)) {
+            ++otherUse;
+            firstOtherUse = firstOtherUse != CKR_OK ? firstOtherUse : result.rv;
+        } else if (!result.signedAndVerified && !result.notVerified) {
+            ++failed;
+            mismatch = mismatch || result.rv == CKR_OK;
+            firstFailure = firstFailure != CKR_OK ? firstFailure : result.rv;
+        }
         open += result.notVerified ? 1U : 0U;
         details.push_back(toUtf8(certificate.keyName) + ": " + result.text);
     }
@@ -170,8 +205,13 @@ void judgeSignatures(Findings& findings, CK_SESSION_HANDLE session)
     if (failed > 0)
         findings.fail(stepName,
                       std::to_string(failed) + of + "do not sign, or not for their certificate",
-                      "Certificate and private key must have the same CKA_ID and belong together. "
-                      "Write the certificate that was issued for the key to the token.");
+                      mismatch ? "Certificate and private key must have the same CKA_ID and belong "
+                                 "together. Write the certificate that was issued for the key to "
+                                 "the token."
+                               : adviceOn(firstFailure));
+    else if (otherUse > 0)
+        findings.warn(stepName, std::to_string(otherUse) + of + "were not tried",
+                      adviceOn(firstOtherUse));
     else if (open > 0)
         findings.warn(stepName, std::to_string(open) + of + "sign, but were not verified",
                       "This system has no such curve. Verify a signature with another program.");
@@ -209,9 +249,7 @@ void checkSigning(Findings& findings)
     }
     if (rv != CKR_OK) {
         findings.fail(stepName, std::string("the token refuses the login: ") + returnValueText(rv),
-                      rv == CKR_PIN_INCORRECT
-                          ? "The PIN is wrong. The token counts wrong PINs and locks after some."
-                          : "See the library's log for the reason.");
+                      adviceOn(rv));
         return;
     }
     judgeSignatures(findings, session.handle());
