@@ -4,10 +4,12 @@
 
 #include <windows.h>
 
+#include <cstdio>
 #include <filesystem>
 #include <span>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <vector>
 
 #include "contains.h"
@@ -163,6 +165,41 @@ TEST_F(OutputFiles, AReplacedFileKeepsItsRights)
     EXPECT_EQ(rightsOf(at(L"old")), rights);
     write(L"new", "new");
     EXPECT_NE(rightsOf(at(L"new")), rights);
+}
+
+// A virus scanner opens new files. A deleted file keeps its name until the scanner has closed it.
+TEST_F(OutputFiles, TheNameOfADeletedFileThatIsStillOpenIsNotNeeded)
+{
+    std::vector<HANDLE> scanned;
+    for (const char* number : {"00", "01"}) {
+        char file[64];
+        std::snprintf(file, sizeof file, "keywarden-%08lx-%s.tmp", GetCurrentProcessId(), number);
+        const auto path = folder.path() / file;
+        scanned.push_back(CreateFileW(path.c_str(), GENERIC_WRITE,
+                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
+                                      nullptr, CREATE_NEW, 0, nullptr));
+        ASSERT_NE(scanned.back(), INVALID_HANDLE_VALUE);
+        ASSERT_TRUE(DeleteFileW(path.c_str()));
+    }
+    EXPECT_NO_THROW(write(L"result", "x"));
+    for (const HANDLE handle : scanned)
+        CloseHandle(handle);
+    EXPECT_EQ(entries(), std::vector<std::string>{"result"});
+}
+
+TEST_F(OutputFiles, AFileThatIsInUseForAMomentIsReplaced)
+{
+    writeFile(at(L"file"), "old");
+    const HANDLE scanned = CreateFileW(at(L"file").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                       OPEN_EXISTING, 0, nullptr);
+    ASSERT_NE(scanned, INVALID_HANDLE_VALUE);
+    std::thread scanner([scanned] {
+        Sleep(300);
+        CloseHandle(scanned);
+    });
+    EXPECT_NO_THROW(write(L"file", "new", {.force = true}));
+    scanner.join();
+    EXPECT_EQ(readFile(at(L"file")), "new");
 }
 
 TEST_F(OutputFiles, ADeviceIsWrittenTo)

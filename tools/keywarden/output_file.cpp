@@ -149,6 +149,14 @@ private:
     SECURITY_ATTRIBUTES attributes_{};
 };
 
+// What a file says while a virus scanner or an indexer has it open, even after it was deleted; and what
+// one says that the user may not write.
+bool mayBeInUse(DWORD error)
+{
+    return error == ERROR_ACCESS_DENIED || error == ERROR_SHARING_VIOLATION ||
+           error == ERROR_LOCK_VIOLATION;
+}
+
 // A new file in the folder of another one. The destructor removes it unless it was renamed.
 class FileBeside {
 public:
@@ -158,8 +166,10 @@ public:
         std::optional<UserAlone> userAlone;
         if (secret)
             userAlone.emplace();
+        constexpr DWORD attempts = 16;
         DWORD error = ERROR_FILE_EXISTS;
-        for (DWORD attempt = 0; attempt < 100 && error == ERROR_FILE_EXISTS; ++attempt) {
+        for (DWORD attempt = 0;
+             attempt < attempts && (error == ERROR_FILE_EXISTS || mayBeInUse(error)); ++attempt) {
             path_ = beside(attempt);
             handle_.reset(CreateFileW(path_.c_str(), GENERIC_WRITE, 0,
                                       secret ? userAlone->attributes() : nullptr, CREATE_NEW,
@@ -193,17 +203,31 @@ public:
         // For when ReplaceFile cannot do it. A disk without access rights refuses.
         if (keepsRights)
             copyAccessRights(target_, path_);
-        renamed_ =
-            (keepsRights && ReplaceFileW(target_.c_str(), path_.c_str(), nullptr,
-                                         REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr)) ||
-            MoveFileExW(path_.c_str(), target_.c_str(),
-                        MOVEFILE_WRITE_THROUGH |
-                            (rules.force ? static_cast<DWORD>(MOVEFILE_REPLACE_EXISTING) : 0));
-        if (!renamed_)
-            cannotWrite(name_, errorText(GetLastError()));
+        constexpr int attempts = 20;
+        constexpr DWORD pause = 50;  // milliseconds
+        DWORD error = replace(rules.force, keepsRights);
+        for (int attempt = 1; attempt < attempts && mayBeInUse(error); ++attempt) {
+            Sleep(pause);
+            error = replace(rules.force, keepsRights);
+        }
+        if (error != ERROR_SUCCESS)
+            cannotWrite(name_, errorText(error));
+        renamed_ = true;
     }
 
 private:
+    // Returns the error.
+    DWORD replace(bool force, bool keepsRights) const
+    {
+        const DWORD flags =
+            MOVEFILE_WRITE_THROUGH | (force ? static_cast<DWORD>(MOVEFILE_REPLACE_EXISTING) : 0);
+        const bool replaced =
+            (keepsRights && ReplaceFileW(target_.c_str(), path_.c_str(), nullptr,
+                                         REPLACEFILE_IGNORE_MERGE_ERRORS, nullptr, nullptr)) ||
+            MoveFileExW(path_.c_str(), target_.c_str(), flags);
+        return replaced ? ERROR_SUCCESS : GetLastError();
+    }
+
     // A short name of its own: the name of the target can be as long as names may be.
     std::filesystem::path beside(DWORD attempt) const
     {
