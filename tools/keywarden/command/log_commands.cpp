@@ -35,10 +35,10 @@ void setLevel(Session& session, const std::string& level, bool mustWrite)
     Settings changes = {{"logLevel", level}};
     if (types != config.get("logTypes"))
         changes["logTypes"] = types;
-    const bool changed = editConfiguration(file, changes);
+    Output& out = session.out;
+    const bool changed = editConfiguration(out, file, changes);
     const bool modern = config.mode().behaviour() == Behaviour::modern;
 
-    Output& out = session.out;
     out.line("logLevel=" + level + (changes.contains("logTypes") ? ", logTypes=" + types : "") +
              " in " + toUtf8(file) + (changed ? "" : ", as before"));
     out.line("Programs that run already keep their level until they are started again.");
@@ -60,8 +60,9 @@ void addLogLevels(CLI::App& log, Session& session)
 {
     log.add_subcommand("on", "Write a full trace: logLevel=TRACE in the file")
         ->callback([&session] { setLevel(session, "TRACE", true); });
-    log.add_subcommand("off", "Write one record an operation: logLevel=INFO")
-        ->callback([&session] { setLevel(session, "INFO", false); });
+    log.add_subcommand("off", "Write one record an operation: logLevel=INFO")->callback([&session] {
+        setLevel(session, "INFO", false);
+    });
 }
 
 }  // namespace NV::tool

@@ -2,15 +2,13 @@
 
 #include "system/configuration_edit.h"
 
-#include <windows.h>
-
 #include <algorithm>
 #include <string_view>
 #include <utility>
 
-#include "base/scope_exit.h"
 #include "config/config_file.h"
 #include "failure.h"
+#include "output_file.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -83,7 +81,7 @@ std::string withValues(std::string text, const Settings& values)
     return text;
 }
 
-bool editConfiguration(const std::filesystem::path& file, const Settings& values)
+bool editConfiguration(Output& out, const std::filesystem::path& file, const Settings& values)
 {
     const ConfigFile content = readConfigFile(file);
     if (!content.opened)
@@ -92,16 +90,8 @@ bool editConfiguration(const std::filesystem::path& file, const Settings& values
     const std::string text = withValues(content.text, values);
     if (text == content.text)
         return false;
-    const HANDLE handle = CreateFileW(file.c_str(), GENERIC_WRITE, FILE_SHARE_READ, nullptr,
-                                      OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr);
-    if (handle == INVALID_HANDLE_VALUE)
-        throw Failure(toUtf8(file) + " cannot be written: " + errorText(GetLastError()));
-    const ScopeExit close([handle] { CloseHandle(handle); });
-    DWORD written = 0;
-    // In one piece: a program that starts meanwhile reads the old text or the new one.
-    if (!WriteFile(handle, text.data(), static_cast<DWORD>(text.size()), &written, nullptr) ||
-        written != text.size() || !SetEndOfFile(handle))
-        throw Failure(toUtf8(file) + " cannot be written completely: " + errorText(GetLastError()));
+    OutputFile(out, toUtf8(file), {}, {.force = true, .text = true})
+        .write({reinterpret_cast<const unsigned char*>(text.data()), text.size()});
     return true;
 }
 
