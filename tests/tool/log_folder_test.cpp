@@ -2,12 +2,16 @@
 
 #include <gtest/gtest.h>
 
+#include <windows.h>
+
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "folder.h"
+#include "formats/log_record.h"
 #include "log_text.h"
 #include "system/log_folder.h"
 
@@ -34,10 +38,10 @@ protected:
         return found;
     }
 
-    std::string latest(const LogText& log, uint32_t process = 4312)
+    std::string latest(const LogText& log, uint32_t process = 4312, int64_t since = 0)
     {
         put("nvksprovider-20260304.log", log.text(), 0);
-        return tool::latestResult(folder.path(), process);
+        return tool::latestResult(folder.path(), process, since);
     }
 
     TemporaryFolder folder;
@@ -100,6 +104,38 @@ TEST_F(LogFolder, HasTheFirstResultOfTheLatestOperation)
               "CKR_PIN_INCORRECT");
 }
 
+// The number of a process is soon used again.
+TEST_F(LogFolder, HasNoResultOfAnEarlierProcess)
+{
+    LogText log;
+    log.record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a4(CKR_PIN_LOCKED))");
+    EXPECT_EQ(latest(log, 4312, *tool::parseTime("2026-03-04 17:00:00.000")), "CKR_PIN_LOCKED");
+    EXPECT_EQ(latest(log, 4312, *tool::parseTime("2026-03-04 17:00:00.001")), "");
+    log.record("INF", "DllMain", "Program=C:\\odd.exe, USER=a, VERSION=1");
+    EXPECT_EQ(latest(log), "");
+}
+
+TEST_F(LogFolder, KnowsWhenThisProcessBegan)
+{
+    SYSTEMTIME now;
+    GetLocalTime(&now);
+    const int64_t age = *tool::parseTime(tool::timeText(now)) - tool::beginningOfProcess();
+    EXPECT_GE(age, 0);
+    EXPECT_LT(age, 600'000);
+}
+
+// At the level ERROR, there is nothing but errors.
+TEST_F(LogFolder, HasTheLastResultIfOperationsAreNotShown)
+{
+    EXPECT_EQ(latest(LogText()
+                         .record("ERR", "NV::P11Token::login",
+                                 "Failed to login the token (000000a0(CKR_PIN_INCORRECT))")
+                         .record("ERR", "NV::P11RSAKeyObject::sign",
+                                 "Failed to sign (00000030(CKR_DEVICE_ERROR))")
+                         .record("ERR", "NV::P11RSAKeyObject::sign", "Caught an error")),
+              "CKR_DEVICE_ERROR");
+}
+
 TEST_F(LogFolder, ReadsTheEndOfALargeLog)
 {
     LogText log;
@@ -108,7 +144,7 @@ TEST_F(LogFolder, ReadsTheEndOfALargeLog)
     LogText end;
     end.record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a4(CKR_PIN_LOCKED))");
     put("nvksprovider-20260304.log", text + end.text(), 0);
-    EXPECT_EQ(tool::latestResult(folder.path(), 4312), "CKR_PIN_LOCKED");
+    EXPECT_EQ(tool::latestResult(folder.path(), 4312, 0), "CKR_PIN_LOCKED");
 }
 
 }  // namespace

@@ -19,6 +19,8 @@ namespace NV::test {
 // A log that grows line by line. Each line is a tenth of a second later than the one before.
 class LogText {
 public:
+    explicit LogText(std::string day = "2026-03-04") : day_(std::move(day)) {}
+
     // Sets the process and the thread of the lines that follow.
     LogText& as(const std::string& process, const std::string& thread)
     {
@@ -30,10 +32,10 @@ public:
                     const std::string& message)
     {
         char time[32];
-        std::snprintf(time, sizeof time, "2026-03-04 17:%02d:%02d.%d00", tenths_ / 600,
-                      tenths_ / 10 % 60, tenths_ % 10);
+        std::snprintf(time, sizeof time, " 17:%02d:%02d.%d00", tenths_ / 600, tenths_ / 10 % 60,
+                      tenths_ % 10);
         ++tenths_;
-        text_ += std::string(time) + " " + level + " [" + identity_ + "] " + function +
+        text_ += day_ + time + " " + level + " [" + identity_ + "] " + function +
                  "[odd.cpp:" + std::to_string(tenths_) + "]:" + message + "\n";
         return *this;
     }
@@ -84,6 +86,7 @@ public:
     const std::string& text() const { return text_; }
 
 private:
+    std::string day_;
     std::string text_;
     std::string identity_ = "04312,1a2b3c4d";
     int tenths_ = 0;

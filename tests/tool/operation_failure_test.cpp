@@ -34,7 +34,8 @@ protected:
     // A record of the end of an operation, of this process.
     void logEnd(const std::string& more)
     {
-        LogText log;
+        // Later than the beginning of this process.
+        LogText log("2999-03-04");
         log.as(std::to_string(GetCurrentProcessId()), "0000000a");
         log.record("INF", "NVKSPSignHash", "DONE, STATUS=0x8009002d, ELAPSED:9.0(ms)" + more);
         writeFile(profile.path() / "l" / "nvksprovider-20260304.log", log.text());
@@ -83,6 +84,16 @@ TEST_F(OperationFailure, IsTheResultInTheLogOfThisProcess)
     logEnd(", RESULT=0x80000001");
     expect(NTE_INTERNAL_ERROR, ExitCode::failed, std::string(internalError) + ", 0x80000001",
            "vendor's own");
+}
+
+TEST_F(OperationFailure, IsNoResultOfAnEarlierProcessOfTheSameNumber)
+{
+    configure("mode=modern\nlogTypes=FILE\nlogLevel=ERROR\n");
+    LogText log("2026-03-04");
+    log.as(std::to_string(GetCurrentProcessId()), "0000000a");
+    log.record("ERR", "NV::P11RSAKeyObject::sign", "Failed (000000a4(CKR_PIN_LOCKED))");
+    writeFile(profile.path() / "l" / "nvksprovider-20260304.log", log.text());
+    expect(NTE_INTERNAL_ERROR, ExitCode::failed, internalError, "");
 }
 
 TEST_F(OperationFailure, SaysHowToFindOutWhatTheLogDoesNotSay)

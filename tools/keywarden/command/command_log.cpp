@@ -56,11 +56,7 @@ std::string localTime()
 {
     SYSTEMTIME now;
     GetLocalTime(&now);
-    char text[32];
-    std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u.%03u", unsigned{now.wYear},
-                  unsigned{now.wMonth}, unsigned{now.wDay}, unsigned{now.wHour},
-                  unsigned{now.wMinute}, unsigned{now.wSecond}, unsigned{now.wMilliseconds});
-    return text;
+    return timeText(now);
 }
 
 // The name as the log writes it. Throws CLI::ValidationError for a name that no operation has.

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <cstdio>
 #include <fstream>
 #include <system_error>
 
@@ -57,21 +58,36 @@ bool isProcess(std::string_view number, uint32_t process)
 }
 
 // The result of the operation that is under way, and of the latest one that has ended.
-struct Results {
-    std::string current;
-    std::string latest;
-
+class Results {
+public:
     void read(const LogRecord& record)
     {
-        if (record.message == "ENTER" && !operationOfTable(record.function).empty())
-            current.clear();
-        if (record.isError() && current.empty())
-            current = resultInError(record.message);
-        if (const auto end = parseEnd(record)) {
-            latest = end->result.empty() ? current : std::string(end->result);
-            current.clear();
+        const auto end = parseEnd(record);
+        // A process of the same number that has ended.
+        if (record.function == "DllMain" && record.message.starts_with("Program="))
+            *this = {};
+        if (!operationOfTable(record.function).empty() && record.message == "ENTER") {
+            current_.clear();
+            delimited_ = true;
+        }
+        // At the level ERROR, the log does not say which errors are of one operation.
+        if (const auto result = resultInError(record.message);
+            record.isError() && !result.empty() && (current_.empty() || !delimited_))
+            current_ = result;
+        if (end) {
+            latest_ = end->result.empty() ? current_ : std::string(end->result);
+            current_.clear();
+            delimited_ = true;
         }
     }
+
+    const std::string& latest() const { return current_.empty() ? latest_ : current_; }
+
+private:
+    std::string current_;
+    std::string latest_;
+    // Whether there are records where operations begin or end.
+    bool delimited_ = false;
 };
 
 }  // namespace
@@ -112,7 +128,28 @@ LogState configuredLog()
     return state;
 }
 
-std::string latestResult(const std::filesystem::path& folder, uint32_t process)
+std::string timeText(const SYSTEMTIME& local)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%04u-%02u-%02u %02u:%02u:%02u.%03u", unsigned{local.wYear},
+                  unsigned{local.wMonth}, unsigned{local.wDay}, unsigned{local.wHour},
+                  unsigned{local.wMinute}, unsigned{local.wSecond}, unsigned{local.wMilliseconds});
+    return text;
+}
+
+int64_t beginningOfProcess()
+{
+    FILETIME begun;
+    FILETIME ignored;
+    FILETIME local;
+    SYSTEMTIME fields;
+    if (!GetProcessTimes(GetCurrentProcess(), &begun, &ignored, &ignored, &ignored) ||
+        !FileTimeToLocalFileTime(&begun, &local) || !FileTimeToSystemTime(&local, &fields))
+        return 0;
+    return parseTime(timeText(fields)).value_or(0);
+}
+
+std::string latestResult(const std::filesystem::path& folder, uint32_t process, int64_t since)
 {
     const std::vector<LogFile> files = logFilesIn(folder);
     if (files.empty())
@@ -122,11 +159,11 @@ std::string latestResult(const std::filesystem::path& folder, uint32_t process)
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find('\n', begin), text.size());
         const auto record = parseRecord(std::string_view(text).substr(begin, end - begin));
-        if (record && isProcess(record->process, process))
+        if (record && record->milliseconds >= since && isProcess(record->process, process))
             results.read(*record);
         begin = end + 1;
     }
-    return results.current.empty() ? results.latest : results.current;
+    return results.latest();
 }
 
 }  // namespace NV::tool

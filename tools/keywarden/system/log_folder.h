@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <windows.h>
+
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -29,9 +31,17 @@ struct LogState {
 };
 LogState configuredLog();
 
+// The time in the form of LogRecord::time.
+std::string timeText(const SYSTEMTIME& local);
+
+// When this process began, in milliseconds as in LogRecord; 0 if the system does not tell.
+int64_t beginningOfProcess();
+
 // The name of the first PKCS#11 result that failed in the latest operation of a process:
-// "CKR_PIN_INCORRECT", or a number without a name, "0x80000001". Reads the end of the log that was
-// changed last. Empty if there is no log, or it does not say.
-std::string latestResult(const std::filesystem::path& folder, uint32_t process);
+// "CKR_PIN_INCORRECT", or a number without a name, "0x80000001". At the level ERROR, which does not show
+// where an operation begins, it is the last one. Reads the end of the log that was changed last, and of
+// it what was written since that time, in milliseconds as in LogRecord: an earlier process may have had
+// the same number. Empty if there is no log, or it does not say.
+std::string latestResult(const std::filesystem::path& folder, uint32_t process, int64_t since);
 
 }  // namespace NV::tool

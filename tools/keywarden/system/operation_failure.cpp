@@ -60,7 +60,8 @@ std::optional<Logged> readLog()
         loadConfiguration();
         Logged logged{configuredLog(), {}};
         if (logged.state.written)
-            logged.result = latestResult(configuredLogFolder(), GetCurrentProcessId());
+            logged.result =
+                latestResult(configuredLogFolder(), GetCurrentProcessId(), beginningOfProcess());
         return logged;
     } catch (const std::exception&) {
         return std::nullopt;
