@@ -3,9 +3,11 @@
 #include "formats/cms.h"
 
 #include <algorithm>
+#include <span>
 #include <string_view>
 #include <vector>
 
+#include "failure.h"
 #include "formats/der.h"
 #include "formats/hashing.h"
 
@@ -85,16 +87,51 @@ Bytes signatureAlgorithm(const CmsSigner& signer)
     return derSequence({derOid(oidsOf(signer.hash).ecdsa)});
 }
 
-Bytes issuerAndSerialNumber(const CERT_INFO& certificate)
+struct DerHead {
+    size_t size = 0;     // of tag and length
+    size_t content = 0;  // in bytes
+};
+
+// The head of the element at this place of the text, which is shorter than 4 GiB. Throws Failure if the text
+// ends before the element does.
+DerHead headAt(std::span<const BYTE> der, size_t place)
 {
-    const CERT_NAME_BLOB& issuer = certificate.Issuer;
-    const CRYPT_INTEGER_BLOB& serial = certificate.SerialNumber;
-    Bytes number(serial.pbData, serial.pbData + serial.cbData);
-    std::ranges::reverse(number);  // the system has the least significant byte first
-    // A negative number, which some authorities issue, keeps its sign.
-    const bool negative = !number.empty() && (number.front() & 0x80) != 0;
-    return derSequence({Bytes(issuer.pbData, issuer.pbData + issuer.cbData),
-                        negative ? derElement(0x02, number) : derInteger(number)});
+    constexpr unsigned char longForm = 0x80;
+    const std::span<const BYTE> rest = der.subspan(std::min(place, der.size()));
+    DerHead head{2, rest.size() < 2 ? 0U : rest[1]};
+    if (head.content > longForm && head.content <= longForm + 4) {
+        head.size += head.content - longForm;
+        head.content = 0;
+        for (size_t i = 2; i < std::min(head.size, rest.size()); ++i)
+            head.content = (head.content << 8) | rest[i];
+    }
+    if (rest.size() < head.size || rest.size() - head.size < head.content)
+        throw Failure("the certificate of the key is damaged");
+    return head;
+}
+
+// The element with its tag as the certificate has it: the serial number of CERT_INFO may lack its leading
+// zero byte, without which it would be negative.
+Bytes serialNumber(const CERT_CONTEXT& certificate)
+{
+    constexpr unsigned char versionTag = 0xA0;
+    const std::span<const BYTE> der(certificate.pbCertEncoded, certificate.cbCertEncoded);
+    size_t place = headAt(der, 0).size;
+    place += headAt(der, place).size;
+    DerHead head = headAt(der, place);
+    if (der[place] == versionTag) {
+        place += head.size + head.content;
+        head = headAt(der, place);
+    }
+    const auto serial = der.subspan(place, head.size + head.content);
+    return {serial.begin(), serial.end()};
+}
+
+Bytes issuerAndSerialNumber(const CERT_CONTEXT& certificate)
+{
+    const CERT_NAME_BLOB& issuer = certificate.pCertInfo->Issuer;
+    return derSequence(
+        {Bytes(issuer.pbData, issuer.pbData + issuer.cbData), serialNumber(certificate)});
 }
 
 // The same element with an implicit context tag in place of its own.
@@ -106,7 +143,7 @@ Bytes implicit(unsigned number, Bytes element)
 
 Bytes signerInfo(const CmsSigner& signer, const Bytes& attributes, const Bytes& signature)
 {
-    return derSequence({derInteger(1U), issuerAndSerialNumber(*signer.certificate.pCertInfo),
+    return derSequence({derInteger(1U), issuerAndSerialNumber(signer.certificate),
                         digestAlgorithm(signer.hash), implicit(0, attributes),
                         signatureAlgorithm(signer), derOctets(signature)});
 }

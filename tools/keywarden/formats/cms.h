@@ -29,7 +29,8 @@ struct CmsSigner {
 // signed. `time` is UTC.
 Bytes cmsAttributes(const Bytes& digest, const SYSTEMTIME& time);
 
-// The ContentInfo as DER. `signature` is of the attributes; an ECDSA signature is DER, too.
+// The ContentInfo as DER. `signature` is of the attributes; an ECDSA signature is DER, too. Throws Failure
+// if the certificate is damaged.
 Bytes cmsSignature(const CmsSigner& signer, const Bytes& attributes, const Bytes& signature);
 
 }  // namespace NV::tool
