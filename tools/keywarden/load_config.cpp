@@ -11,14 +11,14 @@
 
 namespace {
 
-// Microsoft's IMAGE_LOAD_CONFIG_DIRECTORY64 up to its members of Windows XP; the SDK's names.
+// Microsoft's IMAGE_LOAD_CONFIG_DIRECTORY64 up to its members of Windows XP.
 struct LoadConfiguration {
-    DWORD Size;
+    DWORD size;
     BYTE unused[74];
-    WORD DependentLoadFlags;
+    WORD dependentLoadFlags;
     BYTE unusedToo[32];
 };
-static_assert(offsetof(LoadConfiguration, DependentLoadFlags) == 0x4E);
+static_assert(offsetof(LoadConfiguration, dependentLoadFlags) == 0x4E);
 static_assert(sizeof(LoadConfiguration) == 0x70);
 
 [[gnu::used, gnu::section(".ldcfg")]] const LoadConfiguration configuration = {

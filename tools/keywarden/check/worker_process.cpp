@@ -118,8 +118,7 @@ public:
             return handle == nullptr || handle == INVALID_HANDLE_VALUE;
         });
         std::ranges::sort(handles_);
-        const auto twice = std::ranges::unique(handles_);
-        handles_.erase(twice.begin(), twice.end());
+        handles_.erase(std::unique(handles_.begin(), handles_.end()), handles_.end());
         SIZE_T size = 0;
         InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
         memory_.resize(size);
@@ -211,7 +210,7 @@ private:
     void start(const WorkerTask& task)
     {
         const OwnedHandle input = openNull();
-        const HANDLE error = GetStdHandle(STD_ERROR_HANDLE);
+        HANDLE error = GetStdHandle(STD_ERROR_HANDLE);
         SetHandleInformation(error, HANDLE_FLAG_INHERIT, HANDLE_FLAG_INHERIT);
         InheritedHandles handles({input.get(), output_.write.get(), error, results_.write.get()});
         STARTUPINFOEXW startup{};

@@ -38,7 +38,7 @@ std::vector<std::string> namesOf(const CLI::Option& option)
 // The values of an option that has few: its placeholder lists them, as in pkcs1|pss.
 std::vector<std::string> valuesOf(const CLI::Option& option)
 {
-    const std::string placeholder = option.get_option_text();
+    const std::string& placeholder = option.get_option_text();
     if (placeholder == "HASH")
         return {"sha1", "sha256", "sha384", "sha512"};
     if (placeholder.find('|') == std::string::npos)

@@ -70,7 +70,7 @@ std::string operationNamed(const std::string& text)
         };
         if (std::ranges::equal(name, text, equal))
             return std::string(name);
-        if (!std::ranges::search(name, text, equal).empty() ||
+        if (std::search(name.begin(), name.end(), text.begin(), text.end(), equal) != name.end() ||
             std::ranges::equal(name.substr(0, 3), std::string_view(text).substr(0, 3), equal))
             similar.emplace_back(name);
     }

@@ -20,7 +20,7 @@ namespace NV::tool {
 namespace {
 
 // A traced operation is far shorter.
-constexpr std::streamoff endSize = 1024 * 1024;
+constexpr std::streamoff endSize = std::streamoff{1024} * 1024;
 
 // "2026-03-04" from "nvksprovider-20260304.log". Empty for any other name.
 std::string dayOf(const std::wstring& name)
