@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cctype>
-#include <charconv>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,19 +16,11 @@
 #include "session.h"
 #include "system/explanation.h"
 #include "text.h"
+#include "whole_number.h"
 
 namespace NV::tool {
 
 namespace {
-
-template <typename Number>
-std::optional<Number> numberOf(std::string_view text, int base)
-{
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    const bool whole = error == std::errc() && end == text.data() + text.size();
-    return whole ? std::optional(number) : std::nullopt;
-}
 
 // The results from here on are the vendors' own (CKR_VENDOR_DEFINED).
 constexpr uint32_t vendorsOwn = 0x80000000;
@@ -39,14 +30,14 @@ std::optional<uint32_t> valueOf(std::string_view text)
 {
     constexpr size_t digitsInLog = 8;
     if (text.starts_with("0x") || text.starts_with("0X"))
-        return numberOf<uint32_t>(text.substr(2), 16);
+        return wholeNumber<uint32_t>(text.substr(2), 16);
     if (text.size() == digitsInLog)
-        return numberOf<uint32_t>(text, 16);
+        return wholeNumber<uint32_t>(text, 16);
     if (text.starts_with('-')) {
-        const auto number = numberOf<int32_t>(text, 10);
+        const auto number = wholeNumber<int32_t>(text);
         return number ? std::optional(static_cast<uint32_t>(*number)) : std::nullopt;
     }
-    return numberOf<uint32_t>(text, 10);
+    return wholeNumber<uint32_t>(text);
 }
 
 // The name in "000000a4(CKR_PIN_LOCKED)", the number in "000000a4(UNKNOWN)"; all of any other text.

@@ -2,7 +2,7 @@
 
 #include "log/log_filter.h"
 
-#include <charconv>
+#include "whole_number.h"
 
 namespace NV::tool {
 
@@ -18,15 +18,6 @@ struct Unit {
     int64_t milliseconds;
 };
 constexpr Unit units[] = {{'s', 1000}, {'m', 60'000}, {'h', 3'600'000}, {'d', 86'400'000}};
-
-template <typename Number>
-std::optional<Number> wholeNumber(std::string_view text)
-{
-    Number number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
-    const bool whole = error == std::errc() && end == text.data() + text.size();
-    return whole ? std::optional(number) : std::nullopt;
-}
 
 std::optional<int64_t> parseAge(std::string_view text)
 {

@@ -3,7 +3,6 @@
 #include "system/log_folder.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cstdio>
 #include <fstream>
 #include <system_error>
@@ -14,6 +13,7 @@
 #include "failure.h"
 #include "formats/log_record.h"
 #include "text.h"
+#include "whole_number.h"
 
 namespace NV::tool {
 
@@ -48,13 +48,6 @@ std::string endOf(const std::filesystem::path& file)
     stream.read(text.data(), static_cast<std::streamsize>(text.size()));
     text.resize(static_cast<size_t>(stream.gcount()));
     return text;
-}
-
-bool isProcess(std::string_view number, uint32_t process)
-{
-    uint32_t value = 0;
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), value);
-    return error == std::errc() && value == process;
 }
 
 // The result of the operation that is under way, and of the latest one that has ended.
@@ -159,7 +152,8 @@ std::string latestResult(const std::filesystem::path& folder, uint32_t process, 
     for (size_t begin = 0; begin < text.size();) {
         const size_t end = std::min(text.find('\n', begin), text.size());
         const auto record = parseRecord(std::string_view(text).substr(begin, end - begin));
-        if (record && record->milliseconds >= since && isProcess(record->process, process))
+        if (record && record->milliseconds >= since &&
+            wholeNumber<uint32_t>(record->process) == process)
             results.read(*record);
         begin = end + 1;
     }
