@@ -19,7 +19,49 @@ TEST(AccessRights, TellWhetherOthersMayWrite)
     EXPECT_TRUE(tool::othersMayWrite(file));
     setRights(file, readableByAll);
     EXPECT_FALSE(tool::othersMayWrite(file));
-    EXPECT_FALSE(tool::othersMayWrite(folder.path() / "none.dll"));
+}
+
+bool othersMayWrite(const wchar_t* sddl)
+{
+    const Descriptor descriptor = descriptorOf(sddl);
+    BOOL present = FALSE;
+    BOOL defaulted = FALSE;
+    PACL list = nullptr;
+    EXPECT_TRUE(GetSecurityDescriptorDacl(descriptor.get(), &present, &list, &defaulted));
+    return tool::othersMayWrite(list);
+}
+
+// A list itself: not every file system keeps the rights of other users.
+TEST(AccessRights, CountAnyOtherUserAsOthers)
+{
+    for (const wchar_t* sddl : {
+             L"D:(A;;FA;;;S-1-5-21-1-2-3-4711)",              // a user of the domain
+             L"D:(A;;FW;;;S-1-5-21-1-2-3-513)",               // all of them
+             L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x2;;;BU)",      // users of this computer
+             L"D:(A;;WD;;;S-1-5-21-1-2-3-4711)(A;;FA;;;OW)",  // may give themselves the right
+         })
+        EXPECT_TRUE(othersMayWrite(sddl));
+    EXPECT_TRUE(tool::othersMayWrite(static_cast<PACL>(nullptr)));
+    for (const wchar_t* sddl : {
+             L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;FRFX;;;BU)",
+             L"D:(A;;FA;;;S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464)",
+             L"D:(A;;FA;;;OW)(A;;FR;;;S-1-5-21-1-2-3-4711)",
+             L"D:(A;OICIIO;FA;;;BU)",  // of what is created in the folder
+             L"D:(D;;FA;;;BU)",
+         })
+        EXPECT_FALSE(othersMayWrite(sddl));
+}
+
+TEST(AccessRights, LetTheCurrentUserWrite)
+{
+    const TemporaryFolder folder;
+    EXPECT_FALSE(tool::othersMayWrite(folder.path()));
+}
+
+TEST(AccessRights, CountAsWritableIfTheyCannotBeRead)
+{
+    const TemporaryFolder folder;
+    EXPECT_TRUE(tool::othersMayWrite(folder.path() / "none.dll"));
 }
 
 TEST(AccessRights, AreCopied)

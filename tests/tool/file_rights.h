@@ -9,6 +9,7 @@
 #include <sddl.h>
 
 #include <filesystem>
+#include <memory>
 #include <string>
 
 namespace NV::test {
@@ -17,13 +18,23 @@ namespace NV::test {
 inline constexpr const wchar_t* readableByAll = L"D:P(A;;FA;;;OW)(A;;FR;;;WD)";
 inline constexpr const wchar_t* writableByAll = L"D:P(A;;FA;;;OW)(A;;FA;;;WD)";
 
-inline void setRights(const std::filesystem::path& path, const wchar_t* sddl)
+struct DescriptorFreer {
+    void operator()(void* descriptor) const { LocalFree(descriptor); }
+};
+using Descriptor = std::unique_ptr<void, DescriptorFreer>;
+
+inline Descriptor descriptorOf(const wchar_t* sddl)
 {
     PSECURITY_DESCRIPTOR descriptor = nullptr;
-    ASSERT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1,
+    EXPECT_TRUE(ConvertStringSecurityDescriptorToSecurityDescriptorW(sddl, SDDL_REVISION_1,
                                                                      &descriptor, nullptr));
-    EXPECT_TRUE(SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, descriptor));
-    LocalFree(descriptor);
+    return Descriptor(descriptor);
+}
+
+inline void setRights(const std::filesystem::path& path, const wchar_t* sddl)
+{
+    EXPECT_TRUE(
+        SetFileSecurityW(path.c_str(), DACL_SECURITY_INFORMATION, descriptorOf(sddl).get()));
 }
 
 // "D:P(A;;FA;;;S-1-5-...)".

@@ -5,9 +5,11 @@
 #include <windows.h>
 
 #include <aclapi.h>
+#include <sddl.h>
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
 namespace NV::tool {
 
@@ -40,38 +42,70 @@ AccessRights rightsOf(const std::filesystem::path& path)
     return rights;
 }
 
-bool isBroadGroup(PSID group)
+// The system's installer, "NT SERVICE\\TrustedInstaller".
+constexpr const wchar_t* trustedInstaller =
+    L"S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464";
+
+bool isCurrentUser(PSID one)
 {
-    constexpr WELL_KNOWN_SID_TYPE groups[] = {WinWorldSid,         WinAuthenticatedUserSid,
-                                              WinBuiltinUsersSid,  WinInteractiveSid,
-                                              WinBuiltinGuestsSid, WinAnonymousSid};
+    HANDLE token = nullptr;
+    if (!OpenProcessToken(GetCurrentProcess(), TOKEN_QUERY, &token))
+        return false;
+    alignas(TOKEN_USER) unsigned char buffer[sizeof(TOKEN_USER) + SECURITY_MAX_SID_SIZE];
+    DWORD size = 0;
+    const BOOL known = GetTokenInformation(token, TokenUser, buffer, sizeof buffer, &size);
+    CloseHandle(token);
+    return known && EqualSid(one, reinterpret_cast<TOKEN_USER*>(buffer)->User.Sid);
+}
+
+bool isTrustedInstaller(PSID one)
+{
+    LPWSTR text = nullptr;
+    if (!ConvertSidToStringSidW(one, &text))
+        return false;
+    const std::unique_ptr<void, LocalMemoryFreer> owner(text);
+    return std::wstring_view(text) == trustedInstaller;
+}
+
+// Who may replace a file without being one of the others.
+bool isTrusted(PSID one)
+{
+    constexpr WELL_KNOWN_SID_TYPE administrators[] = {
+        WinLocalSystemSid, WinBuiltinAdministratorsSid, WinAccountDomainAdminsSid,
+        WinCreatorOwnerSid, WinCreatorOwnerRightsSid};
     return std::ranges::any_of(
-        groups, [&](WELL_KNOWN_SID_TYPE type) { return IsWellKnownSid(group, type) != FALSE; });
+               administrators,
+               [&](WELL_KNOWN_SID_TYPE type) { return IsWellKnownSid(one, type) != FALSE; }) ||
+           isTrustedInstaller(one) || isCurrentUser(one);
 }
 
 }  // namespace
 
-bool othersMayWrite(const std::filesystem::path& path)
+bool othersMayWrite(PACL list)
 {
     // Of a folder, the same bits stand for adding files and folders.
     constexpr ACCESS_MASK writing = FILE_WRITE_DATA | FILE_APPEND_DATA | FILE_DELETE_CHILD |
                                     WRITE_DAC | WRITE_OWNER | GENERIC_WRITE | GENERIC_ALL;
-    const AccessRights rights = rightsOf(path);
-    if (rights.descriptor == nullptr)
-        return false;
-    if (rights.list == nullptr)
+    if (list == nullptr)
         return true;
-    for (DWORD i = 0; i < rights.list->AceCount; ++i) {
+    for (DWORD i = 0; i < list->AceCount; ++i) {
         void* entry = nullptr;
-        if (!GetAce(rights.list, i, &entry))
+        if (!GetAce(list, i, &entry))
             continue;
         auto& allowed = *static_cast<ACCESS_ALLOWED_ACE*>(entry);
         if (allowed.Header.AceType == ACCESS_ALLOWED_ACE_TYPE &&
             (allowed.Header.AceFlags & INHERIT_ONLY_ACE) == 0 && (allowed.Mask & writing) != 0 &&
-            isBroadGroup(&allowed.SidStart))
+            !isTrusted(&allowed.SidStart))
             return true;
     }
     return false;
+}
+
+bool othersMayWrite(const std::filesystem::path& path)
+{
+    // A null list, too, if the system does not say.
+    const AccessRights rights = rightsOf(path);
+    return othersMayWrite(rights.list);
 }
 
 bool copyAccessRights(const std::filesystem::path& from, const std::filesystem::path& to)
