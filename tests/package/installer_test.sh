@@ -268,7 +268,7 @@ checkUsesInstalledModule()
 {
     local text
     text=$(timeout 60 wine cmd /c keywarden --json keys </dev/null 2>/dev/null | tr -d '\r') || true
-    grep -q '"error": "the provider cannot be opened: ' <<<"$text" || echo "keys: $text"
+    grep -q '"error": "opening the provider failed: ' <<<"$text" || echo "keys: $text"
 }
 
 checkStepRegistered()

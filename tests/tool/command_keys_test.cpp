@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 
 #include "certified_profile.h"
@@ -85,6 +86,35 @@ TEST_F(KeysCommand, SaysThatThereIsNoToken)
     setFault(L"C_GetSlotList none");
     const Json document = keys(7);
     EXPECT_EQ(document["error"], "there is no token: no slot has an initialised one");
+}
+
+TEST_F(KeysCommand, DoesNotTakeATokenThatCannotBeReadForAnEmptyOne)
+{
+    for (const bool modern : {false, true}) {
+        if (modern)
+            setModern();
+        setFault(L"C_OpenSession refuse");
+        const Json document = keys(1);
+        EXPECT_TRUE(document.contains("error")) << document.dump(1);
+        EXPECT_TRUE(contains(document.value("advice", ""), "keywarden check")) << document.dump(1);
+    }
+}
+
+// The name has as many bytes as the one that it replaces. Nobody checks the signature.
+TEST_F(KeysCommand, AlignsAJapaneseSubject)
+{
+    const std::string old = "KeyWarden rsa2048";
+    const std::string name = "\u5c71\u7530\u592a\u90ce\u69d8 A";
+    ASSERT_EQ(old.size(), name.size());
+    Bytes der = onToken;
+    const auto last = std::ranges::find_end(der, old);
+    ASSERT_FALSE(last.empty());
+    std::ranges::copy(name, last.begin());
+    setCertificate(der);
+    const std::string text = profile.run({"keys"}, options).output;
+    // Each of these characters is as wide as two others.
+    EXPECT_TRUE(contains(text, "KEY   ALGORITHM  BITS  SUBJECT       EXPIRES")) << text;
+    EXPECT_TRUE(contains(text, "7391  RSA        2048  " + name + "  20")) << text;
 }
 
 TEST_F(KeysCommand, RefusesAModuleWithoutATable)

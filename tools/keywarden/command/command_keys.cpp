@@ -40,7 +40,6 @@ struct StaleRow {
 struct KeyList {
     std::vector<KeyRow> keys;
     std::vector<StaleRow> stale;
-    bool tokenRead = false;
 };
 
 // The token verifies and encrypts with its public key object. What the private key can do is visible
@@ -97,13 +96,17 @@ KeyList listAll(Session& session)
     // First, so that each of the two has the library to itself.
     guardKeyStorage(session);
     const TokenContents token = readToken();
-    KeyList list{.keys = {}, .stale = {}, .tokenRead = token.read};
+    KeyList list;
     const KeyStorage storage(session);
     const std::vector<std::wstring> names = storage.keyNames();
     if (names.empty() && token.answers && !token.hasToken)
         throw Failure("there is no token: no slot has an initialised one",
                       "Insert the card or connect the token. \"keywarden check\" shows the slots.",
                       ExitCode::noTokenOrKey);
+    if (names.empty() && !token.read)
+        throw Failure(token.answers ? "the token cannot be read"
+                                    : "the token's library cannot be loaded or initialized",
+                      "Run \"keywarden check\" to find the reason.");
     // Opening the provider has published the certificates.
     const std::vector<StoredCertificate> stored = certificatesInMy();
     for (const std::wstring& name : names) {
@@ -159,11 +162,8 @@ void listKeys(Session& session)
     for (const StaleRow& row : list.stale)
         document["stale"].push_back(toJson(row));
     if (rows.empty())
-        session.out.line(
-            list.tokenRead
-                ? "The token has no certificate of a key, so the provider has no keys. "
-                  "\"keywarden check\" shows its certificates."
-                : "The provider has no keys. Run \"keywarden check\" to find the reason.");
+        session.out.line("The token has no certificate of a key, so the provider has no keys. "
+                         "\"keywarden check\" shows its certificates.");
     else
         session.out.table({"KEY", "ALGORITHM", "BITS", "SUBJECT", "EXPIRES", "OPERATIONS"}, rows);
     printStale(session.out, list.stale);

@@ -184,14 +184,24 @@ void requireResult(bool given, const std::string& what)
                       ExitCode::noDesktop);
 }
 
-KeyStorage::KeyStorage(const Session& session)
-    : table_(guardedTable(session)),
-      advice_(session.cng ? "Run \"keywarden status\" to see whether it is registered."
-                          : "Run \"keywarden check\" to find the reason.")
+KeyStorage::KeyStorage(const Session& session) : table_(guardedTable(session)), cng_(session.cng)
 {
     const SECURITY_STATUS status = table_.OpenProvider(&handle_, providerName, 0);
     if (status != ERROR_SUCCESS)
-        throw Failure("the provider cannot be opened: " + statusText(status), advice_);
+        fail(status, "opening the provider");
+}
+
+void KeyStorage::fail(SECURITY_STATUS status, const std::string& what) const
+{
+    // The router of CNG has statuses of its own for a provider that is not registered.
+    if (cng_ && status != NTE_INTERNAL_ERROR)
+        throw Failure(what + " failed: " + statusText(status),
+                      "Run \"keywarden status\" to see whether it is registered.");
+    const Failure failure = operationFailure(status, what, PinUse::none);
+    throw Failure(failure.what(),
+                  failure.advice() + (failure.advice().empty() ? "" : " ") +
+                      "Run \"keywarden check\" to find the reason.",
+                  failure.exitCode());
 }
 
 KeyStorage::~KeyStorage()
@@ -212,7 +222,7 @@ std::vector<std::wstring> KeyStorage::keyNames() const
     if (state != nullptr)
         table_.FreeBuffer(state);
     if (status != NTE_NO_MORE_ITEMS)
-        throw Failure("the provider cannot list its keys: " + statusText(status), advice_);
+        fail(status, "listing the keys");
     return names;
 }
 

@@ -53,9 +53,12 @@ public:
     std::vector<std::wstring> keyNames() const;
 
 private:
+    // Throws the Failure of a call that succeeds on every working provider.
+    [[noreturn]] void fail(SECURITY_STATUS status, const std::string& what) const;
+
     NCRYPT_KEY_STORAGE_FUNCTION_TABLE table_{};
     NCRYPT_PROV_HANDLE handle_ = 0;
-    const char* advice_;  // for calls that succeed on every working provider
+    bool cng_;
 };
 
 // An opened or imported key; the destructor closes it. The storage must outlive it.
