@@ -51,6 +51,14 @@ TEST(Output, ColumnsAreAsWideAsTheirEscapes)
     EXPECT_EQ(printed.out, "A     B\n\\x1B  x\nyy    z\n");
 }
 
+TEST(Output, ColumnsAreAsWideAsOnATerminal)
+{
+    const Printed printed = printedBy([](Output& out) {
+        out.table({"A", "B"}, {{"\u5c71\u7530", "x"}, {"e\u0301\u00e9", "z"}, {"\U0001f511", "k"}});
+    });
+    EXPECT_EQ(printed.out, "A     B\n\u5c71\u7530  x\ne\u0301\u00e9    z\n\U0001f511    k\n");
+}
+
 TEST(Output, JsonReplacesText)
 {
     const Printed printed = printedBy([](Output& out) {

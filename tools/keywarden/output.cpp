@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <iterator>
 #include <random>
 
 #include <nlohmann/json.hpp>
@@ -63,11 +64,43 @@ std::string randomMark()
     return mark;
 }
 
-// In characters: the continuation bytes of UTF-8 do not count.
+struct CharacterRange {
+    char32_t first;
+    char32_t last;
+    size_t columns;
+};
+
+// Characters that do not take one column on a terminal: marks on the one before, and those of East Asia and
+// pictures.
+constexpr CharacterRange characterRanges[] = {
+    {0x0300, 0x036F, 0}, {0x1100, 0x115F, 2},   {0x2E80, 0x303E, 2},   {0x3041, 0x3098, 2},
+    {0x3099, 0x309A, 0}, {0x309B, 0xA4CF, 2},   {0xA960, 0xA97F, 2},   {0xAC00, 0xD7A3, 2},
+    {0xF900, 0xFAFF, 2}, {0xFE00, 0xFE0F, 0},   {0xFE30, 0xFE6F, 2},   {0xFF01, 0xFF60, 2},
+    {0xFFE0, 0xFFE6, 2}, {0x1F300, 0x1F64F, 2}, {0x1F900, 0x1F9FF, 2}, {0x20000, 0x3FFFD, 2},
+};
+
+size_t columnsOf(char32_t character)
+{
+    const auto range = std::ranges::find_if(characterRanges, [&](const CharacterRange& one) {
+        return character >= one.first && character <= one.last;
+    });
+    return range != std::end(characterRanges) ? range->columns : 1;
+}
+
+// In columns of a terminal. The text is valid UTF-8.
 size_t width(std::string_view text)
 {
-    return static_cast<size_t>(
-        std::ranges::count_if(text, [](char c) { return (c & 0xC0) != 0x80; }));
+    size_t columns = 0;
+    for (size_t i = 0; i < text.size();) {
+        const auto lead = static_cast<unsigned char>(text[i]);
+        const size_t length = lead < 0x80 ? 1U : lead < 0xE0 ? 2U : lead < 0xF0 ? 3U : 4U;
+        char32_t character = length == 1 ? lead : lead & (0x7FU >> length);
+        for (size_t next = i + 1; next < std::min(i + length, text.size()); ++next)
+            character = (character << 6) | (static_cast<unsigned char>(text[next]) & 0x3FU);
+        columns += columnsOf(character);
+        i += length;
+    }
+    return columns;
 }
 
 // A reader that has gone away, such as a pager that ended, is not a failure of the command. A file that takes

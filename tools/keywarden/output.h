@@ -36,7 +36,8 @@ public:
 
     // Prints a line of text; adds the line feed.
     void line(std::string_view text = {}) const;
-    // Prints left-aligned columns two spaces apart, the heading first. Widths are in characters.
+    // Prints left-aligned columns two spaces apart, the heading first. Widths are in columns of
+    // a terminal.
     void table(const std::vector<std::string>& heading,
                const std::vector<std::vector<std::string>>& texts) const;
     // The text in a colour if colours are on. The result is for `line` alone.
