@@ -233,6 +233,7 @@ TEST_F(LogCommand, RefusesWhatCannotBeMeant)
     profile.expectRun(0, {"log", file, "--op", "signhash"}, {"SignHash"});
     profile.expectRun(2, {"log", file, "--since", "yesterday"}, {"\"yesterday\" is no time"});
     profile.expectRun(2, {"log", file, "--pid", "x"}, {});
+    profile.expectRun(2, {"log", file, "--slow", "nan"}, {"--slow"});
     profile.expectRun(2, {"log", file, "--format", "xml"}, {});
     profile.expectRun(2, {"log", file, "--force"}, {"applies only to"});
     profile.expectRun(2, {"log", file, "--all"}, {"applies only without FILE"});

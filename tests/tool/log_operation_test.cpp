@@ -5,6 +5,7 @@
 #include <random>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "log/log_operation.h"
@@ -445,6 +446,31 @@ TEST(LogFuzz, NothingBreaksTheReader)
                              .empty());
         EXPECT_TRUE(pageOf(operations, "odd").ends_with("</html>\n"));
     }
+}
+
+// A log can be read between the end of an operation and the record of it.
+TEST(LogOperation, IsGivenOnceWhileTheLogGrows)
+{
+    std::vector<tool::Operation> given;
+    tool::OperationReader reader(
+        [&](tool::Operation operation) { given.push_back(std::move(operation)); });
+    const auto read = [&reader](const LogText& log) {
+        std::istringstream stream(log.text());
+        for (std::string line; std::getline(stream, line);)
+            reader.addLine(line);
+    };
+    read(LogText().operation("SignHash", "1.0"));
+    reader.settle();
+    EXPECT_TRUE(given.empty());
+    read(LogText().record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:1(ms), KEY=01AB"));
+    reader.settle();
+    ASSERT_EQ(given.size(), 1U);
+    EXPECT_EQ(given[0].key, "01AB");
+    // Classic writes no such record.
+    read(LogText().operation("OpenKey", "1.0"));
+    reader.settle();
+    reader.settle();
+    EXPECT_EQ(given.size(), 2U);
 }
 
 }  // namespace

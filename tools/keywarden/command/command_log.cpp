@@ -18,6 +18,7 @@
 #include "command/log_commands.h"
 #include "command/options.h"
 #include "failure.h"
+#include "files.h"
 #include "log/log_filter.h"
 #include "log/log_page.h"
 #include "log/log_reading.h"
@@ -302,11 +303,15 @@ void readAndShow(Session& session, const LogOptions& options)
 }
 
 // Shows each operation that ends from now on, until the program is ended or its output is closed. What the
-// log has already is read, too: an operation may have begun in it.
+// log has already is read, too: an operation may have begun in it. A pipe has an end, and nothing before
+// now: all of it is shown.
 void follow(Session& session, const LogOptions& options)
 {
-    constexpr DWORD pause = 250;  // milliseconds
-    bool begun = false;
+    constexpr DWORD pause = 250;       // milliseconds
+    constexpr int pausesForADay = 20;  // a folder can have many files
+    const bool pipe = isStandardStream(options.file) &&
+                      GetFileType(GetStdHandle(STD_INPUT_HANDLE)) != FILE_TYPE_DISK;
+    bool begun = pipe;
     OperationReader reader([&](const Operation& operation) {
         if (!begun || !options.filter.takes(operation))
             return;
@@ -315,14 +320,23 @@ void follow(Session& session, const LogOptions& options)
     });
     std::string name = chosenFiles(options).back();
     auto log = std::make_unique<OpenLog>(name);
+    if (pipe) {
+        log->readAllTo(reader);
+        reader.finish();
+        return;
+    }
     log->readTo(reader);
+    // Twice: whatever waits has been there before.
+    reader.settle();
     reader.settle();
     begun = true;
     session.out.line("Waiting for operations in " + name + "; Ctrl+C ends it.");
-    while (std::ferror(stdout) == 0) {
+    for (int pauses = 1; std::ferror(stdout) == 0; ++pauses) {
         Sleep(pause);
         log->readTo(reader);
         reader.settle();
+        if (pauses % pausesForADay != 0)
+            continue;
         if (std::string newest = chosenFiles(options).back(); newest != name) {
             // A new day. What was written meanwhile belongs to it, too.
             log->readTo(reader);
@@ -371,7 +385,12 @@ void addChoices(CLI::App& command, LogOptions& options)
         .add_option("--slow", options.slow,
                     "List all operations that took at least this many milliseconds")
         ->option_text("MS")
-        ->check(CLI::Range(0.0, std::numeric_limits<double>::max()));
+        ->check(CLI::Range(0.0, std::numeric_limits<double>::max()))
+        ->check([](const std::string& text) {
+            // Which no range excludes.
+            const bool number = text.find_first_of("nN") == std::string::npos;
+            return number ? std::string() : text + " is not a number";
+        });
 }
 
 // Throws CLI::ValidationError for options that do not apply.

@@ -222,11 +222,10 @@ void OperationReader::add(const LogRecord& record)
 // finished.
 void OperationReader::beginProcess(const LogRecord& record)
 {
-    for (auto& [identity, thread] : threads_) {
-        if (identity.first == record.process) {
-            abandon(thread);
-            give(thread);
-        }
+    for (auto entry = threads_.lower_bound({std::string(record.process), ""});
+         entry != threads_.end() && entry->first.first == record.process; ++entry) {
+        abandon(entry->second);
+        give(entry->second);
     }
     if (programs_.size() >= mostPrograms)
         programs_.clear();
@@ -309,6 +308,7 @@ void OperationReader::close(Thread& thread)
         return;
     give(thread);
     thread.left = std::move(operation);
+    thread.settling = false;
 }
 
 // Gives the operation that waits for the record of its end.
@@ -449,15 +449,19 @@ void OperationReader::readEnd(Thread& thread, const LogRecord& record, const End
 
 void OperationReader::settle()
 {
-    for (auto& [identity, thread] : threads_)
-        give(thread);
+    for (auto& [identity, thread] : threads_) {
+        if (thread.settling)
+            give(thread);
+        thread.settling = thread.left.has_value();
+    }
 }
 
 void OperationReader::finish()
 {
-    for (auto& [identity, thread] : threads_)
+    for (auto& [identity, thread] : threads_) {
         abandon(thread);
-    settle();
+        give(thread);
+    }
 }
 
 }  // namespace NV::tool

@@ -80,7 +80,8 @@ public:
     void beginFile();
     void addLine(std::string_view line);
 
-    // Gives what waits for the record of its end, which only modern writes. For logs that still grow.
+    // Gives what has waited for the record of its end since the last call; only modern writes one. For
+    // logs that still grow: call it from time to time.
     void settle();
     // Gives all operations that the log does not finish. Call it once, after the last line.
     void finish();
@@ -105,6 +106,7 @@ private:
         int64_t dialogBegun = 0;
         // The latest operation that was left. The record of its end may follow.
         std::optional<Operation> left;
+        bool settling = false;            // it was there at the last call of settle
         std::vector<std::string> errors;  // outside of all functions
         size_t used = 0;                  // the number of its latest record
     };
