@@ -2,9 +2,8 @@
 // test cannot script from outside. The environment variable ODD_CERTIFICATE names the certificate's
 // file. The functions are those of scripted_token.dll, which is beside the program. ODD_FAULT can name a
 // function and what goes wrong in it: "C_Initialize hang", "C_GetSlotList crash", "C_Initialize exit",
-// "C_GetInfo print", "C_GetSlotList none",
-// "C_Initialize flood" (hangs, while another thread writes to standard output),
-// "C_Login locked".
+// "C_GetInfo print", "C_GetSlotList none", "C_OpenSession refuse", "C_Login locked", "C_Initialize flood"
+// (hangs, while another thread writes to standard output).
 
 #include <windows.h>
 
@@ -98,11 +97,16 @@ void addFault(const ScriptedTokenControl& control)
                               {"print", Fault::print, 0, 0},
                               {"none", Fault::claims, 0, 0},
                               {"flood", Fault::delay, 600000, 0},
-
+                              {"refuse", Fault::returnValue, CKR_DEVICE_ERROR, 0},
                               {"locked", Fault::returnValue, CKR_PIN_LOCKED, 0}};
     const OddFault fault = oddFault();
-    if (fault.kind == "flood")
+    if (fault.kind == "flood") {
+        // Its code must stay when the program unloads this library.
+        HMODULE self = nullptr;
+        GetModuleHandleExW(GET_MODULE_HANDLE_EX_FLAG_PIN | GET_MODULE_HANDLE_EX_FLAG_FROM_ADDRESS,
+                           reinterpret_cast<LPCWSTR>(&writeForEver), &self);
         std::thread(writeForEver).detach();
+    }
     for (const Kind& kind : kinds) {
         if (fault.kind == kind.name)
             control.addFault(fault.function.c_str(), kind.fault, kind.value, kind.nth);

@@ -93,4 +93,8 @@ fails 1 'did not come back from C_Login within 3 s' "a library that hangs after 
     withPin check --sign --timeout 3
 export ODD_FAULT="C_Login locked"
 fails 1 'The PIN is locked, usually' "a locked PIN has its own advice" withPin check --sign
+fails 6 'CKR_PIN_LOCKED|SCARD_W_CHV_BLOCKED' "a locked PIN has its own exit code" \
+    withPin sign "$(windowsPath "$work/document")" --key 7391 \
+    -o "$(windowsPath "$work/locked.sig")"
+holds "a locked PIN leaves no file" test ! -e "$work/locked.sig"
 finish

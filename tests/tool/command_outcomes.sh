@@ -250,7 +250,7 @@ testJson()
 # That --cng reaches the registered module can be tested only on Windows.
 testCng()
 {
-    fails 1 "the provider cannot (be opened|list)" "--cng where the provider is not registered: keys" \
+    fails 1 "keywarden status" "--cng where the provider is not registered: keys" \
         keywarden keys --cng
     holds "--cng: advice" grep -q '"keywarden status" to see whether it is registered' "$work/out"
     fails 1 "keywarden status" "--cng where the provider is not registered: sign" \
@@ -295,6 +295,15 @@ testProgress()
 '$(at small.sig)'"
     holds "no progress bar for a small file" test "$(grep -ac hashing "$work/out")" = 0
     rm -f "$files/large"
+    # The console draws only what stays for a moment.
+    configured "p11File=$(windowsPath "$windows/odd/certified_token.dll" | sed 's|\\|\\\\|g')"
+    export ODD_FAULT="C_Initialize hang"
+    fails 1 "C_Initialize" "check on a terminal" onTerminal "check --timeout 2"
+    holds "a progress line on a terminal" grep -aq 'C_Initialize \.\.\.' "$work/out"
+    fails 1 "did not come back from C_Initialize" "check in a pipe" keywarden check --timeout 2
+    holds "no progress line but on a terminal" test "$(grep -ac ' \.\.\.' "$work/out")" = 0
+    unset ODD_FAULT
+    configured
 }
 
 [ "$#" -gt 0 ] || set -- pins reasons follow files usage json cng progress
