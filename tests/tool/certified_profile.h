@@ -26,7 +26,7 @@ public:
     }
     // "C_Initialize hang": see certified_token.cpp.
     void setFault(const std::wstring& fault) { options.environment[L"ODD_FAULT"] = fault; }
-    void setModern()
+    void setModern() const
     {
         profile.writeConfig("mode=modern\n" + goodConfig(oddLibrary(L"certified_token.dll")));
     }

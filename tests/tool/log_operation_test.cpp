@@ -449,28 +449,63 @@ TEST(LogFuzz, NothingBreaksTheReader)
 }
 
 // A log can be read between the end of an operation and the record of it.
-TEST(LogOperation, IsGivenOnceWhileTheLogGrows)
-{
-    std::vector<tool::Operation> given;
-    tool::OperationReader reader(
-        [&](tool::Operation operation) { given.push_back(std::move(operation)); });
-    const auto read = [&reader](const LogText& log) {
+// A log that still grows.
+struct GrowingLog {
+    std::vector<Operation> given;
+    tool::OperationReader reader{
+        [this](Operation operation) { given.push_back(std::move(operation)); }};
+
+    void grow(const LogText& log)
+    {
         std::istringstream stream(log.text());
         for (std::string line; std::getline(stream, line);)
             reader.addLine(line);
-    };
-    read(LogText().operation("SignHash", "1.0"));
-    reader.settle();
-    EXPECT_TRUE(given.empty());
-    read(LogText().record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:1(ms), KEY=01AB"));
-    reader.settle();
-    ASSERT_EQ(given.size(), 1U);
-    EXPECT_EQ(given[0].key, "01AB");
+    }
+};
+
+TEST(LogOperation, IsGivenOnceWhileTheLogGrows)
+{
+    GrowingLog log;
+    log.grow(LogText().operation("SignHash", "1.0"));
+    log.reader.settle();
+    EXPECT_TRUE(log.given.empty());
+    log.grow(LogText().record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:1(ms), KEY=01AB"));
+    log.reader.settle();
+    ASSERT_EQ(log.given.size(), 1U);
+    EXPECT_EQ(log.given[0].key, "01AB");
     // Classic writes no such record.
-    read(LogText().operation("OpenKey", "1.0"));
-    reader.settle();
-    reader.settle();
-    EXPECT_EQ(given.size(), 2U);
+    log.grow(LogText().operation("OpenKey", "1.0"));
+    log.reader.settle();
+    log.reader.settle();
+    EXPECT_EQ(log.given.size(), 2U);
+}
+
+TEST(LogOperation, WaitsForItsEndAlthoughAnotherOneHasWaited)
+{
+    GrowingLog log;
+    log.grow(LogText().operation("OpenKey", "1.0"));
+    log.reader.settle();
+    log.grow(LogText().operation("SignHash", "1.0"));
+    log.reader.settle();
+    EXPECT_EQ(log.given.size(), 1U);
+    log.grow(LogText().record("INF", "NVKSPSignHash", "DONE, STATUS=0x0, ELAPSED:1(ms), KEY=01AB"));
+    log.reader.settle();
+    ASSERT_EQ(log.given.size(), 2U);
+    EXPECT_EQ(log.given[1].key, "01AB");
+}
+
+TEST(LogOperation, IsGivenUnfinishedWhenItsProcessIsFollowedByAnotherOfItsNumber)
+{
+    GrowingLog log;
+    log.grow(LogText().as("00007", "0000000a").enter("SignHash"));
+    log.grow(LogText().as("00008", "0000000a").enter("Decrypt"));
+    log.grow(
+        LogText()
+            .as("00007", "0000000b")
+            .record("INF", "DllMain", "Program=C:\\Odd\\odd.exe, USER=ODD\\me, VERSION=0.2.0"));
+    ASSERT_EQ(log.given.size(), 1U);
+    EXPECT_EQ(log.given[0].name, "SignHash");
+    EXPECT_FALSE(log.given[0].finished);
 }
 
 }  // namespace
