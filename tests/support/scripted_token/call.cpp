@@ -3,9 +3,12 @@
 #include "call.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <iterator>
 #include <map>
 #include <stdexcept>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -24,9 +27,8 @@ volatile int* const nowhere = reinterpret_cast<int*>(ULONG_PTR{0x7390});
 void printLine(std::string_view function)
 {
     const std::string line = "scripted line in " + std::string(function) + "\n{\"steps\": 1}\n";
-    DWORD written = 0;
-    WriteFile(GetStdHandle(STD_OUTPUT_HANDLE), line.data(), static_cast<DWORD>(line.size()),
-              &written, nullptr);
+    std::fputs(line.c_str(), stdout);
+    std::fflush(stdout);
 }
 
 bool actsOnBuffer(test::Fault fault)
@@ -194,7 +196,7 @@ Arrival::Arrival(const char* function, const Line& arguments, const void* buffer
         if (planned.fault == test::Fault::crash)
             *nowhere = 1;
         if (planned.fault == test::Fault::exitProcess)
-            ExitProcess(planned.value);
+            std::_Exit(static_cast<int>(planned.value));
         if (planned.fault == test::Fault::print)
             printLine(function);
         if (planned.fault == test::Fault::throwException)
