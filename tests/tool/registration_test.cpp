@@ -142,7 +142,8 @@ TEST_F(RegistrationTest, ARefusedSecondStepUndoesTheFirst)
 {
     cng.answers["add"] = noMemory;
     const std::string text = failureOf([this] { registerModule(system_); });
-    EXPECT_TRUE(contains(text, "BCryptAddContextFunctionProvider returned STATUS_NO_MEMORY")) << text;
+    EXPECT_TRUE(contains(text, "BCryptAddContextFunctionProvider returned STATUS_NO_MEMORY"))
+        << text;
     EXPECT_FALSE(contains(text, "undone")) << text;
     EXPECT_EQ((Calls{registerCall, addCall, unregisterCall}), cng.changes());
     EXPECT_FALSE(cng.present);

@@ -43,10 +43,9 @@ constexpr std::array examples = {
               "decrypt - --key 01AB --pad oaep -o - <key.enc >key.bin"}},
     Examples{"export",
              {"export --key 01AB -o key.pem", "export --key 01AB --format cert -o cert.pem"}},
-    Examples{
-        "derive",
-        {"derive --key 0256 --peer peer.pem -o secret.bin",
-         "derive --key 0256 --peer b.pem --kdf hash --hash sha512 -o key.bin"}},
+    Examples{"derive",
+             {"derive --key 0256 --peer peer.pem -o secret.bin",
+              "derive --key 0256 --peer b.pem --kdf hash --hash sha512 -o key.bin"}},
     Examples{"register", {"register", "register --json"}},
     Examples{"unregister", {"unregister", "unregister --json"}},
     Examples{"status", {"status", "status --json"}},
