@@ -35,19 +35,19 @@ bool othersMayWrite(const wchar_t* sddl)
 TEST(AccessRights, CountAnyOtherUserAsOthers)
 {
     for (const wchar_t* sddl : {
-             L"D:(A;;FA;;;S-1-5-21-1-2-3-4711)",              // a user of the domain
-             L"D:(A;;FW;;;S-1-5-21-1-2-3-513)",               // all of them
-             L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x2;;;BU)",      // users of this computer
-             L"D:(A;;WD;;;S-1-5-21-1-2-3-4711)(A;;FA;;;OW)",  // may give themselves the right
+             L"D:(A;;FA;;;S-1-5-21-1-2-3-4711)",                    // a user of the domain
+             L"D:(A;;FW;;;S-1-5-21-1-2-3-513)",                     // all of them
+             L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;0x2;;;S-1-5-32-545)",  // users of this computer
+             L"D:(A;;WD;;;S-1-5-21-1-2-3-4711)(A;;FA;;;OW)",        // may give themselves the right
          })
         EXPECT_TRUE(othersMayWrite(sddl));
     EXPECT_TRUE(tool::othersMayWrite(static_cast<PACL>(nullptr)));
     for (const wchar_t* sddl : {
-             L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;FRFX;;;BU)",
+             L"D:(A;;FA;;;SY)(A;;FA;;;BA)(A;;FRFX;;;S-1-5-32-545)",
              L"D:(A;;FA;;;S-1-5-80-956008885-3418522649-1831038044-1853292631-2271478464)",
              L"D:(A;;FA;;;OW)(A;;FR;;;S-1-5-21-1-2-3-4711)",
-             L"D:(A;OICIIO;FA;;;BU)",  // of what is created in the folder
-             L"D:(D;;FA;;;BU)",
+             L"D:(A;OICIIO;FA;;;S-1-5-32-545)",  // of what is created in the folder
+             L"D:(D;;FA;;;S-1-5-32-545)",
          })
         EXPECT_FALSE(othersMayWrite(sddl));
 }
