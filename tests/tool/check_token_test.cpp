@@ -113,6 +113,8 @@ TEST_F(CheckToken, TokenNotInitialised)
     setTokenFlags(CKF_RNG);
     check();
     expectStep("chosen-slot", Outcome::failed, "no token is initialised", "the vendor's tool");
+    EXPECT_EQ(stepOf(findings, "slots").details.at(0),
+              "slot 52: \"Odd Label 52\", serial SN-7391-52, not initialised");
     expectStep("certificates", Outcome::skipped, "");
 }
 

@@ -125,6 +125,15 @@ TEST_F(LogCommand, FiltersByNameAndBySlowness)
     EXPECT_EQ(document["slow"][1]["elapsed"], 1.5);
     EXPECT_TRUE(contains(profile.run({"log", file, "--op", "OpenKey"}).output,
                          "Failed or not finished: none\n"));
+    EXPECT_TRUE(contains(profile.run({"log", file, "--slow", "3600000"}).output,
+                         "Slower than 3600000.000 ms: none\n"));
+}
+
+TEST_F(LogCommand, SaysThatThereAreNoOperations)
+{
+    const std::string text = profile.run({"log", file, "--pid", "1"}).output;
+    EXPECT_TRUE(contains(text, "There are no operations, or the options choose none.")) << text;
+    EXPECT_FALSE(contains(text, "MEDIAN")) << text;
 }
 
 TEST_F(LogCommand, WritesThePage)

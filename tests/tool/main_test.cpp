@@ -56,10 +56,12 @@ TEST(CommandLine, EachCommandHasHelp)
 
 TEST(CommandLine, SaysThatACommandIsRequired)
 {
-    const ChildResult result = runTool({});
-    EXPECT_EQ(result.exitCode, 2U);
-    EXPECT_TRUE(contains(result.output, "a command is required")) << result.output;
-    EXPECT_TRUE(contains(result.output, "keywarden --help")) << result.output;
+    for (const auto& arguments : std::vector<std::vector<std::string>>{{}, {"--timeout", "5"}}) {
+        const ChildResult result = runTool(arguments);
+        EXPECT_EQ(result.exitCode, 2U);
+        EXPECT_TRUE(contains(result.output, "a command is required")) << result.output;
+        EXPECT_TRUE(contains(result.output, "keywarden --help")) << result.output;
+    }
 }
 
 TEST(CommandLine, HelpOfTheProgramAndOfAnUnknownCommand)

@@ -132,6 +132,9 @@ int parseAndRun(CLI::App& program, Session& session, const std::vector<std::stri
         return program.exit(request);  // --help and --version
     } catch (const CLI::ExtrasError&) {
         return usageFailure(session, program, extraArgumentText(program));
+    } catch (const CLI::RequiredError& error) {
+        const bool chosen = !program.get_subcommands().empty();
+        return usageFailure(session, program, chosen ? error.what() : "a command is required");
     } catch (const CLI::ParseError& error) {
         return usageFailure(session, program, error.what());
     } catch (const Failure& failure) {
@@ -170,8 +173,6 @@ int run(const std::vector<std::string>& arguments)
     program.require_subcommand(1);
     program.fallthrough();
     addCommands(program, session);
-    if (arguments.empty())
-        return usageFailure(session, program, "a command is required");
     if (const std::string name = unknownCommand(program, arguments); !name.empty())
         return usageFailure(session, program, unknownCommandText(program, name));
     const int exitCode = parseAndRun(program, session, arguments);

@@ -1,8 +1,11 @@
 // Steps on slots and tokens: which ones exist, which slot the provider uses, the state of the PIN.
 
 #include <algorithm>
+#include <string>
+#include <vector>
 
 #include "check/check.h"
+#include "text.h"
 
 namespace NV::tool {
 
@@ -39,13 +42,18 @@ std::string describe(const P11Slot& slot)
     const CK_TOKEN_INFO& token = slot.tokenInfo();
     if (slot.id() == 0 && token.label[0] == 0)
         return "a token that cannot be read";
-    std::string text = "slot " + std::to_string(slot.id()) + ": \"" + field(token.label) +
-                       "\", serial " + field(token.serialNumber);
+    std::vector<std::string> parts;
+    if (const std::string label = field(token.label); !label.empty())
+        parts.push_back("\"" + label + "\"");
+    if (const std::string serial = field(token.serialNumber); !serial.empty())
+        parts.push_back("serial " + serial);
+    if ((token.flags & CKF_TOKEN_INITIALIZED) == 0)
+        parts.emplace_back("not initialised");
     for (const FlagText& row : flagTexts) {
         if ((token.flags & row.flag) != 0)
-            text += std::string(", ") + row.text;
+            parts.emplace_back(row.text);
     }
-    return text;
+    return "slot " + std::to_string(slot.id()) + ": " + joined(parts);
 }
 
 // Results that only say who has initialised the library.

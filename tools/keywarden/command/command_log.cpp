@@ -189,11 +189,16 @@ void showFigures(Session& session, const LogSummary& summary, const LogOptions& 
                         std::to_string(row.sizeQueries), formatTime(row.median),
                         formatTime(row.percentile95), formatTime(row.maximum)});
     session.out.line();
+    if (rows.empty()) {
+        session.out.line("There are no operations, or the options choose none.");
+        return;
+    }
     session.out.table(
         {"OPERATION", "COUNT", "FAILED", "LENGTH ONLY", "MEDIAN ms", "95 % ms", "MAX ms"}, rows);
     session.out.line();
-    session.out.line(options.slow ? "Slower than " + formatTime(*options.slow) + " ms:"
-                                  : "The slowest operations:");
+    session.out.line((options.slow ? "Slower than " + formatTime(*options.slow) + " ms:"
+                                   : "The slowest operations:") +
+                     std::string(summary.slowest().empty() ? " none" : ""));
     for (const Operation& operation : summary.slowest())
         show(session, operation, options.secrets);
 }
