@@ -46,17 +46,17 @@ enum class OnFailure {
 };
 
 struct ProviderCase {
-    const char* name;
-    Start start;
-    MemoryRule memory;
-    size_t output;  // bytes that it writes to the buffer; 0: it writes none
+    const char* name = nullptr;
+    Start start{};
+    MemoryRule memory{};
+    size_t output = 0;  // bytes that it writes to the buffer; 0: it writes none
     // Before each run. Null: nothing to do.
-    void (*prepare)(ProviderWorld& world);
+    void (*prepare)(ProviderWorld& world) = nullptr;
     // The event may strike only here.
-    SECURITY_STATUS (*act)(ProviderWorld& world);
+    SECURITY_STATUS (*act)(ProviderWorld& world) = nullptr;
     // Releases what the operation has given. `done`: it has succeeded. Says what is wrong: nothing
     // given by a success, or something given that is not whole.
-    std::string (*settle)(ProviderWorld& world, bool done);
+    std::string (*settle)(ProviderWorld& world, bool done) = nullptr;
     OnFailure onFailure = OnFailure::leavesNothing;
     Stays stays = Stays::nothing;
     LengthTold told = LengthTold::onSuccess;

@@ -22,8 +22,8 @@ void crash()
 
 void print(const char* line)
 {
-    std::fputs(line, stdout);
-    std::fflush(stdout);
+    static_cast<void>(std::fputs(line, stdout));
+    static_cast<void>(std::fflush(stdout));
 }
 
 NV_TEST_CHILD(crashTwice)

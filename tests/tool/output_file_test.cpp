@@ -182,7 +182,7 @@ TEST_F(OutputFiles, TheNameOfADeletedFileThatIsStillOpenIsNotNeeded)
         ASSERT_TRUE(DeleteFileW(path.c_str()));
     }
     EXPECT_NO_THROW(write(L"result", "x"));
-    for (const HANDLE handle : scanned)
+    for (HANDLE handle : scanned)
         CloseHandle(handle);
     EXPECT_EQ(entries(), std::vector<std::string>{"result"});
 }
@@ -190,10 +190,10 @@ TEST_F(OutputFiles, TheNameOfADeletedFileThatIsStillOpenIsNotNeeded)
 TEST_F(OutputFiles, AFileThatIsInUseForAMomentIsReplaced)
 {
     writeFile(at(L"file"), "old");
-    const HANDLE scanned = CreateFileW(at(L"file").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
-                                       OPEN_EXISTING, 0, nullptr);
+    HANDLE scanned = CreateFileW(at(L"file").c_str(), GENERIC_READ, FILE_SHARE_READ, nullptr,
+                                 OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(scanned, INVALID_HANDLE_VALUE);
-    std::thread scanner([scanned] {
+    std::thread scanner([&scanned] {
         Sleep(300);
         CloseHandle(scanned);
     });

@@ -30,7 +30,9 @@ TEST(Printable, EscapesControlCharacters)
 
 TEST(Printable, EscapesWhatChangesTheOrderOfText)
 {
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): what is escaped
     EXPECT_EQ(printable("exe.\u202efdp"), "exe.\\u202Efdp");
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): what is escaped
     EXPECT_EQ(printable("\u200e\u200f\u061c\u202a\u2066\u2069\u2028"),
               "\\u200E\\u200F\\u061C\\u202A\\u2066\\u2069\\u2028");
     EXPECT_EQ(printable("\u2027\u202f\u2065\u206a"), "\u2027\u202f\u2065\u206a");
@@ -48,6 +50,7 @@ TEST(Printable, EscapesBytesThatAreNotUtf8)
 
 TEST(Printable, JsonStaysTheSameDocument)
 {
+    // NOLINTNEXTLINE(misc-misleading-bidirectional): what is escaped
     const nlohmann::json document = {{"text", "a\x1b\u009b\u202e\x7f\nGröße\n"}};
     const std::string text = printableJson(document.dump(2));
     for (const char* part : {"\x1b", "\u009b", "\u202e", "\x7f"})

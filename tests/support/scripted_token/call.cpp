@@ -27,8 +27,8 @@ volatile int* const nowhere = reinterpret_cast<int*>(ULONG_PTR{0x7390});
 void printLine(std::string_view function)
 {
     const std::string line = "scripted line in " + std::string(function) + "\n{\"steps\": 1}\n";
-    std::fputs(line.c_str(), stdout);
-    std::fflush(stdout);
+    static_cast<void>(std::fputs(line.c_str(), stdout));
+    static_cast<void>(std::fflush(stdout));
 }
 
 bool actsOnBuffer(test::Fault fault)

@@ -98,6 +98,7 @@ std::wstring chooseKey(const KeyStorage& storage, const std::string& wanted)
     if (found.size() == 1)
         return found.begin()->first;
     std::vector<std::string> all;
+    all.reserve(found.size());
     for (const auto& [key, about] : found)
         all.push_back(toUtf8(key) + (about.empty() ? "" : " (" + about + ")"));
     throw Failure("\"" + wanted + "\" stands for " + std::to_string(found.size()) + " keys",
