@@ -1,5 +1,8 @@
 // Lengths are told and checked before the user and the token are asked: M4.
 
+#include <algorithm>
+#include <array>
+
 #include "operation_fixture.h"
 
 namespace NV::test {
@@ -154,6 +157,66 @@ TEST_F(ModernModuleTest, aKeyWithAnUnknownCurveTellsTheLengthOfItsPoint)
                                 &length, 0));
     EXPECT_EQ(80U, length);
     EXPECT_TRUE(token.calls().empty());
+}
+
+// The BIT STRING with the point of a certificate of the curve brainpoolP320r1.
+Bytes::iterator pointOf(Bytes& der)
+{
+    constexpr std::array<unsigned char, 4> head = {0x03, 0x52, 0x00, 0x04};
+    const auto bits = std::search(der.begin(), der.end(), head.begin(), head.end());
+    EXPECT_NE(der.end(), bits);
+    return bits;
+}
+
+// A certificate of a curve that the module does not know, without a point: 81 bytes less in the BIT STRING
+// and in the three sequences around it.
+Bytes certificateWithoutPoint()
+{
+    constexpr unsigned char pointSize = 81;
+    Bytes der = certificateDer("brainpoolP320r1");
+    const auto bits = pointOf(der);
+    bits[1] = 1;
+    bits[-23] = static_cast<unsigned char>(bits[-23] - pointSize);
+    der.erase(bits + 3, bits + 3 + pointSize);
+    for (const size_t sequence : {0U, 4U}) {
+        const unsigned size = der[sequence + 2] * 256U + der[sequence + 3] - pointSize;
+        der[sequence + 2] = static_cast<unsigned char>(size / 256);
+        der[sequence + 3] = static_cast<unsigned char>(size % 256);
+    }
+    return der;
+}
+
+TEST_F(ModernModuleTest, aKeyWithoutAPointTellsNoLength)
+{
+    token.addCertificate(Bytes{0x0E}, certificateWithoutPoint());
+    token.addRsaKeyPair({0x0E}, 2048);  // any key objects
+    start();
+    const NCRYPT_KEY_HANDLE key = openKey(L"0E");
+    Bytes hash = someBytes(32);
+    DWORD length = 0xEE;
+    takeLines();
+    EXPECT_EQ(status(NTE_INTERNAL_ERROR),
+              table()->SignHash(handle(), key, nullptr, hash.data(), 32, nullptr, 0, &length, 0));
+    EXPECT_EQ(0xEEU, length);
+    EXPECT_NE(std::string::npos,
+              messages(takeLines(), "ERR").find("The length of the signature is not known\n"));
+}
+
+// SEC 1 knows points that begin with 02, 03 and 04.
+TEST_F(ModernModuleTest, theLengthOfAKeyIsNotTakenFromWhatIsNoPoint)
+{
+    Bytes der = certificateDer("brainpoolP320r1");
+    pointOf(der)[3] = 0x05;
+    token.addCertificate(Bytes{0x0E}, der);
+    token.addRsaKeyPair({0x0E}, 2048);  // any key objects
+    start();
+    const NCRYPT_KEY_HANDLE key = openKey(L"0E");
+    DWORD bits = 0xEE;
+    DWORD length = 0;
+    EXPECT_EQ(status(NTE_NOT_SUPPORTED),
+              table()->GetKeyProperty(handle(), key, L"Length", reinterpret_cast<PBYTE>(&bits),
+                                      sizeof bits, &length, 0));
+    EXPECT_EQ(0xEEU, bits);
 }
 
 }  // namespace NV::test

@@ -1,9 +1,12 @@
 // Derivation from agreed secrets by several providers in one process, on several threads.
 
+#include <algorithm>
 #include <atomic>
 #include <memory>
 #include <optional>
+#include <string>
 #include <thread>
+#include <vector>
 
 #include "config/config.h"
 #include "nvvtoken/nvvtoken.h"
@@ -84,7 +87,11 @@ TEST_F(ProviderSecretsTest, aProviderWithoutASlotCannotDerive)
     Provider empty;
     ASSERT_TRUE(empty.init());
     const auto secret = addToList({0x51});
+    token.clearCalls();
     EXPECT_EQ(SECURITY_STATUS{NTE_INTERNAL_ERROR}, derive(empty, secret).status);
+    const std::vector<std::string> calls = token.calls();
+    EXPECT_TRUE(std::ranges::any_of(
+        calls, [](const std::string& line) { return line.starts_with("C_OpenSession(slot=0, "); }));
     EXPECT_EQ(SECURITY_STATUS{ERROR_SUCCESS}, empty.FreeSecret(secret));
 }
 
