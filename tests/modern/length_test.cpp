@@ -186,7 +186,7 @@ Bytes certificateWithoutPoint()
     return der;
 }
 
-TEST_F(ModernModuleTest, aKeyWithoutAPointTellsNoLength)
+TEST_F(ModernModuleTest, aKeyWithoutAPointHasNoLengthAndNoBlob)
 {
     token.addCertificate(Bytes{0x0E}, certificateWithoutPoint());
     token.addRsaKeyPair({0x0E}, 2048);  // any key objects
@@ -200,6 +200,9 @@ TEST_F(ModernModuleTest, aKeyWithoutAPointTellsNoLength)
     EXPECT_EQ(0xEEU, length);
     EXPECT_NE(std::string::npos,
               messages(takeLines(), "ERR").find("The length of the signature is not known\n"));
+    EXPECT_EQ(status(NTE_INTERNAL_ERROR), table()->ExportKey(handle(), key, 0, L"ECCPUBLICBLOB",
+                                                             nullptr, nullptr, 0, &length, 0));
+    EXPECT_EQ(0xEEU, length);
 }
 
 // SEC 1 knows points that begin with 02, 03 and 04.

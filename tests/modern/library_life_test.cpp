@@ -130,7 +130,10 @@ TEST_F(LibraryLifeTest, anOperationWithAPinLogsInAndOutOnItsOwnSession)
 TEST_F(LibraryLifeTest, aLibraryThatSomebodyHasFinalizedIsInitializedAgain)
 {
     ASSERT_EQ(CKR_OK, host.C_Finalize(nullptr));
+    takeLines();
     EXPECT_EQ(status(ERROR_SUCCESS), verify());
+    EXPECT_EQ("Another part of the process has finalized the library\n",
+              messages(takeLines(), "WRN"));
     EXPECT_EQ(1U, callsOf("C_Initialize"));
     EXPECT_EQ(2U, callsOf("C_OpenSession"));
     provider.reset();

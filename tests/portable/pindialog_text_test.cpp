@@ -70,6 +70,11 @@ TEST(DisplayName, keepsSurrogatePairsAndReplacesHalves)
     EXPECT_EQ(displayName(units({0xDE00, 'a'})), L"\uFFFDa");
     EXPECT_EQ(displayName(units({0xD83D, ' ', 0xDE00})), L"\uFFFD \uFFFD");
     EXPECT_EQ(displayName(units({0xD83D}) + face), L"\uFFFD" + face);
+    // The first and the last of each half.
+    for (const wchar_t half : units({0xD800, 0xDBFF, 0xDC00, 0xDFFF}))
+        EXPECT_EQ(displayName(std::wstring({half, L'a'})), L"\uFFFDa");
+    for (const std::wstring& pair : {units({0xD800, 0xDC00}), units({0xDBFF, 0xDFFF})})
+        EXPECT_EQ(displayName(pair), pair);
 }
 
 // What fits is decided by the number of units, as if all had the same width.

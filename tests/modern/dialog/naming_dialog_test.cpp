@@ -152,7 +152,7 @@ TEST_F(NamingDialog, closesTheGapOfMissingLines)
 {
     const OwnedWindow window = makeWindow(L"Inbox");
     struct Looks {
-        LONG height, middle, field, lastLine;
+        LONG height, middle, field, lastLine, distance;
     };
     const auto measure = [&] {
         Looks looks{};
@@ -160,7 +160,9 @@ TEST_F(NamingDialog, closesTheGapOfMissingLines)
             const RECT frame = placeIn(nullptr, dialog.handle());
             looks = {frame.bottom - frame.top, frame.bottom + frame.top,
                      placeIn(dialog.handle(), dialog.control(pinField)).top,
-                     placeIn(dialog.handle(), dialog.control(valueOf(DialogLine::token))).top};
+                     placeIn(dialog.handle(), dialog.control(valueOf(DialogLine::token))).top, 0};
+            looks.distance = looks.lastLine -
+                             placeIn(dialog.handle(), dialog.control(valueOf(DialogLine::key))).top;
         });
         return looks;
     };
@@ -171,7 +173,7 @@ TEST_F(NamingDialog, closesTheGapOfMissingLines)
     const Looks both = measure();
 
     const LONG step = warning.height - none.height;
-    EXPECT_GT(step, 10);
+    EXPECT_EQ(step, both.distance);
     EXPECT_EQ(warning.field - none.field, step);
     EXPECT_EQ(warning.lastLine, none.lastLine);
     EXPECT_EQ(both.height - warning.height, step);
