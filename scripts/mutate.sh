@@ -17,7 +17,8 @@
 # chooses (NV_MUTANT=17). A first run of all tests learns which of them reaches which change and how
 # long each takes; then each change meets the tests that reach it, the quickest first, until one
 # objects: by failing, by crashing, or by taking five times as long as usual (20 s at the least). An
-# objection counts if it comes a second time and goes away without the change.
+# objection counts if it comes a second time and goes away without the change. Scripts take minutes, so they meet
+# only changes that no program reaches.
 #
 # A run that was stopped goes on where it was. When the tests have changed, another run tries what
 # was still alive; when the module, the seed or the count has changed, it begins anew. What lives

@@ -48,6 +48,16 @@ protected:
 
 }  // namespace
 
+TEST_F(HashNameTest, aNameWithoutTheFlagOfItsPaddingIsNotLookedAt)
+{
+    hash = someBytes(32);
+    for (const wchar_t* name : {L"SHA256", L"MD2"}) {
+        BCRYPT_PKCS1_PADDING_INFO padding{name};
+        EXPECT_TRUE(
+            ends(signedData(&padding, 0), ", data=" + hexEncode(hash) + ", signature=room[256])"));
+    }
+}
+
 TEST_F(HashNameTest, eachNameHasItsDigestInfo)
 {
     for (const Named& row : names) {

@@ -30,6 +30,11 @@ TEST_F(LengthTest, aSignatureBufferThatIsTooSmallIsToldItsLength)
         expectTooSmall(256, sign(rsa, room));
     for (const DWORD room : {1U, 63U})
         expectTooSmall(64, sign(ec, room));
+    takeLines();
+    expectTooSmall(256, sign(rsa, 255));
+    EXPECT_NE(std::string::npos,
+              messages(takeLines(), "ERR")
+                  .find("The allocated buffer length is too short: 255 of 256 (bytes)\n"));
 }
 
 TEST_F(LengthTest, aSignatureBufferOfTheRightSizeOrLargerIsFilled)
