@@ -13,8 +13,9 @@
 # text changed. What the compiler must know beforehand (constexpr, case labels, template arguments)
 # is left alone, and so is what no result depends on: reserved memory, and the size of a buffer for printing.
 #
-# All of them are compiled into one build of a copy of the tree, below build/mutate; the environment
-# chooses (NV_MUTANT=17). A first run of all tests learns which of them reaches which change and how
+# All of them are compiled into two builds of a copy of the tree, below build/mutate: for Windows, and the
+# module's core for this machine, with sanitizers, whose tests are the quickest. The environment chooses
+# (NV_MUTANT=17). A first run of all tests learns which of them reaches which change and how
 # long each takes; then each change meets the tests that reach it, the quickest first, until one
 # objects: by failing, by crashing, or by taking five times as long as usual (20 s at the least). An
 # objection counts if it comes a second time and goes away without the change. Scripts take minutes, so they meet

@@ -6,6 +6,8 @@
 
 #pragma once
 
+#ifdef _WIN32
+
 // As windows.h has them; including that would bring its macros into every source.
 extern "C" {
 __declspec(dllimport) unsigned long GetEnvironmentVariableA(const char*, char*, unsigned long);
@@ -22,6 +24,78 @@ __declspec(dllimport) int CloseHandle(void*);
 
 namespace nvMutation {
 
+// 0 if there is none of that name, or if it does not fit.
+inline unsigned long environment(const char* name, char* buffer, unsigned long size)
+{
+    const unsigned long length = GetEnvironmentVariableA(name, buffer, size);
+    return length < size ? length : 0;
+}
+
+inline unsigned long processId()
+{
+    return GetCurrentProcessId();
+}
+
+inline void append(const char* path, const char* line, unsigned long length)
+{
+    // Append, shared with readers and writers, opened always.
+    void* file = CreateFileA(path, 4, 3, nullptr, 4, 0x80, nullptr);
+    WriteFile(file, line, length, &length, nullptr);
+    CloseHandle(file);
+}
+
+struct LastErrorKept {
+    const unsigned long error = GetLastError();
+    ~LastErrorKept() { SetLastError(error); }
+};
+
+}  // namespace nvMutation
+
+#else
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+namespace nvMutation {
+
+inline unsigned long environment(const char* name, char* buffer, unsigned long size)
+{
+    const char* value = std::getenv(name);
+    const unsigned long length = value != nullptr ? std::strlen(value) : 0;
+    if (length == 0 || length >= size)
+        return 0;
+    std::memcpy(buffer, value, length + 1);
+    return length;
+}
+
+inline unsigned long processId()
+{
+    return static_cast<unsigned long>(::getpid());
+}
+
+inline void append(const char* path, const char* line, unsigned long length)
+{
+    const int file = ::open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    [[maybe_unused]] const auto written = ::write(file, line, length);
+    ::close(file);
+}
+
+// The last error of the stand-in for Windows is a variable of its own, which nothing here changes.
+struct LastErrorKept {
+    const int error = errno;
+    ~LastErrorKept() { errno = error; }
+};
+
+}  // namespace nvMutation
+
+#endif
+
+namespace nvMutation {
+
 struct Settings {
     int chosen = 0;
     bool recording = false;
@@ -34,17 +108,17 @@ inline Settings readSettings()
 {
     Settings settings;
     char number[16];
-    if (GetEnvironmentVariableA("NV_MUTANT", number, sizeof number) - 1 < sizeof number - 1) {
+    if (environment("NV_MUTANT", number, sizeof number) != 0) {
         for (const char* digit = number; *digit != '\0'; ++digit)
             settings.chosen = settings.chosen * 10 + (*digit - '0');
     }
-    unsigned long length = GetEnvironmentVariableA("NV_MUTANT_RECORD", settings.path, 460);
-    if (length != 0 && length < 460) {
+    unsigned long length = environment("NV_MUTANT_RECORD", settings.path, 460);
+    if (length != 0) {
         settings.recording = true;
         // A file for each process and for each module in it: nobody else appends to it.
         settings.path[length++] = '.';
         const auto address = reinterpret_cast<unsigned long long>(&reached);
-        const unsigned long long parts[] = {GetCurrentProcessId(), address >> 4};
+        const unsigned long long parts[] = {processId(), address >> 4};
         for (const unsigned long long part : parts) {
             for (int shift = 44; shift >= 0; shift -= 4)
                 settings.path[length++] = static_cast<char>('a' + (part >> shift & 15));
@@ -61,21 +135,17 @@ inline void record(const Settings& settings, int number)
     for (int unit = 1000; unit > 0; unit /= 10)
         line[length++] = static_cast<char>('0' + number / unit % 10);
     line[length++] = '\n';
-    // Append, shared with readers and writers, opened always.
-    void* file = CreateFileA(settings.path, 4, 3, nullptr, 4, 0x80, nullptr);
-    WriteFile(file, line, length, &length, nullptr);
-    CloseHandle(file);
+    append(settings.path, line, length);
 }
 
 inline bool isChosen(int number)
 {
-    const unsigned long lastError = GetLastError();
+    const LastErrorKept kept;
     static const Settings settings = readSettings();
     if (settings.recording && !reached[number]) {
         reached[number] = true;
         record(settings, number);
     }
-    SetLastError(lastError);
     return settings.chosen == number;
 }
 

@@ -26,10 +26,9 @@ def build(tree, mutants, replace):
     """Builds everything that the tests need. A change that the compiler refuses is replaced."""
     tree.write(mutants)
     tree.configure()
-    targets = tree.targets()
     while True:
         say(f"building with {len(mutants)} changes; the compiler's words are in {tree.log}")
-        output = tree.compile(targets)
+        output = tree.compile()
         if output is None:
             return
         refused = tree.at_fault(output, mutants)

@@ -28,13 +28,14 @@ class Entry:
     name: str
     command: list
     environment: dict
+    native: bool
     seconds: float = 0
     reached: frozenset = frozenset()
     # Of the slow ones, each case's own time and reach.
     cases: dict = field(default_factory=dict)
 
     def is_script(self):
-        return not self.command[0].endswith("run-under-wine")
+        return self.command[0].endswith((".sh", ".py"))
 
     def only(self, cases):
         """The command for some of its cases."""
@@ -54,9 +55,9 @@ def limit(seconds):
     return max(SHORTEST_LIMIT, LIMIT_FACTOR * seconds)
 
 
-def read_entries(build, place):
+def read_entries(build, place, native):
     """The tests of CTest, and the commands that have to run before them."""
-    listed = subprocess.run(["ctest", "-C", "full", "--show-only=json-v1"], cwd=build,
+    listed = subprocess.run(["ctest", "-C", "full", "--show-only=json-v1"], cwd=build.folder,
                             env=place.environment, check=True, capture_output=True, text=True).stdout
     entries, fixtures = {}, []
     for test in json.loads(listed)["tests"]:
@@ -70,14 +71,14 @@ def read_entries(build, place):
             continue
         # Each place has a screen and a server of its own. What looks at files sees no change.
         if {"FIXTURES_SETUP", "FIXTURES_CLEANUP"} & properties.keys() or \
-                {"package", "page", "long"} & set(properties.get("LABELS", [])):
+                {"package", "page", "long", "fuzz"} & set(properties.get("LABELS", [])):
             continue
-        name = test["name"]
+        name = ("native " if native else "") + test["name"]
         if any(re.fullmatch(r"--gtest_filter=[^*]*", word) for word in command):
             command = command[:next(i for i, word in enumerate(command)
                                     if word.startswith("--gtest"))]
             name = name.split(".")[0]
-        entries.setdefault(name, Entry(name, command, environment))
+        entries.setdefault(name, Entry(name, command, environment, native))
     return list(entries.values()), fixtures
 
 
@@ -109,10 +110,10 @@ def in_parallel(places, tasks, work):
 class Recorder:
     """Learns which entry reaches which mutants; what is known of an unchanged program is kept."""
 
-    def __init__(self, folder, build, say):
+    def __init__(self, folder, tree, say):
         self.path = folder / "reached.json"
         self.folder = folder / "record"
-        self.module = build / "checked" / "nvksprovider.dll"
+        self.module = tree.windows.folder / "checked" / "nvksprovider.dll"
         self.known = json.loads(self.path.read_text()) if self.path.exists() else {}
         self.say = say
         self.lock = threading.Lock()
@@ -126,9 +127,9 @@ class Recorder:
         self.saved = time.monotonic()
 
     def mark(self, entry):
-        digest = hashlib.sha256(self.module.read_bytes())
-        for word in entry.command:
-            if word.endswith(".exe"):
+        digest = hashlib.sha256(b"" if entry.native else self.module.read_bytes())
+        for word in entry.command[:1] if entry.native else entry.command:
+            if entry.native or word.endswith(".exe"):
                 with open(word, "rb") as file:
                     digest.update(file.read())
         return digest.hexdigest()
@@ -189,8 +190,10 @@ class Recorder:
 
     def run(self, place, entry, command, name):
         """A run without any change, and the numbers that it reached."""
-        name = name.replace("/", "_") + "-"
-        where = "Z:" + str(self.folder / name).replace("/", "\\")
+        name = name.replace("/", "_").replace(" ", "-") + "-"
+        where = str(self.folder / name)
+        if not entry.native:
+            where = "Z:" + where.replace("/", "\\")
         for _ in range(3):
             for old in self.folder.glob(name + ".*"):
                 old.unlink()
@@ -284,17 +287,18 @@ def run_all(root, folder, tree, mutants, options, say):
     numbers = list(open_numbers(folder, mutants, options.only, tests))
     if not numbers:
         return
-    places = [Place(root, folder, tree.build, n) for n in range(options.workers)]
+    places = [Place(root, folder, tree.windows.folder, n) for n in range(options.workers)]
     (folder / "record").mkdir(exist_ok=True)
     try:
         for place in places:
             say(f"Wine prefix {place.prefix}")
             place.start()
-        entries, fixtures = read_entries(tree.build, places[0])
+        entries, fixtures = read_entries(tree.windows, places[0], native=False)
+        entries += read_entries(tree.native, places[0], native=True)[0]
         for command in fixtures:
             places[0].call(*command)
         say(f"{len(entries)} entries without any change")
-        recorder = Recorder(folder, tree.build, say)
+        recorder = Recorder(folder, tree, say)
         recorder.record_all(places, entries)
         judge = Judge(entries)
         lock = threading.Lock()

@@ -1,4 +1,4 @@
-"""The mutated copy of the tree, and its build."""
+"""The mutated copy of the tree, and its two builds: for Windows, and the module's core for this machine."""
 
 import hashlib
 import os
@@ -28,12 +28,60 @@ def rewritten(text, mutants):
     return text
 
 
+def run(command):
+    done = subprocess.run(list(map(str, command)), capture_output=True, text=True)
+    if done.returncode != 0:
+        raise RuntimeError(f"{command[0]} failed:\n{done.stdout}{done.stderr}")
+    return done.stdout
+
+
+class Build:
+    """One build of the copy: where it is, how it is configured, and which programs the tests start."""
+
+    def __init__(self, copy, folder, options, programs, more):
+        self.copy = copy
+        self.folder = folder
+        self.options = options
+        self.programs = programs
+        self.more = more
+
+    def configure(self):
+        options = ["-G", "Ninja", f"-DCMAKE_CXX_FLAGS=-include {self.copy}/mutant.h",
+                   "-DKEYWARDEN_ONE_BY_ONE=ON", *self.options]
+        if shutil.which("ccache"):
+            options.append("-DCMAKE_CXX_COMPILER_LAUNCHER=ccache")
+        run(["cmake", "-S", self.copy, "-B", self.folder, *options])
+
+    def targets(self):
+        """The programs that CTest's entries start, and what they read. The shipped module is not
+        among them: the tests load the one with checks."""
+        listed = run(["ninja", "-C", self.folder, "-t", "targets", "all"])
+        programs = re.findall(self.programs, listed, re.M)
+        return sorted(p for p in programs if not p.endswith("/keywarden.exe")) + self.more
+
+    def compile(self):
+        """What the compiler says, and whether everything compiles."""
+        done = subprocess.run(["cmake", "--build", self.folder, f"-j{os.cpu_count()}", "--target",
+                               *self.targets(), "--", "-k", "0"], capture_output=True, text=True)
+        return done.stdout + done.stderr, done.returncode == 0
+
+
 class Tree:
     def __init__(self, root, folder):
         self.root = root
         self.copy = folder / "tree"
-        self.build = folder / "build"
         self.log = folder / "build.log"
+        self.windows = Build(
+            self.copy, folder / "build",
+            ["-DCMAKE_BUILD_TYPE=Release", "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG",
+             f"-DCMAKE_TOOLCHAIN_FILE={self.copy}/cmake/mingw64.cmake"],
+            r"^((?:bin|router)/\w+\.exe): ", ["certificate_fixtures", "tls_client"])
+        self.native = Build(
+            self.copy, folder / "native",
+            ["-DCMAKE_BUILD_TYPE=Debug", "-DCMAKE_CXX_COMPILER=clang++", "-DKEYWARDEN_STAND_IN=ON",
+             "-DCMAKE_CXX_FLAGS_DEBUG=-O1 -fno-omit-frame-pointer -fsanitize=address,undefined "
+             "-fno-sanitize-recover=all"],
+            r"^(bin/\w+_test): ", ["certificate_fixtures"])
 
     def write(self, mutants):
         """Brings the copy up to date. Files that stay the same keep their time, for Ninja."""
@@ -76,31 +124,14 @@ class Tree:
         shutil.copymode(source, target)
 
     def configure(self):
-        options = ["-G", "Ninja", "-DCMAKE_BUILD_TYPE=Release",
-                   f"-DCMAKE_TOOLCHAIN_FILE={self.copy}/cmake/mingw64.cmake",
-                   "-DCMAKE_CXX_FLAGS_RELEASE=-O1 -DNDEBUG",
-                   f"-DCMAKE_CXX_FLAGS=-include {self.copy}/mutant.h",
-                   "-DKEYWARDEN_ONE_BY_ONE=ON"]
-        if shutil.which("ccache"):
-            options.append("-DCMAKE_CXX_COMPILER_LAUNCHER=ccache")
-        self.run(["cmake", "-S", self.copy, "-B", self.build, *options])
+        for build in (self.windows, self.native):
+            build.configure()
 
-    def targets(self):
-        """The programs that CTest's entries start, and what they read. The shipped module is not
-        among them: the tests load the one with checks."""
-        listed = subprocess.run(["ninja", "-C", self.build, "-t", "targets", "all"], check=True,
-                                capture_output=True, text=True).stdout
-        programs = re.findall(r"^((?:bin|router)/\w+\.exe): ", listed, re.M)
-        return sorted(p for p in programs if not p.endswith("/keywarden.exe")) + \
-            ["certificate_fixtures", "tls_client"]
-
-    def compile(self, targets):
-        """None if everything compiles, else the compiler's words."""
-        done = subprocess.run(["cmake", "--build", self.build, f"-j{os.cpu_count()}",
-                               "--target", *targets, "--", "-k", "0"],
-                              capture_output=True, text=True)
-        self.log.write_text(done.stdout + done.stderr)
-        return None if done.returncode == 0 else done.stdout + done.stderr
+    def compile(self):
+        """None if everything compiles, else the compilers' words."""
+        said, good = zip(*(build.compile() for build in (self.windows, self.native)))
+        self.log.write_text("".join(said))
+        return None if all(good) else "".join(said)
 
     def at_fault(self, output, mutants):
         """The numbers of the mutants in lines that the compiler refused."""
@@ -114,8 +145,3 @@ class Tree:
                 if any(at <= int(line) for at, _ in here) else []
             numbers.update(exact or above)
         return numbers
-
-    def run(self, command):
-        done = subprocess.run(list(map(str, command)), capture_output=True, text=True)
-        if done.returncode != 0:
-            raise RuntimeError(f"{command[0]} failed:\n{done.stdout}{done.stderr}")
