@@ -120,6 +120,7 @@ std::vector<std::string> chosenFiles(const LogOptions& options)
         throw Failure("there is no log of that time in " + toUtf8(folder),
                       "There are logs of " + days + ".");
     std::vector<std::string> names;
+    names.reserve(files.size());
     for (const LogFile& file : files)
         names.push_back(toUtf8(file.path));
     return names;
