@@ -50,8 +50,9 @@ std::string keyOf(const Line& line)
     return trimSpaces(line.text.substr(0, line.text.find('=')));
 }
 
-// Shows control characters, for example a carriage return as \r.
-std::string printable(const std::string& text)
+// Shows control characters, carriage return and tab by the names that editors use: \r and \t. The output
+// escapes the rest of what a terminal must not get (printable.h).
+std::string withNamedControls(const std::string& text)
 {
     std::string result;
     for (const char c : text) {
@@ -72,7 +73,7 @@ std::string printable(const std::string& text)
 
 std::string quoted(const Line& line)
 {
-    return "line " + std::to_string(line.number) + ": \"" + printable(line.text) + "\"";
+    return "line " + std::to_string(line.number) + ": \"" + withNamedControls(line.text) + "\"";
 }
 
 // Some editors write the mark of UTF-8 or UTF-16 without asking.
