@@ -191,8 +191,9 @@ testSalts()
 
 testDigests()
 {
-    local digest key
+    local another digest key
     digest=$(sha256sum <"$files/document" | cut -c 1-64)
+    another=$(tr 0-9a-f 1-9a-f0 <<<"$digest")
     for key in rsa2048:01AB p256:0256; do
         succeeds "sign a digest: ${key%%:*}" withPin sign --digest "$digest" --hash sha256 \
             --key "${key##*:}" -o "$(at digest.sig)"
@@ -200,7 +201,7 @@ testDigests()
         succeeds "verify a digest" keywarden verify --digest "$digest" --hash sha256 \
             --key "${key##*:}" --signature "$(at digest.sig)"
     done
-    fails 3 "The signature is bad" "another digest" keywarden verify --digest "${digest//a/b}" \
+    fails 3 "The signature is bad" "another digest" keywarden verify --digest "$another" \
         --hash sha256 --key 0256 --signature "$(at digest.sig)"
     fails 2 "has 96 hexadecimal digits, not 64" "a digest of another length" \
         keywarden sign --digest "$digest" --hash sha384 --key 01AB -o "$(at out)"
