@@ -48,7 +48,7 @@ protected:
 
     ScriptedToken token_;
     LogCapture log_;
-    const ModernMode modern_;
+    ModernMode modern_;
     Pkcs11 p11_;
     P11Slot slot_;
     P11RSAKeyObject key_;

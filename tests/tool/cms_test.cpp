@@ -50,7 +50,7 @@ Bytes cmsOf(Bytes certificate)
 
 bool hasPart(const Bytes& whole, const Bytes& part)
 {
-    return !std::ranges::search(whole, part).empty();
+    return std::search(whole.begin(), whole.end(), part.begin(), part.end()) != whole.end();
 }
 
 TEST(Cms, NamesTheCertificateByItsSerialNumberAsItIs)

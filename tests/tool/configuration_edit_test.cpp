@@ -65,9 +65,9 @@ TEST_F(ConfigurationFile, IsEditedAndKeepsItsRights)
 // The text of the open file is what a program reads that has opened it before.
 TEST_F(ConfigurationFile, IsReplacedAsAWhole)
 {
-    const HANDLE opened = CreateFileW(file.c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, 0, nullptr);
+    HANDLE opened = CreateFileW(file.c_str(), GENERIC_READ,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, 0, nullptr);
     ASSERT_NE(opened, INVALID_HANDLE_VALUE);
     EXPECT_TRUE(edit());
     char text[64] = "";

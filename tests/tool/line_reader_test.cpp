@@ -67,15 +67,16 @@ TEST(LineReader, GoesOnWhenTheSourceHasGrown)
 // A file that is no text must not fill the memory.
 TEST(LineReader, CutsALineThatIsNoRecord)
 {
-    constexpr size_t megabyte = 1024 * 1024;
+    constexpr size_t megabyte = size_t{1024} * 1024;
     Source source{std::string(40 * megabyte, 'x') + "\nnext\n" + std::string(megabyte, 'y'),
                   megabyte};
     tool::LineReader reader = source.reader();
     const Lines lines = linesOf(reader);
+    constexpr size_t longest = size_t{128} * 1024;
     ASSERT_EQ(lines.size(), 3U);
-    EXPECT_EQ(lines[0], std::string(128 * 1024, 'x'));
+    EXPECT_EQ(lines[0], std::string(longest, 'x'));
     EXPECT_EQ(lines[1], "next");
-    EXPECT_EQ(lines[2], std::string(128 * 1024, 'y'));
+    EXPECT_EQ(lines[2], std::string(longest, 'y'));
     EXPECT_EQ(reader.rest(), "");
 }
 

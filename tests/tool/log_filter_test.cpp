@@ -33,7 +33,7 @@ TEST(LogMoment, IsADayATimeOrAnAge)
     EXPECT_EQ(after("02:00:01"), 2 * hour + 1000);
     EXPECT_EQ(after("2h"), 15 * hour + 5 * minute + 9042);
     EXPECT_EQ(after("30m"), 16 * hour + 35 * minute + 9042);
-    EXPECT_EQ(after("7d"), after("2h") - 7 * 24 * hour + 2 * hour);
+    EXPECT_EQ(after("7d"), after("2h") - 7LL * 24 * hour + 2 * hour);
     EXPECT_EQ(after("9s"), 17 * hour + 5 * minute + 42);
 }
 

@@ -27,9 +27,9 @@ HANDLE openInput(const std::string& name)
 {
     if (isStandardStream(name))
         return GetStdHandle(STD_INPUT_HANDLE);
-    const HANDLE handle = CreateFileW(toPath(name).c_str(), GENERIC_READ,
-                                      FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE,
-                                      nullptr, OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
+    HANDLE handle = CreateFileW(toPath(name).c_str(), GENERIC_READ,
+                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr,
+                                OPEN_EXISTING, FILE_FLAG_SEQUENTIAL_SCAN, nullptr);
     if (handle == INVALID_HANDLE_VALUE)
         refuse(name, GetLastError());
     return handle;

@@ -108,7 +108,7 @@ void openKey(World& world, Operands& operands)
         return world.table().OpenKey(handle, place.pointer(), name, form / 16 % 3,
                                      flagsOf(operands.byte()));
     });
-    if (world.judge(answer, expected, Reach::module)) {
+    if (World::judge(answer, expected, Reach::module)) {
         HOLDS(place.value() != 0 && provider->openedOrImported(place.value()) == nullptr);
         Key& key = provider->opened[place.value()] = **source;
         key.serial = world.nextSerial();
@@ -137,7 +137,7 @@ void freeKey(World& world, Operands& operands)
         expected.status = NTE_INVALID_HANDLE;
     const Answer answer =
         world.call("FreeKey", Reach::module, [&] { return world.table().FreeKey(handle, key); });
-    const bool freed = world.judge(answer, expected, Reach::module);
+    const bool freed = World::judge(answer, expected, Reach::module);
     if (known == nullptr) {
         // Compat: an unknown handle gets an entry.
         HOLDS(answer.blocks == 0 || (provider != nullptr && answer.blocks == 1));
@@ -185,7 +185,7 @@ void getKeyProperty(World& world, Operands& operands)
                                             length.pointer(), flagsOf(operands.byte()));
     });
     HOLDS(answer.blocks == 0);
-    checkValue(answer, world.judge(answer, expected, Reach::module), value, output, length);
+    checkValue(answer, World::judge(answer, expected, Reach::module), value, output, length);
 }
 
 void setKeyProperty(World& world, Operands& operands)
@@ -213,11 +213,11 @@ void setKeyProperty(World& world, Operands& operands)
         return world.table().SetKeyProperty(handle, key, name, null ? nullptr : in(value), size,
                                             flagsOf(operands.byte()));
     });
-    const bool stored = world.judge(answer, expected, Reach::module);
+    const bool stored = World::judge(answer, expected, Reach::module);
     // Compat: mostly, a second value is not taken.
     const bool isNew = known != nullptr && name != nullptr && !known->properties.contains(name);
     HOLDS(answer.blocks == 0 || (isNew && expected.status == ERROR_SUCCESS && answer.blocks > 0));
-    const bool replaced = stored && contains(rules.replaceable, name);
+    const bool replaced = known != nullptr && stored && contains(rules.replaceable, name);
     if (replaced || (isNew && (stored || answer.blocks > 0)))
         known->properties[name] = std::make_shared<Bytes>(value);
 }
@@ -255,7 +255,7 @@ void enumKeys(World& world, Operands& operands)
         return world.table().EnumKeys(handle, nulls % 2 == 0 ? nullptr : L"scope", place,
                                       statePlace, flagsOf(operands.byte()));
     });
-    if (!world.judge(answer, expected, Reach::module)) {
+    if (!World::judge(answer, expected, Reach::module)) {
         HOLDS(answer.blocks == 0 && record == nullptr && state == given);
         HOLDS(given == nullptr || *given == index);
         return;
@@ -282,7 +282,7 @@ void freeBuffer(World& world, Operands& operands)
     const Answer answer =
         world.call("FreeBuffer", Reach::module, [&] { return world.table().FreeBuffer(block); });
     const Expected expected{null ? NTE_INVALID_PARAMETER : ERROR_SUCCESS};
-    world.judge(answer, expected, Reach::module);
+    World::judge(answer, expected, Reach::module);
     // A log that fails at the call's first line leaves the block, and so does missing memory.
     HOLDS(answer.blocks == (answer.succeeded() ? -1 : 0));
     if (answer.blocks < 0)
@@ -321,7 +321,7 @@ void importKey(World& world, Operands& operands)
                                        place.pointer(), null ? nullptr : in(blob.bytes()),
                                        sizeOf(blob.bytes()), flagsOf(operands.byte()));
     });
-    if (!world.judge(answer, expected, Reach::module)) {
+    if (!World::judge(answer, expected, Reach::module)) {
         HOLDS(answer.blocks == 0 && place.untouched());
         return;
     }
@@ -379,7 +379,7 @@ void exportKey(World& world, Operands& operands)
                                        output.size(), length.pointer(), flagsOf(operands.byte()));
     });
     HOLDS(answer.blocks == 0);
-    if (world.judge(answer, expected, Reach::module)) {
+    if (World::judge(answer, expected, Reach::module)) {
         HOLDS(length.value() == blob.size() && (output.null() || output.holds(blob)));
         return;
     }

@@ -94,7 +94,7 @@ void openProvider(World& world, Operands& operands)
     // Compat: a name that is too long is an error, and the provider is opened.
     const bool opened = valid && place.value() != old;
     HOLDS(!opened || answer.left == Left::normally);
-    world.judge(answer, expected, Reach::library);
+    World::judge(answer, expected, Reach::library);
     if (opened) {
         HOLDS(answer.status == expected.status && !taken);
         takeNothrowBlock();
@@ -118,7 +118,7 @@ void freeProvider(World& world, Operands& operands)
     const bool open = world.find(handle) != nullptr;
     const Answer answer = world.call("FreeProvider", Reach::library,
                                      [&] { return world.table().FreeProvider(handle); });
-    world.judge(answer, {open ? ERROR_SUCCESS : NTE_INVALID_HANDLE}, Reach::library);
+    World::judge(answer, {open ? ERROR_SUCCESS : NTE_INVALID_HANDLE}, Reach::library);
     HOLDS(open ? answer.blocks <= 0 : answer.blocks <= (rules.keepsUnknownProviders ? 1 : 0));
     if (open && !world.isOpenInModule(handle))
         world.removeProvider(handle);
@@ -161,7 +161,7 @@ void getProviderProperty(World& world, Operands& operands)
                                                  length.pointer(), flags);
     });
     HOLDS(answer.blocks == 0);
-    checkValue(answer, world.judge(answer, expected, Reach::module), value, output, length);
+    checkValue(answer, World::judge(answer, expected, Reach::module), value, output, length);
 }
 
 void setProviderProperty(World& world, Operands& operands)
@@ -183,7 +183,7 @@ void setProviderProperty(World& world, Operands& operands)
         return world.table().SetProviderProperty(handle, name, null ? nullptr : in(value), size,
                                                  flagsOf(operands.byte()));
     });
-    if (world.judge(answer, expected, Reach::module)) {
+    if (World::judge(answer, expected, Reach::module)) {
         HOLDS(provider != nullptr);
         provider->properties[name] = value;
         return;
@@ -224,7 +224,7 @@ void isAlgSupported(World& world, Operands& operands)
     const Answer answer = world.call("IsAlgSupported", Reach::module, [&] {
         return world.table().IsAlgSupported(handle, name, flagsOf(operands.byte()));
     });
-    world.judge(answer, expected, Reach::module);
+    World::judge(answer, expected, Reach::module);
     HOLDS(answer.blocks == 0);
 }
 
@@ -247,7 +247,7 @@ void enumAlgorithms(World& world, Operands& operands)
         return world.table().EnumAlgorithms(handle, operation, count.pointer(), place,
                                             flagsOf(operands.byte()));
     });
-    if (!world.judge(answer, expected, Reach::module)) {
+    if (!World::judge(answer, expected, Reach::module)) {
         HOLDS(answer.blocks == 0 && list == nullptr && count.untouched());
         return;
     }

@@ -166,6 +166,7 @@ void secretAgreement(World& world, Operands& operands)
         expected = world.withoutProvider(handle);
     } else if (key == 0 || peer == 0 || place.null()) {
         expected.status = NTE_INVALID_PARAMETER;
+        // NOLINTNEXTLINE(bugprone-branch-clone): the checks come in the module's order
     } else if (const auto found = provider->opened.find(key); found == provider->opened.end()) {
         expected.status = NTE_INVALID_HANDLE;
     } else if (rules.looksUpHandles && !isPeer(*provider, peer)) {
@@ -186,7 +187,7 @@ void secretAgreement(World& world, Operands& operands)
     const Answer answer = world.call("SecretAgreement", Reach::sequence, [&] {
         return world.table().SecretAgreement(handle, key, peer, place.pointer(), flags);
     });
-    if (world.judge(answer, expected, Reach::sequence) && !skipped) {
+    if (World::judge(answer, expected, Reach::sequence) && !skipped) {
         // The record and the secret.
         HOLDS(answer.blocks == 2);
         HOLDS(place.value() != 0 && !world.secrets.contains(place.value()));
@@ -254,7 +255,7 @@ void deriveKey(World& world, Operands& operands)
     HOLDS(answer.blocks == 0);
     if (claimsSuccess(answer, expected))
         return;
-    const bool succeeded = world.judge(answer, expected, Reach::sequence);
+    const bool succeeded = World::judge(answer, expected, Reach::sequence);
     if (World::isUncertain(answer))
         return;
     if (succeeded) {
@@ -283,7 +284,7 @@ void freeSecret(World& world, Operands& operands)
         expected.status = NTE_INVALID_HANDLE;
     const Answer answer = world.call("FreeSecret", Reach::module,
                                      [&] { return world.table().FreeSecret(handle, secret); });
-    const bool freed = world.judge(answer, expected, Reach::module);
+    const bool freed = World::judge(answer, expected, Reach::module);
     // The record and the secret.
     HOLDS(answer.blocks == 0 || (known && answer.blocks == -2));
     HOLDS(known && !isListed(secret) ? answer.blocks == -2 : answer.blocks == 0);

@@ -122,7 +122,7 @@ void signHash(World& world, Operands& operands)
     HOLDS(answer.blocks == 0);
     if (claimsSuccess(answer, expected))
         return;
-    const bool succeeded = world.judge(answer, expected, Reach::sequence);
+    const bool succeeded = World::judge(answer, expected, Reach::sequence);
     if (World::isUncertain(answer))
         return;
     if (!succeeded && isTooShort(answer, output, told)) {
@@ -180,7 +180,7 @@ void verifySignature(World& world, Operands& operands)
                                              nullHash ? nullptr : in(hash), sizeOf(hash),
                                              exact.data(), exact.size(), flags);
     });
-    world.judge(answer, expected, Reach::sequence);
+    World::judge(answer, expected, Reach::sequence);
     HOLDS(answer.blocks == 0 && (nullSignature || exact.holds(given)));
 }
 

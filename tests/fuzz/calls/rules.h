@@ -38,7 +38,7 @@ struct AlgorithmRow {
 };
 
 struct PinRow {
-    Pin pin;
+    Pin pin = Pin::right;
     PinOutcome outcome;
 };
 

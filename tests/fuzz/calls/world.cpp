@@ -122,7 +122,7 @@ bool isPinQuery(const StruckFault& struck)
 // released, so this name of the library has short ones only.
 std::string libraryPath()
 {
-    const std::string path = test::ScriptedToken::path();
+    std::string path = test::ScriptedToken::path();
     if (!rules.splitsLibraryPath)
         return path;
     const int library = open(path.c_str(), O_RDONLY);

@@ -51,6 +51,8 @@ class CheckReport : public Progress {
 public:
     explicit CheckReport(Session& session) : out_(session.out) {}
     ~CheckReport() override { out_.progress({}); }
+    CheckReport(const CheckReport&) = delete;
+    CheckReport& operator=(const CheckReport&) = delete;
 
     void begun(const std::string& step) override
     {

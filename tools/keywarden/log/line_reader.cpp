@@ -9,8 +9,8 @@ namespace NV::tool {
 
 namespace {
 
-constexpr size_t pieceSize = 256 * 1024;
-constexpr size_t longestLine = 128 * 1024;
+constexpr size_t pieceSize = size_t{256} * 1024;
+constexpr size_t longestLine = size_t{128} * 1024;
 
 }  // namespace
 
