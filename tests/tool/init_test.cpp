@@ -317,6 +317,12 @@ TEST(ConfigurationText, RefusesALibraryWhosePathNamesAVariable)
     Settings configuration = tool::newConfiguration();
     configuration["p11File"] = "C:\\%USERPROFILE%\\odd.dll";
     EXPECT_THROW(tool::configurationText(configuration), tool::Failure);
+    // Only a file of all users can name one, and only modern expands it.
+    EXPECT_NO_THROW(tool::configurationText(configuration, tool::ConfigurationOf::allUsers));
+    configuration["mode"] = "classic";
+    EXPECT_THROW(tool::configurationText(configuration, tool::ConfigurationOf::allUsers),
+                 tool::Failure);
+    configuration["mode"] = "modern";
     configuration["p11File"] = "C:\\100%\\odd%.dll";
     EXPECT_NO_THROW(tool::configurationText(configuration));
 }

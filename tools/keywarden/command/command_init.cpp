@@ -1,4 +1,4 @@
-// keywarden init: writes the user's configuration file.
+// keywarden init: writes the configuration file of the user or of all users.
 
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
@@ -11,6 +11,8 @@
 
 #include "check/check.h"
 #include "check/worker.h"
+#include "config/config_expansion.h"
+#include "config/config_path.h"
 #include "command/commands.h"
 #include "failure.h"
 #include "output_file.h"
@@ -24,8 +26,14 @@ namespace {
 
 struct InitOptions {
     Settings configuration = newConfiguration();
+    bool allUsers = false;
     bool force = false;
     bool noTest = false;
+
+    ConfigurationOf whose() const
+    {
+        return allUsers ? ConfigurationOf::allUsers : ConfigurationOf::user;
+    }
 };
 
 // Asks the user to choose one of the libraries that are installed.
@@ -90,29 +98,53 @@ void testLibrary(const Session& session, const std::string& library)
                                                   "library.");
 }
 
-void init(Session& session, InitOptions& options)
+// The path with the values of the variables that only a file of all users may name.
+std::filesystem::path expanded(const std::string& path, const InitOptions& options)
 {
-    const std::filesystem::path file = configurationFile();
-    makeFolderOf(file);
-    const OutputFile output(session.out, toUtf8(file), {}, {.force = options.force, .text = true});
+    return toPath(options.allUsers ? expandLibraryPath(path, userProfile()) : path);
+}
+
+// Full paths, because the processes that load the module have working folders of their own. What differs
+// from user to user stays as it is.
+std::string fullPath(const std::string& path, const InitOptions& options)
+{
+    const bool differs = path.starts_with('~') || (options.allUsers && path.starts_with('%'));
+    return path.empty() || differs ? path : toUtf8(std::filesystem::absolute(toPath(path)));
+}
+
+// Completes library and log folder, and tries the library.
+void settle(Session& session, InitOptions& options)
+{
     std::error_code error;
     std::string& library = options.configuration["p11File"];
     std::string& logFolder = options.configuration["logStore"];
     if (library.empty())
         library = chooseLibrary(session);
-    if (!std::filesystem::is_regular_file(toPath(library), error))
-        throw Failure("there is no file " + library,
+    if (!std::filesystem::is_regular_file(expanded(library, options), error))
+        throw Failure("there is no file " + toUtf8(expanded(library, options)),
                       "Give --p11 the full path of the token's PKCS#11 library.");
-    // Full paths, because the processes that load the module have working folders of their own.
-    library = toUtf8(std::filesystem::absolute(toPath(library)));
+    library = fullPath(library, options);
     if (!options.noTest)
-        testLibrary(session, library);
-    if (!logFolder.empty() && !logFolder.starts_with('~'))
-        logFolder = toUtf8(std::filesystem::absolute(toPath(logFolder)));
-    const std::string text = configurationText(options.configuration);
+        testLibrary(session, toUtf8(expanded(library, options)));
+    logFolder = fullPath(logFolder, options);
+}
+
+void init(Session& session, InitOptions& options)
+{
+    const std::filesystem::path file =
+        options.allUsers ? configurationOfAllUsers() : configurationFile();
+    makeFolderOf(file);
+    const OutputFile output(session.out, toUtf8(file), {}, {.force = options.force, .text = true});
+    settle(session, options);
+    const std::string text = configurationText(options.configuration, options.whose());
     output.write(std::vector<unsigned char>(text.begin(), text.end()));
     session.out.line("Written: " + toUtf8(file));
+    if (options.allUsers && configurationThatHolds() == ConfigurationOf::user)
+        session.out.line("Note: you have a file of your own, which holds for you: " +
+                         toUtf8(configurationFile()));
     session.out.line("Next: run \"keywarden check\" to check it.");
+    const std::string& library = options.configuration["p11File"];
+    const std::string& logFolder = options.configuration["logStore"];
     session.out.document({{"file", toUtf8(file)},
                           {"p11File", library},
                           {"logStore", logFolder},
@@ -123,7 +155,7 @@ void init(Session& session, InitOptions& options)
 
 void addInit(CLI::App& program, Session& session)
 {
-    CLI::App& command = *program.add_subcommand("init", "Write this user's configuration file");
+    CLI::App& command = *program.add_subcommand("init", "Write the configuration file of this user or of all users");
     const auto options = std::make_shared<InitOptions>();
     const std::vector<std::string> levels = levelNames();
     command
@@ -137,6 +169,8 @@ void addInit(CLI::App& program, Session& session)
     command.add_option("--log-level", options->configuration["logLevel"], choiceOf(levels))
         ->option_text("LEVEL")
         ->transform(CLI::IsMember(levels, CLI::ignore_case));
+    command.add_flag("--all-users", options->allUsers,
+                     "Write the file of all users, beside the module (as an administrator)");
     command.add_flag("--force", options->force, "Replace an existing file");
     command.add_flag("--no-test", options->noTest, "Do not try to load the library");
     command.callback([&session, options] { init(session, *options); });

@@ -6,6 +6,7 @@
 #include "command/commands.h"
 #include "nvvtoken/nvvtoken_name.h"
 #include "session.h"
+#include "system/configuration.h"
 #include "system/registration.h"
 #include "text.h"
 
@@ -110,10 +111,32 @@ void showState(Session& session, const Registration& now)
             "To repair it, run \"keywarden register\" in an administrator's terminal.");
 }
 
+// Which configuration the module reads for this user, and why.
+Json showConfiguration(Session& session)
+{
+    const std::filesystem::path own = configurationFile();
+    const std::filesystem::path shared = configurationOfAllUsers();
+    switch (configurationThatHolds()) {
+    case ConfigurationOf::user:
+        session.out.line("Configuration: " + toUtf8(own) + " (this user's own)");
+        return {{"file", toUtf8(own)}, {"of", "user"}};
+    case ConfigurationOf::allUsers:
+        session.out.line("Configuration: " + toUtf8(shared) +
+                         " (for all users; this user has none of their own)");
+        return {{"file", toUtf8(shared)}, {"of", "all-users"}};
+    case ConfigurationOf::nobody:
+        break;
+    }
+    session.out.line("Configuration: none. \"keywarden init\" writes " + toUtf8(own) +
+                     ", \"keywarden init --all-users\" writes " + toUtf8(shared) + ".");
+    return {{"file", nullptr}, {"of", nullptr}};
+}
+
 void status(Session& session)
 {
     const Registration now = readRegistration(thisSystem());
     showState(session, now);
+    const Json configuration = showConfiguration(session);
     const auto orNull = [&now](const Json& value) { return now.known ? value : Json(nullptr); };
     session.out.document({{"provider", toUtf8(providerName)},
                           {"known", now.known},
@@ -123,7 +146,8 @@ void status(Session& session)
                           {"listed", orNull(now.listed)},
                           {"image", orNull(toUtf8(now.image))},
                           {"file", orNull(toUtf8(now.file))},
-                          {"fileExists", orNull(isFile(now.file))}});
+                          {"fileExists", orNull(isFile(now.file))},
+                          {"configuration", configuration}});
 }
 
 }  // namespace
@@ -142,7 +166,7 @@ void addUnregister(CLI::App& program, Session& session)
 
 void addStatus(CLI::App& program, Session& session)
 {
-    program.add_subcommand("status", "Show what is registered with CNG, and where its file is")
+    program.add_subcommand("status", "Show what is registered with CNG, and which configuration holds")
         ->callback([&session] { status(session); });
 }
 

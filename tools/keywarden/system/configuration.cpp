@@ -45,7 +45,7 @@ constexpr UsualPlace usualPlaces[] = {
 // Throws Failure for a value that the module would not read back as it is: in classic, it takes each
 // byte of the library's path for a character, in modern %NAME% for a variable, and in both each "~" of
 // a folder for the user's profile.
-void checkValue(const ConfigKey& key, const std::string& value, bool modern)
+void checkValue(const ConfigKey& key, const std::string& value, bool modern, bool variables)
 {
     if (value.find_first_of("\r\n") != std::string::npos || value.starts_with(' ') ||
         value.ends_with(' '))
@@ -57,7 +57,7 @@ void checkValue(const ConfigKey& key, const std::string& value, bool modern)
             "does not load such a library: " +
                 value,
             "Copy the library to a folder with a plain name.");
-    if (key.kind == ConfigKind::library && expandLibraryPath(value, {}) != value)
+    if (key.kind == ConfigKind::library && !variables && expandLibraryPath(value, {}) != value)
         throw Failure("the library's path contains the name of an environment variable: " + value,
                       "Copy the library to a folder with a plain name.");
     if (key.kind == ConfigKind::folder && value.find('~', 1) != std::string::npos)
@@ -119,14 +119,26 @@ std::filesystem::path configurationFile()
     return NV::configurationFile(std::filesystem::path(profile));
 }
 
+std::filesystem::path configurationOfAllUsers()
+{
+    return machineConfigurationFile(defaultModule());
+}
+
+ConfigurationOf configurationThatHolds()
+{
+    std::error_code error;
+    const auto missing = std::filesystem::file_type::not_found;
+    // One that cannot be read is not missing: the module fails, as it does for a damaged one.
+    if (std::filesystem::status(configurationFile(), error).type() != missing)
+        return ConfigurationOf::user;
+    return std::filesystem::exists(configurationOfAllUsers(), error) ? ConfigurationOf::allUsers
+                                                                     : ConfigurationOf::nobody;
+}
+
 std::filesystem::path configurationInUse()
 {
-    const std::filesystem::path user = configurationFile();
-    const std::filesystem::path machine = machineConfigurationFile(defaultModule());
-    std::error_code error;
-    const bool missing =
-        std::filesystem::status(user, error).type() == std::filesystem::file_type::not_found;
-    return missing && std::filesystem::exists(machine, error) ? machine : user;
+    return configurationThatHolds() == ConfigurationOf::allUsers ? configurationOfAllUsers()
+                                                                 : configurationFile();
 }
 
 void loadConfiguration()
@@ -172,13 +184,14 @@ Settings newConfiguration()
     return values;
 }
 
-std::string configurationText(const Settings& values)
+std::string configurationText(const Settings& values, ConfigurationOf whose)
 {
     const bool modern = values.at("mode") == "modern";
+    const bool variables = modern && whose == ConfigurationOf::allUsers;
     std::string text = asComment(fileComment);
     for (const ConfigKey& key : configKeys()) {
         const std::string& value = values.at(key.name);
-        checkValue(key, value, modern);
+        checkValue(key, value, modern, variables);
         text += "\n" + asComment(key.help) + key.name + "=" +
                 (key.kind == ConfigKind::folder ? toAnsi(key, value) : value) + "\n";
     }

@@ -14,8 +14,13 @@ namespace NV::tool {
 // %USERPROFILE%\.norvanta-keywarden\nvksprovider.conf. Throws Failure if USERPROFILE is not set.
 std::filesystem::path configurationFile();
 
-// The file that the module reads: that, or, if it does not exist, nvksprovider.conf beside the module,
-// where there is one.
+// nvksprovider.conf beside the module, for users without a file of their own.
+std::filesystem::path configurationOfAllUsers();
+
+// Which of the two files the module reads.
+enum class ConfigurationOf { user, allUsers, nobody };
+ConfigurationOf configurationThatHolds();
+// That file; the user's, if there is none.
 std::filesystem::path configurationInUse();
 
 // Reads that file into this program's Config, as the module does. Throws Failure if it does not
@@ -37,8 +42,9 @@ Settings newConfiguration();
 // module reads p11File as UTF-8 and logStore in the ANSI code page, so the text contains bytes of
 // both. Throws Failure if p11File is not ASCII in a classic file, because the module does not load such
 // a library in classic, if logStore has a character that the code page lacks or a "~" that is not its first character, or if
-// the module would read a value differently (a line feed in it, a space at its end).
-std::string configurationText(const Settings& values);
+// the module would read a value differently (a line feed in it, a space at its end). A file of all users
+// can have %NAME% in p11File, which only modern expands.
+std::string configurationText(const Settings& values, ConfigurationOf whose = ConfigurationOf::user);
 
 // Creates the folder of a configuration file if it is missing. Throws Failure.
 void makeFolderOf(const std::filesystem::path& configuration);
