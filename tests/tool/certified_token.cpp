@@ -3,7 +3,7 @@
 // file. The functions are those of scripted_token.dll, which is beside the program. ODD_FAULT can name a
 // function and what goes wrong in it: "C_Initialize hang", "C_GetSlotList crash", "C_Initialize exit",
 // "C_GetInfo print", "C_GetSlotList none", "C_OpenSession refuse", "C_Login locked", "C_Initialize flood"
-// (hangs, while another thread writes to standard output).
+// (hangs, while another thread writes to standard output). "second token" puts the objects on one.
 
 #include <windows.h>
 
@@ -41,7 +41,7 @@ Bytes certificate()
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
-void addObjects(const ScriptedTokenControl& control)
+void addObjects(const ScriptedTokenControl& control, CK_SLOT_ID slot)
 {
     constexpr CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
     constexpr CK_CERTIFICATE_TYPE x509 = CKC_X_509;
@@ -53,10 +53,10 @@ void addObjects(const ScriptedTokenControl& control)
         attribute(CKA_CLASS, &certificateClass, sizeof certificateClass),
         attribute(CKA_CERTIFICATE_TYPE, &x509, sizeof x509), attribute(CKA_ID, keyId, sizeof keyId),
         attribute(CKA_VALUE, der.data(), der.size())};
-    control.addObject(kSlot, certificateObject, std::size(certificateObject));
+    control.addObject(slot, certificateObject, std::size(certificateObject));
     const CK_ATTRIBUTE publicKey[] = {attribute(CKA_CLASS, &publicClass, sizeof publicClass),
                                       attribute(CKA_ID, keyId, sizeof keyId)};
-    control.addObject(kSlot, publicKey, std::size(publicKey));
+    control.addObject(slot, publicKey, std::size(publicKey));
 }
 
 // What ODD_FAULT says.
@@ -131,7 +131,10 @@ extern "C" CK_RV NV_CK_CALL C_GetFunctionList(CK_FUNCTION_LIST_PTR_PTR list)
         return CKR_GENERAL_ERROR;
     static const bool added = [] {
         const auto& control = *exportOf<GetScriptedTokenControl>(token, "ScriptedTokenControl")();
-        addObjects(control);
+        const bool second = oddFault().function == "second";
+        if (second)
+            control.putSlot(kOtherSlot, kSlotFlags, kTokenFlags);
+        addObjects(control, second ? kOtherSlot : kSlot);
         addFault(control);
         return true;
     }();

@@ -335,6 +335,37 @@ TEST_F(LogLevelCommand, NeedsAConfiguration)
     EXPECT_FALSE(std::filesystem::exists(profile.configFile()));
 }
 
+// ---- log where
+
+using LogWhereCommand = LogLevelCommand;
+
+TEST_F(LogWhereCommand, ShowsFolderAndFilesWithTheirSizes)
+{
+    profile.writeConfig("mode=modern\np11File=x\nlogTypes=FILE\nlogStore=~\\odd logs\n");
+    const std::filesystem::path folder = profile.path() / "odd logs";
+    profile.expectRun(0, {"log", "where"},
+                      {"Log folder: " + narrowPath(folder), "There are no log files."});
+    create_directories(folder);
+    writeFile(folder / "nvksprovider-20260304.log", std::string(4711, 'x'));
+    writeFile(folder / "nvksprovider-20260305.log", "");
+    writeFile(folder / "notes.txt", "no log");
+    profile.expectRun(0, {"log", "where"},
+                      {"2026-03-04  4711   nvksprovider-20260304.log",
+                       "2026-03-05  0      nvksprovider-20260305.log", "2 files, 4711 bytes"});
+    const Json document = profile.json({"log", "where"}, 0);
+    EXPECT_EQ(document["folder"], narrowPath(folder));
+    EXPECT_EQ(document["bytes"], 4711);
+    EXPECT_EQ(document["written"], true);
+    EXPECT_EQ(document["files"].size(), 2U);
+}
+
+TEST_F(LogWhereCommand, SaysThatNoFileIsWritten)
+{
+    profile.writeConfig("mode=modern\np11File=x\nlogTypes=CONSOLE\nlogStore=~\\l\n");
+    profile.expectRun(0, {"log", "where"}, {"The log is not written to a file"});
+    EXPECT_EQ(profile.json({"log", "where"}, 0)["written"], false);
+}
+
 TEST_F(LogCommand, ReportsAMissingConfiguration)
 {
     profile.expectRun(1, {"log"}, {"Cannot open file: ", "keywarden check"});

@@ -45,13 +45,14 @@ public:
     Published& operator=(const Published&) = delete;
 
 private:
-    // Changes become visible when the store is closed.
+    // Changes become visible when the store is closed; Wine loses what was deleted unless told.
     template <typename Work>
     static void inStore(const Work& work)
     {
         HCERTSTORE store = CertOpenSystemStoreW(0, L"MY");
         ASSERT_NE(store, nullptr);
         work(store);
+        CertControlStore(store, 0, CERT_STORE_CTRL_COMMIT, nullptr);
         CertCloseStore(store, 0);
     }
 

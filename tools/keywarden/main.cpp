@@ -38,6 +38,7 @@ void addCommands(CLI::App& program, Session& session)
     addDecrypt(program, session);
     addExport(program, session);
     addDerive(program, session);
+    addClean(program, session);
     addRegister(program, session);
     addUnregister(program, session);
     addStatus(program, session);

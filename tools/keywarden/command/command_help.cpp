@@ -46,6 +46,7 @@ constexpr std::array examples = {
     Examples{"derive",
              {"derive --key 0256 --peer peer.pem -o secret.bin",
               "derive --key 0256 --peer b.pem --kdf hash --hash sha512 -o key.bin"}},
+    Examples{"clean", {"clean --dry-run", "clean --yes"}},
     Examples{"register", {"register", "register --json"}},
     Examples{"unregister", {"unregister", "unregister --json"}},
     Examples{"status", {"status", "status --json"}},

@@ -5,6 +5,7 @@
 
 #include "command/commands.h"
 #include "command/options.h"
+#include "command/stale_certificates.h"
 #include "exit_code.h"
 #include "failure.h"
 #include "formats/certificate.h"
@@ -29,17 +30,10 @@ struct KeyRow {
     std::vector<std::string> operations = {};
 };
 
-// An entry of "My" that does not fit the token.
-struct StaleRow {
-    std::string name;
-    std::string subject;
-    std::string expires;
-    std::string thumbprint;
-};
-
 struct KeyList {
     std::vector<KeyRow> keys;
-    std::vector<StaleRow> stale;
+    std::vector<StoredCertificate> stored;
+    std::vector<const StoredCertificate*> stale;  // of these
 };
 
 // The token verifies and encrypts with its public key object. What the private key can do is visible
@@ -108,17 +102,14 @@ KeyList listAll(Session& session)
                                     : "the token's library cannot be loaded or initialized",
                       "Run \"keywarden check\" to find the reason.");
     // Opening the provider has published the certificates.
-    const std::vector<StoredCertificate> stored = certificatesInMy();
+    list.stored = certificatesInMy();
     for (const std::wstring& name : names) {
         const TokenCertificate* certificate = token.find(name);
-        list.keys.push_back(certificate != nullptr ? describe(*certificate, stored)
+        list.keys.push_back(certificate != nullptr ? describe(*certificate, list.stored)
                                                    : describe(storage, name));
     }
-    if (!token.read)
-        return list;
-    for (const StoredCertificate* entry : staleEntries(stored, token.certificates))
-        list.stale.push_back({toUtf8(entry->container), subjectOf(*entry->certificate),
-                              expiryOf(*entry->certificate), thumbprintOf(*entry->certificate)});
+    if (token.read)
+        list.stale = staleEntries(list.stored, token.certificates);
     return list;
 }
 
@@ -129,29 +120,21 @@ Json toJson(const KeyRow& row)
             {"published", row.published}, {"operations", row.operations}};
 }
 
-Json toJson(const StaleRow& row)
-{
-    return {{"name", row.name},
-            {"subject", row.subject},
-            {"expires", row.expires},
-            {"thumbprint", row.thumbprint}};
-}
-
-void printStale(Output& out, const std::vector<StaleRow>& stale)
+void printStale(Output& out, const std::vector<const StoredCertificate*>& stale)
 {
     if (stale.empty())
         return;
     out.line();
     out.line("Not on this token, but in \"My\" for this provider:");
-    for (const StaleRow& row : stale)
-        out.line("  " + row.name + "  " + row.subject + ", expires " + row.expires +
-                 ", thumbprint " + row.thumbprint);
+    for (const StoredCertificate* entry : stale)
+        out.line("  " + lineOf(*entry));
+    out.line("\"keywarden clean\" removes those whose keys are on no token.");
 }
 
 void listKeys(Session& session)
 {
     const KeyList list = listAll(session);
-    Json document = {{"keys", Json::array()}, {"stale", Json::array()}};
+    Json document = {{"keys", Json::array()}, {"stale", toJson(list.stale)}};
     std::vector<std::vector<std::string>> rows;
     for (const KeyRow& row : list.keys) {
         document["keys"].push_back(toJson(row));
@@ -159,8 +142,6 @@ void listKeys(Session& session)
                         row.expired ? row.expires + " (expired)" : row.expires,
                         joined(row.operations)});
     }
-    for (const StaleRow& row : list.stale)
-        document["stale"].push_back(toJson(row));
     if (rows.empty())
         session.out.line("The token has no certificate of a key, so the provider has no keys. "
                          "\"keywarden check\" shows its certificates.");

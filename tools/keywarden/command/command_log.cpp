@@ -439,7 +439,7 @@ void addLog(CLI::App& program, Session& session)
     addForceOption(command, options->force);
     command.add_flag("--show-secrets", options->secrets,
                      "Show the secrets that error messages contain");
-    addLogLevels(command, session);
+    addLogCommands(command, session);
     command.callback([&command, &session, options] {
         if (!command.get_subcommands().empty())
             return;

@@ -27,6 +27,7 @@ void addEncrypt(CLI::App& program, Session& session);
 void addDecrypt(CLI::App& program, Session& session);
 void addExport(CLI::App& program, Session& session);
 void addDerive(CLI::App& program, Session& session);
+void addClean(CLI::App& program, Session& session);
 void addRegister(CLI::App& program, Session& session);
 void addUnregister(CLI::App& program, Session& session);
 void addStatus(CLI::App& program, Session& session);

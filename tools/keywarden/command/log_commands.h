@@ -10,7 +10,7 @@ namespace NV::tool {
 
 struct Session;
 
-// log on, log off.
-void addLogLevels(CLI::App& log, Session& session);
+// log on, log off, log where.
+void addLogCommands(CLI::App& log, Session& session);
 
 }  // namespace NV::tool

@@ -16,6 +16,18 @@ struct StoreCloser {
     void operator()(void* store) const { CertCloseStore(store, 0); }
 };
 
+using Store = std::unique_ptr<void, StoreCloser>;
+
+// Throws Failure.
+Store openMy()
+{
+    Store store(CertOpenSystemStoreW(0, L"MY"));
+    if (store == nullptr)
+        throw Failure("the certificate store \"My\" cannot be opened: " +
+                      errorText(GetLastError()));
+    return store;
+}
+
 void readKeyInformation(StoredCertificate& entry)
 {
     DWORD size = 0;
@@ -54,10 +66,7 @@ Certificate certificateFrom(const Bytes& der)
 
 std::vector<StoredCertificate> certificatesInMy()
 {
-    const std::unique_ptr<void, StoreCloser> store(CertOpenSystemStoreW(0, L"MY"));
-    if (store == nullptr)
-        throw Failure("the certificate store \"My\" cannot be opened: " +
-                      errorText(GetLastError()));
+    const Store store = openMy();
     std::vector<StoredCertificate> found;
     const CERT_CONTEXT* context = nullptr;
     while ((context = CertEnumCertificatesInStore(store.get(), context)) != nullptr) {
@@ -66,6 +75,18 @@ std::vector<StoredCertificate> certificatesInMy()
         found.push_back(std::move(entry));
     }
     return found;
+}
+
+void removeFromMy(const CERT_CONTEXT& certificate)
+{
+    const Store store = openMy();
+    const CERT_CONTEXT* entry = CertFindCertificateInStore(
+        store.get(), X509_ASN_ENCODING, 0, CERT_FIND_EXISTING, &certificate, nullptr);
+    // The function frees the entry, also if it fails.
+    if (entry != nullptr && !CertDeleteCertificateFromStore(entry))
+        throw Failure("a certificate cannot be removed from \"My\": " + errorText(GetLastError()));
+    // Windows has removed it by now and may refuse this; Wine would forget it when the store closes.
+    CertControlStore(store.get(), 0, CERT_STORE_CTRL_COMMIT, nullptr);
 }
 
 std::string subjectOf(const CERT_CONTEXT& certificate)

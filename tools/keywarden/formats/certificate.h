@@ -33,6 +33,9 @@ Certificate certificateFrom(const Bytes& der);
 // All of "My", in the store's order. Throws Failure when it cannot be opened.
 std::vector<StoredCertificate> certificatesInMy();
 
+// Removes this certificate from "My". One that is no longer there counts as removed. Throws Failure.
+void removeFromMy(const CERT_CONTEXT& certificate);
+
 // "Norvanta test RSA": the common name, or what the system displays in its place; UTF-8.
 std::string subjectOf(const CERT_CONTEXT& certificate);
 // "2027-03-01"; the date in UTC.

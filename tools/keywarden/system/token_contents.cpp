@@ -142,6 +142,22 @@ std::vector<KeyAttributes> publicKeysOf(const TokenCertificate& certificate,
     return own;
 }
 
+bool hasInitialisedToken(const P11Slot& slot)
+{
+    return (slot.slotInfo().flags & CKF_TOKEN_PRESENT) != 0 &&
+           (slot.tokenInfo().flags & CKF_TOKEN_INITIALIZED) != 0;
+}
+
+std::vector<const P11Slot*> chosenSlots(const P11Module& module, Tokens which)
+{
+    std::vector<const P11Slot*> slots;
+    for (const auto& slot : module.slots()) {
+        if (hasInitialisedToken(*slot) && (which == Tokens::all || slots.empty()))
+            slots.push_back(slot.get());
+    }
+    return slots;
+}
+
 TokenCertificate describe(const P11CertObject& object, bool isKey)
 {
     TokenCertificate certificate{.keyName = object.keyName(),
@@ -226,7 +242,7 @@ Certificate TokenContents::certificateOf(const std::wstring& keyName) const
     return found != nullptr ? certificateFrom(found->der) : nullptr;
 }
 
-TokenContents readToken()
+TokenContents readToken(Tokens which)
 {
     loadConfiguration();
     setMode(Config::instance().mode());
@@ -234,14 +250,16 @@ TokenContents readToken()
     const GuardedCall call("reading the token");
     Pkcs11 p11;
     contents.answers = p11.loadModule(configuredLibrary(Config::instance()));
-    const P11Slot* slot = contents.answers ? p11.module()->firstActiveSlot() : nullptr;
-    contents.hasToken = slot != nullptr;
-    if (slot == nullptr)
-        return contents;
-    PublicSession session(p11, slot->id());
-    contents.read = session.isOpen();
-    if (contents.read)
-        contents.certificates = readCertificates(p11, *slot, session);
+    const std::vector<const P11Slot*> slots =
+        contents.answers ? chosenSlots(*p11.module(), which) : std::vector<const P11Slot*>();
+    contents.hasToken = contents.read = !slots.empty();
+    for (const P11Slot* slot : slots) {
+        PublicSession session(p11, slot->id());
+        contents.read = contents.read && session.isOpen();
+        if (session.isOpen())
+            std::ranges::move(readCertificates(p11, *slot, session),
+                              std::back_inserter(contents.certificates));
+    }
     return contents;
 }
 

@@ -50,11 +50,11 @@ struct TokenCertificate {
 std::vector<TokenCertificate> readCertificates(Pkcs11& p11, const P11Slot& slot,
                                                PublicSession& session);
 
-// What the token of the configured library contains.
+// What the token of the configured library contains, or all of its tokens.
 struct TokenContents {
     bool answers = false;   // the library listed its slots
     bool hasToken = false;  // there is an initialised token
-    bool read = false;      // and its objects could be read
+    bool read = false;      // and its objects could be read; of several tokens, those of each
     std::vector<TokenCertificate> certificates;
 
     // The certificate of the provider's key with that name; null if there is none.
@@ -63,9 +63,14 @@ struct TokenContents {
     Certificate certificateOf(const std::wstring& keyName) const;
 };
 
+enum class Tokens : uint8_t {
+    ofProvider,  // the one that the provider uses: the first initialised one
+    all,         // each initialised one
+};
+
 // Loads the configuration and the library, and releases the library again. A provider may be open. Sets
 // the behaviour of this program's parts of the module: in modern, they leave the library of an open
 // provider initialized. Throws Failure only if the configuration cannot be read.
-TokenContents readToken();
+TokenContents readToken(Tokens which = Tokens::ofProvider);
 
 }  // namespace NV::tool
