@@ -27,17 +27,13 @@ protected:
     ChildResult run(std::vector<std::string> arguments) const
     {
         arguments.insert(arguments.begin(), {"--profile", narrowPath(profile.path())});
-        ChildResult result =
-            runProgram(installed.path() / "keywarden.exe",
-                       {.arguments = arguments,
-                        .environment = {{L"ODD_VENDOR", installed.path().wstring()}}});
+        ChildResult result = runProgram(
+            installed.path() / "keywarden.exe",
+            {.arguments = arguments, .environment = {{L"ODD_VENDOR", installed.path().wstring()}}});
         std::erase(result.output, '\r');
         return result;
     }
-    Json configuration() const
-    {
-        return parsed(run({"--json", "status"}).output)["configuration"];
-    }
+    Json configuration() const { return parsed(run({"--json", "status"}).output)["configuration"]; }
 
     TemporaryFolder installed;
     ToolProfile profile;
@@ -72,10 +68,36 @@ TEST_F(AllUsers, NeedALibraryThatIsThere)
 {
     const ChildResult result = run({"init", "--all-users", "--p11", "%ODD_VENDOR%\\none.dll"});
     EXPECT_EQ(result.exitCode, 1U);
-    EXPECT_TRUE(contains(result.output, "there is no file " +
-                                            narrowPath(installed.path() / "none.dll")))
+    EXPECT_TRUE(
+        contains(result.output, "there is no file " + narrowPath(installed.path() / "none.dll")))
         << result.output;
     EXPECT_FALSE(exists(file()));
+}
+
+TEST_F(AllUsers, LoseTheirFile)
+{
+    ASSERT_EQ(run({"init", "--all-users", "--p11", library}).exitCode, 0U);
+    ASSERT_EQ(run({"init", "--p11", library}).exitCode, 0U);
+    EXPECT_EQ(run({"init", "--remove"}).exitCode, 2U);
+    ChildResult result = run({"init", "--all-users", "--remove"});
+    EXPECT_EQ(result.exitCode, 0U);
+    EXPECT_TRUE(contains(result.output, "Removed: " + narrowPath(file()))) << result.output;
+    EXPECT_FALSE(exists(file()));
+    EXPECT_TRUE(exists(profile.configFile()));
+    result = run({"init", "--all-users", "--remove"});
+    EXPECT_EQ(result.exitCode, 0U);
+    EXPECT_TRUE(contains(result.output, "There is no " + narrowPath(file()))) << result.output;
+}
+
+// As an installer gives them, so that a backslash at the end does not quote what follows.
+TEST_F(AllUsers, LoseBlanksAtTheEndsOfPaths)
+{
+    const ChildResult result = run({"init", "--all-users", "--no-test", "--p11", "C:\\odd.dll ",
+                                    "--log-dir", "C:\\odd logs\\ "});
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    const std::string text = readFile(file());
+    EXPECT_TRUE(contains(text, "\np11File=C:\\odd.dll\n")) << text;
+    EXPECT_TRUE(contains(text, "\nlogStore=C:\\odd logs\\\n")) << text;
 }
 
 TEST_F(AllUsers, GiveWayToTheUsersOwnFile)
@@ -98,13 +120,13 @@ TEST_F(AllUsers, AreNamedByStatusInWords)
 {
     EXPECT_TRUE(contains(run({"status"}).output, "Configuration: none."));
     ASSERT_EQ(run({"init", "--all-users", "--p11", library}).exitCode, 0U);
-    EXPECT_TRUE(contains(run({"status"}).output,
-                         "Configuration: " + narrowPath(file()) +
-                             " (for all users; this user has none of their own)"));
+    EXPECT_TRUE(
+        contains(run({"status"}).output, "Configuration: " + narrowPath(file()) +
+                                             " (for all users; this user has none of their own)"));
     ASSERT_EQ(run({"init", "--p11", library}).exitCode, 0U);
-    EXPECT_TRUE(contains(run({"status"}).output,
-                         "Configuration: " + narrowPath(profile.configFile()) +
-                             " (this user's own)"));
+    EXPECT_TRUE(
+        contains(run({"status"}).output,
+                 "Configuration: " + narrowPath(profile.configFile()) + " (this user's own)"));
 }
 
 }  // namespace

@@ -33,7 +33,8 @@ TEST(StatusCommand, SaysTheSameAsText)
     const ChildResult result = profile.run({"status"});
     EXPECT_EQ(result.exitCode, 0U);
     if (document["known"] == false)
-        EXPECT_TRUE(contains(result.output, "This system cannot report what is registered with CNG.\n"));
+        EXPECT_TRUE(
+            contains(result.output, "This system cannot report what is registered with CNG.\n"));
     else
         EXPECT_EQ(contains(result.output, "\"" + name + "\" is registered."),
                   document["registered"] == true)

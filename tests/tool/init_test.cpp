@@ -126,6 +126,29 @@ TEST_F(Init, TakesFolderAndLevel)
     EXPECT_EQ(value("logLevel"), "TRACE");
 }
 
+TEST_F(Init, TakesModeTypesAndDays)
+{
+    const std::vector<std::string> command = {"init", "--p11", library, "--force"};
+    const auto with = [&](std::vector<std::string> options) {
+        options.insert(options.begin(), command.begin(), command.end());
+        return options;
+    };
+    profile.expectRun(
+        0, with({"--mode", "classic", "--log-types", "console,FILE", "--log-rotate", "2147483647"}),
+        {"Written: "});
+    EXPECT_EQ(value("mode"), "classic");
+    EXPECT_EQ(value("logTypes"), "console,FILE");
+    EXPECT_EQ(value("logRotate"), "2147483647");
+    profile.expectRun(0, with({"--log-types", "None"}), {"Written: "});
+    EXPECT_EQ(value("logTypes"), "");
+    profile.expectRun(2, with({"--mode", "Modern"}), {"--mode: "});
+    profile.expectRun(2, with({"--log-types", "FILE;CONSOLE"}),
+                      {"\"FILE;CONSOLE\" is not FILE, CONSOLE, both with a comma, or NONE"});
+    profile.expectRun(2, with({"--log-types", "FILE,odd"}), {"--log-types"});
+    for (const char* days : {"7 days", "2147483648", "-1", ""})
+        profile.expectRun(2, with({"--log-rotate", days}), {"--log-rotate"});
+}
+
 // The processes that load the module have working folders of their own.
 TEST_F(Init, MakesPathsFull)
 {
@@ -152,6 +175,8 @@ TEST_F(Init, RefusesAMissingLibrary)
     profile.expectRun(1, {"init", "--p11", "C:\\nowhere\\odd.dll"},
                       {"there is no file C:\\nowhere\\odd.dll"});
     expectNothingWritten();
+    profile.expectRun(0, {"init", "--p11", "C:\\nowhere\\odd.dll", "--no-test"}, {"Written: "});
+    EXPECT_EQ(value("p11File"), "C:\\nowhere\\odd.dll");
 }
 
 TEST_F(Init, RefusesALibraryThatDoesNotLoad)

@@ -4,21 +4,25 @@
 #include <nlohmann/json.hpp>
 
 #include <chrono>
+#include <cstdint>
 #include <iostream>
+#include <limits>
 #include <memory>
 #include <optional>
 #include <vector>
 
 #include "check/check.h"
 #include "check/worker.h"
+#include "command/commands.h"
 #include "config/config_expansion.h"
 #include "config/config_path.h"
-#include "command/commands.h"
+#include "config/config_values.h"
 #include "failure.h"
 #include "output_file.h"
 #include "session.h"
 #include "system/configuration.h"
 #include "text.h"
+#include "whole_number.h"
 
 namespace NV::tool {
 
@@ -29,6 +33,7 @@ struct InitOptions {
     bool allUsers = false;
     bool force = false;
     bool noTest = false;
+    bool remove = false;
 
     ConfigurationOf whose() const
     {
@@ -118,9 +123,12 @@ void settle(Session& session, InitOptions& options)
     std::error_code error;
     std::string& library = options.configuration["p11File"];
     std::string& logFolder = options.configuration["logStore"];
+    // The module takes away blanks at the ends, too.
+    library = CLI::detail::trim_copy(library);
+    logFolder = CLI::detail::trim_copy(logFolder);
     if (library.empty())
         library = chooseLibrary(session);
-    if (!std::filesystem::is_regular_file(expanded(library, options), error))
+    if (!options.noTest && !std::filesystem::is_regular_file(expanded(library, options), error))
         throw Failure("there is no file " + toUtf8(expanded(library, options)),
                       "Give --p11 the full path of the token's PKCS#11 library.");
     library = fullPath(library, options);
@@ -129,8 +137,22 @@ void settle(Session& session, InitOptions& options)
     logFolder = fullPath(logFolder, options);
 }
 
+void removeFileOfAllUsers(Session& session)
+{
+    const std::filesystem::path file = configurationOfAllUsers();
+    std::error_code error;
+    const bool removed = std::filesystem::remove(file, error);
+    if (error)
+        throw Failure(toUtf8(file) +
+                      " cannot be removed: " + errorText(static_cast<DWORD>(error.value())));
+    session.out.line(removed ? "Removed: " + toUtf8(file) : "There is no " + toUtf8(file) + ".");
+    session.out.document({{"file", toUtf8(file)}, {"removed", removed}});
+}
+
 void init(Session& session, InitOptions& options)
 {
+    if (options.remove)
+        return removeFileOfAllUsers(session);
     const std::filesystem::path file =
         options.allUsers ? configurationOfAllUsers() : configurationFile();
     makeFolderOf(file);
@@ -143,36 +165,80 @@ void init(Session& session, InitOptions& options)
         session.out.line("Note: you have a file of your own, which holds for you: " +
                          toUtf8(configurationFile()));
     session.out.line("Next: run \"keywarden check\" to check it.");
-    const std::string& library = options.configuration["p11File"];
-    const std::string& logFolder = options.configuration["logStore"];
-    session.out.document({{"file", toUtf8(file)},
-                          {"p11File", library},
-                          {"logStore", logFolder},
-                          {"logLevel", options.configuration["logLevel"]}});
+    Json document = {{"file", toUtf8(file)}};
+    for (const auto& [key, value] : options.configuration)
+        document[key] = value;
+    session.out.document(document);
+}
+
+}  // namespace
+
+namespace {
+
+// "FILE", "CONSOLE" or both with a comma, in any case; "NONE" becomes empty.
+std::string checkedLogTypes(std::string& value)
+{
+    if (CLI::detail::to_lower(value) == "none") {
+        value.clear();
+        return {};
+    }
+    for (const std::string& name : CLI::detail::split(value, ',')) {
+        if (parseLogTypes(name) == 0)
+            return "\"" + value + "\" is not FILE, CONSOLE, both with a comma, or NONE";
+    }
+    return {};
+}
+
+std::string checkedLogRotate(const std::string& value)
+{
+    const auto days = wholeNumber<uint32_t>(value);
+    const bool isNumber = days && *days <= std::numeric_limits<int32_t>::max();
+    return isNumber ? std::string() : "\"" + value + "\" is not a number of days";
+}
+
+void addValues(CLI::App& command, Settings& configuration)
+{
+    const std::vector<std::string> levels = levelNames();
+    command
+        .add_option("--p11", configuration["p11File"],
+                    "The token's PKCS#11 library; without it, the command lists the ones it finds")
+        ->option_text("PATH");
+    command.add_option("--mode", configuration["mode"], "modern or classic")
+        ->option_text("MODE")
+        ->check(CLI::IsMember({"modern", "classic"}));
+    command
+        .add_option("--log-dir", configuration["logStore"],
+                    "Folder of the log files; ~ is the user's profile folder")
+        ->option_text("DIR");
+    command.add_option("--log-level", configuration["logLevel"], choiceOf(levels))
+        ->option_text("LEVEL")
+        ->transform(CLI::IsMember(levels, CLI::ignore_case));
+    command
+        .add_option("--log-types", configuration["logTypes"],
+                    "FILE, CONSOLE, both with a comma, or NONE")
+        ->option_text("TYPES")
+        ->transform(CLI::Validator(checkedLogTypes, "TYPES"));
+    command.add_option("--log-rotate", configuration["logRotate"], "Days to keep log files")
+        ->option_text("DAYS")
+        ->check(checkedLogRotate);
 }
 
 }  // namespace
 
 void addInit(CLI::App& program, Session& session)
 {
-    CLI::App& command = *program.add_subcommand("init", "Write the configuration file of this user or of all users");
+    CLI::App& command = *program.add_subcommand(
+        "init", "Write the configuration file of this user or of all users");
     const auto options = std::make_shared<InitOptions>();
-    const std::vector<std::string> levels = levelNames();
-    command
-        .add_option("--p11", options->configuration["p11File"],
-                    "The token's PKCS#11 library; without it, the command lists the ones it finds")
-        ->option_text("PATH");
-    command
-        .add_option("--log-dir", options->configuration["logStore"],
-                    "Folder of the log files; ~ is the user's profile folder")
-        ->option_text("DIR");
-    command.add_option("--log-level", options->configuration["logLevel"], choiceOf(levels))
-        ->option_text("LEVEL")
-        ->transform(CLI::IsMember(levels, CLI::ignore_case));
-    command.add_flag("--all-users", options->allUsers,
-                     "Write the file of all users, beside the module (as an administrator)");
+    addValues(command, options->configuration);
+    CLI::Option* allUsers =
+        command.add_flag("--all-users", options->allUsers,
+                         "Write the file of all users, beside the module (as an administrator)");
     command.add_flag("--force", options->force, "Replace an existing file");
-    command.add_flag("--no-test", options->noTest, "Do not try to load the library");
+    command.add_flag("--no-test", options->noTest,
+                     "Do not look for the library, and do not try to load it");
+    command.add_flag("--remove", options->remove, "Remove the file of all users instead")
+        ->needs(allUsers);
     command.callback([&session, options] { init(session, *options); });
 }
 

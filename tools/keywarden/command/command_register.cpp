@@ -166,7 +166,8 @@ void addUnregister(CLI::App& program, Session& session)
 
 void addStatus(CLI::App& program, Session& session)
 {
-    program.add_subcommand("status", "Show what is registered with CNG, and which configuration holds")
+    program
+        .add_subcommand("status", "Show what is registered with CNG, and which configuration holds")
         ->callback([&session] { status(session); });
 }
 

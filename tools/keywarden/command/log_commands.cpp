@@ -103,8 +103,9 @@ void addLogCommands(CLI::App& log, Session& session)
     log.add_subcommand("off", "Write one record an operation: logLevel=INFO")->callback([&session] {
         setLevel(session, "INFO", false);
     });
-    log.add_subcommand("where", "Show the folder and the files of the log")
-        ->callback([&session] { showPlace(session); });
+    log.add_subcommand("where", "Show the folder and the files of the log")->callback([&session] {
+        showPlace(session);
+    });
 }
 
 }  // namespace NV::tool
