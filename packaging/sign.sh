@@ -1,5 +1,5 @@
 #!/bin/bash
-# Signs a Windows program in place, with a certificate and its key.
+# Signs a Windows program or package in place, with a certificate and its key.
 #   KEYWARDEN_TIMESTAMP_URL  a time-stamping service; without it, the signature is valid only as long as
 #                            the certificate
 set -euo pipefail
@@ -8,7 +8,7 @@ if [ "$#" -ne 3 ]; then
     echo "usage: packaging/sign.sh CERT KEY FILE     (CERT and KEY: PEM)" >&2
     exit 2
 fi
-signed=$(mktemp --suffix=.exe -u)
+signed=$(mktemp -u)
 trap 'rm -f "$signed"' EXIT
 stamp=()
 [ -z "${KEYWARDEN_TIMESTAMP_URL:-}" ] || stamp=(-ts "$KEYWARDEN_TIMESTAMP_URL")

@@ -2,6 +2,7 @@
 # Makes a release in build/package: builds the module and keywarden as they are shipped, and packs
 # them.
 #   keywarden-VERSION-setup.exe      the installer, 64-bit
+#   keywarden-VERSION-x64.msi        the Windows Installer package, for rollouts
 #   keywarden-VERSION-win64.zip      the same files, for those who install by hand, and their debug symbols
 #   keywarden-VERSION.spdx.json      what is in it, as SPDX
 #   SHA256SUMS                       checksums of these files
@@ -57,44 +58,25 @@ makeZip()
     rm -r "$folder"
 }
 
-# fileCommands: two lists for the installer, one that brings all files below $INSTDIR and one that
-# takes the same files away. The module goes elsewhere.
-fileCommands()
-{
-    local file folder
-    while read -r file; do
-        folder=$(dirname "$file")
-        [ "$folder" != . ] && folder="\\${folder//\//\\}" || folder=
-        printf 'SetOutPath "$INSTDIR%s"\nFile "%s"\n' "$folder" "$stage/$file" >&3
-        printf 'Delete "$INSTDIR\\%s"\n' "${file//\//\\}" >&4
-    done < <(cd "$stage" && find . -type f ! -name nvksprovider.dll -printf '%P\n' | LC_ALL=C sort)
-    # The deepest folders first.
-    while read -r folder; do
-        printf 'RMDir "$INSTDIR\\%s"\n' "${folder//\//\\}" >&4
-    done < <(cd "$stage" && find . -mindepth 1 -depth -type d -printf '%P\n')
-}
-
 makeInstaller()
 {
-    local setup=$package/$release-setup.exe signer=()
-    fileCommands 3>"$package/install.nsh" 4>"$package/uninstall.nsh" || return 1
-    if [ -n "$signCommand" ]; then
-        # The uninstaller is made inside of makensis, which asks this script to sign it.
-        signer=(-DSIGN="\"$root/scripts/package.sh\" --sign-file")
-        export KEYWARDEN_SIGN_COMMAND=$signCommand
-    fi
-    makensis -V2 -WX -NOCD -DVERSION="$version" -DOUTPUT="$setup" \
-        -DMODULE="$stage/nvksprovider.dll" -DICON="$root/provider/res/nvksprovider.ico" \
-        -DINSTALL_FILES="$package/install.nsh" -DUNINSTALL_FILES="$package/uninstall.nsh" \
-        -DSIZE_KB="$(du -sk --apparent-size "$stage" | cut -f1)" "${signer[@]}" \
-        packaging/keywarden.nsi || return 1
-    rm "$package/install.nsh" "$package/uninstall.nsh"
-    sign "$setup"
+    local setup=$package/$release-setup.exe
+    # The uninstaller is made inside of makensis, which asks this script to sign it.
+    [ -z "$signCommand" ] || export KEYWARDEN_SIGN_COMMAND=$signCommand
+    packaging/setup.sh "$version" "$stage" "$setup" ${signCommand:+"\"$root/scripts/package.sh\" --sign-file"} &&
+        sign "$setup"
+}
+
+makeMsi()
+{
+    local msi=$package/$release-x64.msi
+    packaging/msi.sh "$version" "$stage" "$msi" && sign "$msi"
 }
 
 makeChecksums()
 {
-    (cd "$package" && sha256sum "$release-setup.exe" "$release-win64.zip" "$release.spdx.json" >SHA256SUMS)
+    (cd "$package" && sha256sum "$release-setup.exe" "$release-x64.msi" "$release-win64.zip" \
+        "$release.spdx.json" >SHA256SUMS)
 }
 
 makeSbom()
@@ -134,6 +116,7 @@ timed "files" makeStage
 timed "bill of materials" makeSbom
 timed "ZIP" makeZip
 timed "installer" makeInstaller
+timed "Windows Installer package" makeMsi
 timed "checksums" makeChecksums
 say "made in build/package:"
 (cd "$package" && sed 's/^\(.\{16\}\).*  \(.*\)/    \1...  \2/' SHA256SUMS)

@@ -44,6 +44,8 @@ packages=(
     lld                         # tests: links their programs quickly
     llvm-14                     # coverage: llvm-profdata and llvm-cov
     nsis                        # release: the installer
+    wixl                        # release: the Windows Installer package
+    msitools                    # release: msibuild, which completes that package
     zip                         # release: the archive
     osslsigncode                # release: signs the programs, and verifies signatures in the test
     clang-format                # layout of the sources

@@ -1,219 +1,39 @@
 #!/bin/bash
-# Makes a signed release and lives through its life under Wine, in a prefix of its own: installs it
-# silently, repairs it, uninstalls it, and compares files and registry with those before; uninstalls
-# it by the keyboard on a virtual screen. Run by scripts/test.sh and by people who change the
-# installer.
+# The life of the installer under Wine, in a prefix of its own: it installs silently, repairs, upgrades, moves,
+# and is removed, with the module free and in use; files and registry are compared with those before. It is
+# also removed by the keyboard on a virtual screen. Run by scripts/test.sh --full and by people who change the
+# installer; release_test.sh makes the release first.
 # Prints "ok NAME" or "FAIL NAME: reason" a check, then the counts; the status is 1 if any failed.
-# CNG keeps no registrations under Wine, so what comes of them is not seen here.
 set -euo pipefail
-root=$(cd "$(dirname "$0")/../.." && pwd)
-work=$root/build/package-test # made afresh by each run
-package=$root/build/package
-. "$root/tests/support/checks.sh"
-
+area=package-test
+. "$(dirname "$0")/machine.sh"
 [ "${1:-}" = --uninstall-on-this-screen ] || unset DISPLAY
-export WINEPREFIX=$work/wine WINEDEBUG=-all
-# Without the last one, the shortcut would become an entry of this machine's own menu.
-export WINEDLLOVERRIDES='mscoree,mshtml=;winemenubuilder.exe=d'
 
-product="Norvanta KeyWarden"
-folder="C:\\Program Files\\$product"
-files="$WINEPREFIX/drive_c/Program Files/$product"
-system=$WINEPREFIX/drive_c/windows/system32
-startMenu="$WINEPREFIX/drive_c/ProgramData/Microsoft/Windows/Start Menu/Programs/$product"
-environmentKey='HKLM\SYSTEM\CurrentControlSet\Control\Session Manager\Environment'
-uninstallKey='HKLM\Software\Microsoft\Windows\CurrentVersion\Uninstall\NorvantaKeyWarden'
-
-# same WHAT EXPECTED FOUND
-same()
-{
-    [ "$2" = "$3" ] || echo "$1 is \"$3\", expected \"$2\""
-}
-
-# windows COMMAND...: runs a Windows program; its output without carriage returns.
-windows()
-{
-    timeout 120 wine "$@" </dev/null 2>/dev/null >"$work/output" || {
-        local status=$?
-        tr -d '\r' <"$work/output"
-        return "$status"
-    }
-    tr -d '\r' <"$work/output"
-}
-
-# settle: waits until all Windows processes have ended and the registry is on disk. Then starts
-# Windows once more, as files that were in use go with its next start.
-settle()
-{
-    timeout 120 wineserver -w
-    timeout 120 wineboot </dev/null >/dev/null 2>&1 || true
-    timeout 120 wineserver -w
-}
-
-makeRelease()
-{
-    openssl req -x509 -newkey rsa:2048 -nodes -days 2 -subj "/CN=KeyWarden packaging test" \
-        -addext extendedKeyUsage=codeSigning -keyout "$work/sign.key" -out "$work/sign.pem" \
-        2>"$work/openssl.log" || return 1
-    "$root/scripts/package.sh" --sign-with "$work/sign.pem" "$work/sign.key" \
-        >"$work/package.log" 2>&1 || tail -n 5 "$work/package.log"
-}
-
-# The user has a configuration and logs (but logs no more, as that would remove old ones), and the machine a PATH with all that one may find there.
-makeMachine()
-{
-    mkdir -p "$WINEPREFIX"
-    timeout 300 wineboot -i </dev/null >"$work/wineboot.log" 2>&1 || return 1
-    configuration=$(find "$WINEPREFIX/drive_c/users" -maxdepth 1 -mindepth 1 ! -name Public |
-        head -n 1)/.norvanta-keywarden
-    mkdir -p "$configuration/logs"
-    printf 'p11File=C:\\none.dll\nlogLevel=INFO\nlogTypes=\nlogStore=~\\.norvanta-keywarden\\logs\nlogRotate=7\n' \
-        >"$configuration/nvksprovider.conf"
-    echo "a record" >"$configuration/logs/nvksprovider-20260101.log"
-    # Without a window manager Wine waits two seconds for each dialog to be taken by one.
-    windows reg add 'HKCU\Software\Wine\X11 Driver' /v Managed /d N /f >/dev/null
-    setPath REG_EXPAND_SZ '%SystemRoot%\system32;%SystemRoot%;C:\Tools (x86)\bin;'
-    # Programs that the test itself uses leave their own traces in the registry only once.
-    windows cmd /c exit
-    settle
-}
-
-# setPath TYPE VALUE
-setPath()
-{
-    windows reg add "$environmentKey" /v PATH /t "$1" /d "$2" /f >/dev/null
-}
-
-# registryValue KEY NAME: "TYPE VALUE"
-registryValue()
-{
-    windows reg query "$1" /v "$2" | sed -n 's/^ *[^ ]* *\(REG_[A-Z_]*\) *\(.*\)$/\1 \2/p'
-}
-
-machinePath()
-{
-    registryValue "$environmentKey" PATH
-}
-
-# snapshot NAME: every file with its checksum, every folder, and the whole registry without its times.
-snapshot()
-{
-    (cd "$WINEPREFIX/drive_c" && {
-        find . -type f -exec sha256sum {} +
-        # The folder of the uninstaller's copy, which is empty by now, is all that it leaves behind.
-        find . -type d ! \( -path '*/Temp/~nsu*.tmp' -empty \) -printf '%p/\n'
-    }) | LC_ALL=C sort -k 2 >"$work/$1.files"
-    # Wine writes the entries of screen and graphics card anew each time.
-    sed -e '/^#time=/d' -e '/^WINE REGISTRY/d' -e 's/^\(\[.*\]\) [0-9]*$/\1/' \
-        "$WINEPREFIX/system.reg" "$WINEPREFIX/user.reg" |
-        awk '/^\[/ { hardware = /Control\\\\Class\\\\\{4D36E9(68|6E)-/ } !hardware' \
-            >"$work/$1.registry"
-}
-
-checkSameSnapshot()
-{
-    diff "$work/before.$1" "$work/after.$1" | sed -n 's/^[<>] /&/p' | head -n 12
-}
-
-# The files of a release.
-
-checkSums()
-{
-    (cd "$package" && sha256sum --check --strict --quiet SHA256SUMS)
-    same "the number of checksums" 3 "$(wc -l <"$package/SHA256SUMS")"
-}
-
-checkZip()
-{
-    unzip -q "$zip" -d "$work/zip" || return 1
-    diff -rq "$package/stage" "$work/zip/keywarden-$version-win64" |
-        grep -vE '^Only in .*: (INSTALL.txt|nvksprovider.dll.debug|keywarden.exe.debug)$' || true
-    [ -s "$work/zip/keywarden-$version-win64/INSTALL.txt" ] || echo "no INSTALL.txt"
-}
-
-# checkSymbols FILE: gdb finds the symbols by the name in the file's section, and they name the sources
-# without a path of the build machine.
-checkSymbols()
-{
-    local folder=$work/zip/keywarden-$version-win64
-    x86_64-w64-mingw32-objdump -s -j .gnu_debuglink "$folder/$1" >/dev/null 2>&1 ||
-        echo "$1 does not name its symbols"
-    x86_64-w64-mingw32-objdump -h "$folder/$1.debug" | grep -q ' .debug_info ' ||
-        echo "$1.debug has no symbols"
-    if grep -aqF -e "$root/provider/" -e "$root/tools/" -e "$root/build/" "$folder/$1.debug"; then
-        echo "$1.debug has the path $root"
-    fi
-}
-
-sbom()
-{
-    jq -er "$@" "$package/keywarden-$version.spdx.json"
-}
-
-checkSbomShape()
-{
-    sbom '.spdxVersion == "SPDX-2.3" and .dataLicense == "CC0-1.0" and .SPDXID == "SPDXRef-DOCUMENT"
-        and (.documentNamespace | test("^https://[^#]+$")) and (.creationInfo.creators | length > 0)
-        and (.creationInfo.created | test("^[0-9-]{10}T[0-9:]{8}Z$"))
-        and all(.packages[]; .name and .versionInfo and .downloadLocation)
-        and ([.packages[], .files[]] | map(.SPDXID) | (unique | length) == length)
-        and all([.packages[], .files[]][]; .SPDXID | test("^SPDXRef-[A-Za-z0-9.-]+$"))' >/dev/null ||
-        echo "not the shape of SPDX 2.3"
-    # No relation leads nowhere.
-    sbom '(([.packages[], .files[]] | map(.SPDXID)) + ["SPDXRef-DOCUMENT"]) as $known
-        | [.relationships[] | .spdxElementId, .relatedSpdxElement] - $known | length == 0' \
-        >/dev/null || echo "a relation to something that is not there"
-}
-
-checkSbomVersions()
-{
-    local name debian installed
-    while read -r name debian; do
-        installed=$(dpkg-query -W -f '${Version}' "$debian")
-        same "the version of $name" "$installed" \
-            "$(sbom --arg name "$name" '.packages[] | select(.name == $name) | .versionInfo')"
-    done <<'COMPONENTS'
-libstdc++ g++-mingw-w64-x86-64-posix
-libgcc gcc-mingw-w64-x86-64-posix
-winpthreads mingw-w64-x86-64-dev
-CLI11 libcli11-dev
-nlohmann-json nlohmann-json3-dev
-COMPONENTS
-    same "the product's version" "$version" \
-        "$(sbom '.packages[] | select(.SPDXID == "SPDXRef-Product") | .versionInfo')"
-}
-
-checkSbomFiles()
-{
-    sbom '.files[] | (.checksums[] | select(.algorithm == "SHA256") | .checksumValue) + "  " +
-        .fileName' >"$work/sbom.sums" || return 1
-    (cd "$package/stage" && sha256sum --check --strict --quiet "$work/sbom.sums")
-    same "the number of files" "$(find "$package/stage" -type f | wc -l)" \
-        "$(wc -l <"$work/sbom.sums")"
-}
-
-# checkSignature FILE
-checkSignature()
-{
-    osslsigncode verify -CAfile "$work/sign.pem" "$1" >"$work/verify.log" 2>&1 ||
-        tail -n 3 "$work/verify.log"
-}
-
-checkTamperedSignature()
-{
-    cp "$1" "$work/tampered.exe"
-    printf 'X' | dd of="$work/tampered.exe" bs=1 seek=4096 conv=notrunc status=none
-    [ -n "$(checkSignature "$work/tampered.exe")" ] || echo "a changed byte is not noticed"
-}
-
-# Installed.
-
+# install [CODE [SETUP]]
 install()
 {
-    local status=0
-    windows "$setup" /S >/dev/null || status=$?
-    same "the exit code" "${1:-0}" "$status"
+    same "the exit code" "${1:-0}" "$(exitCode "$(windowsPath "${2:-$setup}") /S")"
     timeout 120 wineserver -w
+}
+
+# refuses TEXT PARAMETER...: the installer says so and changes nothing.
+refuses()
+{
+    local text=$1 status=0
+    shift
+    windows "$setup" /S "$@" >"$work/refused" || status=$?
+    same "the exit code" 2 "$status"
+    grep -qF "$text" "$work/refused" || cat "$work/refused"
+}
+
+checkHelp()
+{
+    local parameter
+    windows "$setup" '/?' >"$work/help" || echo "the exit code is $?"
+    for parameter in /S /P11FILE= /MODE= /LOGTYPES= /LOGSTORE= /LOGROTATE= /D=; do
+        grep -q "^$parameter" "$work/help" || echo "no $parameter"
+    done
+    [ ! -e "$files" ] || echo "something is installed"
 }
 
 # What is in the product's folder and in the system's, and nothing else.
@@ -244,23 +64,6 @@ UninstallString|REG_SZ "$folder\\uninstall.exe"
 QuietUninstallString|REG_SZ "$folder\\uninstall.exe" /S
 NoModify|REG_DWORD 0x1
 ENTRIES
-}
-
-checkStartMenu()
-{
-    local text
-    text=$(tr -d '\0' <"$startMenu/Check KeyWarden.lnk") || return 1
-    grep -qaF "/k \"\"$folder\\keywarden.exe\" check\"" <<<"$text" || echo "another command line"
-    grep -qaF '%USERPROFILE%' <<<"$text" || echo "another folder"
-    grep -qaiF 'C:\windows\system32\cmd.exe' <<<"$text" || echo "another program"
-}
-
-# By its bare name, as a new terminal finds it.
-checkRuns()
-{
-    same "the version" "keywarden $version" "$(windows cmd /c keywarden --version)"
-    windows cmd /c keywarden status | grep -qx "This system cannot report .*" ||
-        echo "status: $(cat "$work/output")"
 }
 
 # There is no module beside the installed program; the configuration's library is not there.
@@ -312,12 +115,6 @@ checkRefusedUnregistration()
     timeout 120 wineserver -w
 }
 
-checkUserFiles()
-{
-    grep -qx 'p11File=C:\\none.dll' "$configuration/nvksprovider.conf" || echo "configuration"
-    grep -qx "a record" "$configuration/logs/nvksprovider-20260101.log" || echo "log"
-}
-
 # nextWindow: waits for a window of the uninstaller that has not been there before. The title of the
 # first one ends in a blank.
 nextWindow()
@@ -344,6 +141,8 @@ uninstallOnThisScreen()
     timeout 120 wine "$files/uninstall.exe" </dev/null >/dev/null 2>&1 &
     nextWindow || return 1
     xdotool key Return
+    nextWindow || return 1 # the certificates
+    xdotool key "$1"
     nextWindow || return 1 # the registration: Wine has no function that takes it back
     xdotool key Return
     nextWindow || return 1 # the configuration
@@ -378,9 +177,55 @@ longPath()
     echo "$text${filler// /x}"
 }
 
-cleanUp()
+# installFor PARAMETERS: as a command line has them.
+installFor()
 {
-    wineserver -k 2>/dev/null || true
+    same "the exit code" 0 "$(exitCode "$(windowsPath "$setup") /S $1")"
+    timeout 120 wineserver -w
+}
+
+sameVersion()
+{
+    same "the version" "REG_SZ $1" "$(registryValue "$uninstallKey" DisplayVersion)"
+}
+
+# moveTo FOLDER: the last parameter, without quotes.
+moveTo()
+{
+    same "the exit code" 0 "$(exitCode "$(windowsPath "$laterSetup") /S /D=$1")"
+    timeout 120 wineserver -w
+    same "the folder" "REG_SZ $1" "$(registryValue "$uninstallKey" InstallLocation)"
+}
+
+# checkLaterPrograms FOLDER: also while the old ones are still in use.
+checkLaterPrograms()
+{
+    cmp "$laterStage/keywarden.exe" "$1/keywarden.exe"
+    cmp "$laterStage/nvksprovider.dll" "$system/nvksprovider.dll"
+}
+
+checkMoved()
+{
+    [ ! -e "$files" ] || echo "the old folder is still there"
+    checkLaterPrograms "$WINEPREFIX/drive_c/Moved"
+}
+
+uninstallInUse()
+{
+    windows "$files/uninstall.exe" /S >/dev/null || echo "the uninstaller does not start"
+    for _ in $(seq 100); do
+        [ -e "$files/uninstall.exe" ] || return 0
+        sleep 0.2
+    done
+    echo "the uninstaller does not come to its end"
+}
+
+checkRemoved()
+{
+    checkNoLeftovers
+    [ ! -e "$system/nvksprovider.dll" ] || echo "the module is still there"
+    [ ! -e "$system/nvksprovider.conf" ] || echo "the configuration of all users is still there"
+    [ ! -e "$files" ] || echo "the product's folder has $(ls "$files")"
 }
 
 if [ "${1:-}" = --uninstall-on-this-screen ]; then # this script calls itself so, below xvfb-run
@@ -391,37 +236,20 @@ if [ "$#" -ne 0 ]; then
     echo "usage: tests/package/installer_test.sh     (no arguments)" >&2
     exit 2
 fi
-if [ -d "$WINEPREFIX" ]; then
-    cleanUp
-fi
-rm -rf "$work"
-mkdir -p "$work"
-trap cleanUp EXIT
-
-check "a signed release is made" makeRelease
-if [ "$failed" -ne 0 ]; then
-    echo "installer: $passed passed, $failed failed; nothing to test"
-    exit 1
-fi
-version=$(sed -n 's/^project(keywarden VERSION \([0-9.]*\) .*/\1/p' "$root/CMakeLists.txt")
-setup=$package/keywarden-$version-setup.exe
-zip=$package/keywarden-$version-win64.zip
-check "checksums are right" checkSums
-check "the ZIP has the files as shipped" checkZip
-check "the ZIP has the symbols of the module" checkSymbols nvksprovider.dll
-check "the ZIP has the symbols of keywarden.exe" checkSymbols keywarden.exe
-check "the bill of materials is SPDX 2.3" checkSbomShape
-check "the bill of materials has the installed versions" checkSbomVersions
-check "the bill of materials has the files' checksums" checkSbomFiles
-check "the installer is signed" checkSignature "$setup"
-check "the module is signed" checkSignature "$package/stage/nvksprovider.dll"
-check "keywarden.exe is signed" checkSignature "$package/stage/keywarden.exe"
-check "a changed byte breaks the signature" checkTamperedSignature "$setup"
-
-makeMachine
+startMachine
+laterStage=$work/later
+laterSetup=$work/later-setup.exe
+makeLater "$laterStage"
+"$root/packaging/setup.sh" "$laterVersion" "$laterStage" "$laterSetup"
 snapshot before
 pathBefore=$(machinePath)
 
+check "shows its parameters" checkHelp
+check "refuses an unknown parameter" refuses "Unknown parameter: /ODD" /ODD
+check "refuses an unknown mode" refuses "Unknown parameter: /MODE=odd" '/P11FILE=C:\odd.dll' /MODE=odd
+check "refuses a mode without a library" refuses "need /P11FILE" /MODE=modern
+snapshot after
+check "refused: files are as before" checkSameSnapshot files
 check "installs silently" install
 check "installed: files" checkInstalledFiles
 check "installed: PATH" checkPath "$pathBefore$folder;" # it ended in a semicolon
@@ -438,6 +266,37 @@ snapshot after
 check "uninstalled: files are as before" checkSameSnapshot files
 check "uninstalled: the registry is as before" checkSameSnapshot registry
 check "uninstalled: the user's files stay" checkUserFiles
+
+check "for all users: installs" installFor '/P11FILE="C:\Odd vendor\odd.dll" /MODE=classic /LOGSTORE=C:\Logs\ /LOGROTATE=3'
+check "for all users: their configuration" checkSharedConfiguration <<'VALUES'
+p11File=C:\Odd vendor\odd.dll
+mode=classic
+logTypes=FILE
+logStore=C:\Logs\
+logRotate=3
+VALUES
+check "upgrades" install 0 "$laterSetup"
+check "upgraded: the later version" sameVersion "$laterVersion"
+check "upgraded: keeps the configuration of all users" checkSharedConfiguration <<<'p11File=C:\Odd vendor\odd.dll'
+check "refuses to go back" refuses "A newer version of $product is installed: $laterVersion"
+check "refused: still the later version" sameVersion "$laterVersion"
+check "moves" moveTo 'C:\Moved'
+check "moved: nothing is left where it was" checkMoved
+check "moved: PATH" checkPath "${pathBefore}C:\\Moved;"
+check "moved: keeps the configuration of all users" checkSharedConfiguration <<<'p11File=C:\Odd vendor\odd.dll'
+check "moves back" moveTo "$folder"
+check "in use: uninstalls" whileInUse uninstallInUse
+settle
+check "in use: nothing is left after the removal" checkRemoved
+snapshot after
+check "uninstalled again: files are as before" checkSameSnapshot files
+check "uninstalled again: the registry is as before" checkSameSnapshot registry
+check "in use: installs" install
+check "in use: upgrades the module and the program" whileInUse install 3010 "$laterSetup"
+check "in use: the new ones are in place" checkLaterPrograms "$files"
+settle
+check "in use: nothing is left after the next start" checkNoLeftovers
+check "uninstalls the later version" uninstall
 
 # The installer's strings hold 1023 characters: the first PATH is too long by itself, the second with
 # the folder.
