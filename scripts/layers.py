@@ -7,6 +7,7 @@
   - provider/src has fewer than 30 arrows between its folders.
   - Each unit has a test file of its name (STEM_test.*) anywhere below tests/, or a row in the section
     "Where a unit is tested" of docs/architecture.md.
+  - The tests that the threat model in SECURITY.md names exist.
   - No test folder names the sources of another one; what tests share is in tests/support.
 
 Prints one line for each violation, then the number of arrows. The status is 1 if there is a violation.
@@ -156,6 +157,14 @@ def table_problems(root, folders):
                     yield f"docs/architecture.md: the row of `{unit}` names {test}, which does not exist"
 
 
+def missing_proofs(root):
+    """Tests that the threat model names and that do not exist."""
+    page = (root / "SECURITY.md").read_text(encoding="utf-8")
+    for test in re.findall(r"`(tests/[^`]*)`", page):
+        if not (root / test).exists():
+            yield f"SECURITY.md names {test}, which does not exist"
+
+
 def borrowed(root):
     """Sources that the CMakeLists.txt of a test folder names in another test folder."""
     tests = root / "tests"
@@ -192,6 +201,7 @@ def main():
     folders = (provider.name, tool.name)
     problems += untested(root, folders)
     problems += table_problems(root, folders)
+    problems += missing_proofs(root)
     problems += borrowed(root)
     for problem in problems:
         print(problem)

@@ -60,6 +60,14 @@ checkSpelling()
     codespell --ignore-words .codespell-ignore "${files[@]}"
 }
 
+checkWorkflows()
+{
+    local files
+    mapfile -t files < <(git ls-files '*.yml')
+    say "yamllint: ${#files[@]} files"
+    yamllint --strict "${files[@]}"
+}
+
 checkFormat()
 {
     local files
@@ -304,6 +312,7 @@ timed "clang-format" checkFormat || status=1
 timed "gofmt" checkGo || status=1
 timed "shellcheck" checkScripts || status=1
 timed "codespell" checkSpelling || status=1
+timed "yamllint" checkWorkflows || status=1
 timed "cppcheck" checkCppcheck || status=1
 timed "clang" checkClang || status=1
 timed "clang-tidy" checkTidy || status=1

@@ -52,6 +52,7 @@ packages=(
     clang-tidy                  # lint, with run-clang-tidy
     shellcheck                  # lint: the scripts
     codespell                   # lint: prose and comments
+    yamllint                    # lint: the workflows
     python3                     # lint: the layers; codespell and run-clang-tidy are written in it too
     cppcheck                    # lint
     libssl-dev                  # certificates in place of Windows' own; lint and benchmarks: OpenSSL's codecs

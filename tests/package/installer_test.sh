@@ -5,7 +5,7 @@
 # installer; release_test.sh makes the release first.
 # Prints "ok NAME" or "FAIL NAME: reason" a check, then the counts; the status is 1 if any failed.
 set -euo pipefail
-area=package-test
+area="package-test"
 . "$(dirname "$0")/machine.sh"
 [ "${1:-}" = --uninstall-on-this-screen ] || unset DISPLAY
 

@@ -213,9 +213,9 @@ startMachine()
     rm -rf "$work"
     mkdir -p "$work"
     trap endMachine EXIT
-    [ -s "$setup" ] && [ -s "$msi" ] || {
+    if [ ! -s "$setup" ] || [ ! -s "$msi" ]; then
         echo "There is no release in build/package; scripts/package.sh makes it." >&2
         exit 1
-    }
+    fi
     makeMachine
 }

@@ -5,7 +5,7 @@
 # release_test.sh makes the release first.
 # Prints "ok NAME" or "FAIL NAME: reason" a check, then the counts; the status is 1 if any failed.
 set -euo pipefail
-area=msi-test
+area="msi-test"
 . "$(dirname "$0")/machine.sh"
 unset DISPLAY
 

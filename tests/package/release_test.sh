@@ -3,7 +3,7 @@
 # scripts/test.sh --full and by people who change what is shipped.
 # Prints "ok NAME" or "FAIL NAME: reason" a check, then the counts; the status is 1 if any failed.
 set -euo pipefail
-area=package-files
+area="package-files"
 . "$(dirname "$0")/machine.sh"
 zip=$package/keywarden-$version-win64.zip
 
