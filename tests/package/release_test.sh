@@ -39,7 +39,7 @@ checkSymbols()
         echo "$1 does not name its symbols"
     x86_64-w64-mingw32-objdump -h "$folder/$1.debug" | grep -q ' .debug_info ' ||
         echo "$1.debug has no symbols"
-    if grep -aqF "$root/" "$folder/$1.debug"; then
+    if grep -aqF -e "$root/provider/" -e "$root/tools/" -e "$root/build/" "$folder/$1.debug"; then
         echo "$1.debug has the path $root"
     fi
 }
