@@ -120,13 +120,14 @@ countSuite()
     failed=$((failed + all - good))
 }
 
-# runBeside: the build with sanitizers, its coverage, the fuzz targets, and the tests named above. They have
+# runBeside: the build with sanitizers, its tests and coverage, the fuzz targets, and the tests named above. They have
 # a process group of their own and get what the other tests leave of the processors, since those wait for
 # Wine and for windows now and then.
 runBeside()
 {
     local status=0
     renice -n 10 "$BASHPID" >/dev/null
+    timed "build sanitized" compile sanitized || return 0 # no results: each of these suites has failed
     timed "fuzzing" scripts/fuzz.sh "$fuzzSeconds" || status=$?
     echo "$status" >"$build/tests-fuzz.status"
     status=0
@@ -154,6 +155,8 @@ main()
         fi
     fi
     for preset in "${presets[@]}"; do
+        # The build of what runs beside the Windows tests does so, too.
+        [ "$preset" != sanitized ] || [ -n "$matching" ] || continue
         targets=()
         if [ "$full" = yes ] && [ "$preset" = windows ]; then
             targets=(--target all full_tests)
