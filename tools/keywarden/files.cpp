@@ -77,6 +77,14 @@ InputFile::~InputFile()
         CloseHandle(handle_);
 }
 
+void InputFile::skipTo(uint64_t position)
+{
+    LARGE_INTEGER distance{};
+    distance.QuadPart = static_cast<LONGLONG>(position);
+    if (SetFilePointerEx(handle_, distance, nullptr, FILE_BEGIN) == FALSE)
+        refuse(name_, GetLastError());
+}
+
 size_t InputFile::read(unsigned char* buffer, size_t room)
 {
     DWORD size = 0;

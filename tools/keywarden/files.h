@@ -33,6 +33,9 @@ public:
     // In bytes; 0 if it is not known.
     uintmax_t size() const { return size_; }
 
+    // Goes on reading there, in bytes from the beginning. For files only. Throws Failure.
+    void skipTo(uint64_t position);
+
     // At most `room` bytes; 0 at the end. Throws Failure.
     size_t read(unsigned char* buffer, size_t room);
 

@@ -43,6 +43,7 @@ void addCommands(CLI::App& program, Session& session)
     addUnregister(program, session);
     addStatus(program, session);
     addLog(program, session);
+    addReport(program, session);
     addExplain(program, session);
     addHelp(program, session);
     addVersion(program, session);

@@ -14,6 +14,7 @@
 #include "check/step_message.h"
 #include "check/worker.h"
 #include "command/commands.h"
+#include "command/documents.h"
 #include "config/mode.h"
 #include "exit_code.h"
 #include "session.h"
@@ -182,8 +183,8 @@ std::string summaryOf(const CheckReport& report)
     return "No problems found.";
 }
 
-// A failed step is a result, not a Failure; the exit code reports it to scripts.
-void check(Session& session, bool sign)
+// Runs the steps, and shows each when it is done.
+Json documentOf(Session& session, bool sign, std::string& summary)
 {
     CheckReport report(session);
     Findings findings;
@@ -207,14 +208,29 @@ void check(Session& session, bool sign)
                      {"behaviour", behaviourOf(findings)}};
     for (const Step& step : report.steps())
         document["steps"].push_back(toJson(step));
+    summary = summaryOf(report);
+    return document;
+}
+
+// A failed step is a result, not a Failure; the exit code reports it to scripts.
+void check(Session& session, bool sign)
+{
+    std::string summary;
+    const Json document = documentOf(session, sign, summary);
     session.out.line();
-    session.out.line(summaryOf(report));
+    session.out.line(summary);
     session.out.document(document);
-    if (report.count(Outcome::failed) > 0)
+    if (document["failed"] != 0)
         throw CLI::RuntimeError(static_cast<int>(ExitCode::failed));
 }
 
 }  // namespace
+
+Json checkDocument(Session& session)
+{
+    std::string summary;
+    return documentOf(session, false, summary);
+}
 
 void addCheck(CLI::App& program, Session& session)
 {

@@ -3,12 +3,12 @@
 #include <CLI/CLI.hpp>
 #include <nlohmann/json.hpp>
 
-#include <iostream>
 #include <memory>
 #include <string>
 #include <vector>
 
 #include "command/commands.h"
+#include "command/confirmed.h"
 #include "command/stale_certificates.h"
 #include "failure.h"
 #include "formats/certificate.h"
@@ -43,21 +43,12 @@ std::string countOf(size_t count)
     return std::to_string(count) + (count == 1 ? " certificate" : " certificates");
 }
 
-bool confirmed(Session& session, size_t count)
-{
-    session.out.line("Remove " + countOf(count) + " from \"My\" (yes or no)?");
-    std::string answer;
-    std::getline(std::cin, answer);
-    answer = CLI::detail::to_lower(CLI::detail::trim(answer));
-    return answer == "yes" || answer == "y";
-}
-
 // Whether to go on. Nothing was removed if not.
 bool wanted(Session& session, const CleanOptions& options, size_t count)
 {
     if (options.dryRun)
         session.out.line(countOf(count) + " would be removed.");
-    else if (options.yes || confirmed(session, count))
+    else if (options.yes || confirmed(session, "Remove " + countOf(count) + " from \"My\""))
         return true;
     else
         session.out.line("Nothing was removed.");
@@ -66,8 +57,8 @@ bool wanted(Session& session, const CleanOptions& options, size_t count)
 
 void clean(Session& session, const CleanOptions& options)
 {
-    if (session.out.json() && !options.yes && !options.dryRun)
-        throw Failure("--json does not ask", "Give --yes to remove, or --dry-run to see what.");
+    requireAnswered(session, options.yes || options.dryRun,
+                    "Give --yes to remove, or --dry-run to see what.");
     const std::vector<TokenCertificate> present =
         options.all ? std::vector<TokenCertificate>() : certificatesOfTokens();
     const std::vector<StoredCertificate> stored = certificatesInMy();

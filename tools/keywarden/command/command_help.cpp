@@ -51,6 +51,7 @@ constexpr std::array examples = {
     Examples{"unregister", {"unregister", "unregister --json"}},
     Examples{"status", {"status", "status --json"}},
     Examples{"log", {"log --failed", "log --op SignHash --html signatures.html"}},
+    Examples{"report", {"report", "report --days 1 -o report.zip"}},
     Examples{"explain", {"explain CKR_PIN_LOCKED", "explain 0x8009002D"}},
     Examples{"help", {"help", "help sign"}},
     Examples{"version", {"version", "version --json"}},

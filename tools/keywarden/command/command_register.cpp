@@ -4,6 +4,7 @@
 #include <nlohmann/json.hpp>
 
 #include "command/commands.h"
+#include "command/documents.h"
 #include "nvvtoken/nvvtoken_name.h"
 #include "session.h"
 #include "system/configuration.h"
@@ -132,25 +133,25 @@ Json showConfiguration(Session& session)
     return {{"file", nullptr}, {"of", nullptr}};
 }
 
-void status(Session& session)
+}  // namespace
+
+Json statusDocument(Session& session)
 {
     const Registration now = readRegistration(thisSystem());
     showState(session, now);
     const Json configuration = showConfiguration(session);
     const auto orNull = [&now](const Json& value) { return now.known ? value : Json(nullptr); };
-    session.out.document({{"provider", toUtf8(providerName)},
-                          {"known", now.known},
-                          {"registered", orNull(now.complete())},
-                          {"present", orNull(now.present)},
-                          {"asWritten", orNull(now.asWritten)},
-                          {"listed", orNull(now.listed)},
-                          {"image", orNull(toUtf8(now.image))},
-                          {"file", orNull(toUtf8(now.file))},
-                          {"fileExists", orNull(isFile(now.file))},
-                          {"configuration", configuration}});
+    return {{"provider", toUtf8(providerName)},
+            {"known", now.known},
+            {"registered", orNull(now.complete())},
+            {"present", orNull(now.present)},
+            {"asWritten", orNull(now.asWritten)},
+            {"listed", orNull(now.listed)},
+            {"image", orNull(toUtf8(now.image))},
+            {"file", orNull(toUtf8(now.file))},
+            {"fileExists", orNull(isFile(now.file))},
+            {"configuration", configuration}};
 }
-
-}  // namespace
 
 void addRegister(CLI::App& program, Session& session)
 {
@@ -168,7 +169,7 @@ void addStatus(CLI::App& program, Session& session)
 {
     program
         .add_subcommand("status", "Show what is registered with CNG, and which configuration holds")
-        ->callback([&session] { status(session); });
+        ->callback([&session] { session.out.document(statusDocument(session)); });
 }
 
 }  // namespace NV::tool

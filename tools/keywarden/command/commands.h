@@ -32,6 +32,7 @@ void addRegister(CLI::App& program, Session& session);
 void addUnregister(CLI::App& program, Session& session);
 void addStatus(CLI::App& program, Session& session);
 void addLog(CLI::App& program, Session& session);
+void addReport(CLI::App& program, Session& session);
 void addExplain(CLI::App& program, Session& session);
 void addHelp(CLI::App& program, Session& session);
 void addVersion(CLI::App& program, Session& session);

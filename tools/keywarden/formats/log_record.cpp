@@ -6,6 +6,10 @@
 #include <charconv>
 #include <initializer_list>
 
+#include "characters.h"
+#include "formats/log_pattern.h"
+#include "formats/secret_lines.h"
+
 namespace NV::tool {
 
 namespace {
@@ -13,16 +17,6 @@ namespace {
 // "2026-03-04 17:05:09.042 TRC [04312,1a2b3c4d] message"; each 0 of the form is any digit.
 constexpr std::string_view timeForm = "0000-00-00 00:00:00.000";
 constexpr std::string_view levels[] = {"TRC", "DBG", "INF", "WRN", "ERR", "SEV"};
-
-// Beginnings of messages that contain a secret.
-constexpr std::string_view secretMessages[] = {"Agreed SharedSecret(", "Retrieved SharedSecret(",
-                                               "KDFInputData(",        "HMAC_KEY(",
-                                               "Derived Key(",         "Entered Pin="};
-
-bool isDigit(char c)
-{
-    return c >= '0' && c <= '9';
-}
 
 bool isTime(std::string_view text)
 {
@@ -124,7 +118,10 @@ std::optional<LogRecord> parseRecord(std::string_view line)
 std::string withoutSecrets(std::string_view message)
 {
     // Not only at the beginning: a record can be cut off, or have a prefix from another program.
-    for (const std::string_view beginning : secretMessages) {
+    for (const SecretLine& line : secretLines()) {
+        if (line.shown != Shown::secret)
+            continue;
+        const std::string_view beginning = beginningOf(line.message);
         const size_t found = message.find(beginning);
         if (found == std::string_view::npos)
             continue;

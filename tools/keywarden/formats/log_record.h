@@ -29,8 +29,8 @@ std::optional<LogRecord> parseRecord(std::string_view line);
 // The milliseconds of LogRecord for a time in its form. Empty for any other text.
 std::optional<int64_t> parseTime(std::string_view time);
 
-// The message without its secret: an agreed secret, the input of a key derivation, a derived key, or a
-// PIN.
+// The message without its secret (Shown::secret of secret_lines.h): an agreed secret, the input of a key
+// derivation, a derived key, or a PIN. Meant for a terminal; redaction.h takes out more.
 std::string withoutSecrets(std::string_view message);
 
 // The text between two marks. Empty if one is missing.
