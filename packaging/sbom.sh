@@ -20,6 +20,7 @@ components=(
     "libgcc|libgcc|gcc-mingw-w64-x86-64-posix|$runtimeLicence|nvksprovider.dll keywarden.exe"
     "cli11|CLI11|libcli11-dev|BSD-3-Clause|keywarden.exe"
     "nlohmann-json|nlohmann-json|nlohmann-json3-dev|MIT|keywarden.exe"
+    "zlib|zlib|libz-mingw-w64-dev|Zlib|keywarden.exe"
     "nsis|NSIS|nsis-common|NOASSERTION|" # the code of the installer and the uninstaller
 )
 

@@ -31,6 +31,7 @@ packages=(
     googletest                  # test framework, as source
     libcli11-dev                # keywarden: arguments, header only
     nlohmann-json3-dev          # keywarden: --json, header only
+    libz-mingw-w64-dev          # keywarden: zlib, for the ZIP file of a report
     jq                          # release: the bill of materials; tests: judge of what --json prints
     p11-kit                     # tests: serves a token over a socket, as a remote one
     p11-kit-modules             # tests: the client of that socket, a PKCS#11 library
@@ -47,6 +48,7 @@ packages=(
     wixl                        # release: the Windows Installer package
     msitools                    # release: msibuild, which completes that package
     zip                         # release: the archive
+    unzip                       # tests: judges the ZIP file of a report
     osslsigncode                # release: signs the programs, and verifies signatures in the test
     clang-format                # layout of the sources
     clang-tidy                  # lint, with run-clang-tidy

@@ -77,6 +77,7 @@ libgcc gcc-mingw-w64-x86-64-posix
 winpthreads mingw-w64-x86-64-dev
 CLI11 libcli11-dev
 nlohmann-json nlohmann-json3-dev
+zlib libz-mingw-w64-dev
 COMPONENTS
     same "the product's version" "$version" \
         "$(sbom '.packages[] | select(.SPDXID == "SPDXRef-Product") | .versionInfo')"

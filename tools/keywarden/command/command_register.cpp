@@ -141,16 +141,11 @@ Json statusDocument(Session& session)
     showState(session, now);
     const Json configuration = showConfiguration(session);
     const auto orNull = [&now](const Json& value) { return now.known ? value : Json(nullptr); };
-    return {{"provider", toUtf8(providerName)},
-            {"known", now.known},
-            {"registered", orNull(now.complete())},
-            {"present", orNull(now.present)},
-            {"asWritten", orNull(now.asWritten)},
-            {"listed", orNull(now.listed)},
-            {"image", orNull(toUtf8(now.image))},
-            {"file", orNull(toUtf8(now.file))},
-            {"fileExists", orNull(isFile(now.file))},
-            {"configuration", configuration}};
+    return {{"provider", toUtf8(providerName)},       {"known", now.known},
+            {"registered", orNull(now.complete())},   {"present", orNull(now.present)},
+            {"asWritten", orNull(now.asWritten)},     {"listed", orNull(now.listed)},
+            {"image", orNull(toUtf8(now.image))},     {"file", orNull(toUtf8(now.file))},
+            {"fileExists", orNull(isFile(now.file))}, {"configuration", configuration}};
 }
 
 void addRegister(CLI::App& program, Session& session)

@@ -117,16 +117,16 @@ void addStatus(Collection& to)
     Session quiet = to.session();
     quiet.out.setJson(true);
     to.addDocument("status.json", documentOrError([&] { return statusDocument(quiet); }),
-           "what \"keywarden status --json\" prints: the registration with CNG");
+                   "what \"keywarden status --json\" prints: the registration with CNG");
 }
 
 void addCertificates(Collection& to)
 {
     to.addDocument("certificates.json", documentOrError([] {
-               const std::vector<StoredCertificate> stored = certificatesInMy();
-               return Json{{"certificates", toJson(staleEntries(stored, {}))}};
-           }),
-           "the certificates in \"My\" that name this provider");
+                       const std::vector<StoredCertificate> stored = certificatesInMy();
+                       return Json{{"certificates", toJson(staleEntries(stored, {}))}};
+                   }),
+                   "the certificates in \"My\" that name this provider");
 }
 
 void addConfiguration(Collection& to, const std::string& name, const std::filesystem::path& file,
@@ -141,8 +141,8 @@ void addConfiguration(Collection& to, const std::string& name, const std::filesy
         InputFile input(toUtf8(file));
         std::string text(mostOfConfiguration, '\0');
         size_t size = 0;
-        while (const size_t count = input.read(reinterpret_cast<unsigned char*>(&text[size]),
-                                               text.size() - size))
+        while (const size_t count =
+                   input.read(reinterpret_cast<unsigned char*>(&text[size]), text.size() - size))
             size += count;
         text.resize(size);
         to.add(name, redactedConfiguration(text),
@@ -192,12 +192,12 @@ void addVersions(Collection& to, bool configured)
 {
     const Output& out = to.session().out;
     to.addDocument("versions.json",
-           Json{{"windows", {{"name", windowsName()}, {"version", windowsVersion()}}},
-                {"keywarden", NV_VERSION_TEXT},
-                {"tool", describe(out, ownProgram())},
-                {"module", describe(out, defaultModule())},
-                {"library", describeLibrary(out, configured)}},
-           "versions of Windows, module, tool and token library, with SHA-256");
+                   Json{{"windows", {{"name", windowsName()}, {"version", windowsVersion()}}},
+                        {"keywarden", NV_VERSION_TEXT},
+                        {"tool", describe(out, ownProgram())},
+                        {"module", describe(out, defaultModule())},
+                        {"library", describeLibrary(out, configured)}},
+                   "versions of Windows, module, tool and token library, with SHA-256");
 }
 
 // "2026-03-04": the first of the last days, today included.
@@ -309,8 +309,9 @@ SupportReport collectReport(Session& session, unsigned days, const SYSTEMTIME& n
     try {
         loadConfiguration();
         configured = true;
-    } catch (const Failure& failure) {
-        collection.note(std::string("No configuration could be read: ") + failure.what());
+    } catch (const Failure&) {
+        // The reason can quote a line of the file.
+        collection.note("No configuration could be read; check.json has the reason.");
     }
     addVersions(collection, configured);
     addCertificates(collection);

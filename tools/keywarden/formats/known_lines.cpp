@@ -383,7 +383,7 @@ struct LineOfFunction {
     std::string_view form;
 };
 constexpr LineOfFunction linesOfFunctions[] = {
-    {"NV::P11Module::P11Module", "ARG[%d]:%s"},
+    {"NV::P11Module::P11Module", "ARG[0]:%s"},
 };
 
 // The arguments of functions by the form of their values: "ARG[2]:cbHashValue=32", in some functions with
@@ -475,7 +475,8 @@ bool isKnown(std::string_view function, std::string_view message, std::vector<Lo
         return true;
     // Forms that begin with the same character, and those that begin with a value.
     for (const char first : {message.front(), '%'}) {
-        for (const std::string_view form : std::ranges::equal_range(knownForms, first, {}, firstCharacter)) {
+        for (const std::string_view form :
+             std::ranges::equal_range(knownForms, first, {}, firstCharacter)) {
             values.clear();
             if (hasForm(form, message, values))
                 return true;

@@ -55,16 +55,16 @@ size_t valueLength(char kind, std::string_view text)
 {
     constexpr size_t longestPointer = 16;
     constexpr size_t longestName = 64;
-    const auto upTo = [](size_t length, size_t most) { return length <= most ? length : 0; };
+    const auto atMost = [](size_t length, size_t most) { return length <= most ? length : 0; };
     switch (kind) {
     case 'd':
         return numberLength(text);
     case 'x':
-        return upTo(lengthOf(text, isHexDigit), longestPointer);
+        return atMost(lengthOf(text, isHexDigit), longestPointer);
     case 'f':
         return fractionLength(text);
     case 'w':
-        return upTo(lengthOf(text, isNameCharacter), longestName);
+        return atMost(lengthOf(text, isNameCharacter), longestName);
     case 'r':
         return resultLength(text);
     default:

@@ -38,8 +38,7 @@ bool isFunction(std::string_view function)
         return isDigit(c) || isLetter(c) || c == '_' || c == ':' || c == '~';
     };
     return std::ranges::all_of(function, belongs) &&
-           (function.starts_with("NV") ||
-            std::ranges::find(others, function) != std::end(others));
+           (function.starts_with("NV") || std::ranges::find(others, function) != std::end(others));
 }
 
 // "nvvtoken_keys.cpp:307"
@@ -54,8 +53,7 @@ bool isPlace(std::string_view place)
 
 bool isThread(std::string_view thread)
 {
-    return std::ranges::all_of(
-        thread, [](char c) { return isDigit(c) || (c >= 'a' && c <= 'f'); });
+    return std::ranges::all_of(thread, [](char c) { return isDigit(c) || (c >= 'a' && c <= 'f'); });
 }
 
 bool isWellFormed(const LogRecord& record)
@@ -105,14 +103,16 @@ RedactedLine redacted(std::string_view line)
     using Change = RedactedLine::Change;
     const auto record = parseRecord(line);
     if (!record || !isWellFormed(*record))
-        return {Change::line, "(" + std::to_string(line.size()) +
-                                  " bytes that are no record were taken out)"};
+        return {Change::line,
+                "(" + std::to_string(line.size()) + " bytes that are no record were taken out)"};
     const std::string_view message = record->message;
     std::string text(line.data(), message.data());
     std::vector<LogValue> values;
-    const std::string_view trimmed = withoutBlanksAtEnd(message);
-    if (isSecret(record->function, trimmed, values))
-        return {Change::values, text + shown(trimmed, values)};
+    // Some lines of the module have blanks at their end.
+    for (const std::string_view one : {message, withoutBlanksAtEnd(message)}) {
+        if (isSecret(record->function, one, values))
+            return {Change::values, text + shown(one, values)};
+    }
     if (!isKnown(record->function, message, values))
         return {Change::message, text.append(takenOut)};
     const std::string rest = shown(message, values);

@@ -57,6 +57,7 @@ struct ZipArchive::Stream {
                                  Z_DEFAULT_STRATEGY));
     }
     ~Stream() { deflateEnd(&z); }
+    void reset() { requireZlib(deflateReset(&z)); }
     Stream(const Stream&) = delete;
     Stream& operator=(const Stream&) = delete;
 };
@@ -103,7 +104,10 @@ void ZipArchive::begin(const std::string& name)
     archive_.insert(archive_.end(), name.begin(), name.end());
     limit(archive_.size());
     entries_.push_back(std::move(entry));
-    stream_ = std::make_unique<Stream>();
+    if (stream_ == nullptr)
+        stream_ = std::make_unique<Stream>();
+    else
+        stream_->reset();
 }
 
 void ZipArchive::deflate(std::string_view content, int flush)
@@ -133,9 +137,9 @@ void ZipArchive::add(std::string_view content)
     entry.size += content.size();
     while (!content.empty()) {
         const std::string_view piece = content.substr(0, pieceSize);
-        entry.checksum = static_cast<uint32_t>(
-            crc32(entry.checksum, reinterpret_cast<const Bytef*>(piece.data()),
-                  static_cast<uInt>(piece.size())));
+        entry.checksum = static_cast<uint32_t>(crc32(entry.checksum,
+                                                     reinterpret_cast<const Bytef*>(piece.data()),
+                                                     static_cast<uInt>(piece.size())));
         deflate(piece, Z_NO_FLUSH);
         content.remove_prefix(piece.size());
     }
@@ -144,7 +148,6 @@ void ZipArchive::add(std::string_view content)
 uint64_t ZipArchive::end()
 {
     deflate({}, Z_FINISH);
-    stream_.reset();
     const Entry& entry = entries_.back();
     Bytes header;
     writeCommon(entry, header);

@@ -57,7 +57,7 @@ private:
     uint16_t time_ = 0;
     Bytes archive_;
     std::vector<Entry> entries_;
-    std::unique_ptr<Stream> stream_;  // of the entry that is open
+    std::unique_ptr<Stream> stream_;  // null before the first entry
 };
 
 }  // namespace NV::tool

@@ -23,7 +23,7 @@ struct ChosenLog {
 struct LogChoice {
     std::vector<ChosenLog> logs;  // the newest day first
     size_t older = 0;             // files of earlier days
-    size_t dropped = 0;           // files of the days that were asked for, for which there was no room
+    size_t dropped = 0;  // files of the days that were asked for, for which there was no room
 };
 
 // The logs from that day on, "2026-03-04", at most `room` bytes: the newest ones. A file that is gone by now

@@ -53,16 +53,16 @@ const std::set<std::string, std::less<>>& usualComments()
 
 bool isKnownKey(std::string_view key)
 {
-    return std::ranges::any_of(configKeys(), [key](const ConfigKey& one) { return key == one.name; });
+    return std::ranges::any_of(configKeys(),
+                               [key](const ConfigKey& one) { return key == one.name; });
 }
 
 // A name of letters, which is no secret.
 bool isPlainName(std::string_view key)
 {
     constexpr size_t longest = 32;
-    return !key.empty() && key.size() <= longest && std::ranges::all_of(key, [](char c) {
-        return isLetter(c) || c == '_' || c == '.';
-    });
+    return !key.empty() && key.size() <= longest &&
+           std::ranges::all_of(key, [](char c) { return isLetter(c) || c == '_' || c == '.'; });
 }
 
 // The line without its end.
@@ -73,8 +73,7 @@ std::string redactedLine(std::string_view line)
     if (content.empty())
         return std::string(line);
     if (content.starts_with('#'))
-        return usualComments().contains(content) ? std::string(line)
-                                                 : "# " + std::string(takenOut);
+        return usualComments().contains(content) ? std::string(line) : "# " + std::string(takenOut);
     if (equals == std::string_view::npos)
         return std::string(takenOut);
     const std::string_view key = withoutBlanks(line.substr(0, equals));
