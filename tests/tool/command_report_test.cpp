@@ -230,6 +230,26 @@ TEST_F(ReportCommand, ShowsNoLineThatTheModuleDoesNotRead)
         EXPECT_FALSE(contains(content, "1234-odd")) << name;
 }
 
+TEST_F(ReportCommand, IsMadeForAProfileWithAJapaneseName)
+{
+    const TemporaryFolder japanese(L"\u65E5\u672C \u8A9E");
+    const auto folder = japanese.path() / ".norvanta-keywarden";
+    writeFile(folder / "nvksprovider.conf", readFile(profile.configFile()));
+    writeFile(folder / "logs" / log(0).filename(), record + "ENTER\n");
+    options.environment[L"USERPROFILE"] = japanese.path().wstring();
+    const ChildResult result =
+        runTool({"--json", "report", "--yes", "-o", narrowPath(zip)}, options);
+    EXPECT_EQ(result.exitCode, 0U) << result.output;
+    files = filesOf(readFile(zip));
+    EXPECT_EQ(files["configuration-user.conf"], readFile(profile.configFile()));
+    // Where the code page has no such characters, the module finds no log folder either; the list says so.
+    const std::string& contents = files["contents.txt"];
+    EXPECT_NE(files.contains(inZip(0)),
+              contains(contents, "The log is missing") || contains(contents, "There is no log of"))
+        << contents;
+    EXPECT_TRUE(contains(files["contents.txt"], "\xE6\x97\xA5\xE6\x9C\xAC"));
+}
+
 TEST_F(ReportCommand, WritesToTheCurrentFolder)
 {
     const auto before = std::filesystem::current_path();
