@@ -21,7 +21,8 @@ from pathlib import Path
 PROVIDER = {"base": 0, "logger": 1, "config": 2, "p11": 3, "keystore": 4, "certstore": 4,
             "pindialog": 4, "nvvtoken": 5, "dll": 6}
 # "." stands for the files beside main.cpp.
-TOOL = {".": 0, "formats": 1, "system": 2, "check": 3, "log": 3, "command": 4}
+TOOL = {".": 0, "formats": 1, "system": 2, "check": 3, "log": 3, "prove": 3,
+        "command": 4}
 TOOL_ENTRY = ("main.cpp", 5)
 # The tool is built on the module's objects, but not on its entry points.
 TOOL_MAY_USE = set(PROVIDER) - {"dll"}

@@ -40,3 +40,30 @@ useBehaviour()
     sed -i '/^ *mode *=/d' "$file"
     echo "mode=$1" >>"$file"
 }
+
+# answeringEach ANSWERS COMMAND...: a command that shows the dialog once for each word of ANSWERS, which
+# is "pin", "wrong" or "cancel". Its status is returned; 99 if a dialog did not come.
+answeringEach()
+{
+    local answers=$1 answer worker window last='' status=0
+    shift
+    "$@" &
+    worker=$!
+    for answer in $answers; do
+        while window=$(dialogOf "$worker") && [ "$window" = "$last" ]; do
+            sleep 0.05 # the one before is still there
+        done
+        if [ -z "$window" ]; then
+            wait "$worker" || true
+            return 99
+        fi
+        case $answer in
+            pin) answer="enter $pin" ;;
+            wrong) answer="enter not-the-pin" ;;
+        esac
+        answerDialog "$window" "" "$answer" || return 99
+        last=$window
+    done
+    wait "$worker" || status=$?
+    return "$status"
+}

@@ -3,7 +3,8 @@
 // file. The functions are those of scripted_token.dll, which is beside the program. ODD_FAULT can name a
 // function and what goes wrong in it: "C_Initialize hang", "C_GetSlotList crash", "C_Initialize exit",
 // "C_GetInfo print", "C_GetSlotList none", "C_OpenSession refuse", "C_Login locked", "C_Initialize flood"
-// (hangs, while another thread writes to standard output). "second token" puts the objects on one.
+// (hangs, while another thread writes to standard output). "second token" puts the objects on one. With
+// ODD_PRIVATE_KEY set, there is a private key, too, which signs patterns.
 
 #include <windows.h>
 
@@ -57,6 +58,12 @@ void addObjects(const ScriptedTokenControl& control, CK_SLOT_ID slot)
     const CK_ATTRIBUTE publicKey[] = {attribute(CKA_CLASS, &publicClass, sizeof publicClass),
                                       attribute(CKA_ID, keyId, sizeof keyId)};
     control.addObject(slot, publicKey, std::size(publicKey));
+    if (_wgetenv(L"ODD_PRIVATE_KEY") == nullptr)
+        return;
+    constexpr CK_OBJECT_CLASS privateClass = CKO_PRIVATE_KEY;
+    const CK_ATTRIBUTE privateKey[] = {attribute(CKA_CLASS, &privateClass, sizeof privateClass),
+                                       attribute(CKA_ID, keyId, sizeof keyId)};
+    control.addObject(slot, privateKey, std::size(privateKey));
 }
 
 // What ODD_FAULT says.

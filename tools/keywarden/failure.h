@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -23,9 +24,18 @@ public:
     const std::string& advice() const { return advice_; }
     ExitCode exitCode() const { return exitCode_; }
 
+    // The status of the call that failed, if a call did.
+    std::optional<long> status() const { return status_; }
+    Failure& setStatus(long status)
+    {
+        status_ = status;
+        return *this;
+    }
+
 private:
     std::string advice_;
     ExitCode exitCode_;
+    std::optional<long> status_;
 };
 
 // Why something at the end of a command failed, in a destructor, which cannot throw. Empty if nothing

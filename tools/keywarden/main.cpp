@@ -39,6 +39,7 @@ void addCommands(CLI::App& program, Session& session)
     addExport(program, session);
     addDerive(program, session);
     addClean(program, session);
+    addProve(program, session);
     addRegister(program, session);
     addUnregister(program, session);
     addStatus(program, session);

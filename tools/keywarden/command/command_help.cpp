@@ -47,6 +47,7 @@ constexpr std::array examples = {
              {"derive --key 0256 --peer peer.pem -o secret.bin",
               "derive --key 0256 --peer b.pem --kdf hash --hash sha512 -o key.bin"}},
     Examples{"clean", {"clean --dry-run", "clean --yes"}},
+    Examples{"prove", {"prove", "prove --pin-dialog --page prove.html"}},
     Examples{"register", {"register", "register --json"}},
     Examples{"unregister", {"unregister", "unregister --json"}},
     Examples{"status", {"status", "status --json"}},

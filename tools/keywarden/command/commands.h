@@ -28,6 +28,7 @@ void addDecrypt(CLI::App& program, Session& session);
 void addExport(CLI::App& program, Session& session);
 void addDerive(CLI::App& program, Session& session);
 void addClean(CLI::App& program, Session& session);
+void addProve(CLI::App& program, Session& session);
 void addRegister(CLI::App& program, Session& session);
 void addUnregister(CLI::App& program, Session& session);
 void addStatus(CLI::App& program, Session& session);

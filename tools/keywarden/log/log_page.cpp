@@ -8,6 +8,7 @@
 #include <functional>
 #include <vector>
 
+#include "formats/html_text.h"
 #include "log/log_report.h"
 #include "output.h"
 
@@ -34,30 +35,6 @@ std::string embedded(const Json& json)
             safe += "\\u003c";
         else
             safe += c;
-    }
-    return safe;
-}
-
-std::string escaped(std::string_view text)
-{
-    std::string safe;
-    for (const char c : text) {
-        switch (c) {
-        case '&':
-            safe += "&amp;";
-            break;
-        case '<':
-            safe += "&lt;";
-            break;
-        case '>':
-            safe += "&gt;";
-            break;
-        case '"':
-            safe += "&quot;";
-            break;
-        default:
-            safe += c;
-        }
     }
     return safe;
 }
@@ -171,7 +148,7 @@ std::string LogPage::text(const std::string& title, const LogSummary& summary) c
                        "<meta http-equiv=\"Content-Security-Policy\" content=\"default-src 'none'; "
                        "style-src 'unsafe-inline'; script-src 'unsafe-inline'\">\n"
                        "<meta name=\"viewport\" content=\"width=device-width\">\n<title>" +
-                       escaped(title) + "</title>\n<style>";
+                       htmlText(title) + "</title>\n<style>";
     page += pageStyle;
     page +=
         "</style></head>\n<body><noscript>This page needs JavaScript, which comes with it.</noscript>\n"

@@ -130,9 +130,7 @@ Failure failureWithoutResult(const std::string& reason, const Explanation& statu
                    std::string("The log is off, so the PKCS#11 result is not known. ") + howToFind);
 }
 
-}  // namespace
-
-Failure operationFailure(SECURITY_STATUS status, const std::string& what, PinUse pin)
+Failure explainedFailure(SECURITY_STATUS status, const std::string& what, PinUse pin)
 {
     const std::string reason = what + " failed: " + statusText(status);
     const Explanation* row = explain(static_cast<uint32_t>(status));
@@ -155,6 +153,13 @@ Failure operationFailure(SECURITY_STATUS status, const std::string& what, PinUse
                        "The result is one of the vendor's own: look in the documentation of the "
                        "token's library.");
     return Failure(reason + ", " + std::string(known->name), sentences(*known), known->exitCode);
+}
+
+}  // namespace
+
+Failure operationFailure(SECURITY_STATUS status, const std::string& what, PinUse pin)
+{
+    return explainedFailure(status, what, pin).setStatus(status);
 }
 
 }  // namespace NV::tool
