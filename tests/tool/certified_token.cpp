@@ -4,7 +4,8 @@
 // function and what goes wrong in it: "C_Initialize hang", "C_GetSlotList crash", "C_Initialize exit",
 // "C_GetInfo print", "C_GetSlotList none", "C_OpenSession refuse", "C_Login locked", "C_Initialize flood"
 // (hangs, while another thread writes to standard output). "second token" puts the objects on one. With
-// ODD_PRIVATE_KEY set, there is a private key, too, which signs patterns.
+// ODD_PRIVATE_KEY, "rsa" (2048 bits) or "ec" (P-256), there is a private key, too. What it does is wrong: it
+// gives patterns.
 
 #include <windows.h>
 
@@ -42,6 +43,24 @@ Bytes certificate()
     return {std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
 }
 
+void addPrivateKey(const ScriptedTokenControl& control, CK_SLOT_ID slot)
+{
+    const wchar_t* kind = _wgetenv(L"ODD_PRIVATE_KEY");
+    if (kind == nullptr)
+        return;
+    const bool isRsa = std::wstring(kind) == L"rsa";
+    constexpr CK_OBJECT_CLASS privateClass = CKO_PRIVATE_KEY;
+    const CK_KEY_TYPE type = isRsa ? CKK_RSA : CKK_EC;
+    constexpr CK_ULONG modulusBits = 2048;
+    constexpr CK_BYTE p256[] = {0x06, 0x08, 0x2A, 0x86, 0x48, 0xCE, 0x3D, 0x03, 0x01, 0x07};
+    const CK_ATTRIBUTE privateKey[] = {
+        attribute(CKA_CLASS, &privateClass, sizeof privateClass),
+        attribute(CKA_KEY_TYPE, &type, sizeof type), attribute(CKA_ID, keyId, sizeof keyId),
+        isRsa ? attribute(CKA_MODULUS_BITS, &modulusBits, sizeof modulusBits)
+              : attribute(CKA_EC_PARAMS, p256, sizeof p256)};
+    control.addObject(slot, privateKey, std::size(privateKey));
+}
+
 void addObjects(const ScriptedTokenControl& control, CK_SLOT_ID slot)
 {
     constexpr CK_OBJECT_CLASS certificateClass = CKO_CERTIFICATE;
@@ -58,12 +77,7 @@ void addObjects(const ScriptedTokenControl& control, CK_SLOT_ID slot)
     const CK_ATTRIBUTE publicKey[] = {attribute(CKA_CLASS, &publicClass, sizeof publicClass),
                                       attribute(CKA_ID, keyId, sizeof keyId)};
     control.addObject(slot, publicKey, std::size(publicKey));
-    if (_wgetenv(L"ODD_PRIVATE_KEY") == nullptr)
-        return;
-    constexpr CK_OBJECT_CLASS privateClass = CKO_PRIVATE_KEY;
-    const CK_ATTRIBUTE privateKey[] = {attribute(CKA_CLASS, &privateClass, sizeof privateClass),
-                                       attribute(CKA_ID, keyId, sizeof keyId)};
-    control.addObject(slot, privateKey, std::size(privateKey));
+    addPrivateKey(control, slot);
 }
 
 // What ODD_FAULT says.

@@ -14,6 +14,7 @@
 #include "formats/hashing.h"
 #include "prove/bcrypt_key.h"
 #include "prove/proving.h"
+#include "system/explanation.h"
 #include "system/key_choice.h"
 #include "system/operation_failure.h"
 #include "text.h"
@@ -72,7 +73,9 @@ std::string proveKeys(Proving& proving)
         const std::wstring name = wantedName(storage, proving.options.key);
         addKey(proving, name, isRsaKey(storage, name).value_or(true));
     } else if (proving.names.empty()) {
-        throw operationFailure(NTE_NO_MORE_ITEMS, "listing the first key", PinUse::none);
+        throw Failure("there is no key: NCryptEnumKeys gives " + statusText(NTE_NO_MORE_ITEMS),
+                      "Run \"keywarden check\", which looks for the token and its certificates.")
+            .setStatus(NTE_NO_MORE_ITEMS);
     }
     std::vector<std::string> missing;
     for (const bool rsa : {true, false}) {
