@@ -179,6 +179,11 @@ testPin()
     fails 1 '"outcome": "failed"' "a cancelled dialog" answeringEach cancel prove --pin-dialog --json
     holds "its status is that of the dialog" stepFails sign 01AB NTE_USER_CANCELLED
     holds "no dialog follows the cancelled one" noneAfter sign
+    useBehaviour classic
+    fails 1 '"outcome": "failed"' "a wrong PIN in classic" answeringEach wrong prove --pin-dialog --json
+    holds "its status in classic" stepFails sign 01AB NTE_INTERNAL_ERROR
+    holds "nor is the PIN asked for again in classic" noneAfter sign
+    useBehaviour modern
 }
 
 testMissing()

@@ -11,7 +11,7 @@ area=pages
 . "$(dirname "$0")/../support/keywarden.sh"
 onOwnScreen "$@"
 
-needWindows='^(register|unregister|status|keys --cng)'
+needWindows='^(register|unregister|status|prove|keys --cng)'
 programs="CngKey signtool certreq curl openvpn git"
 
 pages()
