@@ -111,7 +111,8 @@ TEST_F(ProveRegistration, AMissingModuleIsAFailure)
 TEST_F(ProveRegistration, WithoutElevationTheStepsFail)
 {
     system_.elevated = false;
-    options_ = {.registers = true, .unregisters = true};
+    options_.registers = true;
+    options_.unregisters = true;
     tool::Proving run = proving();
     EXPECT_THROW(proveRegistration(run), Failure);
     EXPECT_THROW(proveRemoval(run), Failure);

@@ -197,7 +197,8 @@ void requireOfSystem(SECURITY_STATUS status, const std::string& what)
         what + " failed: " +
             (known != nullptr ? statusText(status) : hexText(status) + ", " + errorText(value)),
         known != nullptr ? std::string(known->meaning) + " " + std::string(known->advice)
-                         : std::string())
+                         : std::string(),
+        known != nullptr ? known->exitCode : ExitCode::failed)
         .setStatus(status);
 }
 

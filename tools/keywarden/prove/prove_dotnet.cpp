@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <sstream>
@@ -10,12 +11,14 @@
 #include <string_view>
 
 #include "base/encoding.h"
+#include "exit_code.h"
 #include "failure.h"
 #include "formats/hashing.h"
 #include "prove/bcrypt_key.h"
 #include "prove/program_output.h"
 #include "prove/proving.h"
 #include "session.h"
+#include "system/explanation.h"
 #include "text.h"
 
 namespace NV::tool {
@@ -79,7 +82,11 @@ std::filesystem::path powershell()
     char* end = nullptr;
     const auto status = static_cast<SECURITY_STATUS>(std::strtol(error.c_str(), &end, 10));
     const std::string message = end;
-    throw Failure(".NET does not sign: " + hexText(status) + message).setStatus(status);
+    const Explanation* known = explain(static_cast<uint32_t>(status));
+    throw Failure(".NET does not sign: " + statusText(status) + message,
+                  known != nullptr ? std::string(known->advice) : std::string(),
+                  known != nullptr ? known->exitCode : ExitCode::failed)
+        .setStatus(status);
 }
 
 Bytes signatureByDotnet(const Proving& proving, const ProvedKey& key)

@@ -19,6 +19,7 @@
 #include "prove/proving.h"
 #include "prove/server_certificate.h"
 #include "system/library_guard.h"
+#include "text.h"
 
 namespace NV::tool {
 
@@ -60,6 +61,13 @@ constexpr TlsRole tlsServer{"server", "AcceptSecurityContext", SP_PROT_TLS1_2_SE
                             SECPKG_CRED_INBOUND,
                             // The client is no user of this computer.
                             SCH_CRED_NO_SYSTEM_MAPPER};
+
+// The server's name. Schannel resumes a session with a server that it knows, also of another process, and
+// then the client would not sign.
+std::wstring newTarget()
+{
+    return L"keywarden-" + fromUtf8(hexEncode(randomBytes(8)));
+}
 
 // One end of the connection.
 class TlsEnd {
@@ -141,9 +149,8 @@ private:
                                                         ASC_REQ_CONFIDENTIALITY |
                                                         ASC_REQ_ALLOCATE_MEMORY,
                                                     0, &context_, &answer, &attributes, &expiry);
-        std::wstring target = L"localhost";
         return functions_.InitializeSecurityContextW(
-            &credentials_, before, target.data(),
+            &credentials_, before, target_.data(),
             ISC_REQ_STREAM | ISC_REQ_CONFIDENTIALITY | ISC_REQ_ALLOCATE_MEMORY |
                 ISC_REQ_USE_SUPPLIED_CREDS | ISC_REQ_MANUAL_CRED_VALIDATION,
             0, 0, pending_.empty() ? nullptr : &received, 0, &context_, &answer, &attributes,
@@ -163,6 +170,7 @@ private:
     const TlsRole& role_;
     CredHandle credentials_{};
     CtxtHandle context_{};
+    std::wstring target_ = newTarget();
     bool begun_ = false;
     bool done_ = false;
     Bytes pending_;
