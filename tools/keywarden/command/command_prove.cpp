@@ -93,18 +93,22 @@ void addProve(CLI::App& program, Session& session)
                      "Register the module for this run if it is not (as an administrator)");
     command.add_flag("--unregister", given->options.unregisters,
                      "Remove the registration at the end, whoever made it (as an administrator)");
-    auto* page = command
-                     .add_option("--page", given->page,
-                                 "Also write the report as an HTML page; - is standard output")
-                     ->option_text("FILE");
-    command.add_flag("--force", given->force, "Replace an existing file")->needs(page);
+    command
+        .add_option("--page", given->page,
+                    "Also write the report as an HTML page; - is standard output")
+        ->option_text("FILE");
+    addForceOption(command, given->force);
     // Not in the help: for systems whose crypt32.dll opens no keys of CNG.
     command
         .add_option_function<std::string>(
             "--acquire",
             [given](const std::string& path) { given->options.acquire = toPath(path); })
         ->group("");
-    command.callback([&program, &session, given] { proveNow(session, program.version(), *given); });
+    command.callback([&command, &program, &session, given] {
+        if (given->page.empty())
+            refuseIfGiven(command, "--force", "applies only with --page");
+        proveNow(session, program.version(), *given);
+    });
 }
 
 }  // namespace NV::tool
