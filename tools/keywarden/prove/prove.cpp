@@ -8,6 +8,7 @@
 #include <array>
 #include <exception>
 #include <iterator>
+#include <utility>
 
 #include "base/cng.h"
 #include "exit_code.h"

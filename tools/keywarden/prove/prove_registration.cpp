@@ -6,6 +6,7 @@
 #include <ncrypt.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <vector>
