@@ -22,8 +22,9 @@ TEST(Versions, TellTheSystems)
 
 TEST(Versions, ReadAResource)
 {
-    EXPECT_TRUE(std::regex_match(tool::fileVersion(programFolder() / "nvksprovider.dll"),
-                                 std::regex(R"(0\.\d+\.\d+\.\d+)")));
+    const std::string version = tool::fileVersion(programFolder() / "nvksprovider.dll");
+    EXPECT_TRUE(std::regex_match(version, std::regex(R"(0\.\d+\.\d+\.\d+)"))) << version;
+    EXPECT_EQ(tool::fileVersion(programFolder() / "keywarden.exe"), version);
 }
 
 TEST(Versions, AreEmptyWithoutAResource)

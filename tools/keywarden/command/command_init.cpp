@@ -151,6 +151,8 @@ void removeFileOfAllUsers(Session& session)
 
 void init(Session& session, InitOptions& options)
 {
+    if (options.remove && !options.allUsers)
+        throw CLI::RequiresError("--remove", "--all-users");
     if (options.remove)
         return removeFileOfAllUsers(session);
     const std::filesystem::path file =
@@ -231,14 +233,12 @@ void addInit(CLI::App& program, Session& session)
         "init", "Write the configuration file of this user or of all users");
     const auto options = std::make_shared<InitOptions>();
     addValues(command, options->configuration);
-    CLI::Option* allUsers =
-        command.add_flag("--all-users", options->allUsers,
-                         "Write the file of all users, beside the module (as an administrator)");
+    command.add_flag("--all-users", options->allUsers,
+                     "Write the file of all users, beside the module (as an administrator)");
     command.add_flag("--force", options->force, "Replace an existing file");
     command.add_flag("--no-test", options->noTest,
                      "Do not look for the library, and do not try to load it");
-    command.add_flag("--remove", options->remove, "Remove the file of all users instead")
-        ->needs(allUsers);
+    command.add_flag("--remove", options->remove, "With --all-users: remove that file instead");
     command.callback([&session, options] { init(session, *options); });
 }
 
