@@ -24,16 +24,16 @@ constexpr std::wstring_view wrongPin = L"odd-PIN-0000";
 class ReportOfARun : public ServedKeysTest {
 protected:
     explicit ReportOfARun(Behaviour behaviour = Behaviour::classic)
-        : ServedKeysTest(true, behaviour), showsSecrets(behaviour == Behaviour::classic)
+        : ServedKeysTest(true, behaviour), showsSecrets_(behaviour == Behaviour::classic)
     {
     }
 
     // `logged`: whether the log shows it, as hexadecimal digits.
     void keep(const char* name, const Bytes& bytes, bool logged)
     {
-        secrets.push_back({{"name", name},
-                           {"hex", hexEncode(bytes.data(), static_cast<int>(bytes.size()))},
-                           {"logged", logged}});
+        secrets_.push_back({{"name", name},
+                            {"hex", hexEncode(bytes.data(), static_cast<int>(bytes.size()))},
+                            {"logged", logged}});
     }
 
     void sign(NCRYPT_KEY_HANDLE key, const char* name, std::wstring_view entered)
@@ -94,12 +94,12 @@ protected:
             EXPECT_EQ(table()->SecretAgreement(handle(), ec, ec, &secret, 0), ERROR_SUCCESS);
         }
         // The scripted token's agreed secrets repeat these bytes.
-        keep("agreed secret", hexDecode("C35A17E18DC35A17E18D"), showsSecrets);
-        keep("key derived by a hash", derive(secret, BCRYPT_KDF_HASH, {}), showsSecrets);
+        keep("agreed secret", hexDecode("C35A17E18DC35A17E18D"), showsSecrets_);
+        keep("key derived by a hash", derive(secret, BCRYPT_KDF_HASH, {}), showsSecrets_);
         Bytes hmacKey(20, 0x4B);
         hmacKey[3] = 0x99;
-        keep("HMAC key", hmacKey, showsSecrets);
-        keep("key derived by an HMAC", derive(secret, BCRYPT_KDF_HMAC, hmacKey), showsSecrets);
+        keep("HMAC key", hmacKey, showsSecrets_);
+        keep("key derived by an HMAC", derive(secret, BCRYPT_KDF_HMAC, hmacKey), showsSecrets_);
         EXPECT_EQ(table()->FreeSecret(handle(), secret), ERROR_SUCCESS);
     }
 
@@ -152,13 +152,13 @@ protected:
                                  "CKR_PIN_INCORRECT", "SmartCardPin"})
             EXPECT_NE(log.find(call), std::string::npos) << call;
         writeFile(folder / "whole.log", log);
-        writeFile(folder / "secrets.json", secrets.dump(2));
+        writeFile(folder / "secrets.json", secrets_.dump(2));
     }
 
 private:
     // Of agreements and derivations; modern hides them.
-    bool showsSecrets;
-    Json secrets = Json::array();
+    bool showsSecrets_;
+    Json secrets_ = Json::array();
 };
 
 class ReportOfAModernRun : public ReportOfARun {

@@ -16,8 +16,9 @@ namespace NV::tool {
 class Failure : public std::runtime_error {
 public:
     explicit Failure(const std::string& reason, std::string advice = {},
-                     ExitCode exitCode = ExitCode::failed)
-        : std::runtime_error(reason), advice_(std::move(advice)), exitCode_(exitCode)
+                     ExitCode exitCode = ExitCode::failed, std::optional<long> status = {})
+        : std::runtime_error(reason), advice_(std::move(advice)), exitCode_(exitCode),
+          status_(status)
     {
     }
 
@@ -26,11 +27,6 @@ public:
 
     // The status of the call that failed, if a call did.
     std::optional<long> status() const { return status_; }
-    Failure& setStatus(long status)
-    {
-        status_ = status;
-        return *this;
-    }
 
 private:
     std::string advice_;

@@ -33,6 +33,8 @@ class ShownProof : public ProofListener {
 public:
     explicit ShownProof(Output& out) : out_(out) {}
     ~ShownProof() override { out_.progress({}); }
+    ShownProof(const ShownProof&) = delete;
+    ShownProof& operator=(const ShownProof&) = delete;
 
     void begun(const std::string& step, const std::string& key, bool asksForPin) override
     {

@@ -20,7 +20,7 @@ namespace NV::tool {
 //
 // A percent sign stands for nothing else.
 struct LogValue {
-    char kind;  // 'd', 'x', 'f', 'w', 'r', 's' or '!'
+    char kind = 0;  // 'd', 'x', 'f', 'w', 'r', 's' or '!'
     std::string_view text;
 };
 

@@ -62,13 +62,26 @@ struct ZipArchive::Stream {
     Stream& operator=(const Stream&) = delete;
 };
 
-ZipArchive::ZipArchive(const SYSTEMTIME& changed, uint64_t most) : most_(most)
+namespace {
+
+constexpr int firstYear = 1980;
+
+uint16_t dosDate(const SYSTEMTIME& time)
 {
-    constexpr int firstYear = 1980;
-    const int year = std::clamp<int>(changed.wYear, firstYear, firstYear + 127) - firstYear;
-    date_ = static_cast<uint16_t>((year << 9) | (changed.wMonth << 5) | changed.wDay);
-    time_ = static_cast<uint16_t>((changed.wHour << 11) | (changed.wMinute << 5) |
-                                  (changed.wSecond / 2));
+    const int year = std::clamp<int>(time.wYear, firstYear, firstYear + 127) - firstYear;
+    return static_cast<uint16_t>((year << 9) | (time.wMonth << 5) | time.wDay);
+}
+
+uint16_t dosTime(const SYSTEMTIME& time)
+{
+    return static_cast<uint16_t>((time.wHour << 11) | (time.wMinute << 5) | (time.wSecond / 2));
+}
+
+}  // namespace
+
+ZipArchive::ZipArchive(const SYSTEMTIME& changed, uint64_t most)
+    : most_(most), date_(dosDate(changed)), time_(dosTime(changed))
+{
 }
 
 ZipArchive::~ZipArchive() = default;
@@ -112,7 +125,8 @@ void ZipArchive::begin(const std::string& name)
 
 void ZipArchive::deflate(std::string_view content, int flush)
 {
-    std::array<unsigned char, 16 * 1024> packed;
+    constexpr size_t pieceSize = size_t{16} * 1024;
+    std::array<unsigned char, pieceSize> packed{};
     z_stream& z = stream_->z;
     // zlib does not write to it.
     z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(content.data()));

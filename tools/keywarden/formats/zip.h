@@ -53,8 +53,8 @@ private:
     void writeCommon(const Entry& entry, Bytes& to) const;
 
     uint64_t most_;
-    uint16_t date_ = 0;
-    uint16_t time_ = 0;
+    uint16_t date_;
+    uint16_t time_;
     Bytes archive_;
     std::vector<Entry> entries_;
     std::unique_ptr<Stream> stream_;  // null before the first entry

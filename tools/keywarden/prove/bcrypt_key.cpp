@@ -58,8 +58,8 @@ void requireGoodSignature(void* key, bool isRsa, Bytes digest, Bytes signature)
         throw Failure(
             "the signature does not verify: " + statusText(status),
             "The private key on the token does not belong to the public key, or the token "
-            "signs something else. \"keywarden check --sign\" tries the token alone.")
-            .setStatus(status);
+            "signs something else. \"keywarden check --sign\" tries the token alone.",
+            ExitCode::failed, status);
     for (unsigned char& byte : digest)
         byte = static_cast<unsigned char>(~byte);
     if (verifySignature(key, isRsa, digest, signature) == 0)

@@ -199,8 +199,7 @@ void requireOfSystem(SECURITY_STATUS status, const std::string& what)
             (known != nullptr ? statusText(status) : hexText(status) + ", " + errorText(value)),
         known != nullptr ? std::string(known->meaning) + " " + std::string(known->advice)
                          : std::string(),
-        known != nullptr ? known->exitCode : ExitCode::failed)
-        .setStatus(status);
+        known != nullptr ? known->exitCode : ExitCode::failed, status);
 }
 
 void requireOfSystem(bool succeeded, const std::string& what)

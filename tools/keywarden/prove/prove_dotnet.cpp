@@ -85,8 +85,7 @@ std::filesystem::path powershell()
     const Explanation* known = explain(static_cast<uint32_t>(status));
     throw Failure(".NET does not sign: " + statusText(status) + message,
                   known != nullptr ? std::string(known->advice) : std::string(),
-                  known != nullptr ? known->exitCode : ExitCode::failed)
-        .setStatus(status);
+                  known != nullptr ? known->exitCode : ExitCode::failed, status);
 }
 
 Bytes signatureByDotnet(const Proving& proving, const ProvedKey& key)

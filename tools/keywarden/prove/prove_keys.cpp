@@ -75,8 +75,8 @@ std::string proveKeys(Proving& proving)
         addKey(proving, name, isRsaKey(storage, name).value_or(true));
     } else if (proving.names.empty()) {
         throw Failure("there is no key: NCryptEnumKeys gives " + statusText(NTE_NO_MORE_ITEMS),
-                      "Run \"keywarden check\", which looks for the token and its certificates.")
-            .setStatus(NTE_NO_MORE_ITEMS);
+                      "Run \"keywarden check\", which looks for the token and its certificates.",
+                      ExitCode::failed, NTE_NO_MORE_ITEMS);
     }
     std::vector<std::string> missing;
     for (const bool rsa : {true, false}) {

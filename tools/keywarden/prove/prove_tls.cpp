@@ -110,13 +110,14 @@ public:
         SecBuffer output{0, SECBUFFER_TOKEN, nullptr};
         const SECURITY_STATUS status = call(input, output);
         const auto* text = static_cast<const unsigned char*>(output.pvBuffer);
-        const Bytes answer = text == nullptr ? Bytes() : Bytes(text, text + output.cbBuffer);
+        Bytes answer = text == nullptr ? Bytes() : Bytes(text, text + output.cbBuffer);
         if (output.pvBuffer != nullptr)
             functions_.FreeContextBuffer(output.pvBuffer);
         if (status == SEC_E_INCOMPLETE_MESSAGE)
             return {};
         if (status == SEC_I_INCOMPLETE_CREDENTIALS)
-            throw Failure("Schannel does not use the certificate for a client").setStatus(status);
+            throw Failure("Schannel does not use the certificate for a client", {},
+                          ExitCode::failed, status);
         if (status != SEC_E_OK && status != SEC_I_CONTINUE_NEEDED)
             requireOfSystem(status, role_.function);
         begun_ = true;

@@ -45,8 +45,8 @@ void ServerCertificate::remove()
     const SECURITY_STATUS status = removeKey();
     if (status != ERROR_SUCCESS)
         throw Failure("the server's key, which was made for this step, cannot be removed: " +
-                      statusText(status))
-            .setStatus(status);
+                          statusText(status),
+                      {}, ExitCode::failed, status);
 }
 
 // False if the system has no software provider.

@@ -196,14 +196,13 @@ void KeyStorage::fail(SECURITY_STATUS status, const std::string& what) const
     // The router of CNG has statuses of its own for a provider that is not registered.
     if (cng_ && status != NTE_INTERNAL_ERROR)
         throw Failure(what + " failed: " + statusText(status),
-                      "Run \"keywarden status\" to see whether it is registered.")
-            .setStatus(status);
+                      "Run \"keywarden status\" to see whether it is registered.", ExitCode::failed,
+                      status);
     const Failure failure = operationFailure(status, what, PinUse::none);
     throw Failure(failure.what(),
                   failure.advice() + (failure.advice().empty() ? "" : " ") +
                       "Run \"keywarden check\" to find the reason.",
-                  failure.exitCode())
-        .setStatus(status);
+                  failure.exitCode(), status);
 }
 
 KeyStorage::~KeyStorage()

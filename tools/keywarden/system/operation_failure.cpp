@@ -159,7 +159,8 @@ Failure explainedFailure(SECURITY_STATUS status, const std::string& what, PinUse
 
 Failure operationFailure(SECURITY_STATUS status, const std::string& what, PinUse pin)
 {
-    return explainedFailure(status, what, pin).setStatus(status);
+    const Failure failure = explainedFailure(status, what, pin);
+    return Failure(failure.what(), failure.advice(), failure.exitCode(), status);
 }
 
 }  // namespace NV::tool

@@ -69,9 +69,9 @@ std::string fileVersion(const std::filesystem::path& file)
         file.c_str(), nullptr, LOAD_LIBRARY_AS_DATAFILE | LOAD_LIBRARY_AS_IMAGE_RESOURCE));
     if (image == nullptr)
         return {};
-    const HRSRC resource = FindResourceW(image.get(), MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
+    HRSRC resource = FindResourceW(image.get(), MAKEINTRESOURCEW(1), MAKEINTRESOURCEW(16));
     const DWORD size = resource != nullptr ? SizeofResource(image.get(), resource) : 0;
-    const HGLOBAL loaded = size != 0 ? LoadResource(image.get(), resource) : nullptr;
+    HGLOBAL loaded = size != 0 ? LoadResource(image.get(), resource) : nullptr;
     const auto* bytes =
         loaded != nullptr ? static_cast<const unsigned char*>(LockResource(loaded)) : nullptr;
     // The fixed part begins with its signature, at a multiple of four bytes.
