@@ -7,11 +7,12 @@
 
 int wmain(int count, wchar_t** arguments)
 {
-    if (count != 2 || LoadLibraryW(arguments[1]) == nullptr)
+    HMODULE module = count == 2 ? LoadLibraryW(arguments[1]) : nullptr;
+    if (module == nullptr)
         return 1;
-    std::puts("loaded");
-    std::fflush(stdout);
-    while (std::getchar() != EOF) {
-    }
+    static_cast<void>(std::puts("loaded"));
+    static_cast<void>(std::fflush(stdout));
+    while (std::getchar() != EOF) {}
+    FreeLibrary(module);
     return 0;
 }

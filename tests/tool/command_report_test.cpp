@@ -88,7 +88,7 @@ protected:
         });
     }
 
-    std::filesystem::path log(int ago) const
+    std::filesystem::path logOf(int ago) const
     {
         return profile.folder() / "logs" / ("nvksprovider-" + dayText(ago) + ".log");
     }
@@ -101,7 +101,7 @@ protected:
 
 TEST_F(ReportCommand, ContainsWhatASupporterNeeds)
 {
-    writeFile(log(0), record + "pbSignature = C35A17E18D\n" + record + "ENTER\n");
+    writeFile(logOf(0), record + "pbSignature = C35A17E18D\n" + record + "ENTER\n");
     const Json document = report();
     EXPECT_FALSE(parsed(files["check.json"])["steps"].empty());
     EXPECT_EQ(parsed(files["check.json"]), profile.json({"check"}, 0, options));
@@ -175,7 +175,7 @@ TEST_F(ReportCommand, TakesTheDaysThatAreAskedFor)
 {
     EXPECT_TRUE(notes(report(), "There is no log of the last 3 days"));
     for (const int ago : {0, 2, 3})
-        writeFile(log(ago), record + "ENTER\n");
+        writeFile(logOf(ago), record + "ENTER\n");
     const Json document = report();
     EXPECT_TRUE(files.contains(inZip(2)));
     EXPECT_FALSE(files.contains(inZip(3)));
@@ -190,8 +190,9 @@ TEST_F(ReportCommand, TakesTheDaysThatAreAskedFor)
 
 TEST_F(ReportCommand, TakesTheEndOfALargeLog)
 {
-    writeFile(log(0), "");
-    HANDLE file = CreateFileW(log(0).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    writeFile(logOf(0), "");
+    HANDLE file =
+        CreateFileW(logOf(0).c_str(), GENERIC_WRITE, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     LARGE_INTEGER end{};
     end.QuadPart = LONGLONG{2} << 30;
     SetFilePointerEx(file, end, nullptr, FILE_BEGIN);
@@ -206,9 +207,10 @@ TEST_F(ReportCommand, TakesTheEndOfALargeLog)
 
 TEST_F(ReportCommand, LeavesOutALogThatCannotBeRead)
 {
-    writeFile(log(0), record + "ENTER\n");
-    writeFile(log(1), record + "LEAVE\n");
-    HANDLE held = CreateFileW(log(0).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
+    writeFile(logOf(0), record + "ENTER\n");
+    writeFile(logOf(1), record + "LEAVE\n");
+    HANDLE held =
+        CreateFileW(logOf(0).c_str(), GENERIC_READ, 0, nullptr, OPEN_EXISTING, 0, nullptr);
     const Json document = report();
     CloseHandle(held);
     EXPECT_TRUE(notes(document, inZip(0) + " is missing")) << document["notes"];
@@ -235,7 +237,7 @@ TEST_F(ReportCommand, IsMadeForAProfileWithAJapaneseName)
     const TemporaryFolder japanese(L"\u65E5\u672C \u8A9E");
     const auto folder = japanese.path() / ".norvanta-keywarden";
     writeFile(folder / "nvksprovider.conf", readFile(profile.configFile()));
-    writeFile(folder / "logs" / log(0).filename(), record + "ENTER\n");
+    writeFile(folder / "logs" / logOf(0).filename(), record + "ENTER\n");
     options.environment[L"USERPROFILE"] = japanese.path().wstring();
     const ChildResult result =
         runTool({"--json", "report", "--yes", "-o", narrowPath(zip)}, options);

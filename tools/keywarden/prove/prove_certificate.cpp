@@ -39,7 +39,8 @@ AcquireFunction acquireFunction(const ProveOptions& options)
 {
     if (options.acquire.empty())
         return CryptAcquireCertificatePrivateKey;
-    HMODULE module = LoadLibraryW(options.acquire.c_str());
+    static HMODULE module = nullptr;  // as long as the program
+    module = LoadLibraryW(options.acquire.c_str());
     const auto function = module == nullptr
                               ? nullptr
                               : reinterpret_cast<AcquireFunction>(reinterpret_cast<void*>(

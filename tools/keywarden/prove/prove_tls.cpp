@@ -30,7 +30,9 @@ using Schannel = SecurityFunctionTableW;
 // Throws NotPossible if the system has no such table.
 const Schannel& schannel()
 {
-    HMODULE library = LoadLibraryExW(L"secur32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
+    // As long as the program.
+    static HMODULE library = nullptr;
+    library = LoadLibraryExW(L"secur32.dll", nullptr, LOAD_LIBRARY_SEARCH_SYSTEM32);
     const auto initialize =
         library == nullptr ? nullptr
                            : reinterpret_cast<INIT_SECURITY_INTERFACE_W>(reinterpret_cast<void*>(

@@ -44,7 +44,8 @@ Settings newConfiguration();
 // a library in classic, if logStore has a character that the code page lacks or a "~" that is not its first character, or if
 // the module would read a value differently (a line feed in it, a space at its end). A file of all users
 // can have %NAME% in p11File, which only modern expands.
-std::string configurationText(const Settings& values, ConfigurationOf whose = ConfigurationOf::user);
+std::string configurationText(const Settings& values,
+                              ConfigurationOf whose = ConfigurationOf::user);
 
 // Creates the folder of a configuration file if it is missing. Throws Failure.
 void makeFolderOf(const std::filesystem::path& configuration);
