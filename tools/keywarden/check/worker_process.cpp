@@ -13,6 +13,7 @@
 #include "check/step_message.h"
 #include "check/worker.h"
 #include "failure.h"
+#include "system/child_pipe.h"
 #include "system/library_fault.h"
 #include "system/program.h"
 #include "text.h"
@@ -27,56 +28,10 @@ constexpr DWORD pollingMilliseconds = 5;
 // Of what the library writes to standard output.
 constexpr size_t keptOutput = 400;
 
-struct HandleCloser {
-    using pointer = HANDLE;
-    void operator()(HANDLE handle) const { CloseHandle(handle); }
-};
-using OwnedHandle = std::unique_ptr<HANDLE, HandleCloser>;
-
-struct Pipe {
-    OwnedHandle read;
-    OwnedHandle write;
-};
-
 [[noreturn]] void refuse(const char* what)
 {
     throw Failure(std::string("the steps cannot be run in a process of their own: ") + what + ": " +
                   errorText(GetLastError()));
-}
-
-// The child inherits the end that is written to.
-Pipe makePipe()
-{
-    SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    HANDLE read = nullptr;
-    HANDLE write = nullptr;
-    if (!CreatePipe(&read, &write, &inheritable, 0))
-        refuse("CreatePipe");
-    SetHandleInformation(read, HANDLE_FLAG_INHERIT, 0);
-    return {OwnedHandle(read), OwnedHandle(write)};
-}
-
-OwnedHandle openNull()
-{
-    SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
-    return OwnedHandle(CreateFileW(L"NUL", GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                   &inheritable, OPEN_EXISTING, 0, nullptr));
-}
-
-// What has arrived, without waiting for more. At most 64 KB, so that a library that never stops writing does not
-// keep the caller from looking at the time.
-std::string readAvailable(HANDLE pipe)
-{
-    constexpr DWORD most = 0x10000;
-    DWORD available = 0;
-    if (!PeekNamedPipe(pipe, nullptr, 0, nullptr, &available, nullptr) || available == 0)
-        return {};
-    std::string text(std::min(available, most), '\0');
-    DWORD size = 0;
-    if (!ReadFile(pipe, text.data(), static_cast<DWORD>(text.size()), &size, nullptr))
-        return {};
-    text.resize(size);
-    return text;
 }
 
 // One argument as the C runtime reads it back.
@@ -234,7 +189,7 @@ private:
 
     void readMessages()
     {
-        unread_ += readAvailable(results_.read.get());
+        unread_ += readAvailable(results_.read);
         for (size_t end = 0; (end = unread_.find('\n')) != std::string::npos;) {
             lastSign_ = Clock::now();
             readMessage(unread_.substr(0, end), *this, farewell_);
@@ -244,7 +199,7 @@ private:
 
     void keepOutput()
     {
-        const std::string text = readAvailable(output_.read.get());
+        const std::string text = readAvailable(output_.read);
         if (result_.output.size() < keptOutput)
             result_.output += text.substr(0, keptOutput - result_.output.size());
     }
